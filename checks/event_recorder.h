@@ -1,0 +1,26 @@
+// Where blocks and statistics go.
+#pragma once
+
+#include <string_view>
+
+#include "checks/check_result.h"
+#include "checks/request_facts.h"
+
+namespace qiv {
+
+/// Thread safe. Implementations never throw and never block for long.
+class IEventRecorder {
+ public:
+  virtual ~IEventRecorder() = default;
+  /// Called by the page writer for every page it writes.
+  virtual void RecordBlock(const RequestFacts& facts, const CheckResult& result) = 0;
+  /// One statistics record ("tongji"); `rule` is "-" when there is none.
+  virtual void RecordStatistics(std::string_view category, std::string_view client_ip, std::string_view rule) = 0;
+};
+
+/// The recorder in use; one that does nothing until SetEventRecorder was called.
+IEventRecorder& EventRecorder();
+/// Not owned; null restores the one that does nothing. Call it before requests run.
+void SetEventRecorder(IEventRecorder* recorder);
+
+}  // namespace qiv

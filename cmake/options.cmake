@@ -1,0 +1,42 @@
+# Language level, warnings and sanitizers: the same for every target.
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+
+option(QIV_TESTS "build the tests" ON)
+option(QIV_BENCH "build qivbench" OFF)
+option(QIV_FUZZ "build the libFuzzer targets (clang)" OFF)
+set(QIV_SANITIZE "" CACHE STRING "sanitizers, as in -fsanitize=")
+set(QIV_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/bin" CACHE PATH "where programs and the module go")
+
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${QIV_OUTPUT_DIRECTORY}")
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY "${QIV_OUTPUT_DIRECTORY}")
+
+include_directories("${CMAKE_SOURCE_DIR}")
+find_package(Threads REQUIRED)
+
+find_program(QIV_CCACHE ccache)
+if(QIV_CCACHE)
+  set(CMAKE_CXX_COMPILER_LAUNCHER "${QIV_CCACHE}")
+endif()
+
+if(MSVC)
+  add_compile_options(/W4 /WX /permissive- /utf-8 /EHsc)
+else()
+  add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Werror)
+  if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+    add_compile_options(-Wthread-safety)
+  endif()
+endif()
+if(QIV_SANITIZE)
+  add_compile_options(-fsanitize=${QIV_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${QIV_SANITIZE})
+endif()
+if(MINGW)
+  add_link_options(-static)
+endif()

@@ -1,0 +1,81 @@
+// Text helpers shared by facts, checks and engines. Thread safe; linear in the input.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace qiv {
+
+/// The six white-space bytes: blank, tab, line feed, vertical tab, form feed, carriage return.
+constexpr bool IsSpace(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
+constexpr bool IsDigit(char c) { return c >= '0' && c <= '9'; }
+constexpr bool IsLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
+/// ASCII letter, digit or "_".
+constexpr bool IsWordByte(char c) { return IsLetter(c) || IsDigit(c) || c == '_'; }
+
+/// Without leading and trailing white space.
+std::string_view Trim(std::string_view text);
+/// Without leading and trailing bytes that occur in `bytes`.
+std::string_view TrimBytes(std::string_view text, std::string_view bytes);
+
+/// Parts between single-byte separators that stand as characters of their own (a GBK trail byte equal to `separator`
+/// does not split). An empty text has no part; empty parts are kept.
+std::vector<std::string_view> Split(std::string_view text, char separator);
+/// Parts between multi-byte ASCII separators such as "{#}" (found on character boundaries).
+std::vector<std::string_view> Split(std::string_view text, std::string_view separator);
+
+/// Every occurrence of `from` replaced, left to right, not rescanned.
+std::string ReplaceAll(std::string_view text, std::string_view from, std::string_view to);
+
+/// "%XX" and "%uXXXX" (the latter to the local code page); anything malformed stays as it is. One pass: the result is
+/// not decoded again. "+" is left alone.
+std::string PercentDecode(std::string_view text);
+
+/// Named entities of HTML's basic set ("&lt;" "&gt;" "&amp;" "&quot;" "&apos;" "&nbsp;" and the ones that stand for
+/// ASCII punctuation, "&colon;" "&lpar;" "&tab;" "&newline;" ...), decimal "&#NN;" and hexadecimal "&#xHH;" references
+/// with or without ";". Characters above 0x7F go to the local code page. Unknown references stay.
+std::string DecodeHtmlEntities(std::string_view text);
+
+/// "&" "<" ">" "\"" "'" as character references, so that the text can stand in an element or a quoted attribute.
+/// Byte-wise safe for GBK and UTF-8 (none of the five is a trail byte). A byte that is no part of a whole character and
+/// could swallow the byte after it is replaced by "?" unless the text is valid UTF-8. Control bytes except tab and line
+/// feed become "?".
+std::string HtmlEscape(std::string_view text);
+
+/// What requests' paths, queries and forwarded addresses go through before a check sees them: percent-decode if it
+/// holds
+/// "%"; to the local code page if valid UTF-8 of at least 3 bytes; percent-decode again if it still holds "%"; if it
+/// holds
+/// "&", lower-case its ASCII letters and decode HTML entities; last, every "+" becomes a blank.
+std::string NormalizeText(std::string text);
+
+/// strtol-like reading of a decimal number: optional blanks, sign, digits; anything after them is ignored; no digits is
+/// 0; clamped to the range of int32.
+std::int32_t ToNumber(std::string_view text);
+/// The number when the text consists of digits only and fits uint32, else 0.
+std::uint32_t DigitsToNumber(std::string_view text);
+
+/// Text between the first `<name>` and the first `</name>` after it; empty when either is missing. `name` without
+/// brackets.
+std::string_view TaggedPart(std::string_view text, std::string_view name);
+/// Whether the opening tag occurs.
+bool HasTag(std::string_view text, std::string_view name);
+
+/// One request parameter; views into the text that was split.
+struct Parameter {
+  std::string_view name;
+  std::string_view value;
+};
+
+/// The shared parameter splitter. A text is taken as
+///  - multipart when it begins with a "--boundary" line followed by part headers: each part is a parameter (its
+///    Content-Disposition name, its content),
+///  - one value when its first non-blank byte is "{" or "[" (JSON),
+///  - else split at "&": name before the first "=", value after it; a piece without "=" has an empty name.
+/// At most one result per input byte; linear.
+std::vector<Parameter> SplitParameters(std::string_view text);
+
+}  // namespace qiv

@@ -1,0 +1,92 @@
+// The website configuration record: every key of the seven sections, and what a load prepares from them.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "common/language.h"
+#include "config/url_exemptions.h"
+#include "engines/injection_settings.h"
+#include "engines/keyword_rules.h"
+
+namespace qiv {
+
+#define QIV_NUMBER(member, key, meaning) std::int32_t member = 0;
+#define QIV_FLAG(member, key, meaning) bool member = false;
+#define QIV_TEXT(member, key, meaning) std::string member;
+#define QIV_LIST(member, key, meaning) std::string member;
+#define QIV_DIGITS(member, key, meaning) std::uint32_t member = 0;
+
+// One struct a section; members are named like their keys ("static" is static_).
+struct BaseSettings {
+#include "config/keys_base.def"
+};
+struct RequestSettings {
+#include "config/keys_request.def"
+};
+struct ProtectSettings {
+#include "config/keys_protect.def"
+};
+struct AttackSettings {
+#include "config/keys_attack.def"
+};
+struct ResponseSettings {
+#include "config/keys_response.def"
+};
+struct ListSettings {
+#include "config/keys_lists.def"
+};
+
+#undef QIV_NUMBER
+#undef QIV_FLAG
+#undef QIV_TEXT
+#undef QIV_LIST
+#undef QIV_DIGITS
+
+/// What block pages need, derived from the response section and the language.
+struct PageSettings {
+  enum Type { kShort = 1, kDetailed = 2, kRedirect = 3, kCustom = 4 };
+
+  int status = 403;  ///< 200, 302, 403, 404 or 500
+  int type = kShort;
+  std::string redirect_url;      ///< empty: none
+  std::string content;           ///< custom content, UTF-8; empty unless type is kCustom
+  bool complete_page = false;    ///< `content` is a whole HTML page
+  bool plain_title = false;      ///< `content` does not serve as a title
+  bool content_charset = false;  ///< the content's charset is neither gbk nor gb2312
+};
+
+/// One website's configuration. Built by a load, then never written again; requests hold counted references.
+struct WebsiteConfig {
+  Language language = Language::kEnglish;
+  bool library_enabled = false;       ///< sys_is_qiv: libraries and the link to the firewall service
+  bool ipv6_protection = false;       ///< enable_ipv6prot
+  std::string extend_functions;       ///< "," wrapped
+  std::uint32_t sys_temp_time = 720;  ///< minutes
+  std::string trojan_freecode;
+  std::string trojan_usertrojan;
+  std::string sys_trust_ip;
+  std::string sys_log_ex;
+  std::string system_common_areas;  ///< JSON text of the part
+
+  BaseSettings base;
+  RequestSettings request;
+  ProtectSettings protect;
+  InjectionSettings sql;
+  AttackSettings attack;
+  ResponseSettings response;
+  ListSettings lists;
+
+  bool need_post_body = false;
+
+  // Prepared while loading.
+  PageSettings page;
+  CKeywordRules get_rules;
+  CKeywordRules post_rules;
+  CKeywordRules header_rules;
+  CUrlExemptions injection_exemptions;  ///< sql.allow_urls
+};
+
+}  // namespace qiv

@@ -1,0 +1,42 @@
+// Whole-file reading, appending that several processes can share, and modification times.
+//
+// Paths are UTF-8 on every system; "/" and (on Windows) "\" both separate. All functions are thread safe and throw
+// nothing but std::bad_alloc.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace qiv {
+
+/// Time of the last modification at the file system's full resolution, as an opaque number that differs when the file
+/// was written again; 0 when the file cannot be examined.
+std::uint64_t FileModificationTime(const std::string& path);
+
+/// Size in bytes; nothing when the file cannot be examined or is no regular file.
+std::optional<std::uint64_t> FileSize(const std::string& path);
+
+enum class ReadFileResult { kOk, kUnreadable, kTooLarge };
+
+/// Reads a regular file whole. kTooLarge, without reading it, when it is longer than `limit` bytes. The file may be
+/// written or replaced by another process meanwhile: on Windows it is opened with every sharing mode.
+ReadFileResult ReadWholeFile(const std::string& path, std::uint64_t limit, std::string* content);
+
+/// Appends `data` with ONE system call, creating the file when missing, so that records of several threads and
+/// processes never mix (Windows: access FILE_APPEND_DATA | SYNCHRONIZE only; Linux: O_APPEND). False when it was not
+/// written whole.
+bool AppendToFile(const std::string& path, std::string_view data);
+
+/// Writes a temporary file beside `path` and renames it over, so that a reader sees the old content or the new, never a
+/// part. False, with nothing changed, on failure.
+bool ReplaceFile(const std::string& path, std::string_view content);
+
+/// Creates one directory; true when it exists afterwards.
+bool MakeDirectory(const std::string& path);
+
+/// Renames, replacing `to`. False when it failed.
+bool RenameFile(const std::string& from, const std::string& to);
+
+}  // namespace qiv
