@@ -10,7 +10,7 @@ set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 
 option(QIV_TESTS "build the tests" ON)
 option(QIV_BENCH "build qivbench" OFF)
-option(QIV_FUZZ "build the libFuzzer targets (clang)" OFF)
+option(QIV_FUZZ "build the fuzz targets: with libFuzzer (clang), else as programs that replay their corpus" OFF)
 set(QIV_SANITIZE "" CACHE STRING "sanitizers, as in -fsanitize=")
 set(QIV_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/bin" CACHE PATH "where programs and the module go")
 
@@ -39,4 +39,18 @@ if(QIV_SANITIZE)
 endif()
 if(MINGW)
   add_link_options(-static)
+endif()
+
+# Header-only libraries of the host (Boost.Asio, Boost.Beast) and the tool (CLI11). A cross build may see them alone,
+# not the other headers in /usr/include.
+add_library(qiv_boost INTERFACE)
+add_library(qiv_cli11 INTERFACE)
+if(MINGW)
+  set(header_links "${CMAKE_BINARY_DIR}/header-links")
+  file(MAKE_DIRECTORY "${header_links}")
+  file(CREATE_LINK /usr/include/boost "${header_links}/boost" SYMBOLIC)
+  file(CREATE_LINK /usr/include/CLI "${header_links}/CLI" SYMBOLIC)
+  target_include_directories(qiv_boost SYSTEM INTERFACE "${header_links}")
+  target_include_directories(qiv_cli11 SYSTEM INTERFACE "${header_links}")
+  target_link_libraries(qiv_boost INTERFACE ws2_32 mswsock)
 endif()
