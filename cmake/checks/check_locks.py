@@ -1,0 +1,45 @@
+#!/usr/bin/env python3
+"""check_locks.py BUILD_FOLDER: compiles the module's sources with clang for their lock annotations (no object files).
+
+The annotations of port/thread_annotations.h mean nothing to g++; clang refuses a guarded item touched without its lock."""
+import concurrent.futures
+import json
+import os
+import pathlib
+import subprocess
+import sys
+
+import cpp_text
+
+FOLDERS = ("port/", "common/", "engines/", "config/", "checks/", "module/")
+
+
+def clang_command(source, root):
+    return ["clang++", "-std=c++20", "-fsyntax-only", "-Wall", "-Wextra", "-Wpedantic", "-Wshadow", "-Wthread-safety",
+            "-Wthread-safety-beta", "-Werror", f"-I{root}", str(source)]
+
+
+def module_sources(build_folder, root):
+    with open(pathlib.Path(build_folder) / "compile_commands.json", encoding="utf-8") as listing:
+        files = {pathlib.Path(entry["file"]) for entry in json.load(listing)}
+    return sorted(path for path in files if path.is_relative_to(root) and str(path.relative_to(root)).startswith(FOLDERS))
+
+
+def faults_of_source(source, root):
+    result = subprocess.run(clang_command(source, root), capture_output=True, text=True, check=False)
+    return [] if result.returncode == 0 else [result.stderr.strip()]
+
+
+def main(arguments):
+    if len(arguments) != 1:
+        print(__doc__)
+        return 2
+    sources = module_sources(arguments[0], cpp_text.ROOT)
+    with concurrent.futures.ThreadPoolExecutor(os.cpu_count() or 2) as pool:
+        results = pool.map(lambda source: faults_of_source(source, cpp_text.ROOT), sources)
+        faults = [fault for result in results for fault in result]
+    return cpp_text.report("locks", faults, len(sources))
+
+
+if __name__ == "__main__":
+    sys.exit(main(sys.argv[1:]))
