@@ -27,16 +27,17 @@ std::vector<std::string_view> Split(std::string_view text, char separator);
 /// Parts between multi-byte ASCII separators such as "{#}" (found on character boundaries).
 std::vector<std::string_view> Split(std::string_view text, std::string_view separator);
 
-/// Every occurrence of `from` replaced, left to right, not rescanned.
+/// Every occurrence of `from` replaced, left to right, not rescanned. Byte-wise, because pages come in UTF-8 too.
 std::string ReplaceAll(std::string_view text, std::string_view from, std::string_view to);
 
-/// "%XX" and "%uXXXX" (the latter to the local code page); anything malformed stays as it is. One pass: the result is
-/// not decoded again. "+" is left alone.
+/// "%XX" and "%uXXXX" (the latter to the local code page, surrogate pairs together); anything malformed stays as it is.
+/// One pass: the result is not decoded again. "+" is left alone.
 std::string PercentDecode(std::string_view text);
 
-/// Named entities of HTML's basic set ("&lt;" "&gt;" "&amp;" "&quot;" "&apos;" "&nbsp;" and the ones that stand for
-/// ASCII punctuation, "&colon;" "&lpar;" "&tab;" "&newline;" ...), decimal "&#NN;" and hexadecimal "&#xHH;" references
-/// with or without ";". Characters above 0x7F go to the local code page. Unknown references stay.
+/// Named entities that stand for ASCII characters ("&lt;" "&amp;" "&quot;" "&colon;" "&lpar;" "&Tab;" "&NewLine;" ...,
+/// compared without case) and "&nbsp;" (a blank); "&lt" "&gt" "&amp" "&quot" "&nbsp" also without ";" unless "=", a
+/// letter or a digit follows. Decimal "&#NN;" and hexadecimal "&#xHH;" references with or without ";". Characters above
+/// 0x7F go to the local code page. Unknown references, surrogates and "&#0;" stay. One pass.
 std::string DecodeHtmlEntities(std::string_view text);
 
 /// "&" "<" ">" "\"" "'" as character references, so that the text can stand in an element or a quoted attribute.
@@ -46,10 +47,8 @@ std::string DecodeHtmlEntities(std::string_view text);
 std::string HtmlEscape(std::string_view text);
 
 /// What requests' paths, queries and forwarded addresses go through before a check sees them: percent-decode if it
-/// holds
-/// "%"; to the local code page if valid UTF-8 of at least 3 bytes; percent-decode again if it still holds "%"; if it
-/// holds
-/// "&", lower-case its ASCII letters and decode HTML entities; last, every "+" becomes a blank.
+/// holds "%"; to the local code page if valid UTF-8 of at least 3 bytes; percent-decode again if it still holds "%"; if
+/// it holds "&", lower-case its ASCII letters and decode HTML entities; last, every "+" becomes a blank.
 std::string NormalizeText(std::string text);
 
 /// strtol-like reading of a decimal number: optional blanks, sign, digits; anything after them is ignored; no digits is
