@@ -27,16 +27,23 @@ class CAES {
   void DecryptBlock(std::uint8_t* block) const;
 
  private:
+  static constexpr std::size_t kKeyWords = 11 * kBlockSize / 4;
+
   void ExpandKey(std::string_view key);
-  std::array<std::uint8_t, 11 * kBlockSize> round_keys_;
+
+  std::array<std::uint32_t, kKeyWords> encrypt_keys_;  // big-endian words
+  std::array<std::uint32_t, kKeyWords> decrypt_keys_;  // the same in the inverse cipher's order, columns mixed back
 };
 
 /// Enciphers block by block (ECB, zero padding to a multiple of 16) and writes uppercase hexadecimal digits. `key`
-/// empty selects the built-in key that the firewall service shares.
+/// empty selects the built-in key that the firewall service shares. A text that holds a zero byte ends there when it
+/// is deciphered.
 std::string encrypt_text(std::string_view key, std::string_view plain);
 
 /// The reverse: hexadecimal digits of either case; the result ends at the first zero byte. A character that is no digit
-/// counts as 255 in its nibble and yields wrong text, never a failure.
+/// counts as 255 in its nibble and yields wrong text, never a failure; a last digit without its pair is dropped.
+///
+/// Both are linear in the text; when memory does not suffice the result is empty.
 std::string decrypt_text(std::string_view key, std::string_view hex);
 
 }  // namespace qiv

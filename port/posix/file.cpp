@@ -1,0 +1,132 @@
+#include "port/file.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <stdio.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <new>
+
+namespace qiv {
+namespace {
+
+class CDescriptor {
+ public:
+  explicit CDescriptor(int fd) : fd_(fd) {}
+  ~CDescriptor() {
+    if (fd_ >= 0) ::close(fd_);
+  }
+  CDescriptor(const CDescriptor&) = delete;
+  CDescriptor& operator=(const CDescriptor&) = delete;
+
+  int Get() const { return fd_; }
+  // False when the system reports a late write error.
+  bool Close() {
+    const int fd = fd_;
+    fd_ = -1;
+    return ::close(fd) == 0;
+  }
+
+ private:
+  int fd_;
+};
+
+int OpenRetrying(const std::string& path, int flags, mode_t mode) {
+  int fd;
+  do {
+    fd = ::open(path.c_str(), flags | O_CLOEXEC, mode);
+  } while (fd < 0 && errno == EINTR);
+  return fd;
+}
+
+bool WriteAll(int fd, std::string_view data) {
+  while (!data.empty()) {
+    const ssize_t written = ::write(fd, data.data(), data.size());
+    if (written < 0 && errno == EINTR) continue;
+    if (written <= 0) return false;
+    data.remove_prefix(static_cast<std::size_t>(written));
+  }
+  return true;
+}
+
+// Unique among the threads and processes that replace the same file.
+std::string TemporaryName(const std::string& path) {
+  static std::atomic<std::uint32_t> counter{0};
+  return path + "." + std::to_string(::getpid()) + "." + std::to_string(counter++) + ".tmp";
+}
+
+}  // namespace
+
+std::uint64_t FileModificationTime(const std::string& path) {
+  struct stat info;
+  if (::stat(path.c_str(), &info) != 0) return 0;
+  return static_cast<std::uint64_t>(info.st_mtim.tv_sec) * 1'000'000'000U +
+         static_cast<std::uint64_t>(info.st_mtim.tv_nsec);
+}
+
+std::optional<std::uint64_t> FileSize(const std::string& path) {
+  struct stat info;
+  if (::stat(path.c_str(), &info) != 0 || !S_ISREG(info.st_mode)) return std::nullopt;
+  return static_cast<std::uint64_t>(info.st_size);
+}
+
+ReadFileResult ReadWholeFile(const std::string& path, std::uint64_t limit, std::string* content) {
+  content->clear();
+  // Without O_NONBLOCK, opening a pipe of that name would wait for a writer.
+  const CDescriptor file(OpenRetrying(path, O_RDONLY | O_NONBLOCK, 0));
+  struct stat info;
+  if (file.Get() < 0 || ::fstat(file.Get(), &info) != 0 || !S_ISREG(info.st_mode)) return ReadFileResult::kUnreadable;
+  if (static_cast<std::uint64_t>(info.st_size) > limit) return ReadFileResult::kTooLarge;
+  // One byte more than the size tells a file that grew meanwhile from one that did not.
+  std::size_t used = 0;
+  content->resize(static_cast<std::size_t>(info.st_size) + 1);
+  while (true) {
+    if (used == content->size()) content->resize(used + used / 2 + 4096);
+    const ssize_t got = ::read(file.Get(), content->data() + used, content->size() - used);
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0) {
+      content->clear();
+      return ReadFileResult::kUnreadable;
+    }
+    if (got == 0) break;
+    used += static_cast<std::size_t>(got);
+    if (used > limit) {
+      content->clear();
+      return ReadFileResult::kTooLarge;
+    }
+  }
+  content->resize(used);
+  return ReadFileResult::kOk;
+}
+
+bool AppendToFile(const std::string& path, std::string_view data) {
+  CDescriptor file(OpenRetrying(path, O_WRONLY | O_APPEND | O_CREAT | O_NONBLOCK, 0644));
+  if (file.Get() < 0) return false;
+  ssize_t written;
+  do {
+    written = ::write(file.Get(), data.data(), data.size());
+  } while (written < 0 && errno == EINTR);
+  return written == static_cast<ssize_t>(data.size()) && file.Close();
+}
+
+bool ReplaceFile(const std::string& path, std::string_view content) {
+  const std::string temporary = TemporaryName(path);
+  CDescriptor file(OpenRetrying(temporary, O_WRONLY | O_CREAT | O_EXCL, 0644));
+  if (file.Get() < 0) return false;
+  // Synchronised before the rename: else a power cut could leave the new name with no content.
+  const bool written = WriteAll(file.Get(), content) && ::fsync(file.Get()) == 0;
+  if (file.Close() && written && ::rename(temporary.c_str(), path.c_str()) == 0) return true;
+  ::unlink(temporary.c_str());
+  return false;
+}
+
+bool MakeDirectory(const std::string& path) {
+  struct stat info;
+  return ::mkdir(path.c_str(), 0755) == 0 || (::stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode));
+}
+
+bool RenameFile(const std::string& from, const std::string& to) { return ::rename(from.c_str(), to.c_str()) == 0; }
+
+}  // namespace qiv

@@ -1,0 +1,147 @@
+#include "port/file.h"
+
+#include <windows.h>
+
+#include <atomic>
+
+#include "port/windows/wide_path.h"
+
+namespace qiv {
+namespace {
+
+constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+constexpr DWORD kMaxPiece = 1U << 30;  // ReadFile and WriteFile count in 32 bits
+
+class CHandle {
+ public:
+  explicit CHandle(HANDLE handle) : handle_(handle) {}
+  ~CHandle() { Close(); }
+  CHandle(const CHandle&) = delete;
+  CHandle& operator=(const CHandle&) = delete;
+
+  bool Valid() const { return handle_ != INVALID_HANDLE_VALUE; }
+  HANDLE Get() const { return handle_; }
+  void Close() {
+    if (Valid()) CloseHandle(handle_);
+    handle_ = INVALID_HANDLE_VALUE;
+  }
+
+ private:
+  HANDLE handle_;
+};
+
+HANDLE Open(const std::string& path, DWORD access, DWORD creation) {
+  return CreateFileW(WidePath(path).c_str(), access, kShareAll, nullptr, creation, FILE_ATTRIBUTE_NORMAL, nullptr);
+}
+
+std::uint64_t Join(DWORD high, DWORD low) { return static_cast<std::uint64_t>(high) << 32 | low; }
+
+bool WriteAll(HANDLE file, std::string_view data) {
+  while (!data.empty()) {
+    DWORD written = 0;
+    const DWORD piece = data.size() > kMaxPiece ? kMaxPiece : static_cast<DWORD>(data.size());
+    if (!WriteFile(file, data.data(), piece, &written, nullptr) || written == 0) return false;
+    data.remove_prefix(written);
+  }
+  return true;
+}
+
+// Unique among the threads and processes that replace the same file.
+std::string TemporaryName(const std::string& path) {
+  static std::atomic<std::uint32_t> counter{0};
+  return path + "." + std::to_string(GetCurrentProcessId()) + "." + std::to_string(counter++) + ".tmp";
+}
+
+// A scanner or indexer may hold the target for a moment without sharing deletion; such a refusal passes.
+bool MoveReplacing(const std::wstring& from, const std::wstring& to, DWORD flags) {
+  constexpr int kAttempts = 5;
+  constexpr DWORD kPauseMilliseconds = 2;
+  for (int attempt = 1;; ++attempt) {
+    if (MoveFileExW(from.c_str(), to.c_str(), flags | MOVEFILE_REPLACE_EXISTING)) return true;
+    const DWORD error = GetLastError();
+    if (attempt == kAttempts || (error != ERROR_SHARING_VIOLATION && error != ERROR_ACCESS_DENIED)) return false;
+    Sleep(kPauseMilliseconds);
+  }
+}
+
+}  // namespace
+
+std::uint64_t FileModificationTime(const std::string& path) {
+  WIN32_FILE_ATTRIBUTE_DATA info;
+  if (!GetFileAttributesExW(WidePath(path).c_str(), GetFileExInfoStandard, &info)) return 0;
+  return Join(info.ftLastWriteTime.dwHighDateTime, info.ftLastWriteTime.dwLowDateTime);
+}
+
+std::optional<std::uint64_t> FileSize(const std::string& path) {
+  WIN32_FILE_ATTRIBUTE_DATA info;
+  if (!GetFileAttributesExW(WidePath(path).c_str(), GetFileExInfoStandard, &info) ||
+      (info.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
+    return std::nullopt;
+  }
+  return Join(info.nFileSizeHigh, info.nFileSizeLow);
+}
+
+ReadFileResult ReadWholeFile(const std::string& path, std::uint64_t limit, std::string* content) {
+  content->clear();
+  const CHandle file(Open(path, GENERIC_READ, OPEN_EXISTING));
+  LARGE_INTEGER size;
+  if (!file.Valid() || GetFileType(file.Get()) != FILE_TYPE_DISK || !GetFileSizeEx(file.Get(), &size)) {
+    return ReadFileResult::kUnreadable;
+  }
+  if (static_cast<std::uint64_t>(size.QuadPart) > limit) return ReadFileResult::kTooLarge;
+  // One byte more than the size tells a file that grew meanwhile from one that did not.
+  std::size_t used = 0;
+  content->resize(static_cast<std::size_t>(size.QuadPart) + 1);
+  while (true) {
+    if (used == content->size()) content->resize(used + used / 2 + 4096);
+    const std::size_t room = content->size() - used;
+    DWORD got = 0;
+    if (!ReadFile(file.Get(), content->data() + used, room > kMaxPiece ? kMaxPiece : static_cast<DWORD>(room), &got,
+                  nullptr)) {
+      content->clear();
+      return ReadFileResult::kUnreadable;
+    }
+    if (got == 0) break;
+    used += got;
+    if (used > limit) {
+      content->clear();
+      return ReadFileResult::kTooLarge;
+    }
+  }
+  content->resize(used);
+  return ReadFileResult::kOk;
+}
+
+bool AppendToFile(const std::string& path, std::string_view data) {
+  if (data.size() > kMaxPiece) return false;
+  // Append access alone: the system itself moves each write to the end, as one step.
+  const CHandle file(Open(path, FILE_APPEND_DATA | SYNCHRONIZE, OPEN_ALWAYS));
+  DWORD written = 0;
+  return file.Valid() && WriteFile(file.Get(), data.data(), static_cast<DWORD>(data.size()), &written, nullptr) &&
+         written == data.size();
+}
+
+bool ReplaceFile(const std::string& path, std::string_view content) {
+  const std::string temporary = TemporaryName(path);
+  CHandle file(Open(temporary, GENERIC_WRITE, CREATE_NEW));
+  if (!file.Valid()) return false;
+  const bool written = WriteAll(file.Get(), content) && FlushFileBuffers(file.Get());
+  file.Close();
+  const std::wstring source = WidePath(temporary);
+  if (written && MoveReplacing(source, WidePath(path), MOVEFILE_WRITE_THROUGH)) return true;
+  DeleteFileW(source.c_str());
+  return false;
+}
+
+bool MakeDirectory(const std::string& path) {
+  const std::wstring wide = WidePath(path);
+  if (CreateDirectoryW(wide.c_str(), nullptr)) return true;
+  const DWORD attributes = GetFileAttributesW(wide.c_str());
+  return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+}
+
+bool RenameFile(const std::string& from, const std::string& to) {
+  return MoveReplacing(WidePath(from), WidePath(to), 0);
+}
+
+}  // namespace qiv
