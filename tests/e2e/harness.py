@@ -1,0 +1,198 @@
+"""What the end-to-end tests share: starting the host and an upstream, raw requests over a socket, installations."""
+import contextlib
+import hashlib
+import http.client
+import os
+import pathlib
+import shutil
+import socket
+import socketserver
+import subprocess
+import tempfile
+import threading
+import time
+
+SOURCE = pathlib.Path(__file__).resolve().parents[2]
+WINE = os.environ.get("QIV_E2E_WINE") == "1"
+BIN = pathlib.Path(os.environ.get("QIV_E2E_BIN", SOURCE / ("build/windows/bin" if WINE else "build/dev/bin")))
+SUFFIX = ".exe" if WINE else ""
+MODULE = "QivIpsIIs.dll" if WINE else "libQivIpsIIs.so"
+START_SECONDS = 120 if WINE else 30
+
+
+def native(path):
+    """The path as the programs under test read it."""
+    return "Z:" + str(path).replace("/", "\\") if WINE else str(path)
+
+
+def command(program, *arguments):
+    return (["wine"] if WINE else []) + [str(BIN / (program + SUFFIX)), *map(str, arguments)]
+
+
+def run(program, *arguments, check=True, **options):
+    result = subprocess.run(command(program, *arguments), capture_output=True, timeout=120, **options)
+    if check and result.returncode != 0:
+        raise AssertionError(f"{program} {arguments}: exit {result.returncode}\n{result.stderr.decode(errors='replace')}")
+    return result
+
+
+class Installation:
+    """A module directory of its own: a copy of the module file, config/ and debug/."""
+
+    def __init__(self, language=None, profile=None, configured=True):
+        self.directory = pathlib.Path(tempfile.mkdtemp(prefix="qiv-e2e-"))
+        shutil.copy(BIN / MODULE, self.directory / MODULE)
+        self.module = self.directory / MODULE
+        self.config_file = self.directory / "config" / "_config.db"
+        self.settings = self.directory / "settings.json"
+        self.log = self.directory / "debug" / "_log.log"
+        if configured:
+            options = (["--language", language] if language else []) + (["--profile", profile] if profile else [])
+            run("qivctl", "init", native(self.directory), *options, "--rules", native(SOURCE / "rules"))
+
+    def pack(self, settings=None):
+        run("qivctl", "pack", native(settings or self.settings), "-o", native(self.config_file))
+
+    def remove(self):
+        shutil.rmtree(self.directory, ignore_errors=True)
+
+
+class Host:
+    """A running qivhost; leaves with the `with` block."""
+
+    def __init__(self, installation, root=None, upstream=None, threads=32, extra=()):
+        source = ["--root", native(root)] if root else ["--upstream", f"http://127.0.0.1:{upstream}"]
+        self.process = subprocess.Popen(
+            command("qivhost", "--module", native(installation.module), "--listen", "127.0.0.1:0", *source, "--threads",
+                    threads, *extra), stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+        timer = threading.Timer(START_SECONDS, self.process.kill)
+        timer.start()
+        self.output = []
+        for line in self.process.stdout:
+            self.output.append(line.decode(errors="replace").strip())
+            if "listening on " in self.output[-1]:
+                break
+        timer.cancel()
+        if not self.output or "listening on " not in self.output[-1]:
+            raise AssertionError(f"the host did not start: {self.output}")
+        self.port = int(self.output[-1].rsplit(":", 1)[1])
+        threading.Thread(target=self._drain, daemon=True).start()
+
+    def _drain(self):
+        for line in self.process.stdout:
+            self.output.append(line.decode(errors="replace").strip())
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.stop()
+
+    def stop(self):
+        if self.process.poll() is None:
+            self.process.terminate()
+            try:
+                self.process.wait(30)
+            except subprocess.TimeoutExpired:
+                self.process.kill()
+                self.process.wait()
+                raise AssertionError("the host did not stop on SIGTERM")
+        return self.process.returncode
+
+    def get(self, target, headers=None):
+        return self.request("GET", target, headers=headers)
+
+    def request(self, method, target, body=None, headers=None):
+        connection = http.client.HTTPConnection("127.0.0.1", self.port, timeout=60)
+        try:
+            connection.request(method, target, body=body, headers=headers or {})
+            response = connection.getresponse()
+            return response.status, dict_of(response.getheaders()), response.read()
+        finally:
+            connection.close()
+
+    def raw(self, data):
+        """Sends bytes as they stand; the status code and the body of the first response."""
+        with socket.create_connection(("127.0.0.1", self.port), timeout=60) as connection:
+            connection.sendall(data)
+            response = http.client.HTTPResponse(connection)
+            response.begin()
+            return response.status, response.read()
+
+
+def dict_of(headers):
+    """Header values by lower-cased name; those of a repeated header in order."""
+    result = {}
+    for name, value in headers:
+        result.setdefault(name.lower(), []).append(value)
+    return result
+
+
+class Upstream(socketserver.ThreadingTCPServer):
+    """An application behind the proxy that answers every request with what it received of the body."""
+    allow_reuse_address = True
+    daemon_threads = True
+    request_queue_size = 128
+
+    def __init__(self):
+        super().__init__(("127.0.0.1", 0), _Application)
+        self.port = self.server_address[1]
+        self.requests = []
+        threading.Thread(target=self.serve_forever, daemon=True).start()
+
+    def __exit__(self, *arguments):
+        self.shutdown()
+        super().__exit__(*arguments)
+
+
+class _Application(socketserver.StreamRequestHandler):
+    def handle(self):
+        while True:
+            line = self.rfile.readline(65537)
+            if not line.strip():
+                return
+            headers = {}
+            while (header := self.rfile.readline(65537)).strip():
+                name, _, value = header.decode("latin-1").partition(":")
+                headers[name.strip().lower()] = value.strip()
+            digest, size = hashlib.sha256(), 0
+            for piece in self.body(headers):
+                digest.update(piece)
+                size += len(piece)
+            self.server.requests.append((line.decode("latin-1").strip(), headers, size, digest.hexdigest()))
+            answer = f"{size} {digest.hexdigest()}".encode()
+            self.wfile.write(b"HTTP/1.1 200 OK\r\nContent-Type: text/plain\r\nContent-Length: %d\r\n\r\n%s" %
+                             (len(answer), answer))
+
+    def body(self, headers):
+        if "chunked" in headers.get("transfer-encoding", "").lower():
+            while size := int(self.rfile.readline(1024).split(b";")[0], 16):
+                yield self.rfile.read(size)
+                self.rfile.readline()
+            while self.rfile.readline(65537).strip():
+                pass
+            return
+        left = int(headers.get("content-length", 0))
+        while left:
+            piece = self.rfile.read(min(left, 1 << 16))
+            if not piece:
+                return
+            left -= len(piece)
+            yield piece
+
+
+@contextlib.contextmanager
+def site():
+    """A folder with one page."""
+    with tempfile.TemporaryDirectory(prefix="qiv-site-") as folder:
+        (pathlib.Path(folder) / "index.html").write_text("<!DOCTYPE html><title>Site</title><p>Welcome</p>\n")
+        yield pathlib.Path(folder)
+
+
+def wait_until(condition, seconds, what):
+    deadline = time.monotonic() + seconds
+    while not (value := condition()):
+        if time.monotonic() > deadline:
+            raise AssertionError(f"not within {seconds} s: {what}")
+        time.sleep(0.05)
+    return value
