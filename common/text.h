@@ -67,14 +67,17 @@ bool HasTag(std::string_view text, std::string_view name);
 struct Parameter {
   std::string_view name;
   std::string_view value;
+  bool is_file_name = false;  ///< the value is the file name that an uploaded part states
 };
 
 /// The shared parameter splitter. A text is taken as
-///  - multipart when it begins with a "--boundary" line followed by part headers: each part is a parameter (its
-///    Content-Disposition name, its content),
-///  - one value when its first non-blank byte is "{" or "[" (JSON),
-///  - else split at "&": name before the first "=", value after it; a piece without "=" has an empty name.
-/// At most one result per input byte; linear.
+///  - multipart when a line "--boundary" is followed by a part header ("Content-..."): each part is a parameter (its
+///    Content-Disposition name, its content), after its file name, if it states one, as a parameter called "filename".
+///    Text before the first and after the last boundary, and part headers that hold "&", are split like a form as
+///    well, so that a form dressed up as multipart hides nothing;
+///  - one value when its first non-blank byte is "{" or "[" (JSON);
+///  - else a form, split at "&": name before the first "=", value after it; a piece without "=" has an empty name.
+/// Empty pieces are left out. At most one result per input byte; linear.
 std::vector<Parameter> SplitParameters(std::string_view text);
 
 }  // namespace qiv
