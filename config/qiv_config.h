@@ -6,8 +6,11 @@
 #include <memory>
 #include <string>
 
+#include "common/published.h"
+#include "config/config_parser.h"
 #include "config/website_config.h"
 #include "engines/injection_library.h"
+#include "port/clock.h"
 #include "port/critical_section.h"
 
 namespace qiv {
@@ -25,27 +28,48 @@ struct ConfigPaths {
   std::string log_directory;     ///< debug/
 };
 
-/// Thread safe. Lock order: config_file_lock_ before config_swap_lock_; no other nesting.
+/// What other parts of the module do inside the tick. Called by one thread at a time, with no lock held.
+class ITickClient {
+ public:
+  virtual ~ITickClient() = default;
+
+  /// Only while sys_is_qiv is on: reload libraries and lists that changed, read the lists of the firewall service,
+  /// flush queues. True when a library was reloaded.
+  virtual bool OnServiceTick(std::int64_t now) = 0;
+
+  /// After the configuration or a library was reloaded: forget what is held for each client.
+  virtual void OnReloaded(std::int64_t now) = 0;
+};
+
+/// Thread safe. Lock order: config_file_lock_ before config_swap_lock_; no other nesting. Readers of the records take
+/// no lock; a reload never touches a record that somebody may be reading.
 class CQivConfig {
  public:
+  using Clock = std::int64_t (*)();  ///< seconds since 1970
+
   /// Looks at no file; every switch 0, default records.
-  explicit CQivConfig(std::string module_directory);
+  explicit CQivConfig(std::string module_directory, Clock clock = &UnixSeconds);
   ~CQivConfig();
   CQivConfig(const CQivConfig&) = delete;
   CQivConfig& operator=(const CQivConfig&) = delete;
 
   const ConfigPaths& Paths() const { return paths_; }
 
-  /// The refresh tick: at most once every 2 seconds re-reads what changed on disk. Cheap otherwise.
+  /// The refresh tick: at most once every 2 seconds re-reads what changed on disk. Cheap otherwise, and while another
+  /// thread is still at it.
   void RefreshTick();
 
-  bool IsConfigValid() const;     ///< the configuration-valid switch
-  bool IsIpv6Protected() const;   ///< the IPv6-protection switch
-  bool IsLibraryEnabled() const;  ///< sys_is_qiv
+  /// To be called before the first tick; the client must outlive this object's last tick.
+  void SetTickClient(ITickClient* client) { tick_client_ = client; }
+
+  bool IsConfigValid() const;                                      ///< the configuration-valid switch
+  bool IsIpv6Protected() const;                                    ///< the IPv6-protection switch
+  bool IsLibraryEnabled() const;                                   ///< sys_is_qiv
+  ConfigStatus LastStatus() const { return last_status_.load(); }  ///< of the last load; kUnreadable before the first
 
   /// The records in force. Never null. The caller keeps them to the end of its request; no lock is taken.
-  std::shared_ptr<const WebsiteConfig> Current() const { return current_.load(); }
-  std::shared_ptr<const InjectionLibrary> Library() const { return library_.load(); }
+  std::shared_ptr<const WebsiteConfig> Current() const { return current_.Load(); }
+  std::shared_ptr<const InjectionLibrary> Library() const { return library_.Load(); }
 
   /// The identifier the server gave this module; null before registration.
   void* ModuleId() const { return module_id_.load(); }
@@ -53,13 +77,20 @@ class CQivConfig {
 
  private:
   bool ClaimCheck(std::int64_t now);
+  void Refresh(std::int64_t now);
   bool ReloadConfig();
+  ConfigStatus SwapConfig();
+  void SetSwitches(bool valid);
   bool ReloadInjectionLibrary();
 
   const ConfigPaths paths_;
+  const Clock clock_;
+  ITickClient* tick_client_ = nullptr;
   std::atomic<void*> module_id_{nullptr};
-  std::atomic<std::shared_ptr<const WebsiteConfig>> current_;
-  std::atomic<std::shared_ptr<const InjectionLibrary>> library_;
+  std::atomic<bool> refreshing_{false};  ///< a thread is inside Refresh
+  std::atomic<ConfigStatus> last_status_{ConfigStatus::kUnreadable};
+  CPublished<WebsiteConfig> current_;
+  CPublished<InjectionLibrary> library_;
 
   mutable CCriticalSection config_check_lock_;
   std::int64_t last_check_ QIV_GUARDED_BY(config_check_lock_) = 0;  ///< seconds; 0: never
@@ -68,6 +99,8 @@ class CQivConfig {
   std::uint64_t config_file_time_ QIV_GUARDED_BY(config_file_lock_) = 0;
 
   mutable CCriticalSection config_swap_lock_;
+  /// The record that a load fills. It becomes current_ when the load succeeds; the record before it goes with its last
+  /// reader.
   std::shared_ptr<WebsiteConfig> spare_ QIV_GUARDED_BY(config_swap_lock_);
 
   mutable CCriticalSection config_valid_lock_;

@@ -1,7 +1,6 @@
 // The website configuration record: every key of the seven sections, and what a load prepares from them.
 #pragma once
 
-#include <array>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -13,13 +12,20 @@
 
 namespace qiv {
 
+// What a row of the key table becomes; how its value is written and held: KeyType in config_keys.h. Lists and texts are
+// in GBK.
 #define QIV_NUMBER(member, key, meaning) std::int32_t member = 0;
+#define QIV_DIGITS(member, key, meaning) std::uint32_t member = 0;
+#define QIV_CHOICE(member, key, meaning) std::int32_t member = 0;
 #define QIV_FLAG(member, key, meaning) bool member = false;
 #define QIV_TEXT(member, key, meaning) std::string member;
 #define QIV_LIST(member, key, meaning) std::string member;
-#define QIV_DIGITS(member, key, meaning) std::uint32_t member = 0;
+#define QIV_NAMES(member, key, meaning) std::string member;
+#define QIV_EXTENSIONS(member, key, meaning) std::string member;
+#define QIV_RULES(member, key, meaning) std::string member;
 
-// One struct a section; members are named like their keys ("static" is static_).
+// One struct a section; members are named like their keys ("static" is static_). Lock times are in seconds, periods are
+// never 0, and whatever a feature cannot work without is 0 together with it (see config_parser.cpp).
 struct BaseSettings {
 #include "config/keys_base.def"
 };
@@ -40,22 +46,32 @@ struct ListSettings {
 };
 
 #undef QIV_NUMBER
+#undef QIV_DIGITS
+#undef QIV_CHOICE
 #undef QIV_FLAG
 #undef QIV_TEXT
 #undef QIV_LIST
-#undef QIV_DIGITS
+#undef QIV_NAMES
+#undef QIV_EXTENSIONS
+#undef QIV_RULES
 
-/// What block pages need, derived from the response section and the language.
+/// Values of AttackSettings::cc_verify_type.
+enum VerifyType : std::int32_t { kVerifyJump = 1, kVerifyClick, kVerifySlide, kVerifySelect, kVerifyCookie };
+
+/// Values of RequestSettings::csrf_mode.
+enum SameSiteMode : std::int32_t { kSameSiteOff = 0, kSameSiteLax = 1, kSameSiteStrict = 2 };
+
+/// What block pages need, derived from the response section.
 struct PageSettings {
   enum Type { kShort = 1, kDetailed = 2, kRedirect = 3, kCustom = 4 };
 
   int status = 403;  ///< 200, 302, 403, 404 or 500
   int type = kShort;
-  std::string redirect_url;      ///< empty: none
+  std::string redirect_url;      ///< empty: none. Holds no control bytes
   std::string content;           ///< custom content, UTF-8; empty unless type is kCustom
   bool complete_page = false;    ///< `content` is a whole HTML page
   bool plain_title = false;      ///< `content` does not serve as a title
-  bool content_charset = false;  ///< the content's charset is neither gbk nor gb2312
+  bool content_charset = false;  ///< the charset that `content` names is neither gbk nor gb2312 (or it names none)
 };
 
 /// One website's configuration. Built by a load, then never written again; requests hold counted references.
@@ -69,7 +85,7 @@ struct WebsiteConfig {
   std::string trojan_usertrojan;
   std::string sys_trust_ip;
   std::string sys_log_ex;
-  std::string system_common_areas;  ///< JSON text of the part
+  std::string system_common_areas;  ///< text of the part
 
   BaseSettings base;
   RequestSettings request;

@@ -13,15 +13,13 @@ namespace qiv {
 struct InjectionSettings {
 #define QIV_NUMBER(member, key, meaning) std::int32_t member = 0;
 #define QIV_FLAG(member, key, meaning) bool member = false;
-#define QIV_TEXT(member, key, meaning) std::string member;
 #define QIV_LIST(member, key, meaning) std::string member;
-#define QIV_DIGITS(member, key, meaning) std::uint32_t member = 0;
+#define QIV_RULES(member, key, meaning) std::string member;
 #include "engines/injection_keys.def"
 #undef QIV_NUMBER
 #undef QIV_FLAG
-#undef QIV_TEXT
 #undef QIV_LIST
-#undef QIV_DIGITS
+#undef QIV_RULES
 
   /// Language of labels and type names; not a key of this section.
   Language language = Language::kEnglish;

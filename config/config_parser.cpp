@@ -1,0 +1,301 @@
+#include "config/config_parser.h"
+
+#include <algorithm>
+#include <limits>
+#include <memory>
+#include <new>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "common/aes.h"
+#include "common/char_set.h"
+#include "common/json.h"
+#include "common/text.h"
+#include "config/page_settings.h"
+#include "config/value_lists.h"
+#include "engines/rule_text.h"
+#include "port/file.h"
+
+namespace qiv {
+namespace {
+
+constexpr std::string_view kIpListPart = "qivips_websiteiplibpart";
+constexpr std::string_view kSettingsPart = "qivips_websiteconfigpart";
+constexpr std::int32_t kDefaultPeriod = 60;  // seconds
+constexpr std::string_view kEmptyReferer = "|{$empty}|";
+
+/// The values of one JSON part. A part without a JSON object reads as an empty one.
+class CSection {
+ public:
+  explicit CSection(std::string_view part) {
+    const std::string_view json = JsonOfPart(part);
+    std::unique_ptr<IJsonValue> value;
+    // A service that writes in the local code page is understood too.
+    value = CCharSet::IsValidUtf8(json) ? ParseJson(json) : ParseJson(CCharSet::LocalToUtf8(json));
+    if (value != nullptr && value->AsObject() != nullptr) value_ = std::move(value);
+  }
+
+  bool Empty() const { return value_ == nullptr || value_->AsObject()->Size() == 0; }
+
+  std::string Utf8(std::string_view key) const {
+    return value_ == nullptr ? std::string() : value_->AsObject()->GetText(key);
+  }
+  std::string Text(std::string_view key) const {
+    std::string text = Utf8(key);
+    return CCharSet::IsAscii(text) ? text : CCharSet::Utf8ToLocal(text);
+  }
+
+ private:
+  std::unique_ptr<IJsonValue> value_;
+};
+
+// Reading is by type alone; what single keys need beyond that follows below.
+#define QIV_NUMBER(member, key, meaning) out->member = ToNumber(section.Text(key));
+#define QIV_DIGITS(member, key, meaning) out->member = DigitsToNumber(section.Text(key));
+#define QIV_FLAG(member, key, meaning) out->member = section.Text(key) == "1";
+#define QIV_TEXT(member, key, meaning) out->member = section.Text(key);
+#define QIV_LIST(member, key, meaning) out->member = section.Text(key);
+#define QIV_RULES(member, key, meaning) out->member = section.Text(key);
+#define QIV_NAMES(member, key, meaning) out->member = WrapNames(section.Text(key));
+#define QIV_EXTENSIONS(member, key, meaning) out->member = WrapExtensions(section.Text(key));
+#define QIV_CHOICE(member, key, meaning) out->member = ReadChoice(key, section.Text(key));
+
+std::int32_t ReadChoice(std::string_view key, std::string_view text);
+
+void ReadKeys(const CSection& section, BaseSettings* out) {
+#include "config/keys_base.def"
+}
+void ReadKeys(const CSection& section, RequestSettings* out) {
+#include "config/keys_request.def"
+}
+void ReadKeys(const CSection& section, ProtectSettings* out) {
+#include "config/keys_protect.def"
+}
+void ReadKeys(const CSection& section, InjectionSettings* out) {
+#include "engines/injection_keys.def"
+}
+void ReadKeys(const CSection& section, AttackSettings* out) {
+#include "config/keys_attack.def"
+}
+void ReadKeys(const CSection& section, ResponseSettings* out) {
+#include "config/keys_response.def"
+}
+void ReadKeys(const CSection& section, ListSettings* out){
+#include "config/keys_lists.def"
+}
+
+#undef QIV_NUMBER
+#undef QIV_DIGITS
+#undef QIV_FLAG
+#undef QIV_TEXT
+#undef QIV_LIST
+#undef QIV_RULES
+#undef QIV_NAMES
+#undef QIV_EXTENSIONS
+#undef QIV_CHOICE
+
+std::int32_t ReadChoice(std::string_view key, std::string_view text) {
+  const std::string value = CCharSet::LowerAscii(Trim(text));
+  if (key == "cc_verify_type") {
+    constexpr std::string_view kKinds[] = {"jump", "click", "slide", "select", "cookie"};
+    const auto* const kind = std::find(std::begin(kKinds), std::end(kKinds), value);
+    return kind == std::end(kKinds) ? kVerifyJump : static_cast<std::int32_t>(kind - kKinds) + kVerifyJump;
+  }
+  // csrf_mode.
+  if (value.empty() || value == "0") return kSameSiteOff;
+  return value == "2" || value == "strict" ? kSameSiteStrict : kSameSiteLax;
+}
+
+/// Minutes to seconds, kept within the type; nothing below 0.
+std::int32_t MinutesToSeconds(std::int32_t minutes) {
+  return std::clamp(minutes, 0, std::numeric_limits<std::int32_t>::max() / 60) * 60;
+}
+
+std::int32_t PeriodOrDefault(std::int32_t seconds) { return seconds > 0 ? seconds : kDefaultPeriod; }
+
+void FinishBase(std::string_view extend_functions, BaseSettings* base) {
+  if (extend_functions.find(",website_js,") != std::string_view::npos) return;
+  base->js = 0;
+  base->js_urls.clear();
+  base->js_out_freeurls.clear();
+  base->js_out_codes.clear();
+}
+
+void FinishRequest(RequestSettings* request) {
+  request->types = LowerMethods(request->types);
+  request->xframe_type = UpperAscii(Trim(request->xframe_type));
+  if (request->xframe_type == "ALLOWFROM") request->xframe_type = "ALLOW-FROM";
+  request->xframe_allowfrom = WithoutControls(Trim(request->xframe_allowfrom));
+}
+
+void FinishProtect(ProtectSettings* protect) {
+  if (protect->link_empty_refer != 0) protect->link_white_referers += kEmptyReferer;
+}
+
+void FinishAttack(AttackSettings* attack) {
+  attack->cc_lock_freq = std::max(attack->cc_lock_freq, 0);
+  attack->cc_lock_freq_sec = PeriodOrDefault(attack->cc_lock_freq_sec);
+  attack->cc_lock_time = MinutesToSeconds(attack->cc_lock_time);
+  attack->e404_lock_freq_sec = PeriodOrDefault(attack->e404_lock_freq_sec);
+  attack->e404_lock_time = MinutesToSeconds(attack->e404_lock_time);
+}
+
+void FinishResponse(ResponseSettings* response) {
+  response->lock_freq = std::max(response->lock_freq, 0);
+  // Without a limit the other keys of smart blocking are not looked at.
+  response->lock_time = response->lock_freq == 0 ? 0 : MinutesToSeconds(response->lock_time);
+  response->lock_freq_sec = response->lock_freq == 0 ? kDefaultPeriod : PeriodOrDefault(response->lock_freq_sec);
+  response->lock = response->lock && response->lock_freq != 0 && response->lock_time != 0;
+}
+
+bool NeedsPostBody(const WebsiteConfig& config) {
+  const BaseSettings& base = config.base;
+  const RequestSettings& request = config.request;
+  return base.trojan_post || base.upload || base.upload_file || base.upload_exe ||
+         (base.badcode != 0 && base.badcode_post) || request.ill_block_post || request.ill_replace_post ||
+         request.ill_record_post || (request.photo != 0 && request.photo_post) || config.sql.post;
+}
+
+std::string TaggedText(std::string_view text, std::string_view tag) {
+  return CCharSet::ToLocal(std::string(TaggedPart(text, tag)));
+}
+
+void ReadSwitches(std::string_view settings, WebsiteConfig* config) {
+  config->language = Trim(TaggedPart(settings, "language")) == "zh-CN" ? Language::kChinese : Language::kEnglish;
+  config->library_enabled = TaggedPart(settings, "sys_is_qiv") == "1";
+  config->ipv6_protection = TaggedPart(settings, "enable_ipv6prot") == "1";
+  config->extend_functions = WrapNames(TaggedPart(settings, "extend_functions"));
+
+  const std::string_view other = TaggedPart(settings, "website_other");
+  const std::string_view minutes = TaggedPart(other, "sys_temp_time");
+  const bool is_zero = !minutes.empty() && minutes.find_first_not_of('0') == std::string_view::npos;
+  if (const std::uint32_t value = DigitsToNumber(minutes); value != 0 || is_zero) config->sys_temp_time = value;
+  config->trojan_freecode = TaggedText(other, "trojan_freecode");
+  config->trojan_usertrojan = TaggedText(other, "trojan_usertrojan");
+  config->sys_trust_ip = TaggedText(other, "sys_trust_ip");
+  config->sys_log_ex = TaggedText(other, "sys_log_ex");
+}
+
+/// False when no part holds a member.
+bool ReadSections(std::string_view settings, WebsiteConfig* config) {
+  const CSection base(TaggedPart(settings, "website_base"));
+  const CSection request(TaggedPart(settings, "website_request"));
+  const CSection protect(TaggedPart(settings, "website_protect"));
+  const CSection sql(TaggedPart(settings, "website_sql"));
+  const CSection attack(TaggedPart(settings, "website_attack"));
+  const CSection response(TaggedPart(settings, "website_response"));
+  const CSection lists(TaggedPart(settings, "website_lists"));
+  if (base.Empty() && request.Empty() && protect.Empty() && sql.Empty() && attack.Empty() && response.Empty() &&
+      lists.Empty()) {
+    return false;
+  }
+  config->system_common_areas = TaggedText(settings, "system_common_areas");
+
+  ReadKeys(base, &config->base);
+  FinishBase(config->extend_functions, &config->base);
+  ReadKeys(request, &config->request);
+  FinishRequest(&config->request);
+  ReadKeys(protect, &config->protect);
+  FinishProtect(&config->protect);
+  ReadKeys(sql, &config->sql);
+  config->sql.language = config->language;
+  ReadKeys(attack, &config->attack);
+  FinishAttack(&config->attack);
+  ReadKeys(response, &config->response);
+  config->response.ret_content = response.Utf8("ret_content");  // goes out in UTF-8
+  FinishResponse(&config->response);
+  ReadKeys(lists, &config->lists);
+  return true;
+}
+
+void Prepare(WebsiteConfig* config) {
+  // The site's keyword lists have no separator setting; words are divided by the standard one.
+  const char separator = RuleWordSeparator("");
+  config->get_rules = CKeywordRules(ParseRules(config->sql.get_keys, separator));
+  config->post_rules = CKeywordRules(ParseRules(config->sql.post_keys, separator));
+  config->header_rules = CKeywordRules(ParseRules(config->sql.header_keys, separator));
+  config->injection_exemptions = CUrlExemptions(config->sql.allow_urls);
+  config->page = MakePageSettings(config->response);
+  config->need_post_body = NeedsPostBody(*config);
+}
+
+}  // namespace
+
+std::string_view ConfigStatusText(ConfigStatus status) {
+  switch (status) {
+    case ConfigStatus::kLoaded:
+      return "loaded";
+    case ConfigStatus::kUnreadable:
+      return "the file is missing or cannot be read";
+    case ConfigStatus::kTooShort:
+      return "the file is shorter than 3 bytes";
+    case ConfigStatus::kTooLong:
+      return "the file is longer than 100 MiB";
+    case ConfigStatus::kNoSettingsPart:
+      return "the file holds no <qivips_websiteconfigpart>";
+    case ConfigStatus::kNoBasePart:
+      return "the settings hold no <website_base>: enciphered with another key, or damaged";
+    case ConfigStatus::kNotOnServers:
+      return "website_on_servers is not \"1\": the website is not protected";
+    case ConfigStatus::kNoSections:
+      return "none of the seven sections holds a key";
+    case ConfigStatus::kOutOfMemory:
+      return "out of memory";
+  }
+  return "unknown status";
+}
+
+ConfigParts SplitConfigText(std::string_view file_text) {
+  ConfigParts parts;
+  parts.ip_lists = TaggedPart(file_text, kIpListPart);
+  parts.has_settings = HasTag(file_text, kSettingsPart);
+  parts.settings = decrypt_text("", Trim(TaggedPart(file_text, kSettingsPart)));
+  return parts;
+}
+
+std::string_view JsonOfPart(std::string_view part) {
+  const std::size_t first = part.find('{');
+  const std::size_t last = part.rfind('}');
+  if (first == std::string_view::npos || last == std::string_view::npos || last < first) return {};
+  return part.substr(first, last - first + 1);
+}
+
+ConfigStatus ParseConfigParts(std::string_view ip_lists, std::string_view settings, WebsiteConfig* config) {
+  if (!HasTag(settings, "website_base")) return ConfigStatus::kNoBasePart;
+  if (TaggedPart(TaggedPart(settings, "website_base"), "website_on_servers") != "1") {
+    return ConfigStatus::kNotOnServers;
+  }
+  ReadSwitches(settings, config);
+  if (!ReadSections(settings, config)) return ConfigStatus::kNoSections;
+  (void)ip_lists;
+  Prepare(config);
+  return ConfigStatus::kLoaded;
+}
+
+ConfigStatus ParseConfigText(std::string_view file_text, WebsiteConfig* config) {
+  if (file_text.size() < kConfigMinBytes) return ConfigStatus::kTooShort;
+  if (file_text.size() > kConfigMaxBytes) return ConfigStatus::kTooLong;
+  const ConfigParts parts = SplitConfigText(file_text);
+  if (!parts.has_settings) return ConfigStatus::kNoSettingsPart;
+  return ParseConfigParts(parts.ip_lists, parts.settings, config);
+}
+
+ConfigStatus LoadConfigFile(const std::string& path, WebsiteConfig* config) {
+  try {
+    std::string text;
+    switch (ReadWholeFile(path, kConfigMaxBytes, &text)) {
+      case ReadFileResult::kUnreadable:
+        return ConfigStatus::kUnreadable;
+      case ReadFileResult::kTooLarge:
+        return ConfigStatus::kTooLong;
+      case ReadFileResult::kOk:
+        break;
+    }
+    return ParseConfigText(text, config);
+  } catch (const std::bad_alloc&) {
+    return ConfigStatus::kOutOfMemory;
+  }
+}
+
+}  // namespace qiv

@@ -1,0 +1,28 @@
+// How list values are brought into the form in which the record holds them. Texts in GBK. Thread safe.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace qiv {
+
+/// Items separated by ",", trimmed, empty ones dropped, wrapped: " asp, php" is ",asp,php,"; no item is "".
+std::string WrapNames(std::string_view text);
+
+/// The same for file name extensions, which are lower-cased and may be separated by "|" too.
+std::string WrapExtensions(std::string_view text);
+
+/// A wrapped list of methods in lower case; the markers "|RPC|" and "|OTHER|" in upper case.
+std::string LowerMethods(std::string_view wrapped);
+
+/// Items separated by "|", empty ones dropped.
+std::vector<std::string> BarItems(std::string_view text);
+
+/// "a"-"z" to "A"-"Z". For ASCII words only.
+std::string UpperAscii(std::string_view text);
+
+/// Without the bytes below 0x20 and 0x7F, so that the text can stand in a header.
+std::string WithoutControls(std::string_view text);
+
+}  // namespace qiv
