@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "checks/shared_text.h"
@@ -21,8 +22,8 @@ class InjectionLibrary;
 enum Phase : std::int32_t { kPhaseBegin = 1, kPhasePostExecute = 3, kPhaseSendResponse = 4 };
 
 struct HeaderEntry {
-  std::int32_t number;  ///< the server's request-header number, 0-40
-  std::string name;     ///< empty for a number out of range
+  std::int32_t number;    ///< the server's request-header number, 0-40
+  std::string_view name;  ///< static storage; empty for a number out of range
   std::string value;
 };
 
@@ -39,10 +40,12 @@ struct RequestFacts {
   std::string full_raw_url;  ///< site_url + "?" + the query as sent
   CSharedText body;          ///< decoded, normalised, lower-cased
   CSharedText keyed_body;    ///< as read, kept only when it holds "secretrkey"
+  /// As read, whole and undecoded: a view into the request's memory, valid as long as the request.
+  std::string_view raw_body;
   std::string method;
   std::string cookie;
   bool proxy_seen = false;
-  std::string all_headers;  ///< values of the known headers, joined in number order
+  std::string all_headers;  ///< values of the known headers, joined in number order with nothing between them
   std::vector<HeaderEntry> headers;
   std::uint32_t header_bytes = 0;
   std::string forwarded_for;  ///< X-Forwarded-For after cleaning
@@ -56,13 +59,16 @@ struct RequestFacts {
   std::string forwarded_ip;
   std::string forwarded_ip_copy;
   std::uint32_t forwarded_ipv4 = 0;
+  std::array<std::uint8_t, 16> forwarded_ipv6{};  ///< when the forwarded address is IPv6, network byte order
   bool multipart = false;
   std::string user_agent;
-  std::uint32_t content_length = 0;
+  std::uint32_t content_length = 0;  ///< 0xFFFFFFFF for anything above
   std::string referer;
   std::uint32_t site_id = 0;
-  bool page_detail = false;   ///< 1 after collection; lists clear it
-  std::string prepared_page;  ///< a whole page that a check prepared; sent instead of the block page
+  bool page_detail = false;  ///< 1 after collection; lists clear it
+  /// A whole page that a check prepared, sent instead of the block page; "{{charset}}" is the one placeholder that is
+  /// still substituted in it.
+  std::string prepared_page;
   bool gbk_page = false;
   bool custom_page = false;  ///< set when a complete custom page was used
   bool statistics = true;    ///< whether this request's later blocks are counted in statistics; lists clear it

@@ -1,0 +1,19 @@
+#include "checks/check_table.h"
+
+#include "checks/injection_check.h"
+
+namespace qiv {
+namespace {
+
+// The order is part of the protection. Cheap tests of addresses and shapes come first, so that an attack in bulk costs
+// little; tests of who may come here at all come before tests of what the request says; injection comes last because it
+// reads every byte of query, body and headers.
+constexpr CheckRow kRows[] = {
+    {"injection", Stage::kRequest, InjectionCheck},
+};
+
+}  // namespace
+
+std::span<const CheckRow> CheckTable() { return kRows; }
+
+}  // namespace qiv
