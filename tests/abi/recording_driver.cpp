@@ -129,7 +129,8 @@ void DriveGlobalModule() {
 
 extern "C" const char* DriveEveryCall(RegisterModuleFunction register_module, CallObjectsFunction call_objects) {
   auto* server = Pointer<IHttpServer*>(7777);
-  if (register_module(10, &registration, server) != proof::IdentityAs<HRESULT>("RegisterModule")) return "RegisterModule";
+  if (register_module(10, &registration, server) != proof::IdentityAs<HRESULT>("RegisterModule"))
+    return "RegisterModule";
   proof::Record(host_transcript, "RegisterModule", 10, &registration, server);
   if (registration.factory == nullptr || registration.global_module == nullptr) return "SetRequestNotifications";
   QIV_DRIVE(registration.factory, IHttpModuleFactory, GetHttpModule, &http_module, &allocator);
