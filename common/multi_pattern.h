@@ -14,9 +14,12 @@
 // Tested by tests/common/multi_pattern_test.cpp against repeated plain searches.
 #pragma once
 
+#include <algorithm>
 #include <array>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -119,23 +122,20 @@ void CMultiPattern::Find(std::string_view text, OnOccurrence&& on_occurrence) co
 
 template <typename OnStart>
 void CMultiPattern::FindByStart(std::string_view text, OnStart&& on_start) const {
-  // A ring of the last `longest_` positions, each with room for all patterns that can occur at one position. What
-  // starts at s is complete once an occurrence ends beyond s + longest_.
+  // A ring of the last `window` positions, each with room for all patterns that can occur at one position. What starts
+  // at s is complete once an occurrence ends beyond s + window. It is prepared when the first occurrence comes.
   constexpr std::size_t kInline = 512;
   std::uint32_t inline_room[kInline];
-  std::vector<std::uint32_t> large_room;
+  std::unique_ptr<std::uint32_t[]> large_room;
+  const std::size_t window = std::min(longest_, text.size());
+  const std::size_t slots = std::bit_ceil(window);
   const std::size_t slot_size = most_at_start_ + 1;  // the count, then the patterns
-  std::uint32_t* ring = inline_room;
-  if (longest_ * slot_size > kInline) {
-    large_room.resize(longest_ * slot_size);
-    ring = large_room.data();
-  }
-  bool cleared = false;  // the ring is prepared when the first occurrence comes
+  std::uint32_t* ring = nullptr;
   bool stopped = false;
   std::size_t first = 0;  // positions before it are done with
   const auto flush = [&](std::size_t end) {
     for (; first < end && !stopped; ++first) {
-      std::uint32_t* const slot = ring + (first % longest_) * slot_size;
+      std::uint32_t* const slot = ring + (first & (slots - 1)) * slot_size;
       if (slot[0] == 0) continue;
       stopped = !on_start(first, slot + 1, slot[0]);
       slot[0] = 0;
@@ -144,24 +144,27 @@ void CMultiPattern::FindByStart(std::string_view text, OnStart&& on_start) const
   std::size_t last_end = 0;
   Find(text, [&](std::uint32_t pattern, std::size_t start) {
     const std::size_t end = start + lengths_[pattern];
-    if (!cleared) {
-      for (std::size_t s = 0; s < longest_; ++s) ring[s * slot_size] = 0;
-      cleared = true;
-      first = end > longest_ ? end - longest_ : 0;
+    if (ring == nullptr) {
+      ring = inline_room;
+      if (slots * slot_size > kInline) {
+        large_room = std::make_unique_for_overwrite<std::uint32_t[]>(slots * slot_size);
+        ring = large_room.get();
+      }
+      for (std::size_t s = 0; s < slots; ++s) ring[s * slot_size] = 0;
     }
-    if (end > last_end + longest_) {  // everything held back is complete, and what lies between is empty
+    if (end > last_end + window) {  // everything held back is complete, and what lies between is empty
       flush(last_end);
-      first = end - longest_;
-    } else if (end > longest_) {
-      flush(end - longest_);
+      first = end - window;
+    } else if (end > window) {
+      flush(end - window);
     }
     last_end = end;
     if (stopped) return false;
-    std::uint32_t* const slot = ring + (start % longest_) * slot_size;
+    std::uint32_t* const slot = ring + (start & (slots - 1)) * slot_size;
     slot[1 + slot[0]++] = pattern;
     return true;
   });
-  if (cleared) flush(last_end);
+  if (ring != nullptr) flush(last_end);
 }
 
 }  // namespace qiv

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <string_view>
 #include <vector>
 
@@ -11,6 +12,7 @@
 namespace qiv {
 
 /// Three rule lists in library order, with the automata that find them. Immutable once built; replaced whole on reload.
+/// The detectors look at the first word of each rule; of rules with the same first word only the first one counts.
 class InjectionLibrary {
  public:
   InjectionLibrary() = default;
@@ -18,7 +20,8 @@ class InjectionLibrary {
                    std::vector<InjectionRule> events);
 
   /// Builds the library from the deciphered text of the built-in library file and of the user-defined one (either may
-  /// be empty): tags <sql_rules>, <sql_keys>, <xss_events>, <separator>. User-defined entries follow the built-in ones.
+  /// be empty): tags <sql_rules>, <sql_keys>, <xss_events>, each a rule list, and <separator>, which divides the words
+  /// of that file's lists. User-defined entries follow the built-in ones.
   static InjectionLibrary FromText(std::string_view builtin_text, std::string_view user_text);
 
   const std::vector<InjectionRule>& Rules() const { return rules_; }    ///< rule words
@@ -27,7 +30,8 @@ class InjectionLibrary {
 
   /// Index of the first rule whose first word equals `word`, or -1.
   std::ptrdiff_t FindRule(std::string_view word) const;
-  /// Patterns are numbered like Keys() / Events(); an entry without words is an empty pattern.
+  /// Patterns are numbered like Keys() / Events(); an entry without a word, and one whose word an earlier entry has,
+  /// never occurs.
   const CMultiPattern& KeyPatterns() const { return key_patterns_; }
   const CMultiPattern& EventPatterns() const { return event_patterns_; }
 
@@ -35,7 +39,7 @@ class InjectionLibrary {
   std::vector<InjectionRule> rules_;
   std::vector<InjectionRule> keys_;
   std::vector<InjectionRule> events_;
-  std::vector<std::pair<std::string_view, std::size_t>> rule_index_;  // sorted by word
+  std::vector<std::uint32_t> rule_index_;  // the rules that have a word, sorted by it
   CMultiPattern key_patterns_;
   CMultiPattern event_patterns_;
 };

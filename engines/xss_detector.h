@@ -1,6 +1,7 @@
 // The XSS detector: event attributes with a script-like value, bare script tags, "javascript:" URLs in tag attributes.
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 
@@ -17,10 +18,12 @@ class XssDetector {
   static std::string_view Check(std::string* text, const InjectionSettings& settings, const InjectionLibrary& library,
                                 std::string* fragment, bool per_parameter);
 
-  // The three checks; each returns the matched fragment, empty when there is none.
-  static std::string_view EventCheck(std::string_view text, const InjectionLibrary& library);
-  static std::string_view ScriptTagCheck(std::string_view text);
-  static std::string_view JavascriptUrlCheck(std::string_view text);
+  // The three checks; each returns the matched fragment, empty when there is none. `work`, when given, is increased by
+  // the bytes looked at beside the search for the names (a test compares it with the length of the text).
+  static std::string_view EventCheck(std::string_view text, const InjectionLibrary& library,
+                                     std::size_t* work = nullptr);
+  static std::string_view ScriptTagCheck(std::string_view text, std::size_t* work = nullptr);
+  static std::string_view JavascriptUrlCheck(std::string_view text, std::size_t* work = nullptr);
 };
 
 }  // namespace qiv
