@@ -39,4 +39,24 @@ bool MakeDirectory(const std::string& path);
 /// Renames, replacing `to`. False when it failed.
 bool RenameFile(const std::string& from, const std::string& to);
 
+/// Removes a file; its name is free at once, even while another process has it open (Windows: if it shares deletion).
+/// False when it failed.
+bool RemoveFile(const std::string& path);
+
+/// A lock among processes and threads that goes with its holder, however that ends. It stands on a file of its own,
+/// created when missing and possibly left behind empty. Never waits: ask Held() whether it was free.
+class CFileLock {
+ public:
+  explicit CFileLock(const std::string& path);
+  ~CFileLock();
+  CFileLock(const CFileLock&) = delete;
+  CFileLock& operator=(const CFileLock&) = delete;
+
+  bool Held() const { return handle_ != kNone; }
+
+ private:
+  static constexpr std::intptr_t kNone = -1;
+  std::intptr_t handle_;  // a file descriptor or a HANDLE
+};
+
 }  // namespace qiv

@@ -3,6 +3,7 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <stdio.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -128,5 +129,17 @@ bool MakeDirectory(const std::string& path) {
 }
 
 bool RenameFile(const std::string& from, const std::string& to) { return ::rename(from.c_str(), to.c_str()) == 0; }
+
+bool RemoveFile(const std::string& path) { return ::unlink(path.c_str()) == 0; }
+
+CFileLock::CFileLock(const std::string& path) : handle_(OpenRetrying(path, O_RDWR | O_CREAT, 0644)) {
+  if (handle_ == kNone || ::flock(static_cast<int>(handle_), LOCK_EX | LOCK_NB) == 0) return;
+  ::close(static_cast<int>(handle_));
+  handle_ = kNone;
+}
+
+CFileLock::~CFileLock() {
+  if (handle_ != kNone) ::close(static_cast<int>(handle_));
+}
 
 }  // namespace qiv

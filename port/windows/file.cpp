@@ -6,6 +6,8 @@
 
 #include "port/windows/wide_path.h"
 
+#undef ReplaceFile  // a macro of windows.h
+
 namespace qiv {
 namespace {
 
@@ -30,8 +32,17 @@ class CHandle {
   HANDLE handle_;
 };
 
+// A scanner or indexer may hold a file for a moment without sharing it; such a refusal passes.
+constexpr int kAttempts = 5;
+constexpr DWORD kPauseMilliseconds = 2;
+
 HANDLE Open(const std::string& path, DWORD access, DWORD creation) {
-  return CreateFileW(WidePath(path).c_str(), access, kShareAll, nullptr, creation, FILE_ATTRIBUTE_NORMAL, nullptr);
+  const std::wstring wide = WidePath(path);
+  for (int attempt = 1;; ++attempt) {
+    const HANDLE file = CreateFileW(wide.c_str(), access, kShareAll, nullptr, creation, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file != INVALID_HANDLE_VALUE || attempt == kAttempts || GetLastError() != ERROR_SHARING_VIOLATION) return file;
+    Sleep(kPauseMilliseconds);
+  }
 }
 
 std::uint64_t Join(DWORD high, DWORD low) { return static_cast<std::uint64_t>(high) << 32 | low; }
@@ -52,10 +63,7 @@ std::string TemporaryName(const std::string& path) {
   return path + "." + std::to_string(GetCurrentProcessId()) + "." + std::to_string(counter++) + ".tmp";
 }
 
-// A scanner or indexer may hold the target for a moment without sharing deletion; such a refusal passes.
 bool MoveReplacing(const std::wstring& from, const std::wstring& to, DWORD flags) {
-  constexpr int kAttempts = 5;
-  constexpr DWORD kPauseMilliseconds = 2;
   for (int attempt = 1;; ++attempt) {
     if (MoveFileExW(from.c_str(), to.c_str(), flags | MOVEFILE_REPLACE_EXISTING)) return true;
     const DWORD error = GetLastError();
@@ -142,6 +150,22 @@ bool MakeDirectory(const std::string& path) {
 
 bool RenameFile(const std::string& from, const std::string& to) {
   return MoveReplacing(WidePath(from), WidePath(to), 0);
+}
+
+bool RemoveFile(const std::string& path) {
+  // A removed file keeps its name until its last user closes it, so it goes away under another one.
+  const std::wstring doomed = WidePath(TemporaryName(path));
+  const std::wstring wide = WidePath(path);
+  return MoveFileExW(wide.c_str(), doomed.c_str(), 0) ? DeleteFileW(doomed.c_str()) : DeleteFileW(wide.c_str());
+}
+
+// An open without any sharing is refused while another one lasts.
+CFileLock::CFileLock(const std::string& path)
+    : handle_(reinterpret_cast<std::intptr_t>(CreateFileW(WidePath(path).c_str(), GENERIC_WRITE | DELETE, 0, nullptr,
+                                                          OPEN_ALWAYS, FILE_FLAG_DELETE_ON_CLOSE, nullptr))) {}
+
+CFileLock::~CFileLock() {
+  if (handle_ != kNone) CloseHandle(reinterpret_cast<HANDLE>(handle_));
 }
 
 }  // namespace qiv
