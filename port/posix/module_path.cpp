@@ -1,6 +1,7 @@
 #include "port/module_path.h"
 
 #include <dlfcn.h>
+#include <link.h>
 #include <unistd.h>
 
 #include <climits>
@@ -8,8 +9,8 @@
 namespace qiv {
 namespace {
 
-// dladdr names the program itself by what it was called with, which may be a bare name found along PATH; the kernel
-// knows better.
+// The dynamic loader names the program itself by what it was called with, which may be a bare name found along PATH or
+// relative to a directory left since; the kernel knows better.
 std::string ProgramFile() {
   char path[PATH_MAX];
   const ssize_t length = ::readlink("/proc/self/exe", path, sizeof(path));
@@ -22,9 +23,11 @@ const char kPathSeparator = '/';
 
 std::string ModuleDirectory(const void* address) {
   Dl_info info;
-  if (::dladdr(address, &info) == 0 || info.dli_fname == nullptr) return "./";
-  std::string file = info.dli_fname;
-  if (file.find('/') == std::string::npos) file = ProgramFile();
+  void* extra = nullptr;
+  if (::dladdr1(address, &info, &extra, RTLD_DL_LINKMAP) == 0 || info.dli_fname == nullptr) return "./";
+  const auto* map = static_cast<const link_map*>(extra);
+  const bool is_program = map == nullptr || map->l_name == nullptr || *map->l_name == '\0';
+  const std::string file = is_program ? ProgramFile() : info.dli_fname;
   const std::size_t slash = file.rfind('/');
   if (slash == std::string::npos) return "./";
   std::string directory = file.substr(0, slash + 1);

@@ -1,0 +1,180 @@
+#include "port/file.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <map>
+#include <thread>
+#include <vector>
+
+#include "tests/port/child_processes.h"
+#include "tests/port/temporary_directory.h"
+
+#ifndef _WIN32
+#include <sys/stat.h>
+#endif
+
+namespace qiv {
+namespace {
+
+constexpr std::uint64_t kNoLimit = 1U << 30;
+
+std::string Content(const std::string& path) {
+  std::string content;
+  EXPECT_EQ(ReadWholeFile(path, kNoLimit, &content), ReadFileResult::kOk) << path;
+  return content;
+}
+
+TEST(File, ReadsWithinItsLimit) {
+  const CTemporaryDirectory directory;
+  const std::string path = directory.Path("f");
+  std::string data;
+  for (int i = 0; i < 10'000; ++i) data.push_back(static_cast<char>(i * 7));  // every byte, also 0, CR, LF and 0x1A
+  ASSERT_TRUE(ReplaceFile(path, data));
+  std::string content = "left over";
+  EXPECT_EQ(ReadWholeFile(path, data.size() - 1, &content), ReadFileResult::kTooLarge);
+  EXPECT_EQ(content, "");
+  EXPECT_EQ(ReadWholeFile(path, data.size(), &content), ReadFileResult::kOk);
+  EXPECT_EQ(content, data);
+  EXPECT_EQ(FileSize(path), data.size());
+  ASSERT_TRUE(ReplaceFile(path, ""));
+  EXPECT_EQ(ReadWholeFile(path, 0, &content), ReadFileResult::kOk);
+  EXPECT_EQ(content, "");
+}
+
+TEST(File, WhatIsNoFile) {
+  const CTemporaryDirectory directory;
+  ASSERT_TRUE(MakeDirectory(directory.Path("d")));
+  std::vector<std::string> paths = {directory.Path("missing"), directory.Path("d"), directory.Path("missing/f"), ""};
+#ifndef _WIN32
+  paths.push_back(directory.Path("pipe"));  // opening it must not wait for the other end
+  ASSERT_EQ(::mkfifo(paths.back().c_str(), 0600), 0);
+#endif
+  for (const std::string& path : paths) {
+    std::string content = "left over";
+    EXPECT_EQ(ReadWholeFile(path, kNoLimit, &content), ReadFileResult::kUnreadable) << path;
+    EXPECT_EQ(content, "") << path;
+    EXPECT_EQ(FileSize(path), std::nullopt) << path;
+    EXPECT_FALSE(AppendToFile(path == directory.Path("missing") ? directory.Path("d") : path, "x")) << path;
+  }
+  EXPECT_EQ(FileModificationTime(directory.Path("missing")), 0U);
+  EXPECT_FALSE(ReplaceFile(directory.Path("missing/f"), "x"));
+  EXPECT_FALSE(RenameFile(directory.Path("missing"), directory.Path("new")));
+  EXPECT_FALSE(RemoveFile(directory.Path("missing")));
+}
+
+TEST(File, ModificationTimeTellsWritesWithinASecond) {
+  const CTemporaryDirectory directory;
+  const std::string path = directory.Path("f");
+  std::uint64_t last = 0;
+  for (int i = 0; i < 3; ++i) {
+    ASSERT_TRUE(i == 1 ? ReplaceFile(path, "x") : AppendToFile(path, "x"));
+    const std::uint64_t now = FileModificationTime(path);
+    EXPECT_NE(now, last);
+    EXPECT_EQ(FileModificationTime(path), now);
+    last = now;
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));  // a tick of the system's coarse clock
+  }
+}
+
+TEST(File, ReaderSeesTheOldContentOrTheNew) {
+  const CTemporaryDirectory directory;
+  const std::string path = directory.Path("f");
+  const std::string contents[] = {std::string(100'000, 'a'), std::string(50'000, 'b')};
+  ASSERT_TRUE(ReplaceFile(path, contents[0]));
+  std::thread writer([&] {
+    for (int i = 1; i <= 30; ++i) EXPECT_TRUE(ReplaceFile(path, contents[i % 2]));
+  });
+  for (int i = 0; i < 200; ++i) {
+    std::string content;
+    // A reader may be refused for the moment of the exchange, but never sees a part.
+    if (ReadWholeFile(path, kNoLimit, &content) != ReadFileResult::kOk) continue;
+    EXPECT_TRUE(content == contents[0] || content == contents[1]) << content.size();
+  }
+  writer.join();
+  const auto entries = std::filesystem::directory_iterator(directory.Root());
+  EXPECT_EQ(std::distance(begin(entries), end(entries)), 1) << "a temporary file was left behind";
+}
+
+TEST(File, AppendsOfSeveralProcessesStayWhole) {
+  constexpr int kProcesses = 4;
+  constexpr int kLines = 300;
+  const auto line = [](int process, int number) {
+    const std::size_t length = static_cast<std::size_t>(number * 37 % 5000);
+    return std::to_string(process) + " " + std::to_string(number) + " " +
+           std::string(length, static_cast<char>('a' + process)) + "\n";
+  };
+  if (const auto child = ChildNumber()) {
+    for (int i = 0; i < kLines; ++i) ASSERT_TRUE(AppendToFile(ChildArgument(), line(*child, i)));
+    return;
+  }
+  const CTemporaryDirectory directory;
+  const std::string path = directory.Path("f");
+  ASSERT_TRUE(RunChildren(kProcesses, path));
+  // Whole lines, each once, and each process's in its order.
+  std::map<int, int> next;
+  const std::string content = Content(path);
+  for (std::size_t pos = 0; pos < content.size();) {
+    const std::size_t end = content.find('\n', pos);
+    ASSERT_NE(end, content.npos);
+    const int process = content[pos] - '0';
+    ASSERT_EQ(content.substr(pos, end + 1 - pos), line(process, next[process]));
+    ++next[process];
+    pos = end + 1;
+  }
+  for (int process = 0; process < kProcesses; ++process) EXPECT_EQ(next[process], kLines);
+}
+
+TEST(File, RenamesAndRemovesWhileOthersRead) {
+  const CTemporaryDirectory directory;
+  const std::string a = directory.Path("a");
+  const std::string b = directory.Path("b");
+  ASSERT_TRUE(AppendToFile(a, "one"));
+  ASSERT_TRUE(AppendToFile(b, "two"));
+  EXPECT_TRUE(RenameFile(a, b));
+  EXPECT_EQ(Content(b), "one");
+  EXPECT_EQ(FileSize(a), std::nullopt);
+  EXPECT_TRUE(RemoveFile(b));
+  EXPECT_EQ(FileSize(b), std::nullopt);
+  EXPECT_TRUE(AppendToFile(b, "three")) << "the name is free at once";
+  EXPECT_EQ(Content(b), "three");
+}
+
+TEST(File, NamesOutsideAsciiAndLongOnes) {
+  const CTemporaryDirectory directory;
+  std::string path = directory.Path("配置 ü");
+  for (int depth = 0; depth < 3; ++depth) {
+    ASSERT_TRUE(MakeDirectory(path));
+    EXPECT_TRUE(MakeDirectory(path)) << "it is there already";
+    path += "/" + std::string(100, static_cast<char>('a' + depth));
+  }
+  ASSERT_TRUE(AppendToFile(path, "x"));
+  EXPECT_FALSE(MakeDirectory(path)) << "a file of that name";
+  EXPECT_TRUE(ReplaceFile(path, "yz"));
+  EXPECT_EQ(Content(path), "yz");
+  EXPECT_NE(FileModificationTime(path), 0U);
+}
+
+TEST(FileLock, OneHolderAtATimeAndFreeWhenItsProcessEnds) {
+  if (ChildNumber()) {
+    const std::string argument = ChildArgument();  // "+" or "-", whether it must be free, and the path
+    static const CFileLock* never_freed = new CFileLock(argument.substr(1));
+    ASSERT_EQ(never_freed->Held(), argument[0] == '+');
+    return;
+  }
+  const CTemporaryDirectory directory;
+  const std::string path = directory.Path("lock");
+  {
+    const CFileLock first(path);
+    EXPECT_TRUE(first.Held());
+    const CFileLock second(path);
+    EXPECT_FALSE(second.Held());
+    EXPECT_TRUE(RunChildren(1, "-" + path)) << "another process got it too";
+  }
+  EXPECT_TRUE(RunChildren(1, "+" + path));
+  EXPECT_TRUE(CFileLock(path).Held());
+  EXPECT_FALSE(CFileLock(directory.Path("missing/lock")).Held());
+}
+
+}  // namespace
+}  // namespace qiv
