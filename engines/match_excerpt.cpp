@@ -11,20 +11,11 @@ constexpr std::size_t kExcerpt = 500;  // bytes shown
 constexpr std::size_t kBefore = 250;   // of them before the match
 constexpr std::string_view kCut = "...";
 
-// Whether a cut at `pos` lies between characters. Looking at the byte before `pos` alone cannot tell: in a run of high
-// bytes every one may be a lead byte, and a trail byte may be ASCII. A byte below 0x40 belongs to no pair, so the
-// characters are walked from the last such byte. For texts where the neighbouring byte does tell, the answer is the
-// same.
-bool IsBoundary(std::string_view text, std::size_t pos) {
-  std::size_t at = pos;
-  while (at > 0 && static_cast<unsigned char>(text[at - 1]) >= 0x40) --at;
-  while (at < pos) at += CCharSet::CharacterLength(text, at);
-  return at == pos;
-}
-
-// Characters have at most two bytes, so one step reaches a boundary.
-std::size_t Back(std::string_view text, std::size_t pos) { return IsBoundary(text, pos) ? pos : pos - 1; }
-std::size_t Forward(std::string_view text, std::size_t pos) { return IsBoundary(text, pos) ? pos : pos + 1; }
+// A cut between characters is found by walking characters. Looking at the neighbouring byte alone cannot tell: in a run
+// of high bytes every one may be a lead byte, and a trail byte may be ASCII. Where it can tell, the answer is the same.
+std::size_t Back(std::string_view text, std::size_t pos) { return CCharSet::Prefix(text, pos).size(); }
+// Characters have at most two bytes, so one step reaches the next boundary.
+std::size_t Forward(std::string_view text, std::size_t pos) { return Back(text, pos) == pos ? pos : pos + 1; }
 
 }  // namespace
 
