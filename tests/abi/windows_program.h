@@ -2,6 +2,10 @@
 // compiled by g++ with GoogleTest, the other by clang for the MSVC ABI without any library.
 #pragma once
 
+#if defined(_MSC_VER)
+#include "tests/abi/natural_httpserv.h"
+#endif
+
 #include "tests/abi/transcript.h"
 
 #if defined(_MSC_VER)

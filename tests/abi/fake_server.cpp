@@ -1,0 +1,481 @@
+// A small server of the MSVC ABI, compiled by clang from the natural-order declaration: takes requests through a real
+// module. Methods that a module has no business to call are noted as faults.
+#include "tests/abi/fake_server.h"
+
+#include "tests/abi/fake_text.h"
+#include "tests/abi/recording_host.h"
+
+proof::Transcript host_transcript;
+
+namespace {
+
+using proof::Same;
+
+constexpr HRESULT kHandleEof = static_cast<HRESULT>(0x80070026);
+constexpr HRESULT kInvalidIndex = static_cast<HRESULT>(0x80070585);
+constexpr HRESULT kAlreadyAssigned = static_cast<HRESULT>(0x80070055);
+constexpr HRESULT kInvalidParameter = static_cast<HRESULT>(0x80070057);
+constexpr DWORD kUnknownLength = 0xFFFFFFFF;
+constexpr DWORD kPiece = 1000;  ///< a read gives at most this much, as a network does
+const HTTP_MODULE_ID kModuleId = reinterpret_cast<HTTP_MODULE_ID>(0x51);
+
+proof::Arena arena;
+proof::Outcome* outcome = nullptr;
+const proof::RequestSpec* spec = nullptr;
+
+void Fault(const char* what) {
+  if (outcome->faults < proof::kMaxNotes) outcome->fault[outcome->faults] = what;
+  ++outcome->faults;
+}
+
+template <int Known>
+void AddHeader(HTTP_HEADERS<Known>& headers, const char* const* names, const char* name, const char* value) {
+  const size_t size = proof::Length(value);
+  // The server keeps its Server and Set-Cookie headers among the unknown ones.
+  for (int i = 0; i < Known; ++i) {
+    if (Same(names[i], name) && !Same(name, "Server") && !Same(name, "Set-Cookie")) {
+      headers.KnownHeaders[i] = {static_cast<USHORT>(size), arena.Copy(value, size)};
+      return;
+    }
+  }
+  auto* list = static_cast<HTTP_UNKNOWN_HEADER*>(
+      arena.Take(sizeof(HTTP_UNKNOWN_HEADER) * (headers.UnknownHeaderCount + size_t{1})));
+  for (int i = 0; i < headers.UnknownHeaderCount; ++i) list[i] = headers.pUnknownHeaders[i];
+  list[headers.UnknownHeaderCount++] = {static_cast<USHORT>(proof::Length(name)), static_cast<USHORT>(size),
+                                        arena.Copy(name, proof::Length(name)), arena.Copy(value, size)};
+  headers.pUnknownHeaders = list;
+}
+
+template <int Known>
+const char* FindHeader(const HTTP_HEADERS<Known>& headers, const char* const* names, const char* name, USHORT* size) {
+  const char* found = nullptr;
+  USHORT length = 0;
+  for (int i = 0; i < Known; ++i) {
+    if (Same(names[i], name))
+      found = headers.KnownHeaders[i].pRawValue, length = headers.KnownHeaders[i].RawValueLength;
+  }
+  for (int i = 0; found == nullptr && i < headers.UnknownHeaderCount; ++i) {
+    if (Same(headers.pUnknownHeaders[i].pName, name)) {
+      found = headers.pUnknownHeaders[i].pRawValue;
+      length = headers.pUnknownHeaders[i].RawValueLength;
+    }
+  }
+  if (size != nullptr) *size = found == nullptr ? 0 : length;
+  return found;
+}
+
+template <int Known>
+void RemoveHeader(HTTP_HEADERS<Known>& headers, const char* const* names, const char* name) {
+  for (int i = 0; i < Known; ++i) {
+    if (Same(names[i], name)) headers.KnownHeaders[i] = {0, nullptr};
+  }
+  USHORT kept = 0;
+  for (int i = 0; i < headers.UnknownHeaderCount; ++i) {
+    if (!Same(headers.pUnknownHeaders[i].pName, name)) headers.pUnknownHeaders[kept++] = headers.pUnknownHeaders[i];
+  }
+  headers.UnknownHeaderCount = kept;
+}
+
+struct Container : RecordingHttpModuleContextContainer {
+  IHttpStoredContext* GetModuleContext(HTTP_MODULE_ID id) override {
+    if (id != kModuleId) Fault("GetModuleContext: another module's number");
+    if (stored != nullptr) ++outcome->contexts_found;
+    return stored;
+  }
+  HRESULT SetModuleContext(IHttpStoredContext* context, HTTP_MODULE_ID id) override {
+    if (id != kModuleId) Fault("SetModuleContext: another module's number");
+    if (context == nullptr) return kInvalidParameter;
+    if (stored != nullptr) return kAlreadyAssigned;
+    stored = context;
+    ++outcome->contexts_set;
+    return 0;
+  }
+  IHttpStoredContext* stored = nullptr;
+};
+
+struct Request : RecordingHttpRequest {
+  HTTP_REQUEST* GetRawHttpRequest() override { return &raw; }
+  const HTTP_REQUEST* GetRawHttpRequest() const override { return &raw; }
+  PCSTR GetHeader(PCSTR name, USHORT* size) const override {
+    return FindHeader(raw.Headers, proof::kRequestNames, name, size);
+  }
+  PCSTR GetHeader(HTTP_HEADER_ID id, USHORT* size) const override {
+    if (static_cast<unsigned>(id) >= 41) {
+      Fault("IHttpRequest.GetHeader: no such number");
+      return nullptr;
+    }
+    return FindHeader(raw.Headers, proof::kRequestNames, proof::kRequestNames[id], size);
+  }
+  PCSTR GetHttpMethod() const override { return spec->method; }
+  PSOCKADDR GetLocalAddress() const override { return raw.pLocalAddress; }
+  PSOCKADDR GetRemoteAddress() const override { return raw.pRemoteAddress; }
+  DWORD GetSiteId() const override { return 3; }
+  BOOL GetUrlChanged() const override { return 0; }
+  PCWSTR GetForwardedUrl() const override { return raw.CookedUrl.pFullUrl; }
+  VOID GetHttpVersion(USHORT* major, USHORT* minor) const override { *major = *minor = 1; }
+
+  HRESULT ReadEntityBody(VOID* buffer, DWORD size, BOOL async, DWORD* received, BOOL* pending) override {
+    ++outcome->reads;
+    if (async != 0) Fault("ReadEntityBody: asynchronous");
+    if (received == nullptr) Fault("ReadEntityBody: no place for the count");
+    if (pending != nullptr) *pending = 0;
+    if (inserted_left != 0 || offset >= spec->body_size) {
+      at_end = true;
+      *received = 0xDEADBEEF;  // means nothing at the end of the body
+      return kHandleEof;
+    }
+    DWORD count = spec->body_size - offset;
+    if (count > size) count = size;
+    if (count > kPiece) count = kPiece;
+    for (DWORD i = 0; i < count; ++i) static_cast<unsigned char*>(buffer)[i] = spec->body[offset + i];
+    offset += count;
+    *received = count;
+    return 0;
+  }
+  HRESULT InsertEntityBody(VOID* buffer, DWORD size) override {
+    ++outcome->insertions;
+    outcome->inserted = static_cast<unsigned char*>(buffer);
+    outcome->inserted_size = size;
+    inserted_left = size;
+    return 0;
+  }
+  DWORD GetRemainingEntityBytes() override {
+    if (spec->chunked != 0) return at_end ? inserted_left : kUnknownLength;
+    return spec->body_size - offset + inserted_left;
+  }
+
+  HTTP_REQUEST raw;
+  DWORD offset = 0;
+  DWORD inserted_left = 0;
+  bool at_end = false;
+};
+
+struct Response : RecordingHttpResponse {
+  HTTP_RESPONSE* GetRawHttpResponse() override { return &raw; }
+  const HTTP_RESPONSE* GetRawHttpResponse() const override { return &raw; }
+  HRESULT SetStatus(USHORT code, PCSTR reason, USHORT, HRESULT, IAppHostConfigException*, BOOL skip) override {
+    if (reason == nullptr) Fault("SetStatus: no reason");
+    raw.StatusCode = code;
+    raw.pReason = reason;
+    outcome->skip_custom_errors = skip;
+    return 0;
+  }
+  HRESULT SetHeader(PCSTR name, PCSTR value, USHORT size, BOOL replace) override {
+    if (proof::Length(value) != size) Fault("SetHeader: the size is not that of the value");
+    if (replace != 0) RemoveHeader(raw.Headers, proof::kResponseNames, name);
+    AddHeader(raw.Headers, proof::kResponseNames, name, value);
+    return 0;
+  }
+  HRESULT SetHeader(HTTP_HEADER_ID id, PCSTR value, USHORT size, BOOL replace) override {
+    if (static_cast<unsigned>(id) < 30) return SetHeader(proof::kResponseNames[id], value, size, replace);
+    Fault("IHttpResponse.SetHeader: no such number");
+    return kInvalidParameter;
+  }
+  HRESULT DeleteHeader(PCSTR name) override {
+    RemoveHeader(raw.Headers, proof::kResponseNames, name);
+    return 0;
+  }
+  HRESULT DeleteHeader(HTTP_HEADER_ID id) override {
+    if (static_cast<unsigned>(id) < 30) return DeleteHeader(proof::kResponseNames[id]);
+    Fault("IHttpResponse.DeleteHeader: no such number");
+    return kInvalidParameter;
+  }
+  PCSTR GetHeader(PCSTR name, USHORT* size) const override {
+    return FindHeader(raw.Headers, proof::kResponseNames, name, size);
+  }
+  PCSTR GetHeader(HTTP_HEADER_ID id, USHORT* size) const override {
+    if (static_cast<unsigned>(id) < 30) return GetHeader(proof::kResponseNames[id], size);
+    Fault("IHttpResponse.GetHeader: no such number");
+    return nullptr;
+  }
+  VOID Clear() override {
+    ClearHeaders();
+    raw.StatusCode = 200;
+    outcome->page_size = 0;
+  }
+  VOID ClearHeaders() override { raw.Headers = {}; }
+  HRESULT WriteEntityChunks(HTTP_DATA_CHUNK* chunks, DWORD count, BOOL async, BOOL, DWORD* sent,
+                            BOOL* pending) override {
+    if (async != 0) Fault("WriteEntityChunks: asynchronous");
+    DWORD total = 0;
+    for (DWORD c = 0; c < count; ++c) {
+      if (chunks[c].DataChunkType != HttpDataChunkFromMemory) Fault("WriteEntityChunks: a chunk that is no memory");
+      const auto* bytes = static_cast<const unsigned char*>(chunks[c].FromMemory.pBuffer);
+      for (ULONG i = 0; i < chunks[c].FromMemory.BufferLength && outcome->page_size < proof::kMaxPage; ++i, ++total) {
+        outcome->page[outcome->page_size++] = bytes[i];
+      }
+    }
+    if (sent != nullptr) *sent = total;
+    if (pending != nullptr) *pending = 0;
+    return 0;
+  }
+  VOID GetStatus(USHORT* code, USHORT* sub, PCSTR* reason, USHORT* reason_size, HRESULT*, PCWSTR*, DWORD*,
+                 IAppHostConfigException**, BOOL*) override {
+    *code = raw.StatusCode;
+    if (sub != nullptr) *sub = 0;
+    if (reason != nullptr) *reason = "OK";
+    if (reason_size != nullptr) *reason_size = 2;
+  }
+  VOID SetNeedDisconnect() override {}
+  VOID DisableKernelCache(ULONG) override {}
+  HRESULT Redirect(PCSTR url, BOOL, BOOL) override {
+    raw.StatusCode = 302;
+    return SetHeader("Location", url, static_cast<USHORT>(proof::Length(url)), 1);
+  }
+
+  HTTP_RESPONSE raw;
+};
+
+struct Context : RecordingHttpContext {
+  IHttpRequest* GetRequest() override { return &request; }
+  IHttpResponse* GetResponse() override { return &response; }
+  IHttpConnection* GetConnection() override { return &connection; }
+  IHttpModuleContextContainer* GetModuleContextContainer() override { return &container; }
+  BOOL GetResponseHeadersSent() const override { return 0; }
+  VOID SetRequestHandled() override {}
+  IHttpContext* GetParentContext() const override { return nullptr; }
+  IHttpContext* GetRootContext() const override { return const_cast<Context*>(this); }
+  VOID* AllocateRequestMemory(DWORD size) override {
+    outcome->request_memory += size;
+    return arena.Take(size);
+  }
+  HRESULT GetServerVariable(PCSTR name, PCSTR* value, DWORD* size) override {
+    const char* text = Variable(name);
+    if (text == nullptr) return kInvalidIndex;
+    *value = text;
+    *size = static_cast<DWORD>(proof::Length(text));
+    return 0;
+  }
+  HRESULT GetServerVariable(PCSTR name, PCWSTR* value, DWORD* size) override {
+    const char* text = Variable(name);
+    if (text == nullptr) return kInvalidIndex;
+    *size = static_cast<DWORD>(proof::Length(text));
+    *value = arena.Widen(text, *size);
+    return 0;
+  }
+  PCWSTR GetPhysicalPath(DWORD* size) override { return Wide("C:\\inetpub\\wwwroot\\index.html", size); }
+  PCWSTR GetScriptTranslated(DWORD* size) override { return GetPhysicalPath(size); }
+  PCWSTR GetScriptName(DWORD* size) const override {
+    if (size != nullptr) *size = request.raw.CookedUrl.AbsPathLength / 2;
+    return path;
+  }
+
+  static PCWSTR Wide(const char* text, DWORD* size) {
+    if (size != nullptr) *size = static_cast<DWORD>(proof::Length(text));
+    return arena.Widen(text, proof::Length(text));
+  }
+  const char* Variable(const char* name) const {
+    if (proof::StartsWith(name, "HTTP_")) {
+      char header[128];
+      size_t i = 0;
+      for (; name[5 + i] != 0 && i < sizeof(header) - 1; ++i) header[i] = name[5 + i] == '_' ? '-' : name[5 + i];
+      header[i] = 0;
+      return Same(header, "URL") ? spec->raw_url : request.GetHeader(header, nullptr);
+    }
+    struct {
+      const char* name;
+      const char* value;
+    } const table[] = {{"REMOTE_ADDR", "203.0.113.9"},
+                       {"REMOTE_HOST", "203.0.113.9"},
+                       {"LOCAL_ADDR", "192.0.2.1"},
+                       {"SERVER_NAME", "localhost"},
+                       {"SERVER_PORT", "80"},
+                       {"SERVER_PORT_SECURE", "0"},
+                       {"HTTPS", "OFF"},
+                       {"REQUEST_METHOD", spec->method},
+                       {"INSTANCE_ID", "3"},
+                       {"URL", narrow_path},
+                       {"SCRIPT_NAME", narrow_path},
+                       {"PATH_INFO", narrow_path},
+                       {"QUERY_STRING", query},
+                       {"UNENCODED_URL", spec->raw_url},
+                       {"APP_POOL_ID", "DefaultAppPool"},
+                       {"SERVER_PROTOCOL", "HTTP/1.1"}};
+    for (const auto& row : table) {
+      if (Same(row.name, name)) return row.value;
+    }
+    return nullptr;
+  }
+
+  Request request;
+  Response response;
+  RecordingHttpConnection connection;
+  Container container;
+  const char* narrow_path = "";
+  const char* query = "";
+  const wchar_t* path = nullptr;
+};
+
+struct Allocator : RecordingModuleAllocator {
+  VOID* AllocateMemory(DWORD size) override { return arena.Take(size); }
+};
+
+struct SendProvider : RecordingSendResponseProvider {
+  BOOL GetHeadersBeingSent() const override { return 1; }
+  DWORD GetFlags() const override { return 0; }
+  VOID SetErrorStatus(HRESULT) override { Fault("ISendResponseProvider.SetErrorStatus"); }
+};
+
+struct EventProvider : RecordingHttpEventProvider {
+  VOID SetErrorStatus(HRESULT) override { Fault("IHttpEventProvider.SetErrorStatus"); }
+};
+
+struct PreBegin : RecordingPreBeginRequestProvider {
+  IHttpContext* GetHttpContext() override { return context; }
+  IHttpContext* context = nullptr;
+};
+
+struct Registration : RecordingHttpModuleRegistrationInfo {
+  PCWSTR GetName() const override { return L"QivIpsIIs"; }
+  HTTP_MODULE_ID GetId() const override { return kModuleId; }
+  HRESULT SetRequestNotifications(IHttpModuleFactory* a, DWORD b, DWORD c) override {
+    factory = a;
+    notifications = b;
+    post_notifications = c;
+    return 0;
+  }
+  HRESULT SetGlobalNotifications(CGlobalModule* a, DWORD b) override {
+    global_module = a;
+    global_notifications = b;
+    return 0;
+  }
+  HRESULT SetPriorityForRequestNotification(DWORD, PCWSTR alias) override { return CheckAlias(alias); }
+  HRESULT SetPriorityForGlobalNotification(DWORD, PCWSTR alias) override { return CheckAlias(alias); }
+  HRESULT CheckAlias(PCWSTR alias) {
+    bad_alias = bad_alias || (alias[0] != 'F' && alias[0] != 'H' && alias[0] != 'M' && alias[0] != 'L');
+    return 0;
+  }
+  IHttpModuleFactory* factory = nullptr;
+  CGlobalModule* global_module = nullptr;
+  DWORD notifications = 0, post_notifications = 0, global_notifications = 0;
+  bool bad_alias = false;
+};
+
+Registration registration;
+Allocator allocator;
+SendProvider send_provider;
+EventProvider event_provider;
+PreBegin pre_begin;
+SOCKADDR_IN remote = {2, 0x5000, {203, 0, 113, 9}, {}};
+SOCKADDR_IN local = {2, 0x5000, {192, 0, 2, 1}, {}};
+
+void FillUrl(Context& context, HTTP_COOKED_URL& url) {
+  const size_t size = proof::Length(spec->raw_url);
+  size_t path_size = 0;
+  while (path_size < size && spec->raw_url[path_size] != '?') ++path_size;
+  static constexpr char kHost[] = "http://localhost:80";
+  constexpr size_t kHostSize = sizeof(kHost) - 1;
+  char* full = arena.Copy(kHost, kHostSize + size);
+  for (size_t i = 0; i < size; ++i) full[kHostSize + i] = spec->raw_url[i];
+  const wchar_t* wide = arena.Widen(full, kHostSize + size);
+  url.pFullUrl = wide;
+  url.FullUrlLength = static_cast<USHORT>((kHostSize + size) * 2);
+  url.pHost = wide + 7;
+  url.HostLength = static_cast<USHORT>((kHostSize - 7) * 2);
+  url.pAbsPath = wide + kHostSize;
+  url.AbsPathLength = static_cast<USHORT>(path_size * 2);
+  url.pQueryString = path_size < size ? wide + kHostSize + path_size : nullptr;
+  url.QueryStringLength = static_cast<USHORT>((size - path_size) * 2);
+  context.narrow_path = arena.Copy(spec->raw_url, path_size);
+  context.query = path_size < size ? spec->raw_url + path_size + 1 : "";
+  context.path = arena.Widen(spec->raw_url, path_size);
+}
+
+void FillRequest(Context& context) {
+  HTTP_REQUEST& raw = context.request.raw;
+  raw = {};
+  raw.MajorVersion = raw.MinorVersion = 1;
+  raw.Verb = Same(spec->method, "GET") ? HttpVerbGET : Same(spec->method, "POST") ? HttpVerbPOST : HttpVerbUnknown;
+  raw.pRawUrl = spec->raw_url;
+  raw.RawUrlLength = static_cast<USHORT>(proof::Length(spec->raw_url));
+  raw.pRemoteAddress = reinterpret_cast<PSOCKADDR>(&remote);
+  raw.pLocalAddress = reinterpret_cast<PSOCKADDR>(&local);
+  FillUrl(context, raw.CookedUrl);
+  for (int i = 0; i < spec->header_count; ++i) {
+    AddHeader(raw.Headers, proof::kRequestNames, spec->headers[i].name, spec->headers[i].value);
+  }
+  context.response.raw = {};
+  context.response.raw.StatusCode = 200;
+}
+
+/// What the application answers when the request reaches it.
+void RunHandler(Context& context) {
+  static constexpr proof::Header kHeaders[] = {
+      {"Server", "Server/10.0"},     {"X-Powered-By", "Framework"}, {"Content-Type", "text/html; charset=utf-8"},
+      {"Set-Cookie", "a=1; path=/"}, {"Set-Cookie", "b=2"},         {"Set-Cookie", "c=3; HttpOnly"}};
+  for (const auto& header : kHeaders) {
+    AddHeader(context.response.raw.Headers, proof::kResponseNames, header.name, header.value);
+  }
+  HTTP_DATA_CHUNK chunk = {};
+  static char body[] = "<html><body>application</body></html>";
+  chunk.FromMemory.pBuffer = body;
+  chunk.FromMemory.BufferLength = sizeof(body) - 1;
+  context.response.WriteEntityChunks(&chunk, 1, 0, 0, nullptr, nullptr);
+}
+
+void Finish(Context& context) {
+  outcome->status = context.response.raw.StatusCode;
+  const auto& headers = context.response.raw.Headers;
+  USHORT size = 0;
+  if (const char* type = context.response.GetHeader("Content-Type", &size)) {
+    for (USHORT i = 0; i < size && i < sizeof(outcome->content_type) - 1; ++i) outcome->content_type[i] = type[i];
+  }
+  for (int i = 0; i < headers.UnknownHeaderCount; ++i) {
+    if (Same(headers.pUnknownHeaders[i].pName, "Set-Cookie")) ++outcome->set_cookies;
+  }
+  if (headers.KnownHeaders[27].pRawValue != nullptr) Fault("Set-Cookie among the known headers");
+  for (int i = 0; i < host_transcript.count && i < proof::kMaxCalls; ++i) Fault(host_transcript.calls[i].name);
+}
+
+}  // namespace
+
+extern "C" const char* ServerStart(RegisterFunction register_module) {
+  if (register_module(10, &registration, nullptr) != 0) return "RegisterModule failed";
+  if (registration.factory == nullptr) return "no factory";
+  if (registration.notifications != 0x20000001) return "notifications other than begin and send";
+  if (registration.post_notifications != 0x80) return "post-notifications other than that of the handler";
+  if (registration.global_module == nullptr || registration.global_notifications != 0x100)
+    return "global notifications";
+  if (registration.bad_alias) return "a priority that is no alias";
+  return nullptr;
+}
+
+extern "C" void ServerRequest(const proof::RequestSpec* request, proof::Outcome* result) {
+  static Context context_storage;
+  spec = request;
+  outcome = result;
+  arena.Reset();
+  host_transcript.count = 0;
+  Context& context = context_storage;
+  context.request.offset = context.request.inserted_left = 0;
+  context.request.at_end = false;
+  context.container.stored = nullptr;
+  FillRequest(context);
+  pre_begin.context = &context;
+  if (registration.global_module->OnGlobalPreBeginRequest(&pre_begin) != GL_NOTIFICATION_CONTINUE) Fault("pre-begin");
+  CHttpModule* module = nullptr;
+  if (registration.factory->GetHttpModule(&module, &allocator) != 0 || module == nullptr) {
+    Fault("GetHttpModule");
+    return;
+  }
+  outcome->begin = module->OnBeginRequest(&context, &event_provider);
+  outcome->post_execute = -1;
+  if (outcome->begin == RQ_NOTIFICATION_CONTINUE) {
+    RunHandler(context);
+    outcome->post_execute = module->OnPostExecuteRequestHandler(&context, &event_provider);
+  }
+  outcome->send = module->OnSendResponse(&context, &send_provider);
+  module->Dispose();
+  if (context.container.stored != nullptr) {
+    context.container.stored->CleanupStoredContext();
+    ++outcome->context_cleaned;
+  }
+  Finish(context);
+}
+
+extern "C" const char* ServerStop() {
+  if (registration.factory == nullptr || registration.global_module == nullptr) return "never started";
+  registration.factory->Terminate();
+  registration.global_module->Terminate();
+  return nullptr;
+}
