@@ -12,6 +12,7 @@
 #include "common/char_set.h"
 #include "common/json.h"
 #include "common/text.h"
+#include "config/address_sets.h"
 #include "config/page_settings.h"
 #include "config/value_lists.h"
 #include "engines/rule_text.h"
@@ -268,7 +269,7 @@ ConfigStatus ParseConfigParts(std::string_view ip_lists, std::string_view settin
   }
   ReadSwitches(settings, config);
   if (!ReadSections(settings, config)) return ConfigStatus::kNoSections;
-  (void)ip_lists;
+  ReadAddressSets(ip_lists, &config->addresses);
   Prepare(config);
   return ConfigStatus::kLoaded;
 }

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "common/aes.h"
+#include "common/char_set.h"
 #include "common/text.h"
 #include "port/file.h"
 #include "port/module_path.h"
@@ -30,7 +31,7 @@ bool ReadLibrary(const std::string& path, std::uint64_t time, std::string* text)
     case ReadFileResult::kOk:
       break;
   }
-  *text = decrypt_text("", Trim(enciphered));
+  *text = CCharSet::ToLocal(decrypt_text("", Trim(enciphered)));
   return true;
 }
 

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "common/ip_address.h"
 #include "common/language.h"
 #include "config/url_exemptions.h"
 #include "engines/injection_settings.h"
@@ -74,6 +75,19 @@ struct PageSettings {
   bool content_charset = false;  ///< the charset that `content` names is neither gbk nor gb2312 (or it names none)
 };
 
+/// The parts of the IP-list part, named like their tags.
+struct AddressSets {
+  CIpRanges website_protect_admin_dir_ips;
+  CIpRanges website_lists_allow_area_ips;
+  CIpRanges website_lists_deny_area_ips;
+  CIpRanges website_lists_allow_spider_ips;
+  CIpRanges website_sys_common_area_ips;
+  CIpRanges website_attack_cc_allow_area_ips;
+  CIpRanges website_attack_all_spiders_ips;
+  std::vector<std::string> website_attack_spiders_deny_keys;  ///< pieces of user agents, none empty
+  std::vector<std::string> website_attack_spiders_all_keys;
+};
+
 /// One website's configuration. Built by a load, then never written again; requests hold counted references.
 struct WebsiteConfig {
   Language language = Language::kEnglish;
@@ -94,6 +108,7 @@ struct WebsiteConfig {
   AttackSettings attack;
   ResponseSettings response;
   ListSettings lists;
+  AddressSets addresses;
 
   bool need_post_body = false;
 

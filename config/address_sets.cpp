@@ -1,0 +1,38 @@
+#include "config/address_sets.h"
+
+#include <string>
+
+#include "common/char_set.h"
+#include "common/text.h"
+#include "config/value_lists.h"
+
+namespace qiv {
+
+CIpRanges ReadAddressSet(std::string_view part) {
+  CIpRanges ranges;
+  if (!HasTag(part, "ipv4") && !HasTag(part, "ipv6")) {
+    ranges.Add(part);
+    return ranges;
+  }
+  ranges.Add(TaggedPart(part, "ipv4"));
+  ranges.Add(TaggedPart(part, "ipv6"));
+  return ranges;
+}
+
+void ReadAddressSets(std::string_view ip_lists, AddressSets* sets) {
+#define QIV_READ_SET(name) sets->name = ReadAddressSet(TaggedPart(ip_lists, #name))
+#define QIV_READ_KEYS(name) sets->name = BarItems(CCharSet::ToLocal(std::string(TaggedPart(ip_lists, #name))))
+  QIV_READ_SET(website_protect_admin_dir_ips);
+  QIV_READ_SET(website_lists_allow_area_ips);
+  QIV_READ_SET(website_lists_deny_area_ips);
+  QIV_READ_SET(website_lists_allow_spider_ips);
+  QIV_READ_SET(website_sys_common_area_ips);
+  QIV_READ_SET(website_attack_cc_allow_area_ips);
+  QIV_READ_SET(website_attack_all_spiders_ips);
+  QIV_READ_KEYS(website_attack_spiders_deny_keys);
+  QIV_READ_KEYS(website_attack_spiders_all_keys);
+#undef QIV_READ_SET
+#undef QIV_READ_KEYS
+}
+
+}  // namespace qiv

@@ -1,0 +1,15 @@
+// The command line and the standard streams of a program.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace qiv {
+
+/// The arguments after the program's name, UTF-8 on every system.
+std::vector<std::string> CommandLineArguments(int argc, char** argv);
+
+/// Standard input and output carry bytes as they are, and a console shows UTF-8. Call once, before any of them is used.
+void PrepareStandardStreams();
+
+}  // namespace qiv

@@ -1,0 +1,31 @@
+#include "port/console.h"
+
+#include <windows.h>
+
+#include <fcntl.h>
+#include <io.h>
+#include <shellapi.h>
+
+#include <cstdio>
+
+#include "port/code_page.h"
+
+namespace qiv {
+
+std::vector<std::string> CommandLineArguments(int /*argc*/, char** /*argv*/) {
+  // The narrow arguments have been through the system's code page; the wide ones have not.
+  std::vector<std::string> arguments;
+  int count = 0;
+  wchar_t** const wide = CommandLineToArgvW(GetCommandLineW(), &count);
+  if (wide == nullptr) return arguments;
+  for (int i = 1; i < count; ++i) arguments.push_back(Utf16ToUtf8(reinterpret_cast<const char16_t*>(wide[i])));
+  LocalFree(wide);
+  return arguments;
+}
+
+void PrepareStandardStreams() {
+  for (std::FILE* const stream : {stdin, stdout, stderr}) _setmode(_fileno(stream), _O_BINARY);
+  SetConsoleOutputCP(CP_UTF8);
+}
+
+}  // namespace qiv

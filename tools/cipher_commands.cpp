@@ -1,0 +1,62 @@
+// qivctl encrypt, decrypt.
+#include <CLI/CLI.hpp>
+
+#include <string>
+#include <string_view>
+
+#include "common/aes.h"
+#include "tools/commands.h"
+#include "tools/files.h"
+#include "tools/report.h"
+#include "tools/utf8_text.h"
+
+namespace qiv {
+namespace {
+
+constexpr std::string_view kHexDigits = "0123456789abcdefABCDEF";
+constexpr std::size_t kBlockDigits = 2 * CAES::kBlockSize;
+
+/// What a line cannot be used for; null when nothing is wrong with it.
+const char* Fault(std::string_view line, bool encrypt) {
+  if (encrypt) return line.find('\0') == std::string_view::npos ? nullptr : "a text with a zero byte cannot be carried";
+  if (line.find_first_not_of(kHexDigits) != std::string_view::npos) return "the line is not hexadecimal";
+  return line.size() % kBlockDigits == 0 ? nullptr : "the line is no whole number of 32-digit blocks";
+}
+
+/// One line of output for each line of input; an empty one for a line that cannot be used.
+int Convert(bool encrypt) {
+  CReport report("standard input");
+  std::string input;
+  if (!ReadInput("-", &input)) {
+    report.Error(0, "cannot be read");
+    return report.Print();
+  }
+  std::string_view text = input;
+  if (text.ends_with('\n')) text.remove_suffix(1);
+  std::string output;
+  std::size_t number = 0;
+  for (std::string_view line : SplitUtf8(text, "\n")) {
+    if (input.empty()) break;
+    ++number;
+    if (line.ends_with('\r')) line.remove_suffix(1);
+    if (const char* const fault = Fault(line, encrypt); fault != nullptr) {
+      report.Error(number, fault);
+    } else {
+      output += encrypt ? encrypt_text("", line) : decrypt_text("", line);
+    }
+    output += '\n';
+  }
+  WriteOutput(output);
+  return report.Print();
+}
+
+}  // namespace
+
+void AddCipherCommands(CLI::App* app, int* exit_code) {
+  CLI::App* const encrypt = app->add_subcommand("encrypt", "Encipher each line of standard input");
+  encrypt->callback([exit_code] { *exit_code = Convert(true); });
+  CLI::App* const decrypt = app->add_subcommand("decrypt", "Decipher each line of standard input");
+  decrypt->callback([exit_code] { *exit_code = Convert(false); });
+}
+
+}  // namespace qiv

@@ -1,0 +1,17 @@
+// The subcommands of qivctl. Each function adds one group from its own file; a command's callback sets *exit_code
+// (tools/report.h) when it has run.
+#pragma once
+
+namespace CLI {
+class App;
+}
+
+namespace qiv {
+
+void AddInitCommand(CLI::App* app, int* exit_code);
+void AddSettingsCommands(CLI::App* app, int* exit_code);  ///< pack, unpack, lint
+void AddLibraryCommand(CLI::App* app, int* exit_code);
+void AddCipherCommands(CLI::App* app, int* exit_code);  ///< encrypt, decrypt
+void AddReferenceCommand(CLI::App* app, int* exit_code);
+
+}  // namespace qiv

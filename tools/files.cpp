@@ -1,0 +1,77 @@
+#include "tools/files.h"
+
+#include <cstdio>
+#include <vector>
+
+#include "port/file.h"
+#include "port/module_path.h"
+
+namespace qiv {
+namespace {
+
+constexpr std::uint64_t kMaxInput = std::uint64_t{200} << 20;
+
+bool IsSeparator(char c) { return c == '/' || c == kPathSeparator; }
+
+bool ReadStandardInput(std::string* content) {
+  char buffer[4096];
+  for (std::size_t got = 0; (got = std::fread(buffer, 1, sizeof buffer, stdin)) != 0;) {
+    content->append(buffer, got);
+    if (content->size() > kMaxInput) return false;
+  }
+  return std::ferror(stdin) == 0;
+}
+
+/// A folder exists when a file in it does, or when creating it changes nothing; here only the former is asked.
+bool HoldsRules(const std::string& directory) { return IsFile(directory + "/settings/default.json"); }
+
+}  // namespace
+
+bool ReadInput(const std::string& path, std::string* content) {
+  content->clear();
+  if (path == "-") return ReadStandardInput(content);
+  return ReadWholeFile(path, kMaxInput, content) == ReadFileResult::kOk;
+}
+
+bool IsFile(const std::string& path) { return FileSize(path).has_value(); }
+
+bool MakeDirectories(const std::string& path) {
+  for (std::size_t i = 1; i < path.size(); ++i) {
+    // A part that cannot be created may be a drive or a share; what counts is the last one.
+    if (IsSeparator(path[i]) && !IsSeparator(path[i - 1])) MakeDirectory(path.substr(0, i));
+  }
+  return MakeDirectory(path);
+}
+
+void WriteOutput(std::string_view text) {
+  std::fwrite(text.data(), 1, text.size(), stdout);
+  std::fflush(stdout);
+}
+
+std::string ResolveModuleDirectory(const std::string& given) {
+  std::string directory = given;
+  while (directory.size() > 1 && IsSeparator(directory.back())) directory.pop_back();
+  const auto with_separator = [](std::string path) {
+    if (path.empty() || !IsSeparator(path.back())) path += kPathSeparator;
+    return path;
+  };
+  if (FileModificationTime(directory + "/config") != 0) return with_separator(directory);
+  constexpr std::string_view kName = "config";
+  if (!directory.ends_with(kName) || FileModificationTime(directory) == 0) return {};
+  directory.resize(directory.size() - kName.size());
+  if (directory.empty()) return with_separator(".");
+  return IsSeparator(directory.back()) ? directory : std::string();
+}
+
+std::string FindRulesDirectory(const std::string& given) {
+  if (!given.empty()) return HoldsRules(given) ? given : std::string();
+  static const char anchor = 0;
+  const std::string beside = ModuleDirectory(&anchor);
+  for (const std::string& candidate :
+       {beside + "rules", beside + "../rules", beside + "../share/qiv/rules", std::string(QIV_SOURCE_RULES)}) {
+    if (HoldsRules(candidate)) return candidate;
+  }
+  return {};
+}
+
+}  // namespace qiv

@@ -1,0 +1,28 @@
+// Files and folders as the commands see them. Paths are UTF-8; "/" separates on every system.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace qiv {
+
+/// A file whole, or standard input for "-". False when it cannot be read or is beyond 200 MiB.
+bool ReadInput(const std::string& path, std::string* content);
+
+bool IsFile(const std::string& path);
+
+/// Creates the folder and those above it.
+bool MakeDirectories(const std::string& path);
+
+/// Writes to standard output, unchanged.
+void WriteOutput(std::string_view text);
+
+/// The module directory for what the user gave: that directory itself or the config folder in it. With its trailing
+/// separator; empty when there is neither DIR/config nor a DIR called config.
+std::string ResolveModuleDirectory(const std::string& given);
+
+/// The folder of rule data: `given` when it is not empty; else rules/ beside the executable, beside its folder, or in
+/// share/qiv/ there; else that of the source tree this tool was built from. Empty when there is none.
+std::string FindRulesDirectory(const std::string& given);
+
+}  // namespace qiv

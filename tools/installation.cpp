@@ -1,0 +1,113 @@
+#include "tools/installation.h"
+
+#include <algorithm>
+#include <memory>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "port/file.h"
+#include "tools/files.h"
+#include "tools/library_files.h"
+#include "tools/rule_file.h"
+#include "tools/settings_document.h"
+
+namespace qiv {
+namespace {
+
+int Fail(const std::string& file, std::string message) {
+  CReport report(file);
+  report.Error(0, std::move(message));
+  return report.Print();
+}
+
+/// The records of one keyword file.
+std::unique_ptr<JsonArray> KeywordRecords(const std::string& path, Language language, int* exit_code) {
+  auto records = std::make_unique<JsonArray>();
+  CReport report(path);
+  std::string text;
+  if (!ReadInput(path, &text)) report.Error(0, "cannot be read");
+  for (const RuleLine& rule : ReadRuleFile(text, &report)) {
+    records->Append(std::make_unique<JsonString>(LibraryRecord(rule, RecordForm{language}, &report)));
+  }
+  *exit_code = std::max(*exit_code, report.Print());
+  return records;
+}
+
+/// The profile with the language and the keyword lists filled in; empty after an error.
+std::string MakeSettings(const std::string& rules, const InitOptions& options, int* exit_code) {
+  const std::string path = rules + "/settings/" + options.profile + ".json";
+  CReport report(path);
+  std::string text;
+  if (!ReadInput(path, &text)) report.Error(0, "cannot be read");
+  const std::unique_ptr<CSettingsDocument> profile =
+      report.HasError() ? nullptr : CSettingsDocument::Parse(std::move(text), &report);
+  *exit_code = std::max(*exit_code, report.Print());
+  if (profile == nullptr) return {};
+
+  auto sql = std::make_unique<JsonObject>();
+  if (const IJsonValue* const given = profile->Root().Find("website_sql"); given != nullptr && given->AsObject()) {
+    for (const JsonObject::Member* const member : given->AsObject()->Members()) {
+      sql->Set(member->first, CloneJson(*member->second));
+    }
+  }
+  for (const std::string place : {"get", "post", "header"}) {
+    sql->Set(place + "_keys", KeywordRecords(rules + "/keywords/" + place + ".txt", options.language, exit_code));
+  }
+  JsonObject settings;
+  settings.SetText("language", options.language == Language::kChinese ? "zh-CN" : "en-US");
+  for (const JsonObject::Member* const member : profile->Root().Members()) {
+    if (member->first == "language") continue;
+    const bool is_sql = member->first == "website_sql";
+    settings.Set(member->first, is_sql ? std::move(sql) : CloneJson(*member->second));
+  }
+  if (sql != nullptr) settings.Set("website_sql", std::move(sql));
+  return WriteJson(settings, 2) + "\n";
+}
+
+struct NewFile {
+  std::string path;
+  std::string content;
+};
+
+int WriteFiles(const InitOptions& options, const std::vector<NewFile>& files) {
+  for (const NewFile& file : files) {
+    if (!options.force && IsFile(file.path)) return Fail(file.path, "is there already; --force overwrites it");
+  }
+  for (const char* const folder : {"/config", "/debug"}) {
+    if (!MakeDirectories(options.directory + folder)) return Fail(options.directory + folder, "cannot be created");
+  }
+  for (const NewFile& file : files) {
+    if (!ReplaceFile(file.path, file.content)) return Fail(file.path, "cannot be written");
+  }
+  return kExitOk;
+}
+
+}  // namespace
+
+int InitInstallation(const InitOptions& options) {
+  const std::string rules = FindRulesDirectory(options.rules);
+  if (rules.empty()) {
+    return Fail(options.rules.empty() ? "rules" : options.rules,
+                "the rule data was not found; --rules says where it is (it holds settings/default.json)");
+  }
+  int exit_code = kExitOk;
+  const std::string settings_text = MakeSettings(rules, options, &exit_code);
+  RecordForm form;
+  form.language = options.language;
+  int library_exit = kExitOk;
+  const std::string library = PackLibrary(rules + "/library", form, &library_exit);
+  exit_code = std::max(exit_code, library_exit);
+  if (exit_code == kExitError) return exit_code;
+
+  CReport report(rules + "/settings/" + options.profile + ".json");
+  const std::unique_ptr<CSettingsDocument> settings = CSettingsDocument::Parse(settings_text, &report);
+  const std::string packed = settings == nullptr ? std::string() : PackSettings(*settings, &report);
+  exit_code = std::max(exit_code, report.Print());
+  if (exit_code == kExitError) return exit_code;
+  return std::max(exit_code, WriteFiles(options, {{options.directory + "/settings.json", settings_text},
+                                                  {options.directory + "/config/_config.db", packed},
+                                                  {options.directory + "/config/_sql.db", library}}));
+}
+
+}  // namespace qiv

@@ -1,0 +1,22 @@
+// A new installation from the rule data.
+#pragma once
+
+#include <string>
+
+#include "common/language.h"
+
+namespace qiv {
+
+struct InitOptions {
+  std::string directory;                   ///< of the module
+  std::string rules;                       ///< folder of rule data; empty: found
+  std::string profile = "default";         ///< a file of rules/settings, without ".json"
+  Language language = Language::kEnglish;  ///< of the pages and of the rules' remarks
+  bool force = false;                      ///< overwrite what is there
+};
+
+/// Creates DIR/settings.json, DIR/config/_config.db, DIR/config/_sql.db and DIR/debug. Writes nothing when one of the
+/// files is there already (unless forced) or when the data is faulty. Messages go to stderr; the exit code.
+int InitInstallation(const InitOptions& options);
+
+}  // namespace qiv

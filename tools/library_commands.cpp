@@ -1,0 +1,81 @@
+// qivctl library pack, library unpack.
+#include <CLI/CLI.hpp>
+
+#include <memory>
+#include <string>
+
+#include "port/file.h"
+#include "tools/commands.h"
+#include "tools/files.h"
+#include "tools/library_files.h"
+
+namespace qiv {
+namespace {
+
+struct LibraryOptions {
+  std::string input;
+  std::string output;
+  std::string language = "en-US";
+  bool user_defined = false;
+};
+
+int Pack(const LibraryOptions& options) {
+  RecordForm form;
+  form.language = options.language == "zh-CN" ? Language::kChinese : Language::kEnglish;
+  form.user_defined = options.user_defined;
+  int exit_code = kExitOk;
+  const std::string stored = PackLibrary(options.input, form, &exit_code);
+  if (exit_code != kExitOk) return exit_code;
+  const std::string path = options.output + "/" + (options.user_defined ? "_sql_user.db" : "_sql.db");
+  if (MakeDirectories(options.output) && ReplaceFile(path, stored)) return kExitOk;
+  CReport report(path);
+  report.Error(0, "cannot be written");
+  return report.Print();
+}
+
+int Unpack(const LibraryOptions& options) {
+  CReport report(options.input);
+  std::string text;
+  if (!ReadInput(options.input, &text)) {
+    report.Error(0, "cannot be read");
+    return report.Print();
+  }
+  const std::vector<LibraryList> lists = UnpackLibrary(text, options.user_defined);
+  if (lists.empty()) report.Error(0, "is no library: it holds none of the lists, or is enciphered with another key");
+  if (!options.output.empty()) MakeDirectories(options.output);
+  for (const LibraryList& list : lists) {
+    const std::string name(list.name);
+    const std::string path = options.output + "/" + name + ".txt";
+    if (options.output.empty()) {
+      WriteOutput("# " + name + "\n" + WriteRuleFile(list.rules));
+    } else if (!ReplaceFile(path, WriteRuleFile(list.rules))) {
+      report.Error(0, path + " cannot be written");
+    }
+  }
+  return report.Print();
+}
+
+}  // namespace
+
+void AddLibraryCommand(CLI::App* app, int* exit_code) {
+  CLI::App* const library = app->add_subcommand("library", "Rule libraries between plain text and their stored form");
+  library->require_subcommand(1);
+  const auto options = std::make_shared<LibraryOptions>();
+
+  CLI::App* const pack = library->add_subcommand("pack", "Turn a folder of rule files into a library");
+  pack->add_option("folder", options->input, "holds sql_rules.txt, sql_keys.txt, xss_events.txt")->required();
+  pack->add_option("-o,--output", options->output, "the folder that receives _sql.db")->required();
+  pack->add_option("--language", options->language, "language of the remarks")
+      ->capture_default_str()
+      ->check(CLI::IsMember({"en-US", "zh-CN"}));
+  pack->add_flag("--user", options->user_defined, "write the user-defined library, _sql_user.db");
+  pack->callback([options, exit_code] { *exit_code = Pack(*options); });
+
+  CLI::App* const unpack = library->add_subcommand("unpack", "Print a library as rule files");
+  unpack->add_option("file", options->input, "the _sql.db, or - for standard input")->required();
+  unpack->add_option("-o,--output", options->output, "a folder that receives the rule files instead");
+  unpack->add_flag("--user", options->user_defined, "it is a user-defined library");
+  unpack->callback([options, exit_code] { *exit_code = Unpack(*options); });
+}
+
+}  // namespace qiv

@@ -1,0 +1,236 @@
+#include "tools/lint_relations.h"
+
+#include <algorithm>
+#include <array>
+
+#include "common/text.h"
+#include "tools/utf8_text.h"
+
+namespace qiv {
+namespace {
+
+std::string Lower(std::string_view text) {
+  std::string lower(Trim(text));
+  for (char& c : lower) {
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+  }
+  return lower;
+}
+
+struct Choice {
+  std::string_view section;
+  std::string_view key;
+  std::string_view values;  ///< " a b c " in lower case; an empty value is always admitted
+  std::string_view otherwise;
+};
+
+constexpr Choice kChoices[] = {
+    {"", "language", " zh-cn en-us ", "reads as \"en-US\""},
+    {"website_request", "xframe_type", " deny sameorigin allow-from allowfrom ", "adds no header"},
+    {"website_request", "csrf_mode", " 0 1 2 lax strict ", "reads as Lax"},
+    {"website_protect", "type_allow_mode", " 0 1 ", "reads as 1"},
+    {"website_attack", "cc_verify_type", " jump click slide select cookie ", "reads as \"jump\""},
+    {"website_response", "ret_status", " 200 302 403 404 500 ", "reads as 403"},
+    {"website_response", "ret_type", " 1 2 3 4 ", "reads as 1"},
+};
+
+/// When `key` is on, at least one of `needs` must be.
+struct Need {
+  std::string_view section;
+  std::string_view key;
+  std::string_view needs;  ///< blank-separated keys of the same section
+  std::string_view message;
+};
+
+constexpr Need kNeeds[] = {
+    {"website_attack", "cc", "cc_lock_freq", "\"cc\" is on, but \"cc_lock_freq\" 0 turns it off"},
+    {"website_attack", "cc", "cc_lock_time", "\"cc\" is on, but \"cc_lock_time\" 0 turns it off"},
+    {"website_attack", "e404", "e404_lock_freq", "\"e404\" is on, but \"e404_lock_freq\" 0 turns it off"},
+    {"website_attack", "e404", "e404_lock_time", "\"e404\" is on, but \"e404_lock_time\" 0 turns it off"},
+    {"website_attack", "overflow",
+     "overflow_url_maxlen overflow_httpheader_maxlen overflow_post_maxsize overflow_httpheader_rule",
+     "\"overflow\" is on, but every limit is 0"},
+    {"website_attack", "overflow_httpheader_rule", "overflow_httpheader_rules",
+     "\"overflow_httpheader_rule\" is on, but \"overflow_httpheader_rules\" is empty"},
+    {"website_response", "lock", "lock_freq", "\"lock\" is on, but \"lock_freq\" 0 turns it off"},
+    {"website_response", "lock", "lock_time", "\"lock\" is on, but \"lock_time\" 0 turns it off"},
+    {"website_response", "passwd", "passwd_key", "\"passwd\" is on, but \"passwd_key\" is empty"},
+    {"website_base", "upload", "upload_types", "\"upload\" is on, but \"upload_types\" is empty"},
+    {"website_base", "trojan", "trojan_get trojan_post trojan_header trojan_webout",
+     "\"trojan\" is on, but none of its places is"},
+    {"website_base", "badcode", "badcode_get badcode_post badcode_header badcode_webout",
+     "\"badcode\" is on, but none of its places is"},
+    {"website_base", "js", "js_out_codes", "\"js\" is on, but \"js_out_codes\" is empty"},
+    {"website_request", "type", "types", "\"type\" is on, but \"types\" admits no method"},
+    {"website_request", "xframe", "xframe_type", "\"xframe\" is on, but \"xframe_type\" is empty"},
+    {"website_request", "file", "file_local file_remote", "\"file\" is on, but neither of its kinds is"},
+    {"website_request", "ill_block", "ill_block_keys", "\"ill_block\" is on, but \"ill_block_keys\" is empty"},
+    {"website_request", "ill_replace", "ill_replace_keys", "\"ill_replace\" is on, but \"ill_replace_keys\" is empty"},
+    {"website_request", "ill_record", "ill_record_keys", "\"ill_record\" is on, but \"ill_record_keys\" is empty"},
+    {"website_protect", "static", "static_urls", "\"static\" is on, but \"static_urls\" is empty"},
+    {"website_protect", "admin", "admin_urls", "\"admin\" is on, but \"admin_urls\" is empty"},
+    {"website_protect", "timelimit", "timelimit_limit_urls",
+     "\"timelimit\" is on, but \"timelimit_limit_urls\" is empty"},
+    {"website_protect", "link", "link_file_types", "\"link\" is on, but \"link_file_types\" is empty"},
+    {"website_protect", "type", "type_file_types", "\"type\" is on, but \"type_file_types\" is empty"},
+    {"website_sql", "xss", "xss_get xss_post xss_header", "\"xss\" is on, but none of its places is"},
+    {"website_sql", "xss", "xss_html_action xss_script_block xss_script_load",
+     "\"xss\" is on, but none of its three kinds is"},
+    {"website_sql", "allow", "allow_urls", "\"allow\" is on, but \"allow_urls\" is empty"},
+    {"website_sql", "get", "get_super_mode get_keys", "\"get\" is on, but it has neither super mode nor keywords"},
+    {"website_sql", "post", "post_super_mode post_keys", "\"post\" is on, but it has neither super mode nor keywords"},
+    {"website_sql", "header", "header_super_mode header_keys",
+     "\"header\" is on, but it has neither super mode nor keywords"},
+};
+
+/// On: a flag that is "1", a number that is not 0, a text that is not empty.
+bool IsOn(const CSettingsDocument& settings, std::string_view section, std::string_view key) {
+  const std::string text = settings.TextOf(section, key);
+  switch (FindConfigKey(section, key)->type) {
+    case KeyType::kFlag:
+      return text == "1";
+    case KeyType::kNumber:
+      return ToNumber(text) != 0;
+    case KeyType::kDigits:
+      return DigitsToNumber(text) != 0;
+    default:
+      return !Trim(text).empty();
+  }
+}
+
+bool IsAnyOn(const CSettingsDocument& settings, std::string_view section, std::string_view keys) {
+  const std::vector<std::string_view> names = SplitUtf8(keys, " ");
+  return std::any_of(names.begin(), names.end(), [&](std::string_view key) { return IsOn(settings, section, key); });
+}
+
+/// The switches that make the module capture the body.
+bool CapturesBody(const CSettingsDocument& settings) {
+  return IsAnyOn(settings, "website_base", "trojan_post upload upload_file upload_exe") ||
+         IsAnyOn(settings, "website_request", "ill_block_post ill_replace_post ill_record_post") ||
+         (IsOn(settings, "website_base", "badcode") && IsOn(settings, "website_base", "badcode_post")) ||
+         (IsOn(settings, "website_request", "photo") && IsOn(settings, "website_request", "photo_post")) ||
+         IsOn(settings, "website_sql", "post");
+}
+
+void Protection(const CSettingsDocument& settings, std::vector<LintRemark>* remarks) {
+  const IJsonValue* const on = settings.Find("", "website_on_servers");
+  if (on == nullptr) {
+    remarks->push_back({nullptr, "\"website_on_servers\" is missing: the module refuses the settings"});
+  }
+  if (settings.Find("", "website_base") == nullptr) {
+    remarks->push_back({nullptr, "\"website_base\" is missing: the module refuses the settings"});
+  }
+}
+
+void Scripts(const CSettingsDocument& settings, std::vector<LintRemark>* remarks) {
+  const std::string functions = settings.TextOf("", "extend_functions");
+  for (const std::string_view function : SplitUtf8(functions, ",")) {
+    if (!Trim(function).empty() && Trim(function) != "website_js") {
+      remarks->push_back(
+          {settings.Find("", "extend_functions"),
+           "\"extend_functions\" names \"" + std::string(Trim(function)) + "\"; known is \"website_js\""});
+    }
+  }
+  if (IsOn(settings, "website_base", "js") && functions.find("website_js") == std::string::npos) {
+    remarks->push_back({settings.Find("website_base", "js"),
+                        "\"js\" is on, but counts only while \"extend_functions\" names \"website_js\""});
+  }
+}
+
+void Pages(const CSettingsDocument& settings, std::vector<LintRemark>* remarks) {
+  constexpr std::string_view kSection = "website_response";
+  const IJsonValue* const type = settings.Find(kSection, "ret_type");
+  const std::string kind(Trim(settings.TextOf(kSection, "ret_type")));
+  const std::string url = Lower(settings.TextOf(kSection, "ret_url"));
+  if (kind == "3" && url.empty()) remarks->push_back({type, "\"ret_type\" is 3, but \"ret_url\" is empty"});
+  if (kind == "4" && settings.TextOf(kSection, "ret_content").empty()) {
+    remarks->push_back({type, "\"ret_type\" is 4, but \"ret_content\" is empty"});
+  }
+  if (Trim(settings.TextOf(kSection, "ret_status")) == "302" && url.empty()) {
+    remarks->push_back({settings.Find(kSection, "ret_status"), "\"ret_status\" 302 without \"ret_url\" reads as 403"});
+  }
+  if (!url.empty() && !url.starts_with("http://") && !url.starts_with("https://")) {
+    remarks->push_back({settings.Find(kSection, "ret_url"), "\"ret_url\" gets \"http://\" in front"});
+  }
+}
+
+void Bodies(const CSettingsDocument& settings, std::vector<LintRemark>* remarks) {
+  for (const auto& [section, key, master] : {std::array<std::string_view, 3>{"website_base", "badcode_post", "badcode"},
+                                             {"website_request", "photo_post", "photo"}}) {
+    if (IsOn(settings, section, key) && !IsOn(settings, section, master)) {
+      remarks->push_back({settings.Find(section, key),
+                          "\"" + std::string(key) + "\" is on, but \"" + std::string(master) + "\" is off"});
+    }
+  }
+  if (IsOn(settings, "website_sql", "xss") && IsOn(settings, "website_sql", "xss_post") && !CapturesBody(settings)) {
+    remarks->push_back({settings.Find("website_sql", "xss_post"),
+                        "\"xss_post\" is on, but no key that captures the body is, as \"post\" would"});
+  }
+}
+
+/// "Name:limit".
+bool IsHeaderLimit(std::string_view item) {
+  const std::size_t colon = item.rfind(':');
+  return colon != std::string_view::npos && !Trim(item.substr(0, colon)).empty() &&
+         DigitsToNumber(Trim(item.substr(colon + 1))) != 0;
+}
+
+bool IsTimeOfDay(std::string_view text) {
+  return text.size() == 5 && text[2] == ':' && IsDigit(text[0]) && IsDigit(text[1]) && IsDigit(text[3]) &&
+         IsDigit(text[4]) && (text.substr(0, 2) < "24" || text == "24:00") && text.substr(3) < "60";
+}
+
+/// "HH:MM-HH:MM" after optional weekdays "1-5 " or "6 ".
+bool IsTimeSpan(std::string_view item) {
+  item = Trim(item);
+  if (const std::size_t blank = item.find(' '); blank != std::string_view::npos) {
+    const std::string_view days = item.substr(0, blank);
+    const auto is_day = [](char c) { return c >= '1' && c <= '7'; };
+    const bool good = is_day(days[0]) && (days.size() == 1 || (days.size() == 3 && days[1] == '-' && is_day(days[2])));
+    if (!good) return false;
+    item = Trim(item.substr(blank));
+  }
+  return item.size() == 11 && item[5] == '-' && IsTimeOfDay(item.substr(0, 5)) && IsTimeOfDay(item.substr(6));
+}
+
+void Items(const CSettingsDocument& settings, std::string_view section, std::string_view key,
+           bool (*is_good)(std::string_view), std::string_view form, std::vector<LintRemark>* remarks) {
+  const std::string text = settings.TextOf(section, key);
+  for (const std::string_view item : SplitUtf8(text, "|")) {
+    if (Trim(item).empty() || is_good(item)) continue;
+    remarks->push_back({settings.Find(section, key), "\"" + std::string(key) + "\" has an entry that is not " +
+                                                         std::string(form) + ": \"" + std::string(item) + "\""});
+  }
+}
+
+}  // namespace
+
+std::string LintChoice(const ConfigKey& key, const std::string& text) {
+  for (const Choice& choice : kChoices) {
+    if (choice.section != key.section || choice.key != key.name) continue;
+    const std::string value = Lower(text);
+    if (value.empty() || choice.values.find(" " + value + " ") != std::string_view::npos) return {};
+    return "\"" + std::string(key.name) + "\" is none of" +
+           std::string(choice.values.substr(0, choice.values.size() - 1)) + ": \"" + text + "\" " +
+           std::string(choice.otherwise);
+  }
+  return {};
+}
+
+std::vector<LintRemark> LintRelations(const CSettingsDocument& settings) {
+  std::vector<LintRemark> remarks;
+  Protection(settings, &remarks);
+  for (const Need& need : kNeeds) {
+    if (IsOn(settings, need.section, need.key) && !IsAnyOn(settings, need.section, need.needs)) {
+      remarks.push_back({settings.Find(need.section, need.key), std::string(need.message)});
+    }
+  }
+  Scripts(settings, &remarks);
+  Pages(settings, &remarks);
+  Bodies(settings, &remarks);
+  Items(settings, "website_attack", "overflow_httpheader_rules", IsHeaderLimit, "\"Name:limit\"", &remarks);
+  Items(settings, "website_protect", "timelimit_auth_times", IsTimeSpan, "a time span", &remarks);
+  return remarks;
+}
+
+}  // namespace qiv

@@ -1,0 +1,22 @@
+// What lint knows of single keys' values and of keys that need one another.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "tools/settings_document.h"
+
+namespace qiv {
+
+/// What is doubtful about the value of a key that has few meaningful values; empty when nothing is.
+std::string LintChoice(const ConfigKey& key, const std::string& text);
+
+struct LintRemark {
+  const IJsonValue* value;  ///< where; null for the file as a whole
+  std::string message;
+};
+
+/// Features that are switched on without what they need.
+std::vector<LintRemark> LintRelations(const CSettingsDocument& settings);
+
+}  // namespace qiv

@@ -1,0 +1,32 @@
+#include "tools/report.h"
+
+#include <algorithm>
+#include <cstdio>
+
+namespace qiv {
+
+int CReport::ExitCode() const {
+  int worst = kExitOk;
+  for (const Entry& entry : entries_) worst = std::max(worst, entry.exit_code);
+  return worst;
+}
+
+std::string CReport::Text() const {
+  std::vector<Entry> sorted = entries_;
+  std::stable_sort(sorted.begin(), sorted.end(), [](const Entry& a, const Entry& b) { return a.line < b.line; });
+  std::string text;
+  for (const Entry& entry : sorted) {
+    text += "qivctl: " + file_;
+    if (entry.line != 0) text += ":" + std::to_string(entry.line);
+    text += ": " + entry.message + "\n";
+  }
+  return text;
+}
+
+int CReport::Print() const {
+  const std::string text = Text();
+  std::fwrite(text.data(), 1, text.size(), stderr);
+  return ExitCode();
+}
+
+}  // namespace qiv

@@ -1,0 +1,42 @@
+// What qivctl has to say about a file: findings and errors, each with its line.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+namespace qiv {
+
+// Exit codes of every command.
+inline constexpr int kExitOk = 0;
+inline constexpr int kExitFinding = 1;  ///< something doubtful was found
+inline constexpr int kExitError = 2;    ///< the command could not do its work
+
+class CReport {
+ public:
+  explicit CReport(std::string file) : file_(std::move(file)) {}
+
+  /// `line` counts from 1; 0 when the message concerns no line.
+  void Finding(std::size_t line, std::string message) { entries_.push_back({line, kExitFinding, std::move(message)}); }
+  void Error(std::size_t line, std::string message) { entries_.push_back({line, kExitError, std::move(message)}); }
+
+  bool HasError() const { return ExitCode() == kExitError; }
+  /// Of the worst entry.
+  int ExitCode() const;
+
+  /// "qivctl: FILE:LINE: message" for each entry, in the order of lines.
+  std::string Text() const;
+  /// Writes that to stderr; the exit code.
+  int Print() const;
+
+ private:
+  struct Entry {
+    std::size_t line;
+    int exit_code;
+    std::string message;
+  };
+  std::string file_;
+  std::vector<Entry> entries_;
+};
+
+}  // namespace qiv

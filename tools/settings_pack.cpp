@@ -1,0 +1,166 @@
+// PackSettings: readable settings to the text of _config.db.
+#include <initializer_list>
+#include <utility>
+
+#include "common/aes.h"
+#include "common/text.h"
+#include "config/config_parser.h"
+#include "tools/settings_document.h"
+
+namespace qiv {
+namespace {
+
+std::string Tagged(std::string_view tag, std::string_view content) {
+  std::string text = "<";
+  text.append(tag).append(">").append(content).append("</").append(tag).append(">");
+  return text;
+}
+
+/// The first tag of the file's own that the text holds, as "<name>" or "</name>"; empty when it holds none. Such a text
+/// would be cut in the wrong place when the file is read.
+std::string HeldTag(std::string_view text) {
+  const auto holds = [text](std::string_view name) {
+    return HasTag(text, name) || HasTag(text, "/" + std::string(name));
+  };
+  for (const std::string_view name : ConfigSections()) {
+    if (holds(name)) return std::string(name);
+  }
+  for (const ConfigKey& key : ScalarKeys()) {
+    if (holds(key.name)) return std::string(key.name);
+  }
+  for (const IpSetKey& key : IpSetKeys()) {
+    if (holds(key.name)) return std::string(key.name);
+  }
+  for (const std::string_view name : {"website_other", "system_common_areas", "ipv4", "ipv6", "qivips_websiteiplibpart",
+                                      "qivips_websiteconfigpart"}) {
+    if (holds(name)) return std::string(name);
+  }
+  return {};
+}
+
+class CPacker {
+ public:
+  CPacker(const CSettingsDocument& settings, CReport* report) : settings_(settings), report_(*report) {}
+
+  std::string Settings() {
+    std::string text;
+    for (const ConfigKey& key : ScalarKeys()) {
+      if (key.section.empty() && key.name != "website_on_servers") text += TaggedValue("", key.name, key.type);
+    }
+    text += Other();
+    for (const std::string_view section : ConfigSections()) text += Section(section);
+    if (const IJsonValue* const areas = settings_.Find("", "system_common_areas"); areas != nullptr) {
+      const bool is_object = areas->AsObject() != nullptr;
+      text += is_object ? Tagged("system_common_areas", JsonText(*areas))
+                        : TaggedValue("", "system_common_areas", KeyType::kList);
+    }
+    return text;
+  }
+
+  std::string IpLists() {
+    const IJsonValue* const sets = settings_.Find("", "ip_sets");
+    if (sets == nullptr) return {};
+    if (sets->AsObject() == nullptr) {
+      report_.Error(settings_.Line(*sets), "\"ip_sets\" is no object");
+      return {};
+    }
+    std::string text;
+    for (const IpSetKey& key : IpSetKeys()) {
+      const IJsonValue* const value = sets->AsObject()->Find(key.name);
+      if (value != nullptr) text += Tagged(key.name, IpSet(*value, key));
+    }
+    return text;
+  }
+
+ private:
+  /// JSON in which no "<" stands, so that no value can be taken for a tag.
+  static std::string JsonText(const IJsonValue& value) { return ReplaceAll(WriteJson(value), "<", "\\u003c"); }
+
+  std::string TextOfValue(const IJsonValue& value, std::string_view name, KeyType type) {
+    std::string text;
+    if (!ValueText(value, type, &text)) {
+      report_.Error(settings_.Line(value), "\"" + std::string(name) + "\" is no text, number or array of them");
+    } else if (const std::string tag = HeldTag(text); !tag.empty()) {
+      report_.Error(settings_.Line(value),
+                    "\"" + std::string(name) + "\" holds the tag <" + tag + ">, as the file's own");
+    } else if (text.find('\0') != std::string::npos) {
+      report_.Error(settings_.Line(value), "\"" + std::string(name) + "\" holds a zero byte");
+    }
+    return text;
+  }
+
+  std::string TaggedValue(std::string_view section, std::string_view name, KeyType type) {
+    const IJsonValue* const value = settings_.Find(section, name);
+    return value == nullptr ? std::string() : Tagged(name, TextOfValue(*value, name, type));
+  }
+
+  std::string Other() {
+    const IJsonValue* const other = settings_.Find("", "website_other");
+    if (other == nullptr) return {};
+    if (other->AsObject() == nullptr) report_.Error(settings_.Line(*other), "\"website_other\" is no object");
+    std::string text;
+    for (const ConfigKey& key : ScalarKeys()) {
+      if (!key.section.empty()) text += TaggedValue(key.section, key.name, key.type);
+    }
+    return Tagged("website_other", text);
+  }
+
+  std::string Section(std::string_view section) {
+    std::string content;
+    if (section == "website_base") content = TaggedValue("", "website_on_servers", KeyType::kFlag);
+    const IJsonValue* const value = settings_.Find("", section);
+    if (value == nullptr) return content.empty() ? content : Tagged(section, content);
+    if (value->AsObject() == nullptr) {
+      report_.Error(settings_.Line(*value), "\"" + std::string(section) + "\" is no object");
+      return {};
+    }
+    JsonObject packed;
+    for (const JsonObject::Member* const member : value->AsObject()->Members()) {
+      const auto& [name, item] = *member;
+      const ConfigKey* const key = FindConfigKey(section, name);
+      std::string text;
+      if (key != nullptr && (item->AsArray() != nullptr || item->AsObject() != nullptr)) {
+        if (!ValueText(*item, key->type, &text)) {
+          report_.Error(settings_.Line(*item), "\"" + name + "\" is no text, number or array of them");
+        }
+        packed.SetText(name, std::move(text));
+      } else {
+        packed.Set(name, CloneJson(*item));
+      }
+    }
+    return Tagged(section, content + JsonText(packed));
+  }
+
+  std::string IpSet(const IJsonValue& value, const IpSetKey& key) {
+    const JsonObject* const object = value.AsObject();
+    if (object == nullptr || key.is_key_list) return TextOfValue(value, key.name, KeyType::kList);
+    std::string text;
+    for (const std::string_view family : {"ipv4", "ipv6"}) {
+      const IJsonValue* const list = object->Find(family);
+      if (list != nullptr) text += Tagged(family, TextOfValue(*list, key.name, KeyType::kList));
+    }
+    return text;
+  }
+
+  const CSettingsDocument& settings_;
+  CReport& report_;
+};
+
+}  // namespace
+
+std::string PackSettings(const CSettingsDocument& settings, CReport* report) {
+  CPacker packer(settings, report);
+  const std::string ip_lists = packer.IpLists();
+  const std::string text = packer.Settings();
+  if (report->HasError()) return {};
+  WebsiteConfig config;
+  const ConfigStatus status = ParseConfigParts(ip_lists, text, &config);
+  // A website that is switched off on purpose is nothing to remark on.
+  if (status != ConfigStatus::kLoaded && status != ConfigStatus::kNotOnServers) {
+    report->Finding(0, "the module will refuse these settings: " + std::string(ConfigStatusText(status)));
+  }
+  return Tagged("qivips_websiteiplibpart", ip_lists) + "\n" +
+         Tagged("qivips_websiteconfigpart", encrypt_text("", text)) + "\n";
+}
+
+}  // namespace qiv
