@@ -39,9 +39,10 @@ struct RequestFacts {
   std::string full_url;      ///< site_url + "?" + query, the latter two when there is a query
   std::string full_raw_url;  ///< site_url + "?" + the query as sent
   CSharedText body;          ///< decoded, normalised, lower-cased
-  CSharedText keyed_body;    ///< as read, kept only when it holds "secretrkey"
-  /// As read, whole and undecoded: a view into the request's memory, valid as long as the request.
+  /// The body as read, whole and undecoded, and the same kept only when it holds "secretrkey": views into the request's
+  /// memory, valid as long as the request.
   std::string_view raw_body;
+  std::string_view keyed_body;
   std::string method;
   std::string cookie;
   bool proxy_seen = false;

@@ -1,0 +1,238 @@
+#include "module/facts_collector.h"
+
+#include <algorithm>
+#include <iterator>
+#include <limits>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "common/char_set.h"
+#include "common/text.h"
+#include "config/website_config.h"
+#include "iis/httpserv.h"
+#include "module/body_reader.h"
+#include "module/client_address.h"
+#include "module/server_text.h"
+#include "port/code_page.h"
+
+namespace qiv {
+namespace {
+
+/// Names of the request headers by their number.
+constexpr std::string_view kHeaderNames[iis::HttpHeaderRequestMaximum] = {"Cache-Control",
+                                                                          "Connection",
+                                                                          "Date",
+                                                                          "Keep-Alive",
+                                                                          "Pragma",
+                                                                          "Trailer",
+                                                                          "Transfer-Encoding",
+                                                                          "Upgrade",
+                                                                          "Via",
+                                                                          "Warning",
+                                                                          "Allow",
+                                                                          "Content-Length",
+                                                                          "Content-Type",
+                                                                          "Content-Encoding",
+                                                                          "Content-Language",
+                                                                          "Content-Location",
+                                                                          "Content-Md5",
+                                                                          "Content-Range",
+                                                                          "Expires",
+                                                                          "Last-Modified",
+                                                                          "Accept",
+                                                                          "Accept-Charset",
+                                                                          "Accept-Encoding",
+                                                                          "Accept-Language",
+                                                                          "Authorization",
+                                                                          "Cookie",
+                                                                          "Expect",
+                                                                          "From",
+                                                                          "Host",
+                                                                          "If-Match",
+                                                                          "If-Modified-Since",
+                                                                          "If-None-Match",
+                                                                          "If-Range",
+                                                                          "If-Unmodified-Since",
+                                                                          "Max-Forwards",
+                                                                          "Proxy-Authorization",
+                                                                          "Referer",
+                                                                          "Range",
+                                                                          "Te",
+                                                                          "Translate",
+                                                                          "User-Agent"};
+
+std::u16string_view WideText(const iis::WCHAR* text, std::size_t bytes) {
+  return text ? std::u16string_view(text, bytes / sizeof(iis::WCHAR)) : std::u16string_view();
+}
+
+/// As received. Warm-up requests have none, and are known by their cooked URL alone.
+std::string RawUrl(const iis::HTTP_REQUEST& raw) {
+  const std::string_view sent = ServerText(raw.pRawUrl, raw.RawUrlLength);
+  if (!sent.empty()) return std::string(sent);
+  std::string url = Utf16ToUtf8(WideText(raw.CookedUrl.pAbsPath, raw.CookedUrl.AbsPathLength));
+  // The cooked query holds raw bytes, each widened.
+  for (const char16_t unit : WideText(raw.CookedUrl.pQueryString, raw.CookedUrl.QueryStringLength)) {
+    url += static_cast<char>(unit);
+  }
+  return url;
+}
+
+/// The path of a URL that may be in absolute form ("http://host/path"), which checks of paths must not be evaded by.
+std::string_view WithoutAuthority(std::string_view path) {
+  const std::size_t scheme = path.find("://");
+  if (path.starts_with('/') || scheme == std::string_view::npos) return path;
+  const std::size_t slash = path.find('/', scheme + 3);
+  return slash == std::string_view::npos ? std::string_view("/") : path.substr(slash);
+}
+
+std::string TrimmedNormal(std::string_view text) {
+  std::string normal = NormalizeText(std::string(Trim(text)));
+  return std::string(Trim(normal));
+}
+
+std::string CookedHost(const iis::HTTP_REQUEST& raw, bool secured) {
+  std::string host = Utf16ToGbk(WideText(raw.CookedUrl.pHost, raw.CookedUrl.HostLength));
+  const std::string_view port = secured ? ":443" : ":80";
+  if (host.starts_with('[')) {
+    const std::size_t close = host.find(']');
+    if (close != std::string::npos) {
+      if (const auto address = CIpAddress::Parse(std::string_view(host).substr(1, close - 1))) {
+        host = "[" + address->Text() + "]" + host.substr(close + 1);
+      }
+    }
+  }
+  if (host.ends_with(port)) host.resize(host.size() - port.size());
+  return std::string(Trim(host));
+}
+
+void CollectUrl(const iis::HTTP_REQUEST& raw, RequestFacts& facts) {
+  facts.raw_url = RawUrl(raw);
+  const std::string_view url = facts.raw_url;
+  const std::size_t mark = url.find('?');
+  const std::string_view raw_query = mark == std::string_view::npos ? std::string_view() : url.substr(mark + 1);
+  facts.query = TrimmedNormal(raw_query);
+  facts.path = TrimmedNormal(WithoutAuthority(Trim(url.substr(0, mark))));
+
+  const bool secured = raw.pSslInfo != nullptr;
+  facts.host = CookedHost(raw, secured);
+  facts.host_and_path = facts.host + facts.path;
+  facts.site_url = (secured ? "https://" : "http://") + facts.host_and_path;
+  facts.full_url = facts.query.empty() ? facts.site_url : facts.site_url + "?" + facts.query;
+  facts.full_raw_url = facts.site_url;
+  if (mark != std::string_view::npos) facts.full_raw_url.append("?").append(raw_query);
+}
+
+std::uint32_t SaturatedLength(std::string_view text) {
+  constexpr std::uint64_t kMost = std::numeric_limits<std::uint32_t>::max();
+  std::uint64_t value = 0;
+  for (const char c : Trim(text)) {
+    if (!IsDigit(c)) break;
+    value = std::min(kMost, value * 10 + static_cast<std::uint64_t>(c - '0'));
+  }
+  return static_cast<std::uint32_t>(value);
+}
+
+bool ContainsIgnoringCase(std::string_view text, std::string_view lower) {
+  return CCharSet::LowerAscii(text).find(lower) != std::string::npos;
+}
+
+/// A form with parts. Blanks around the ";" vary between clients.
+bool IsMultipart(std::string_view content_type) {
+  const std::string lower = CCharSet::LowerAscii(content_type);
+  const std::size_t form = lower.find("multipart/form-data");
+  return form != std::string::npos && lower.find("boundary=", form) != std::string::npos;
+}
+
+void TakeHeader(std::int32_t number, std::string_view value, RequestFacts& facts) {
+  switch (number) {
+    case iis::HttpHeaderContentLength:
+      facts.content_length = SaturatedLength(value);
+      break;
+    case iis::HttpHeaderContentType:
+      facts.content_type = value;
+      facts.multipart = IsMultipart(value);
+      if (ContainsIgnoringCase(value, "gbk") || ContainsIgnoringCase(value, "gb2312")) facts.gbk_page = true;
+      if (ContainsIgnoringCase(value, "utf-8")) facts.gbk_page = false;
+      break;
+    case iis::HttpHeaderAcceptLanguage:  // clients that name the charset do it here
+      if (ContainsIgnoringCase(value, "utf-8")) facts.gbk_page = false;
+      break;
+    case iis::HttpHeaderCookie:
+      facts.cookie = value;
+      break;
+    case iis::HttpHeaderHost:
+      facts.host = value;
+      break;
+    case iis::HttpHeaderReferer:
+      facts.referer = value;
+      break;
+    case iis::HttpHeaderUserAgent:
+      facts.user_agent = value;
+      break;
+    default:
+      break;
+  }
+}
+
+void ReadHeaders(const iis::IHttpRequest& request, RequestFacts& facts) {
+  for (std::int32_t number = 0; number < iis::HttpHeaderRequestMaximum; ++number) {
+    const auto value = RequestHeader(request, static_cast<iis::HTTP_HEADER_ID>(number));
+    if (!value) continue;
+    facts.header_bytes += static_cast<std::uint32_t>(value->size());
+    facts.all_headers += *value;
+    facts.headers.push_back({number, kHeaderNames[number], std::string(*value)});
+    TakeHeader(number, *value, facts);
+  }
+}
+
+/// One copy of the body, changed in place where that can be.
+std::string DecodeBody(std::string_view raw) {
+  std::string text = CCharSet::ToLocal(PercentDecode(raw));
+  const std::string_view trimmed = Trim(text);
+  const auto front = static_cast<std::size_t>(trimmed.data() - text.data());
+  if (trimmed.size() != text.size()) {
+    text.resize(front + trimmed.size());
+    text.erase(0, front);
+  }
+  CCharSet::LowerAscii(&text);
+  return text;
+}
+
+void ReadBody(iis::IHttpContext& context, iis::IHttpRequest& request, RequestFacts& facts) {
+  const bool wanted = facts.config->need_post_body || facts.config->response.passwd;
+  const bool has_type = RequestHeader(request, iis::HttpHeaderContentType).has_value();
+  if (!wanted || !has_type || facts.content_length == 0 || facts.content_length > kMaxBody) return;
+
+  const BodyBytes body = ReadAndRestoreBody(context, request, facts.content_length);
+  if (!body.complete) return;
+  facts.raw_body = body.bytes;
+  if (body.bytes.find("secretrkey") != std::string_view::npos) facts.keyed_body = body.bytes;
+  facts.body = DecodeBody(body.bytes);
+}
+
+}  // namespace
+
+bool CollectFacts(iis::IHttpContext& context, RequestFacts& facts) {
+  iis::IHttpRequest* request = context.GetRequest();
+  const iis::HTTP_REQUEST* raw = request ? request->GetRawHttpRequest() : nullptr;
+  if (!raw) return false;
+  facts.page_detail = true;
+  if (!CollectAddresses(context, *request, facts)) return false;
+  CollectUrl(*raw, facts);
+  return true;
+}
+
+bool ReadHeadersAndBody(iis::IHttpContext& context, RequestFacts& facts, bool may_read_body) {
+  iis::IHttpRequest* request = context.GetRequest();
+  if (!request) return false;
+  const char* method = request->GetHttpMethod();
+  facts.method = method ? method : "";
+  ReadHeaders(*request, facts);
+  facts.site_id = request->GetSiteId();
+  if (may_read_body && facts.method == "POST") ReadBody(context, *request, facts);
+  return true;
+}
+
+}  // namespace qiv

@@ -1,0 +1,20 @@
+// Fills the request record from the server, once, before any check runs.
+#pragma once
+
+#include "checks/request_facts.h"
+
+namespace iis {
+class IHttpContext;
+}
+
+namespace qiv {
+
+/// Addresses and URL. Reads facts.config. False when there is no request to read or the client's address is neither
+/// IPv4 nor IPv6.
+bool CollectFacts(iis::IHttpContext& context, RequestFacts& facts);
+
+/// Method, headers, site and, when `may_read_body` and the configuration needs it, the body of a POST, which is given
+/// back to the server. False when there is no request to read.
+bool ReadHeadersAndBody(iis::IHttpContext& context, RequestFacts& facts, bool may_read_body);
+
+}  // namespace qiv

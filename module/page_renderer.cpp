@@ -1,0 +1,156 @@
+#include "module/page_renderer.h"
+
+#include <array>
+#include <cstdio>
+#include <vector>
+
+#include "checks/unlock_registry.h"
+#include "common/char_set.h"
+#include "common/messages.h"
+#include "common/text.h"
+#include "config/website_config.h"
+#include "port/clock.h"
+
+namespace qiv {
+namespace {
+
+constexpr std::string_view kPageHead =
+    "<!DOCTYPE html><html lang=\"zh-CN\"><head><meta charset=\"{{charset}}\"><meta name=\"viewport\" "
+    "content=\"width=device-width, initial-scale=1.0\"><meta http-equiv=\"Content-Type\" content=\"text/html; "
+    "charset={{charset}}\" /><title>{{title}}</title></head>";
+// The comment stays open on purpose: it swallows what the application may still append.
+constexpr std::string_view kPageEnd =
+    "<script>if(window.stop){window.stop();}else{document.execCommand(\"stop\");}</script><!--";
+constexpr std::string_view kWordsBody = "<body>{{words}}</body></html>";
+constexpr std::string_view kPasswordForm =
+    "<form name=\"form1\" method=\"post\" action=\"{{url}}\">\n"
+    "<p align=\"left\">------------------------------------&nbsp;</p>\n"
+    "<p align=\"left\">{{prompt}}</p>\n"
+    "<p align=\"left\">\n"
+    "<input type=\"password\" name=\"secretrkey{{randip}}\">\n"
+    "</p>\n"
+    "<input type=\"submit\" name=\"Submit\" value=\"{{submit}}\">\n"
+    "</p>\n"
+    "<p align=\"left\">------------------------------------&nbsp;</p>\n"
+    "</form>\n";
+
+std::string ToUtf8(std::string_view local) { return CCharSet::LocalToUtf8(local); }
+
+/// A text of ours in UTF-8.
+std::string PageText(Language language, MessageId id) { return ToUtf8(Message(language, id)); }
+
+/// A value from outside. Decoding comes first: UTF-8 has no byte that could swallow the markup after it.
+std::string Safe(std::string_view local) { return HtmlEscape(ToUtf8(local)); }
+
+std::string CurrentTime() {
+  const CalendarTime now = LocalTime(UnixSeconds());
+  std::array<char, 80> text{};
+  std::snprintf(text.data(), text.size(), "%04d-%02d-%02d %02d:%02d:%02d", now.year, now.month, now.day, now.hour,
+                now.minute, now.second);
+  return text.data();
+}
+
+std::string PasswordForm(const RequestFacts& facts) {
+  const Language language = facts.config->language;
+  const std::string prompt = PageText(language, MessageId::kPasswordPrompt);
+  const std::string submit = PageText(language, MessageId::kPasswordSubmit);
+  const std::string address = Safe(facts.client_ip_copy);
+  const std::string action = HtmlEscape(FormAction(facts.raw_url));
+  UnlockRegistry().RegisterForUnlocking(facts);
+  return Substitute(
+      kPasswordForm,
+      std::array<Placeholder, 4>{
+          {{"{{url}}", action}, {"{{prompt}}", prompt}, {"{{randip}}", address}, {"{{submit}}", submit}}});
+}
+
+/// Custom words belong to the site, so they are part of the template: a placeholder in them works.
+std::string CustomTemplate(const PageSettings& page, const std::string& default_title) {
+  const std::string_view title = page.plain_title ? std::string_view(default_title) : std::string_view(page.content);
+  const std::string head = Substitute(kPageHead, std::array<Placeholder, 1>{{{"{{title}}", title}}});
+  return head + Substitute(kWordsBody, std::array<Placeholder, 1>{{{"{{words}}", page.content}}}).append(kPageEnd);
+}
+
+}  // namespace
+
+std::string Substitute(std::string_view text, std::span<const Placeholder> placeholders) {
+  std::string result;
+  result.reserve(text.size());
+  std::size_t at = 0;
+  while (at < text.size()) {
+    const std::size_t open = text.find("{{", at);
+    result += text.substr(at, open - at);
+    if (open == std::string_view::npos) break;
+    at = open;
+    const Placeholder* found = nullptr;
+    for (const Placeholder& placeholder : placeholders) {
+      if (text.substr(open).starts_with(placeholder.name)) found = &placeholder;
+    }
+    result += found ? found->value : text.substr(open, 1);
+    at += found ? found->name.size() : 1;
+  }
+  return result;
+}
+
+std::string FormAction(std::string_view raw_url) {
+  const std::size_t scheme = raw_url.find("://");
+  if (!raw_url.starts_with('/')) {
+    const std::size_t slash = scheme == std::string_view::npos ? scheme : raw_url.find('/', scheme + 3);
+    raw_url = slash == std::string_view::npos ? std::string_view("/") : raw_url.substr(slash);
+  }
+  // Two slashes (or backslashes, which browsers take for them) would name another host; "/./" in front does not.
+  const bool names_host = raw_url.size() > 1 && (raw_url[1] == '/' || raw_url[1] == '\\');
+  std::string action = names_host ? "/." : "";
+  constexpr char kHex[] = "0123456789ABCDEF";
+  for (const char c : raw_url) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (byte > 0x20 && byte < 0x7F) {
+      action += c;
+    } else {
+      action.append({'%', kHex[byte >> 4], kHex[byte & 15]});
+    }
+  }
+  return action;
+}
+
+std::string RenderPage(RequestFacts& facts, const CheckResult& result) {
+  const PageSettings& page = facts.config->page;
+  const Language language = facts.config->language;
+  if (page.type == PageSettings::kRedirect && !page.redirect_url.empty()) {
+    return "302 Found " + Safe(page.redirect_url);
+  }
+  const std::string_view charset = facts.gbk_page ? "gbk" : "utf-8";
+  if (!facts.prepared_page.empty()) {
+    return Substitute(facts.prepared_page, std::array<Placeholder, 1>{{{"{{charset}}", charset}}});
+  }
+
+  const std::string title = PageText(language, MessageId::kPageTitle);
+  const bool with_form = facts.config->response.passwd && facts.page_detail;
+  std::string text;
+  std::string form;
+  std::vector<Placeholder> values = {{"{{charset}}", charset}};
+  // Everything a placeholder refers to has to outlive the substitution below.
+  std::array<std::string, 5> safe;
+  if (page.type == PageSettings::kCustom && page.complete_page) {
+    text = page.content;
+    facts.custom_page = true;
+  } else if (page.type == PageSettings::kCustom) {
+    text = CustomTemplate(page, title);
+  } else {
+    const bool detailed = page.type == PageSettings::kDetailed;
+    text = std::string(kPageHead);
+    text += PageText(language, detailed ? MessageId::kDetailedPageBody : MessageId::kShortPageBody);
+    text += kPageEnd;
+    safe = {Safe(facts.client_ip_copy), CurrentTime(), Safe(facts.full_url), Safe(result.reason), Safe(result.item)};
+    values.insert(values.end(), {{"{{title}}", title},
+                                 {"{{ip}}", safe[0]},
+                                 {"{{time}}", safe[1]},
+                                 {"{{url}}", safe[2]},
+                                 {"{{detail}}", safe[3]},
+                                 {"{{note}}", safe[4]}});
+  }
+  if (with_form && text.find("{{secretrkey}}") != std::string::npos) form = PasswordForm(facts);
+  values.push_back({"{{secretrkey}}", form});
+  return Substitute(text, values);
+}
+
+}  // namespace qiv

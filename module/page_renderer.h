@@ -1,0 +1,31 @@
+// Block pages as text.
+#pragma once
+
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "checks/check_result.h"
+#include "checks/request_facts.h"
+
+namespace qiv {
+
+/// The page that the site's settings ask for, in UTF-8 (a whole page or prepared page in another encoding stays as it
+/// is). Sets facts.custom_page when a whole custom page was used; announces the client when the page has the password
+/// form. Everything that comes from the request or a rule is escaped for HTML text and quoted attributes alike.
+std::string RenderPage(RequestFacts& facts, const CheckResult& result);
+
+struct Placeholder {
+  std::string_view name;  ///< with its braces
+  std::string_view value;
+};
+
+/// Replaces the placeholders in one pass: what was put in is not looked at again, so a value that holds a placeholder's
+/// name stays as it is.
+std::string Substitute(std::string_view text, std::span<const Placeholder> placeholders);
+
+/// The request's URL as the target of a form on the page: on this host whatever the URL says ("//other/x" is a path
+/// here), every byte outside ASCII percent-encoded; not yet escaped for HTML.
+std::string FormAction(std::string_view raw_url);
+
+}  // namespace qiv

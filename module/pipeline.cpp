@@ -1,0 +1,156 @@
+#include "module/pipeline.h"
+
+#include "config/website_config.h"
+#include "module/facts_collector.h"
+#include "module/page_writer.h"
+#include "module/response_hardening.h"
+
+namespace qiv {
+namespace {
+
+using iis::RQ_NOTIFICATION_CONTINUE;
+using iis::RQ_NOTIFICATION_FINISH_REQUEST;
+
+constexpr std::size_t kUsualHeaders = 32;
+constexpr iis::USHORT kNotFound = 404;
+
+/// Has the application answer uncompressed, so that the response can be inspected. A header is only ever replaced.
+void BlankAcceptEncoding(iis::IHttpContext& context) {
+  iis::IHttpRequest* request = context.GetRequest();
+  iis::USHORT length = 0;
+  if (!request || !request->GetHeader(iis::HttpHeaderAcceptEncoding, &length)) return;
+  request->SetHeader(iis::HttpHeaderAcceptEncoding, " ", 1, 1);
+}
+
+iis::USHORT ResponseStatus(iis::IHttpContext& context) {
+  iis::USHORT status = 200;
+  if (iis::IHttpResponse* response = context.GetResponse()) {
+    response->GetStatus(&status, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
+  }
+  return status;
+}
+
+void HardenResponse(const RequestFacts& facts, CheckResult& result) {
+  HideServerHeaders(facts, result);
+  CookieAndFrameHeaders(facts);
+}
+
+}  // namespace
+
+void CPipeline::StartRecord(iis::IHttpContext& context, Phase phase, RequestFacts& facts) const {
+  facts.phase = phase;
+  facts.context = &context;
+  facts.config = config_.Current();
+  facts.library = config_.Library();
+  facts.headers.reserve(kUsualHeaders);
+}
+
+bool CPipeline::IsUnprotectedIpv6(const RequestFacts& facts) const {
+  return !facts.is_ipv4 && !config_.IsIpv6Protected();
+}
+
+/// Of the record that the begin of the request saved, or read again without the body. False when neither can be had.
+bool CPipeline::LoadOrRebuild(iis::IHttpContext& context, Phase phase, RequestFacts& facts) {
+  if (contexts_.Load(context, &facts)) {
+    facts.phase = phase;
+    facts.context = &context;
+    return true;
+  }
+  StartRecord(context, phase, facts);
+  return CollectFacts(context, facts) && ReadHeadersAndBody(context, facts, false);
+}
+
+void CPipeline::RunStage(Stage stage, RequestFacts& facts, CheckResult& result) const {
+  for (const CheckRow& row : checks_) {
+    if (row.stage != stage) continue;
+    if (result.status == kBlocked) return;
+    const std::int32_t before = result.status;
+    row.run(facts, result);
+    if (result.status != before && result.status != kUndecided) result.check = row.name;
+  }
+}
+
+void CPipeline::RunAfterDecision(RequestFacts& facts, CheckResult& result) const {
+  for (const CheckRow& row : checks_) {
+    if (row.stage == Stage::kAfterDecision) row.run(facts, result);
+  }
+}
+
+void CPipeline::WriteBlockPage(RequestFacts& facts, const CheckResult& result) {
+  WritePage(facts, result, contexts_, PageOptions{});
+}
+
+iis::REQUEST_NOTIFICATION_STATUS CPipeline::BeginRequest(iis::IHttpContext& context) {
+  config_.RefreshTick();
+  if (!config_.IsConfigValid()) return RQ_NOTIFICATION_CONTINUE;
+
+  RequestFacts facts;
+  StartRecord(context, kPhaseBegin, facts);
+  if (!CollectFacts(context, facts)) return RQ_NOTIFICATION_CONTINUE;
+  if (IsUnprotectedIpv6(facts)) return RQ_NOTIFICATION_CONTINUE;
+  if (!ReadHeadersAndBody(context, facts, true)) return RQ_NOTIFICATION_CONTINUE;
+  contexts_.Save(context, facts);  // without it the later notifications read the request again
+
+  CheckResult result;
+  if (facts.config->response.disable_compress) BlankAcceptEncoding(context);
+  RunStage(Stage::kLists, facts, result);
+  if (result.status == kBlocked) {
+    facts.page_detail = false;
+  } else if (result.status == kUndecided) {
+    RunStage(Stage::kRequest, facts, result);
+  }
+
+  if (result.status != kAllowed) HardenResponse(facts, result);
+  if (result.status != kBlocked) RunStage(Stage::kRequestAlways, facts, result);
+  const bool blocked = result.status == kBlocked;
+  if (blocked) WriteBlockPage(facts, result);
+  RunAfterDecision(facts, result);
+  return blocked ? RQ_NOTIFICATION_FINISH_REQUEST : RQ_NOTIFICATION_CONTINUE;
+}
+
+iis::REQUEST_NOTIFICATION_STATUS CPipeline::PostExecuteRequestHandler(iis::IHttpContext& context) {
+  if (!config_.IsConfigValid()) return RQ_NOTIFICATION_CONTINUE;
+  RequestFacts facts;
+  if (!LoadOrRebuild(context, kPhasePostExecute, facts)) return RQ_NOTIFICATION_CONTINUE;
+  if (IsUnprotectedIpv6(facts)) return RQ_NOTIFICATION_CONTINUE;
+
+  CheckResult result;
+  RunStage(Stage::kLists, facts, result);
+  if (result.status != kBlocked) {
+    if (result.status == kUndecided) {
+      HardenResponse(facts, result);
+      if (result.status == kBlocked) WriteBlockPage(facts, result);
+    }
+    if (result.status != kBlocked && !contexts_.PageWritten(context)) RunStage(Stage::kResponseBody, facts, result);
+    if (result.status != kBlocked) return RQ_NOTIFICATION_CONTINUE;
+  }
+  RunAfterDecision(facts, result);
+  return RQ_NOTIFICATION_FINISH_REQUEST;
+}
+
+iis::REQUEST_NOTIFICATION_STATUS CPipeline::SendResponse(iis::IHttpContext& context,
+                                                         const iis::ISendResponseProvider* provider) {
+  if (!config_.IsConfigValid()) return RQ_NOTIFICATION_CONTINUE;
+  RequestFacts facts;
+  if (!LoadOrRebuild(context, kPhaseSendResponse, facts)) return RQ_NOTIFICATION_CONTINUE;
+  if (IsUnprotectedIpv6(facts)) return RQ_NOTIFICATION_CONTINUE;
+
+  const iis::USHORT status = ResponseStatus(context);
+  CheckResult result;
+  RunStage(Stage::kLists, facts, result);
+  if (result.status == kAllowed) return RQ_NOTIFICATION_CONTINUE;
+  if (result.status == kBlocked) return RQ_NOTIFICATION_FINISH_REQUEST;
+
+  // A response goes out in any number of sends; only the one with the headers can still be changed, and counts.
+  const bool with_headers = (!provider || provider->GetHeadersBeingSent()) && !context.GetResponseHeadersSent();
+  if (!with_headers) return RQ_NOTIFICATION_CONTINUE;
+  HardenResponse(facts, result);
+  if (result.status == kBlocked) {
+    WriteBlockPage(facts, result);
+    return RQ_NOTIFICATION_FINISH_REQUEST;
+  }
+  if (status == kNotFound && facts.config->attack.e404) RunStage(Stage::kNotFound, facts, result);
+  return RQ_NOTIFICATION_CONTINUE;
+}
+
+}  // namespace qiv

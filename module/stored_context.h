@@ -1,0 +1,54 @@
+// What the module keeps with a request between its notifications.
+#pragma once
+
+#include <cstdint>
+
+#include "checks/request_facts.h"
+#include "config/qiv_config.h"
+#include "iis/httpserv.h"
+#include "port/critical_section.h"
+
+namespace qiv {
+
+/// Owned by the server once it was set; the server ends it with the request.
+class CQivStoredContext final : public iis::IHttpStoredContext {
+ public:
+  CQivStoredContext() = default;
+  iis::VOID CleanupStoredContext() override;
+  virtual ~CQivStoredContext() = default;
+
+  std::int32_t page_written = 0;  ///< 1 once a page was written for the request
+  RequestFacts record;            ///< phase 0: never saved
+};
+
+/// The operations on the stored context. Thread safe: all of them hold one lock for the get, copy and set of a context.
+///
+/// The server refuses to set a second context for a request, also the very object it holds already; so setting again
+/// after a change is a formality whose refusal means nothing, while a refused first set leaves the object with us.
+class CStoredContexts {
+ public:
+  /// `config` gives the module's identifier and must outlive this object.
+  explicit CStoredContexts(const CQivConfig& config) : config_(config) {}
+
+  /// Copies the record into the request's stored context, creating it when there is none. False when the server did not
+  /// take it.
+  bool Save(iis::IHttpContext& context, const RequestFacts& record);
+
+  /// A copy of the saved record; false when none was saved.
+  bool Load(iis::IHttpContext& context, RequestFacts* record);
+
+  /// Notes that a page was written for the request. False when the server did not take the note.
+  bool MarkPageWritten(iis::IHttpContext& context);
+
+  bool PageWritten(iis::IHttpContext& context);
+
+ private:
+  template <typename Change>
+  bool Update(iis::IHttpContext& context, Change&& change) QIV_EXCLUDES(lock_);
+  CQivStoredContext* Find(iis::IHttpContext& context) QIV_REQUIRES(lock_);
+
+  const CQivConfig& config_;
+  CCriticalSection lock_;  ///< every stored context of the process
+};
+
+}  // namespace qiv
