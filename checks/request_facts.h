@@ -74,6 +74,7 @@ struct RequestFacts {
   bool custom_page = false;  ///< set when a complete custom page was used
   bool statistics = true;    ///< whether this request's later blocks are counted in statistics; lists clear it
   bool attack = false;       ///< the request's attack mark
+  std::int64_t started_us = 0;           ///< MonotonicMicroseconds when the notification that collected this began
   iis::IHttpContext* context = nullptr;  ///< not owned; valid during a notification
 
   /// The records in force when the request began; held to its end.

@@ -1,18 +1,41 @@
 // The module's process-wide state.
 #pragma once
 
+#include <atomic>
+#include <cstdint>
+#include <memory>
 #include <string>
 
 #include "config/qiv_config.h"
+#include "module/block_recorder.h"
+#include "module/pipeline.h"
+#include "module/stored_context.h"
 
 namespace qiv {
 
-/// The configuration object of this process. In the library file it is built while the file is loaded (dll_entry.cpp),
-/// from the file's own directory. Programs that link the module's sources call InitialiseModule first.
-CQivConfig& ModuleConfig();
+/// Everything that outlives a request. Members are thread safe each by itself.
+struct ModuleState {
+  /// `directory` with its trailing separator.
+  ModuleState(std::string directory, bool with_log);
+  ~ModuleState();
 
-/// For tests and tools that hold the module in process: builds the state for another directory (with or without its
-/// trailing separator), replacing what was there. `with_log`: write the event log there. Not while requests run.
+  CQivConfig config;
+  CStoredContexts contexts;
+  CPipeline pipeline;
+  std::unique_ptr<CBlockRecorder> recorder;  ///< null: nothing is logged
+  /// Read and then set by the factory's first call. Two racing first calls may both take themselves for the first:
+  /// what they then do may be done twice.
+  std::atomic<std::int32_t> factory_called{0};
+};
+
+/// The state of this process. In the library file it is built while the file is loaded (dll_entry.cpp), from the file's
+/// own directory. Programs that link the module's sources call InitialiseModule first.
+ModuleState& State();
+
+inline CQivConfig& ModuleConfig() { return State().config; }
+
+/// Builds the state for a directory (with or without its trailing separator), replacing what was there. `with_log`:
+/// write the event log there. Not while requests run.
 void InitialiseModule(std::string module_directory, bool with_log);
 
 }  // namespace qiv

@@ -69,13 +69,10 @@ bool PrepareResponse(const RequestFacts& facts, const CheckResult& result, iis::
   const bool sent = context.GetResponseHeadersSent();
   if (options.reset_response && !sent) response.Clear();
   if (options.extra_text.empty()) {
-    const PageSettings& page = facts.config->page;
-    const bool redirect = page.type == PageSettings::kRedirect && !page.redirect_url.empty();
-    const int status = redirect ? 302 : result.response_status ? static_cast<int>(result.response_status) : page.status;
+    const int status = PageStatus(facts, result);
     if (!SetStatus(response, status)) return false;
-    if (status == 302 && !page.redirect_url.empty() && !sent) {
-      SetHeader(context, response, iis::HttpHeaderLocation, page.redirect_url);
-    }
+    const std::string& target = facts.config->page.redirect_url;
+    if (status == 302 && !target.empty() && !sent) SetHeader(context, response, iis::HttpHeaderLocation, target);
   }
   if (!sent) DropBodyHeaders(response);
   if (!sent && options.render) SetPageHeaders(context, response, charset);
@@ -95,6 +92,12 @@ void WriteChunk(iis::IHttpContext& context, iis::IHttpResponse& response, std::s
 }
 
 }  // namespace
+
+int PageStatus(const RequestFacts& facts, const CheckResult& result) {
+  const PageSettings& page = facts.config->page;
+  if (page.type == PageSettings::kRedirect && !page.redirect_url.empty()) return 302;
+  return result.response_status ? static_cast<int>(result.response_status) : page.status;
+}
 
 EncodedPage EncodePage(std::string page, const RequestFacts& facts) {
   const bool converted_content = facts.config->page.content_charset && facts.custom_page;

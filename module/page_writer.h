@@ -18,6 +18,9 @@ struct PageOptions {
 /// Writes the page, marks the request, and records the event: once a request, however many pages are written for it.
 void WritePage(RequestFacts& facts, const CheckResult& result, CStoredContexts& contexts, const PageOptions& options);
 
+/// Status code that a page goes out with.
+int PageStatus(const RequestFacts& facts, const CheckResult& result);
+
 /// The page in the encoding it goes out in.
 struct EncodedPage {
   std::string text;

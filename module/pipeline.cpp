@@ -4,6 +4,7 @@
 #include "module/facts_collector.h"
 #include "module/page_writer.h"
 #include "module/response_hardening.h"
+#include "port/clock.h"
 
 namespace qiv {
 namespace {
@@ -40,6 +41,7 @@ void HardenResponse(const RequestFacts& facts, CheckResult& result) {
 void CPipeline::StartRecord(iis::IHttpContext& context, Phase phase, RequestFacts& facts) const {
   facts.phase = phase;
   facts.context = &context;
+  facts.started_us = MonotonicMicroseconds();
   facts.config = config_.Current();
   facts.library = config_.Library();
   facts.headers.reserve(kUsualHeaders);

@@ -1,0 +1,44 @@
+#include "module/module_state.h"
+
+#include <utility>
+
+#include "checks/check_table.h"
+#include "port/module_path.h"
+
+namespace qiv {
+namespace {
+
+/// A function's static, so that it stands before any other static object asks for it. Destroyed with the process's
+/// static objects, or when the library file is unloaded.
+std::unique_ptr<ModuleState>& Holder() {
+  static std::unique_ptr<ModuleState> state;
+  return state;
+}
+
+}  // namespace
+
+ModuleState::ModuleState(std::string directory, bool with_log)
+    : config(std::move(directory)),
+      contexts(config),
+      pipeline(config, contexts, CheckTable()),
+      recorder(with_log ? std::make_unique<CBlockRecorder>(config.Paths().log_directory) : nullptr) {
+  SetEventRecorder(recorder.get());
+}
+
+ModuleState::~ModuleState() {
+  if (recorder && &EventRecorder() == recorder.get()) SetEventRecorder(nullptr);
+}
+
+ModuleState& State() {
+  if (!Holder()) InitialiseModule(ModuleDirectory(&kPathSeparator), false);
+  return *Holder();
+}
+
+void InitialiseModule(std::string module_directory, bool with_log) {
+  if (module_directory.empty()) module_directory = ".";
+  const char last = module_directory.back();
+  if (last != '/' && last != kPathSeparator) module_directory += kPathSeparator;
+  Holder() = std::make_unique<ModuleState>(std::move(module_directory), with_log);
+}
+
+}  // namespace qiv
