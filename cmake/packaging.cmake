@@ -1,0 +1,17 @@
+# package_zip: build/QivIpsIIs-windows-x64.zip, what an administrator unpacks on a server. `cmake --install` lays out the
+# same folder elsewhere.
+install(TARGETS QivIpsIIs RUNTIME DESTINATION . LIBRARY DESTINATION .)
+install(TARGETS qivctl RUNTIME DESTINATION .)
+install(DIRECTORY rules DESTINATION . PATTERN "README.md" EXCLUDE)
+install(FILES packaging/install.ps1 packaging/uninstall.ps1 packaging/README.md DESTINATION .)
+
+set(package_name QivIpsIIs-windows-x64)
+set(package_folder "${CMAKE_BINARY_DIR}/package/${package_name}")
+set(package_file "${CMAKE_SOURCE_DIR}/build/${package_name}.zip")
+add_custom_target(package_zip
+  COMMAND "${CMAKE_COMMAND}" -E rm -rf "${package_folder}" "${package_file}"
+  COMMAND "${CMAKE_COMMAND}" --install "${CMAKE_BINARY_DIR}" --prefix "${package_folder}" --strip
+  COMMAND "${CMAKE_COMMAND}" -E chdir "${package_folder}/.." "${CMAKE_COMMAND}" -E tar cf "${package_file}" --format=zip
+    "${package_name}"
+  DEPENDS QivIpsIIs qivctl
+  VERBATIM)
