@@ -1,0 +1,316 @@
+#include "config/config_parser.h"
+
+#include <gtest/gtest.h>
+
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "common/char_set.h"
+#include "config/config_keys.h"
+#include "tests/config/config_text.h"
+
+namespace qiv {
+namespace {
+
+ConfigStatus Status(const std::string& settings) {
+  WebsiteConfig config;
+  return ParseConfigParts("", settings, &config);
+}
+
+WebsiteConfig Parse(const std::string& settings, const std::string& ip_lists = "") {
+  WebsiteConfig config;
+  EXPECT_EQ(ParseConfigParts(ip_lists, settings, &config), ConfigStatus::kLoaded) << settings;
+  return config;
+}
+
+/// One section of JSON, written with ' for ".
+std::string Section(const std::string& name, std::string json) {
+  for (char& c : json) {
+    if (c == '\'') c = '"';
+  }
+  return "<" + name + ">" + json + "</" + name + ">";
+}
+
+std::string Show(bool value) { return value ? "on" : "off"; }
+std::string Show(std::int32_t value) { return std::to_string(value); }
+std::string Show(std::uint32_t value) { return std::to_string(value); }
+std::string Show(const std::string& value) { return value; }
+
+struct ValueCase {
+  const char* section;
+  const char* json;
+  std::string (*read)(const WebsiteConfig&);
+  const char* expected;
+};
+#define MEMBER(path) [](const WebsiteConfig& config) { return Show(config.path); }
+
+const ValueCase kValueCases[] = {
+    // Numbers, as text and as JSON numbers.
+    {"website_request", "{'type':'10'}", MEMBER(request.type), "10"},
+    {"website_request", "{'type':10}", MEMBER(request.type), "10"},
+    {"website_request", "{'type':' 7x'}", MEMBER(request.type), "7"},
+    {"website_request", "{'type':'on'}", MEMBER(request.type), "0"},
+    {"website_request", "{'type':true}", MEMBER(request.type), "0"},
+    {"website_request", "{'type':[1]}", MEMBER(request.type), "0"},
+    {"website_request", "{'type':'99999999999'}", MEMBER(request.type), "2147483647"},
+    {"website_request", "{'type':'1','type':'2'}", MEMBER(request.type), "2"},
+    // Flags.
+    {"website_response", "{'passwd':'1'}", MEMBER(response.passwd), "on"},
+    {"website_response", "{'passwd':1}", MEMBER(response.passwd), "on"},
+    {"website_response", "{'passwd':'true'}", MEMBER(response.passwd), "off"},
+    {"website_response", "{'passwd':true}", MEMBER(response.passwd), "off"},
+    {"website_response", "{'passwd':'01'}", MEMBER(response.passwd), "off"},
+    {"website_response", "{'passwd':' 1'}", MEMBER(response.passwd), "off"},
+    // Digits only.
+    {"website_attack", "{'overflow_url_maxlen':'2048'}", MEMBER(attack.overflow_url_maxlen), "2048"},
+    {"website_attack", "{'overflow_url_maxlen':'2048b'}", MEMBER(attack.overflow_url_maxlen), "0"},
+    {"website_attack", "{'overflow_url_maxlen':'-1'}", MEMBER(attack.overflow_url_maxlen), "0"},
+    {"website_attack", "{'overflow_url_maxlen':'4294967296'}", MEMBER(attack.overflow_url_maxlen), "0"},
+    {"website_attack", "{'e404_lock_freq':'20'}", MEMBER(attack.e404_lock_freq), "20"},
+    {"website_attack", "{'e404_lock_freq':'20 '}", MEMBER(attack.e404_lock_freq), "0"},
+    // Lists.
+    {"website_request", "{'types':'GET,post, |rpc| ,|OTHER|'}", MEMBER(request.types), ",get,post,|RPC|,|OTHER|,"},
+    {"website_request", "{'types':',get,post,'}", MEMBER(request.types), ",get,post,"},
+    {"website_request", "{'types':' , '}", MEMBER(request.types), ""},
+    {"website_attack", "{'spider_deny_spiders':'Baidu,Sogou'}", MEMBER(attack.spider_deny_spiders), ",Baidu,Sogou,"},
+    {"website_attack", "{'cc_file_type':'|ASP|php|'}", MEMBER(attack.cc_file_type), ",asp,php,"},
+    {"website_protect", "{'link_file_types':'jpg'}", MEMBER(protect.link_file_types), ",jpg,"},
+    {"website_protect", "{'link_empty_refer':1}", MEMBER(protect.link_white_referers), "|{$empty}|"},
+    {"website_protect", "{'link_empty_refer':1,'link_white_referers':'a.com|b.com'}",
+     MEMBER(protect.link_white_referers), "a.com|b.com|{$empty}|"},
+    {"website_protect", "{'link_white_referers':'a.com'}", MEMBER(protect.link_white_referers), "a.com"},
+    // Choices.
+    {"website_attack", "{'cc_verify_type':'select'}", MEMBER(attack.cc_verify_type), "4"},
+    {"website_attack", "{'cc_verify_type':'cookie'}", MEMBER(attack.cc_verify_type), "5"},
+    {"website_attack", "{'cc_verify_type':'2'}", MEMBER(attack.cc_verify_type), "1"},
+    {"website_attack", "{}", MEMBER(attack.cc_verify_type), "1"},
+    {"website_request", "{'csrf_mode':'0'}", MEMBER(request.csrf_mode), "0"},
+    {"website_request", "{'csrf_mode':2}", MEMBER(request.csrf_mode), "2"},
+    {"website_request", "{'csrf_mode':'Strict'}", MEMBER(request.csrf_mode), "2"},
+    {"website_request", "{'csrf_mode':'3'}", MEMBER(request.csrf_mode), "1"},
+    {"website_request", "{'xframe_type':'AllowFrom'}", MEMBER(request.xframe_type), "ALLOW-FROM"},
+    {"website_request", "{'xframe_type':'deny'}", MEMBER(request.xframe_type), "DENY"},
+    {"website_request", "{'xframe_allowfrom':' https://a\\r\\nX: 1'}", MEMBER(request.xframe_allowfrom),
+     "https://aX: 1"},
+    // Times and what they depend on.
+    {"website_attack", "{'cc_lock_time':'10'}", MEMBER(attack.cc_lock_time), "600"},
+    {"website_attack", "{'cc_lock_time':'2147483647'}", MEMBER(attack.cc_lock_time), "2147483640"},
+    {"website_attack", "{'e404_lock_time':-5}", MEMBER(attack.e404_lock_time), "0"},
+    {"website_attack", "{'cc_lock_freq_sec':'0'}", MEMBER(attack.cc_lock_freq_sec), "60"},
+    {"website_attack", "{'cc_lock_freq_sec':'-9'}", MEMBER(attack.cc_lock_freq_sec), "60"},
+    {"website_attack", "{'e404_lock_freq_sec':'5'}", MEMBER(attack.e404_lock_freq_sec), "5"},
+    {"website_response", "{'lock':1,'lock_freq':3,'lock_time':2}", MEMBER(response.lock), "on"},
+    {"website_response", "{'lock':1,'lock_freq':3,'lock_time':2}", MEMBER(response.lock_time), "120"},
+    {"website_response", "{'lock':1,'lock_freq':3}", MEMBER(response.lock), "off"},
+    {"website_response", "{'lock':1,'lock_time':2}", MEMBER(response.lock), "off"},
+    {"website_response", "{'lock_freq':0,'lock_time':2,'lock_freq_sec':9}", MEMBER(response.lock_time), "0"},
+    {"website_response", "{'lock_freq':0,'lock_time':2,'lock_freq_sec':9}", MEMBER(response.lock_freq_sec), "60"},
+};
+
+TEST(ConfigParser, ReadsValues) {
+  for (const ValueCase& c : kValueCases) {
+    const WebsiteConfig config = Parse(SettingsText(Section(c.section, c.json)));
+    EXPECT_EQ(c.read(config), c.expected) << c.section << " " << c.json;
+  }
+}
+
+TEST(ConfigParser, ReadsUploadTypes) {
+  const std::pair<const char*, const char*> cases[] = {
+      {"jpg,PNG", ",jpg,png,"},
+      {"*", ",*,"},
+      {",jpg,", ",jpg,"},
+      {"", ""},
+  };
+  for (const auto& [written, held] : cases) {
+    const WebsiteConfig config = Parse(SettingsText("", std::string("{\"upload_types\":\"") + written + "\"}"));
+    EXPECT_EQ(config.base.upload_types, held) << written;
+  }
+}
+
+TEST(ConfigParser, RefusesWhatIsNoConfiguration) {
+  const std::string empty_sections = Section("website_sql", "{}") + Section("website_lists", "{'allow_urls':");
+  const std::pair<std::string, ConfigStatus> cases[] = {
+      {"", ConfigStatus::kNoBasePart},
+      {"<website_base", ConfigStatus::kNoBasePart},
+      {"<website_base><website_on_servers>1</website_on_servers>{\"hide\":1}", ConfigStatus::kNotOnServers},
+      {"<website_base>{\"website_on_servers\":\"1\"}</website_base>", ConfigStatus::kNotOnServers},
+      {"<website_on_servers>1</website_on_servers><website_base>{\"hide\":1}</website_base>",
+       ConfigStatus::kNotOnServers},
+      {"<website_base><website_on_servers>01</website_on_servers>{\"hide\":1}</website_base>",
+       ConfigStatus::kNotOnServers},
+      {"<website_base><website_on_servers>true</website_on_servers></website_base>", ConfigStatus::kNotOnServers},
+      {SettingsText("", ""), ConfigStatus::kNoSections},
+      {SettingsText(empty_sections, "{}"), ConfigStatus::kNoSections},
+      {SettingsText(empty_sections, "}{"), ConfigStatus::kNoSections},
+      {SettingsText(Section("website_attack", "{'cc':0}"), ""), ConfigStatus::kLoaded},
+      {SettingsText(Section("website_attack", "junk {'cc':0} junk"), "{\"hide\":"), ConfigStatus::kLoaded},
+  };
+  for (const auto& [settings, status] : cases) EXPECT_EQ(Status(settings), status) << settings;
+}
+
+TEST(ConfigParser, ReadsSwitches) {
+  const std::string switches =
+      "<language>zh-CN</language><sys_is_qiv>1</sys_is_qiv><enable_ipv6prot>1</enable_ipv6prot>"
+      "<extend_functions>one, website_js</extend_functions><website_other><sys_temp_time>30</sys_temp_time>"
+      "<sys_trust_ip>1.2.3.4</sys_trust_ip></website_other>";
+  const WebsiteConfig on = Parse(switches + SettingsText(""));
+  EXPECT_EQ(on.language, Language::kChinese);
+  EXPECT_EQ(on.sql.language, Language::kChinese);
+  EXPECT_TRUE(on.library_enabled);
+  EXPECT_TRUE(on.ipv6_protection);
+  EXPECT_EQ(on.extend_functions, ",one,website_js,");
+  EXPECT_EQ(on.sys_temp_time, 30U);
+  EXPECT_EQ(on.sys_trust_ip, "1.2.3.4");
+
+  const WebsiteConfig off =
+      Parse("<language>zh-cn</language><sys_is_qiv>true</sys_is_qiv><enable_ipv6prot>01</enable_ipv6prot>" +
+            SettingsText(""));
+  EXPECT_EQ(off.language, Language::kEnglish);
+  EXPECT_FALSE(off.library_enabled);
+  EXPECT_FALSE(off.ipv6_protection);
+
+  const std::pair<const char*, std::uint32_t> times[] = {
+      {"0", 0},
+      {"000", 0},
+      {"", 720},
+      {"12a", 720},
+      {"-1", 720},
+      {" 5", 720},
+      {"4294967295", 4294967295U},
+      {"4294967296", 720},
+  };
+  for (const auto& [written, held] : times) {
+    const std::string tag = std::string("<sys_temp_time>") + written + "</sys_temp_time>";
+    EXPECT_EQ(Parse("<website_other>" + tag + "</website_other>" + SettingsText("")).sys_temp_time, held) << written;
+  }
+}
+
+TEST(ConfigParser, ScriptKeysNeedTheirFunction) {
+  const std::string base = "{\"js\":1,\"js_urls\":\"/a\",\"js_out_freeurls\":\"/b\",\"js_out_codes\":\"x\"}";
+  const std::pair<const char*, bool> cases[] = {
+      {"website_js", true}, {"a,website_js,b", true}, {"website_js2", false}, {"", false}};
+  for (const auto& [functions, enabled] : cases) {
+    const WebsiteConfig config =
+        Parse("<extend_functions>" + std::string(functions) + "</extend_functions>" + SettingsText("", base));
+    EXPECT_EQ(config.base.js, enabled ? 1 : 0) << functions;
+    EXPECT_EQ(config.base.js_urls, enabled ? "/a" : "") << functions;
+    EXPECT_EQ(config.base.js_out_freeurls, enabled ? ",/b," : "") << functions;
+    EXPECT_EQ(config.base.js_out_codes, enabled ? "x" : "") << functions;
+  }
+}
+
+TEST(ConfigParser, CapturesTheBodyForTheKeysThatReadIt) {
+  const std::pair<const char*, const char*> on[] = {
+      {"website_base", "{'trojan_post':1}"},
+      {"website_base", "{'upload':1}"},
+      {"website_base", "{'upload_file':1}"},
+      {"website_base", "{'upload_exe':1}"},
+      {"website_request", "{'ill_block_post':1}"},
+      {"website_request", "{'ill_replace_post':1}"},
+      {"website_request", "{'ill_record_post':1}"},
+      {"website_sql", "{'post':1}"},
+      {"website_base", "{'badcode':1,'badcode_post':1}"},
+      {"website_request", "{'photo':1,'photo_post':1}"},
+  };
+  const std::pair<const char*, const char*> off[] = {
+      {"website_base", "{'badcode_post':1}"},
+      {"website_request", "{'photo_post':1}"},
+      {"website_base", "{'trojan':1,'trojan_post':'true'}"},
+      {"website_sql", "{'xss':1,'xss_post':1}"},
+      {"website_base", "{'badcode':'on','badcode_post':1}"},
+  };
+  const auto needs = [](const char* section, const char* json) {
+    const std::string on_servers = "<website_base><website_on_servers>1</website_on_servers>";
+    const std::string part = Section(section, json);
+    return Parse(section == std::string("website_base") ? on_servers + part.substr(std::string("<website_base>").size())
+                                                        : SettingsText(part))
+        .need_post_body;
+  };
+  for (const auto& [section, json] : on) EXPECT_TRUE(needs(section, json)) << json;
+  for (const auto& [section, json] : off) EXPECT_FALSE(needs(section, json)) << json;
+}
+
+TEST(ConfigParser, HoldsTextsInTheLocalCodePage) {
+  const std::string bar_trail = "\x81\x7C";  // one character whose second byte is "|"
+  const std::string utf8 = CCharSet::LocalToUtf8(bar_trail + "\xC4\xE3");
+  const std::string keys = utf8 + "==" + utf8 + "*B{*}*{*}" + utf8 + "{*}7{#}";
+  const std::string response =
+      Section("website_response", "{'ret_type':4,'ret_content':'" + utf8 + "','passwd_key':'" + utf8 + "'}");
+  const WebsiteConfig config = Parse(SettingsText(Section("website_sql", "{'get_keys':'" + keys + "'}") + response));
+  ASSERT_EQ(config.get_rules.Rules().size(), 1U);
+  const InjectionRule& rule = config.get_rules.Rules()[0];
+  EXPECT_EQ(rule.shown, bar_trail + "\xC4\xE3");
+  EXPECT_EQ(rule.words, (std::vector<std::string>{bar_trail + "\xC4\xE3", "b"}));
+  EXPECT_EQ(rule.identifier, "7");
+  EXPECT_EQ(config.response.passwd_key, bar_trail + "\xC4\xE3");
+  EXPECT_EQ(config.page.content, utf8);
+
+  // A service that writes GBK is read all the same.
+  const WebsiteConfig local = Parse(SettingsText(Section("website_response", "{'passwd_key':'" + bar_trail + "'}")));
+  EXPECT_EQ(local.response.passwd_key, bar_trail);
+}
+
+TEST(ConfigParser, ReadsAddressSets) {
+  const std::string lists =
+      "<website_lists_deny_area_ips><ipv4>10.0.0.0/8|1.2.3</ipv4><ipv6>2001:db8::/32</ipv6></"
+      "website_lists_deny_area_ips>"
+      "<website_sys_common_area_ips>192.168.1.1\r\n192.168.1.9-192.168.1.12</website_sys_common_area_ips>"
+      "<website_lists_allow_area_ips><ipv6>::1</ipv6></website_lists_allow_area_ips>"
+      "<website_attack_spiders_all_keys>baidu||google|</website_attack_spiders_all_keys>";
+  const WebsiteConfig config = Parse(SettingsText(""), lists);
+  const AddressSets& sets = config.addresses;
+  const auto holds = [](const CIpRanges& set, const char* address) {
+    return set.Contains(*CIpAddress::Parse(address));
+  };
+  EXPECT_TRUE(holds(sets.website_lists_deny_area_ips, "10.9.8.7"));
+  EXPECT_FALSE(holds(sets.website_lists_deny_area_ips, "1.2.3.4"));
+  EXPECT_TRUE(holds(sets.website_lists_deny_area_ips, "2001:db8::5"));
+  EXPECT_TRUE(holds(sets.website_sys_common_area_ips, "192.168.1.10"));
+  EXPECT_FALSE(holds(sets.website_sys_common_area_ips, "192.168.1.2"));
+  EXPECT_TRUE(holds(sets.website_lists_allow_area_ips, "::1"));
+  EXPECT_TRUE(sets.website_attack_all_spiders_ips.Empty());
+  EXPECT_EQ(sets.website_attack_spiders_all_keys, (std::vector<std::string>{"baidu", "google"}));
+}
+
+TEST(ConfigParser, ReadsWholeFiles) {
+  const std::string good =
+      FileText(SettingsText(""), "<website_sys_common_area_ips>1.1.1.1</website_sys_common_area_ips>");
+  std::string lower = good;
+  for (char& c : lower) {
+    if (c >= 'A' && c <= 'F') c = static_cast<char>(c - 'A' + 'a');
+  }
+  const std::string other_key =
+      "<qivips_websiteconfigpart>" + encrypt_text("another", SettingsText("")) + "</qivips_websiteconfigpart>";
+  const std::pair<std::string, ConfigStatus> cases[] = {
+      {good, ConfigStatus::kLoaded},
+      {lower, ConfigStatus::kLoaded},
+      {FileText("\n" + SettingsText("")), ConfigStatus::kLoaded},
+      {"<qivips_websiteconfigpart>\r\n" + encrypt_text("", SettingsText("")) + "\r\n</qivips_websiteconfigpart>",
+       ConfigStatus::kLoaded},
+      {other_key, ConfigStatus::kNoBasePart},
+      {good.substr(0, good.size() / 2), ConfigStatus::kNoBasePart},
+      {SettingsText(""), ConfigStatus::kNoSettingsPart},
+      {"ab", ConfigStatus::kTooShort},
+      {"abc", ConfigStatus::kNoSettingsPart},
+  };
+  for (const auto& [text, status] : cases) {
+    WebsiteConfig config;
+    EXPECT_EQ(ParseConfigText(text, &config), status) << text;
+  }
+  WebsiteConfig config;
+  ParseConfigText(good, &config);
+  EXPECT_FALSE(config.addresses.website_sys_common_area_ips.Empty());
+}
+
+TEST(ConfigKeys, AreDeclaredOnce) {
+  std::set<std::pair<std::string_view, std::string_view>> seen;
+  for (const ConfigKey& key : ConfigKeys()) EXPECT_TRUE(seen.insert({key.section, key.name}).second) << key.name;
+  std::size_t in_sections = 0;
+  for (const std::string_view section : ConfigSections()) in_sections += ConfigKeys(section).size();
+  EXPECT_EQ(in_sections, seen.size());
+}
+
+}  // namespace
+}  // namespace qiv

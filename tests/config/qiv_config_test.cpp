@@ -1,0 +1,278 @@
+#include "config/qiv_config.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "port/file.h"
+#include "port/module_path.h"
+#include "tests/config/config_text.h"
+#include "tests/port/temporary_directory.h"
+
+namespace qiv {
+namespace {
+
+std::atomic<std::int64_t> test_now{1000};
+std::int64_t TestClock() { return test_now; }
+
+std::string Numbered(int number, bool libraries = false) {
+  const std::string text = std::to_string(number);
+  return FileText((libraries ? "<sys_is_qiv>1</sys_is_qiv>" : "") +
+                  SettingsText("<website_attack>{\"cc_lock_freq\":" + text + ",\"cc_allow_urls\":\"/" + text +
+                               "\"}</website_attack>"));
+}
+
+class QivConfig : public testing::Test {
+ protected:
+  QivConfig() { MakeDirectory(directory_.Path("config")); }
+
+  std::string File(const std::string& name) const { return directory_.Path("config") + kPathSeparator + name; }
+
+  void Write(const std::string& text) { Write("_config.db", text); }
+  void Write(const std::string& name, const std::string& text) {
+    ASSERT_TRUE(ReplaceFile(File(name), text));
+    // Each write is later than the one before, whatever the resolution of the file system's clock.
+    SetTime(name, start_ + std::chrono::milliseconds(++writes_));
+  }
+  void SetTime(const std::string& name, std::filesystem::file_time_type time) {
+    std::filesystem::last_write_time(std::filesystem::u8path(File(name)), time);
+  }
+  std::filesystem::file_time_type Time(const std::string& name) const {
+    return std::filesystem::last_write_time(std::filesystem::u8path(File(name)));
+  }
+
+  /// A tick that is due.
+  void Tick() {
+    test_now += 2;
+    config_.RefreshTick();
+  }
+  int Number() const { return config_.Current()->attack.cc_lock_freq; }
+
+  CTemporaryDirectory directory_;
+  const std::filesystem::file_time_type start_ = std::filesystem::file_time_type::clock::now() - std::chrono::hours(1);
+  int writes_ = 0;
+  CQivConfig config_{
+      directory_.Path("") + (directory_.Path("").ends_with(kPathSeparator) ? "" : std::string(1, kPathSeparator)),
+      &TestClock};
+};
+
+TEST_F(QivConfig, StartsSwitchedOffWithDefaults) {
+  Tick();
+  Tick();
+  EXPECT_FALSE(config_.IsConfigValid());
+  EXPECT_FALSE(config_.IsIpv6Protected());
+  EXPECT_FALSE(config_.IsLibraryEnabled());
+  EXPECT_EQ(config_.Current()->sys_temp_time, 720U);
+  EXPECT_TRUE(config_.Library()->Rules().empty());
+}
+
+TEST_F(QivConfig, FirstTickLoads) {
+  Write(FileText("<sys_is_qiv>1</sys_is_qiv><enable_ipv6prot>1</enable_ipv6prot>" + SettingsText("")));
+  Tick();
+  EXPECT_TRUE(config_.IsConfigValid());
+  EXPECT_TRUE(config_.IsIpv6Protected());
+  EXPECT_TRUE(config_.IsLibraryEnabled());
+  EXPECT_EQ(config_.Current()->base.hide, 1);
+}
+
+TEST_F(QivConfig, LooksAtFilesEveryTwoSeconds) {
+  Write(Numbered(1));
+  Tick();
+  Write(Numbered(2));
+  test_now += 1;
+  config_.RefreshTick();
+  EXPECT_EQ(Number(), 1);
+  test_now += 1;
+  config_.RefreshTick();
+  EXPECT_EQ(Number(), 2);
+}
+
+TEST_F(QivConfig, ARefusedFileSwitchesOffUntilTheNextGoodOne) {
+  const std::string refused[] = {
+      "", "ab", "abc", std::string("junk"), FileText("junk"), FileText(SettingsText("", "{}")),
+  };
+  int number = 1;
+  for (const std::string& bad : refused) {
+    Write(Numbered(++number));
+    Tick();
+    ASSERT_TRUE(config_.IsConfigValid());
+    const std::shared_ptr<const WebsiteConfig> before = config_.Current();
+    Write(bad);
+    Tick();
+    EXPECT_FALSE(config_.IsConfigValid()) << bad;
+    EXPECT_EQ(config_.Current(), before) << bad;
+    // The refused file's time was stored: the same time with a good file is no news.
+    const auto time = Time("_config.db");
+    Write(Numbered(++number));
+    SetTime("_config.db", time);
+    Tick();
+    EXPECT_FALSE(config_.IsConfigValid()) << bad;
+  }
+  Write(Numbered(100));
+  Tick();
+  EXPECT_TRUE(config_.IsConfigValid());
+  EXPECT_EQ(Number(), 100);
+}
+
+TEST_F(QivConfig, AVanishedFileSwitchesOff) {
+  Write(Numbered(1));
+  Tick();
+  std::filesystem::remove(std::filesystem::u8path(File("_config.db")));
+  Tick();
+  EXPECT_FALSE(config_.IsConfigValid());
+  EXPECT_EQ(Number(), 1);
+  Write(Numbered(2));
+  Tick();
+  EXPECT_TRUE(config_.IsConfigValid());
+}
+
+TEST_F(QivConfig, RefusesMoreThanHundredMebibytes) {
+  Write(Numbered(1));
+  for (const auto& [size, status] :
+       {std::pair{kConfigMaxBytes, ConfigStatus::kNoSettingsPart}, {kConfigMaxBytes + 1, ConfigStatus::kTooLong}}) {
+    std::filesystem::resize_file(std::filesystem::u8path(File("_config.db")), 0);
+    std::filesystem::resize_file(std::filesystem::u8path(File("_config.db")), size);
+    SetTime("_config.db", start_ + std::chrono::milliseconds(++writes_));
+    Tick();
+    EXPECT_EQ(config_.LastStatus(), status);
+    EXPECT_FALSE(config_.IsConfigValid());
+  }
+}
+
+TEST_F(QivConfig, TouchingReloadsOnce) {
+  Write(Numbered(1));
+  Tick();
+  const std::shared_ptr<const WebsiteConfig> first = config_.Current();
+  Tick();
+  EXPECT_EQ(config_.Current(), first);
+  SetTime("_config.db", Time("_config.db") + std::chrono::milliseconds(1));  // within the same second
+  Tick();
+  const std::shared_ptr<const WebsiteConfig> second = config_.Current();
+  EXPECT_NE(second, first);
+  Tick();
+  EXPECT_EQ(config_.Current(), second);
+}
+
+TEST_F(QivConfig, ASlowReaderKeepsItsRecord) {
+  Write(Numbered(1));
+  Tick();
+  std::shared_ptr<const WebsiteConfig> held = config_.Current();
+  const std::weak_ptr<const WebsiteConfig> watched = held;
+  for (int number = 2; number <= 5; ++number) {
+    Write(Numbered(number));
+    Tick();
+    ASSERT_EQ(Number(), number);
+    ASSERT_EQ(held->attack.cc_lock_freq, 1);
+    ASSERT_EQ(held->attack.cc_allow_urls, "/1");
+  }
+  held.reset();
+  EXPECT_TRUE(watched.expired());  // nothing but its readers kept it
+}
+
+std::string LibraryText(const std::string& word) {
+  return encrypt_text("", "<sql_rules>" + word + "{*}*{*}{*}1{#}</sql_rules>");
+}
+
+TEST_F(QivConfig, LibrariesFollowTheFlag) {
+  Write("_sql.db", LibraryText("one"));
+  Tick();
+  EXPECT_EQ(config_.Library()->FindRule("one"), -1) << "no configuration yet";
+  Write(Numbered(1, false));
+  Tick();
+  EXPECT_EQ(config_.Library()->FindRule("one"), 0) << "a configuration finds its library";
+  Write("_sql.db", LibraryText("two"));
+  Tick();
+  EXPECT_EQ(config_.Library()->FindRule("two"), -1) << "not watched while the flag is off";
+  Write(Numbered(2, true));
+  Tick();
+  EXPECT_EQ(config_.Library()->FindRule("two"), 0);
+  Write("_sql_user.db", LibraryText("mine%61"));
+  Tick();
+  EXPECT_EQ(config_.Library()->FindRule("minea"), 1) << "user-defined rules follow the built-in ones";
+  Write("_sql.db", "not a library");
+  Tick();
+  EXPECT_EQ(config_.Library()->FindRule("two"), -1);
+  EXPECT_EQ(config_.Library()->FindRule("minea"), 0);
+  const std::shared_ptr<const InjectionLibrary> same = config_.Library();
+  Tick();
+  EXPECT_EQ(config_.Library(), same);
+}
+
+class CCountingClient : public ITickClient {
+ public:
+  bool OnServiceTick(std::int64_t now) override {
+    times.push_back(now);
+    return reloads;
+  }
+  void OnReloaded(std::int64_t) override { ++forgotten; }
+
+  std::vector<std::int64_t> times;
+  bool reloads = false;
+  int forgotten = 0;
+};
+
+TEST_F(QivConfig, TickClientsRideAlong) {
+  CCountingClient client;
+  config_.SetTickClient(&client);
+  Tick();
+  EXPECT_EQ(client.forgotten, 0);
+  Write(Numbered(1, false));
+  Tick();
+  EXPECT_EQ(client.forgotten, 1);
+  EXPECT_TRUE(client.times.empty()) << "the flag is off";
+  Write(Numbered(2, true));
+  Tick();
+  EXPECT_EQ(client.times, std::vector<std::int64_t>{test_now});
+  EXPECT_EQ(client.forgotten, 2);
+  Tick();
+  EXPECT_EQ(client.times.size(), 2U);
+  EXPECT_EQ(client.forgotten, 2) << "nothing was reloaded";
+  client.reloads = true;
+  Tick();
+  EXPECT_EQ(client.forgotten, 3);
+  client.reloads = false;
+  Write("junk");
+  Tick();
+  EXPECT_EQ(client.forgotten, 3) << "a refused file changes nothing";
+}
+
+TEST_F(QivConfig, SixteenReadersWhileReloading) {
+  constexpr int kReloads = 60;
+  Write(Numbered(1));
+  Tick();
+  std::atomic<bool> done{false};
+  std::atomic<int> faults{0};
+  std::vector<std::thread> readers;
+  for (int i = 0; i < 16; ++i) {
+    readers.emplace_back([this, &done, &faults] {
+      while (!done) {
+        config_.RefreshTick();
+        const std::shared_ptr<const WebsiteConfig> config = config_.Current();
+        if (config->attack.cc_allow_urls != "/" + std::to_string(config->attack.cc_lock_freq)) ++faults;
+        if (!config_.IsConfigValid()) ++faults;
+        if (!config_.Library()->Keys().empty()) ++faults;
+        std::this_thread::yield();
+      }
+    });
+  }
+  for (int number = 2; number <= kReloads; ++number) {
+    Write(Numbered(number, number % 2 == 0));
+    test_now += 2;
+    while (Number() != number) {  // any of the threads may make the tick
+      config_.RefreshTick();
+      test_now += 1;
+    }
+  }
+  done = true;
+  for (std::thread& reader : readers) reader.join();
+  EXPECT_EQ(faults, 0);
+}
+
+}  // namespace
+}  // namespace qiv
