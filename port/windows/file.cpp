@@ -35,6 +35,8 @@ class CHandle {
 // A scanner or indexer may hold a file for a moment without sharing it; such a refusal passes.
 constexpr int kAttempts = 5;
 constexpr DWORD kPauseMilliseconds = 2;
+// Readers refuse the exchange of a file while they read it: a writer, who is in no hurry, waits for a gap between them.
+constexpr int kReplaceAttempts = 250;
 
 HANDLE Open(const std::string& path, DWORD access, DWORD creation) {
   const std::wstring wide = WidePath(path);
@@ -63,11 +65,11 @@ std::string TemporaryName(const std::string& path) {
   return path + "." + std::to_string(GetCurrentProcessId()) + "." + std::to_string(counter++) + ".tmp";
 }
 
-bool MoveReplacing(const std::wstring& from, const std::wstring& to, DWORD flags) {
+bool MoveReplacing(const std::wstring& from, const std::wstring& to, DWORD flags, int attempts) {
   for (int attempt = 1;; ++attempt) {
     if (MoveFileExW(from.c_str(), to.c_str(), flags | MOVEFILE_REPLACE_EXISTING)) return true;
     const DWORD error = GetLastError();
-    if (attempt == kAttempts || (error != ERROR_SHARING_VIOLATION && error != ERROR_ACCESS_DENIED)) return false;
+    if (attempt == attempts || (error != ERROR_SHARING_VIOLATION && error != ERROR_ACCESS_DENIED)) return false;
     Sleep(kPauseMilliseconds);
   }
 }
@@ -136,7 +138,7 @@ bool ReplaceFile(const std::string& path, std::string_view content) {
   const bool written = WriteAll(file.Get(), content) && FlushFileBuffers(file.Get());
   file.Close();
   const std::wstring source = WidePath(temporary);
-  if (written && MoveReplacing(source, WidePath(path), MOVEFILE_WRITE_THROUGH)) return true;
+  if (written && MoveReplacing(source, WidePath(path), MOVEFILE_WRITE_THROUGH, kReplaceAttempts)) return true;
   DeleteFileW(source.c_str());
   return false;
 }
@@ -149,7 +151,7 @@ bool MakeDirectory(const std::string& path) {
 }
 
 bool RenameFile(const std::string& from, const std::string& to) {
-  return MoveReplacing(WidePath(from), WidePath(to), 0);
+  return MoveReplacing(WidePath(from), WidePath(to), 0, kAttempts);
 }
 
 bool RemoveFile(const std::string& path) {

@@ -26,7 +26,7 @@ def native(path):
 
 
 def command(program, *arguments):
-    return (["wine"] if WINE else []) + [str(BIN / (program + SUFFIX)), *map(str, arguments)]
+    return ([str(SOURCE / "cmake/run-in-wine.sh")] if WINE else []) + [str(BIN / (program + SUFFIX)), *map(str, arguments)]
 
 
 def run(program, *arguments, check=True, **options):
