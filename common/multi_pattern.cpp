@@ -36,6 +36,11 @@ class CMultiPattern::CBuilder {
 
   const std::string& Pattern(std::size_t rank) const { return patterns_[order_[rank]]; }
 
+  // Of a state that may not have its row yet.
+  std::uint32_t StateOf(Place place) const {
+    return place < automaton_.sparse_base_ ? place / automaton_.row_size_ : automaton_.StateOf(place);
+  }
+
   void Prepare(std::size_t dense_entries) {
     CMultiPattern& a = automaton_;
     std::array<bool, 256> used{};
@@ -49,12 +54,13 @@ class CMultiPattern::CBuilder {
                      [this](std::uint32_t x, std::uint32_t y) { return patterns_[x] < patterns_[y]; });
     // Class 0 is the bytes of no pattern; when there are none, it goes to the first byte so that 255 is the last.
     const bool all_used = std::all_of(used.begin(), used.end(), [](bool u) { return u; });
-    a.class_count_ = all_used ? 0 : 1;
+    std::uint32_t classes = all_used ? 0 : 1;
     for (int byte = 0; byte < 256; ++byte) {
-      if (used[byte]) a.class_of_[byte] = static_cast<std::uint8_t>(a.class_count_++);
+      if (used[byte]) a.class_of_[byte] = static_cast<std::uint8_t>(classes++);
     }
-    a.dense_count_ = static_cast<std::uint32_t>(std::max<std::size_t>(dense_entries / a.class_count_, 1));
-    a.sparse_base_ = a.dense_count_ * a.class_count_;
+    a.row_size_ = classes + 1;
+    a.dense_count_ = static_cast<std::uint32_t>(std::max<std::size_t>(dense_entries / a.row_size_, 1));
+    a.sparse_base_ = a.dense_count_ * a.row_size_;
   }
 
   // The state's edges, own patterns and row; then its children with their failure links. Everything that a failure link
@@ -72,8 +78,9 @@ class CMultiPattern::CBuilder {
     a.own_suffix_.push_back(number == 0 ? 0 : states_[state.failure].output);
     const std::size_t row = a.dense_.size();
     if (dense) {
-      a.dense_.resize(row + a.class_count_, 0);
-      if (number != 0) std::copy_n(a.dense_.begin() + a.PlaceOf(state.failure), a.class_count_, a.dense_.begin() + row);
+      a.dense_.resize(row + a.row_size_, 0);
+      if (number != 0) std::copy_n(a.dense_.begin() + a.PlaceOf(state.failure), a.row_size_, a.dense_.begin() + row);
+      a.dense_.back() = number;
     } else {
       a.sparse_begin_.push_back(static_cast<std::uint32_t>(a.sparse_edges_.size()));
       a.sparse_failure_.push_back(a.PlaceOf(state.failure));
@@ -98,7 +105,7 @@ class CMultiPattern::CBuilder {
     State child{state.begin, end, state.depth + 1, state.at_start, 0, 0};
     if (parent != 0) {
       const Place failure = automaton_.Step(automaton_.PlaceOf(state.failure), byte_class) & ~kOutput;
-      child.failure = automaton_.StateOf(failure);
+      child.failure = StateOf(failure);
     }
     child.output = Pattern(child.begin).size() == child.depth ? number : states_[child.failure].output;
     states_.push_back(child);

@@ -2,8 +2,9 @@
 //
 // Aho-Corasick. States are numbered breadth first. As many states as fit kDenseEntries have a full row of a transition
 // table with the failure links folded in; a column is a byte class (bytes that no pattern uses share one), so a step is
-// one look-up. The states after them (deep, seldom reached, mostly with one edge) keep a short edge list and a failure
-// link. In the initial state the search runs over bytes that begin no pattern without consulting the table.
+// one look-up; the last column holds the state's number. The states after them (deep, seldom reached, mostly with one
+// edge) keep a short edge list and a failure link. In the initial state the search runs over bytes that begin no
+// pattern without consulting the table.
 //
 // Size: 4 bytes a table entry, at most 4 MiB, and about 20 bytes a state beside it; a state is a distinct prefix of a
 // pattern. 2,000 patterns of 10 bytes over 40 byte values: some 14,000 states, 2.6 MiB. Build time grows with the
@@ -53,7 +54,7 @@ class CMultiPattern {
   void FindByStart(std::string_view text, OnStart&& on_start) const;
 
  private:
-  // A place in the automaton: state * class_count_ for a dense state, else sparse_base_ + (state - dense_count_). The
+  // A place in the automaton: state * row_size_ for a dense state, else sparse_base_ + (state - dense_count_). The
   // top bit tells that something ends here.
   using Place = std::uint32_t;
   static constexpr Place kOutput = 0x80000000U;
@@ -61,10 +62,10 @@ class CMultiPattern {
   class CBuilder;  // multi_pattern.cpp
 
   std::uint32_t StateOf(Place place) const {
-    return place < sparse_base_ ? place / class_count_ : dense_count_ + (place - sparse_base_);
+    return place < sparse_base_ ? dense_[place + row_size_ - 1] : dense_count_ + (place - sparse_base_);
   }
   Place PlaceOf(std::uint32_t state) const {
-    return state < dense_count_ ? state * class_count_ : sparse_base_ + (state - dense_count_);
+    return state < dense_count_ ? state * row_size_ : sparse_base_ + (state - dense_count_);
   }
   Place Step(Place place, std::uint32_t byte_class) const {
     while (place >= sparse_base_) {
@@ -84,7 +85,7 @@ class CMultiPattern {
 
   std::array<std::uint8_t, 256> class_of_{};     // 0: in no pattern
   std::array<std::uint8_t, 256> begins_none_{};  // 1: the byte begins no pattern
-  std::uint32_t class_count_ = 1;
+  std::uint32_t row_size_ = 0;                   // classes and the state's number
   std::uint32_t dense_count_ = 0;
   Place sparse_base_ = 0;
   std::vector<Place> dense_;

@@ -15,6 +15,8 @@ namespace {
 
 constexpr std::size_t kEnd = std::string_view::npos;
 
+using Visitor = std::function<bool(const Parameter&)>;
+
 bool EqualNoCase(std::string_view text, std::string_view lower) {
   return std::equal(text.begin(), text.end(), lower.begin(), lower.end(),
                     [](char a, char b) { return (a >= 'A' && a <= 'Z' ? a | 0x20 : a) == b; });
@@ -33,19 +35,19 @@ std::string_view TakeLine(std::string_view* rest) {
   return line;
 }
 
-void AppendForm(std::string_view text, std::vector<Parameter>* result) {
+// This and the following visit functions return false when the visitor did.
+bool VisitForm(std::string_view text, const Visitor& visit) {
   while (!text.empty()) {
     const std::size_t end = text.find('&');
     const std::string_view piece = text.substr(0, end);
     text.remove_prefix(end == kEnd ? text.size() : end + 1);
     if (piece.empty()) continue;
     const std::size_t equals = piece.find('=');
-    if (equals == kEnd) {
-      result->push_back({{}, piece});
-    } else {
-      result->push_back({piece.substr(0, equals), piece.substr(equals + 1)});
+    if (!visit(equals == kEnd ? Parameter{{}, piece} : Parameter{piece.substr(0, equals), piece.substr(equals + 1)})) {
+      return false;
     }
   }
+  return true;
 }
 
 struct Disposition {
@@ -86,7 +88,7 @@ void ReadDisposition(std::string_view text, Disposition* disposition) {
 }
 
 // One part, without the boundary lines around it.
-void AppendPart(std::string_view part, std::vector<Parameter>* result) {
+bool VisitPart(std::string_view part, const Visitor& visit) {
   constexpr std::string_view kDisposition = "content-disposition:";
   Disposition disposition;
   std::string_view rest = part;
@@ -103,9 +105,9 @@ void AppendPart(std::string_view part, std::vector<Parameter>* result) {
   }
   if (!blank_line) rest = part;  // no end of the headers: look at everything
   const std::string_view headers = part.substr(0, part.size() - rest.size());
-  if (headers.find('&') != kEnd) AppendForm(headers, result);
-  if (!disposition.file_name.empty()) result->push_back({"filename", disposition.file_name, true});
-  if (!rest.empty()) result->push_back({disposition.name, rest});
+  if (headers.find('&') != kEnd && !VisitForm(headers, visit)) return false;
+  if (!disposition.file_name.empty() && !visit({"filename", disposition.file_name, true})) return false;
+  return rest.empty() || visit({disposition.name, rest});
 }
 
 // Where the first boundary line begins, or kEnd. *delimiter: the line without trailing blanks.
@@ -125,20 +127,15 @@ std::size_t FindDelimiter(std::string_view text, std::string_view* delimiter) {
   return kEnd;
 }
 
-bool AppendMultipart(std::string_view text, std::vector<Parameter>* result) {
-  std::string_view delimiter;
-  const std::size_t first = FindDelimiter(text, &delimiter);
-  if (first == kEnd) return false;
-  AppendForm(text.substr(0, first), result);
+// `first` and `delimiter` are what FindDelimiter found.
+bool VisitMultipart(std::string_view text, std::size_t first, std::string_view delimiter, const Visitor& visit) {
+  if (!VisitForm(text.substr(0, first), visit)) return false;
   const std::string needle = "\n" + std::string(delimiter);
   std::size_t part = text.find('\n', first) + 1;  // there is one: a header line follows
   std::size_t from = part - 1;
   for (;;) {
     const std::size_t feed = text.find(needle, from);
-    if (feed == kEnd) {
-      AppendPart(text.substr(part), result);
-      return true;
-    }
+    if (feed == kEnd) return VisitPart(text.substr(part), visit);
     std::string_view rest = text.substr(feed + needle.size());
     const std::string_view tail = TakeLine(&rest);
     from = text.size() - rest.size() - (rest.empty() ? 0 : 1);  // the feed that ends this line may begin the next
@@ -146,28 +143,30 @@ bool AppendMultipart(std::string_view text, std::vector<Parameter>* result) {
     if (!last && !Trim(tail).empty()) continue;  // a line of content that begins like the boundary
     std::string_view content = text.substr(part, feed > part ? feed - part : 0);
     if (content.ends_with('\r')) content.remove_suffix(1);
-    AppendPart(content, result);
+    if (!VisitPart(content, visit)) return false;
     part = text.size() - rest.size();
-    if (last) {
-      AppendForm(tail.substr(2), result);
-      AppendForm(rest, result);
-      return true;
-    }
+    if (last) return VisitForm(tail.substr(2), visit) && VisitForm(rest, visit);
   }
 }
 
 }  // namespace
 
+bool ForEachParameter(std::string_view text, const std::function<bool(const Parameter&)>& visit) {
+  const std::string_view trimmed = Trim(text);
+  if (trimmed.empty()) return true;
+  std::string_view delimiter;
+  const std::size_t first = FindDelimiter(text, &delimiter);
+  if (first != kEnd) return VisitMultipart(text, first, delimiter, visit);
+  if (trimmed.front() == '{' || trimmed.front() == '[') return visit({{}, text});
+  return VisitForm(text, visit);
+}
+
 std::vector<Parameter> SplitParameters(std::string_view text) {
   std::vector<Parameter> result;
-  const std::string_view trimmed = Trim(text);
-  if (trimmed.empty()) return result;
-  if (AppendMultipart(text, &result)) return result;
-  if (trimmed.front() == '{' || trimmed.front() == '[') {
-    result.push_back({{}, text});
-  } else {
-    AppendForm(text, &result);
-  }
+  ForEachParameter(text, [&](const Parameter& parameter) {
+    result.push_back(parameter);
+    return true;
+  });
   return result;
 }
 

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -70,14 +71,18 @@ struct Parameter {
   bool is_file_name = false;  ///< the value is the file name that an uploaded part states
 };
 
-/// The shared parameter splitter. A text is taken as
+/// The shared parameter splitter: calls visit(parameter) for one parameter after the other, until it returns false.
+/// Whether it reached the end. A text is taken as
 ///  - multipart when a line "--boundary" is followed by a part header ("Content-..."): each part is a parameter (its
 ///    Content-Disposition name, its content), after its file name, if it states one, as a parameter called "filename".
 ///    Text before the first and after the last boundary, and part headers that hold "&", are split like a form as
 ///    well, so that a form dressed up as multipart hides nothing;
 ///  - one value when its first non-blank byte is "{" or "[" (JSON);
 ///  - else a form, split at "&": name before the first "=", value after it; a piece without "=" has an empty name.
-/// Empty pieces are left out. At most one result per input byte; linear.
+/// Empty pieces are left out. Linear; takes no memory for the parameters.
+bool ForEachParameter(std::string_view text, const std::function<bool(const Parameter&)>& visit);
+
+/// The same as a list: at most one parameter per byte of text, each of some 40 bytes. For large bodies visit instead.
 std::vector<Parameter> SplitParameters(std::string_view text);
 
 }  // namespace qiv

@@ -63,6 +63,7 @@ InjectionLibrary InjectionLibrary::FromText(std::string_view builtin_text, std::
 }
 
 std::ptrdiff_t InjectionLibrary::FindRule(std::string_view word) const {
+  if (word.empty()) return -1;  // most segments have none
   const auto found =
       std::lower_bound(rule_index_.begin(), rule_index_.end(), word,
                        [this](std::uint32_t rule, std::string_view w) { return FirstWord(rules_[rule]) < w; });

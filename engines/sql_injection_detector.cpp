@@ -10,6 +10,7 @@
 #include "engines/sql_injection_detector.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
 #include <utility>
 #include <vector>
@@ -35,13 +36,32 @@ bool IsWholeCutWord(std::string_view text, std::size_t begin, std::size_t length
 }
 
 bool NeedsStripping(std::string_view text) {
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    const char c = text[i];
-    if (c == '+') return true;
-    if ((c == '-' || c == '/') && i + 1 < text.size() && text[i + 1] == (c == '-' ? '-' : '*')) return true;
-  }
-  return false;
+  return text.find('+') != std::string_view::npos || text.find("--") != std::string_view::npos ||
+         text.find("/*") != std::string_view::npos;
 }
+
+// Whether the backslash at `pos` is a trail byte. Lead bytes are trail bytes too, and any other byte ends its
+// character, so within the run of lead bytes before `pos` characters pair up from the run's start.
+bool IsTrailByte(std::string_view text, std::size_t pos) {
+  std::size_t begin = pos;
+  while (begin > 0 && CCharSet::IsLeadByte(static_cast<unsigned char>(text[begin - 1]))) --begin;
+  return (pos - begin) % 2 != 0;
+}
+
+// The end of the quoted run that begins at `begin`, its last quote included.
+std::size_t QuotedRunEnd(std::string_view text, std::size_t begin) {
+  std::size_t pos = begin;
+  while ((pos = text.find(text[begin], pos + 1)) != std::string_view::npos) {
+    if (text[pos - 1] != '\\' || IsTrailByte(text, pos - 1)) return pos + 1;
+  }
+  return text.size();
+}
+
+constexpr auto kOpensRunOrComment = [] {
+  std::array<bool, 256> table{};
+  for (const char c : {'\'', '"', '-', '/'}) table[static_cast<unsigned char>(c)] = true;
+  return table;
+}();
 
 // The value as a detail line shows it: whole when short, else from the keyword on (from the beginning when it is not
 // there), cut between characters.
@@ -66,31 +86,30 @@ void AppendValue(std::string_view value, std::string_view keyword, std::string* 
 std::string SqlCommentStripper(std::string_view text) {
   std::string result;
   result.reserve(text.size());
-  const auto at = [text](std::size_t pos) { return pos < text.size() ? text[pos] : '\0'; };
-  char quote = '\0';       // the quote that opened the run we are in
-  bool backslash = false;  // the character before is a backslash, not a trail byte that looks like one
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    const char c = text[i];
-    if (quote == '\0' && c == '-' && at(i + 1) == '-') {
-      i = std::min(text.find('\n', i), text.size());
-      if (i < text.size()) result.push_back('\n');
-      continue;
+  std::size_t pos = 0;
+  std::size_t kept = 0;  // what lies from here to `pos` is copied in one go
+  while (pos < text.size()) {
+    const char c = text[pos];
+    const char next = pos + 1 < text.size() ? text[pos + 1] : '\0';
+    if (!kOpensRunOrComment[static_cast<unsigned char>(c)]) {
+      ++pos;
+    } else if (c == '\'' || c == '"') {
+      pos = QuotedRunEnd(text, pos);
+    } else if (c == '-' && next == '-') {
+      result.append(text.substr(kept, pos - kept));
+      pos = kept = std::min(text.find('\n', pos), text.size());
+    } else if (c == '/' && next == '*') {
+      result.append(text.substr(kept, pos - kept));
+      const std::size_t end = std::min(text.find("*/", pos + 2), text.size());
+      const std::string_view comment = text.substr(pos, end - pos);
+      result.append(static_cast<std::size_t>(std::count(comment.begin(), comment.end(), '\n')), '\n');
+      pos = kept = std::min(end + 2, text.size());
+    } else {
+      ++pos;
     }
-    if (quote == '\0' && c == '/' && at(i + 1) == '*') {
-      const std::size_t end = std::min(text.find("*/", i + 2), text.size());
-      result.append(static_cast<std::size_t>(std::count(text.begin() + i, text.begin() + end, '\n')), '\n');
-      i = end + 1;
-      continue;
-    }
-    if (quote == '\0') {
-      if (c == '\'' || c == '"') quote = c;
-    } else if (c == quote && !backslash) {
-      quote = '\0';
-    }
-    result.push_back(c == '+' ? ' ' : c);
-    backslash = c == '\\';
-    if (CCharSet::CharacterLength(text, i) == 2) result.push_back(text[++i]);
   }
+  result.append(text.substr(kept));
+  std::replace(result.begin(), result.end(), '+', ' ');
   return result;
 }
 
@@ -177,9 +196,7 @@ bool SqlInjectionDetector::Check(std::string_view text, const InjectionSettings*
     return index != kNoMatch;
   };
   if (!per_parameter) return examine({}, text);
-  const std::vector<Parameter> parameters = SplitParameters(text);
-  return std::any_of(parameters.begin(), parameters.end(),
-                     [&](const Parameter& parameter) { return examine(parameter.name, parameter.value); });
+  return !ForEachParameter(text, [&](const Parameter& parameter) { return !examine(parameter.name, parameter.value); });
 }
 
 void SqlInjectionDetector::FillResult(std::ptrdiff_t index, std::string_view name, std::string_view value,

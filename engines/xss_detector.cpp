@@ -232,10 +232,12 @@ std::string_view XssDetector::Check(std::string* text, const InjectionSettings& 
     return type;
   };
   if (!per_parameter) return examine(*text);
-  for (const Parameter& parameter : SplitParameters(*text)) {
-    if (const std::string_view type = examine(parameter.value); !type.empty()) return type;
-  }
-  return {};
+  std::string_view type;
+  ForEachParameter(*text, [&](const Parameter& parameter) {
+    type = examine(parameter.value);
+    return type.empty();
+  });
+  return type;
 }
 
 }  // namespace qiv
