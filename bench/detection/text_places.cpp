@@ -1,0 +1,156 @@
+#include "bench/detection/text_places.h"
+
+#include <cstdio>
+#include <utility>
+
+#include "checks/check_result.h"
+#include "checks/injection_check.h"
+#include "checks/request_facts.h"
+#include "common/char_set.h"
+#include "common/text.h"
+#include "config/qiv_config.h"
+
+namespace qiv {
+namespace {
+
+constexpr std::pair<Place, std::string_view> kPlaces[] = {
+    {Place::kQuery, "query"},   {Place::kForm, "form"},          {Place::kJson, "json"},
+    {Place::kHeader, "header"}, {Place::kRawQuery, "raw-query"}, {Place::kRawBody, "raw-body"},
+};
+
+std::string PercentEncode(std::string_view text, bool blank_as_plus) {
+  constexpr char kDigits[] = "0123456789ABCDEF";
+  std::string encoded;
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (IsWordByte(c) || c == '-' || c == '.' || c == '~') {
+      encoded += c;
+    } else if (blank_as_plus && c == ' ') {
+      encoded += '+';
+    } else {
+      encoded += {'%', kDigits[byte >> 4], kDigits[byte & 15]};
+    }
+  }
+  return encoded;
+}
+
+std::string JsonEscape(std::string_view text) {
+  std::string escaped;
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (c == '"' || c == '\\') {
+      escaped += {'\\', c};
+    } else if (c == '\n') {
+      escaped += "\\n";
+    } else if (c == '\r') {
+      escaped += "\\r";
+    } else if (c == '\t') {
+      escaped += "\\t";
+    } else if (byte < 0x20) {
+      char code[8];
+      std::snprintf(code, sizeof code, "\\u%04x", byte);
+      escaped += code;
+    } else {
+      escaped += c;
+    }
+  }
+  return escaped;
+}
+
+std::string Query(std::string_view raw) { return std::string(Trim(NormalizeText(std::string(Trim(raw))))); }
+
+/// The module's decoding of a body.
+CSharedText Body(std::string_view raw) {
+  std::string body(Trim(CCharSet::ToLocal(PercentDecode(raw))));
+  CCharSet::LowerAscii(&body);
+  return body;
+}
+
+Mechanism MechanismOf(const CheckResult& result) {
+  if (result.status != kBlocked) return Mechanism::kNone;
+  const std::string& reason = result.reason;
+  if (result.item.starts_with("XSS")) {
+    if (reason.find("HTML event") != std::string::npos) return Mechanism::kEvent;
+    return reason.find("Script label") != std::string::npos ? Mechanism::kScriptTag : Mechanism::kScriptUrl;
+  }
+  return reason.find("Cloud matching") != std::string::npos ? Mechanism::kDetector : Mechanism::kKeyword;
+}
+
+}  // namespace
+
+Protection LoadProtection(const std::string& module_directory, std::string* error) {
+  CQivConfig config(module_directory.ends_with('/') ? module_directory : module_directory + "/");
+  config.RefreshTick();
+  if (!config.IsConfigValid()) {
+    *error = ConfigStatusText(config.LastStatus());
+    return {};
+  }
+  auto english = std::make_shared<WebsiteConfig>(*config.Current());
+  english->language = Language::kEnglish;  // MechanismOf reads the texts
+  return {std::move(english), config.Library()};
+}
+
+bool PlaceFromName(std::string_view name, Place* place) {
+  for (const auto& [known, known_name] : kPlaces) {
+    if (known_name == name) {
+      *place = known;
+      return true;
+    }
+  }
+  return false;
+}
+
+std::string_view PlaceName(Place place) {
+  for (const auto& [known, name] : kPlaces) {
+    if (known == place) return name;
+  }
+  return {};
+}
+
+Verdict Judge(const Protection& protection, Place place, std::string_view text) {
+  RequestFacts facts;
+  facts.config = protection.config;
+  facts.library = protection.library;
+  facts.raw_url = "/page.aspx";
+  facts.path = facts.raw_url;
+  switch (place) {
+    case Place::kQuery:
+      facts.query = Query("id=1&q=" + PercentEncode(text, false) + "&page=2");
+      break;
+    case Place::kForm:
+      facts.body = Body("id=1&q=" + PercentEncode(text, true) + "&page=2");
+      break;
+    case Place::kJson:
+      facts.body = Body("{\"id\":1,\"q\":\"" + JsonEscape(text) + "\",\"page\":2}");
+      break;
+    case Place::kHeader:
+      facts.all_headers = text;
+      facts.headers.push_back({40, "User-Agent", std::string(text)});
+      break;
+    case Place::kRawQuery:
+      facts.query = Query(text);
+      break;
+    case Place::kRawBody:
+      facts.body = Body(text);
+      break;
+  }
+  CheckResult result;
+  InjectionCheck(facts, result);
+  return {MechanismOf(result), result.rule, result.reason};
+}
+
+std::string UnescapeLine(std::string_view line) {
+  std::string text;
+  for (std::size_t i = 0; i < line.size(); ++i) {
+    const std::string_view code = line.substr(i, 3);
+    if (code == "%0D" || code == "%0A" || code == "%00") {
+      text += code == "%0D" ? '\r' : code == "%0A" ? '\n' : '\0';
+      i += 2;
+    } else {
+      text += line[i];
+    }
+  }
+  return text;
+}
+
+}  // namespace qiv

@@ -1,0 +1,49 @@
+// A text put into a request at one place, and judged by injection protection as the module would.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "config/website_config.h"
+#include "engines/injection_library.h"
+
+namespace qiv {
+
+enum class Place {
+  kQuery,     ///< "?id=1&q=<percent-encoded>&page=2"
+  kForm,      ///< the same as a form body, a blank written "+"
+  kJson,      ///< {"id":1,"q":"<escaped>","page":2} as a body
+  kHeader,    ///< a header's value, unencoded
+  kRawQuery,  ///< the text is a whole query as sent
+  kRawBody,   ///< the text is a whole body as sent
+};
+
+/// What blocked.
+enum class Mechanism { kNone, kDetector, kKeyword, kEvent, kScriptTag, kScriptUrl };
+
+struct Verdict {
+  Mechanism mechanism = Mechanism::kNone;
+  std::string rule;    ///< identifier, empty for XSS
+  std::string reason;  ///< as on the page
+};
+
+/// Settings and library as loaded; shared by all requests.
+struct Protection {
+  std::shared_ptr<const WebsiteConfig> config;
+  std::shared_ptr<const InjectionLibrary> library;
+};
+
+/// Null pointers, with the reason in *error, when the module directory holds no installation that can be loaded.
+Protection LoadProtection(const std::string& module_directory, std::string* error);
+
+/// The place's name on the command line; false when there is none of that name.
+bool PlaceFromName(std::string_view name, Place* place);
+std::string_view PlaceName(Place place);
+
+Verdict Judge(const Protection& protection, Place place, std::string_view text);
+
+/// "%0D", "%0A" and "%00" become the bytes they stand for: how files of texts write them. Nothing else is decoded.
+std::string UnescapeLine(std::string_view line);
+
+}  // namespace qiv

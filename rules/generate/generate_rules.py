@@ -1,0 +1,202 @@
+#!/usr/bin/env python3
+"""Writes rules/library/*.txt and rules/keywords/*.txt from the families below.
+
+A rule word is a literal, so one attack phrase becomes several rules: with blanks, with "+" (bodies keep the "+" of a
+form), with a tab or a line feed, with "/**/", and with the blanks that some tools put around brackets and operators.
+
+Run:   rules/generate/generate_rules.py            writes the files
+       rules/generate/generate_rules.py --check    exits 1 when the files differ from what it would write
+"""
+
+import os
+import sys
+
+from families import EVENTS, KEYWORDS, LEADING_WORDS, LIMITS
+
+ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+
+HEADER = "# Written by rules/generate/generate_rules.py; edit rules/generate/families.py instead.\n"
+
+# How the blanks of a phrase may be written.
+STYLES = {"plus": "+", "comment": "/*/", "tab": "\t", "feed": "\n", "vertical": "\v", "encoded": "%20", "double": "  ", "double_plus": "++"}
+
+
+def spread(text):
+    """The phrase as written by tools that put two blanks on both sides of every bracket and equals sign."""
+    out = text
+    for mark in "(=":
+        out = out.replace(" " + mark, mark).replace(mark + " ", mark).replace(mark, "  " + mark + "  ")
+    while "    " in out:
+        out = out.replace("    ", "   ")
+    if text[-1] in "(=":
+        out = out.rstrip(" ")
+    return out if text[0] not in "(=" else out.lstrip(" ")
+
+
+def styled(text, style):
+    """The words of one spelling of a phrase."""
+    if style == "blank":
+        pass
+    elif style in ("spread", "spread_plus"):
+        text = spread(text)
+        if style == "spread_plus":
+            text = text.replace(" ", "+")
+    else:
+        text = text.replace(" ", STYLES[style])
+    return [word for word in text.split("*") if word]
+
+
+def escape(word):
+    out = []
+    for i, c in enumerate(word):
+        if c == "%" or ord(c) < 0x20 or ord(c) == 0x7F or c == "\xa0" or (c == " " and i in (0, len(word) - 1)):
+            out.append("%%%02X" % ord(c))
+        else:
+            out.append(c)
+    return "".join(out)
+
+
+def check_word(word, where):
+    for mark in ("*", "{#}", "=="):
+        if mark in word:
+            sys.exit(f"generate_rules: {where}: a word may not hold {mark!r}: {word!r}")
+    if not word:
+        sys.exit(f"generate_rules: {where}: empty word")
+
+
+def is_word(c):
+    return c.isascii() and (c.isalnum() or c == "_")
+
+
+def check_first(word, where):
+    """The stored form drops line ends at a record's start."""
+    if word[:1] in ("\r", "\n"):
+        sys.exit(f"generate_rules: {where}: the first word may not begin with a line end: {word!r}")
+
+
+def implies(long, short):
+    """Whether a text in which `long` is found as a whole word always has `short` as a whole word too."""
+    at = long.find(short)
+    while at >= 0:
+        end = at + len(short)
+        begins = not is_word(short[0]) or at == 0 or not is_word(long[at - 1])
+        ends = not is_word(short[-1]) or end == len(long) or not is_word(long[end])
+        if begins and ends:
+            return True
+        at = long.find(short, at + 1)
+    return False
+
+
+def without_implied(rules):
+    """Leaves out every rule that never decides because a one-word rule is found wherever it is."""
+    single = [words[0] for words, _ in rules if len(words) == 1]
+    by_pair = {}
+    for word in single:
+        by_pair.setdefault(word[:2], []).append(word)
+    kept = []
+    for words, line in rules:
+        heads = {word[i:i + 2] for word in words for i in range(len(word))}
+        shorter = (s for head in heads for s in by_pair.get(head, ()))
+        if not any(implies(word, s) for s in shorter for word in words if [s] != words):
+            kept.append(line)
+    return kept
+
+
+def keyword_rules(place):
+    """Lines of one keyword file. Identifiers: family number * 1000 + running number of the phrase; all spellings of a
+    phrase share it."""
+    rules = []
+    seen = set()
+    for family in KEYWORDS:
+        if place not in family["places"]:
+            continue
+        for number, phrase in enumerate(family["phrases"], 1):
+            shown = " ".join(word.strip() for word in phrase.split("*")).strip().rstrip("= ")
+            if "==" in shown:
+                sys.exit(f"generate_rules: a shown text may not hold '==': {shown!r}")
+            for style in family["styles"]:
+                if place == "get" and "plus" in style:
+                    continue  # a query has no "+" any more
+                if place != "header" and style == "encoded":
+                    continue  # only header values stay encoded
+                spelled = styled(phrase, style)
+                if tuple(spelled) in seen:
+                    continue
+                seen.add(tuple(spelled))
+                check_first(spelled[0], family["english"])
+                for word in spelled:
+                    check_word(word, family["english"])
+                identifier = family["number"] * 1000 + number
+                line = "\t".join([str(identifier), "*".join(map(escape, spelled)), "-" if spelled == [phrase] else escape(shown), family["english"],
+                                        family["chinese"]])
+                rules.append((spelled, line))
+    lines = without_implied(rules)
+    if len(lines) > LIMITS["keyword_rules"]:
+        sys.exit(f"generate_rules: {place}: {len(lines)} rules, more than {LIMITS['keyword_rules']}")
+    return lines
+
+
+def leading_word_rules():
+    """Cut words and rule words of the SQL detector."""
+    cuts, words = [], []
+    seen_cuts, seen_words = set(), set()
+    for number, entry in enumerate(LEADING_WORDS["cuts"], 1):
+        if entry in seen_cuts:
+            sys.exit(f"generate_rules: cut word twice: {entry!r}")
+        seen_cuts.add(entry)
+        check_word(entry, "cut words")
+        check_first(entry, "cut words")
+        cuts.append("\t".join([str(LEADING_WORDS["cut_number"] * 1000 + number), escape(entry), "-", "Cut word", "切分词"]))
+    for number, (word, shown, english, chinese) in enumerate(LEADING_WORDS["words"], 1):
+        if word in seen_words:
+            sys.exit(f"generate_rules: rule word twice: {word!r}")
+        seen_words.add(word)
+        words.append("\t".join([str(LEADING_WORDS["word_number"] * 1000 + number), escape(word), shown, english, chinese]))
+    if len(cuts) > LIMITS["cut_words"]:
+        sys.exit(f"generate_rules: {len(cuts)} cut words, more than {LIMITS['cut_words']}")
+    return words, cuts
+
+
+def event_rules():
+    return ["\t".join([str(EVENTS["number"] * 1000 + i), name, "-", EVENTS["english"], EVENTS["chinese"]])
+            for i, name in enumerate(EVENTS["names"], 1)]
+
+
+def files():
+    words, cuts = leading_word_rules()
+    return {
+        "library/sql_rules.txt": words,
+        "library/sql_keys.txt": cuts,
+        "library/xss_events.txt": event_rules(),
+        "keywords/get.txt": keyword_rules("get"),
+        "keywords/post.txt": keyword_rules("post"),
+        "keywords/header.txt": keyword_rules("header"),
+    }
+
+
+def main():
+    check = sys.argv[1:] == ["--check"]
+    if sys.argv[1:] and not check:
+        sys.exit(__doc__)
+    stale = 0
+    for name, lines in files().items():
+        text = HEADER + "".join(line + "\n" for line in lines)
+        path = os.path.join(ROOT, name)
+        if check:
+            try:
+                with open(path, encoding="utf-8", newline="") as file:
+                    same = file.read() == text
+            except OSError:
+                same = False
+            if not same:
+                print(f"generate_rules: {path} is stale")
+                stale = 1
+        else:
+            with open(path, "w", encoding="utf-8", newline="\n") as file:
+                file.write(text)
+            print(f"{name}: {len(lines)}")
+    sys.exit(stale)
+
+
+if __name__ == "__main__":
+    main()
