@@ -32,8 +32,10 @@ class CHandle {
   HANDLE handle_;
 };
 
-// A scanner or indexer may hold a file for a moment without sharing it; such a refusal passes.
+// A scanner or indexer may hold a file for a moment without sharing it, and a file that is being read cannot be
+// replaced; such a refusal passes. Few attempts where a request may be waiting.
 constexpr int kAttempts = 5;
+constexpr int kReplaceAttempts = 100;
 constexpr DWORD kPauseMilliseconds = 2;
 // Readers refuse the exchange of a file while they read it: a writer, who is in no hurry, waits for a gap between them.
 constexpr int kReplaceAttempts = 250;
@@ -126,9 +128,14 @@ bool AppendToFile(const std::string& path, std::string_view data) {
   if (data.size() > kMaxPiece) return false;
   // Append access alone: the system itself moves each write to the end, as one step.
   const CHandle file(Open(path, FILE_APPEND_DATA | SYNCHRONIZE, OPEN_ALWAYS));
+  if (!file.Valid()) return false;
+  // Wine takes two steps; the lock keeps at least the threads of one process apart there.
+  static SRWLOCK append_lock = SRWLOCK_INIT;
   DWORD written = 0;
-  return file.Valid() && WriteFile(file.Get(), data.data(), static_cast<DWORD>(data.size()), &written, nullptr) &&
-         written == data.size();
+  AcquireSRWLockExclusive(&append_lock);
+  const bool succeeded = WriteFile(file.Get(), data.data(), static_cast<DWORD>(data.size()), &written, nullptr);
+  ReleaseSRWLockExclusive(&append_lock);
+  return succeeded && written == data.size();
 }
 
 bool ReplaceFile(const std::string& path, std::string_view content) {

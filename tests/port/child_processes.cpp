@@ -36,6 +36,8 @@ bool Succeeded(std::intptr_t process) {
   int status = -1;
   return process != -1 && _cwait(&status, process, 0) != -1 && status == 0;
 }
+
+bool HasWineCall() { return GetProcAddress(GetModuleHandleA("ntdll.dll"), "wine_get_version") != nullptr; }
 #else
 void SetVariable(const char* name, const std::string& value) { ::setenv(name, value.c_str(), 1); }
 
@@ -53,6 +55,8 @@ bool Succeeded(std::intptr_t process) {
   return process != -1 && ::waitpid(static_cast<pid_t>(process), &status, 0) == process && WIFEXITED(status) &&
          WEXITSTATUS(status) == 0;
 }
+
+bool HasWineCall() { return false; }
 #endif
 
 }  // namespace
@@ -67,6 +71,8 @@ std::string ChildArgument() {
   const char* argument = std::getenv(kArgumentName);
   return argument == nullptr ? "" : argument;
 }
+
+bool RunsUnderWine() { return HasWineCall(); }
 
 bool RunChildren(int count, const std::string& argument) {
   const auto* test = ::testing::UnitTest::GetInstance()->current_test_info();

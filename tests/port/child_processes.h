@@ -15,4 +15,7 @@ std::string ChildArgument();
 /// starts by asking ChildNumber() which side it is on. True when every copy ended with success.
 bool RunChildren(int count, const std::string& argument);
 
+/// Whether this is a Windows program under wine, where appends of several processes may overwrite each other.
+bool RunsUnderWine();
+
 }  // namespace qiv
