@@ -1,0 +1,103 @@
+// The module's side of the two files that it shares with the firewall service: _in.db says which clients are denied,
+// authorised or under verification; _out.log takes lock requests, messages, check results and statistics.
+#pragma once
+
+#include <cstdint>
+#include <initializer_list>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "common/ip_address.h"
+#include "config/client_table.h"
+#include "config/exchange_lines.h"
+#include "config/line_queue.h"
+#include "port/critical_section.h"
+
+namespace qiv {
+
+/// Thread safe; no lock is held while another is taken. Times are seconds since 1970, given by the caller. Functions
+/// throw nothing but std::bad_alloc.
+class CExchangeFiles {
+ public:
+  static constexpr std::int64_t kReadInterval = 1;    ///< seconds between two looks at _in.db
+  static constexpr std::int64_t kFlushInterval = 60;  ///< seconds between two flushes of the queues
+  static constexpr std::uint64_t kInMinBytes = 10;    ///< a shorter _in.db empties the tables
+  /// A longer _in.db counts as unreadable. A million clients with their reasons are some 150 MiB.
+  static constexpr std::uint64_t kInMaxBytes = 512U << 20;
+  /// Beyond it nothing is appended to _out.log: without a service that takes the lines away the disk must not fill.
+  static constexpr std::uint64_t kOutMaxBytes = 1U << 30;
+
+  CExchangeFiles(std::string in_file, std::string out_log)
+      : in_file_(std::move(in_file)), out_log_(std::move(out_log)) {}
+
+  /// Rebuilds the three tables when _in.db has changed since the last time. Not more often than once a second, and not
+  /// while another thread is at it. True when the tables were replaced.
+  bool ReadLists(std::int64_t now);
+
+  /// The entry of a client that is on the list at the time `now`. Its cost does not depend on the list's size beyond a
+  /// binary search.
+  struct Listed {
+    std::int64_t end;
+    std::string detail;
+  };
+  std::optional<Listed> Find(ClientList list, const CIpAddress& client, std::int64_t now) const;
+  bool IsListed(ClientList list, const CIpAddress& client, std::int64_t now) const;
+
+  const CClientTableSlot& deny_table() const { return deny_table_; }
+  const CClientTableSlot& auth_table() const { return auth_table_; }
+  const CClientTableSlot& cc_check_table() const { return cc_check_table_; }
+
+  // Lines. Those that return false were lost; nothing is retried. Texts may hold anything.
+
+  /// Asks the service to put a client on a list until `end`, or, for kCcCheck with end 0, to take it off. `details`
+  /// begin with the reason.
+  bool WriteLock(ClientList list, const CIpAddress& client, std::int64_t now, std::int64_t end,
+                 std::initializer_list<std::string_view> details);
+  bool WriteMessage(std::string_view text1, std::string_view text2, std::string_view text3, std::string_view text4,
+                    std::string_view text5);
+  // Queued; a line for which its queue has no room is written at once instead.
+  bool CountCheck(std::string_view value1, std::string_view value2, std::string_view value3, std::string_view value4);
+  bool CountStatistics(std::string_view category, std::string_view value1, std::string_view value2);
+
+  /// Writes the queued lines when the last flush is kFlushInterval ago.
+  void FlushIfDue(std::int64_t now);
+  /// Writes them now.
+  void Flush();
+
+ private:
+  CClientTableSlot& Slot(ClientList list);
+  const CClientTableSlot& Slot(ClientList list) const;
+  bool ClaimRead(std::int64_t now);
+  void ReplaceTables(std::string_view file_text);
+  bool Count(CLineQueue* queue, const std::string& line);
+  bool Append(std::string_view plain_line);
+  bool HasRoom() QIV_REQUIRES(out_file_lock_);
+  void FlushQueue(CLineQueue* queue);
+
+  const std::string in_file_;
+  const std::string out_log_;
+
+  // Each has its own lock.
+  CClientTableSlot deny_table_;
+  CClientTableSlot auth_table_;
+  CClientTableSlot cc_check_table_;
+  CLineQueue check_queue_;
+  CLineQueue statistics_queue_;
+
+  CCriticalSection in_time_lock_;
+  std::int64_t last_read_ QIV_GUARDED_BY(in_time_lock_) = 0;  ///< seconds; 0: never
+  bool reading_ QIV_GUARDED_BY(in_time_lock_) = false;        ///< a thread is building tables
+  /// Of the content that the tables hold; 0: no file.
+  std::uint64_t in_file_time_ QIV_GUARDED_BY(in_time_lock_) = 0;
+
+  CCriticalSection flush_time_lock_;
+  std::int64_t next_flush_ QIV_GUARDED_BY(flush_time_lock_) = 0;
+
+  CCriticalSection out_file_lock_;
+  std::uint32_t lines_since_look_ QIV_GUARDED_BY(out_file_lock_) = 0;
+  bool out_full_ QIV_GUARDED_BY(out_file_lock_) = true;  ///< as of the last look; looked at before the first line
+};
+
+}  // namespace qiv
