@@ -58,6 +58,7 @@ struct HostOptions {
 
   iis::DWORD site_id = 1;
   std::string application_pool = "DefaultAppPool";
+  std::string site_root = "C:\\inetpub\\wwwroot\\";  ///< physical path of the site, with its separator; UTF-8
 };
 
 }  // namespace qiv::host

@@ -65,6 +65,7 @@ struct InProcessResponse {
   bool finished = false;             ///< a notification returned FINISH_REQUEST
   bool reset = false;                ///< the connection was reset
   bool closed = false;               ///< the connection does not stay open
+  bool length_mismatch = false;      ///< Content-Length was not the length of the body written (it was put right)
   bool handler_ran = false;
   std::string handler_body;                  ///< what the handler could read as entity body
   iis::HRESULT handler_read_result = 0;      ///< how that reading ended: kHandleEof when whole
