@@ -90,26 +90,33 @@ State LoadState(const std::uint8_t* block, const std::uint32_t* key) {
 }
 
 // One direction of the cipher. `shift` is 1 when row r of a column comes from r columns further (ShiftRows), 3 for the
-// inverse.
+// inverse. Columns are template arguments so that the compiler keeps the state in registers.
+template <std::size_t shift, std::size_t c>
+std::uint32_t MixedColumn(const State& state, const WordTables& tables) {
+  return tables[0][ByteOf(state[c], 0)] ^ tables[1][ByteOf(state[(c + shift) % 4], 1)] ^
+         tables[2][ByteOf(state[(c + 2) % 4], 2)] ^ tables[3][ByteOf(state[(c + 3 * shift) % 4], 3)];
+}
+
+template <std::size_t shift, std::size_t c>
+void StoreLastColumn(const State& state, const ByteTable& box, std::uint32_t key, std::uint8_t* block) {
+  block[4 * c] = static_cast<std::uint8_t>(box[ByteOf(state[c], 0)] ^ ByteOf(key, 0));
+  block[4 * c + 1] = static_cast<std::uint8_t>(box[ByteOf(state[(c + shift) % 4], 1)] ^ ByteOf(key, 1));
+  block[4 * c + 2] = static_cast<std::uint8_t>(box[ByteOf(state[(c + 2) % 4], 2)] ^ ByteOf(key, 2));
+  block[4 * c + 3] = static_cast<std::uint8_t>(box[ByteOf(state[(c + 3 * shift) % 4], 3)] ^ ByteOf(key, 3));
+}
+
 template <std::size_t shift>
 void RunRounds(std::uint8_t* block, const std::uint32_t* keys, const WordTables& tables, const ByteTable& box) {
   State state = LoadState(block, keys);
-  for (std::size_t round = 1; round < kRounds; ++round) {
-    const std::uint32_t* key = keys + 4 * round;
-    State next;
-    for (std::size_t c = 0; c < 4; ++c) {
-      next[c] = tables[0][ByteOf(state[c], 0)] ^ tables[1][ByteOf(state[(c + shift) % 4], 1)] ^
-                tables[2][ByteOf(state[(c + 2) % 4], 2)] ^ tables[3][ByteOf(state[(c + 3 * shift) % 4], 3)] ^ key[c];
-    }
-    state = next;
+  const std::uint32_t* key = keys + 4;
+  for (std::size_t round = 1; round < kRounds; ++round, key += 4) {
+    state = {MixedColumn<shift, 0>(state, tables) ^ key[0], MixedColumn<shift, 1>(state, tables) ^ key[1],
+             MixedColumn<shift, 2>(state, tables) ^ key[2], MixedColumn<shift, 3>(state, tables) ^ key[3]};
   }
-  const std::uint32_t* key = keys + 4 * kRounds;
-  for (std::size_t c = 0; c < 4; ++c) {
-    for (std::size_t r = 0; r < 4; ++r) {
-      const std::uint8_t value = box[ByteOf(state[(c + shift * r) % 4], static_cast<int>(r))];
-      block[4 * c + r] = static_cast<std::uint8_t>(value ^ ByteOf(key[c], static_cast<int>(r)));
-    }
-  }
+  StoreLastColumn<shift, 0>(state, box, key[0], block);
+  StoreLastColumn<shift, 1>(state, box, key[1], block);
+  StoreLastColumn<shift, 2>(state, box, key[2], block);
+  StoreLastColumn<shift, 3>(state, box, key[3], block);
 }
 
 const CAES& BuiltInCipher() {
