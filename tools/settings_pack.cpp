@@ -1,5 +1,7 @@
 // PackSettings: readable settings to the text of _config.db.
+#include <algorithm>
 #include <initializer_list>
+#include <span>
 #include <utility>
 
 #include "common/aes.h"
@@ -57,6 +59,20 @@ class CPacker {
     return text;
   }
 
+  /// What the stored form has no place for.
+  void LeftOut() {
+    for (const JsonObject::Member* const member : settings_.Root().Members()) {
+      const auto& [name, value] = *member;
+      const JsonObject* const object = value->AsObject();
+      if (!IsTopLevelKey(name)) LeftOut(*value, name);
+      if (object == nullptr || (name != "website_other" && name != "ip_sets")) continue;
+      for (const JsonObject::Member* const inner : object->Members()) {
+        const bool known = name == "ip_sets" ? IsIpSet(inner->first) : FindConfigKey(name, inner->first) != nullptr;
+        if (!known) LeftOut(*inner->second, inner->first);
+      }
+    }
+  }
+
   std::string IpLists() {
     const IJsonValue* const sets = settings_.Find("", "ip_sets");
     if (sets == nullptr) return {};
@@ -73,6 +89,21 @@ class CPacker {
   }
 
  private:
+  void LeftOut(const IJsonValue& value, const std::string& name) {
+    report_.Finding(settings_.Line(value), "\"" + name + "\" is unknown and was left out");
+  }
+
+  static bool IsIpSet(std::string_view name) {
+    return std::any_of(IpSetKeys().begin(), IpSetKeys().end(),
+                       [name](const IpSetKey& key) { return key.name == name; });
+  }
+
+  static bool IsTopLevelKey(std::string_view name) {
+    const std::span<const std::string_view> sections = ConfigSections();
+    return FindConfigKey("", name) != nullptr || name == "website_other" || name == "system_common_areas" ||
+           name == "ip_sets" || std::find(sections.begin(), sections.end(), name) != sections.end();
+  }
+
   /// JSON in which no "<" stands, so that no value can be taken for a tag.
   static std::string JsonText(const IJsonValue& value) { return ReplaceAll(WriteJson(value), "<", "\\u003c"); }
 
@@ -105,9 +136,18 @@ class CPacker {
     return Tagged("website_other", text);
   }
 
+  /// It stands before the section's object, so it must not look like the beginning of one.
+  std::string OnServers() {
+    std::string text = TaggedValue("", "website_on_servers", KeyType::kFlag);
+    if (text.find_first_of("{}") != std::string::npos) {
+      report_.Error(settings_.Line(*settings_.Find("", "website_on_servers")), "\"website_on_servers\" is no switch");
+    }
+    return text;
+  }
+
   std::string Section(std::string_view section) {
     std::string content;
-    if (section == "website_base") content = TaggedValue("", "website_on_servers", KeyType::kFlag);
+    if (section == "website_base") content = OnServers();
     const IJsonValue* const value = settings_.Find("", section);
     if (value == nullptr) return content.empty() ? content : Tagged(section, content);
     if (value->AsObject() == nullptr) {
@@ -153,6 +193,7 @@ std::string PackSettings(const CSettingsDocument& settings, CReport* report) {
   const std::string ip_lists = packer.IpLists();
   const std::string text = packer.Settings();
   if (report->HasError()) return {};
+  packer.LeftOut();
   WebsiteConfig config;
   const ConfigStatus status = ParseConfigParts(ip_lists, text, &config);
   // A website that is switched off on purpose is nothing to remark on.
