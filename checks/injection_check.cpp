@@ -184,7 +184,8 @@ class CInjectionRun {
       EventRecorder().RecordStatistics(xss            ? "xss"
                                        : hit.semantic ? "sql_act"
                                                       : place.keyword_category,
-                                       facts_.client_ip, hit.match.identifier);
+                                       facts_.client_ip,
+                                       hit.match.identifier.empty() ? std::string_view("-") : hit.match.identifier);
     }
     facts_.attack = true;
     result_.category = T(MessageId::kInjectionCategory);

@@ -65,7 +65,7 @@ std::string CleanForwardedFor(std::string_view text) {
     if (c != '\n' && c != '\r' && c != '\v' && c != '\f' && c != '\t') clean += c;
   }
   clean = ReplaceAll(clean, kUnknown, "");
-  return std::string(TrimBytes(TrimBytes(clean, " "), ","));
+  return std::string(TrimBytes(clean, " ,"));
 }
 
 std::optional<CIpAddress> ForwardedAddress(std::string_view cleaned) {

@@ -1,0 +1,233 @@
+#include "checks/injection_check.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "checks/event_recorder.h"
+#include "common/char_set.h"
+#include "config/website_config.h"
+#include "engines/injection_library.h"
+
+namespace qiv {
+namespace {
+
+class CStatistics final : public IEventRecorder {
+ public:
+  void RecordBlock(const RequestFacts&, const CheckResult&) override {}
+  void RecordStatistics(std::string_view category, std::string_view ip, std::string_view rule) override {
+    lines.push_back(std::string(category) + " " + std::string(ip) + " " + std::string(rule));
+  }
+  std::vector<std::string> lines;
+};
+
+InjectionRule Rule(std::string shown, std::string remark, std::string id, std::vector<std::string> words) {
+  return {std::move(shown), "*", std::move(remark), std::move(id), std::move(words)};
+}
+
+/// Everything on; the cut word "'", the rule word "union", the event "onload", one keyword rule a place.
+std::shared_ptr<WebsiteConfig> Site() {
+  auto site = std::make_shared<WebsiteConfig>();
+  InjectionSettings& sql = site->sql;
+  sql.get = sql.get_super_mode = sql.post_super_mode = sql.header = sql.header_super_mode = 1;
+  sql.post = true;
+  sql.xss = sql.xss_get = sql.xss_post = sql.xss_header = 1;
+  sql.xss_html_action = sql.xss_script_block = sql.xss_script_load = 1;
+  site->get_rules = CKeywordRules({Rule("get rule", "noted", "g1", {"drop", "table"})});
+  site->post_rules = CKeywordRules({Rule("post rule", "", "p1", {"drop", "table"})});
+  site->header_rules = CKeywordRules({Rule("header rule", "noted", "h1", {"drop", "table"})});
+  return site;
+}
+
+struct Outcome {
+  CheckResult result;
+  std::vector<std::string> statistics;
+  bool attack = false;
+};
+
+Outcome Judge(std::shared_ptr<WebsiteConfig> site, RequestFacts facts) {
+  site->sql.language = site->language;
+  facts.config = site;
+  facts.library = std::make_shared<InjectionLibrary>(std::vector{Rule("union", "union query", "r1", {"union"})},
+                                                     std::vector{Rule("'", "", "k1", {"'"})},
+                                                     std::vector{Rule("onload", "", "e1", {"onload"})});
+  facts.client_ip = "203.0.113.7";
+  for (const HeaderEntry& header : facts.headers) facts.all_headers += header.value;
+  CStatistics statistics;
+  SetEventRecorder(&statistics);
+  Outcome outcome;
+  InjectionCheck(facts, outcome.result);
+  SetEventRecorder(nullptr);
+  outcome.statistics = statistics.lines;
+  outcome.attack = facts.attack;
+  return outcome;
+}
+
+RequestFacts Query(std::string text) {
+  RequestFacts facts;
+  facts.query = std::move(text);
+  return facts;
+}
+RequestFacts Body(std::string text) {
+  RequestFacts facts;
+  facts.body = std::move(text);
+  return facts;
+}
+RequestFacts Headers(std::vector<HeaderEntry> headers) {
+  RequestFacts facts;
+  facts.headers = std::move(headers);
+  return facts;
+}
+
+TEST(InjectionCheck, WritesTheTextsOfEveryPlaceAndKind) {
+  struct Case {
+    const char* name;
+    RequestFacts facts;
+    const char* item;
+    const char* reason;
+    const char* detail;  // what it begins with
+    const char* detail_end;
+    const char* statistics;
+  };
+  const Case cases[] = {
+      {"keyword in query", Query("A=1 Drop the TABLE x"), "SQL Injection Protection(GET)",
+       "Deny SQL injection,Keywords:get rule", "Deny SQL injection,Keywords:get rule(noted)", "(noted)",
+       "sql_get 203.0.113.7 g1"},
+      {"semantic in query", Query("a=1' UNION select 1"), "SQL Injection Protection(GET)",
+       "Deny SQL injection(Cloud matching),Keywords:union", "Deny SQL injection(Cloud matching),Keywords:union(", ")",
+       "sql_act 203.0.113.7 r1"},
+      {"xss in query", Query("a=<script>x"), "XSS Injection Protection",
+       "Deny XSS injection(GET),Type:", "Deny XSS injection(GET),Type:", "", "xss 203.0.113.7 -"},
+      {"keyword in body", Body("a=drop table x"), "SQL Injection Protection(POST)",
+       "Deny SQL injection,Keywords:post rule",
+       "Deny SQL injection,Keywords:post rule,Connective:", "Connective:a=drop table x", "sql_post 203.0.113.7 p1"},
+      {"xss in body", Body("a=<script>x"), "XSS Injection Protection", "Deny XSS injection(POST),Type:",
+       "Deny XSS injection(POST),Type:", ",Connective:a=<script>x", "xss 203.0.113.7 -"},
+      {"keyword in one header", Headers({{20, "Accept", "*/*"}, {40, "User-Agent", "Drop table"}}),
+       "SQL Injection Protection(Header)", "Deny SQL injection,Keywords:header rule",
+       "Deny SQL injection,Keywords:header rule(Remark:noted)", "(Header[User-Agent]=Drop table)",
+       "sql_header 203.0.113.7 h1"},
+      {"keyword across headers", Headers({{20, "Accept", "d"}, {40, "User-Agent", "rop table"}}),
+       "SQL Injection Protection(Header)", "Deny SQL injection,Keywords:header rule",
+       "Deny SQL injection,Keywords:header rule(Remark:noted)", "(Header[(Merge)]=)", "sql_header 203.0.113.7 h1"},
+      {"semantic in header", Headers({{25, "Cookie", "a"}, {36, "Referer", "x' union select"}}),
+       "SQL Injection Protection(Header)", "Deny SQL injection(Cloud matching),Keywords:union",
+       "Deny SQL injection(Cloud matching),Keywords:union(Remark:union query)", "(Header[Referer]=x' union select)",
+       "sql_act 203.0.113.7 r1"},
+      {"xss in a header without a name", Headers({{20, "Accept", "a"}, {99, "", "<script>x"}}),
+       "XSS Injection Protection", "Deny XSS injection(Header),Type:", "Deny XSS injection(Header),Type:",
+       "(Header[1]=<script>x)", "xss 203.0.113.7 -"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    const Outcome outcome = Judge(Site(), c.facts);
+    const CheckResult& r = outcome.result;
+    ASSERT_EQ(r.status, kBlocked);
+    EXPECT_EQ(r.item, c.item);
+    EXPECT_TRUE(r.reason.starts_with(c.reason)) << r.reason;
+    EXPECT_TRUE(r.detail.starts_with(c.detail)) << r.detail;
+    EXPECT_TRUE(r.detail.ends_with(c.detail_end)) << r.detail;
+    EXPECT_EQ(r.category, "Injection");
+    EXPECT_EQ(std::vector<std::int64_t>({r.log, r.notify, r.plain_block, r.smart_block}),
+              std::vector<std::int64_t>({1, 1, 1, 0}));
+    EXPECT_EQ(r.kind, 5u);
+    EXPECT_TRUE(outcome.attack);
+    EXPECT_EQ(outcome.statistics, std::vector<std::string>{c.statistics});
+  }
+}
+
+TEST(InjectionCheck, SpeaksChinese) {
+  auto site = Site();
+  site->language = Language::kChinese;
+  site->sql.header_mode = 1;
+  const CheckResult r = Judge(site, Headers({{40, "User-Agent", "drop table"}})).result;
+  EXPECT_EQ(CCharSet::LocalToUtf8(r.item), "SQL防注入（Header）");
+  EXPECT_EQ(CCharSet::LocalToUtf8(r.reason), "拦截SQL注入，关键词：header rule");
+  EXPECT_EQ(CCharSet::LocalToUtf8(r.detail),
+            "拦截SQL注入，关键词：header rule（备注：noted）（Header[User-Agent]=drop table）");
+  EXPECT_EQ(CCharSet::LocalToUtf8(r.category), "注入防护");
+  EXPECT_EQ(CCharSet::LocalToUtf8(r.smart_block_title), "智能拦截");
+  EXPECT_EQ(CCharSet::LocalToUtf8(r.smart_block_text), "触发严格拦截模式，自动拦截");
+  EXPECT_EQ(r.smart_block, 1);
+  EXPECT_EQ(r.plain_block, 0);
+}
+
+TEST(InjectionCheck, FollowsItsSwitches) {
+  struct Case {
+    const char* name;
+    void (*change)(WebsiteConfig&);
+    RequestFacts facts;
+    const char* item;  // null: passes
+  };
+  const Case cases[] = {
+      {"get off, xss on: xss", [](WebsiteConfig& s) { s.sql.get = 0; }, Query("a=<script>x"),
+       "XSS Injection Protection"},
+      {"get off, xss on: no sql", [](WebsiteConfig& s) { s.sql.get = 0; }, Query("a=1' union select drop table"),
+       nullptr},
+      {"xss off: xss_get does nothing", [](WebsiteConfig& s) { s.sql.xss = 0; }, Query("a=<script>x"), nullptr},
+      {"super mode off: rules only", [](WebsiteConfig& s) { s.sql.get_super_mode = 0; }, Query("a=1' union select"),
+       nullptr},
+      {"super mode without a hit: rules", [](WebsiteConfig&) {}, Body("a=drop table"),
+       "SQL Injection Protection(POST)"},
+      {"post off",
+       [](WebsiteConfig& s) {
+         s.sql.post = false;
+         s.sql.xss_post = 0;
+       },
+       Body("a=drop table"), nullptr},
+      {"header off", [](WebsiteConfig& s) { s.sql.header = 0; }, Headers({{40, "User-Agent", "drop table"}}), nullptr},
+      {"words inside longer words", [](WebsiteConfig&) {}, Query("a=raindrop tables"), nullptr},
+      {"words in the other order", [](WebsiteConfig&) {}, Query("a=table drop"), nullptr},
+      {"nothing", [](WebsiteConfig&) {}, RequestFacts{}, nullptr},
+      {"query before body", [](WebsiteConfig&) {},
+       [] {
+         RequestFacts facts = Query("a=drop table");
+         facts.body = std::string("a=drop table");
+         return facts;
+       }(),
+       "SQL Injection Protection(GET)"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    auto site = Site();
+    c.change(*site);
+    const Outcome outcome = Judge(site, c.facts);
+    EXPECT_EQ(outcome.result.status, c.item ? kBlocked : kUndecided);
+    EXPECT_EQ(outcome.result.item, c.item ? c.item : "");
+    EXPECT_EQ(outcome.result.log, c.item ? 1 : 0);
+    EXPECT_EQ(outcome.statistics.empty(), c.item == nullptr);
+  }
+}
+
+TEST(InjectionCheck, ExemptsUrlsOfTheList) {
+  RequestFacts facts = Query("id=1' union select");
+  facts.raw_url = "/news/show.asp?id=1%27+union+select";
+  facts.path = "/news/show.asp";
+  facts.body = std::string("a=drop table");
+  auto site = Site();
+  site->sql.allow_urls = "show.asp?id";
+  site->injection_exemptions = CUrlExemptions(site->sql.allow_urls);
+  EXPECT_EQ(Judge(site, facts).result.status, kBlocked) << "the switch is off";
+  site->sql.allow = 1;
+  EXPECT_EQ(Judge(site, facts).result.status, kUndecided);
+  facts.path = "/news/list.asp";
+  facts.raw_url = "/news/list.asp?id=1%27+union+select";
+  EXPECT_EQ(Judge(site, facts).result.status, kBlocked) << "the same parameter of another page";
+}
+
+TEST(InjectionCheck, CountsAQueryHitAlwaysAndOthersOnlyWhenCountable) {
+  const std::pair<RequestFacts, std::size_t> cases[] = {
+      {Query("a=drop table"), 1}, {Body("a=drop table"), 0}, {Headers({{40, "User-Agent", "drop table"}}), 0}};
+  for (const auto& [facts, lines] : cases) {
+    RequestFacts uncounted = facts;
+    uncounted.statistics = false;
+    EXPECT_EQ(Judge(Site(), uncounted).statistics.size(), lines);
+  }
+}
+
+}  // namespace
+}  // namespace qiv

@@ -1,0 +1,207 @@
+#include "module/body_reader.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+#include <string>
+
+#include "config/website_config.h"
+#include "module/facts_collector.h"
+#include "tests/module/fake_server.h"
+
+namespace qiv {
+namespace {
+
+using test::BodyScript;
+using test::CFakeContext;
+
+/// Every byte value, at no period of two.
+std::string Bytes(std::size_t size) {
+  std::string text(size, '\0');
+  for (std::size_t i = 0; i < size; ++i) text[i] = static_cast<char>(i * 131 + (i >> 8) * 7 + (i >> 16));
+  return text;
+}
+
+struct Case {
+  const char* name;
+  BodyScript script;
+  std::size_t declared;  ///< Content-Length; 0: that of the data
+  bool complete;
+};
+
+BodyScript Script(std::size_t size, void (*change)(BodyScript&) = nullptr) {
+  BodyScript script;
+  script.data = Bytes(size);
+  if (change) change(script);
+  return script;
+}
+
+TEST(BodyReader, GivesEveryByteBackOnceAndInOrder) {
+  const Case cases[] = {
+      {"one byte", Script(1), 0, true},
+      {"a piece less one", Script(4095), 0, true},
+      {"a piece", Script(4096), 0, true},
+      {"a piece and one", Script(4097), 0, true},
+      {"one byte a read", Script(3000, [](BodyScript& s) { s.piece = 1; }), 0, true},
+      {"end seen only by a read", Script(9000, [](BodyScript& s) { s.length_known = false; }), 0, true},
+      {"length never known",
+       Script(9000,
+              [](BodyScript& s) {
+                s.length_known = false;
+                s.stays_unknown = true;
+              }),
+       0, true},
+      {"successes without bytes at the end", Script(9000, [](BodyScript& s) { s.empty_success_at_end = true; }), 0,
+       true},
+      {"shorter than declared", Script(5000), 60000, true},
+      {"longer than declared", Script(70000, [](BodyScript& s) { s.length_known = false; }), 10, true},
+      {"much longer than declared", Script(1000001, [](BodyScript& s) { s.length_known = false; }), 1, true},
+      {"nothing at all", Script(0), 10, true},
+      {"the client leaves at once",
+       Script(5000,
+              [](BodyScript& s) {
+                s.fail_at = 0;
+                s.failure = iis::kNetnameDeleted;
+              }),
+       0, false},
+      {"the client leaves midway",
+       Script(50000,
+              [](BodyScript& s) {
+                s.fail_at = 20000;
+                s.failure = iis::kNetnameDeleted;
+              }),
+       0, false},
+      {"the server breaks midway",
+       Script(50000,
+              [](BodyScript& s) {
+                s.fail_at = 20000;
+                s.throws = true;
+              }),
+       0, false},
+      {"the insertion is refused", Script(5000, [](BodyScript& s) { s.insert_result = iis::kInvalidData; }), 0, false},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    CFakeContext context;
+    context.request.body = c.script;
+    const std::string& sent = c.script.data;
+    const auto declared = static_cast<std::uint32_t>(c.declared ? c.declared : sent.size());
+    const BodyBytes body = ReadAndRestoreBody(context, context.request, declared);
+    EXPECT_EQ(body.complete, c.complete);
+    EXPECT_LE(context.request.inserted.size(), 1u);
+    EXPECT_EQ(context.request.ApplicationBody(), sent);
+    EXPECT_EQ(body.bytes, sent.substr(0, context.request.read));
+    EXPECT_TRUE(!c.complete || body.bytes.size() == sent.size());
+  }
+}
+
+TEST(BodyReader, LeavesABodyAloneThatItHasNoMemoryFor) {
+  CFakeContext context;
+  context.request.body = Script(10000);
+  context.memory_limit = 0;
+  EXPECT_FALSE(ReadAndRestoreBody(context, context.request, 10000).complete);
+  EXPECT_EQ(context.request.reads, 0);
+
+  // Memory for the declared length but not for the true one.
+  CFakeContext liar;
+  liar.request.body = Script(200000, [](BodyScript& s) { s.length_known = false; });
+  liar.memory_limit = 100000;
+  EXPECT_FALSE(ReadAndRestoreBody(liar, liar.request, 10).complete);
+  EXPECT_EQ(liar.request.ApplicationBody(), liar.request.body.data);
+}
+
+/// A request as the collector sees it.
+class CPost {
+ public:
+  CPost(std::string data, std::string content_length, bool need_body = true) {
+    auto config = std::make_shared<WebsiteConfig>();
+    config->need_post_body = need_body;
+    facts.config = config;
+    context.request.method = "POST";
+    context.request.body.data = std::move(data);
+    context.request.known[iis::HttpHeaderContentType] = "application/x-www-form-urlencoded";
+    if (!content_length.empty()) context.request.known[iis::HttpHeaderContentLength] = std::move(content_length);
+  }
+  void Read(bool may_read = true) { ASSERT_TRUE(ReadHeadersAndBody(context, facts, may_read)); }
+
+  CFakeContext context;
+  RequestFacts facts;
+};
+
+TEST(PostBody, IsReadOnlyWhenAllowed) {
+  struct {
+    const char* name;
+    void (*change)(CPost&);
+    bool read;
+  } const cases[] = {
+      {"a form", [](CPost&) {}, true},
+      {"another method", [](CPost& p) { p.context.request.method = "PUT"; }, false},
+      {"lower-case method", [](CPost& p) { p.context.request.method = "post"; }, false},
+      {"no type", [](CPost& p) { p.context.request.known.erase(iis::HttpHeaderContentType); }, false},
+      {"no length", [](CPost& p) { p.context.request.known.erase(iis::HttpHeaderContentLength); }, false},
+      {"length 0", [](CPost& p) { p.context.request.known[iis::HttpHeaderContentLength] = "0"; }, false},
+      {"no number", [](CPost& p) { p.context.request.known[iis::HttpHeaderContentLength] = "x"; }, false},
+      {"beyond 32 bits", [](CPost& p) { p.context.request.known[iis::HttpHeaderContentLength] = "4294967299"; }, false},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    CPost post("a=1", "3");
+    c.change(post);
+    post.Read();
+    EXPECT_EQ(post.context.request.reads != 0, c.read);
+    EXPECT_EQ(post.facts.body.View(), c.read ? "a=1" : "");
+    EXPECT_EQ(post.context.request.ApplicationBody(), "a=1");
+  }
+  CPost unwanted("a=1", "3", false);
+  unwanted.Read();
+  EXPECT_EQ(unwanted.context.request.reads, 0);
+  CPost later("a=1", "3");
+  later.Read(false);
+  EXPECT_EQ(later.context.request.reads, 0);
+}
+
+TEST(PostBody, IsReadUpToTheLimitAndNotBeyond) {
+  CPost largest(std::string(kMaxBody, 'a'), std::to_string(kMaxBody));
+  largest.Read();
+  EXPECT_EQ(largest.facts.body.View().size(), kMaxBody);
+  EXPECT_TRUE(largest.context.request.inserted.size() == 1 && largest.context.request.inserted[0].size() == kMaxBody);
+  EXPECT_TRUE(largest.facts.raw_body.data() == largest.context.memory[0].first.get()) << "copied";
+
+  CPost too_large("a", std::to_string(kMaxBody + 1));
+  too_large.Read();
+  EXPECT_EQ(too_large.context.request.reads, 0);
+
+  // A length that lies about a body beyond the limit: unread bytes stay behind what is given back.
+  CPost liar(std::string(kMaxBody, 'a') + "rest", "5");
+  liar.context.request.body.length_known = false;
+  liar.Read();
+  EXPECT_TRUE(liar.facts.body.Empty());
+  EXPECT_TRUE(liar.context.request.ApplicationBody() == liar.context.request.body.data);
+}
+
+TEST(PostBody, IsDecodedForTheChecks) {
+  struct {
+    const char* name;
+    const char* sent;
+    const char* body;
+    bool keyed;
+  } const cases[] = {
+      {"percent and case", "A=%3CScript%3E", "a=<script>", false},
+      {"UTF-8 to the local code page", "a=\xE4\xB8\xAD\xE6\x96\x87", "a=\xD6\xD0\xCE\xC4", false},
+      {"percent-encoded UTF-8", "a=%E4%B8%AD", "a=\xD6\xD0", false},
+      {"local code page stays, its trail bytes too", "a=\xB0\x5CZ", "a=\xB0\x5Cz", false},
+      {"trimmed", "\r\n a=1 \r\n", "a=1", false},
+      {"password form", "secretrkey1.2.3.4=Ab%43", "secretrkey1.2.3.4=abc", true},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    CPost post(c.sent, std::to_string(std::string(c.sent).size()));
+    post.Read();
+    EXPECT_EQ(post.facts.body.View(), c.body);
+    EXPECT_EQ(post.facts.raw_body, c.sent);
+    EXPECT_EQ(post.facts.keyed_body, c.keyed ? c.sent : "");
+  }
+}
+
+}  // namespace
+}  // namespace qiv

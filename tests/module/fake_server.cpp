@@ -1,0 +1,250 @@
+#include "tests/module/fake_server.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <stdexcept>
+
+#include "common/char_set.h"
+#include "common/ip_address.h"
+
+namespace qiv::test {
+namespace {
+
+bool SameName(std::string_view a, std::string_view b) { return CCharSet::LowerAscii(a) == CCharSet::LowerAscii(b); }
+
+iis::HRESULT Unexpected() {
+  ADD_FAILURE() << "a call that the module is not meant to make";
+  return iis::kNotSupported;
+}
+
+}  // namespace
+
+CFakeRequest::CFakeRequest() {
+  SetUrl("/");
+  SetClient("203.0.113.7");
+}
+
+void CFakeRequest::SetUrl(const std::string& raw_url, const std::u16string& cooked_host) {
+  raw_url_ = raw_url;
+  host_ = cooked_host;
+  // Without a terminator: the buffer is as long as the length says.
+  raw.pRawUrl = raw_url_.data();
+  raw.RawUrlLength = static_cast<iis::USHORT>(raw_url_.size());
+  raw.CookedUrl.pHost = host_.data();
+  raw.CookedUrl.HostLength = static_cast<iis::USHORT>(host_.size() * 2);
+}
+
+void CFakeRequest::SetClient(const std::string& ipv4) {
+  const std::uint32_t value = CIpAddress::Parse(ipv4)->Ipv4();
+  iis::SOCKADDR_IN in{};
+  in.sin_family = iis::kFamilyIpv4;
+  for (int i = 0; i < 4; ++i) in.sin_addr[i] = static_cast<unsigned char>(value >> (24 - 8 * i));
+  std::memcpy(&address_, &in, sizeof(in));
+}
+
+std::string CFakeRequest::ApplicationBody() const {
+  std::string text;
+  for (const std::string& piece : inserted) text += piece;
+  return text + body.data.substr(read);
+}
+
+iis::PCSTR CFakeRequest::GetHeader(iis::HTTP_HEADER_ID id, iis::USHORT* length) const {
+  const auto found = known.find(id);
+  if (found == known.end()) return nullptr;
+  *length = static_cast<iis::USHORT>(found->second.size());
+  return found->second.data();
+}
+
+iis::PCSTR CFakeRequest::GetHeader(iis::PCSTR name, iis::USHORT* length) const {
+  for (const auto& [key, value] : unknown) {
+    if (!SameName(key, name)) continue;
+    *length = static_cast<iis::USHORT>(value.size());
+    return value.data();
+  }
+  return nullptr;
+}
+
+iis::HRESULT CFakeRequest::SetHeader(iis::HTTP_HEADER_ID id, iis::PCSTR value, iis::USHORT length, iis::BOOL) {
+  known[id] = std::string(value, length);
+  return 0;
+}
+iis::HRESULT CFakeRequest::SetHeader(iis::PCSTR, iis::PCSTR, iis::USHORT, iis::BOOL) { return Unexpected(); }
+iis::HRESULT CFakeRequest::DeleteHeader(iis::HTTP_HEADER_ID) { return Unexpected(); }
+iis::HRESULT CFakeRequest::DeleteHeader(iis::PCSTR) { return Unexpected(); }
+iis::HRESULT CFakeRequest::SetHttpMethod(iis::PCSTR) { return Unexpected(); }
+iis::HRESULT CFakeRequest::SetUrl(iis::PCSTR, iis::DWORD, iis::BOOL) { return Unexpected(); }
+iis::HRESULT CFakeRequest::SetUrl(iis::PCWSTR, iis::DWORD, iis::BOOL) { return Unexpected(); }
+iis::HRESULT CFakeRequest::GetClientCertificate(iis::HTTP_SSL_CLIENT_CERT_INFO**, iis::BOOL*) { return Unexpected(); }
+iis::HRESULT CFakeRequest::NegotiateClientCertificate(iis::BOOL, iis::BOOL*) { return Unexpected(); }
+iis::HRESULT CFakeRequest::GetHeaderChanges(iis::DWORD, iis::DWORD*, iis::PCSTR*, iis::DWORD*, iis::PCSTR**,
+                                            iis::PCSTR**, iis::DWORD*, iis::DWORD*, iis::DWORD**) {
+  return Unexpected();
+}
+
+iis::PSOCKADDR CFakeRequest::GetRemoteAddress() const {
+  return has_address ? reinterpret_cast<iis::PSOCKADDR>(const_cast<iis::SOCKADDR_IN6*>(&address_)) : nullptr;
+}
+
+iis::HRESULT CFakeRequest::ReadEntityBody(iis::VOID* buffer, iis::DWORD size, iis::BOOL async, iis::DWORD* received,
+                                          iis::BOOL* pending) {
+  EXPECT_FALSE(async);
+  EXPECT_TRUE(inserted.empty()) << "a read after the insertion would give the body back a second time";
+  EXPECT_LE(size, 4096u);
+  ++reads;
+  *pending = 0;
+  *received = 0xDEADBEEF;  // means nothing unless the read succeeds
+  const std::size_t count = std::min({std::size_t{size}, body.piece, body.data.size() - read});
+  if (read + count > body.fail_at) {
+    if (body.throws) throw std::runtime_error("the server broke");
+    return body.failure;
+  }
+  if (count == 0) {
+    end_seen_ = true;
+    if (!body.empty_success_at_end) return iis::kHandleEof;
+  }
+  if (count != 0) std::memcpy(buffer, body.data.data() + read, count);
+  read += count;
+  *received = static_cast<iis::DWORD>(count);
+  return 0;
+}
+
+iis::HRESULT CFakeRequest::InsertEntityBody(iis::VOID* buffer, iis::DWORD size) {
+  inserted.emplace_back(static_cast<const char*>(buffer), size);
+  return body.insert_result;
+}
+
+iis::DWORD CFakeRequest::GetRemainingEntityBytes() {
+  if (body.length_known && !body.empty_success_at_end) return static_cast<iis::DWORD>(body.data.size() - read);
+  return end_seen_ && !body.stays_unknown && !body.empty_success_at_end ? 0 : iis::kUnknownEntityLength;
+}
+
+void CFakeResponse::Rebuild() {
+  raw_.Headers.UnknownHeaderCount = static_cast<iis::USHORT>(headers_.size());
+  raw_.Headers.pUnknownHeaders = headers_.empty() ? nullptr : headers_.data();
+  // The server keeps these three as unknown headers; their known slots are there but empty.
+  for (const int id : {iis::HttpHeaderServer, iis::HttpHeaderSetCookie}) raw_.Headers.KnownHeaders[id] = {0, ""};
+}
+
+void CFakeResponse::Add(const std::string& name, const std::string& value) {
+  texts_.push_back(name);
+  const std::string& kept_name = texts_.back();
+  texts_.push_back(value);
+  const std::string& kept_value = texts_.back();
+  headers_.push_back({static_cast<iis::USHORT>(name.size()), static_cast<iis::USHORT>(value.size()), kept_name.data(),
+                      value.empty() ? nullptr : kept_value.data()});
+  Rebuild();
+}
+
+std::vector<std::string> CFakeResponse::Values(const std::string& name) const {
+  std::vector<std::string> values;
+  for (const auto& header : headers_) {
+    if (!SameName({header.pName, header.NameLength}, name)) continue;
+    values.emplace_back(header.pRawValue ? header.pRawValue : "", header.RawValueLength);
+  }
+  return values;
+}
+
+iis::HRESULT CFakeResponse::SetStatus(iis::USHORT code, iis::PCSTR text, iis::USHORT, iis::HRESULT,
+                                      iis::IAppHostConfigException*, iis::BOOL skip) {
+  if (iis::Failed(status_result)) return status_result;
+  status = code;
+  reason = text;
+  skip_custom_errors = skip != 0;
+  return 0;
+}
+
+iis::HRESULT CFakeResponse::SetHeader(iis::HTTP_HEADER_ID id, iis::PCSTR value, iis::USHORT length, iis::BOOL) {
+  ++header_writes;
+  known[id] = std::string(value, length);
+  return 0;
+}
+
+iis::HRESULT CFakeResponse::SetHeader(iis::PCSTR name, iis::PCSTR value, iis::USHORT length, iis::BOOL replace) {
+  ++header_writes;
+  if (replace) DeleteHeader(name);
+  Add(name, std::string(value, length));
+  return 0;
+}
+
+iis::HRESULT CFakeResponse::DeleteHeader(iis::HTTP_HEADER_ID id) {
+  known.erase(id);
+  return 0;
+}
+
+iis::HRESULT CFakeResponse::DeleteHeader(iis::PCSTR name) {
+  ++header_writes;
+  std::erase_if(headers_, [&](const auto& header) { return SameName({header.pName, header.NameLength}, name); });
+  Rebuild();
+  return 0;
+}
+
+iis::PCSTR CFakeResponse::GetHeader(iis::HTTP_HEADER_ID id, iis::USHORT* length) const {
+  const auto found = known.find(id);
+  if (found == known.end()) return nullptr;
+  *length = static_cast<iis::USHORT>(found->second.size());
+  return found->second.data();
+}
+
+iis::PCSTR CFakeResponse::GetHeader(iis::PCSTR name, iis::USHORT* length) const {
+  for (const auto& header : headers_) {
+    if (!SameName({header.pName, header.NameLength}, name)) continue;
+    *length = header.RawValueLength;
+    return header.pRawValue;
+  }
+  return nullptr;
+}
+
+iis::VOID CFakeResponse::Clear() {
+  cleared = true;
+  headers_.clear();
+  known.clear();
+  body.clear();
+  status = 200;
+  Rebuild();
+}
+
+iis::HRESULT CFakeResponse::WriteEntityChunks(iis::HTTP_DATA_CHUNK* chunks, iis::DWORD count, iis::BOOL async,
+                                              iis::BOOL more, iis::DWORD*, iis::BOOL*) {
+  EXPECT_FALSE(async);
+  for (iis::DWORD i = 0; i < count; ++i) {
+    EXPECT_EQ(chunks[i].DataChunkType, iis::HttpDataChunkFromMemory);
+    body.append(static_cast<const char*>(chunks[i].FromMemory.pBuffer), chunks[i].FromMemory.BufferLength);
+  }
+  more_data = more != 0;
+  return 0;
+}
+
+iis::HRESULT CFakeContainer::SetModuleContext(iis::IHttpStoredContext* context, iis::HTTP_MODULE_ID) {
+  ++sets;
+  if (stored) return iis::kAlreadyAssigned;  // also for the object it holds
+  if (iis::Failed(refuse)) return refuse;
+  stored = context;
+  return 0;
+}
+
+void CFakeContainer::End() {
+  if (stored) std::exchange(stored, nullptr)->CleanupStoredContext();
+}
+
+iis::IHttpResponse* CFakeContext::GetResponse() {
+  if (throws_in_response) throw std::runtime_error("no response today");
+  return has_response ? &response : nullptr;
+}
+
+iis::HRESULT CFakeContext::GetServerVariable(iis::PCSTR name, iis::PCSTR* value, iis::DWORD* length) {
+  const auto found = variables.find(name);
+  if (found == variables.end()) return iis::kInvalidIndex;
+  *value = found->second.data();
+  *length = static_cast<iis::DWORD>(found->second.size());
+  return 0;
+}
+
+iis::VOID* CFakeContext::AllocateRequestMemory(iis::DWORD size) {
+  if (size > memory_limit) return nullptr;
+  memory.emplace_back(std::unique_ptr<char[]>(new char[size]), size);
+  return memory.back().first.get();
+}
+
+}  // namespace qiv::test

@@ -1,0 +1,259 @@
+// A server of scripted behaviour: what a real one does rarely, or only when something is wrong.
+//
+// Request memory is handed out in blocks of exactly the size asked for, so that the address sanitizer sees one byte too
+// far. Whatever the module is not meant to call fails the test.
+#pragma once
+
+#include <cstddef>
+#include <deque>
+#include <functional>
+#include <limits>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "iis/httpserv.h"
+
+namespace qiv::test {
+
+inline constexpr std::size_t kNever = std::numeric_limits<std::size_t>::max();
+
+/// What the client sends, and how reading it goes.
+struct BodyScript {
+  std::string data;
+  std::size_t piece = kNever;         ///< most bytes that one read gives
+  std::size_t fail_at = kNever;       ///< the read that would go past this many bytes fails
+  iis::HRESULT failure = 0;           ///< with this result
+  bool throws = false;                ///< or with an exception
+  bool length_known = true;           ///< false: chunked
+  bool stays_unknown = false;         ///< of a chunked body, also after its end was seen
+  bool empty_success_at_end = false;  ///< a success without bytes in place of the end
+  iis::HRESULT insert_result = 0;
+};
+
+class CFakeRequest final : public iis::IHttpRequest {
+ public:
+  CFakeRequest();
+
+  void SetUrl(const std::string& raw_url, const std::u16string& cooked_host = u"www.example.com:80");
+  void SetClient(const std::string& ipv4);
+  void SetFamily(iis::USHORT family) { address_.sin6_family = family; }
+
+  /// What the application reads: what was inserted, then what is unread.
+  std::string ApplicationBody() const;
+
+  std::string method = "GET";
+  bool has_raw = true;
+  bool has_address = true;
+  std::map<std::int32_t, std::string> known;
+  std::map<std::string, std::string> unknown;
+  BodyScript body;
+  std::size_t read = 0;  ///< bytes taken out of body.data
+  int reads = 0;
+  std::vector<std::string> inserted;  ///< one entry an insertion
+  iis::HTTP_REQUEST raw{};
+
+  const iis::HTTP_REQUEST* GetRawHttpRequest() const override { return has_raw ? &raw : nullptr; }
+  iis::HTTP_REQUEST* GetRawHttpRequest() override { return has_raw ? &raw : nullptr; }
+  iis::PCSTR GetHeader(iis::HTTP_HEADER_ID id, iis::USHORT* length) const override;
+  iis::PCSTR GetHeader(iis::PCSTR name, iis::USHORT* length) const override;
+  iis::HRESULT SetHeader(iis::HTTP_HEADER_ID id, iis::PCSTR value, iis::USHORT length, iis::BOOL replace) override;
+  iis::HRESULT SetHeader(iis::PCSTR, iis::PCSTR, iis::USHORT, iis::BOOL) override;
+  iis::HRESULT DeleteHeader(iis::HTTP_HEADER_ID) override;
+  iis::HRESULT DeleteHeader(iis::PCSTR) override;
+  iis::PCSTR GetHttpMethod() const override { return method.c_str(); }
+  iis::HRESULT SetHttpMethod(iis::PCSTR) override;
+  iis::HRESULT SetUrl(iis::PCSTR, iis::DWORD, iis::BOOL) override;
+  iis::HRESULT SetUrl(iis::PCWSTR, iis::DWORD, iis::BOOL) override;
+  iis::BOOL GetUrlChanged() const override { return 0; }
+  iis::PCWSTR GetForwardedUrl() const override { return nullptr; }
+  iis::PSOCKADDR GetLocalAddress() const override { return nullptr; }
+  iis::PSOCKADDR GetRemoteAddress() const override;
+  iis::HRESULT ReadEntityBody(iis::VOID* buffer, iis::DWORD size, iis::BOOL async, iis::DWORD* received,
+                              iis::BOOL* pending) override;
+  iis::HRESULT InsertEntityBody(iis::VOID* buffer, iis::DWORD size) override;
+  iis::DWORD GetRemainingEntityBytes() override;
+  iis::VOID GetHttpVersion(iis::USHORT*, iis::USHORT*) const override {}
+  iis::HRESULT GetClientCertificate(iis::HTTP_SSL_CLIENT_CERT_INFO**, iis::BOOL*) override;
+  iis::HRESULT NegotiateClientCertificate(iis::BOOL, iis::BOOL*) override;
+  iis::DWORD GetSiteId() const override { return 7; }
+  iis::HRESULT GetHeaderChanges(iis::DWORD, iis::DWORD*, iis::PCSTR*, iis::DWORD*, iis::PCSTR**, iis::PCSTR**,
+                                iis::DWORD*, iis::DWORD*, iis::DWORD**) override;
+
+ private:
+  std::string raw_url_;
+  std::u16string host_;
+  iis::SOCKADDR_IN6 address_{};
+  bool end_seen_ = false;
+};
+
+class CFakeResponse final : public iis::IHttpResponse {
+ public:
+  CFakeResponse() { Rebuild(); }
+
+  /// All values of a header, in order, read from the raw response as it would go on the wire.
+  std::vector<std::string> Values(const std::string& name) const;
+  void Add(const std::string& name, const std::string& value);
+
+  bool has_raw = true;
+  std::uint16_t status = 200;
+  std::string reason;
+  bool skip_custom_errors = false;
+  bool cleared = false;
+  iis::HRESULT status_result = 0;
+  std::string body;
+  bool more_data = false;
+  int header_writes = 0;
+  std::map<std::int32_t, std::string> known;
+
+  const iis::HTTP_RESPONSE* GetRawHttpResponse() const override { return has_raw ? &raw_ : nullptr; }
+  iis::HTTP_RESPONSE* GetRawHttpResponse() override { return has_raw ? &raw_ : nullptr; }
+  iis::IHttpCachePolicy* GetCachePolicy() override { return nullptr; }
+  iis::HRESULT SetStatus(iis::USHORT code, iis::PCSTR text, iis::USHORT, iis::HRESULT, iis::IAppHostConfigException*,
+                         iis::BOOL skip) override;
+  iis::HRESULT SetHeader(iis::HTTP_HEADER_ID id, iis::PCSTR value, iis::USHORT length, iis::BOOL replace) override;
+  iis::HRESULT SetHeader(iis::PCSTR name, iis::PCSTR value, iis::USHORT length, iis::BOOL replace) override;
+  iis::HRESULT DeleteHeader(iis::HTTP_HEADER_ID id) override;
+  iis::HRESULT DeleteHeader(iis::PCSTR name) override;
+  iis::PCSTR GetHeader(iis::HTTP_HEADER_ID id, iis::USHORT* length) const override;
+  iis::PCSTR GetHeader(iis::PCSTR name, iis::USHORT* length) const override;
+  iis::VOID Clear() override;
+  iis::VOID ClearHeaders() override {}
+  iis::VOID SetNeedDisconnect() override {}
+  iis::VOID ResetConnection() override {}
+  iis::VOID DisableKernelCache(iis::ULONG) override {}
+  iis::BOOL GetKernelCacheEnabled() const override { return 0; }
+  iis::VOID SuppressHeaders() override {}
+  iis::BOOL GetHeadersSuppressed() const override { return 0; }
+  iis::HRESULT Flush(iis::BOOL, iis::BOOL, iis::DWORD*, iis::BOOL*) override { return iis::kNotSupported; }
+  iis::HRESULT Redirect(iis::PCSTR, iis::BOOL, iis::BOOL) override { return iis::kNotSupported; }
+  iis::HRESULT WriteEntityChunkByReference(iis::HTTP_DATA_CHUNK*, iis::LONG) override { return iis::kNotSupported; }
+  iis::HRESULT WriteEntityChunks(iis::HTTP_DATA_CHUNK* chunks, iis::DWORD count, iis::BOOL async, iis::BOOL more,
+                                 iis::DWORD* sent, iis::BOOL* pending) override;
+  iis::VOID DisableBuffering() override {}
+  iis::VOID GetStatus(iis::USHORT* code, iis::USHORT*, iis::PCSTR*, iis::USHORT*, iis::HRESULT*, iis::PCWSTR*,
+                      iis::DWORD*, iis::IAppHostConfigException**, iis::BOOL*) override {
+    *code = status;
+  }
+  iis::HRESULT SetErrorDescription(iis::PCWSTR, iis::DWORD, iis::BOOL) override { return 0; }
+  iis::PCWSTR GetErrorDescription(iis::DWORD*) override { return nullptr; }
+  iis::HRESULT GetHeaderChanges(iis::DWORD, iis::DWORD*, iis::PCSTR*, iis::DWORD*, iis::PCSTR**, iis::PCSTR**,
+                                iis::DWORD*, iis::DWORD*, iis::DWORD**) override {
+    return iis::kNotSupported;
+  }
+  iis::VOID CloseConnection() override {}
+
+ private:
+  void Rebuild();
+  std::deque<std::string> texts_;  ///< names and values that raw headers point to
+  std::vector<iis::HTTP_UNKNOWN_HEADER> headers_;
+  iis::HTTP_RESPONSE raw_{};
+};
+
+class CFakeContainer final : public iis::IHttpModuleContextContainer {
+ public:
+  ~CFakeContainer() { End(); }
+  iis::IHttpStoredContext* GetModuleContext(iis::HTTP_MODULE_ID) override { return stored; }
+  iis::HRESULT SetModuleContext(iis::IHttpStoredContext* context, iis::HTTP_MODULE_ID) override;
+  /// The end of the request.
+  void End();
+
+  iis::IHttpStoredContext* stored = nullptr;
+  iis::HRESULT refuse = 0;  ///< result of every set, when it is a failure
+  int sets = 0;
+};
+
+class CFakeContext final : public iis::IHttpContext {
+ public:
+  CFakeRequest request;
+  CFakeResponse response;
+  CFakeContainer container;
+  bool has_request = true;
+  bool has_response = true;
+  bool has_container = true;
+  bool headers_sent = false;
+  bool is_child = false;
+  bool throws_in_response = false;
+  std::size_t memory_limit = kNever;  ///< the largest block that is handed out
+  std::map<std::string, std::string> variables;
+  std::vector<std::pair<std::unique_ptr<char[]>, std::size_t>> memory;
+
+  iis::IHttpSite* GetSite() override { return nullptr; }
+  iis::IHttpApplication* GetApplication() override { return nullptr; }
+  iis::IHttpConnection* GetConnection() override { return nullptr; }
+  iis::IHttpRequest* GetRequest() override { return has_request ? &request : nullptr; }
+  iis::IHttpResponse* GetResponse() override;
+  iis::BOOL GetResponseHeadersSent() const override { return headers_sent; }
+  iis::IHttpUser* GetUser() const override { return nullptr; }
+  iis::IHttpModuleContextContainer* GetModuleContextContainer() override {
+    return has_container ? &container : nullptr;
+  }
+  iis::VOID IndicateCompletion(iis::REQUEST_NOTIFICATION_STATUS) override {}
+  iis::HRESULT PostCompletion(iis::DWORD) override { return iis::kNotSupported; }
+  iis::VOID DisableNotifications(iis::DWORD, iis::DWORD) override {}
+  iis::BOOL GetNextNotification(iis::REQUEST_NOTIFICATION_STATUS, iis::DWORD*, iis::BOOL*, iis::CHttpModule**,
+                                iis::IHttpEventProvider**) override {
+    return 0;
+  }
+  iis::BOOL GetIsLastNotification(iis::REQUEST_NOTIFICATION_STATUS) override { return 0; }
+  iis::HRESULT ExecuteRequest(iis::BOOL, iis::IHttpContext*, iis::DWORD, iis::IHttpUser*, iis::BOOL*) override {
+    return iis::kNotSupported;
+  }
+  iis::DWORD GetExecuteFlags() const override { return 0; }
+  iis::HRESULT GetServerVariable(iis::PCSTR name, iis::PCSTR* value, iis::DWORD* length) override;
+  iis::HRESULT GetServerVariable(iis::PCSTR, iis::PCWSTR*, iis::DWORD*) override { return iis::kNotSupported; }
+  iis::HRESULT SetServerVariable(iis::PCSTR, iis::PCWSTR) override { return iis::kNotSupported; }
+  iis::VOID* AllocateRequestMemory(iis::DWORD size) override;
+  iis::IHttpUrlInfo* GetUrlInfo() override { return nullptr; }
+  iis::IMetadataInfo* GetMetadata() override { return nullptr; }
+  iis::PCWSTR GetPhysicalPath(iis::DWORD*) override { return nullptr; }
+  iis::PCWSTR GetScriptName(iis::DWORD*) const override { return nullptr; }
+  iis::PCWSTR GetScriptTranslated(iis::DWORD*) override { return nullptr; }
+  iis::IScriptMapInfo* GetScriptMap() const override { return nullptr; }
+  iis::VOID SetRequestHandled() override {}
+  iis::IHttpFileInfo* GetFileInfo() const override { return nullptr; }
+  iis::HRESULT MapPath(iis::PCWSTR, iis::PWSTR, iis::DWORD*) override { return iis::kNotSupported; }
+  iis::HRESULT NotifyCustomNotification(iis::ICustomNotificationProvider*, iis::BOOL*) override {
+    return iis::kNotSupported;
+  }
+  iis::IHttpContext* GetParentContext() const override { return is_child ? const_cast<CFakeContext*>(this) : nullptr; }
+  iis::IHttpContext* GetRootContext() const override { return nullptr; }
+  iis::HRESULT CloneContext(iis::DWORD, iis::IHttpContext**) override { return iis::kNotSupported; }
+  iis::HRESULT ReleaseClonedContext() override { return iis::kNotSupported; }
+  iis::HRESULT GetCurrentExecutionStats(iis::DWORD*, iis::DWORD*, iis::PCWSTR*, iis::DWORD*, iis::DWORD*,
+                                        iis::DWORD*) const override {
+    return iis::kNotSupported;
+  }
+  iis::IHttpTraceContext* GetTraceContext() const override { return nullptr; }
+  iis::HRESULT GetServerVarChanges(iis::DWORD, iis::DWORD*, iis::DWORD*, iis::PCSTR**, iis::PCWSTR**, iis::DWORD*,
+                                   iis::DWORD**) override {
+    return iis::kNotSupported;
+  }
+  iis::HRESULT CancelIo() override { return iis::kNotSupported; }
+  iis::HRESULT MapHandler(iis::DWORD, iis::PCWSTR, iis::PCWSTR, iis::PCSTR, iis::IScriptMapInfo**, iis::BOOL) override {
+    return iis::kNotSupported;
+  }
+  iis::HRESULT GetExtendedInterface(iis::HTTP_CONTEXT_INTERFACE_VERSION, iis::PVOID*) override {
+    return iis::kNotSupported;
+  }
+};
+
+class CFakeSend final : public iis::ISendResponseProvider {
+ public:
+  explicit CFakeSend(bool with_headers) : with_headers_(with_headers) {}
+  iis::VOID SetErrorStatus(iis::HRESULT) override {}
+  iis::BOOL GetHeadersBeingSent() const override { return with_headers_; }
+  iis::DWORD GetFlags() const override { return 0; }
+  iis::VOID SetFlags(iis::DWORD) override {}
+  iis::HTTP_LOG_DATA* GetLogData() const override { return nullptr; }
+  iis::HRESULT SetLogData(iis::HTTP_LOG_DATA*) override { return iis::kNotSupported; }
+  iis::BOOL GetReadyToLogData() const override { return 0; }
+
+ private:
+  bool with_headers_;
+};
+
+}  // namespace qiv::test

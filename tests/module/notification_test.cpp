@@ -1,0 +1,102 @@
+// The module as the server drives it: registered, with a configuration file, through its notifications.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "common/text.h"
+#include "module/module_state.h"
+#include "module/qiv_module.h"
+#include "tests/module/fake_server.h"
+#include "tests/module/installation.h"
+
+namespace qiv {
+namespace {
+
+using test::CFakeContext;
+
+constexpr std::int32_t kFinish = iis::RQ_NOTIFICATION_FINISH_REQUEST;
+constexpr std::int32_t kContinue = iis::RQ_NOTIFICATION_CONTINUE;
+
+class Notification : public testing::Test {
+ protected:
+  Notification() {
+    installation_.Write(test::InjectionSite());
+    InitialiseModule(installation_.Directory(), true);
+    ModuleConfig().SetModuleId(reinterpret_cast<void*>(3));
+    ModuleConfig().RefreshTick();
+    EXPECT_TRUE(ModuleConfig().IsConfigValid());
+    attack_.request.SetUrl("/a.asp?id=1%27%20union%20select%201");
+  }
+  ~Notification() { InitialiseModule(".", false); }
+  std::size_t Events() const { return Split(installation_.Log(), '\n').size() - 1; }
+
+  test::CInstallation installation_;
+  CQivIpsIIsModule* module_ = new CQivIpsIIsModule;
+  struct Disposer {
+    CQivIpsIIsModule* module;
+    ~Disposer() { static_cast<iis::CHttpModule*>(module)->Dispose(); }
+  } disposer_{module_};
+  CFakeContext attack_;
+};
+
+TEST_F(Notification, BlocksAnAttackWithOnePageAndOneEvent) {
+  EXPECT_EQ(module_->OnBeginRequest(&attack_, nullptr), kFinish);
+  EXPECT_EQ(attack_.response.status, 403);
+  EXPECT_NE(attack_.response.body.find("Access denied"), std::string::npos);
+  const std::string body = attack_.response.body;
+  test::CFakeSend send(true);
+  EXPECT_EQ(module_->OnSendResponse(&attack_, &send), kContinue);
+  EXPECT_EQ(module_->OnPostExecuteRequestHandler(&attack_, nullptr), kContinue);
+  EXPECT_EQ(attack_.response.body, body);
+  EXPECT_EQ(Events(), 1u);
+  for (const char* piece : {R"("check":"injection")", R"x("item":"SQL Injection Protection(GET)")x", R"("rule":"r1")",
+                            R"("client":"203.0.113.7")", R"("status":403)", R"("action":"block")", R"("site":7)"}) {
+    EXPECT_NE(installation_.Log().find(piece), std::string::npos) << piece << "\n" << installation_.Log();
+  }
+}
+
+TEST_F(Notification, ChecksTheBodyAndGivesItBack) {
+  for (const bool attack : {false, true}) {
+    CFakeContext context;
+    context.request.method = "POST";
+    context.request.body.data = attack ? "id=1%27+union+select+1" : "id=1&union=select";
+    context.request.known = {{iis::HttpHeaderContentType, "application/x-www-form-urlencoded"},
+                             {iis::HttpHeaderContentLength, std::to_string(context.request.body.data.size())}};
+    EXPECT_EQ(module_->OnBeginRequest(&context, nullptr), attack ? kFinish : kContinue);
+    EXPECT_EQ(context.request.ApplicationBody(), context.request.body.data);
+    EXPECT_EQ(context.request.inserted.size(), 1u);
+  }
+}
+
+TEST_F(Notification, LooksAtNoRequestThatAnotherRequestMade) {
+  attack_.is_child = true;
+  EXPECT_EQ(module_->OnBeginRequest(&attack_, nullptr), kContinue);
+  EXPECT_EQ(module_->OnPostExecuteRequestHandler(&attack_, nullptr), kContinue);
+  EXPECT_EQ(module_->OnSendResponse(&attack_, nullptr), kContinue);
+  EXPECT_EQ(attack_.container.sets, 0);
+  EXPECT_EQ(module_->OnBeginRequest(nullptr, nullptr), kContinue);
+  EXPECT_EQ(module_->OnExecuteRequestHandler(&attack_, nullptr), kContinue);
+}
+
+TEST_F(Notification, KeepsExceptionsInsideAndLogsOneAMinute) {
+  attack_.throws_in_response = true;
+  EXPECT_EQ(module_->OnBeginRequest(&attack_, nullptr), kContinue);
+  EXPECT_EQ(module_->OnPostExecuteRequestHandler(&attack_, nullptr), kContinue);
+  EXPECT_EQ(module_->OnSendResponse(&attack_, nullptr), kContinue);
+  EXPECT_EQ(Events(), 1u);
+  EXPECT_NE(installation_.Log().find("no response today"), std::string::npos);
+}
+
+TEST_F(Notification, ABrokenConfigurationLetsEverythingPass) {
+  EXPECT_EQ(module_->OnBeginRequest(&attack_, nullptr), kFinish);
+  installation_.WriteRaw("no configuration");
+  InitialiseModule(installation_.Directory(), true);
+  CFakeContext attack;
+  attack.request.SetUrl("/a.asp?id=1%27%20union%20select%201");
+  EXPECT_EQ(module_->OnBeginRequest(&attack, nullptr), kContinue);
+  EXPECT_EQ(attack.response.header_writes, 0);
+  EXPECT_EQ(attack.response.body, "");
+}
+
+}  // namespace
+}  // namespace qiv

@@ -1,0 +1,350 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <memory>
+#include <random>
+#include <string>
+
+#include "checks/event_recorder.h"
+#include "checks/unlock_registry.h"
+#include "common/char_set.h"
+#include "config/page_settings.h"
+#include "config/website_config.h"
+#include "module/facts_collector.h"
+#include "module/page_renderer.h"
+#include "module/page_writer.h"
+#include "tests/module/fake_server.h"
+
+namespace qiv {
+namespace {
+
+using test::CFakeContext;
+
+constexpr char kHead[] =
+    "<!DOCTYPE html><html lang=\"zh-CN\"><head><meta charset=\"utf-8\"><meta name=\"viewport\" "
+    "content=\"width=device-width, initial-scale=1.0\"><meta http-equiv=\"Content-Type\" content=\"text/html; "
+    "charset=utf-8\" /><title>";
+constexpr char kEnd[] =
+    "</body></html><script>if(window.stop){window.stop();}else{document.execCommand(\"stop\");}</script><!--";
+
+class CRecorder final : public IEventRecorder, public IUnlockRegistry {
+ public:
+  CRecorder() {
+    SetEventRecorder(this);
+    SetUnlockRegistry(this);
+  }
+  ~CRecorder() {
+    SetEventRecorder(nullptr);
+    SetUnlockRegistry(nullptr);
+  }
+  void RecordBlock(const RequestFacts&, const CheckResult&) override { ++blocks; }
+  void RecordStatistics(std::string_view, std::string_view, std::string_view) override {}
+  void RegisterForUnlocking(const RequestFacts&) override { ++registered; }
+  int blocks = 0;
+  int registered = 0;
+};
+
+class Page : public testing::Test {
+ protected:
+  /// `settings` are the response section's, given the form that a load gives them.
+  RequestFacts Facts(const ResponseSettings& settings, Language language = Language::kEnglish) {
+    auto config = std::make_shared<WebsiteConfig>();
+    config->response = settings;
+    config->language = language;
+    config->page = MakePageSettings(settings);
+    RequestFacts facts;
+    facts.config = config;
+    facts.context = &context_;
+    facts.client_ip_copy = "203.0.113.7";
+    facts.full_url = "http://h/a?x=1";
+    facts.raw_url = "/a?x=1";
+    facts.page_detail = true;
+    return facts;
+  }
+  static std::string WithoutTime(std::string page) {
+    const std::string_view shape = "dddd-dd-dd dd:dd:dd";
+    for (std::size_t at = 0; at + shape.size() <= page.size(); ++at) {
+      const auto fits = [](char c, char s) { return s == 'd' ? c >= '0' && c <= '9' : c == s; };
+      const auto begin = page.begin() + static_cast<std::ptrdiff_t>(at);
+      if (std::equal(shape.begin(), shape.end(), begin, [&](char s, char c) { return fits(c, s); })) {
+        return page.replace(at, shape.size(), "TIME");
+      }
+    }
+    return page;
+  }
+  static CheckResult Blocked() {
+    CheckResult result;
+    result.status = kBlocked;
+    result.reason = "REASON";
+    result.item = "ITEM";
+    return result;
+  }
+  const test::CFakeResponse& Write(RequestFacts facts, const CheckResult& result, const PageOptions& options = {}) {
+    WritePage(facts, result, contexts_, options);
+    return context_.response;
+  }
+
+  CQivConfig config_{"./"};
+  CStoredContexts contexts_{config_};
+  CFakeContext context_;
+  CRecorder recorder_;
+};
+
+TEST_F(Page, HasItsTextsInBothLanguages) {
+  struct {
+    int type;
+    Language language;
+    std::string title;
+    std::string body;
+  } const cases[] = {
+      {1, Language::kEnglish, "Sorry, this access is blocked",
+       "Notice: Access denied<br>Time: TIME<br>Client IP: 203.0.113.7<br>Client information has been recorded<br>"},
+      {7, Language::kChinese, "抱歉，此访问被禁止",
+       "安全提示：当前访问被拒绝<br>时间：TIME<br>客户端IP：203.0.113.7<br>客户端信息已被记录<br>"},
+      {2, Language::kEnglish, "Sorry, this access is blocked",
+       "Notice: Access denied<br>Remark: ITEM<br>Details: REASON<br>Time: TIME<br>Client IP: 203.0.113.7<br>URL: "
+       "http://h/a?x=1<br>"},
+      {2, Language::kChinese, "抱歉，此访问被禁止",
+       "安全提示：当前访问被拒绝<br>备注：ITEM<br>详情：REASON<br>时间：TIME<br>客户端IP：203.0.113.7<br>URL地址："
+       "http://h/a?x=1<br>"},
+  };
+  for (const auto& c : cases) {
+    ResponseSettings settings;
+    settings.ret_type = c.type;
+    RequestFacts facts = Facts(settings, c.language);
+    EXPECT_EQ(WithoutTime(RenderPage(facts, Blocked())), kHead + c.title + "</title></head><body>" + c.body + kEnd);
+  }
+}
+
+TEST_F(Page, ShowsCustomContent) {
+  ResponseSettings settings;
+  settings.ret_type = 4;
+  settings.ret_content = "被拒绝";
+  RequestFacts facts = Facts(settings);
+  EXPECT_EQ(RenderPage(facts, Blocked()), kHead + std::string("被拒绝</title></head><body>被拒绝") + kEnd);
+  EXPECT_FALSE(facts.custom_page);
+
+  settings.ret_content = "<b>no</b>\n{{ip}}";
+  facts = Facts(settings, Language::kChinese);
+  EXPECT_EQ(RenderPage(facts, Blocked()),
+            kHead + std::string("抱歉，此访问被禁止</title></head><body><b>no</b><br>{{ip}}") + kEnd);
+
+  settings.ret_content = "<html><head><title>t</title></head><body>{{charset}} {{ip}}|{{secretrkey}}|</body></html>";
+  facts = Facts(settings);
+  EXPECT_EQ(RenderPage(facts, Blocked()), "<html><head><title>t</title></head><body>utf-8 {{ip}}||</body></html>");
+  EXPECT_TRUE(facts.custom_page);
+
+  facts.prepared_page = "<p>{{charset}}{{secretrkey}}";
+  EXPECT_EQ(RenderPage(facts, Blocked()), "<p>utf-8{{secretrkey}}");
+}
+
+TEST_F(Page, OffersThePasswordFormWhereAllowed) {
+  ResponseSettings settings;
+  settings.passwd = true;
+  RequestFacts facts = Facts(settings);
+  facts.raw_url = "//evil.example/\xE4\xB8\xAD?a=\"&b='";
+  const std::string page = RenderPage(facts, Blocked());
+  EXPECT_NE(page.find("action=\"/.//evil.example/%E4%B8%AD?a=&quot;&amp;b="), std::string::npos) << page;
+  EXPECT_NE(page.find("<input type=\"password\" name=\"secretrkey203.0.113.7\">\n"), std::string::npos);
+  EXPECT_NE(page.find("Please enter the preset authorization password to unlock</p>\n"), std::string::npos);
+  EXPECT_EQ(recorder_.registered, 1);
+
+  facts.page_detail = false;  // a list block
+  EXPECT_EQ(RenderPage(facts, Blocked()).find("<form"), std::string::npos);
+  EXPECT_EQ(recorder_.registered, 1);
+}
+
+TEST_F(Page, PutsTheFormsTargetOnThisHost) {
+  const std::pair<const char*, const char*> cases[] = {{"/a?b", "/a?b"},
+                                                       {"/\\evil/", "/./\\evil/"},
+                                                       {"http://evil/a", "/a"},
+                                                       {"http://evil", "/"},
+                                                       {"javascript:x", "/"},
+                                                       {"*", "/"},
+                                                       {"http://e//evil", "/.//evil"},
+                                                       {"/a b\"\n", "/a%20b\"%0A"}};
+  for (const auto& [raw_url, action] : cases) EXPECT_EQ(FormAction(raw_url), action) << raw_url;
+}
+
+TEST_F(Page, ReplacesPlaceholdersInOnePass) {
+  const Placeholder values[] = {{"{{a}}", "{{b}}"}, {"{{b}}", "B"}};
+  EXPECT_EQ(Substitute("{{a}}{{b}}{{{a}}}{{c}}{{", values), "{{b}}B{{{b}}}{{c}}{{");
+}
+
+TEST_F(Page, IsAnsweredWithTheStatusAskedFor) {
+  struct {
+    const char* ret_status;
+    int ret_type;
+    const char* ret_url;
+    std::uint64_t of_result;
+    int status;
+    const char* reason;
+    const char* location;
+  } const cases[] = {
+      {"", 1, "", 0, 403, "Forbidden", ""},
+      {"200", 1, "", 0, 200, "OK", ""},
+      {"404", 1, "", 0, 404, "File Not Found", ""},
+      {"500", 1, "", 0, 500, "Internal Server Error", ""},
+      {"302", 1, "", 0, 403, "Forbidden", ""},
+      {"302", 1, "go.example/x", 0, 302, "Found", "http://go.example/x"},
+      {"200", 3, "https://go.example/", 0, 302, "Found", "https://go.example/"},
+      {"200", 3, "", 0, 200, "OK", ""},
+      {"200", 1, "", 503, 503, "Internal Server Error", ""},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(std::string(c.ret_status) + " " + std::to_string(c.ret_type) + " " + c.ret_url);
+    context_.response = {};
+    context_.response.known = {{iis::HttpHeaderContentLength, "5"}, {iis::HttpHeaderContentEncoding, "gzip"}};
+    ResponseSettings settings;
+    settings.ret_status = c.ret_status;
+    settings.ret_type = c.ret_type;
+    settings.ret_url = c.ret_url;
+    CheckResult result = Blocked();
+    result.response_status = c.of_result;
+    const test::CFakeResponse& response = Write(Facts(settings), result);
+    EXPECT_EQ(response.status, c.status);
+    EXPECT_EQ(response.reason, c.reason);
+    EXPECT_TRUE(response.skip_custom_errors);
+    std::map<std::int32_t, std::string> headers = {{iis::HttpHeaderContentType, "text/html; charset=utf-8"},
+                                                   {iis::HttpHeaderCacheControl, "no-store"}};
+    if (*c.location) headers[iis::HttpHeaderLocation] = c.location;
+    EXPECT_EQ(response.known, headers);
+    EXPECT_TRUE(response.more_data);
+    if (c.ret_type == 3 && *c.ret_url) {
+      EXPECT_EQ(response.body, std::string("302 Found ") + c.location);
+    }
+  }
+  EXPECT_EQ(recorder_.blocks, 1) << "once a request, however many pages";
+}
+
+TEST_F(Page, GoesOutInOneEncoding) {
+  const std::string utf8_page = "<html><head><title></title></head><body>中</body></html>";
+  const std::string gbk_page = CCharSet::Utf8ToLocal(utf8_page);
+  struct {
+    const char* name;
+    std::string content;  // custom page; empty: the short page in Chinese
+    bool gbk;
+    const char* charset;
+  } const cases[] = {
+      {"ordinary", "", false, "utf-8"},
+      {"ordinary for a GBK request", "", true, "gbk"},
+      {"custom", utf8_page, false, "gbk"},
+      {"custom for a GBK request", utf8_page, true, "utf-8"},
+      {"custom that names gbk", "<meta charset=gbk>" + utf8_page, false, "utf-8"},
+      {"custom in GBK that names it", "<meta charset=gbk>" + gbk_page, true, "gbk"},
+      {"custom in GBK that names it not", "<meta charset=gbk>" + gbk_page, false, "utf-8"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    context_.response = {};
+    ResponseSettings settings;
+    settings.ret_type = c.content.empty() ? 1 : 4;
+    settings.ret_content = c.content;
+    RequestFacts facts = Facts(settings, Language::kChinese);
+    facts.gbk_page = c.gbk;
+    const test::CFakeResponse& response = Write(facts, Blocked());
+    EXPECT_EQ(response.known.at(iis::HttpHeaderContentType), std::string("text/html; charset=") + c.charset);
+    const bool is_utf8 = std::string(c.charset) == "utf-8";
+    EXPECT_EQ(CCharSet::IsValidUtf8(response.body), is_utf8);
+    const std::string text = is_utf8 ? response.body : CCharSet::LocalToUtf8(response.body);
+    EXPECT_NE(text.find(c.content.empty() ? "当前访问被拒绝" : "中"), std::string::npos) << text;
+  }
+}
+
+TEST_F(Page, KeepsToItsOptionsAndToWhatTheServerAllows) {
+  PageOptions options;
+  options.extra_text = "<i>more</i>";
+  options.render = false;
+  EXPECT_EQ(Write(Facts({}), Blocked(), options).body, "<i>more</i>");
+  EXPECT_EQ(context_.response.status, 200) << "extra text leaves the status";
+
+  context_.response = {};
+  context_.response.body = "the application's";
+  options = {};
+  options.reset_response = true;
+  EXPECT_TRUE(Write(Facts({}), Blocked(), options).body.starts_with("<!DOCTYPE"));
+
+  context_.response = {};
+  context_.response.status_result = iis::kInvalidData;
+  EXPECT_EQ(Write(Facts({}), Blocked()).body, "") << "no page without its status";
+
+  context_.response = {};
+  context_.headers_sent = true;
+  EXPECT_TRUE(Write(Facts({}), Blocked()).known.empty());
+
+  context_.has_response = false;
+  Write(Facts({}), Blocked());
+  EXPECT_TRUE(contexts_.PageWritten(context_));
+}
+
+/// Bytes that break out of markup, of an encoding, or of the templates, mixed with random ones.
+std::string Hostile(std::mt19937& random) {
+  static const std::string pieces[] = {"<script>alert(1)</script>",
+                                       "\"",
+                                       "'",
+                                       ">",
+                                       "<",
+                                       "&",
+                                       "{{ip}}",
+                                       "{{secretrkey}}",
+                                       "{{",
+                                       "-->",
+                                       "\x81",
+                                       "\xFE",
+                                       "\xD6\"",
+                                       "\xE4\xB8",
+                                       "%3Cb%3E",
+                                       "%81%22",
+                                       "&lt;",
+                                       "\r\nX: y",
+                                       "+ADw-",
+                                       "//e/",
+                                       "\\",
+                                       std::string(1, '\0'),
+                                       "%00"};
+  std::string text;
+  for (int i = 0; i < 12; ++i) {
+    const std::size_t pick = random() % (std::size(pieces) + 4);
+    text += pick < std::size(pieces) ? pieces[pick] : std::string(1, static_cast<char>(random()));
+  }
+  return text;
+}
+
+/// How often each character that markup is made of occurs.
+std::vector<std::ptrdiff_t> MarkupCounts(const std::string& page) {
+  std::vector<std::ptrdiff_t> counts;
+  for (const char c : {'<', '>', '"', '\''}) counts.push_back(std::count(page.begin(), page.end(), c));
+  return counts;
+}
+
+TEST_F(Page, ReflectsNoMarkup) {
+  std::mt19937 random(20240607);
+  ResponseSettings settings;
+  settings.passwd = true;
+  settings.cdn = 1;
+  settings.ret_type = 2;
+  RequestFacts harmless = Facts(settings);
+  const auto expected = MarkupCounts(RenderPage(harmless, Blocked()));
+  for (int round = 0; round < 3000; ++round) {
+    CFakeContext context;
+    context.request.SetUrl("/" + Hostile(random) + "?" + Hostile(random), u"h\"><b>" + std::u16string(1, round));
+    context.request.unknown["X-Forwarded-For"] = Hostile(random);
+    context.request.known[iis::HttpHeaderHost] = Hostile(random);
+    RequestFacts facts = Facts(settings);
+    facts.context = &context;
+    ASSERT_TRUE(CollectFacts(context, facts) && ReadHeadersAndBody(context, facts, false));
+    facts.gbk_page = round % 2;
+    CheckResult result = Blocked();
+    result.reason = Hostile(random);
+    result.item = Hostile(random);
+    WritePage(facts, result, contexts_, {});
+    const std::string& body = context.response.body;
+    const std::string page = facts.gbk_page ? CCharSet::LocalToUtf8(body) : body;
+    ASSERT_TRUE(CCharSet::IsValidUtf8(page));
+    ASSERT_EQ(MarkupCounts(page), expected) << page;
+    for (const auto& [id, value] : context.response.known) ASSERT_EQ(value.find_first_of("\r\n"), std::string::npos);
+  }
+}
+
+}  // namespace
+}  // namespace qiv
