@@ -1,0 +1,227 @@
+// What the protection costs: the whole decision on typical requests, and each detector by the byte.
+//
+// Every figure of one run comes from one machine and one moment: compare figures within a run only.
+#include <benchmark/benchmark.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <iostream>
+#include <memory>
+#include <string>
+#include <system_error>
+
+#include "bench/flatness.h"
+#include "bench/texts.h"
+#include "checks/injection_check.h"
+#include "common/text.h"
+#include "config/website_config.h"
+#include "engines/sql_injection_detector.h"
+#include "engines/xss_detector.h"
+#include "host/in_process.h"
+#include "module/module_state.h"
+#include "module/register_module.h"
+#include "port/module_path.h"
+#include "tools/installation.h"
+
+namespace qiv::bench {
+namespace {
+
+constexpr std::int64_t kSmallest = 1 << 10;
+constexpr std::int64_t kLargest = 16 << 20;
+
+/// An installation with the default profile in a temporary directory that leaves with the object.
+class CBenchInstallation {
+ public:
+  explicit CBenchInstallation(const std::string& rules)
+      : directory_(std::filesystem::temp_directory_path() /
+                   ("qivbench-" + std::to_string(reinterpret_cast<std::uintptr_t>(this) ^
+                                                 static_cast<std::uintptr_t>(MonotonicMicroseconds())))) {
+    InitOptions options;
+    options.directory = directory_.string();
+    options.rules = rules;
+    ready_ = InitInstallation(options) == 0;
+  }
+  ~CBenchInstallation() {
+    std::error_code ignored;
+    std::filesystem::remove_all(directory_, ignored);
+  }
+  bool Ready() const { return ready_; }
+  std::string Directory() const { return directory_.string(); }
+
+ private:
+  bool ready_ = false;
+  std::filesystem::path directory_;
+};
+
+// The decision on one request: everything the module does from the first notification to the last, with a handler that
+// answers at once. The pair without the module is what the host itself costs.
+
+struct DecisionCase {
+  const char* name;
+  host::InProcessRequest (*make)();
+};
+
+host::InProcessRequest Browser(std::string url) {
+  host::InProcessRequest request;
+  request.raw_url = std::move(url);
+  request.headers = {
+      {"Host", "www.example.com"},
+      {"User-Agent", "Mozilla/5.0 (Windows NT 10.0; Win64; x64) AppleWebKit/537.36 Chrome/120.0.0.0 Safari/537.36"},
+      {"Accept", "text/html,application/xhtml+xml,application/xml;q=0.9,image/webp,*/*;q=0.8"},
+      {"Accept-Language", "en-US,en;q=0.5"},
+      {"Accept-Encoding", "gzip, deflate, br"},
+      {"Referer", "http://www.example.com/products/list.aspx?page=2"},
+      {"Cookie", "ASP.NET_SessionId=abcdefghijklmnopqrstuvwx; theme=dark; cart=17,42"}};
+  return request;
+}
+
+host::InProcessRequest Post(std::string body, const char* type) {
+  host::InProcessRequest request = Browser("/submit.aspx");
+  request.method = "POST";
+  request.headers.push_back({"Content-Type", type});
+  request.body = std::move(body);
+  return request;
+}
+
+constexpr const char* kForm = "application/x-www-form-urlencoded";
+
+host::InProcessRequest PlainGet() { return Browser("/products/item.aspx"); }
+host::InProcessRequest QueryGet() { return Browser("/search.aspx?" + OrdinaryForm(200)); }
+host::InProcessRequest SmallForm() { return Post(OrdinaryForm(2 << 10), kForm); }
+host::InProcessRequest Json() { return Post(OrdinaryJson(64 << 10), "application/json"); }
+host::InProcessRequest LargeForm() { return Post(OrdinaryForm(1 << 20), kForm); }
+host::InProcessRequest Upload() {
+  std::string content(10 << 20, '\0');
+  std::uint32_t state = 1;  // a fixed sequence: every run uploads the same bytes
+  for (char& c : content) c = static_cast<char>((state = state * 1664525 + 1013904223) >> 24);
+  return Post(
+      "--XXBOUNDARY\r\nContent-Disposition: form-data; name=\"file\"; filename=\"photo.jpg\"\r\n"
+      "Content-Type: image/jpeg\r\n\r\n" +
+          content + "\r\n--XXBOUNDARY--\r\n",
+      "multipart/form-data; boundary=XXBOUNDARY");
+}
+
+constexpr DecisionCase kDecisions[] = {
+    {"plain_get", PlainGet}, {"query_200_bytes", QueryGet}, {"form_2_KiB", SmallForm},
+    {"json_64_KiB", Json},   {"form_1_MiB", LargeForm},     {"upload_10_MiB", Upload},
+};
+
+void Decide(benchmark::State& state, const DecisionCase* decision, bool with_module) {
+  host::CModuleHost modules;
+  if (with_module && iis::Failed(modules.Register(&RegisterModule))) {
+    state.SkipWithError("the module did not register");
+    return;
+  }
+  const host::InProcessRequest request = decision->make();
+  const host::InProcessHandler handler = host::AnswerWith(200, "ok");
+  for (auto _ : state) {
+    const host::InProcessResponse response = host::RunInProcess(modules, request, handler);
+    if (response.status != 200) state.SkipWithError("an ordinary request was not answered with 200");
+    benchmark::DoNotOptimize(response.status);
+  }
+  state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(request.body.size()));
+}
+
+// What one byte of a text costs. A counter turned into nanoseconds by the library: bytes per iteration, inverted.
+
+void CountBytes(benchmark::State& state) {
+  const double bytes = static_cast<double>(state.range(0)) * 1e-9;
+  state.counters["ns_per_byte"] =
+      benchmark::Counter(bytes, benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+}
+
+std::string TextOf(const TextKind& kind, const benchmark::State& state) {
+  return Repeat(kind.unit(), static_cast<std::size_t>(state.range(0)));
+}
+
+void CheckBody(benchmark::State& state, const TextKind* kind) {
+  RequestFacts facts;
+  facts.config = ModuleConfig().Current();
+  facts.library = ModuleConfig().Library();
+  facts.body = TextOf(*kind, state);
+  for (auto _ : state) {
+    CheckResult result;
+    InjectionCheck(facts, result);
+    benchmark::DoNotOptimize(result.status);
+  }
+  CountBytes(state);
+}
+
+void DetectSql(benchmark::State& state, const TextKind* kind) {
+  const std::string text = TextOf(*kind, state);
+  const std::shared_ptr<const InjectionLibrary> library = ModuleConfig().Library();
+  for (auto _ : state) benchmark::DoNotOptimize(SqlInjectionDetector::MatchUnit(text, *library));
+  CountBytes(state);
+}
+
+void DetectXss(benchmark::State& state, const TextKind* kind) {
+  const std::string text = TextOf(*kind, state);
+  const std::shared_ptr<const InjectionLibrary> library = ModuleConfig().Library();
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(XssDetector::EventCheck(text, *library).size());
+    benchmark::DoNotOptimize(XssDetector::ScriptTagCheck(text).size());
+    benchmark::DoNotOptimize(XssDetector::JavascriptUrlCheck(text).size());
+  }
+  CountBytes(state);
+}
+
+void TestKeywords(benchmark::State& state, const TextKind* kind) {
+  const std::string text = TextOf(*kind, state);
+  const std::shared_ptr<const WebsiteConfig> config = ModuleConfig().Current();
+  for (auto _ : state) benchmark::DoNotOptimize(config->post_rules.FindFirst(text));
+  CountBytes(state);
+}
+
+void Normalize(benchmark::State& state, const TextKind* kind) {
+  const std::string text = TextOf(*kind, state);
+  for (auto _ : state) benchmark::DoNotOptimize(NormalizeText(text).size());
+  CountBytes(state);
+}
+
+void RegisterAll() {
+  for (const DecisionCase& decision : kDecisions) {
+    for (const bool with_module : {true, false}) {
+      const std::string name = std::string(with_module ? "decision/" : "host_alone/") + decision.name;
+      benchmark::RegisterBenchmark(name.c_str(), Decide, &decision, with_module)->Unit(benchmark::kMicrosecond);
+    }
+  }
+  struct Detector {
+    const char* name;
+    void (*run)(benchmark::State&, const TextKind*);
+  };
+  constexpr Detector kDetectors[] = {{"injection_check", CheckBody},
+                                     {"sql", DetectSql},
+                                     {"xss", DetectXss},
+                                     {"keywords", TestKeywords},
+                                     {"normalize", Normalize}};
+  for (const Detector& detector : kDetectors) {
+    for (const TextKind& kind : TextKinds()) {
+      const std::string name = std::string(detector.name) + ":" + kind.name;
+      benchmark::RegisterBenchmark(name.c_str(), detector.run, &kind)->RangeMultiplier(16)->Range(kSmallest, kLargest);
+    }
+  }
+}
+
+}  // namespace
+}  // namespace qiv::bench
+
+int main(int argc, char** argv) {
+  benchmark::Initialize(&argc, argv);
+  if (argc > 2) {
+    std::cerr << "usage: qivbench [--benchmark_filter=REGEX ...] [RULES_DIRECTORY]\n";
+    return 2;
+  }
+  const qiv::bench::CBenchInstallation installation(argc == 2 ? argv[1] : QIV_BENCH_RULES);
+  if (!installation.Ready()) return 2;
+  qiv::InitialiseModule(installation.Directory(), false);
+  qiv::ModuleConfig().RefreshTick();
+  if (!qiv::ModuleConfig().IsConfigValid()) {
+    std::cerr << "qivbench: the default configuration did not load\n";
+    return 2;
+  }
+  qiv::bench::RegisterAll();
+  qiv::bench::CFlatnessReporter reporter;
+  benchmark::RunSpecifiedBenchmarks(&reporter);
+  benchmark::Shutdown();
+  return 0;
+}
