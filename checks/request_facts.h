@@ -71,10 +71,10 @@ struct RequestFacts {
   /// still substituted in it.
   std::string prepared_page;
   bool gbk_page = false;
-  bool custom_page = false;  ///< set when a complete custom page was used
-  bool statistics = true;    ///< whether this request's later blocks are counted in statistics; lists clear it
-  bool attack = false;       ///< the request's attack mark
-  std::int64_t started_us = 0;           ///< MonotonicMicroseconds when the notification that collected this began
+  bool custom_page = false;     ///< set when a complete custom page was used
+  bool statistics = true;       ///< whether this request's later blocks are counted in statistics; lists clear it
+  bool attack = false;          ///< the request's attack mark
+  std::int64_t started_us = 0;  ///< MonotonicMicroseconds when the notification that collected this began
   iis::IHttpContext* context = nullptr;  ///< not owned; valid during a notification
 
   /// The records in force when the request began; held to its end.

@@ -227,25 +227,31 @@ struct HTTP_BYTE_RANGE {
   ULONGLONG Length;  ///< HTTP_BYTE_RANGE_TO_EOF: to the end of the file
 };
 
+/// The forms of a chunk; the server's own declaration leaves these four types without names.
+struct MemoryChunk {
+  PVOID pBuffer;
+  ULONG BufferLength;
+};
+struct FileHandleChunk {
+  HTTP_BYTE_RANGE ByteRange;
+  HANDLE FileHandle;
+};
+struct FragmentCacheChunk {
+  USHORT FragmentNameLength;
+  PCWSTR pFragmentName;
+};
+struct FragmentCacheExChunk {
+  HTTP_BYTE_RANGE ByteRange;
+  PCWSTR pFragmentName;
+};
+
 struct HTTP_DATA_CHUNK {
   HTTP_DATA_CHUNK_TYPE DataChunkType;
   union {
-    struct {
-      PVOID pBuffer;
-      ULONG BufferLength;
-    } FromMemory;
-    struct {
-      HTTP_BYTE_RANGE ByteRange;
-      HANDLE FileHandle;
-    } FromFileHandle;
-    struct {
-      USHORT FragmentNameLength;
-      PCWSTR pFragmentName;
-    } FromFragmentCache;
-    struct {
-      HTTP_BYTE_RANGE ByteRange;
-      PCWSTR pFragmentName;
-    } FromFragmentCacheEx;
+    MemoryChunk FromMemory;
+    FileHandleChunk FromFileHandle;
+    FragmentCacheChunk FromFragmentCache;
+    FragmentCacheExChunk FromFragmentCacheEx;
   };
 };
 
