@@ -51,8 +51,8 @@ class CRunSkipper {
       if (!is_in_run_(text_[pos])) break;
       ++pos;
     }
-    if (pos > from && pos >= end_) {
-      begin_ = pos == end_ ? std::min(begin_, from) : from;
+    if (pos > end_) {
+      begin_ = from;
       end_ = pos;
     }
     return pos;

@@ -38,8 +38,8 @@ TEST(Parameters, Multipart) {
       // A browser's body; content that begins like a boundary; an empty content.
       {"--b\r\nH name=\"a\"\r\n\r\n1\r\n--b\r\nH name=\"c\"\r\n\r\n--bx\r\n--b \r\nH name=\"d\"\r\n\r\n\r\n--b--\r\n",
        {{"a", "1"}, {"c", "--bx"}}},
-      // Line feeds alone, no quotes, lower case, no last boundary.
-      {"--b\ncontent-disposition:form-data;name=a\n\n1&x=y\n--b\ncontent-disposition: form-data; name = 'c'\n\n2",
+      // Line feeds alone, a part without a byte, no quotes, lower case, no last boundary.
+      {"--b\ncontent-disposition:form-data;name=a\n\n1&x=y\n--b\n--b\ncontent-disposition: form-data; name = 'c'\n\n2",
        {{"a", "1&x=y"}, {"c", "2"}}},
       {"--b\r\nContent-Type: text/plain\r\nH name=\"a\"; filename=\"x;y.php\"\r\n\r\n<?\r\n--b--",
        {{"filename", "x;y.php"}, {"a", "<?"}}},
