@@ -33,10 +33,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::string escaped = qiv::HtmlEscape(text);
   Require(escaped.find_first_of("\"'<>\r") == std::string::npos && IsWhole(escaped));
   for (const std::string_view separator : {"|", "{#}"}) {
-    std::string joined;
     const auto parts = separator.size() == 1 ? qiv::Split(text, separator[0]) : qiv::Split(text, separator);
-    for (const std::string_view part : parts)
-      joined.append(joined.empty() && &part == &parts[0] ? "" : separator) += part;
+    std::string joined;
+    for (std::size_t i = 0; i < parts.size(); ++i) joined.append(i == 0 ? "" : separator).append(parts[i]);
     Require(joined == text);
   }
   qiv::ToNumber(text);
