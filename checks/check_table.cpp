@@ -1,6 +1,7 @@
 #include "checks/check_table.h"
 
 #include "checks/injection_check.h"
+#include "checks/smart_blocking.h"
 
 namespace qiv {
 namespace {
@@ -10,6 +11,7 @@ namespace {
 // reads every byte of query, body and headers.
 constexpr CheckRow kRows[] = {
     {"injection", Stage::kRequest, InjectionCheck},
+    {"smart_blocking", Stage::kAfterDecision, SmartBlockingCheck},
 };
 
 }  // namespace

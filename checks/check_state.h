@@ -1,0 +1,41 @@
+// What the checks keep from one request to the next, and whom they ask beside the request's own records.
+#pragma once
+
+#include <cstdint>
+
+#include "checks/attack_counter.h"
+#include "checks/request_facts.h"
+#include "common/ip_address.h"
+#include "config/exchange_files.h"
+#include "port/clock.h"
+
+namespace qiv {
+
+/// One per process. Thread safe, each member by itself.
+struct CheckState {
+  using Clock = CAttackCounter::Clock;
+
+  /// `exchange` is not owned.
+  explicit CheckState(CExchangeFiles& exchange_files, Clock now = &UnixSeconds)
+      : exchange(exchange_files), clock(now), attacks(now), scans(now) {}
+  CheckState(const CheckState&) = delete;
+  CheckState& operator=(const CheckState&) = delete;
+
+  /// After a load: takes over the limits of the counters.
+  void OnConfigLoaded(const WebsiteConfig& config);
+
+  CExchangeFiles& exchange;
+  const Clock clock;
+  CAttackCounter attacks;  ///< plain blocks, for smart blocking
+  CAttackCounter scans;    ///< requests for what is not there
+};
+
+/// The state in use; one without files until SetCheckState was called.
+CheckState& SharedCheckState();
+/// Not owned; null restores the one without files. Call it before requests run.
+void SetCheckState(CheckState* state);
+
+/// The address that all checks use.
+CIpAddress ClientAddress(const RequestFacts& facts);
+
+}  // namespace qiv
