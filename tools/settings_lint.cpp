@@ -108,7 +108,7 @@ class CLinter {
     for (const JsonObject::Member* const member : object->Members()) {
       const auto& [name, item] = *member;
       if (std::find(known.begin(), known.end(), name) == known.end()) {
-        Find(*item, "unknown key " + Quoted(name) + " in " + section + Suggestion(name, known) + Elsewhere(name));
+        Find(*item, "unknown key " + Quoted(name) + " in " + section + ElsewhereOr(name, Suggestion(name, known)));
       } else if (section == "ip_sets") {
         IpSet(name, *item);
       } else {
@@ -117,11 +117,12 @@ class CLinter {
     }
   }
 
-  static std::string Elsewhere(std::string_view name) {
+  /// A key of another section is no misspelling.
+  static std::string ElsewhereOr(std::string_view name, std::string suggestion) {
     for (const ConfigKey& key : ConfigKeys()) {
-      if (key.name == name) return "; it belongs into " + std::string(key.section);
+      if (key.name == name) return "; it belongs in " + std::string(key.section);
     }
-    return {};
+    return suggestion;
   }
 
   void Value(std::string_view section, const std::string& name, const IJsonValue& value) {

@@ -1,0 +1,157 @@
+// Runs the built qivctl: what it prints, what it writes, how it exits.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <cstdio>
+#include <string>
+
+#include "config/config_parser.h"
+#include "engines/injection_library.h"
+#include "port/file.h"
+#include "tests/port/temporary_directory.h"
+#include "tools/files.h"
+#include "tools/library_files.h"
+
+namespace qiv {
+namespace {
+
+struct Outcome {
+  int exit_code;
+  std::string output;  ///< both streams
+};
+
+Outcome Qivctl(const std::string& arguments, const std::string& input = "") {
+  static const CTemporaryDirectory scratch;
+  const std::string file = scratch.Path("input");
+  ReplaceFile(file, input);
+  std::FILE* const pipe = popen((std::string(QIVCTL) + " " + arguments + " 2>&1 <" + file).c_str(), "r");
+  Outcome run{-1, ""};
+  char buffer[4096];
+  for (std::size_t got = 0; (got = std::fread(buffer, 1, sizeof buffer, pipe)) != 0;) run.output.append(buffer, got);
+  const int status = pclose(pipe);
+  run.exit_code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  return run;
+}
+
+std::string Content(const std::string& path) {
+  std::string text;
+  EXPECT_EQ(ReadWholeFile(path, std::uint64_t{1} << 30, &text), ReadFileResult::kOk) << path;
+  return text;
+}
+
+TEST(Qivctl, EnciphersLines) {
+  const std::string text = "one\nexactly16bytes!!\n\n你好 and seventeen\n";
+  const Outcome encrypted = Qivctl("encrypt", text);
+  EXPECT_EQ(encrypted.exit_code, 0);
+  EXPECT_EQ(encrypted.output.find('\n'), 32U);
+  EXPECT_EQ(Qivctl("decrypt", encrypted.output).output, text);
+  EXPECT_EQ(Qivctl("encrypt", "one\r\n").output, Qivctl("encrypt", "one").output);
+  EXPECT_EQ(Qivctl("encrypt", "").output, "");
+  const Outcome bad = Qivctl("decrypt", "\nxyz\n");
+  EXPECT_EQ(bad.exit_code, 2);
+  EXPECT_NE(bad.output.find("qivctl: standard input:2: the line is not hexadecimal\n"), std::string::npos);
+}
+
+TEST(Qivctl, ExitCodesSayWhatHappened) {
+  const CTemporaryDirectory directory;
+  const std::string good = directory.Path("good.json");
+  const std::string doubtful = directory.Path("doubtful.json");
+  const std::string broken = directory.Path("broken.json");
+  ReplaceFile(good, "{\"website_on_servers\":\"1\",\"website_base\":{\"hide\":1}}");
+  ReplaceFile(doubtful, "{\"website_on_servers\":\"1\",\n\"website_base\":{\"hyde\":1}}");
+  ReplaceFile(broken, "{\n\"website_base\":\n}");
+  const std::string out = " -o " + directory.Path("out.db");
+  EXPECT_EQ(Qivctl("lint " + good).exit_code, 0);
+  const Outcome lint = Qivctl("lint " + doubtful);
+  EXPECT_EQ(lint.exit_code, 1);
+  EXPECT_EQ(lint.output, "qivctl: " + doubtful + ":2: unknown key \"hyde\" in website_base (did you mean \"hide\"?)\n");
+  EXPECT_EQ(Qivctl("lint " + broken).exit_code, 2);
+  EXPECT_EQ(Qivctl("pack " + broken + out).exit_code, 2);
+  EXPECT_FALSE(IsFile(directory.Path("out.db"))) << "nothing is written after an error";
+  EXPECT_EQ(Qivctl("pack " + good + out).exit_code, 0);
+  EXPECT_EQ(Qivctl("pack " + directory.Path("none.json") + out).exit_code, 2);
+  EXPECT_EQ(Qivctl("pack " + good + " -o " + directory.Path("no/such/folder.db")).exit_code, 2);
+  EXPECT_EQ(Qivctl("unpack " + good).exit_code, 2);
+  EXPECT_EQ(Qivctl("unpack " + directory.Path("out.db")).exit_code, 0);
+  EXPECT_EQ(Qivctl("").exit_code, 2);
+  EXPECT_EQ(Qivctl("no-such-command").exit_code, 2);
+  EXPECT_EQ(Qivctl("init " + directory.Path("m") + " --language fr").exit_code, 2);
+  EXPECT_EQ(Qivctl("init " + directory.Path("m") + " --rules " + directory.Path("")).exit_code, 2);
+  EXPECT_EQ(Qivctl("--help").exit_code, 0);
+}
+
+TEST(Qivctl, InitMakesAnInstallationThatLoads) {
+  for (const std::string profile : {"default", "strict", "off"}) {
+    const CTemporaryDirectory directory;
+    const std::string module = directory.Path("new/module");
+    const std::string command = "init " + module + " --language zh-CN --profile " + profile;
+    const Outcome run = Qivctl(command);
+    ASSERT_EQ(run.exit_code, 0) << run.output;
+    EXPECT_EQ(run.output, "");
+
+    WebsiteConfig config;
+    const ConfigStatus status = LoadConfigFile(module + "/config/_config.db", &config);
+    if (profile == "off") {
+      EXPECT_TRUE(status == ConfigStatus::kNotOnServers || status == ConfigStatus::kLoaded);
+    } else {
+      ASSERT_EQ(status, ConfigStatus::kLoaded);
+      EXPECT_EQ(config.language, Language::kChinese);
+      EXPECT_FALSE(config.get_rules.Empty());
+      EXPECT_FALSE(config.post_rules.Empty());
+      EXPECT_FALSE(config.header_rules.Empty());
+    }
+    const std::vector<LibraryList> lists = UnpackLibrary(Content(module + "/config/_sql.db"), false);
+    ASSERT_EQ(lists.size(), 3U);
+    for (const LibraryList& list : lists) EXPECT_FALSE(list.rules.empty()) << list.name;
+    EXPECT_NE(FileModificationTime(module + "/debug"), 0U);
+    EXPECT_EQ(Qivctl("lint " + module + "/settings.json").output, "");
+    // The settings beside the module are the source of what it reads.
+    EXPECT_EQ(Qivctl("pack " + module + "/settings.json -o " + directory.Path("again.db")).exit_code, 0);
+    EXPECT_EQ(Content(directory.Path("again.db")), Content(module + "/config/_config.db"));
+
+    ReplaceFile(module + "/settings.json", "mine");
+    EXPECT_EQ(Qivctl(command).exit_code, 2);
+    EXPECT_EQ(Content(module + "/settings.json"), "mine");
+    EXPECT_EQ(Qivctl(command + " --force").exit_code, 0);
+    EXPECT_NE(Content(module + "/settings.json"), "mine");
+  }
+}
+
+TEST(Qivctl, LibrariesGoThereAndBack) {
+  const CTemporaryDirectory directory;
+  const std::string plain = directory.Path("plain");
+  MakeDirectories(plain);
+  ReplaceFile(plain + "/sql_keys.txt", "1\t/%2A\t-\tcomment\t注释\n2\tand%20\tand\tcut\t切\n");
+  ReplaceFile(plain + "/sql_rules.txt", "3\tselect\t-\tquery\t查询\n");
+  for (const std::string user : {"", " --user"}) {
+    const std::string stored = directory.Path("stored");
+    const Outcome pack = Qivctl("library pack " + plain + " -o " + stored + user);
+    ASSERT_EQ(pack.exit_code, 0) << pack.output;
+    const std::string file = stored + (user.empty() ? "/_sql.db" : "/_sql_user.db");
+    EXPECT_EQ(Qivctl("library unpack " + file + user).output,
+              "# sql_rules\n3\tselect\t-\tquery\tquery\n"
+              "# sql_keys\n1\t/%2A\t-\tcomment\tcomment\n2\tand%20\tand\tcut\tcut\n");
+  }
+  ReplaceFile(plain + "/sql_rules.txt", "3\tselect\n");
+  const Outcome bad = Qivctl("library pack " + plain + " -o " + directory.Path("stored2"));
+  EXPECT_EQ(bad.exit_code, 2);
+  EXPECT_EQ(bad.output.find("qivctl: " + plain + "/sql_rules.txt:1: a rule has five fields"), 0U);
+  EXPECT_FALSE(IsFile(directory.Path("stored2/_sql.db")));
+  EXPECT_EQ(Qivctl("library unpack " + plain + "/sql_rules.txt").exit_code, 2);
+  EXPECT_EQ(Qivctl("library pack " + directory.Path("stored") + " -o " + directory.Path("stored2")).exit_code, 2);
+}
+
+TEST(Files, FindTheModuleDirectory) {
+  const CTemporaryDirectory directory;
+  MakeDirectories(directory.Path("module/config"));
+  const std::string module = directory.Path("module") + "/";
+  EXPECT_EQ(ResolveModuleDirectory(directory.Path("module")), module);
+  EXPECT_EQ(ResolveModuleDirectory(directory.Path("module/")), module);
+  EXPECT_EQ(ResolveModuleDirectory(directory.Path("module/config")), module);
+  EXPECT_EQ(ResolveModuleDirectory(directory.Path("module/config/")), module);
+  EXPECT_EQ(ResolveModuleDirectory(directory.Path("other")), "");
+  EXPECT_EQ(ResolveModuleDirectory(directory.Path("other/config")), "");
+}
+
+}  // namespace
+}  // namespace qiv
