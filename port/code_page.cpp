@@ -57,16 +57,50 @@ char16_t NextGbk(std::string_view gbk, std::size_t* pos) {
   return kGbk[lead - 0x81][trail - (trail < 0x7F ? 0x40 : 0x41)];
 }
 
-void AppendGbk(char32_t code, std::string* out) {
-  const std::uint16_t bytes = code < 0x10000 ? kToGbk[code] : 0;
-  if (code < 0x80) {
-    out->push_back(static_cast<char>(code));
-  } else if (bytes == 0) {
-    out->push_back('?');
-  } else {
-    if (bytes > 0xFF) out->push_back(static_cast<char>(bytes >> 8));
-    out->push_back(static_cast<char>(bytes & 0xFF));
+// Writes the character in GBK, at most 2 bytes; returns how many.
+std::size_t PutGbk(char32_t code, char* out) {
+  const unsigned bytes = code < 0x80 ? code : code < 0x10000 ? kToGbk[code] : 0;
+  if (bytes > 0xFF) {
+    out[0] = static_cast<char>(bytes >> 8);
+    out[1] = static_cast<char>(bytes & 0xFF);
+    return 2;
   }
+  out[0] = bytes == 0 && code != 0 ? '?' : static_cast<char>(bytes);
+  return 1;
+}
+
+// Writes the character in UTF-8, at most 4 bytes; returns how many.
+std::size_t PutUtf8(char32_t code, char* out) {
+  if (code < 0x80) {
+    out[0] = static_cast<char>(code);
+    return 1;
+  }
+  // From the end: continuation bytes, then the first byte with as many leading ones as there are bytes.
+  const std::size_t length = code < 0x800 ? 2 : code < 0x10000 ? 3 : 4;
+  for (std::size_t i = length - 1; i > 0; --i, code >>= 6) out[i] = static_cast<char>(0x80 | (code & 0x3F));
+  out[0] = static_cast<char>(0xF00 >> length | code);
+  return length;
+}
+
+// Copies ASCII runs and converts what stands between them, through a small buffer: a string's own append for each
+// character costs more than the conversion.
+template <typename Next, typename Put>
+std::string ConvertBytes(std::string_view text, std::size_t expected_size, Next next, Put put) {
+  constexpr std::size_t kLongest = 4;
+  char buffer[1024];
+  std::string out;
+  out.reserve(expected_size);
+  for (std::size_t pos = 0; pos < text.size();) {
+    const std::size_t run = AsciiRun(text, pos);
+    out.append(text, pos, run);
+    pos += run;
+    std::size_t used = 0;
+    while (pos < text.size() && static_cast<unsigned char>(text[pos]) >= 0x80 && used + kLongest <= sizeof(buffer)) {
+      used += put(next(text, &pos), buffer + used);
+    }
+    out.append(buffer, used);
+  }
+  return out;
 }
 
 // Decodes the character at `pos` of a UTF-16 text and steps over it; a lone surrogate is U+FFFD.
@@ -127,22 +161,8 @@ std::size_t DecodeUtf8(std::string_view utf8, std::size_t pos, char32_t* code) {
 }
 
 void AppendUtf8(char32_t code, std::string* out) {
-  const auto put = [out](char32_t byte) { out->push_back(static_cast<char>(byte)); };
-  if (code < 0x80) {
-    put(code);
-  } else if (code < 0x800) {
-    put(0xC0 | code >> 6);
-    put(0x80 | (code & 0x3F));
-  } else if (code < 0x10000) {
-    put(0xE0 | code >> 12);
-    put(0x80 | (code >> 6 & 0x3F));
-    put(0x80 | (code & 0x3F));
-  } else {
-    put(0xF0 | code >> 18);
-    put(0x80 | (code >> 12 & 0x3F));
-    put(0x80 | (code >> 6 & 0x3F));
-    put(0x80 | (code & 0x3F));
-  }
+  char bytes[4];
+  out->append(bytes, PutUtf8(code, bytes));
 }
 
 std::u16string Utf8ToUtf16(std::string_view utf8) {
@@ -179,32 +199,15 @@ std::u16string GbkToUtf16(std::string_view gbk) {
 std::string Utf16ToGbk(std::u16string_view utf16) {
   std::string out;
   out.reserve(utf16.size());
-  for (std::size_t pos = 0; pos < utf16.size();) AppendGbk(NextUtf16(utf16, &pos), &out);
-  return out;
-}
-
-std::string Utf8ToGbk(std::string_view utf8) {
-  std::string out;
-  out.reserve(utf8.size());
-  for (std::size_t pos = 0; pos < utf8.size();) {
-    const std::size_t run = AsciiRun(utf8, pos);
-    out.append(utf8, pos, run);
-    pos += run;
-    if (pos < utf8.size()) AppendGbk(NextUtf8(utf8, &pos), &out);
+  for (std::size_t pos = 0; pos < utf16.size();) {
+    char bytes[2];
+    out.append(bytes, PutGbk(NextUtf16(utf16, &pos), bytes));
   }
   return out;
 }
 
-std::string GbkToUtf8(std::string_view gbk) {
-  std::string out;
-  out.reserve(gbk.size() + gbk.size() / 2);
-  for (std::size_t pos = 0; pos < gbk.size();) {
-    const std::size_t run = AsciiRun(gbk, pos);
-    out.append(gbk, pos, run);
-    pos += run;
-    if (pos < gbk.size()) AppendUtf8(NextGbk(gbk, &pos), &out);
-  }
-  return out;
-}
+std::string Utf8ToGbk(std::string_view utf8) { return ConvertBytes(utf8, utf8.size(), NextUtf8, PutGbk); }
+
+std::string GbkToUtf8(std::string_view gbk) { return ConvertBytes(gbk, gbk.size() + gbk.size() / 2, NextGbk, PutUtf8); }
 
 }  // namespace qiv

@@ -148,7 +148,8 @@ void WriteMany(CEventLog* log, int writer, int lines) {
   }
 }
 
-// About 500 bytes a line: 4 writers and 600 lines make 1.2 MB, more than three files of the limit and less than five.
+// About 500 bytes a line: 4 writers and 600 lines make 1.1 MB. A file may pass the limit by 64 lines of each writer, so
+// at least two are moved away, and the five files hold all lines.
 constexpr int kWriters = 4;
 constexpr int kLinesEach = 600;
 constexpr std::uint64_t kLimit = 256 * 1024;
@@ -162,7 +163,7 @@ TEST(EventLog, ProcessesRotateWithoutLoss) {
   }
   const CTemporaryDirectory directory;
   ASSERT_TRUE(RunChildren(kWriters, directory.Path("")));
-  ExpectAllLines(directory, kWriters, kLinesEach, kLimit, 3);
+  ExpectAllLines(directory, kWriters, kLinesEach, kLimit, 2);
 }
 
 TEST(EventLog, ThreadsRotateWithoutLoss) {
@@ -171,7 +172,7 @@ TEST(EventLog, ThreadsRotateWithoutLoss) {
   std::vector<std::thread> threads;
   for (int t = 0; t < kWriters; ++t) threads.emplace_back([&log, t] { WriteMany(&log, t, kLinesEach); });
   for (std::thread& thread : threads) thread.join();
-  ExpectAllLines(directory, kWriters, kLinesEach, kLimit, 3);
+  ExpectAllLines(directory, kWriters, kLinesEach, kLimit, 2);
 }
 
 TEST(EventLog, KeepsTheNewestAndStaysBounded) {
