@@ -1,6 +1,5 @@
 // Runs the built qivctl: what it prints, what it writes, how it exits.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
 #include <cstdio>
 #include <string>
@@ -24,12 +23,16 @@ Outcome Qivctl(const std::string& arguments, const std::string& input = "") {
   static const CTemporaryDirectory scratch;
   const std::string file = scratch.Path("input");
   ReplaceFile(file, input);
-  std::FILE* const pipe = popen((std::string(QIVCTL) + " " + arguments + " 2>&1 <" + file).c_str(), "r");
+  // The shell adds the exit code as three digits.
+  std::FILE* const pipe =
+      popen((std::string(QIVCTL) + " " + arguments + " 2>&1 <" + file + "; printf %03d $?").c_str(), "r");
   Outcome run{-1, ""};
   char buffer[4096];
   for (std::size_t got = 0; (got = std::fread(buffer, 1, sizeof buffer, pipe)) != 0;) run.output.append(buffer, got);
-  const int status = pclose(pipe);
-  run.exit_code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  pclose(pipe);
+  if (run.output.size() < 3) return run;
+  run.exit_code = std::stoi(run.output.substr(run.output.size() - 3));
+  run.output.resize(run.output.size() - 3);
   return run;
 }
 
