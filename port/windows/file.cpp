@@ -35,7 +35,6 @@ class CHandle {
 // A scanner or indexer may hold a file for a moment without sharing it, and a file that is being read cannot be
 // replaced; such a refusal passes. Few attempts where a request may be waiting.
 constexpr int kAttempts = 5;
-constexpr int kReplaceAttempts = 100;
 constexpr DWORD kPauseMilliseconds = 2;
 // Readers refuse the exchange of a file while they read it: a writer, who is in no hurry, waits for a gap between them.
 constexpr int kReplaceAttempts = 250;
