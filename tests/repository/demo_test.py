@@ -1,0 +1,95 @@
+#!/usr/bin/env python3
+"""Starts ./run.sh as a person would and tries the requests it prints, word for word: first in English, then in Chinese."""
+import pathlib
+import re
+import signal
+import socket
+import subprocess
+import threading
+import unittest
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+START_SECONDS = 600  # it may have to build first
+
+
+def free_port():
+    with socket.socket() as probe:
+        probe.bind(("127.0.0.1", 0))
+        return probe.getsockname()[1]
+
+
+class Demo:
+    """A running ./run.sh; what it printed up to "Ctrl-C stops it." is in `text`."""
+
+    def __init__(self, *options):
+        self.port = free_port()
+        self.process = subprocess.Popen(["./run.sh", "--port", str(self.port), *options], cwd=ROOT, stdin=subprocess.DEVNULL,
+                                        stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, start_new_session=True)
+        timer = threading.Timer(START_SECONDS, self.process.kill)
+        timer.start()
+        self.text = ""
+        for line in self.process.stdout:
+            self.text += line
+            if line.startswith("Ctrl-C"):
+                break
+        timer.cancel()
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.process.send_signal(signal.SIGINT)
+        self.process.communicate(timeout=30)
+
+    def requests(self):
+        """The printed requests: (what should happen, curl line)."""
+        return re.findall(r"^  (passes|blocked)\s+(curl .*)$", self.text, re.M)
+
+
+def answer(curl_line):
+    """Status line and body of a printed request."""
+    result = subprocess.run(["bash", "-c", curl_line + " -sS --max-time 30"], capture_output=True, check=True)
+    head, _, body = result.stdout.partition(b"\r\n\r\n")
+    return int(head.split(b" ", 2)[1]), head.decode("latin-1"), body
+
+
+class RunScript(unittest.TestCase):
+    def check(self, *options, words):
+        with Demo(*options) as demo:
+            self.assertEqual([outcome for outcome, _ in demo.requests()], ["passes", "blocked", "blocked", "blocked"], demo.text)
+            for outcome, line in demo.requests():
+                status, head, body = answer(line)
+                charset = (re.search(r"charset=([\w-]+)", head, re.I) or [None, "utf-8"])[1]
+                page = body.decode(charset)
+                if outcome == "passes":
+                    self.assertEqual(status, 200, line)
+                    self.assertIn("Harbour Books", page, line)
+                else:
+                    self.assertGreaterEqual(status, 400, line)
+                    self.assertNotIn("Harbour Books", page, line)
+                    self.assertIn("127.0.0.1", page, line)
+                    self.assertEqual(bool(re.search("[\u4e00-\u9fff]", page)), words == "zh", page[:500])
+            log = ROOT / "build/demo/debug/_log.log"
+            self.assertTrue(log.is_file(), "run.sh says that the log is there")
+            port = demo.port
+        self.assertEqual(demo.process.returncode, 0)
+        with socket.socket() as probe:
+            self.assertNotEqual(probe.connect_ex(("127.0.0.1", port)), 0, "the host outlived run.sh")
+
+    def test_english_then_chinese(self):
+        self.check("--fresh", "--language", "en-US", words="en")
+        marker = ROOT / "build/demo/config/_config.db"
+        before = marker.stat().st_mtime_ns
+        self.check(words="en")
+        self.assertEqual(marker.stat().st_mtime_ns, before, "a second start keeps the configuration")
+        self.check("--language", "zh-CN", words="zh")
+        self.check("--language", "en-US", words="en")
+
+    def test_wrong_options_are_refused(self):
+        for options in (["--language", "fr"], ["--port", "x"], ["--port"], ["--nonsense"]):
+            result = subprocess.run(["./run.sh", *options], cwd=ROOT, capture_output=True, check=False, timeout=60)
+            self.assertEqual(result.returncode, 2, options)
+
+
+if __name__ == "__main__":
+    unittest.main()
