@@ -114,18 +114,15 @@ TEST(XssDetector, SwitchesLanguageAndParameters) {
   }
   InjectionSettings settings;
   settings.xss_html_action = 1;
-  std::string split = "a=<p &b=onerror=f";  // a hit as one text, none by parameters
+  std::string split = "a=<p x&b onerror=f";  // a hit as one text, none by parameters
   std::string fragment;
-  EXPECT_EQ(XssDetector::Check(&split, settings, library, &fragment, true), "");
-  EXPECT_EQ(XssDetector::Check(&split, settings, library, &fragment, false), "");
-  split = "a=<p x&b onerror=f";
   EXPECT_EQ(XssDetector::Check(&split, settings, library, &fragment, true), "");
   EXPECT_EQ(XssDetector::Check(&split, settings, library, &fragment, false), "HTML event");
 }
 
 // Texts that make a repeated search read the same bytes for every occurrence.
 TEST(XssDetector, ReadsEveryByteAFixedNumberOfTimes) {
-  constexpr std::size_t kSize = 1 << 18;
+  constexpr std::size_t kSize = 1 << 14;
   constexpr std::size_t kFactor = 6;
   const InjectionLibrary library = Events({"onx", "onx ", "onx   ", " ", "  ", "'", "=", "onx=", "'onx"});
   const struct {
