@@ -3,6 +3,7 @@
 #include <cstring>
 #include <thread>
 
+#include "host/file_handle.h"
 #include "host/notifications.h"
 #include "host/results.h"
 #include "host/server_variables.h"
@@ -51,6 +52,10 @@ CHostContext::CHostContext(CModuleHost& host, const RequestInput& input, IWire& 
       parent_(parent),
       request_(*this, input, wire),
       response_(*this, wire) {}
+
+CHostContext::~CHostContext() {
+  for (const iis::HANDLE file : files_) CloseFile(file);
+}
 
 iis::IHttpContext* CHostContext::GetRootContext() const {
   const CHostContext* root = this;

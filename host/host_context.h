@@ -39,6 +39,9 @@ class CHostContext final : public iis::IHttpContext, public iis::IModuleAllocato
   /// `connection` may be null (warm-up requests), `parent` too (all but child requests).
   CHostContext(CModuleHost& host, const RequestInput& input, IWire& wire, CRequestMemory& memory,
                CHostConnection* connection, CHostContext* parent);
+  ~CHostContext();
+  CHostContext(const CHostContext&) = delete;
+  CHostContext& operator=(const CHostContext&) = delete;
 
   iis::IHttpSite* GetSite() override { return nullptr; }
   iis::IHttpApplication* GetApplication() override { return nullptr; }
@@ -115,6 +118,9 @@ class CHostContext final : public iis::IHttpContext, public iis::IModuleAllocato
   bool finished = false;  ///< a notification returned FINISH_REQUEST
   iis::DWORD current_notification = 0;
 
+  /// Closes the file when the request is over: its bytes may be sent until then.
+  void KeepFile(iis::HANDLE file) { files_.push_back(file); }
+
   /// Runs the send-response notifications; called by the response for every send.
   void NotifySendResponse(bool headers, bool more_data, bool disconnect);
   /// Runs the read-entity notifications.
@@ -134,6 +140,7 @@ class CHostContext final : public iis::IHttpContext, public iis::IModuleAllocato
   CHostResponse response_;
   CContextContainer container_;
   std::map<std::string, std::u16string> variables_;  ///< set by modules; names in upper case
+  std::vector<iis::HANDLE> files_;
   bool handled_ = false;
   bool reading_entity_ = false;
   iis::DWORD disabled_main_ = 0;

@@ -187,7 +187,10 @@ ParseResult ParseHeaders(std::string_view rest, const HostOptions& options, Requ
 }  // namespace
 
 ParseResult ParseRequestHead(std::string_view buffer, const HostOptions& options, RequestHead* head) {
+  std::vector<HeaderView> headers = std::move(head->headers);  // keeps its room
+  headers.clear();
   *head = RequestHead();
+  head->headers = std::move(headers);
   std::size_t start = 0;
   // Empty lines before a request are left over from clients that end a body with one.
   while (start < buffer.size() && (buffer[start] == '\r' || buffer[start] == '\n')) ++start;

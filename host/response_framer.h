@@ -37,8 +37,8 @@ class CResponseFramer {
   enum class Mode { kUndecided, kNone, kLength, kChunked, kUntilClose };
   void Decide(const OutgoingPiece& piece, std::uint64_t body_bytes);
 
-  const bool head_request_;
-  const int minor_version_;
+  bool head_request_;
+  int minor_version_;
   bool keep_alive_;
   Mode mode_ = Mode::kUndecided;
   std::uint64_t left_ = 0;  ///< of an announced length

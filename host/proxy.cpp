@@ -1,0 +1,353 @@
+#include "host/proxy.h"
+
+#include <algorithm>
+#include <charconv>
+#include <memory>
+
+#include "host/ascii.h"
+#include "host/header_names.h"
+#include "host/host_context.h"
+#include "host/results.h"
+#include "port/clock.h"
+
+namespace qiv::host {
+namespace {
+
+constexpr std::size_t kPieceSize = 65536;
+constexpr std::size_t kBufferedLength = 256 * 1024;  ///< a response announced as no longer leaves in one send
+constexpr std::size_t kMaxIdle = 128;
+constexpr std::size_t kEarlyLimit = 1u << 20;  ///< of an answer that comes before the body is sent
+constexpr int kSliceMilliseconds = 250;        ///< how often a waiting request looks after its client
+
+/// The target to send: path and query as received, or, when a module changed the URL, from its decoded form.
+std::string Target(CHostContext& context) {
+  static const char kDigits[] = "0123456789ABCDEF";
+  const iis::HTTP_REQUEST& raw = *context.request().GetRawHttpRequest();
+  std::string target;
+  if (!context.request().GetUrlChanged()) {
+    std::string_view url(raw.pRawUrl, raw.RawUrlLength);
+    if (url.front() == '/' || url == "*") return std::string(url);
+    url.remove_prefix(url.find("://") + 3);
+    const std::size_t path = url.find_first_of("/?");
+    target = path == std::string_view::npos ? "" : url.substr(path);
+    return target.empty() || target.front() == '?' ? "/" + target : target;
+  }
+  iis::PCSTR path = nullptr;
+  iis::DWORD length = 0;
+  context.GetServerVariable("URL", &path, &length);
+  for (const char c : std::string_view(path, length)) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (IsTokenChar(c) || c == '/') {
+      target.push_back(c);
+    } else {
+      target.append({'%', kDigits[byte >> 4], kDigits[byte & 15]});
+    }
+  }
+  for (std::size_t i = 0; i < raw.CookedUrl.QueryStringLength / sizeof(iis::WCHAR); ++i) {
+    target.push_back(static_cast<char>(raw.CookedUrl.pQueryString[i]));
+  }
+  return target;
+}
+
+void SetError(CHostContext& context, int status) {
+  CHostResponse& response = context.response();
+  if (response.headers_sent()) {
+    response.ResetConnection();  // the only way left to tell the client that the body is not whole
+    return;
+  }
+  response.Clear();
+  const std::string reason(ReasonOf(status));
+  response.SetStatus(static_cast<iis::USHORT>(status), reason.c_str(), 0, kOk, nullptr, 0);
+}
+
+}  // namespace
+
+/// One request on its way.
+struct CProxy::Exchange {
+  explicit Exchange(CHostContext& request_context) : context(request_context), piece(new char[kPieceSize]) {}
+
+  CHostContext& context;
+  COwnedSocket socket;
+  bool reused = false;     ///< the connection served before and may have been closed meanwhile
+  bool body_whole = true;  ///< all of it was sent
+  std::string input;       ///< read from the upstream and not yet used
+  UpstreamHead head;
+  std::unique_ptr<char[]> piece;
+};
+
+COwnedSocket CProxy::TakeIdle() {
+  for (;;) {
+    COwnedSocket socket;
+    {
+      const std::lock_guard<std::mutex> lock(idle_lock_);
+      if (idle_.empty()) return {};
+      socket = std::move(idle_.back());
+      idle_.pop_back();
+    }
+    // Anything readable on an idle connection is its end, or bytes nobody asked for.
+    Readiness ready;
+    if (!WaitFor(socket.handle(), true, false, 0, &ready)) return socket;
+  }
+}
+
+void CProxy::GiveBack(COwnedSocket socket) {
+  const std::lock_guard<std::mutex> lock(idle_lock_);
+  if (idle_.size() < kMaxIdle) idle_.push_back(std::move(socket));
+}
+
+std::string CProxy::RequestHeadText(CHostContext& context, bool* chunked) const {
+  const iis::HTTP_REQUEST& raw = *context.request().GetRawHttpRequest();
+  const iis::HTTP_REQUEST_HEADERS& headers = raw.Headers;
+  const auto known = [&](int id) {
+    const iis::HTTP_KNOWN_HEADER& header = headers.KnownHeaders[id];
+    return header.pRawValue == nullptr ? std::string_view() : std::string_view(header.pRawValue, header.RawValueLength);
+  };
+  std::string text = std::string(context.request().GetHttpMethod()) + " " + Target(context) + " HTTP/1.1\r\n";
+  const std::string_view connection = known(iis::HttpHeaderConnection);
+  const auto add = [&](std::string_view name, std::string_view value) {
+    if (IsHopByHop(name, connection)) return;
+    text.append(name).append(": ").append(value).append("\r\n");
+  };
+  if (headers.KnownHeaders[iis::HttpHeaderHost].pRawValue == nullptr)
+    add("Host", settings_.host + ":" + settings_.port);
+  const bool has_length = headers.KnownHeaders[iis::HttpHeaderContentLength].pRawValue != nullptr;
+  const bool was_chunked = context.request().chunked();
+  *chunked = was_chunked || (!has_length && context.request().GetRemainingEntityBytes() > 0);
+  for (int id = 0; id < iis::HttpHeaderRequestMaximum; ++id) {
+    if (headers.KnownHeaders[id].pRawValue == nullptr || id == iis::HttpHeaderExpect) continue;
+    if (id == iis::HttpHeaderContentLength && *chunked) continue;
+    add(RequestHeaderName(id), known(id));
+  }
+  const std::string client = AddressText(*reinterpret_cast<const HostAddress*>(context.request().GetRemoteAddress()));
+  bool forwarded = false;
+  for (std::size_t i = 0; i < headers.UnknownHeaderCount; ++i) {
+    const iis::HTTP_UNKNOWN_HEADER& header = headers.pUnknownHeaders[i];
+    const std::string_view name(header.pName, header.NameLength);
+    std::string value(header.pRawValue == nullptr ? "" : header.pRawValue, header.RawValueLength);
+    if (settings_.add_forwarded_for && EqualsIgnoreCase(name, "X-Forwarded-For")) {
+      value += ", " + client;
+      forwarded = true;
+    }
+    add(name, value);
+  }
+  if (settings_.add_forwarded_for && !forwarded) add("X-Forwarded-For", client);
+  if (*chunked) text += "Transfer-Encoding: chunked\r\n";
+  return text + "\r\n";
+}
+
+bool CProxy::SendPiece(Exchange& exchange, const char* data, std::size_t size) {
+  const SocketHandle socket = exchange.socket.handle();
+  while (size > 0) {
+    const IoResult sent = WriteNow(socket, data, size);
+    if (sent.status == IoStatus::kDone) {
+      data += sent.bytes;
+      size -= sent.bytes;
+      continue;
+    }
+    if (sent.status != IoStatus::kWouldBlock) return false;
+    // The upstream may be answering already and not read on before its answer is taken.
+    Readiness ready;
+    const bool listen = exchange.input.size() < kEarlyLimit;
+    if (!WaitFor(socket, listen, true, settings_.timeout_milliseconds, &ready)) return false;
+    if (listen && ready.readable && !ready.writable) {
+      char early[16384];
+      const IoResult got = ReadNow(socket, early, sizeof early);
+      if (got.status == IoStatus::kDone) exchange.input.append(early, got.bytes);
+      if (got.status == IoStatus::kClosed || got.status == IoStatus::kFailed) return false;
+    }
+  }
+  return true;
+}
+
+CProxy::Outcome CProxy::SendBody(Exchange& exchange) {
+  CHostRequest& request = exchange.context.request();
+  bool chunked = false;
+  const std::string head = RequestHeadText(exchange.context, &chunked);
+  if (!SendPiece(exchange, head.data(), head.size())) return Outcome::kRetry;
+  // Room in front for a chunk's size and behind for its line end.
+  constexpr std::size_t kFront = 10;
+  constexpr std::size_t kBack = 2;
+  while (chunked || request.GetRemainingEntityBytes() > 0) {
+    std::size_t got = 0;
+    const iis::HRESULT result = request.ReadBody(exchange.piece.get() + kFront, kPieceSize - kFront - kBack, &got);
+    if (result == iis::kHandleEof) break;
+    if (iis::Failed(result)) return Outcome::kAborted;
+    char* from = exchange.piece.get() + kFront;
+    std::size_t size = got;
+    if (chunked) {
+      char digits[8];
+      const auto count = static_cast<std::size_t>(std::to_chars(digits, digits + sizeof digits, got, 16).ptr - digits);
+      from -= count + 2;
+      std::copy(digits, digits + count, from);
+      from[count] = '\r';
+      from[count + 1] = '\n';
+      from[count + 2 + got] = '\r';
+      from[count + 3 + got] = '\n';
+      size = count + 2 + got + 2;
+    }
+    if (!SendPiece(exchange, from, size)) {
+      exchange.body_whole = false;  // an answer may be there all the same
+      return Outcome::kDone;
+    }
+  }
+  if (chunked && !SendPiece(exchange, "0\r\n\r\n", 5)) exchange.body_whole = false;
+  return Outcome::kDone;
+}
+
+CProxy::Outcome CProxy::SendRequest(Exchange& exchange) {
+  // A kept connection may be closed by the upstream at the very moment it is used. Only what can be sent twice takes
+  // that risk.
+  const std::string_view method = exchange.context.request().GetHttpMethod();
+  const bool repeatable = (method == "GET" || method == "HEAD" || method == "OPTIONS") &&
+                          exchange.context.request().GetRemainingEntityBytes() == 0;
+  exchange.socket = repeatable ? TakeIdle() : COwnedSocket();
+  exchange.reused = exchange.socket.is_open();
+  if (!exchange.reused) {
+    bool timed_out = false;
+    exchange.socket = ConnectTo(settings_.host, settings_.port, settings_.connect_milliseconds, &timed_out);
+    if (!exchange.socket.is_open()) return timed_out ? Outcome::kTimeout : Outcome::kBadGateway;
+  }
+  return SendBody(exchange);
+}
+
+/// Appends to the input. Looks after the client while it waits.
+CProxy::Outcome CProxy::ReadMore(Exchange& exchange) {
+  const std::int64_t end = MonotonicMicroseconds() + std::int64_t{settings_.timeout_milliseconds} * 1000;
+  for (;;) {
+    const IoResult got = ReadNow(exchange.socket.handle(), exchange.piece.get(), kPieceSize);
+    if (got.status == IoStatus::kDone) {
+      exchange.input.append(exchange.piece.get(), got.bytes);
+      return Outcome::kDone;
+    }
+    if (got.status != IoStatus::kWouldBlock) return Outcome::kBadGateway;
+    if (MonotonicMicroseconds() > end) return Outcome::kTimeout;
+    Readiness ready;
+    if (WaitFor(exchange.socket.handle(), true, false, kSliceMilliseconds, &ready)) continue;
+    if (!exchange.context.wire().IsConnected()) return Outcome::kAborted;
+  }
+}
+
+CProxy::Outcome CProxy::ReadHead(Exchange& exchange) {
+  for (;;) {
+    const UpstreamParse parsed = ParseUpstreamHead(exchange.input, &exchange.head);
+    if (parsed == UpstreamParse::kMalformed) return Outcome::kBadGateway;
+    if (parsed == UpstreamParse::kComplete) {
+      exchange.input.erase(0, exchange.head.size);
+      if (exchange.head.status == 101) return Outcome::kBadGateway;  // nobody asked for another protocol
+      if (exchange.head.status >= 200) return Outcome::kDone;
+      continue;
+    }
+    const bool nothing_yet = exchange.input.empty();
+    const Outcome more = ReadMore(exchange);
+    // A kept connection that the upstream closed just now: once more on a fresh one.
+    const bool stale = more == Outcome::kBadGateway && exchange.reused && nothing_yet;
+    if (more != Outcome::kDone) return stale ? Outcome::kRetry : more;
+  }
+}
+
+/// The response body, in the pieces in which it comes; a short announced one in a single piece.
+CProxy::Outcome CProxy::PassBody(Exchange& exchange) {
+  CHostResponse& response = exchange.context.response();
+  const UpstreamHead& head = exchange.head;
+  const bool none = std::string_view(exchange.context.request().GetHttpMethod()) == "HEAD" || head.status == 204 ||
+                    head.status == 304;
+  if (none) return Outcome::kDone;
+  CChunkedDecoder decoder;
+  std::uint64_t left = head.content_length.value_or(0);
+  const bool until_close = !head.chunked && !head.content_length;
+  const bool at_once = head.content_length && *head.content_length <= kBufferedLength;
+  std::string body;
+  bool over = !head.chunked && !until_close && left == 0;
+  while (!over) {
+    if (exchange.input.empty()) {
+      const Outcome more = ReadMore(exchange);
+      if (more == Outcome::kBadGateway && until_close) {
+        exchange.head.keep_alive = false;
+        break;
+      }
+      if (more != Outcome::kDone) return more;
+    }
+    if (head.chunked) {
+      std::string_view view = exchange.input;
+      const std::size_t at = body.size();
+      std::size_t got = 0;
+      body.resize(at + view.size());
+      const CChunkedDecoder::Status status = decoder.Decode(&view, body.data() + at, body.size() - at, &got);
+      body.resize(at + got);
+      exchange.input.erase(0, exchange.input.size() - view.size());
+      if (status == CChunkedDecoder::Status::kMalformed) return Outcome::kBadGateway;
+      over = status == CChunkedDecoder::Status::kDone;
+    } else {
+      const auto take = until_close ? exchange.input.size()
+                                    : static_cast<std::size_t>(std::min<std::uint64_t>(left, exchange.input.size()));
+      body.append(exchange.input, 0, take);
+      exchange.input.erase(0, take);
+      left -= until_close ? 0 : take;
+      over = !until_close && left == 0;
+    }
+    if (body.empty() || over || at_once) continue;
+    iis::HTTP_DATA_CHUNK chunk{};
+    chunk.FromMemory.pBuffer = body.data();
+    chunk.FromMemory.BufferLength = static_cast<iis::ULONG>(body.size());
+    iis::DWORD sent = 0;
+    response.WriteEntityChunkByReference(&chunk, -1);
+    if (iis::Failed(response.Flush(0, 1, &sent, nullptr))) return Outcome::kAborted;
+    body.clear();
+  }
+  if (!body.empty()) {
+    iis::HTTP_DATA_CHUNK chunk{};
+    chunk.FromMemory.pBuffer = body.data();
+    chunk.FromMemory.BufferLength = static_cast<iis::ULONG>(body.size());
+    response.WriteEntityChunks(&chunk, 1, 0, 1, nullptr, nullptr);
+  }
+  return Outcome::kDone;
+}
+
+CProxy::Outcome CProxy::Run(Exchange& exchange) {
+  Outcome outcome = SendRequest(exchange);
+  if (outcome == Outcome::kRetry && !exchange.reused) return Outcome::kBadGateway;
+  if (outcome != Outcome::kDone) return outcome;
+  outcome = ReadHead(exchange);
+  if (outcome != Outcome::kDone) return outcome;
+
+  CHostResponse& response = exchange.context.response();
+  const UpstreamHead& head = exchange.head;
+  const std::string reason = head.reason.substr(0, 512);
+  response.SetStatus(static_cast<iis::USHORT>(head.status), reason.c_str(), 0, kOk, nullptr, 1);
+  for (const auto& [name, value] : head.headers) {
+    // The upstream's own name takes the place of ours.
+    const bool replace = EqualsIgnoreCase(name, "Server");
+    if (value.size() > 65535) continue;
+    response.SetHeader(name.c_str(), value.c_str(), static_cast<iis::USHORT>(value.size()), replace);
+  }
+  if (head.content_length) {
+    const std::string length = std::to_string(*head.content_length);
+    response.SetHeader(iis::HttpHeaderContentLength, length.c_str(), static_cast<iis::USHORT>(length.size()), 1);
+  }
+  outcome = PassBody(exchange);
+  const bool clean = outcome == Outcome::kDone && head.keep_alive && exchange.body_whole && exchange.input.empty();
+  if (clean) GiveBack(std::move(exchange.socket));
+  return outcome;
+}
+
+void CProxy::Execute(CHostContext& context) {
+  Exchange exchange(context);
+  Outcome outcome = Outcome::kRetry;
+  while (outcome == Outcome::kRetry) {
+    exchange.input.clear();
+    outcome = Run(exchange);
+  }
+  switch (outcome) {
+    case Outcome::kBadGateway:
+      return SetError(context, 502);
+    case Outcome::kTimeout:
+      return SetError(context, 504);
+    case Outcome::kAborted:
+      return context.response().ResetConnection();
+    case Outcome::kDone:
+    case Outcome::kRetry:
+      return;
+  }
+}
+
+}  // namespace qiv::host

@@ -1,0 +1,54 @@
+// Passes requests on to one upstream server.
+#pragma once
+
+#include <cstdint>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "host/http_parser.h"
+#include "host/pipeline.h"
+#include "host/socket.h"
+#include "host/upstream_response.h"
+
+namespace qiv::host {
+
+struct ProxySettings {
+  std::string host;
+  std::string port;
+  int connect_milliseconds = 10000;
+  int timeout_milliseconds = 120000;  ///< silence of the upstream
+  bool add_forwarded_for = false;
+};
+
+/// Streams: no body is held beyond one buffer. Connections to the upstream are kept and used again. 502 when the
+/// upstream cannot be reached or answers nonsense, 504 when it is silent; once the head is out, a broken upstream
+/// resets the client. A client that goes away ends the request to the upstream.
+class CProxy final : public IRequestHandler {
+ public:
+  explicit CProxy(ProxySettings settings) : settings_(std::move(settings)) {}
+
+  void Execute(CHostContext& context) override;
+
+ private:
+  struct Exchange;
+  enum class Outcome { kDone, kRetry, kBadGateway, kTimeout, kAborted };
+
+  Outcome Run(Exchange& exchange);
+  Outcome SendRequest(Exchange& exchange);
+  Outcome SendBody(Exchange& exchange);
+  bool SendPiece(Exchange& exchange, const char* data, std::size_t size);
+  Outcome ReadHead(Exchange& exchange);
+  Outcome ReadMore(Exchange& exchange);
+  Outcome PassBody(Exchange& exchange);
+  std::string RequestHeadText(CHostContext& context, bool* chunked) const;
+  COwnedSocket TakeIdle();
+  void GiveBack(COwnedSocket socket);
+
+  const ProxySettings settings_;
+  std::mutex idle_lock_;
+  std::vector<COwnedSocket> idle_;  ///< guarded by idle_lock_
+};
+
+}  // namespace qiv::host
