@@ -117,6 +117,8 @@ def keyword_rules(place):
             for style in family["styles"]:
                 if place == "get" and "plus" in style:
                     continue  # a query has no "+" any more
+                if place == "header" and "plus" in style and "encoded" not in family["styles"]:
+                    continue  # worth it for few families: the address in a Referer
                 if place != "header" and style == "encoded":
                     continue  # only header values stay encoded
                 spelled = styled(phrase, style)
