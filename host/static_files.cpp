@@ -67,15 +67,18 @@ std::string WithSlash(CHostContext& context) {
   return location;
 }
 
+void AppendHex(std::uint64_t number, std::string* out) {
+  char digits[16];
+  out->append(digits, std::to_chars(digits, digits + sizeof digits, number, 16).ptr);
+}
+
 std::string MakeTag(const FileFacts& facts) {
-  char text[40];
-  char* at = text;
-  *at++ = '"';
-  at = std::to_chars(at, text + sizeof text, facts.identity, 16).ptr;
-  *at++ = ':';
-  at = std::to_chars(at, text + sizeof text, facts.size, 16).ptr;
-  *at++ = '"';
-  return std::string(text, at);
+  std::string tag = "\"";
+  AppendHex(facts.identity, &tag);
+  tag += ':';
+  AppendHex(facts.size, &tag);
+  tag += '"';
+  return tag;
 }
 
 bool TagMatches(std::string_view list, std::string_view tag) {
