@@ -216,11 +216,16 @@ ontimeerror ontimeupdate ontoggle ontouchcancel ontouchend ontouchmove ontouchst
 """.split())
 
 family(181, "Injection in an address", "来源地址中的注入", [
-    "%20union%20select", "%20union%20all%20select", "%27%20or%20", "%27%20and%20", "%27%20union", "%27+or+", "%27+and+", "%27%20order%20by", "%20order%20by%201", "%20or%201=1", "%20and%201=1", "%20or%201%3d1",
-    "%20and%201%3d1", "%27%20or%20%27", "%27%3b", "%3bselect", "%3bdrop", "/union/*/select", "%20and%20sleep", "%20or%20sleep", "sleep%28", "information_schema", "%20waitfor%20delay", "%27--", "%27%23", "%27%29%20or",
+    "%20union%20select", "%20union%20all%20select", "%27%20union", "%27%20order%20by", "%20order%20by%201", "%27%20or%201", "%27%20and%201", "%20or%201=1", "%20and%201=1", "%20or%201%3d1",
+    "%20and%201%3d1", "%27%20or%20%27", "%3bselect", "%3bdrop", "/union/*/select", "%20and%20sleep", "%20or%20sleep", "sleep%28", "information_schema", "%20waitfor%20delay", "%27--", "%27%29%20or",
     "%3cscript", "%3csvg", "%3ciframe", "%3cimg", "alert%28", "onerror%3d", "onload%3d",
-], PLAIN, ("header",))
+], PLAIN, ("post", "header"))
 
+family(127, "Always-true condition", "永真条件注入", [
+    f"' or {name}{test}" for name in ("id", "uid", "userid", "user", "username", "name", "login", "email", "password", "passwd") for test in ("=", " =", " like ", " is ", " <", ">")
+] + [
+    "' or false", "' or exists", "' or (exists", "' or 2 between", "' or 1 between", "'or userid", "'or username", "'or name",
+], BLANKS)
 family(126, "Column count probing", "探测列数", [f"order by {number}" for number in range(1, 32)], PLAIN, ADDRESS_AND_HEADERS)
 
 # ---- XSS ------------------------------------------------------------------------------------------------------------

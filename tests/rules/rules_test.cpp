@@ -2,10 +2,10 @@
 // that a new installation and the module use. Cases are lines of cases.txt.
 
 #include <algorithm>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <optional>
+#include <random>
 #include <set>
 #include <string>
 #include <string_view>
@@ -97,9 +97,9 @@ std::vector<Case> ReadCases() {
 class CInstalled {
  public:
   explicit CInstalled(const std::string& profile, Language language = Language::kEnglish) {
-    std::string pattern = (std::filesystem::temp_directory_path() / "rules_test_XXXXXX").string();
-    directory_ = ::mkdtemp(pattern.data()) != nullptr ? pattern : std::string();
-    EXPECT_FALSE(directory_.empty());
+    directory_ =
+        (std::filesystem::temp_directory_path() / ("rules_test_" + std::to_string(std::random_device()()))).string();
+    EXPECT_TRUE(std::filesystem::create_directory(directory_));
     InitOptions options;
     options.directory = directory_;
     options.rules = QIV_RULE_DATA;
