@@ -37,8 +37,8 @@ class QivConfig : public testing::Test {
   void Write(const std::string& text) { Write("_config.db", text); }
   void Write(const std::string& name, const std::string& text) {
     ASSERT_TRUE(ReplaceFile(File(name), text));
-    // Each write is later than the one before, whatever the resolution of the file system's clock.
-    SetTime(name, start_ + std::chrono::milliseconds(++writes_));
+    // Each write is later than the one before; in whole seconds, which every system's run-time library can set.
+    SetTime(name, start_ + std::chrono::seconds(++writes_));
   }
   void SetTime(const std::string& name, std::filesystem::file_time_type time) {
     std::filesystem::last_write_time(std::filesystem::u8path(File(name)), time);
@@ -138,7 +138,7 @@ TEST_F(QivConfig, RefusesMoreThanHundredMebibytes) {
        {std::pair{kConfigMaxBytes, ConfigStatus::kNoSettingsPart}, {kConfigMaxBytes + 1, ConfigStatus::kTooLong}}) {
     std::filesystem::resize_file(std::filesystem::u8path(File("_config.db")), 0);
     std::filesystem::resize_file(std::filesystem::u8path(File("_config.db")), size);
-    SetTime("_config.db", start_ + std::chrono::milliseconds(++writes_));
+    SetTime("_config.db", start_ + std::chrono::seconds(++writes_));
     Tick();
     EXPECT_EQ(config_.LastStatus(), status);
     EXPECT_FALSE(config_.IsConfigValid());
@@ -151,12 +151,23 @@ TEST_F(QivConfig, TouchingReloadsOnce) {
   const std::shared_ptr<const WebsiteConfig> first = config_.Current();
   Tick();
   EXPECT_EQ(config_.Current(), first);
-  SetTime("_config.db", Time("_config.db") + std::chrono::milliseconds(1));  // within the same second
+  SetTime("_config.db", Time("_config.db") + std::chrono::seconds(1));
   Tick();
   const std::shared_ptr<const WebsiteConfig> second = config_.Current();
   EXPECT_NE(second, first);
   Tick();
   EXPECT_EQ(config_.Current(), second);
+}
+
+TEST_F(QivConfig, SeesChangesWithinOneSecond) {
+  for (int number = 1; number <= 5; ++number) {
+    const std::uint64_t before = FileModificationTime(File("_config.db"));
+    do {  // until the file system's clock has moved on, a few milliseconds
+      ASSERT_TRUE(ReplaceFile(File("_config.db"), Numbered(number)));
+    } while (FileModificationTime(File("_config.db")) == before);
+    Tick();
+    EXPECT_EQ(Number(), number);
+  }
 }
 
 TEST_F(QivConfig, ASlowReaderKeepsItsRecord) {
