@@ -5,10 +5,11 @@ ends with a letter, digit or "_" is found only as a whole word; a word that begi
 found anywhere. The gap between words has no bound, so every word of a phrase must be telling by itself.
 """
 
-LIMITS = {"keyword_rules": 4500, "cut_words": 200}
+LIMITS = {"keyword_rules": 4000, "cut_words": 200}
 
 # Spellings of the blanks of a phrase; see STYLES in generate_rules.py.
-FULL = ("blank", "plus", "comment", "tab", "feed", "vertical", "double", "double_plus", "encoded", "spread", "spread_plus")
+FULL = ("blank", "plus", "comment", "tab", "feed", "vertical", "double", "double_plus", "encoded", "spread",
+    "spread_plus")
 COMMON = ("blank", "plus", "comment", "spread", "spread_plus")
 BLANKS = ("blank", "plus")
 PLAIN = ("blank",)
@@ -28,20 +29,25 @@ def family(number, english, chinese, phrases, styles=COMMON, places=EVERYWHERE):
 # ---- SQL ------------------------------------------------------------------------------------------------------------
 
 family(101, "Union query", "联合查询注入", [
-    "union select", "union all select", "union distinct select", "union distinctrow select", "union(select", "union (select",
+    "union select", "union all select", "union distinct select", "union distinctrow select", "union(select",
+    "union (select",
     "union all(select", "union all (select", "union distinct (select", "union((select", "union select(",
 ], FULL)
 family(102, "Union query", "联合查询注入", [
-    "union\r\nselect", "union\n\nselect", "union\\nselect", "union\\tselect", "union\\nall\\nselect", "union\\tall\\tselect", "union\\r\\nselect", "union/*/all/*/select", "union/*/distinct/*/select", "union--*\nselect", "union#*\nselect",
-    "#\nunion", "-1#*\nunion", "union #\n", "'union select", "\"union(", "/union/*(select", "/union ", "!union", "1union",
+    "union\r\nselect", "union\n\nselect", "union\\nselect", "union\\tselect", "union\\nall\\nselect",
+    "union\\tall\\tselect", "union\\r\\nselect", "union/*/all/*/select", "union/*/distinct/*/select",
+    "union--*\nselect", "union#*\nselect",
+    "#\nunion", "-1#*\nunion", "union #\n", "'union select", "\"union(", "/union/*(select", "!union", "1union",
     ")union", "}union", "`union",
 ], PLAIN)
 family(103, "Union query", "联合查询注入", [
-    ",null,null", "select null,null", "select null--", "select null#", "select 1,2,", "select 1,user", "select 1,version", "select 1,null", 
+    ",null,null", "select null,null", "select null--", "select null#", "select 1,2,", "select 1,user",
+    "select 1,version", "select 1,null",
     "order select",
 ], BLANKS)
 
-_CLAUSES = ["or", "and", "where", "as", "rlike", "having", "group by", "order by", "limit", "procedure", "in boolean mode", "xor", "union"]
+_CLAUSES = ["or", "and", "where", "as", "rlike", "having", "group by", "order by", "limit", "procedure",
+    "in boolean mode", "xor", "union"]
 _AFTER_QUOTE = ["where", "rlike", "group by", "order by", "in boolean mode", "xor"]
 family(111, "Closed literal with a clause", "闭合后追加条件", [
     closer + " " + clause + " " for closer in ("')", "'))", "\")", "\"))", ")))") for clause in _CLAUSES
@@ -52,116 +58,188 @@ family(111, "Closed literal with a clause", "闭合后追加条件", [
     closer + " " + clause + " " for closer in ("%'", "%\"") for clause in ("or", "and", "order by", "having")
 ] + [
     "\" order by ", "\" group by ", "\" rlike ", "\" xor ", "` where ", "`) where ", "` order by ", "`) order by ",
-    ")) as ", ")) where ", ")) order by ", ")) having ", ")) rlike ", ") rlike ", ")) or ", ")) group by ", ") order by 1",
+    ")) as ", ")) where ", ")) order by ", ")) having ", ")) rlike ", ") rlike ", ")) or ", ")) group by ",
+    ") order by 1",
 ], ("blank", "plus", "comment"))
 family(112, "Closed literal with a clause", "闭合后追加条件", [
     blanks.join((")", "")) + clause + " " for blanks in ("   ", "    ") for clause in _CLAUSES
 ] + [
     clause + " *  =  " for clause in (" or", " and", " where", " having")
-] + ["'+  (  select", "'||  (  select", ",  (  select", "'  =  '", "\"  =  \"", "and    (    ", "or    (    ", "or   (  ", "and   (  "],
+] + ["'+  (  select", "'||  (  select", ",  (  select", "'  =  '", "\"  =  \"", "and    (    ", "or    (    ",
+    "or   (  ", "and   (  "],
     ("blank", "plus"))
 
 _DIGITS = "0123456789"
 family(121, "Always-true condition", "永真条件注入", [
     f"{word} {one}{sign}{one}" for word in ("or", "and") for one in _DIGITS for sign in ("=", " = ")
 ] + [
-    f"{word} {one}={one}" for word in ("or", "and") for one in ("11", "12", "22", "33", "77", "99", "100", "123", "1234", "345", "456", "777", "999", "1000", "1337", "31337")
+    f"{word} {one}={one}" for word in ("or", "and") for one in ("11", "12", "22", "33", "77", "99", "100", "123",
+    "1234", "345", "456", "777", "999", "1000", "1337", "31337")
 ] + [
-    f"or {one}{sign}{other}" for sign in ("=", " = ") for one, other in (("a", "a"), ("x", "x"), ("b", "b"), ("x", "y"), ("a", "b"), ("true", "true"))
+    f"or {one}{sign}{other}" for sign in ("=", " = ") for one, other in (("a", "a"), ("x", "x"), ("b", "b"), ("x",
+    "y"), ("a", "b"), ("true", "true"))
 ] + [
-    f"{word} {one}={other}" for word in ("or", "and") for one, other in (("1", "2"), ("1", "0"), ("0", "1"), ("2", "1"), ("2", "3"), ("1", "3"))
+    f"{word} {one}={other}" for word in ("or", "and") for one, other in (("1", "2"), ("1", "0"), ("0", "1"), ("2",
+    "1"), ("2", "3"), ("1", "3"))
 ] + [
     f"{word} {text}" for word in ("or", "and") for text in (
-        "1>0", "1 > 0", "2>1", "2 > 1", "1<2", "1<>2", "1!=2", "1>1", "1 like 1", "1 in (", "(1=1", "(1)=", "not 1=", "not (1",
+        "1>0", "1 > 0", "2>1", "2 > 1", "1<2", "1<>2", "1!=2", "1>1", "1 like 1", "1 in (", "(1=1", "(1)=", "not 1=",
+        "not (1",
         "true--", "true#", "1--", "1#", "1 -- ", "1 #", "1=", "1 =", "-1=", "0--", "false--")
-] + ["and(1)=", "or(1)=", "or(1=1", "and(1=1", "or 1 --", "and true;", "or/*/1/*/=", "or/*/1=1", "and/*/1=1", "or/*/1=", "and/*/1="], BLANKS)
-_OPERATORS = ["=", "||", "&&", "<=", ">=", "<>", "!=", "<=>", "like", "or", "and", "xor", "div", "mod", "rlike", "regexp", "not like", "not regexp",
+] + ["and(1)=", "or(1)=", "or(1=1", "and(1=1", "or 1 --", "and true;", "or/*/1/*/=", "or/*/1=1", "and/*/1=1",
+    "or/*/1=", "and/*/1="], BLANKS)
+_OPERATORS = ["=", "||", "&&", "<=", ">=", "<>", "!=", "<=>", "like", "or", "and", "xor", "div", "mod", "rlike",
+    "regexp", "not like", "not regexp",
               "sounds like", "^", "|", "&"]
 family(122, "Always-true condition", "永真条件注入", [
-    f"{word} {quote}{one}{quote}{sign}{quote}" for word in ("or", "and") for quote in "'\"" for one in ("1", "a", "x", "")
+    f"{word} {quote}{one}{quote}{sign}{quote}" for word in ("or", "and") for quote in "'\"" for one in ("1", "a", "x",
+    "")
     for sign in ("=", " = ")
 ] + [
-    f"{word} {brackets}{quote}*{quote}{sign}{quote}" for word in ("or", "and") for brackets in ("", "(", "((") for quote in "'\""
+    f"{word} {brackets}{quote}*{quote}{sign}{quote}" for word in ("or", "and") for brackets in ("", "(",
+    "((") for quote in "'\""
     for sign in ("=", " like ")
 ] + [
-    f"'{brackets} {word} {other}'" for brackets in ("", ")", "))") for other in ("", "(", "((") for word in ("or", "and")
+    f"'{brackets} {word} {other}'" for brackets in ("", ")", "))") for other in ("", "(", "((") for word in ("or",
+    "and")
     if (brackets, other) != ("", "")
 ] + [
     f"'{operator}'" for operator in _OPERATORS if operator not in ("or", "and", "like", "div", "mod", "|")
 ] + [
     f"' {operator} '" for operator in _OPERATORS if operator not in ("and", "or")
 ] + [
-    "\" or \\\"*\\\"=\\\"", "\" and \\\"*\\\"=\\\"", "and \\\"*\\\"=\\\"", "and (\\\"*\\\"=\\\"", "and \\\"*\\\" like \\\"", "and (\\\"*\\\" like \\\"",
+    "\" or \\\"*\\\"=\\\"", "\" and \\\"*\\\"=\\\"", "and \\\"*\\\"=\\\"", "and (\\\"*\\\"=\\\"",
+    "and \\\"*\\\" like \\\"", "and (\\\"*\\\" like \\\"",
     "\" or \"\"=\"", "\" or \"*\"=\"", "\" and \"*\"=\"", "\"or 1", "'or 1", "'and 1",
-    "' or '1", "' or 'a'", "' or 'x'", "' or ''", "' or true", "\" or true", "'or(", "'and(", "'||1", "' || 1", "'||(", "\"||(", "'||'", "'|(", "'^(", "'+(select", "'&(", "'&&(", "'xor(", "'xor ",
-    "' or not ", "' and not ", "or ''='", "or''='", "or \"\"=\"", "'=0--", "'='' or", "'=''or", "'=''--", "' is null", "' is not null", "'like-", "\"or!", "\"or-", "\"or@", "'!=ascii",
-    "'>>'", "'<<'", "' >> '", "' << '", "' < '", "' > '", "' not rlike '", "' ^ ", "'^0", "'&0", "') or (", "'and(", "' div 1", "or '1", "and '1", 
+    "' or '1", "' or 'a'", "' or 'x'", "' or ''", "' or true", "\" or true", "'or(", "'and(", "'||1", "' || 1",
+    "'||(", "\"||(", "'||'", "'|(", "'^(", "'+(select", "'&(", "'&&(", "'xor(", "'xor ",
+    "' or not ", "' and not ", "or ''='", "or''='", "or \"\"=\"", "'=0--", "'='' or", "'=''or", "'=''--", "' is null",
+    "' is not null", "'like-", "\"or!", "\"or-", "\"or@", "'!=ascii",
+    "'>>'", "'<<'", "' >> '", "' << '", "' < '", "' > '", "' not rlike '", "' ^ ", "'^0", "'&0", "') or (", "'and(",
+    "' div 1", "or '1", "and '1",
 ], BLANKS)
-_CALLS = ["ascii(", "substring(", "substr(", "mid(", "length(", "len(", "char_length(", "ord(", "exists(", "exists (select", "(select(", "(ascii(", "if(", "(if(",
-          "isnull(", "unicode(", "hex(", "elt(", "make_set(", "exp(", "char(", "chr(", "user()", "version()", "database()", "(length(",
-          "(substr", "sleep(", "db_name(", "system_user", "current_user", "updatexml(", "extractvalue(", "json_keys(", "case when", "ifnull(",
+_CALLS = ["ascii(", "substring(", "substr(", "mid(", "length(", "len(", "char_length(", "ord(", "exists(",
+    "exists (select", "(select(", "(ascii(", "if(", "(if(",
+          "isnull(", "unicode(", "hex(", "elt(", "make_set(", "exp(", "char(", "chr(", "user()", "version()",
+          "database()", "(length(",
+          "(substr", "sleep(", "db_name(", "system_user", "current_user", "updatexml(", "extractvalue(", "json_keys(",
+          "case when", "ifnull(",
           "nullif(", "pi(", "md5(", "@@", "sin(", "cos(", "conv(", "rand(", "locate(", "instr(", "strcmp(", "concat(",
           "bit_count(", "not exists(", "select count"]
 family(123, "Blind condition", "布尔盲注", [
     f"{word} {call}" for word in ("or", "and") for call in _CALLS
 ], BLANKS)
 family(125, "Blind condition", "布尔盲注", [
-    "rlike (select", "rlike(select", "rlike sleep(", "rlike (case", "regexp (select", "like (select", "in(select", "1=(select", "0=(select", "'=(select", "\"=(select", ")=(select", ">(select", "<(select", "like(select",
-    "between (select", "having 1=", "having count(", "is null--", "is null #", "(case when", "select case when", "case when (",
-    "then 1 else 0 end", "then 1 else", "then null else", "else null end", "else drop ", "iif(", "(elt(", "select elt(", "in boolean mode) and", "in boolean mode) or",
-    "in boolean mode)", "select 1/0", "collate nocase", "starts_with(", "::bool", "::int", "::jsonb", "is not null--", "or user like '", "or name like '", "collate`", "or username like '", "or 1 in (", "1' or ", "-1' or ", "0' or ", "-1' and ", "99999' or ", "999999.9' or ", "'or'1", "'and'1", "' and (1", "'or id", "(1)and(", "(1)or(", ")or(", 
+    "rlike (select", "rlike(select", "rlike sleep(", "rlike (case", "regexp (select", "like (select", "in(select",
+    "1=(select", "0=(select", "'=(select", "\"=(select", ")=(select", ">(select", "<(select", "like(select",
+    "between (select", "having 1=", "having count(", "is null--", "is null #", "(case when", "select case when",
+    "case when (",
+    "then 1 else 0 end", "then 1 else", "then null else", "else null end", "else drop ", "iif(", "(elt(",
+    "select elt(", "in boolean mode) and", "in boolean mode) or",
+    "in boolean mode)", "select 1/0", "collate nocase", "starts_with(", "::bool", "::int", "::jsonb", "is not null--",
+    "or user like '", "or name like '", "collate`", "or username like '", "or 1 in (", "1' or ", "-1' or ", "0' or ",
+    "-1' and ", "99999' or ", "999999.9' or ", "'or'1", "'and'1", "' and (1", "'or id", "(1)and(", "(1)or(", ")or(",
 ], COMMON)
 # "Order by 5 pm" and "group by 2" are ordinary; so something must end the statement.
 family(124, "Column count probing", "探测列数", [
-    f"order by {number}{end}" for number in list(range(1, 36)) + [50, 99, 100, 9999, 31337] for end in ("--", " --", "#")
-] + [f"order by {number}" for number in list(range(32, 41)) + [50, 60, 70, 80, 90, 99, 100, 200, 500, 999, 1000, 9999, 31337]] + [
-    "order by (", "order by if(", "order by rand(", "order by sleep(", "order by case", "/order/*/by/", "group by 1--", "group by 4--", "group by 4-- ", "group by concat(", "1 order by 1", "1 order by 2", "1 order by 3", "1 order by 5", "1 order by 10",
+    f"order by {number}{end}" for number in list(range(1, 36)) + [50, 99, 100, 9999, 31337] for end in ("--", " --",
+    "#")
+] + [f"order by {number}" for number in list(range(32, 41)) + [50, 60, 70, 80, 90, 99, 100, 200, 500, 999, 1000, 9999,
+    31337]] + [
+    "order by (", "order by if(", "order by rand(", "order by sleep(", "order by case", "/order/*/by/",
+    "group by 1--", "group by 4--", "group by 4-- ", "group by concat(", "1 order by 1", "1 order by 2",
+    "1 order by 3", "1 order by 5", "1 order by 10",
     "-1 order by ", "select*order by 1/", "having 1 = 1", "having 1 like 1",
 ], BLANKS)
 
 family(131, "Subquery", "子查询注入", [
     "(select " + text for text in (
-        "count(", "substring(", "lower(", "upper(", "floor(", "row(", "concat(", "concat_ws(", "char(", "chr(", "(", "case ", "@@", "@", "group_concat(", "top 1", "distinct ", "distinct(", "0x", "null", "table_name",
-        "column_name", "schema_name", "user(", "user from", "password from", "version(", "database(", "sleep(", "ascii(", "substring(", "substr(", "mid(", "if(", "load_file(", "cast(",
-        "hex(", "elt(", "upper(", "length(", "convert(", "id from", "1 from", "1)", "1,", "2,", "current_user", "unhex(", "coalesce(", "nvl(",
-        "min(", "max(", "username from", "login from", "email from users", "pass from", "banner from", "xmltype(", "utl_", "dbms_", "db_name(", "binary ", "cos ", "cos(", "pg_sleep",
-        "randomblob", "extractvalue(", "updatexml(", "benchmark(*md5(", "benchmark(*sha1(", "benchmark(*encode(", "benchmark(*char(", "benchmark(*rand(", "select benchmark(", "or benchmark(", "and benchmark(", ",benchmark(", "(benchmark(", "benchmark(1000000,", "benchmark(5000000,", "benchmark(10000000,", "and sleep (", "or sleep (", "select sleep (")
-] + ["(select(", "(select`", "(select/", "(select\n", "(select\t", "(select--", "(select#", "(  select ", "((select", "( (select"], BLANKS)
+        "count(", "substring(", "lower(", "upper(", "floor(", "row(", "concat(", "concat_ws(", "char(", "chr(", "(",
+        "case ", "@@", "@", "group_concat(", "top 1", "distinct ", "distinct(", "0x", "null", "table_name",
+        "column_name", "schema_name", "user(", "user from", "password from", "version(", "database(", "sleep(",
+        "ascii(", "substring(", "substr(", "mid(", "if(", "load_file(", "cast(",
+        "hex(", "elt(", "upper(", "length(", "convert(", "id from", "1 from", "1)", "1,", "2,", "current_user",
+        "unhex(", "coalesce(", "nvl(",
+        "min(", "max(", "username from", "login from", "email from users", "pass from", "banner from", "xmltype(",
+        "utl_", "dbms_", "db_name(", "binary ", "cos ", "cos(", "pg_sleep",
+        "randomblob", "extractvalue(", "updatexml(", "benchmark(*md5(", "benchmark(*sha1(", "benchmark(*encode(",
+        "benchmark(*char(", "benchmark(*rand(", "select benchmark(", "or benchmark(", "and benchmark(",
+        ",benchmark(", "(benchmark(", "benchmark(1000000,", "benchmark(5000000,", "benchmark(10000000,",
+        "and sleep (", "or sleep (", "select sleep (")
+] + ["(select(", "(select`", "(select/", "(select\n", "(select\t", "(select--", "(select#", "(  select ", "((select",
+    "( (select"], BLANKS)
 family(132, "Data query", "数据查询注入", [
-    "select concat(", "select group_concat(", "select @@", "select version(", "select user(", "select database(", "select sleep(", "select pg_sleep",
-    "select benchmark(", "select load_file(", "select 1 from", "select null from", "select username from", "select username,", "select password from", "select password,", "select table_name", "select column_name",
+    "select concat(", "select group_concat(", "select @@", "select version(", "select user(", "select database(",
+    "select sleep(", "select pg_sleep",
+    "select benchmark(", "select load_file(", "select 1 from", "select null from", "select username from",
+    "select username,", "select password from", "select password,", "select table_name", "select column_name",
     "select top 1 ", "select 0x", "select utl_", "select dbms_", "select unhex(", "select cast(", "select convert(",
-    "select hex(", "select ascii(", "select if(", "select sin(", "select*,sin(", "select -sin(", "from users where", "from users--", "from users#", "from users limit",
-    "from admin--", "mysql.user", "pg_user", "pg_shadow", "pg_catalog.", "select schemaname", "(select top ", "limit 0,1--", "limit 1,1--", "limit 0,1/",
-    "limit 1,1/", "limit 0,1#", "limit 1,1#", "limit 1--", "limit 1#", "select extractvalue(", "select updatexml(", "select login,", "select login from", 
-    "select pass from", "select pass,", "select user,", "select(user", "/select/*/from/", "from[", "select 1,sin", "select count(*) from generate_", "select -1,", "select '1',", 
+    "select hex(", "select ascii(", "select if(", "select sin(", "select*,sin(", "select -sin(", "from users where",
+    "from users--", "from users#", "from users limit",
+    "from admin--", "mysql.user", "pg_user", "pg_shadow", "pg_catalog.", "select schemaname", "(select top ",
+    "limit 0,1--", "limit 1,1--", "limit 0,1/",
+    "limit 1,1/", "limit 0,1#", "limit 1,1#", "limit 1--", "limit 1#", "select extractvalue(", "select updatexml(",
+    "select login,", "select login from",
+    "select pass from", "select pass,", "select user,", "select(user", "/select/*/from/", "from[", "select 1,sin",
+    "select count(*) from generate_", "select -1,", "select '1',",
 ], BLANKS)
 
 family(141, "Time-based blind injection", "时间盲注", [
-    "sleep(", "pg_sleep(", "benchmark(*md5(", "benchmark(*sha1(", "benchmark(*encode(", "benchmark(*char(", "benchmark(*rand(", "select benchmark(", "or benchmark(", "and benchmark(", ",benchmark(", "(benchmark(", "benchmark(1000000,", "benchmark(5000000,", "benchmark(10000000,", "and sleep (", "or sleep (", "select sleep (", "waitfor delay '", "waitfor delay\"", "waitfor delay \"", "waitfor delay @", "waitfor time '", "dbms_pipe.receive_message", "dbms_lock.sleep", "dbms_session.sleep", "user_lock.sleep",
-    "randomblob(", "generate_series(", "regexp_substring(", "crypt_key(", "fuzzbits(", "from sysibm.", "sysibm.systables", "sysibm.sysdummy1", "rdb$fields", "rdb$database", "rdb$relations", "from all_users t1", "all_users t", "from sysusers as", "sysusers as sys", "domain.domains",
-    "information_schema.system_users", "numbers(1000000)", "sysmaster:", "syscat.", "java.lang.thread.sleep", "waitfor delay",
+    "sleep(", "pg_sleep(", "benchmark(*md5(", "benchmark(*sha1(", "benchmark(*encode(", "benchmark(*char(",
+    "benchmark(*rand(", "select benchmark(", "or benchmark(", "and benchmark(", ",benchmark(", "(benchmark(",
+    "benchmark(1000000,", "benchmark(5000000,", "benchmark(10000000,", "and sleep (", "or sleep (", "select sleep (",
+    "waitfor delay '", "waitfor delay\"", "waitfor delay \"", "waitfor delay @", "waitfor time '",
+    "dbms_pipe.receive_message", "dbms_lock.sleep", "dbms_session.sleep", "user_lock.sleep",
+    "randomblob(", "generate_series(", "regexp_substring(", "crypt_key(", "fuzzbits(", "from sysibm.",
+    "sysibm.systables", "sysibm.sysdummy1", "rdb$fields", "rdb$database", "rdb$relations", "from all_users t1",
+    "all_users t", "from sysusers as", "sysusers as sys", "domain.domains",
+    "information_schema.system_users", "numbers(1000000)", "sysmaster:", "syscat.", "java.lang.thread.sleep",
+    "waitfor delay",
 ], COMMON)
 family(142, "Error-based injection", "报错注入", [
-    "extractvalue(", "updatexml(", "floor(rand(", "(rand(0)", "rand(0)", "rand()*", "procedure analyse(", "procedure analyse (", "utl_inaddr.", "ctxsys.drithsx", "ctxsys.ctx_", "xmltype(", "dbms_utility.", "dbms_xmlgen", "dbms_xslprocessor", "utl_http.request", "json_keys(", "gtid_subset(", "gtid_subtract(", "exp(~(", "exp(~", "make_set(",
-    "convert(int,", "convert(int ,", "convert(int, ", "as numeric)", "::numeric", "::text||", "geometrycollection((", "polygon((select", "multipoint((select", "multipoint(", "linestring((select", "multilinestring(", "multipolygon((select", "name_const(", "httpuritype(", "st_latfromgeohash(", "st_longfromgeohash(", "st_pointfromgeohash(", "row(*)>(select",
-    "cast((chr(", "cast((select", "cast(chr(", "cast(char(", "cast(version(", "cast(database(", "cast(user(", "cast(count(", "as char),0x", "extractvalue (", "updatexml (", "floor (rand (", "exp (~", "code(49)", "code(113)", "upper(xmltype", "elt(", "elt (",
+    "extractvalue(", "updatexml(", "floor(rand(", "(rand(0)", "rand(0)", "rand()*", "procedure analyse(",
+    "procedure analyse (", "utl_inaddr.", "ctxsys.drithsx", "ctxsys.ctx_", "xmltype(", "dbms_utility.",
+    "dbms_xmlgen", "dbms_xslprocessor", "utl_http.request", "json_keys(", "gtid_subset(", "gtid_subtract(", "exp(~(",
+    "exp(~", "make_set(",
+    "convert(int,", "convert(int ,", "convert(int, ", "as numeric)", "::numeric", "::text||", "geometrycollection((",
+    "polygon((select", "multipoint((select", "multipoint(", "linestring((select", "multilinestring(",
+    "multipolygon((select", "name_const(", "httpuritype(", "st_latfromgeohash(", "st_longfromgeohash(",
+    "st_pointfromgeohash(", "row(*)>(select",
+    "cast((chr(", "cast((select", "cast(chr(", "cast(char(", "cast(version(", "cast(database(", "cast(user(",
+    "cast(count(", "as char),0x", "extractvalue (", "updatexml (", "floor (rand (", "exp (~", "code(49)",
+    "code(113)", "upper(xmltype", "elt(", "elt (",
 ], COMMON)
 family(151, "Reading the database's catalogue", "读取数据库结构", [
-    "information_schema.", "from information_schema", "`information_schema`", "[information_schema]", "group_concat(", "group_concat (", "concat_ws(", "concat_ws (", "from mysql.", "from sysobjects", "..sysobjects", "..sysdatabases", "..syscolumns", "..sysusers", "..syslogins", "sys.databases", "sys.tables where", "from pg_", "sqlite_master", "from all_tables", "from all_tab_columns",
-    "from dual--", "from dual)", "from dual where", "from dual union", "from dual#", "from v$version", "v$instance", "from user_tables", "sys.user$", "@@version", "@@datadir", "@@hostname", "@@basedir", "@@servername", "@@global.", "@@secure_file_priv",
-    "table_schema=", "table_schema =", "table_schema!=", "table_schema like", "column_name from", "table_name from", "column_name,", "table_name,", "table_name)", "column_name)", "table_name=", "table_name =", "table_name like", "aes_decrypt(aes_encrypt(", "aes_decrypt(", "unhex(hex(", "database()", "version()", "current_user()", "system_user()", "session_user()", "user()", "schema_name from", "msysaccessobjects", "msysobjects",
-    "version ()", "user ()", "database ()", "granted_role", "dba_users", "dba_role_privs", "sys.login_user", "current_setting(", "pg_read_file(", "db_name()", "db_name(", "host_name()", "1=system_user", "1=current_user", "=user--", "is_srvrolemember(", "from master..", "unhex (hex (",
+    "information_schema.", "from information_schema", "`information_schema`", "[information_schema]", "group_concat(",
+    "group_concat (", "concat_ws(", "concat_ws (", "from mysql.", "from sysobjects", "..sysobjects",
+    "..sysdatabases", "..syscolumns", "..sysusers", "..syslogins", "sys.databases", "sys.tables where", "from pg_",
+    "sqlite_master", "from all_tables", "from all_tab_columns",
+    "from dual--", "from dual)", "from dual where", "from dual union", "from dual#", "from v$version", "v$instance",
+    "from user_tables", "sys.user$", "@@version", "@@datadir", "@@hostname", "@@basedir", "@@servername",
+    "@@global.", "@@secure_file_priv",
+    "table_schema=", "table_schema =", "table_schema!=", "table_schema like", "column_name from", "table_name from",
+    "column_name,", "table_name,", "table_name)", "column_name)", "table_name=", "table_name =", "table_name like",
+    "aes_decrypt(aes_encrypt(", "aes_decrypt(", "unhex(hex(", "database()", "version()", "current_user()",
+    "system_user()", "session_user()", "user()", "schema_name from", "msysaccessobjects", "msysobjects",
+    "version ()", "user ()", "database ()", "granted_role", "dba_users", "dba_role_privs", "sys.login_user",
+    "current_setting(", "pg_read_file(", "db_name()", "db_name(", "host_name()", "1=system_user", "1=current_user",
+    "=user--", "is_srvrolemember(", "from master..", "unhex (hex (",
 ], BLANKS)
 family(152, "Reading or writing files", "读写服务器文件", [
-    "load_file(", "load_file (", "into outfile '", "into outfile \"", "into outfile", "into dumpfile", "load data infile '", "load xml infile", "lo_import(", "lo_export(", "lo_get(", "pg_ls_dir(", "copy (select", "to program '", "utl_file.",
+    "load_file(", "load_file (", "into outfile '", "into outfile \"", "into outfile", "into dumpfile",
+    "load data infile '", "load xml infile", "lo_import(", "lo_export(", "lo_get(", "pg_ls_dir(", "copy (select",
+    "to program '", "utl_file.",
 ], BLANKS)
 
-_STATEMENTS = ["select count(", "select case", "select sleep", "select pg_", "select benchmark", "select dbms_", "drop table", "drop database", "insert into",
-               "delete from", "truncate table", "alter table", "create table", "create user", "create or replace", "create function", "exec(", "exec master",
-               "execute immediate", "declare @", "waitfor delay", "set @", "xp_", "iif(", "delete ignore", "delete low_priority", "delete quick",
+_STATEMENTS = ["select count(", "select case", "select sleep", "select pg_", "select benchmark", "select dbms_",
+    "drop table", "drop database", "insert into",
+               "delete from", "truncate table", "alter table", "create table", "create user", "create or replace",
+               "create function", "exec(", "exec master",
+               "execute immediate", "declare @", "waitfor delay", "set @", "xp_", "iif(", "delete ignore",
+               "delete low_priority", "delete quick",
                "load xml", "load data", "drop function", "begin declare"]
-_TIGHT = ["select ", "select(", "select\n", "select/", "drop ", "insert ", "update ", "delete ", "exec ", "execute ", "declare ", "create ", "waitfor ", "shutdown", "call ",
+_TIGHT = ["select ", "select(", "select\n", "select/", "drop ", "insert ", "update ", "delete ", "exec ", "execute ",
+    "declare ", "create ", "waitfor ", "shutdown", "call ",
           "begin ", "if(", "if (", "iif(", "iif (", "alter ", "truncate ", "grant ", "copy ", "rename ", "merge "]
 family(161, "Stacked query", "堆叠注入", [
     semi + text for semi in (";", "; ") for text in _STATEMENTS
@@ -169,16 +247,22 @@ family(161, "Stacked query", "堆叠注入", [
 ] + [
     closer + text for closer in ("';", "');") for text in _TIGHT
 ] + [
-    closer + text for closer in ("\");", "));") for text in ("drop ", "insert ", "update ", "exec ", "declare ", "create ", "waitfor ", "begin ", "iif(", "iif (", "alter ", "select(", "select\n")
+    closer + text for closer in ("\");", "));") for text in ("drop ", "insert ", "update ", "exec ", "declare ",
+    "create ", "waitfor ", "begin ", "iif(", "iif (", "alter ", "select(", "select\n")
 ] + [
     "\");" + text for text in ("select ", "if(", "if (", "call ")
 ] + [
-    "'; " + text for text in ("select ", "select\n", "drop ", "insert ", "update ", "delete ", "exec ", "declare ", "create ", "waitfor ", "shutdown", "truncate ", "alter ")
+    "'; " + text for text in ("select ", "select\n", "drop ", "insert ", "update ", "delete ", "exec ", "declare ",
+    "create ", "waitfor ", "shutdown", "truncate ", "alter ")
 ] + [
-    "';shutdown", "= all (select", "! all (select", "email=all(select", "union distinct ( select", "union ( select", "union all ( select", "select user from dual", "'or not false", "'or 0", "'or column", "'or id=",
-    "||substr(", "|| substr(", "||ascii(", "||(select", "xp_cmdshell", "xp_regread", "xp_dirtree", "xp_fileexist", "xp_availablemedia", "sp_oacreate", "sp_executesql @", "sp_addlogin", "sp_addsrvrolemember",
-    "sp_makewebtask", "sp_add_job", "exec master", "exec(@", "exec xp_", "exec sp_", "master..xp", "master.dbo.xp", "openrowset('", "opendatasource('",
-    "create or replace function sleep", "call regexp_substring(", "execute immediate '", "execute immediate \"", "identified by '", "drop table users", "utl_smtp.",
+    "';shutdown", "= all (select", "! all (select", "email=all(select", "union distinct ( select", "union ( select",
+    "union all ( select", "select user from dual", "'or not false", "'or 0", "'or column", "'or id=",
+    "||substr(", "|| substr(", "||ascii(", "||(select", "xp_cmdshell", "xp_regread", "xp_dirtree", "xp_fileexist",
+    "xp_availablemedia", "sp_oacreate", "sp_executesql @", "sp_addlogin", "sp_addsrvrolemember",
+    "sp_makewebtask", "sp_add_job", "exec master", "exec(@", "exec xp_", "exec sp_", "master..xp", "master.dbo.xp",
+    "openrowset('", "opendatasource('",
+    "create or replace function sleep", "call regexp_substring(", "execute immediate '", "execute immediate \"",
+    "identified by '", "drop table users", "utl_smtp.",
     ";select ", ";drop ", "dbms_java.", "';select", "; exec (",
 ], BLANKS)
 
@@ -186,19 +270,29 @@ family(171, "Comment ends the statement", "注释截断语句", [
     closer + end for closer in ("')", "'))", "\")", "\"))", "%'") for end in ("--", " --", "#", " #", ";--")
     if not (closer == "\")" and end == "#")
 ] + [
-    "';--", "'; --", "\";--", "\"; --", "'-- -", "' -- -", "'--+", "' --+", "'-- -", "admin'--", "admin' --", "admin'#", "admin' #", "admin'/", "admin' or", "admin\"--", "admin\" --", "admin\" #", "admin\"#", "admin\" or", "root'--", "root'#", "' or 1*--", "1'--", "1'#", "1' #", "1' --", "1'-- ", "x'--", "a'--", 
+    "';--", "'; --", "\";--", "\"; --", "'-- -", "' -- -", "'--+", "' --+", "'-- -", "admin'--", "admin' --",
+    "admin'#", "admin' #", "admin'/", "admin' or", "admin\"--", "admin\" --", "admin\" #", "admin\"#", "admin\" or",
+    "root'--", "root'#", "' or 1*--", "1'--", "1'#", "1' #", "1' --", "1'-- ", "x'--", "a'--",
     "1--+", "1 --+", "-- -a", 
 ], BLANKS)
 family(172, "Comment that the database runs", "可执行注释绕过", [
-    "/*!union", "/*!select", "/*!or", "/*!and", "/*!50000union", "/*!50000select", "/*!12345union", "/*!12345select", "/*!00000union", "/*!00000select",
+    "/*!union", "/*!select", "/*!or", "/*!and", "/*!50000union", "/*!50000select", "/*!12345union", "/*!12345select",
+    "/*!00000union", "/*!00000select",
     "/*!50000", "/*!00000", "/*!40000", "/*!12345", "/*!30000", "/*!32302", "/*!13337", "/*!11111",
 ], PLAIN)
 family(173, "Character building", "字符拼接绕过", [
-    "||chr(", "||char(", ")||chr", "concat(0x", "concat(char(", "concat(chr(", "concat((select", "concat((", "char(113)", "chr(113)", "+char(", " char(", ",char(", "(char(", "char(58)", "char(58),", "like char(", "like(char(", "like('abcdefg'", "'abcdefg',upper", "|| chr (", "||chr (", "||char (", "(chr(", "(chr (", "concat (0x", "concat ((", "||(select", "|| (select", "||'||", "'||'", "nchr(",
+    "||chr(", "||char(", ")||chr", "concat(0x", "concat(char(", "concat(chr(", "concat((select", "concat((",
+    "char(113)", "chr(113)", "+char(", " char(", ",char(", "(char(", "char(58)", "char(58),", "like char(",
+    "like(char(", "like('abcdefg'", "'abcdefg',upper", "|| chr (", "||chr (", "||char (", "(chr(", "(chr (",
+    "concat (0x", "concat ((", "||(select", "|| (select", "||'||", "'||'", "nchr(",
 ], BLANKS)
 family(174, "Function nesting", "函数嵌套绕过", [
-    "( cos (", "(select cos (", "binary binary", "binary ( select", "( binary (", "(select binary", "cos ( binary", "( binary cos", "((select", "( (select", "cos(pi())", "pi()", "ord('", "ascii('", "ascii(substr", "substring((select", "substr((select", "mid((select", "ascii(mid(", "hex(substr", "substring(version", "substring(user", "substring(database", "substring(@@", "mid(version", "mid(user", "mid(database",
-    "unicode(substring", "isnull(ascii", "isnull(cast", "ifnull(cast", "ord(mid(", "coalesce(cast", "length((select", "length(database", "length(user", "count(select", "system_user--", "isnull(1/0", "sounds like '",
+    "( cos (", "(select cos (", "binary binary", "binary ( select", "( binary (", "(select binary", "cos ( binary",
+    "( binary cos", "((select", "( (select", "cos(pi())", "pi()", "ord('", "ascii('", "ascii(substr",
+    "substring((select", "substr((select", "mid((select", "ascii(mid(", "hex(substr", "substring(version",
+    "substring(user", "substring(database", "substring(@@", "mid(version", "mid(user", "mid(database",
+    "unicode(substring", "isnull(ascii", "isnull(cast", "ifnull(cast", "ord(mid(", "coalesce(cast", "length((select",
+    "length(database", "length(user", "count(select", "system_user--", "isnull(1/0", "sounds like '",
 ], BLANKS)
 
 # The event attributes of HTML, SVG and older browsers (HTML living standard, MDN, SVG animation, historical lists).
@@ -216,63 +310,127 @@ ontimeerror ontimeupdate ontoggle ontouchcancel ontouchend ontouchmove ontouchst
 """.split())
 
 family(181, "Injection in an address", "来源地址中的注入", [
-    "%20union%20select", "%20union%20all%20select", "%27%20union", "%27%20order%20by", "%20order%20by%201", "%27%20or%201", "%27%20and%201", "%20or%201=1", "%20and%201=1", "%20or%201%3d1",
-    "%20and%201%3d1", "%27%20or%20%27", "%3bselect", "%3bdrop", "/union/*/select", "%20and%20sleep", "%20or%20sleep", "sleep%28", "information_schema", "%20waitfor%20delay", "%27--", "%27%29%20or",
+    "%20union%20select", "%20union%20all%20select", "%27%20union", "%27%20order%20by", "%20order%20by%201",
+    "%27%20or%201", "%27%20and%201", "%20or%201=1", "%20and%201=1", "%20or%201%3d1",
+    "%20and%201%3d1", "%27%20or%20%27", "%3bselect", "%3bdrop", "/union/*/select", "%20and%20sleep", "%20or%20sleep",
+    "sleep%28", "information_schema", "%20waitfor%20delay", "%27--", "%27%29%20or",
     "%3cscript", "%3csvg", "%3ciframe", "%3cimg", "alert%28", "onerror%3d", "onload%3d",
 ], PLAIN, ("post", "header"))
 
 family(127, "Always-true condition", "永真条件注入", [
-    f"' or {name}{test}" for name in ("id", "uid", "userid", "user", "username", "name", "login", "email", "password", "passwd") for test in ("=", " =", " like ", " is ", " <", ">")
+    f"' or {name}{test}" for name in ("id", "uid", "userid", "user", "username", "name", "login", "email", "password",
+    "passwd") for test in ("=", " =", " like ", " is ", " <", ">")
 ] + [
-    "' or false", "' or exists", "' or (exists", "' or 2 between", "' or 1 between", "'or userid", "'or username", "'or name",
+    "' or false", "' or exists", "' or (exists", "' or 2 between", "' or 1 between", "'or userid", "'or username",
+    "'or name",
 ], BLANKS)
-family(126, "Column count probing", "探测列数", [f"order by {number}" for number in range(1, 32)], PLAIN, ADDRESS_AND_HEADERS)
+family(126, "Column count probing", "探测列数", [f"order by {number}" for number in range(1, 32)], PLAIN,
+    ADDRESS_AND_HEADERS)
 
 # ---- XSS ------------------------------------------------------------------------------------------------------------
 
 family(201, "Script tag", "脚本标签", [
-    "<script", "</script", "<script/", "<script\n", "\\x3cscript", "\\u003cscript", "&lt;script", "&#60;script", "&#x3c;script", "%3cscript", "+adw-script", "<%00script", "<scr<script", ":script>", "<;script", "<x:script", "<svg:script", "script src=", "<script>", "<!--#exec", "<!--#include",
+    "<script", "</script", "<script/", "<script\n", "\\x3cscript", "\\u003cscript", "&lt;script", "&#60;script",
+    "&#x3c;script", "%3cscript", "+adw-script", "<%00script", "<scr<script", ":script>", "<;script", "<x:script",
+    "<svg:script", "script src=", "<script>", "<!--#exec", "<!--#include",
 ], BLANKS)
 family(208, "Active content", "活动内容标签", ["<embed", "<object", "<meta ", "<base ", "<param ", "<applet"], BLANKS)
 _CALLS = ["alert", "prompt", "confirm"]
 family(202, "Script call", "脚本调用", [
-    call + end for call in _CALLS for end in ("(", "`", "&lpar;", "&#40", "%28", "\\u0028", "\\x28", ".call(", ".apply(", ".bind(", ")(", "]()", "\\`", "//(", "?.(", ",", ";", ".source")
+    call + end for call in _CALLS for end in ("(", "`", "&lpar;", "&#40", "%28", "\\u0028", "\\x28", ".call(",
+    ".apply(", ".bind(", ")(", "]()", "\\`", "//(", "?.(", ",", ";", ".source")
     if end not in (",", ";")
 ] + [
-    "top['", "top[\"", "top[/", "self['", "self[\"", "self[/", "window['", "window[\"", "window[/", "window[`", "parent['", "parent[\"", "parent[/", "frames['", "frames[\"", "frames[/", "this['", "this[\"", "this[/", "globalthis['", "globalthis[\"", "globalthis[/",
-    "document.cookie", "document.domain", "document.location", "document.write", "document.body.", "document.url", "document.documenturi", "document.baseuri", "document.referrer", "document.forms", "document['cookie", "document[", "document.vulnerable", "document.getelement", "document.createelement(", "document.queryselector", "document.__", "document.implementation", "document.head", "document.documentelement", "document.title", "document::",
-    "string.fromcharcode", "fromcharcode(", "eval(atob", "eval(string", "eval(location", "eval(name", "eval(unescape", "eval('", "eval(document", "eval(window", "eval(decode", "eval.call", "eval(this", "eval(/", "eval(a",  "eval(self", "eval(url", "${eval}", "eval`", "settimeout('", "settimeout(\"", "settimeout(alert", "settimeout`", "setinterval('", "setinterval(\"", "setinterval`", "setinterval(code", "function('al", "new function(", "new xmlhttprequest", "new activexobject", "new function`", "function(\"", "[].constructor", "[].filter", "[].map", "[].sort", "].find(", ".constructor(", ".constructor`", ".constructor.constructor", "constructor['", "constructor[",
-    "window.location", "window.name", "window.open(", "window.onerror", "location.hash", "location='", "location=\"", "location=location", "location=name", "location=j", "location.replace(", "location.assign(", "location.href=", "location.href", "location.pathname", "location.search", "location.protocol", "location=javascript", "onerror=alert", "onerror=eval", "throw onerror", "innerhtml=", "localstorage.", "wscript.", "msgbox(", "import('//", "$.getscript", "navigator.sendbeacon", "\\u0061lert", "\\x61lert", "al\\u0065rt", "aler\\u0074", "\\u{61}lert", "al\\x65rt", "a\\u006cert", "\\x61\\x6c\\x65", "&#97;lert", "atob(", "unescape(", "javascript&", "tostring(30)", "write(1)", "write(url", "getscript(", "externalinterface.call", "geturl,", "asfunction:",  
+    "top['", "top[\"", "top[/", "self['", "self[\"", "self[/", "window['", "window[\"", "window[/", "window[`",
+    "parent['", "parent[\"", "parent[/", "frames['", "frames[\"", "frames[/", "this['", "this[\"", "this[/",
+    "globalthis['", "globalthis[\"", "globalthis[/",
+    "document.cookie", "document.domain", "document.location", "document.write", "document.body.", "document.url",
+    "document.documenturi", "document.baseuri", "document.referrer", "document.forms", "document['cookie",
+    "document[", "document.vulnerable", "document.getelement", "document.createelement(", "document.queryselector",
+    "document.__", "document.implementation", "document.head", "document.documentelement", "document.title",
+    "document::",
+    "string.fromcharcode", "fromcharcode(", "eval(atob", "eval(string", "eval(location", "eval(name", "eval(unescape",
+    "eval('", "eval(document", "eval(window", "eval(decode", "eval.call", "eval(this", "eval(/", "eval(a",
+    "eval(self", "eval(url", "${eval}", "eval`", "settimeout('", "settimeout(\"", "settimeout(alert", "settimeout`",
+    "setinterval('", "setinterval(\"", "setinterval`", "setinterval(code", "function('al", "new function(",
+    "new xmlhttprequest", "new activexobject", "new function`", "function(\"", "[].constructor", "[].filter",
+    "[].map", "[].sort", "].find(", ".constructor(", ".constructor`", ".constructor.constructor", "constructor['",
+    "constructor[",
+    "window.location", "window.name", "window.open(", "window.onerror", "location.hash", "location='", "location=\"",
+    "location=location", "location=name", "location=j", "location.replace(", "location.assign(", "location.href=",
+    "location.href", "location.pathname", "location.search", "location.protocol", "location=javascript",
+    "onerror=alert", "onerror=eval", "throw onerror", "innerhtml=", "localstorage.", "wscript.", "msgbox(",
+    "import('//", "$.getscript", "navigator.sendbeacon", "\\u0061lert", "\\x61lert", "al\\u0065rt", "aler\\u0074",
+    "\\u{61}lert", "al\\x65rt", "a\\u006cert", "\\x61\\x6c\\x65", "&#97;lert", "atob(", "unescape(", "javascript&",
+    "tostring(30)", "write(1)", "write(url", "getscript(", "externalinterface.call", "geturl,", "asfunction:",
 ], BLANKS)
 family(203, "Script address", "脚本地址", [
-    "javascript:" + text for text in ("alert", "confirm", "prompt", "eval", "document", "window", "location", "javascript:", "/", "//", "void(", "'", "\"", "`", "%", "\\", "(", "&", "top", "self", "parent", "this", "new ", "name", "a=", "x=", "1", "open(", "qxss", "history", "cookie", "url(", "$", "write", "setinterval", "settimeout", "[")
+    "javascript:" + text for text in ("alert", "confirm", "prompt", "eval", "document", "window", "location",
+    "javascript:", "/", "//", "void(", "'", "\"", "`", "%", "\\", "(", "&", "top", "self", "parent", "this", "new ",
+    "name", "a=", "x=", "1", "open(", "qxss", "history", "cookie", "url(", "$", "write", "setinterval", "settimeout",
+    "[")
     if text not in ("void(", "history")
 ] + [
-    "vbscript:", "livescript:", "jscript:", "jscript.encode", "vbscript.encode", "data:text/html", "data:text/xml", "data:text/javascript", "data:application/x-", "data:application/javascript", "data:text/html;base64", "feed:javascript", "javascript&colon;", "javascript&#58", "javascript&#x3a", "java\nscript", "java\tscript", "java\rscript", "jav\tascript", "jav\nascript", "jav\rascript", "jav&#", "java&#", "j&#", "&#106;", "&#0000106", "&#x6a", "&#106&", "&#x6a&", "\\x6aavascript", "ja\\vascript", "&newline;", "&tab;", "&colon;", "&lpar;",
-    "href=javascript", "src=javascript", "background=javascript", "action=javascript", "formaction=javascript", "formaction=\"", "formaction='", "formaction=//", "xlink:href", "url(javascript", "url('javascript", "url(\"javascript", "livescript", "view-source:", "srcdoc=", "href=data:", "src=data:text",
+    "vbscript:", "livescript:", "jscript:", "jscript.encode", "vbscript.encode", "data:text/html", "data:text/xml",
+    "data:text/javascript", "data:application/x-", "data:application/javascript", "data:text/html;base64",
+    "feed:javascript", "javascript&colon;", "javascript&#58", "javascript&#x3a", "java\nscript", "java\tscript",
+    "java\rscript", "jav\tascript", "jav\nascript", "jav\rascript", "jav&#", "java&#", "j&#", "&#106;", "&#0000106",
+    "&#x6a", "&#106&", "&#x6a&", "\\x6aavascript", "ja\\vascript", "&newline;", "&tab;", "&colon;", "&lpar;",
+    "href=javascript", "src=javascript", "background=javascript", "action=javascript", "formaction=javascript",
+    "formaction=\"", "formaction='", "formaction=//", "xlink:href", "url(javascript", "url('javascript",
+    "url(\"javascript", "livescript", "view-source:", "srcdoc=", "href=data:", "src=data:text",
 ], PLAIN)
 # Names that no ordinary parameter or attribute of a settings page has; found wherever they stand before "=".
-_AMBIGUOUS = ["onload", "onclick", "onchange", "onsubmit", "onselect", "onstart", "onend", "onmessage", "onplay", "onsearch", "onfinish", "onrepeat", "onscroll", "oninput",
-              "onresize", "onblur", "oncopy", "oncut", "onpaste", "ondrag", "ondrop", "onclose", "onshow", "onstop", "onprogress", "onreset", "onhelp", "onmove", "onpause", "oncancel", "onundo", "onredo",
-              "onstorage", "onresume", "onended", "oncommand", "onsuspend", "ononline", "onoffline", "onabort", "onseek", "onbounce", "onzoom", "onwaiting"]
+_AMBIGUOUS = ["onload", "onclick", "onchange", "onsubmit", "onselect", "onstart", "onend", "onmessage", "onplay",
+    "onsearch", "onfinish", "onrepeat", "onscroll", "oninput",
+              "onresize", "onblur", "oncopy", "oncut", "onpaste", "ondrag", "ondrop", "onclose", "onshow", "onstop",
+              "onprogress", "onreset", "onhelp", "onmove", "onpause", "oncancel", "onundo", "onredo",
+              "onstorage", "onresume", "onended", "oncommand", "onsuspend", "ononline", "onoffline", "onabort",
+              "onseek", "onbounce", "onzoom", "onwaiting"]
 family(204, "Event attribute", "事件属性", [
     name + "=" for name in EVENT_NAMES if name not in _AMBIGUOUS
 ] + [
-    mark + name + "=" for name in ("onload", "onclick", "onblur", "onresize", "onscroll", "onselect", "onsubmit", "onchange", "oninput", "onstart", "onpaste", "oncut", "oncopy", "ondrag", "onplay")
+    mark + name + "=" for name in ("onload", "onclick", "onblur", "onresize", "onscroll", "onselect", "onsubmit",
+    "onchange", "oninput", "onstart", "onpaste", "oncut", "oncopy", "ondrag", "onplay")
     for mark in ("/", "\"", "'")
 ] + [
-    "<*" + name + "=" + text for name in ("onload", "onclick") for text in ("(", "`", "\\", "&", "[", "\"(", "\"&", "\"\\", "\"[")
+    "<*" + name + "=" + text for name in ("onload", "onclick") for text in ("(", "`", "\\", "&", "[", "\"(", "\"&",
+    "\"\\", "\"[")
 ] + ["\" onload=", "' onload=", "\" onclick=", "' onclick=", "onxxx="], BLANKS)
 family(205, "Dangerous style or markup", "危险样式或标签", [
-    "expression(alert", "expression(javascript", "expression(document", "expression(eval", "expression(write", "expression(prompt", "expression(confirm", ":expression(", ": expression(", "-moz-binding", "behavior:url", "behavior: url", "behaviour:url", "behaviour: url", "@import'", "@import \"http", "@import url(http", "@import \"//", "style=x:", "x:expression", "x:url", "ex*pression(alert", "/pression(", "expr/", "/ession(", "xss:expr", "<svg", "<svg/", "<svg\n", "<math", "<layer", "<ilayer", "<bgsound", "<isindex", "<marquee", "<keygen", "<applet", "<frameset", "<frame ", "<vmlframe", "<xml ", "<xss", "<?import", "<?xml-stylesheet", "<!entity", "<!doctype html [", "<listener", "<handler", "<set ", "<animate", "<foreignobject", "<event-source", "<details/", "<details open", "<body ", "<body/", "<body\n", "<html ", "<html/", "xmlns:xss", "xi:include", "type=\"text/javascript", "type='text/javascript", "language=vbs", "language=\"javascript", "dynsrc=", "lowsrc=", "datasrc=", "accesskey(", "fscommand(", "seeksegmenttime",
-    "<img/", "<img\n", "<img\t", "<img src=x", "<img src=1", "<img src=a ", "<img src=\"x\"", "<img src='x'", "<img src=# ", "<img src=\"mocha", "<img src=`", "<img src=&", "<img src=j", "<img src=\"j", "<input/", "<a/", "<x/", "<x ", "<d3", "<q/", "<w=", "<video/", "<audio/", "<iframe/", "<details/", "<a\n", "<image", "<brute", "+adw-",
+    "expression(alert", "expression(javascript", "expression(document", "expression(eval", "expression(write",
+    "expression(prompt", "expression(confirm", ":expression(", ": expression(", "-moz-binding", "behavior:url",
+    "behavior: url", "behaviour:url", "behaviour: url", "@import'", "@import \"http", "@import url(http",
+    "@import \"//", "style=x:", "x:expression", "x:url", "ex*pression(alert", "/pression(", "expr/", "/ession(",
+    "xss:expr", "<svg", "<svg/", "<svg\n", "<math", "<layer", "<ilayer", "<bgsound", "<isindex", "<marquee",
+    "<keygen", "<applet", "<frameset", "<frame ", "<vmlframe", "<xml ", "<xss", "<?import", "<?xml-stylesheet",
+    "<!entity", "<!doctype html [", "<listener", "<handler", "<set ", "<animate", "<foreignobject", "<event-source",
+    "<details/", "<details open", "<body ", "<body/", "<body\n", "<html ", "<html/", "xmlns:xss", "xi:include",
+    "type=\"text/javascript", "type='text/javascript", "language=vbs", "language=\"javascript", "dynsrc=", "lowsrc=",
+    "datasrc=", "accesskey(", "fscommand(", "seeksegmenttime",
+    "<img/", "<img\n", "<img\t", "<img src=x", "<img src=1", "<img src=a ", "<img src=\"x\"", "<img src='x'",
+    "<img src=# ", "<img src=\"mocha", "<img src=`", "<img src=&", "<img src=j", "<img src=\"j", "<input/", "<a/",
+    "<x/", "<x ", "<d3", "<q/", "<w=", "<video/", "<audio/", "<iframe/", "<details/", "<a\n", "<image", "<brute",
+    "+adw-",
 ], BLANKS)
 family(206, "Active markup in an address", "地址中的活动标签", [
-    "<iframe", "\"><img", "'><img", "\"><a ", "\"><h1>", "'><h1>", "\"><b>", "data:image/svg+xml", "<link rel", "<style>", "<style ", "<form>", "<form ", "<textarea>", "</title>", "</textarea>", "</style>", "<noscript>", "<template>", "<img ", "<input *=", "<button>", "<table background", "<video>", "<audio>", "<video ", "<audio ", "<a href=\"data", "<a href='data",
+    "<iframe", "\"><img", "'><img", "\"><a ", "\"><h1>", "'><h1>", "\"><b>", "data:image/svg+xml", "<link rel",
+    "<style>", "<style ", "<form>", "<form ", "<textarea>", "</title>", "</textarea>", "</style>", "<noscript>",
+    "<template>", "<img ", "<input *=", "<button>", "<table background", "<video>", "<audio>", "<video ", "<audio ",
+    "<a href=\"data", "<a href='data",
 ], PLAIN, ADDRESS_AND_HEADERS)
 family(207, "Active markup in a body", "正文中的活动标签", [
-    "<iframe onload", "<iframe/onload", "<iframe src=mhtml", "<iframe src=j", "<iframe src=\"j", "<iframe src='j", "<iframe srcdoc", "<iframe src=\"data", "<iframe src=data", "<iframe src=\"vb", "<embed src=\"j", "<embed src=j", "<embed src=\"data", "<embed code", "<object data=\"j", "<object data=j", "<object data=\"data", "<object data=data", "<object classid", "<meta http-equiv", "<base href=\"j", "<base href=j", "<base href=\"//", "<base href=", "<link rel=import", "<link rel=\"import", "<link rel=\"stylesheet\" href=\"j", "<style>@im", "<style><", "</style><img", "</style><script", "</title><", "</textarea><", "<table background=\"j", "<table background=j", "<td background=\"j",
-    "<object type=\"text/x-scriptlet", "<iframe src=http", "<link rel=stylesheet", "<form action=\"j", "<form action=j", "&#x3c;s", "&#60;s", "&#60;i", "&#60;m", "&#60;l", "&#60&#", "&#x3c;&#", "&#60;&#", "&#x73;&#x", "&#115;&#99", "&#115&#99", "&#106;&#97", "&#106&#97", "&#x6a;", "&#x6a&", "alert*&#40", "alert*&#x28", "prompt*&#x28", "confirm*&#x28", "javas*&#*ript", "%3cscript", "%3ciframe", "%3csvg", 
+    "<iframe onload", "<iframe/onload", "<iframe src=mhtml", "<iframe src=j", "<iframe src=\"j", "<iframe src='j",
+    "<iframe srcdoc", "<iframe src=\"data", "<iframe src=data", "<iframe src=\"vb", "<embed src=\"j", "<embed src=j",
+    "<embed src=\"data", "<embed code", "<object data=\"j", "<object data=j", "<object data=\"data",
+    "<object data=data", "<object classid", "<meta http-equiv", "<base href=\"j", "<base href=j", "<base href=\"//",
+    "<base href=", "<link rel=import", "<link rel=\"import", "<link rel=\"stylesheet\" href=\"j", "<style>@im",
+    "<style><", "</style><img", "</style><script", "</title><", "</textarea><", "<table background=\"j",
+    "<table background=j", "<td background=\"j",
+    "<object type=\"text/x-scriptlet", "<iframe src=http", "<link rel=stylesheet", "<form action=\"j",
+    "<form action=j", "&#x3c;s", "&#60;s", "&#60;i", "&#60;m", "&#60;l", "&#60&#", "&#x3c;&#", "&#60;&#",
+    "&#x73;&#x", "&#115;&#99", "&#115&#99", "&#106;&#97", "&#106&#97", "&#x6a;", "&#x6a&", "alert*&#40",
+    "alert*&#x28", "prompt*&#x28", "confirm*&#x28", "javas*&#*ript", "%3cscript", "%3ciframe", "%3csvg",
 ], BLANKS, BODY)
 
 # ---- the SQL detector -----------------------------------------------------------------------------------------------
@@ -280,9 +438,12 @@ family(207, "Active markup in a body", "正文中的活动标签", [
 # pair is then found in a text whose comments are gone ("un/**/ion sel/**/ect 1"), and no ordinary text begins with it.
 LEADING_WORDS = {
     "cut_number": 12, "word_number": 11,
-    "cuts": [before + phrase for before in (" ", "'", ")", "(", "\"", "\t", "`", "/", ";") for phrase in ("union se", "union all se", "union distinct se")]
-    + [before + "(se" for before in ("=", ",", "(", "|", "'-", "-", "/", "union", "union ", "union all", "union all ", " rlike ", " like ", "<", ">", "@", "&", "!")]
-    + [before + phrase for before in (";", "; ") for phrase in ("drop ta", "drop da", "insert i", "truncate ta", "alter ta", "create ta", "waitfor d")]
+    "cuts": [before + phrase for before in (" ", "'", ")", "(", "\"", "\t", "`", "/", ";") for phrase in ("union se",
+    "union all se", "union distinct se")]
+    + [before + "(se" for before in ("=", ",", "(", "|", "'-", "-", "/", "union", "union ", "union all", "union all ",
+    " rlike ", " like ", "<", ">", "@", "&", "!")]
+    + [before + phrase for before in (";", "; ") for phrase in ("drop ta", "drop da", "insert i", "truncate ta",
+    "alter ta", "create ta", "waitfor d")]
     + [";se", "' waitfor d", ") waitfor d", " waitfor d", " into out", " into dump", " procedure ana", " load data in"],
     "words": [
         ("lect", "select", "Union query or subquery", "联合查询或子查询注入"),
@@ -293,7 +454,9 @@ LEADING_WORDS = {
         ("umpfile", "into dumpfile", "Writing a file", "写服务器文件"),
     ],
 }
-LEADING_WORDS["cuts"] = [c.replace(" into out", " into o").replace(" into dump", " into d").replace(" procedure ana", " procedure a").replace(" load data in", " load data i") for c in LEADING_WORDS["cuts"]]
-LEADING_WORDS["words"] += [("utfile", "into outfile", "Writing a file", "写服务器文件"), ("nfile", "load data infile", "Reading a file", "读服务器文件")]
+LEADING_WORDS["cuts"] = [c.replace(" into out", " into o").replace(" into dump", " into d").replace(" procedure ana",
+    " procedure a").replace(" load data in", " load data i") for c in LEADING_WORDS["cuts"]]
+LEADING_WORDS["words"] += [("utfile", "into outfile", "Writing a file", "写服务器文件"), ("nfile", "load data infile",
+    "Reading a file", "读服务器文件")]
 
 EVENTS = {"number": 31, "english": "HTML event", "chinese": "HTML事件", "names": EVENT_NAMES}
