@@ -444,7 +444,7 @@ LEADING_WORDS = {
     " rlike ", " like ", "<", ">", "@", "&", "!")]
     + [before + phrase for before in (";", "; ") for phrase in ("drop ta", "drop da", "insert i", "truncate ta",
     "alter ta", "create ta", "waitfor d")]
-    + [";se", "' waitfor d", ") waitfor d", " waitfor d", " into out", " into dump", " procedure ana", " load data in"],
+    + [";se", "' waitfor d", ") waitfor d", " waitfor d", " into o", " into d", " load data i"],
     "words": [
         ("lect", "select", "Union query or subquery", "联合查询或子查询注入"),
         ("ble", "table", "Stacked query", "堆叠注入"),
@@ -452,11 +452,8 @@ LEADING_WORDS = {
         ("nto", "insert into", "Stacked query", "堆叠注入"),
         ("elay", "waitfor delay", "Time-based blind injection", "时间盲注"),
         ("umpfile", "into dumpfile", "Writing a file", "写服务器文件"),
+        ("utfile", "into outfile", "Writing a file", "写服务器文件"),
+        ("nfile", "load data infile", "Reading a file", "读服务器文件"),
     ],
 }
-LEADING_WORDS["cuts"] = [c.replace(" into out", " into o").replace(" into dump", " into d").replace(" procedure ana",
-    " procedure a").replace(" load data in", " load data i") for c in LEADING_WORDS["cuts"]]
-LEADING_WORDS["words"] += [("utfile", "into outfile", "Writing a file", "写服务器文件"), ("nfile", "load data infile",
-    "Reading a file", "读服务器文件")]
-
 EVENTS = {"number": 31, "english": "HTML event", "chinese": "HTML事件", "names": EVENT_NAMES}
