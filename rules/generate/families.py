@@ -440,8 +440,8 @@ LEADING_WORDS = {
     "cut_number": 12, "word_number": 11,
     "cuts": [before + phrase for before in (" ", "'", ")", "(", "\"", "\t", "`", "/", ";") for phrase in ("union se",
     "union all se", "union distinct se")]
-    + [before + "(se" for before in ("=", ",", "(", "|", "'-", "-", "/", "union", "union ", "union all", "union all ",
-    " rlike ", " like ", "<", ">", "@", "&", "!")]
+    + [before + "(se" for before in ("=", "(", "|", "'-", "union", "union ", "union all", "union all ", " rlike ",
+    " like ")]
     + [before + phrase for before in (";", "; ") for phrase in ("drop ta", "drop da", "insert i", "truncate ta",
     "alter ta", "create ta", "waitfor d")]
     + [";se", "' waitfor d", ") waitfor d", " waitfor d", " into o", " into d", " load data i"],
