@@ -276,7 +276,6 @@ ConfigStatus ParseConfigParts(std::string_view ip_lists, std::string_view settin
 
 ConfigStatus ParseConfigText(std::string_view file_text, WebsiteConfig* config) {
   if (file_text.size() < kConfigMinBytes) return ConfigStatus::kTooShort;
-  if (file_text.size() > kConfigMaxBytes) return ConfigStatus::kTooLong;
   const ConfigParts parts = SplitConfigText(file_text);
   if (!parts.has_settings) return ConfigStatus::kNoSettingsPart;
   return ParseConfigParts(parts.ip_lists, parts.settings, config);

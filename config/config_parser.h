@@ -42,7 +42,8 @@ ConfigParts SplitConfigText(std::string_view file_text);
 /// The JSON of a part: from its first "{" to its last "}", empty when it has none.
 std::string_view JsonOfPart(std::string_view part);
 
-/// Fills *config, which must be fresh, from the text of a whole file. Only with kLoaded is the record meant for use.
+/// Fills *config, which must be fresh, from the text of a whole file of at most kConfigMaxBytes (LoadConfigFile sees to
+/// that). Only with kLoaded is the record meant for use.
 ConfigStatus ParseConfigText(std::string_view file_text, WebsiteConfig* config);
 
 /// The same from the parts.
