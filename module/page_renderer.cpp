@@ -39,8 +39,9 @@ std::string ToUtf8(std::string_view local) { return CCharSet::LocalToUtf8(local)
 /// A text of ours in UTF-8.
 std::string PageText(Language language, MessageId id) { return ToUtf8(Message(language, id)); }
 
-/// A value from outside. Decoding comes first: UTF-8 has no byte that could swallow the markup after it.
-std::string Safe(std::string_view local) { return HtmlEscape(ToUtf8(local)); }
+/// A value from outside. Decoding comes first: UTF-8 has no byte that could swallow the markup after it. Braces are
+/// escaped too: nothing that handles the page later may take them for a placeholder.
+std::string Safe(std::string_view local) { return ReplaceAll(HtmlEscape(ToUtf8(local)), "{", "&#123;"); }
 
 std::string CurrentTime() {
   const CalendarTime now = LocalTime(UnixSeconds());
@@ -55,7 +56,7 @@ std::string PasswordForm(const RequestFacts& facts) {
   const std::string prompt = PageText(language, MessageId::kPasswordPrompt);
   const std::string submit = PageText(language, MessageId::kPasswordSubmit);
   const std::string address = Safe(facts.client_ip_copy);
-  const std::string action = HtmlEscape(FormAction(facts.raw_url));
+  const std::string action = Safe(FormAction(facts.raw_url));  // ASCII
   UnlockRegistry().RegisterForUnlocking(facts);
   return Substitute(
       kPasswordForm,

@@ -12,6 +12,7 @@ void AddInitCommand(CLI::App* app, int* exit_code);
 void AddSettingsCommands(CLI::App* app, int* exit_code);  ///< pack, unpack, lint
 void AddLibraryCommand(CLI::App* app, int* exit_code);
 void AddCipherCommands(CLI::App* app, int* exit_code);  ///< encrypt, decrypt
+void AddCheckCommand(CLI::App* app, int* exit_code);
 void AddReferenceCommand(CLI::App* app, int* exit_code);
 
 }  // namespace qiv

@@ -19,6 +19,7 @@ int main(int argc, char** argv) {
   qiv::AddSettingsCommands(&app, &exit_code);
   qiv::AddLibraryCommand(&app, &exit_code);
   qiv::AddCipherCommands(&app, &exit_code);
+  qiv::AddCheckCommand(&app, &exit_code);
   qiv::AddReferenceCommand(&app, &exit_code);
 
   std::vector<std::string> arguments = qiv::CommandLineArguments(argc, argv);

@@ -342,6 +342,7 @@ TEST_F(Page, ReflectsNoMarkup) {
     const std::string page = facts.gbk_page ? CCharSet::LocalToUtf8(body) : body;
     ASSERT_TRUE(CCharSet::IsValidUtf8(page));
     ASSERT_EQ(MarkupCounts(page), expected) << page;
+    ASSERT_EQ(page.find("{{"), std::string::npos) << page;
     for (const auto& [id, value] : context.response.known) ASSERT_EQ(value.find_first_of("\r\n"), std::string::npos);
   }
 }

@@ -1,0 +1,169 @@
+// qivctl check: raw requests through the module's own notifications, in process.
+#include <CLI/CLI.hpp>
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "checks/event_recorder.h"
+#include "common/char_set.h"
+#include "common/ip_address.h"
+#include "common/json.h"
+#include "host/in_process.h"
+#include "module/module_state.h"
+#include "module/register_module.h"
+#include "tools/commands.h"
+#include "tools/files.h"
+#include "tools/report.h"
+
+namespace qiv {
+namespace {
+
+struct CheckOptions {
+  std::string config;  ///< directory of the installation
+  std::vector<std::string> files;
+  std::string client;  ///< address the requests seem to come from
+  bool json = false;
+};
+
+/// Takes the place of the event log.
+class CCapture final : public IEventRecorder {
+ public:
+  void RecordBlock(const RequestFacts&, const CheckResult& result) override { block = result; }
+  void RecordStatistics(std::string_view, std::string_view, std::string_view) override {}
+  std::optional<CheckResult> block;
+};
+
+struct Decision {
+  std::string file;
+  std::string decision = "pass";  ///< "pass", "blocked", or "refused" by the server itself
+  int status = 0;                 ///< of a page or a refusal
+  CheckResult result;             ///< of a block
+  std::string refusal;
+};
+
+Decision Judge(host::CModuleHost& server, CCapture& capture, const CheckOptions& options, std::string_view text) {
+  Decision decision;
+  std::optional<host::InProcessRequest> request =
+      host::ParseRawRequest(text, server.options(), &decision.status, &decision.refusal);
+  if (!request) {
+    decision.decision = "refused";
+    return decision;
+  }
+  if (!options.client.empty()) request->remote_address = options.client;
+  capture.block.reset();
+  const host::InProcessResponse response = host::RunInProcess(server, *request);
+  if (response.refused) {
+    decision.decision = "refused";
+    decision.status = response.status;
+    decision.refusal = response.reason;
+  } else if (response.finished || capture.block) {
+    decision.decision = "blocked";
+    decision.status = response.status;
+    if (capture.block) decision.result = *capture.block;
+  }
+  return decision;
+}
+
+std::string JsonLine(const Decision& decision) {
+  JsonObject line;
+  line.SetText("file", decision.file);
+  line.SetText("decision", decision.decision);
+  const CheckResult& result = decision.result;
+  const std::pair<const char*, std::string_view> texts[] = {{"check", result.check},       {"item", result.item},
+                                                            {"category", result.category}, {"reason", result.reason},
+                                                            {"detail", result.detail},     {"rule", result.rule}};
+  for (const auto& [key, text] : texts) line.SetText(key, CCharSet::LocalToUtf8(text));
+  line.SetText("refusal", decision.refusal);
+  line.Set("status", std::make_unique<JsonNumber>(std::to_string(decision.status)));
+  return WriteJson(line) + "\n";
+}
+
+/// What a terminal may be shown: texts can quote the request.
+std::string Printable(std::string_view local) {
+  std::string text = CCharSet::LocalToUtf8(local);
+  for (char& c : text) {
+    if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) c = ' ';
+  }
+  return text;
+}
+
+std::string ReadableText(const Decision& decision) {
+  std::string text = decision.file + ": " + decision.decision;
+  if (decision.status) text += " (" + std::to_string(decision.status) + ")";
+  if (!decision.refusal.empty()) text += ": " + decision.refusal;
+  text += '\n';
+  const CheckResult& result = decision.result;
+  const std::pair<const char*, std::string_view> lines[] = {{"  check:  ", result.check},
+                                                            {"  item:   ", result.item},
+                                                            {"  reason: ", result.reason},
+                                                            {"  detail: ", result.detail},
+                                                            {"  rule:   ", result.rule}};
+  for (const auto& [label, value] : lines) {
+    if (!value.empty()) text.append(label).append(Printable(value)).append("\n");
+  }
+  return text;
+}
+
+/// An exit code other than kExitOk when the installation cannot judge anything; the reason has been printed then.
+int Prepare(const CheckOptions& options) {
+  const std::string directory = ResolveModuleDirectory(options.config);
+  CReport report(options.config);
+  if (directory.empty()) {
+    report.Error(0, "there is no config folder");
+  } else if (!options.client.empty() && !CIpAddress::Parse(options.client)) {
+    report.Error(0, "--client " + options.client + " is no IP address");
+  } else {
+    InitialiseModule(directory, false);
+  }
+  return report.Print();
+}
+
+int Check(const CheckOptions& options) {
+  if (const int exit_code = Prepare(options); exit_code != kExitOk) return exit_code;
+  CCapture capture;
+  SetEventRecorder(&capture);
+  int exit_code = kExitOk;
+  {
+    host::CModuleHost server;
+    const bool registered = iis::Succeeded(server.Register(&RegisterModule));
+    if (!registered || !ModuleConfig().IsConfigValid()) {
+      CReport report(ModuleConfig().Paths().config_file);
+      report.Error(0, "the configuration cannot be used: the module would let every request pass");
+      exit_code = report.Print();
+    }
+    for (const std::string& file : options.files) {
+      if (exit_code == kExitError) break;
+      std::string text;
+      if (!ReadInput(file, &text)) {
+        CReport report(file);
+        report.Error(0, "cannot be read");
+        exit_code = report.Print();
+        break;
+      }
+      Decision decision = Judge(server, capture, options, text);
+      decision.file = file;
+      WriteOutput(options.json ? JsonLine(decision) : ReadableText(decision));
+      if (decision.decision != "pass") exit_code = kExitFinding;
+    }
+  }
+  SetEventRecorder(nullptr);
+  return exit_code;
+}
+
+}  // namespace
+
+void AddCheckCommand(CLI::App* app, int* exit_code) {
+  const auto options = std::make_shared<CheckOptions>();
+  CLI::App* const command = app->add_subcommand(
+      "check", "Run raw HTTP requests through the module offline. Exit code 0: all pass, 1: one is blocked or refused");
+  command->add_option("--config", options->config, "Directory of the installation, or its config folder")->required();
+  command->add_option("--client", options->client, "Address the requests come from");
+  command->add_flag("--json", options->json, "One JSON object a line");
+  command->add_option("requests", options->files, "Files with a request as it goes over the wire; - is standard input")
+      ->required();
+  command->callback([options, exit_code] { *exit_code = Check(*options); });
+}
+
+}  // namespace qiv
