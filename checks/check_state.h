@@ -6,6 +6,7 @@
 #include "checks/attack_counter.h"
 #include "checks/request_facts.h"
 #include "common/ip_address.h"
+#include "config/address_libraries.h"
 #include "config/exchange_files.h"
 #include "port/clock.h"
 
@@ -15,9 +16,10 @@ namespace qiv {
 struct CheckState {
   using Clock = CAttackCounter::Clock;
 
-  /// `exchange` is not owned.
-  explicit CheckState(CExchangeFiles& exchange_files, Clock now = &UnixSeconds)
-      : exchange(exchange_files), clock(now), attacks(now), scans(now) {}
+  /// Neither is owned. Without `address_libraries` no address is in an area, and none is malicious.
+  explicit CheckState(CExchangeFiles& exchange_files, const CAddressLibraries* address_libraries = nullptr,
+                      Clock now = &UnixSeconds)
+      : exchange(exchange_files), libraries(address_libraries), clock(now), attacks(now), scans(now) {}
   CheckState(const CheckState&) = delete;
   CheckState& operator=(const CheckState&) = delete;
 
@@ -25,6 +27,7 @@ struct CheckState {
   void OnConfigLoaded(const WebsiteConfig& config);
 
   CExchangeFiles& exchange;
+  const CAddressLibraries* const libraries;
   const Clock clock;
   CAttackCounter attacks;  ///< plain blocks, for smart blocking
   CAttackCounter scans;    ///< requests for what is not there

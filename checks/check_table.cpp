@@ -1,6 +1,7 @@
 #include "checks/check_table.h"
 
 #include "checks/injection_check.h"
+#include "checks/lists_check.h"
 #include "checks/smart_blocking.h"
 
 namespace qiv {
@@ -10,6 +11,7 @@ namespace {
 // little; tests of who may come here at all come before tests of what the request says; injection comes last because it
 // reads every byte of query, body and headers.
 constexpr CheckRow kRows[] = {
+    {"lists", Stage::kLists, ListsCheck},
     {"injection", Stage::kRequest, InjectionCheck},
     {"smart_blocking", Stage::kAfterDecision, SmartBlockingCheck},
 };

@@ -217,6 +217,7 @@ void Prepare(WebsiteConfig* config) {
   config->post_rules = CKeywordRules(ParseRules(config->sql.post_keys, separator));
   config->header_rules = CKeywordRules(ParseRules(config->sql.header_keys, separator));
   config->injection_exemptions = CUrlExemptions(config->sql.allow_urls);
+  config->prepared_lists = PrepareLists(config->lists, config->sys_trust_ip);
   config->page = MakePageSettings(config->response);
   config->need_post_body = NeedsPostBody(*config);
 }

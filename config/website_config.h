@@ -7,6 +7,7 @@
 
 #include "common/ip_address.h"
 #include "common/language.h"
+#include "config/list_settings.h"
 #include "config/url_exemptions.h"
 #include "engines/injection_settings.h"
 #include "engines/keyword_rules.h"
@@ -118,6 +119,7 @@ struct WebsiteConfig {
   CKeywordRules post_rules;
   CKeywordRules header_rules;
   CUrlExemptions injection_exemptions;  ///< sql.allow_urls
+  PreparedLists prepared_lists;
 };
 
 }  // namespace qiv

@@ -14,5 +14,6 @@ void AddLibraryCommand(CLI::App* app, int* exit_code);
 void AddCipherCommands(CLI::App* app, int* exit_code);  ///< encrypt, decrypt
 void AddCheckCommand(CLI::App* app, int* exit_code);
 void AddReferenceCommand(CLI::App* app, int* exit_code);
+void AddAreaCommand(CLI::App* app, int* exit_code);
 
 }  // namespace qiv

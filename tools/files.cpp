@@ -35,6 +35,8 @@ bool ReadInput(const std::string& path, std::string* content) {
 
 bool IsFile(const std::string& path) { return FileSize(path).has_value(); }
 
+bool IsDirectory(const std::string& path) { return FileModificationTime(path) != 0 && !IsFile(path); }
+
 bool MakeDirectories(const std::string& path) {
   for (std::size_t i = 1; i < path.size(); ++i) {
     // A part that cannot be created may be a drive or a share; what counts is the last one.

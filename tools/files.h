@@ -10,6 +10,7 @@ namespace qiv {
 bool ReadInput(const std::string& path, std::string* content);
 
 bool IsFile(const std::string& path);
+bool IsDirectory(const std::string& path);
 
 /// Creates the folder and those above it.
 bool MakeDirectories(const std::string& path);

@@ -74,7 +74,9 @@ class CCheckFixture : public testing::Test, public IEventRecorder {
   const std::string in_file_ = directory_.Path("_in.db");
   const std::string out_log_ = directory_.Path("_out.log");
   CExchangeFiles exchange_{in_file_, out_log_};
-  CheckState state_{exchange_, [] { return fixture_now.load(); }};
+  CAddressLibraries libraries_{
+      {directory_.Path("iplib.db"), directory_.Path("iplibv6.db"), directory_.Path("_badip.db")}};
+  CheckState state_{exchange_, &libraries_, [] { return fixture_now.load(); }};
   std::shared_ptr<WebsiteConfig> site_ = std::make_shared<WebsiteConfig>();
   RequestFacts facts_;
   std::vector<std::string> statistics_;

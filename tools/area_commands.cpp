@@ -1,0 +1,118 @@
+// qivctl area build, area lookup.
+#include <CLI/CLI.hpp>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "common/area_library.h"
+#include "port/file.h"
+#include "tools/area_builder.h"
+#include "tools/area_csv.h"
+#include "tools/commands.h"
+#include "tools/files.h"
+#include "tools/report.h"
+
+namespace qiv {
+namespace {
+
+struct BuildOptions {
+  std::vector<std::string> inputs;
+  std::string output;
+};
+
+struct LookupOptions {
+  std::vector<std::string> addresses;
+  std::string library;
+};
+
+int Fail(const std::string& file, const std::string& message) {
+  CReport report(file);
+  report.Error(0, message);
+  return report.Print();
+}
+
+std::string FamilyFile(const std::string& folder, bool ipv4) { return folder + (ipv4 ? "/iplib.db" : "/iplibv6.db"); }
+
+int WriteLibrary(CAreaBuilder* builder, bool ipv4, const std::string& path) {
+  const std::size_t ranges = builder->RangeCount();
+  const CAreaBuilder::File file = builder->Build();
+  if (file.content.empty()) return Fail(path, "there are more ranges than a library holds (16,777,216)");
+  if (!ReplaceFile(path, file.content)) return Fail(path, "cannot be written");
+  std::string summary = path + ": " + std::to_string(ranges) + (ipv4 ? " IPv4" : " IPv6") + " ranges, " +
+                        std::to_string(builder->AreaCount()) + " areas, " + std::to_string(file.content.size()) +
+                        " bytes";
+  if (file.overlaps != 0) summary += "; " + std::to_string(file.overlaps) + " ranges cross the one before them";
+  WriteOutput(summary + "\n");
+  return kExitOk;
+}
+
+int Build(const BuildOptions& options) {
+  CAreaBuilder ipv4(true);
+  CAreaBuilder ipv6(false);
+  int exit_code = kExitOk;
+  for (const std::string& input : options.inputs) {
+    CReport report(input);
+    std::string text;
+    if (ReadInput(input, &text)) {
+      ReadAreaCsv(text, &ipv4, &ipv6, &report);
+    } else {
+      report.Error(0, "cannot be read");
+    }
+    if (report.Print() != kExitOk) exit_code = kExitError;
+  }
+  if (exit_code != kExitOk) return exit_code;
+  const bool has_ipv4 = ipv4.RangeCount() != 0;
+  const bool has_ipv6 = ipv6.RangeCount() != 0;
+  if (!has_ipv4 && !has_ipv6) return Fail(options.output, "the lists hold no range");
+  if (IsDirectory(options.output)) {
+    if (has_ipv4) exit_code = WriteLibrary(&ipv4, true, FamilyFile(options.output, true));
+    if (has_ipv6 && exit_code == kExitOk) exit_code = WriteLibrary(&ipv6, false, FamilyFile(options.output, false));
+    return exit_code;
+  }
+  if (has_ipv4 && has_ipv6) {
+    return Fail(options.output, "the lists hold IPv4 and IPv6 ranges; name a folder that receives a file for each");
+  }
+  return WriteLibrary(has_ipv4 ? &ipv4 : &ipv6, has_ipv4, options.output);
+}
+
+int Lookup(const LookupOptions& options) {
+  int exit_code = kExitOk;
+  for (const std::string& text : options.addresses) {
+    const auto address = CIpAddress::Parse(text);
+    if (!address) return Fail(text, "is no IP address");
+    const bool ipv4 = address->IsIpv4();
+    const std::string path = IsDirectory(options.library) ? FamilyFile(options.library, ipv4) : options.library;
+    AreaLoad result = AreaLoad::kOk;
+    const auto library = CAreaLibrary::Load(path, ipv4, &result);
+    if (!library) return Fail(path, std::string(AreaLoadText(result)));
+    const Area* const area = library->Find(*address);
+    if (area == nullptr) exit_code = kExitFinding;
+    WriteOutput(address->Text() + "\t" + (area ? std::string(area->code) : std::string("-")) + "\t" +
+                (area ? std::string(area->name) : std::string()) + "\n");
+  }
+  return exit_code;
+}
+
+}  // namespace
+
+void AddAreaCommand(CLI::App* app, int* exit_code) {
+  CLI::App* const area = app->add_subcommand("area", "The library that tells the area of an address");
+  area->require_subcommand(1);
+
+  const auto build_options = std::make_shared<BuildOptions>();
+  CLI::App* const build = area->add_subcommand("build", "Build libraries from lists of ranges");
+  build->add_option("csv", build_options->inputs, "lines of start,end,code[,name] or cidr,code[,name]; UTF-8")
+      ->required();
+  build->add_option("-o,--output", build_options->output, "the file, or a folder that receives iplib.db and iplibv6.db")
+      ->required();
+  build->callback([build_options, exit_code] { *exit_code = Build(*build_options); });
+
+  const auto lookup_options = std::make_shared<LookupOptions>();
+  CLI::App* const lookup = area->add_subcommand("lookup", "Print address, code and name; exit 1 when there is no area");
+  lookup->add_option("ip", lookup_options->addresses, "the addresses")->required();
+  lookup->add_option("--db", lookup_options->library, "the file, or the folder of iplib.db and iplibv6.db")->required();
+  lookup->callback([lookup_options, exit_code] { *exit_code = Lookup(*lookup_options); });
+}
+
+}  // namespace qiv
