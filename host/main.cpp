@@ -4,12 +4,6 @@
 #include <string>
 #include <vector>
 
-#if defined(_WIN32)
-#define WIN32_LEAN_AND_MEAN
-#define NOMINMAX
-#include <windows.h>
-#endif
-
 #include "host/command_line.h"
 #include "host/file_handle.h"
 #include "host/module_host.h"
