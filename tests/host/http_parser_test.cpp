@@ -1,0 +1,300 @@
+// Request heads and chunked bodies: what is accepted, what is refused, and that splitting changes nothing.
+#include "host/http_parser.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <random>
+
+#include "host/in_process.h"
+#include "host/upstream_response.h"
+
+namespace qiv::host {
+namespace {
+
+/// A copy in a block of its exact size, so that the address sanitizer sees one byte too far.
+struct ExactCopy {
+  explicit ExactCopy(std::string_view text) : size(text.size()), data(new char[text.size()]) {
+    std::copy(text.begin(), text.end(), data.get());
+  }
+  std::string_view View() const { return {data.get(), size}; }
+  std::size_t size;
+  std::unique_ptr<char[]> data;
+};
+
+std::string Head(std::string line, std::string headers = "") { return line + "\r\nHost: h\r\n" + headers + "\r\n"; }
+
+TEST(RequestHead, AcceptsAndRefuses) {
+  struct Case {
+    const char* name;
+    std::string text;
+    int status;  ///< 0: accepted
+  };
+  const std::string get = "GET / HTTP/1.1";
+  const Case cases[] = {
+      {"plain", Head(get), 0},
+      {"empty lines before", "\r\n\n\r\n" + Head(get), 0},
+      {"line feeds alone", "GET / HTTP/1.1\nHost: h\n\n", 0},
+      {"HTTP/1.0 without Host", "GET / HTTP/1.0\r\n\r\n", 0},
+      {"HTTP/1.1 without Host", "GET / HTTP/1.1\r\n\r\n", 400},
+      {"empty Host", "GET / HTTP/1.1\r\nHost:\r\n\r\n", 0},
+      {"two Hosts", Head(get, "Host: h\r\n"), 400},
+      {"Host with a path", "GET / HTTP/1.1\r\nHost: a/b\r\n\r\n", 400},
+      {"Host with a blank", "GET / HTTP/1.1\r\nHost: a b\r\n\r\n", 400},
+      {"Host with markup", "GET / HTTP/1.1\r\nHost: <a>\r\n\r\n", 400},
+      {"Host with user", "GET / HTTP/1.1\r\nHost: a@b\r\n\r\n", 400},
+      {"Host with port", "GET / HTTP/1.1\r\nHost: a:8080\r\n\r\n", 0},
+      {"Host with a bad port", "GET / HTTP/1.1\r\nHost: a:80x\r\n\r\n", 400},
+      {"Host with too high a port", "GET / HTTP/1.1\r\nHost: a:65536\r\n\r\n", 400},
+      {"IPv6 Host", "GET / HTTP/1.1\r\nHost: [::1]:80\r\n\r\n", 0},
+      {"open bracket", "GET / HTTP/1.1\r\nHost: [::1\r\n\r\n", 400},
+      {"unknown method", Head("X-FOO / HTTP/1.1"), 0},
+      {"method that is no token", Head("GE(T / HTTP/1.1"), 400},
+      {"method missing", Head(" / HTTP/1.1"), 400},
+      {"no version", Head("GET /"), 400},
+      {"no URL", Head("GET HTTP/1.1"), 400},
+      {"two blanks", Head("GET  / HTTP/1.1"), 400},
+      {"blank in the URL", Head("GET /a b HTTP/1.1"), 400},
+      {"control in the URL", Head(std::string("GET /a\x01 HTTP/1.1")), 400},
+      {"NUL in the URL", Head(std::string("GET /a\0 HTTP/1.1", 16)), 400},
+      {"tab in the URL", Head("GET /a\tb HTTP/1.1"), 400},
+      {"raw bytes in the URL", Head("GET /\xE4\xBD\xA0 HTTP/1.1"), 0},
+      {"relative URL", Head("GET a HTTP/1.1"), 400},
+      {"whole URL", Head("GET http://x/ HTTP/1.1"), 0},
+      {"whole URL with a bad host", Head("GET http://x@y/ HTTP/1.1"), 400},
+      {"other scheme", Head("GET ftp://x/ HTTP/1.1"), 400},
+      {"asterisk", Head("OPTIONS * HTTP/1.1"), 0},
+      {"asterisk of GET", Head("GET * HTTP/1.1"), 400},
+      {"tunnel", Head("CONNECT h:443 HTTP/1.1"), 400},
+      {"HTTP/2.0", Head("GET / HTTP/2.0"), 505},
+      {"HTTP/0.9", Head("GET / HTTP/0.9"), 505},
+      {"lower-case version", Head("GET / http/1.1"), 400},
+      {"version with text", Head("GET / HTTP/1.1x"), 400},
+      {"header without colon", Head(get, "X\r\n"), 400},
+      {"header without name", Head(get, ": x\r\n"), 400},
+      {"blank before the colon", Head(get, "X : x\r\n"), 400},
+      {"blank in the name", Head(get, "X Y: x\r\n"), 400},
+      {"NUL in a value", Head(get, std::string("X: a\0b\r\n", 8)), 400},
+      {"control in a value", Head(get, "X: a\x02\r\n"), 400},
+      {"bare CR in a value", Head(get, "X: a\rY: b\r\n"), 400},
+      {"tab in a value", Head(get, "X: a\tb\r\n"), 0},
+      {"raw bytes in a value", Head(get, "X: \xFF\x80\r\n"), 0},
+      {"continuation line", Head(get, "X: a\r\n b\r\n"), 400},
+      {"blank before the first header", "GET / HTTP/1.1\r\n Host: h\r\n\r\n", 0},
+      {"POST without length", Head("POST / HTTP/1.1"), 411},
+      {"length", Head("POST / HTTP/1.1", "Content-Length: 5\r\n"), 0},
+      {"length of 2^64", Head("POST / HTTP/1.1", "Content-Length: 18446744073709551616\r\n"), 400},
+      {"signed length", Head("POST / HTTP/1.1", "Content-Length: +5\r\n"), 400},
+      {"negative length", Head("POST / HTTP/1.1", "Content-Length: -5\r\n"), 400},
+      {"hexadecimal length", Head("POST / HTTP/1.1", "Content-Length: 0x5\r\n"), 400},
+      {"empty length", Head("POST / HTTP/1.1", "Content-Length:\r\n"), 400},
+      {"length list", Head("POST / HTTP/1.1", "Content-Length: 5, 5\r\n"), 400},
+      {"equal lengths", Head("POST / HTTP/1.1", "Content-Length: 5\r\ncontent-length: 5\r\n"), 0},
+      {"different lengths", Head("POST / HTTP/1.1", "Content-Length: 5\r\nContent-Length: 6\r\n"), 400},
+      {"chunked", Head("POST / HTTP/1.1", "Transfer-Encoding: Chunked\r\n"), 0},
+      {"chunked and length", Head("POST / HTTP/1.1", "Content-Length: 5\r\nTransfer-Encoding: chunked\r\n"), 0},
+      {"chunked in HTTP/1.0", Head("POST / HTTP/1.0", "Transfer-Encoding: chunked\r\n"), 400},
+      {"other coding", Head("POST / HTTP/1.1", "Transfer-Encoding: gzip\r\n"), 501},
+      {"two codings", Head("POST / HTTP/1.1", "Transfer-Encoding: gzip, chunked\r\n"), 501},
+      {"chunked twice", Head("POST / HTTP/1.1", "Transfer-Encoding: chunked\r\nTransfer-Encoding: chunked\r\n"), 501},
+      {"identity", Head("POST / HTTP/1.1", "Transfer-Encoding: identity\r\n"), 501},
+      {"coding with a vertical tab",
+       Head("POST / HTTP/1.1",
+            "Transfer-Encoding: \x0B"
+            "chunked\r\n"),
+       400},
+      {"empty coding", Head("POST / HTTP/1.1", "Transfer-Encoding:\r\nContent-Length: 3\r\n"), 501},
+      {"coding name with a blank", Head("POST / HTTP/1.1", "Transfer-Encoding : chunked\r\n"), 400},
+      {"16 KiB", Head(get, "X: " + std::string(kMaxHeadBytes - 32, 'x') + "\r\n"), 0},
+      {"one byte more", Head(get, "X: " + std::string(kMaxHeadBytes - 31, 'x') + "\r\n"), 400},
+      {"endless line", std::string(kMaxHeadBytes, 'A'), 400},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    const ExactCopy copy(c.text);
+    RequestHead head;
+    const ParseResult result = ParseRequestHead(copy.View(), {}, &head);
+    EXPECT_EQ(result.status, c.status == 0 ? ParseStatus::kComplete : ParseStatus::kRefused) << result.refusal;
+    if (c.status != 0) {
+      EXPECT_EQ(result.refusal_status, c.status);
+    } else {
+      EXPECT_EQ(head.size, c.text.size());
+    }
+    // Any beginning of an acceptable head is merely not complete.
+    for (std::size_t cut = 0; c.status == 0 && cut < c.text.size() && cut < 200; ++cut) {
+      const ExactCopy part(std::string_view(c.text).substr(0, cut));
+      ASSERT_EQ(ParseRequestHead(part.View(), {}, &head).status, ParseStatus::kNeedMore) << cut;
+    }
+  }
+}
+
+TEST(RequestHead, MeaningOfHeaders) {
+  struct Case {
+    const char* name;
+    std::string text;
+    bool keep_alive, chunked, expects, confused;
+    std::string value;  ///< of the last header
+  };
+  const Case cases[] = {
+      {"HTTP/1.1", Head("GET / HTTP/1.1", "X:  a b \t\r\n"), true, false, false, false, "a b"},
+      {"close", Head("GET / HTTP/1.1", "Connection: x, Close\r\n"), false, false, false, false, "x, Close"},
+      {"HTTP/1.0", Head("GET / HTTP/1.0", "X:\r\n"), false, false, false, false, ""},
+      {"HTTP/1.0 kept", Head("GET / HTTP/1.0", "Connection: keep-alive\r\n"), true, false, false, false, "keep-alive"},
+      {"expecting", Head("PUT / HTTP/1.1", "Content-Length: 1\r\nExpect: 100-Continue\r\n"), true, false, true, false,
+       "100-Continue"},
+      {"HTTP/1.0 cannot expect", Head("PUT / HTTP/1.0", "Content-Length: 1\r\nExpect: 100-continue\r\n"), false, false,
+       false, false, "100-continue"},
+      {"both", Head("PUT / HTTP/1.1", "Content-Length: 1\r\nTransfer-Encoding: chunked\r\n"), true, true, false, true,
+       "chunked"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    RequestHead head;
+    ASSERT_EQ(ParseRequestHead(c.text, {}, &head).status, ParseStatus::kComplete);
+    EXPECT_EQ(head.keep_alive, c.keep_alive);
+    EXPECT_EQ(head.chunked, c.chunked);
+    EXPECT_EQ(head.expects_continue, c.expects);
+    EXPECT_EQ(head.length_and_chunked, c.confused);
+    EXPECT_EQ(head.headers.back().value, c.value);
+  }
+  HostOptions options;
+  options.fold_header_lines = true;
+  RequestHead head;
+  const std::string folded = Head("GET / HTTP/1.1", "X: a\r\n\tb\r\n  c\r\nY: d\r\n");
+  ASSERT_EQ(ParseRequestHead(folded, options, &head).status, ParseStatus::kComplete);
+  EXPECT_EQ(head.headers[1].value, "a b c");
+  EXPECT_EQ(head.headers[2].value, "d");
+}
+
+CChunkedDecoder::Status DecodeInPieces(std::string_view coded, std::mt19937& random, std::string* body,
+                                       std::size_t* used) {
+  CChunkedDecoder decoder;
+  CChunkedDecoder::Status status = CChunkedDecoder::Status::kMore;
+  *used = 0;
+  while (status == CChunkedDecoder::Status::kMore && *used < coded.size()) {
+    const ExactCopy piece(coded.substr(*used, 1 + random() % 9));
+    std::string_view input = piece.View();
+    while (status == CChunkedDecoder::Status::kMore && !input.empty()) {
+      const ExactCopy room(std::string(1 + random() % 7, 0));
+      std::size_t got = 0;
+      status = decoder.Decode(&input, room.data.get(), room.size, &got);
+      body->append(room.data.get(), got);
+    }
+    *used += piece.size - input.size();
+  }
+  return status;
+}
+
+TEST(ChunkedDecoder, AcceptsAndRefuses) {
+  struct Case {
+    const char* name;
+    std::string coded;
+    CChunkedDecoder::Status status;
+    std::string body;
+    std::size_t rest;  ///< bytes that belong to the next request
+  };
+  using Status = CChunkedDecoder::Status;
+  const Case cases[] = {
+      {"empty", "0\r\n\r\n", Status::kDone, "", 0},
+      {"chunks", "3\r\nabc\r\nA\r\n0123456789\r\n0\r\n\r\nGET", Status::kDone, "abc0123456789", 3},
+      {"zeros in front", "0003\r\nabc\r\n000\r\n\r\n", Status::kDone, "abc", 0},
+      {"extension", "3;a=\"b\"\r\nabc\r\n0;x\r\n\r\n", Status::kDone, "abc", 0},
+      {"trailers", "1\r\na\r\n0\r\nX: y\r\nZ: 1\r\n\r\nP", Status::kDone, "a", 1},
+      {"line ends in the data", "4\r\n\r\n\r\n\r\n0\r\n\r\n", Status::kDone, "\r\n\r\n", 0},
+      {"not finished", "3\r\nab", Status::kMore, "ab", 0},
+      {"no size", "\r\nabc", Status::kMalformed, "", 0},
+      {"no hexadecimal digit", "g\r\n", Status::kMalformed, "", 0},
+      {"prefix", "0x3\r\nabc\r\n", Status::kMalformed, "", 0},
+      {"sign", "+3\r\nabc\r\n", Status::kMalformed, "", 0},
+      {"size of 64 bits and more", "10000000000000003\r\nabc\r\n", Status::kMalformed, "", 0},
+      {"data longer than its size", "3\r\nabcd\r\n", Status::kMalformed, "abc", 0},
+      {"line feed alone after the size", "3\nabc\r\n0\r\n\r\n", Status::kMalformed, "", 0},
+      {"line feed alone after an extension", "3;x\nabc\r\n0\r\n\r\n", Status::kMalformed, "", 0},
+      {"line feed alone after the data", "3\r\nabc\n0\r\n\r\n", Status::kMalformed, "abc", 0},
+      {"carriage return in an extension", "3;\rx\r\nabc\r\n", Status::kMalformed, "", 0},
+      {"trailer that is no header", "0\r\n bad\r\n\r\n", Status::kMalformed, "", 0},
+      {"endless extension", "3;" + std::string(kMaxHeadBytes + 1, 'x'), Status::kMalformed, "", 0},
+      {"endless trailers", "0\r\n" + std::string(kMaxHeadBytes + 9, 'x'), Status::kMalformed, "", 0},
+  };
+  std::mt19937 random(1);
+  for (const Case& c : cases) {
+    for (int round = 0; round < 20; ++round) {
+      SCOPED_TRACE(c.name);
+      std::string body;
+      std::size_t used = 0;
+      ASSERT_EQ(DecodeInPieces(c.coded, random, &body, &used), c.status);
+      ASSERT_EQ(body, c.body);
+      ASSERT_TRUE(c.status != Status::kDone || c.coded.size() - used == c.rest);
+    }
+  }
+}
+
+TEST(RawRequest, ParsedAndRun) {
+  struct Case {
+    const char* text;
+    int status;
+    const char* body;
+  };
+  const Case cases[] = {
+      {"POST /f HTTP/1.1\r\nHost: h\r\nContent-Length: 3\r\n\r\nabc", 0, "abc"},
+      {"POST /f HTTP/1.1\r\nHost: h\r\nTransfer-Encoding: chunked\r\n\r\n2\r\nab\r\n1\r\nc\r\n0\r\n\r\n", 0, "abc"},
+      {"POST /f HTTP/1.1\r\nHost: h\r\nContent-Length: 4\r\n\r\nabc", 400, ""},
+      {"POST /f HTTP/1.1\r\nHost: h\r\nTransfer-Encoding: chunked\r\n\r\n2\r\nab", 400, ""},
+      {"POST /f HTTP/1.1\r\nHost: h\r\n\r\n", 411, ""},
+      {"GET /f HTTP/1.1\r\nHost: h\r\n", 400, ""},
+  };
+  CModuleHost host;
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.text);
+    int status = -1;
+    std::string error;
+    const auto request = ParseRawRequest(c.text, {}, &status, &error);
+    EXPECT_EQ(status, c.status);
+    EXPECT_EQ(request.has_value(), c.status == 0);
+    EXPECT_EQ(error.empty(), c.status == 0);
+    if (!request) continue;
+    EXPECT_EQ(RunInProcess(host, *request).handler_body, c.body);
+  }
+}
+
+TEST(UpstreamHead, AcceptsAndRefuses) {
+  struct Case {
+    const char* text;
+    UpstreamParse result;
+    int status;
+    bool keep_alive;
+    std::size_t headers;
+  };
+  const Case cases[] = {
+      {"HTTP/1.1 200 OK\r\nA: b\r\nConnection: X-Hop\r\nX-Hop: 1\r\nKeep-Alive: t\r\n\r\nbody",
+       UpstreamParse::kComplete, 200, true, 1},
+      {"HTTP/1.1 404\r\n\r\n", UpstreamParse::kComplete, 404, true, 0},
+      {"HTTP/1.0 200 \r\n\r\n", UpstreamParse::kComplete, 200, false, 0},
+      {"HTTP/1.0 200 OK\r\nConnection: keep-alive\r\nContent-Length: 0\r\n\r\n", UpstreamParse::kComplete, 200, true,
+       0},
+      {"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\nContent-Length: 3\r\n\r\n", UpstreamParse::kComplete, 200,
+       false, 0},
+      {"HTTP/1.1 200 OK\r\nA: b", UpstreamParse::kNeedMore, 0, false, 0},
+      {"HTTP/2 200\r\n\r\n", UpstreamParse::kMalformed, 0, false, 0},
+      {"HTTP/1.1 20 OK\r\n\r\n", UpstreamParse::kMalformed, 0, false, 0},
+      {"HTTP/1.1 099 OK\r\n\r\n", UpstreamParse::kMalformed, 0, false, 0},
+      {"HTTP/1.1 200 OK\r\nbad line\r\n\r\n", UpstreamParse::kMalformed, 0, false, 0},
+      {"HTTP/1.1 200 OK\r\nA: b\rC: d\r\n\r\n", UpstreamParse::kMalformed, 0, false, 0},
+      {"HTTP/1.1 200 OK\r\nContent-Length: 1\r\nContent-Length: 2\r\n\r\n", UpstreamParse::kMalformed, 0, false, 0},
+      {"HTTP/1.1 200 OK\r\nTransfer-Encoding: gzip\r\n\r\n", UpstreamParse::kMalformed, 0, false, 0},
+      {"\r\n\r\n", UpstreamParse::kMalformed, 0, false, 0},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.text);
+    const ExactCopy copy(c.text);
+    UpstreamHead head;
+    ASSERT_EQ(ParseUpstreamHead(copy.View(), &head), c.result);
+    if (c.result != UpstreamParse::kComplete) continue;
+    EXPECT_EQ(head.status, c.status);
+    EXPECT_EQ(head.keep_alive, c.keep_alive);
+    EXPECT_EQ(head.headers.size(), c.headers);
+  }
+}
+
+}  // namespace
+}  // namespace qiv::host
