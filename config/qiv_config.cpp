@@ -44,6 +44,9 @@ ConfigPaths::ConfigPaths(std::string directory)
       in_file(ConfigFile(module_directory, "_in.db")),
       sql_library(ConfigFile(module_directory, "_sql.db")),
       sql_user_library(ConfigFile(module_directory, "_sql_user.db")),
+      ipv4_areas(ConfigFile(module_directory, "iplib.db")),
+      ipv6_areas(ConfigFile(module_directory, "iplibv6.db")),
+      bad_ips(ConfigFile(module_directory, "_badip.db")),
       log_directory(module_directory + "debug" + kPathSeparator) {}
 
 CQivConfig::CQivConfig(std::string module_directory, Clock clock)

@@ -25,6 +25,9 @@ struct ConfigPaths {
   std::string in_file;           ///< config/_in.db
   std::string sql_library;       ///< config/_sql.db
   std::string sql_user_library;  ///< config/_sql_user.db
+  std::string ipv4_areas;        ///< config/iplib.db
+  std::string ipv6_areas;        ///< config/iplibv6.db
+  std::string bad_ips;           ///< config/_badip.db
   std::string log_directory;     ///< debug/
 };
 

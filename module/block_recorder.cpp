@@ -1,5 +1,7 @@
 #include "module/block_recorder.h"
 
+#include <exception>
+
 #include "module/page_writer.h"
 #include "port/clock.h"
 
@@ -31,9 +33,29 @@ void CBlockRecorder::RecordBlock(const RequestFacts& facts, const CheckResult& r
   event.user_agent = facts.user_agent;
   event.elapsed_us = MonotonicMicroseconds() - facts.started_us;
   log_.Write(event);
+  TellService(facts, result);
 }
 
-void CBlockRecorder::RecordStatistics(std::string_view, std::string_view, std::string_view) {}
+void CBlockRecorder::TellService(const RequestFacts& facts, const CheckResult& result) noexcept {
+  if (!service_.IsEnabled()) return;
+  try {
+    CExchangeFiles& exchange = service_.Exchange();
+    exchange.CountCheck(result.check, facts.client_ip, "block", result.rule);
+    if (!result.notify) return;
+    exchange.WriteMessage(facts.client_ip, result.category, result.item, result.reason, facts.raw_url);
+  } catch (const std::exception&) {
+    // Out of memory: the line is lost, the request is not.
+  }
+}
+
+void CBlockRecorder::RecordStatistics(std::string_view category, std::string_view client_ip, std::string_view rule) {
+  if (!service_.IsEnabled()) return;
+  try {
+    service_.Exchange().CountStatistics(category, client_ip, rule);
+  } catch (const std::exception&) {
+    // As above.
+  }
+}
 
 void CBlockRecorder::RecordFailure(std::string_view notification, std::string_view what) noexcept {
   const std::int64_t now = UnixSeconds();

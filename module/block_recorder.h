@@ -1,4 +1,4 @@
-// The module's recorder: blocks and failures go to the event log.
+// The module's recorder: blocks and failures go to the event log, blocks and statistics to the firewall service.
 #pragma once
 
 #include <atomic>
@@ -8,23 +8,29 @@
 
 #include "checks/event_recorder.h"
 #include "common/event_log.h"
+#include "module/service_link.h"
 
 namespace qiv {
 
 class CBlockRecorder final : public IEventRecorder {
  public:
-  explicit CBlockRecorder(const std::string& log_directory) : log_(log_directory) {}
+  CBlockRecorder(const std::string& log_directory, CServiceLink& service) : log_(log_directory), service_(service) {}
 
-  /// Writes an event when result.log is set.
+  /// Writes an event when result.log is set. While the service is linked, it is told too: every block counts in a
+  /// "check" line (check, client, "block"; rule), and one that asks for notification is a "msg" line (client, category,
+  /// item; reason, URL).
   void RecordBlock(const RequestFacts& facts, const CheckResult& result) override;
-  /// Statistics are the firewall service's; nothing keeps them while it is not linked.
+  /// A "tongji" line (category; client, rule). Nothing keeps statistics while the service is not linked.
   void RecordStatistics(std::string_view category, std::string_view client_ip, std::string_view rule) override;
 
   /// A notification failed and let its request pass. Writes an event at most once a minute, whatever the number.
   void RecordFailure(std::string_view notification, std::string_view what) noexcept;
 
  private:
+  void TellService(const RequestFacts& facts, const CheckResult& result) noexcept;
+
   CEventLog log_;
+  CServiceLink& service_;
   std::atomic<std::int64_t> last_failure_{0};  ///< seconds since 1970
 };
 

@@ -1,11 +1,18 @@
 #include "module/global_module.h"
 
+#include "module/module_state.h"
+
 namespace qiv {
 
 iis::GLOBAL_NOTIFICATION_STATUS MyGlobalModule::OnGlobalPreBeginRequest(iis::IPreBeginRequestProvider*) {
   return iis::GL_NOTIFICATION_CONTINUE;
 }
 
-iis::VOID MyGlobalModule::Terminate() { delete this; }
+// Here, because no request runs any more and the system does not hold its loader lock yet, as it does when static
+// objects end.
+iis::VOID MyGlobalModule::Terminate() {
+  State().service.Finish();
+  delete this;
+}
 
 }  // namespace qiv

@@ -14,6 +14,7 @@ void RunFirstCall() noexcept {
     if (state.factory_called.load(std::memory_order_relaxed)) return;
     state.factory_called.store(1, std::memory_order_relaxed);
     state.config.RefreshTick();
+    state.service.ReadLists();
   } catch (...) {
     // The next tick tries again.
   }

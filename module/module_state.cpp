@@ -19,9 +19,10 @@ std::unique_ptr<ModuleState>& Holder() {
 
 ModuleState::ModuleState(std::string directory, bool with_log)
     : config(std::move(directory)),
+      service(config, with_log),
       contexts(config),
       pipeline(config, contexts, CheckTable()),
-      recorder(with_log ? std::make_unique<CBlockRecorder>(config.Paths().log_directory) : nullptr) {
+      recorder(with_log ? std::make_unique<CBlockRecorder>(config.Paths().log_directory, service) : nullptr) {
   SetEventRecorder(recorder.get());
 }
 

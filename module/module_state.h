@@ -9,6 +9,7 @@
 #include "config/qiv_config.h"
 #include "module/block_recorder.h"
 #include "module/pipeline.h"
+#include "module/service_link.h"
 #include "module/stored_context.h"
 
 namespace qiv {
@@ -20,6 +21,7 @@ struct ModuleState {
   ~ModuleState();
 
   CQivConfig config;
+  CServiceLink service;
   CStoredContexts contexts;
   CPipeline pipeline;
   std::unique_ptr<CBlockRecorder> recorder;  ///< null: nothing is logged
@@ -35,7 +37,7 @@ ModuleState& State();
 inline CQivConfig& ModuleConfig() { return State().config; }
 
 /// Builds the state for a directory (with or without its trailing separator), replacing what was there. `with_log`:
-/// write the event log there. Not while requests run.
+/// write the event log and the lines for the firewall service there. Not while requests run.
 void InitialiseModule(std::string module_directory, bool with_log);
 
 }  // namespace qiv
