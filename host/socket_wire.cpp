@@ -152,8 +152,7 @@ bool CSocketWire::Send(const OutgoingPiece& piece, std::size_t* sent) {
   *sent = static_cast<std::size_t>(body_bytes);
   if (piece.with_head) {
     // A client that still waits for "100 Continue", or that has much to send, is not waited for.
-    const bool too_much = chunked_ || body_left_ > kDrainLimit;
-    if (!body_over_ && (too_much || continue_wanted_ || body_lost_)) framer_.DropConnection();
+    if (!body_over_ && (body_left_ > kDrainLimit || continue_wanted_ || body_lost_)) framer_.DropConnection();
     framer_.AppendHead(piece, body_bytes, &out_);
   }
   const bool chunked_piece = framer_.chunked() && body_bytes > 0;
@@ -188,11 +187,13 @@ void CSocketWire::Reset() {
 bool CSocketWire::End() {
   if (reset_ || failed_ || body_lost_ || !complete_ || !framer_.keep_alive()) return false;
   char scrap[4096];
-  while (!body_over_) {
+  std::uint64_t skipped = 0;
+  while (!body_over_ && skipped <= kDrainLimit) {
     std::size_t got = 0;
     if (ReadBody(scrap, sizeof scrap, &got) == BodyRead::kLost) return false;
+    skipped += got;
   }
-  return true;
+  return body_over_;
 }
 
 }  // namespace qiv::host

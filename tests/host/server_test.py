@@ -1,0 +1,737 @@
+"""qivhost over loopback sockets: framing, static files, the reverse proxy, clients that misbehave, and its end.
+
+Nothing here depends on how fast the machine is: what must happen is waited for, with generous limits."""
+import contextlib
+import hashlib
+import os
+import pathlib
+import re
+import signal
+import socket
+import subprocess
+import tempfile
+import threading
+import time
+import unittest
+
+SOURCE = pathlib.Path(__file__).resolve().parents[2]
+HOST = os.environ["QIV_HOST"]
+MODULE = os.environ["QIV_HOSTILE_MODULE"]
+WINE = os.environ.get("QIV_WINE") == "1"
+LIMIT = 120
+LARGE = 104857601
+
+
+def native(path):
+    return "Z:" + str(path) if WINE else str(path)
+
+
+def command(*arguments):
+    return ([str(SOURCE / "cmake/run-in-wine.sh")] if WINE else []) + [HOST, *map(str, arguments)]
+
+
+class Host:
+    """A running qivhost."""
+
+    def __init__(self, *arguments, module=True):
+        with_module = ["--module", native(MODULE)] if module else []
+        self.process = subprocess.Popen(command("--listen", "127.0.0.1:0", *with_module, *arguments),
+                                        stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+        line = self.process.stdout.readline().decode().strip()
+        if not line.startswith("listening on 127.0.0.1:"):
+            raise AssertionError(line)
+        self.port = int(line.rsplit(":", 1)[1])
+        self.output = []
+        self.reader = threading.Thread(target=self._read, daemon=True)
+        self.reader.start()
+
+    def _read(self):
+        for line in self.process.stdout:
+            self.output.append(line.decode(errors="replace").strip())
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        if self.process.poll() is None:
+            self.process.send_signal(signal.SIGINT)
+        try:
+            code = self.process.wait(LIMIT)
+        except subprocess.TimeoutExpired:
+            self.process.kill()
+            raise
+        self.reader.join(LIMIT)
+        self.process.stdout.close()
+        assert code == 0, (code, self.output)
+
+    def connect(self):
+        return Client(self.port)
+
+    def ask(self, text, head=False):
+        with self.connect() as client:
+            client.send(text)
+            return client.response(head)
+
+    def get(self, target, *headers, method="GET"):
+        lines = [f"{method} {target} HTTP/1.1", "Host: h", "Connection: close", *headers]
+        return self.ask("\r\n".join(lines) + "\r\n\r\n", head=method == "HEAD")
+
+    def peak_memory(self):
+        """Kilobytes; 0 where it cannot be told."""
+        if WINE:
+            return 0
+        return int(re.search(r"VmHWM:\s+(\d+)", pathlib.Path(f"/proc/{self.process.pid}/status").read_text())[1])
+
+
+class Response:
+    def __init__(self, status, headers, body, whole):
+        self.status, self.headers, self.body, self.whole = status, headers, body, whole
+
+    def header(self, name):
+        return ", ".join(value for key, value in self.headers if key.lower() == name.lower()) or None
+
+
+class Client:
+    """A raw connection."""
+
+    def __init__(self, port):
+        self.socket = socket.create_connection(("127.0.0.1", port), timeout=LIMIT)
+        self.buffer = b""
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.socket.close()
+
+    def send(self, data):
+        self.socket.sendall(data if isinstance(data, (bytes, bytearray)) else data.encode("latin-1"))
+
+    def more(self):
+        try:
+            data = self.socket.recv(65536)
+        except ConnectionError:
+            data = b""
+        self.buffer += data
+        return bool(data)
+
+    def line(self):
+        while b"\r\n" not in self.buffer:
+            if not self.more():
+                raise EOFError(self.buffer)
+        line, self.buffer = self.buffer.split(b"\r\n", 1)
+        return line.decode("latin-1")
+
+    def take(self, size):
+        while len(self.buffer) < size and self.more():
+            pass
+        data, self.buffer = self.buffer[:size], self.buffer[size:]
+        return data
+
+    def head(self):
+        status = int(self.line().split(" ")[1])
+        headers = []
+        while line := self.line():
+            headers.append(tuple(line.split(": ", 1)))
+        return status, headers
+
+    def chunk(self):
+        size = int(self.line(), 16)
+        data = self.take(size)
+        if self.line() != "":
+            raise EOFError
+        return data
+
+    def response(self, head=False):
+        status, headers = self.head()
+        response = Response(status, headers, b"", True)
+        if head or status in (100, 204, 304):
+            return response
+        try:
+            if response.header("Transfer-Encoding") == "chunked":
+                while data := self.chunk():
+                    response.body += data
+            elif response.header("Content-Length") is not None:
+                length = int(response.header("Content-Length"))
+                response.body = self.take(length)
+                response.whole = len(response.body) == length
+            else:
+                while self.more():
+                    pass
+                response.body, self.buffer = self.buffer, b""
+        except EOFError:
+            response.whole = False
+        return response
+
+    def closed(self):
+        """Waits for the end of the connection; True when nothing more came."""
+        before = self.buffer
+        while self.more():
+            pass
+        return self.buffer == before
+
+
+class Upstream:
+    """A server whose connections are handled by a function of (Client-like connection, number of connection)."""
+
+    def __init__(self, handle):
+        self.handle = handle
+        self.listener = socket.create_server(("127.0.0.1", 0))
+        self.port = self.listener.getsockname()[1]
+        self.connections = 0
+        self.failures = []
+        threading.Thread(target=self._accept, daemon=True).start()
+
+    def _accept(self):
+        with contextlib.suppress(OSError):
+            while True:
+                connection, _ = self.listener.accept()
+                connection.settimeout(LIMIT)
+                self.connections += 1
+                threading.Thread(target=self._serve, args=(connection, self.connections), daemon=True).start()
+
+    def _serve(self, connection, number):
+        client = Client.__new__(Client)
+        client.socket, client.buffer = connection, b""
+        try:
+            self.handle(client, number)
+        except Exception as error:  # pylint: disable=broad-except
+            self.failures.append(error)
+        finally:
+            connection.close()
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.listener.close()
+
+
+def read_request(client):
+    """Request line, headers and body as an upstream sees them. The body is given as (size, digest)."""
+    line = client.line()
+    headers = {}
+    while text := client.line():
+        name, value = text.split(": ", 1) if ": " in text else (text.rstrip(":"), "")
+        headers[name.lower()] = value
+    digest, size = hashlib.sha256(), 0
+    if headers.get("transfer-encoding") == "chunked":
+        while data := client.chunk():
+            digest.update(data)
+            size += len(data)
+    else:
+        left = int(headers.get("content-length", 0))
+        while left:
+            data = client.take(min(left, 65536))
+            if not data:
+                raise EOFError("body cut")
+            digest.update(data)
+            size += len(data)
+            left -= len(data)
+    return line, headers, (size, digest.hexdigest())
+
+
+def serve_forever(answer):
+    """An upstream that answers every request of a connection with answer(line, headers, body)."""
+    def handle(client, _):
+        with contextlib.suppress(EOFError):
+            while True:
+                body = answer(*read_request(client))
+                client.send(f"HTTP/1.1 200 OK\r\nContent-Type: text/plain\r\nContent-Length: {len(body)}\r\n\r\n{body}")
+    return handle
+
+
+class StaticSite(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.folder = tempfile.TemporaryDirectory()
+        base = pathlib.Path(cls.folder.name)
+        (base / "secret.txt").write_text("SECRET")
+        cls.root = base / "site"
+        for folder in ("sub", "bare", ".git", ".well-known"):
+            (cls.root / folder).mkdir(parents=True)
+        for name, text in {"index.html": "<h1>home</h1>", "sub/default.htm": "sub", "a b.txt": "0123456789",
+                           "empty.bin": "", "style.css": "b{}", "page.php": "<?php", ".git/config": "SECRET",
+                           ".well-known/x.txt": "known"}.items():
+            (cls.root / name).write_text(text)
+        cls.host = Host("--root", native(cls.root), "--threads", "8", "--quiet")
+
+    @classmethod
+    def tearDownClass(cls):
+        with cls.host:
+            pass
+        assert cls.host.output == ["factory terminated", "global terminated"], cls.host.output
+        cls.folder.cleanup()
+
+    def test_files_types_and_default_documents(self):
+        for target, status, content_type, body in (
+                ("/", 200, "text/html; charset=utf-8", b"<h1>home</h1>"),
+                ("/index.html?x=1", 200, "text/html; charset=utf-8", b"<h1>home</h1>"),
+                ("/sub/", 200, "text/html; charset=utf-8", b"sub"),
+                ("/a%20b.txt", 200, "text/plain; charset=utf-8", b"0123456789"),
+                ("/style.css", 200, "text/css; charset=utf-8", b"b{}"),
+                ("/empty.bin", 200, "application/octet-stream", b""),
+                ("/.well-known/x.txt", 200, "text/plain; charset=utf-8", b"known"),
+                ("http://other/style.css", 200, "text/css; charset=utf-8", b"b{}")):
+            response = self.host.get(target)
+            with self.subTest(target):
+                self.assertEqual((response.status, response.header("Content-Type"), response.body),
+                                 (status, content_type, body))
+                self.assertEqual(response.header("X-Module"), "here")
+                self.assertIsNone(response.header("Server"))
+        self.assertEqual(self.host.get("/bare/").status, 403)
+        moved = self.host.get("/sub?a=1")
+        self.assertEqual((moved.status, moved.header("Location")), (301, "/sub/?a=1"))
+        self.assertEqual(self.host.get("//sub").header("Location"), "/sub/")
+
+    def test_nothing_outside_the_site_is_served(self):
+        for target in ("/../secret.txt", "/%2e%2e/secret.txt", "/sub/../../secret.txt", "/..%2fsecret.txt",
+                       "/..%5csecret.txt", "/..\\secret.txt", "/sub/..%c0%af..%c0%afsecret.txt", "/%252e%252e/secret.txt",
+                       "/....//secret.txt", "/.git/config", "/sub/%2e%2e/.git/config", "/index.html::$DATA", "/page.php",
+                       "/page.PHP", "/index.html.", "/index.html%20", "/con", "/nul.txt", "/secret.txt", "/C:/secret.txt",
+                       "/%00", "/index.html%00.txt"):
+            response = self.host.get(target)
+            with self.subTest(target):
+                self.assertIn(response.status, (400, 404))
+                self.assertNotIn(b"SECRET", response.body)
+                self.assertNotIn(b"<?php", response.body)
+
+    def test_ranges(self):
+        for value, status, body in (("bytes=0-0", 206, b"0"), ("bytes=2-4", 206, b"234"), ("bytes=8-", 206, b"89"),
+                                    ("bytes=-3", 206, b"789"), ("bytes=-99", 206, b"0123456789"),
+                                    ("bytes=5-99", 206, b"56789"), ("bytes=10-", 416, None), ("bytes=-0", 416, None),
+                                    ("bytes=4-2", 200, b"0123456789"), ("bytes=1-2,4-5", 200, b"0123456789"),
+                                    ("bytes=x-", 200, b"0123456789"), ("lines=1-2", 200, b"0123456789"),
+                                    ("bytes=99999999999999999999-", 200, b"0123456789")):
+            response = self.host.get("/a%20b.txt", "Range: " + value)
+            with self.subTest(value):
+                self.assertEqual(response.status, status)
+                if body is not None:
+                    self.assertEqual(response.body, body)
+        part = self.host.get("/a%20b.txt", "Range: bytes=2-4")
+        self.assertEqual((part.header("Content-Range"), part.header("Content-Length")), ("bytes 2-4/10", "3"))
+        self.assertEqual(self.host.get("/a%20b.txt", "Range: bytes=10-").header("Content-Range"), "bytes */10")
+
+    def test_conditions(self):
+        whole = self.host.get("/style.css")
+        tag, date = whole.header("ETag"), whole.header("Last-Modified")
+        for headers, status in (([f"If-None-Match: {tag}"], 304), ([f'If-None-Match: "x", W/{tag}'], 304),
+                                (["If-None-Match: *"], 304), (['If-None-Match: "x"'], 200),
+                                (['If-None-Match: "x"', f"If-Modified-Since: {date}"], 200),
+                                ([f"If-Modified-Since: {date}"], 304),
+                                (["If-Modified-Since: Thu, 01 Jan 1970 00:00:00 GMT"], 200),
+                                (["If-Modified-Since: nonsense"], 200), (['If-Match: "x"'], 412),
+                                ([f"If-Match: {tag}"], 200),
+                                (["If-Unmodified-Since: Thu, 01 Jan 1970 00:00:00 GMT"], 412),
+                                ([f"If-Range: {tag}", "Range: bytes=0-1"], 206),
+                                (['If-Range: "x"', "Range: bytes=0-1"], 200),
+                                ([f"If-Range: {date}", "Range: bytes=0-1"], 206)):
+            with self.subTest(headers):
+                response = self.host.get("/style.css", *headers)
+                self.assertEqual(response.status, status)
+                if status == 304:
+                    self.assertEqual((response.header("ETag"), response.header("Content-Type")), (tag, None))
+
+    def test_methods(self):
+        head = self.host.get("/style.css", method="HEAD")
+        self.assertEqual((head.status, head.header("Content-Length"), head.body), (200, "3", b""))
+        post = self.host.ask("POST / HTTP/1.1\r\nHost: h\r\nConnection: close\r\nContent-Length: 3\r\n\r\na=1")
+        self.assertEqual((post.status, post.header("Allow")), (405, "GET, HEAD, OPTIONS"))
+        self.assertEqual(self.host.get("*", method="OPTIONS").status, 200)
+
+    def test_pipelined_requests_are_answered_in_order(self):
+        with self.host.connect() as client:
+            client.send("GET /style.css HTTP/1.1\r\nHost: h\r\n\r\n"
+                        "POST /x HTTP/1.1\r\nHost: h\r\nContent-Length: 5\r\n\r\nGET /"
+                        "POST /y HTTP/1.1\r\nHost: h\r\nTransfer-Encoding: chunked\r\n\r\n3\r\nGET\r\n0\r\nA: b\r\n\r\n\r\n"
+                        "HEAD / HTTP/1.1\r\nHost: h\r\n\r\n"
+                        "GET /nothing HTTP/1.1\r\nHost: h\r\nConnection: close\r\n\r\nGET / HTTP/1.1\r\nHost: h\r\n\r\n")
+            self.assertEqual([client.response(head=i == 3).status for i in range(5)], [200, 405, 405, 200, 404])
+            self.assertTrue(client.closed())
+
+    def test_a_request_in_single_bytes(self):
+        with self.host.connect() as client:
+            for byte in b"POST /q HTTP/1.1\r\nHost: h\r\nX-Do: read\r\nTransfer-Encoding: chunked\r\n\r\n2\r\nab\r\n0\r\n\r\n":
+                client.send(bytes([byte]))
+            self.assertEqual(client.response().status, 405)
+
+    def test_old_clients(self):
+        for text, connection in (("GET / HTTP/1.0\r\n\r\n", "close"),
+                                 ("GET / HTTP/1.0\r\nConnection: keep-alive\r\n\r\n", "keep-alive"),
+                                 ("GET / HTTP/1.1\r\nHost: h\r\n\r\n", None)):
+            with self.subTest(text), self.host.connect() as client:
+                client.send(text)
+                response = client.response()
+                self.assertEqual((response.status, response.header("Connection")), (200, connection))
+                if connection == "close":
+                    self.assertTrue(client.closed())
+                else:
+                    client.send(text)
+                    self.assertEqual(client.response().status, 200)
+
+    def test_refused_requests_end_the_connection(self):
+        follow = "GET /style.css HTTP/1.1\r\nHost: h\r\n\r\n"
+        for text, status in (("GET / HTTP/1.1\r\n\r\n", 400), ("GET / HTTP/3.0\r\nHost: h\r\n\r\n", 505),
+                             ("POST / HTTP/1.1\r\nHost: h\r\n\r\n", 411), ("GET /%zz HTTP/1.1\r\nHost: h\r\n\r\n", 400),
+                             ("POST / HTTP/1.1\r\nHost: h\r\nContent-Length: 1\r\nContent-Length: 2\r\n\r\nab", 400),
+                             ("POST / HTTP/1.1\r\nHost: h\r\nTransfer-Encoding: x\r\nContent-Length: 0\r\n\r\n", 501),
+                             ("POST / HTTP/1.1\r\nHost: h\r\nTransfer-Encoding : chunked\r\n\r\n0\r\n\r\n", 400),
+                             ("A" * 20000, 400), ("GET / HTTP/1.1\r\nHost: h\r\nX: " + "a" * 17000, 400)):
+            with self.subTest(text[:70]), self.host.connect() as client:
+                client.send(text + follow)
+                response = client.response()
+                self.assertEqual((response.status, response.header("Connection"), response.header("X-Module")),
+                                 (status, "close", None))
+                self.assertTrue(client.closed(), "the rest must not be taken for a request")
+
+    def test_length_and_coding_together_end_the_connection(self):
+        with self.host.connect() as client:
+            client.send("POST / HTTP/1.1\r\nHost: h\r\nContent-Length: 4\r\nTransfer-Encoding: chunked\r\n\r\n"
+                        "0\r\n\r\nGET /style.css HTTP/1.1\r\nHost: h\r\n\r\n")
+            response = client.response()
+            self.assertEqual((response.status, response.header("Connection")), (405, "close"))
+            self.assertTrue(client.closed())
+
+    def test_malformed_chunks_are_a_lost_client(self):
+        with self.host.connect() as client:
+            client.send("POST / HTTP/1.1\r\nHost: h\r\nX-Do: read\r\nTransfer-Encoding: chunked\r\n\r\nzz\r\n")
+            response = client.response()
+            self.assertEqual((response.status, response.body), (400, b"client lost"))
+            self.assertTrue(client.closed())
+
+    def test_continue_goes_out_when_the_body_is_wanted(self):
+        ask = "POST / HTTP/1.1\r\nHost: h\r\nExpect: 100-continue\r\nContent-Length: 2\r\nX-Do: {}\r\n\r\n"
+        with self.host.connect() as client:
+            client.send(ask.format("read"))
+            self.assertEqual(client.response().status, 100)
+            client.send("ab")
+            self.assertEqual(client.response().status, 405)
+            client.send(ask.format("read") + "ab")  # who does not wait is not told to go on
+            self.assertIn(client.response().status, (100, 405))
+        with self.host.connect() as client:
+            client.send(ask.format("block"))
+            response = client.response()
+            self.assertEqual((response.status, response.header("Connection")), (403, "close"))
+
+    def test_early_answer_to_a_large_upload_is_seen(self):
+        for action in ("block", "read-some"):
+            with self.subTest(action), self.host.connect() as client:
+                client.send(f"POST / HTTP/1.1\r\nHost: h\r\nX-Do: {action}\r\nContent-Length: 20000000\r\n\r\n")
+                piece = bytes(100000)
+                for _ in range(200):
+                    client.send(piece)
+                response = client.response()
+                self.assertEqual((response.status, response.header("Connection")), (403, "close"))
+                self.assertIn(response.body, (b"blocked", b"seen enough"))
+        with self.host.connect() as client:  # a short one is skipped and the connection kept
+            client.send("POST / HTTP/1.1\r\nHost: h\r\nX-Do: block\r\nContent-Length: 3\r\n\r\nabc"
+                        "GET / HTTP/1.1\r\nHost: h\r\n\r\n")
+            self.assertEqual([client.response().status for _ in range(2)], [403, 200])
+
+    def test_waiting_modules_and_resets(self):
+        with self.host.connect() as client:
+            client.send("GET / HTTP/1.1\r\nHost: h\r\nX-Do: pending\r\n\r\n")
+            self.assertEqual(client.response().body, b"later")
+            client.send("GET / HTTP/1.1\r\nHost: h\r\nX-Do: reset\r\n\r\n")
+            self.assertTrue(client.closed())
+
+    def test_stalled_uploads_leave_the_others_alone(self):
+        with contextlib.ExitStack() as stack:
+            stalled = [stack.enter_context(self.host.connect()) for _ in range(7)]
+            for client in stalled:
+                client.send("POST / HTTP/1.1\r\nHost: h\r\nX-Do: read\r\nContent-Length: 4\r\n\r\nab")
+            idle = [stack.enter_context(self.host.connect()) for _ in range(50)]
+            for client in idle:
+                client.send("GET / HT")  # an unfinished head holds no thread
+            for _ in range(20):
+                self.assertEqual(self.host.get("/").status, 200)
+            for client in stalled:
+                client.send("cd")
+                self.assertEqual(client.response().status, 405)
+            for client in idle:
+                client.send("TP/1.1\r\nHost: h\r\n\r\n")
+                self.assertEqual(client.response().status, 200)
+
+
+class Lifetime(unittest.TestCase):
+    def setUp(self):
+        self.folder = tempfile.TemporaryDirectory()
+        (pathlib.Path(self.folder.name) / "index.html").write_text("home")
+        self.addCleanup(self.folder.cleanup)
+
+    def test_silent_clients_are_cut_off(self):
+        with Host("--root", native(self.folder.name), "--timeout", "1", "--quiet") as host:
+            for text in ("", "GET / HTT", "GET / HTTP/1.1\r\nHost: h\r\n\r\n"):
+                with self.subTest(text), host.connect() as client:
+                    client.send(text)
+                    if text.endswith("\r\n\r\n"):
+                        self.assertEqual(client.response().status, 200)
+                    self.assertTrue(client.closed())
+            with host.connect() as client:
+                client.send("POST / HTTP/1.1\r\nHost: h\r\nX-Do: read\r\nContent-Length: 4\r\n\r\nab")
+                self.assertEqual(client.response().body, b"client lost")
+
+    def test_stop_finishes_what_runs(self):
+        with Host("--root", native(self.folder.name)) as host:
+            with host.connect() as busy, host.connect() as idle:
+                idle.send("GET /%E4?<x> HTTP/1.1\r\nHost: h\r\n\r\n")
+                self.assertEqual(idle.response().status, 404)
+                busy.send("POST / HTTP/1.1\r\nHost: h\r\nX-Do: read\r\nExpect: 100-continue\r\nContent-Length: 4\r\n\r\n")
+                self.assertEqual(busy.response().status, 100)
+                host.process.send_signal(signal.SIGINT if WINE else signal.SIGTERM)
+                self.assertTrue(idle.closed())
+                self.assertIsNone(host.process.poll())
+                with self.assertRaises(OSError):
+                    host.connect().closed()
+                busy.send("abcd")
+                response = busy.response()
+                self.assertEqual(response.status, 405)
+                self.assertTrue(busy.closed())
+        self.assertEqual(host.output[-2:], ["factory terminated", "global terminated"])
+        self.assertTrue(any("GET /%E4?<x> 404" in line for line in host.output), host.output)
+
+    def test_wrong_options_are_explained(self):
+        root = native(self.folder.name)
+        for arguments, words in (([], "--listen is missing"), (["--listen", "127.0.0.1:0"], "exactly one of"),
+                                 (["--listen", "127.0.0.1:0", "--root", root, "--upstream", "http://x"], "exactly one of"),
+                                 (["--listen", "here:0", "--root", root], "numeric address"),
+                                 (["--listen", "127.0.0.1:99999", "--root", root], "ADDRESS:PORT"),
+                                 (["--listen", "127.0.0.1:0", "--upstream", "https://x"], "http://HOST:PORT"),
+                                 (["--listen", "127.0.0.1:0", "--upstream", "http://x/path"], "http://HOST:PORT"),
+                                 (["--listen", "127.0.0.1:0", "--root", root, "--threads", "0"], "--threads"),
+                                 (["--listen", "127.0.0.1:0", "--root", root, "--root", root], "twice"),
+                                 (["--listen"], "wants a value"), (["--nothing"], "unknown option"),
+                                 (["--listen", "127.0.0.1:0", "--root", root + "/no"], "no such folder"),
+                                 (["--listen", "127.0.0.1:0", "--root", root, "--module", "missing.so"], "cannot be loaded"),
+                                 (["--listen", "192.0.2.77:1", "--root", root], "cannot listen")):
+            with self.subTest(arguments):
+                result = subprocess.run(command(*arguments), capture_output=True, timeout=LIMIT, check=False)
+                self.assertEqual(result.returncode, 2)
+                self.assertIn(words, result.stderr.decode())
+        result = subprocess.run(command("--help"), capture_output=True, timeout=LIMIT, check=True)
+        self.assertIn(b"--upstream", result.stdout)
+
+
+class Proxy(unittest.TestCase):
+    @contextlib.contextmanager
+    def proxy(self, handle, *arguments):
+        with Upstream(handle) as upstream:
+            with Host("--upstream", f"http://127.0.0.1:{upstream.port}", "--threads", "16", "--quiet", *arguments) as host:
+                host.upstream = upstream
+                yield host
+
+    def test_headers_pass_without_those_of_the_hop(self):
+        seen = []
+        def answer(line, headers, _):
+            seen.append((line, headers))
+            return "ok"
+        with self.proxy(serve_forever(answer)) as host:
+            host.get("/p%41?q=%00", "Connection: X-Hop", "X-Hop: 1", "TE: trailers", "Keep-Alive: 5", "X-End: to end",
+                     "Cookie: a=1", "Cookie: b=2", "Upgrade: h2c")
+            host.get("http://other:9/abs?q")
+        line, headers = seen[0]
+        self.assertEqual(line, "GET /p%41?q=%00 HTTP/1.1")
+        self.assertEqual(headers, {"host": "h", "x-end": "to end", "cookie": "a=1; b=2"})
+        self.assertEqual(seen[1][0], "GET /abs?q HTTP/1.1")
+        with self.proxy(serve_forever(answer), "--forwarded-for") as host:
+            host.get("/")
+            host.get("/", "X-Forwarded-For: 1.2.3.4")
+        self.assertEqual([headers["x-forwarded-for"] for _, headers in seen[2:]], ["127.0.0.1", "1.2.3.4, 127.0.0.1"])
+
+    def test_bodies_arrive_byte_for_byte_in_little_memory(self):
+        answer = lambda _line, headers, body: f"{body[0]} {body[1]} {headers.get('transfer-encoding')}"
+        piece = bytes(range(256)) * 4096
+        with self.proxy(serve_forever(answer)) as host:
+            before = host.peak_memory()
+            for chunked, action, size in ((False, "", LARGE), (True, "", LARGE), (True, "read", 3000001), (False, "read", 70000),
+                                          (False, "", 0), (True, "read", 0), (False, "read", 1)):
+                digest, left = hashlib.sha256(), size
+                with self.subTest(chunked=chunked, action=action, size=size), host.connect() as client:
+                    framing = "Transfer-Encoding: chunked" if chunked else f"Content-Length: {size}"
+                    client.send(f"POST /up HTTP/1.1\r\nHost: h\r\nX-Do: {action}\r\n{framing}\r\n\r\n")
+                    while left:
+                        data = piece[:min(left, len(piece))]
+                        digest.update(data)
+                        client.send(b"%x\r\n%s\r\n" % (len(data), data) if chunked else data)
+                        left -= len(data)
+                    if chunked:
+                        client.send("0\r\n\r\n")
+                    text = client.response().body.decode()
+                    self.assertEqual(text, f"{size} {digest.hexdigest()} {'chunked' if chunked else None}")
+            self.assertLess(host.peak_memory() - before, 64 * 1024, "kilobytes")
+
+    def test_large_responses_stream(self):
+        piece = bytes(range(256)) * 256
+        def handle(client, _):
+            chunked = "chunked" in read_request(client)[0]
+            client.send("HTTP/1.1 200 OK\r\n" + ("Transfer-Encoding: chunked" if chunked else f"Content-Length: {LARGE}") +
+                        "\r\n\r\n")
+            left = LARGE
+            while left:
+                data = piece[:min(left, len(piece))]
+                client.send(b"%x\r\n%s\r\n" % (len(data), data) if chunked else data)
+                left -= len(data)
+            if chunked:
+                client.send("0\r\n\r\n")
+        expected = hashlib.sha256(piece * (LARGE // len(piece)) + piece[:LARGE % len(piece)]).hexdigest()
+        with self.proxy(handle) as host:
+            before = host.peak_memory()
+            for target in ("/length", "/chunked"):
+                with self.subTest(target), host.connect() as client:
+                    client.send(f"GET {target} HTTP/1.1\r\nHost: h\r\n\r\n")
+                    _, headers = client.head()
+                    digest, left = hashlib.sha256(), LARGE
+                    self.assertEqual(("Content-Length", str(LARGE)) in headers, target == "/length")
+                    if target == "/length":
+                        while left and (data := client.take(min(left, 65536))):
+                            digest.update(data)
+                            left -= len(data)
+                    else:
+                        while data := client.chunk():
+                            digest.update(data)
+                    self.assertEqual(digest.hexdigest(), expected)
+            self.assertLess(host.peak_memory() - before, 64 * 1024, "kilobytes")
+
+    def test_pieces_pass_as_they_come(self):
+        went_on = threading.Event()
+        def handle(client, _):
+            read_request(client)
+            client.send("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n5\r\nfirst\r\n")
+            self.assertTrue(went_on.wait(LIMIT))
+            client.send("6\r\nsecond\r\n0\r\n\r\n")
+        with self.proxy(handle) as host, host.connect() as client:
+            client.send("GET / HTTP/1.1\r\nHost: h\r\n\r\n")
+            client.head()
+            self.assertEqual(client.chunk(), b"first")  # before the upstream has sent the rest
+            went_on.set()
+            self.assertEqual(client.chunk(), b"second")
+
+    def test_responses_of_every_framing(self):
+        answers = {
+            "/length": "HTTP/1.1 200 OK\r\nContent-Length: 4\r\nX: 1\r\n\r\nbody",
+            "/close": "HTTP/1.0 200 OK\r\n\r\nbody",
+            "/chunked": "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n4;x\r\nbody\r\n0\r\nT: 1\r\n\r\n",
+            "/interim": "HTTP/1.1 103 Hints\r\nX: 1\r\n\r\nHTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\nbody",
+            "/cookies": "HTTP/1.1 200 OK\r\nSet-Cookie: a=1\r\nSet-Cookie: b=2\r\nServer: up\r\nContent-Length: 4\r\n\r\nbody",
+            "/404": "HTTP/1.1 404 Gone Away\r\nContent-Length: 4\r\n\r\nbody",
+            "/204": "HTTP/1.1 204 No Content\r\n\r\n",
+            "/304": "HTTP/1.1 304 Not Modified\r\nETag: \"x\"\r\n\r\n",
+        }
+        def handle(client, _):
+            client.send(answers[read_request(client)[0].split(" ")[1]])
+        with self.proxy(handle) as host:
+            for target in answers:
+                response = host.get(target)
+                with self.subTest(target):
+                    expected = int(target[1:]) if target[1:].isdigit() else 200
+                    body = b"" if expected in (204, 304) else b"body"
+                    self.assertEqual((response.status, response.body, response.whole), (expected, body, True))
+                    if target == "/cookies":
+                        self.assertEqual([v for k, v in response.headers if k == "Set-Cookie"], ["a=1", "b=2"])
+                        self.assertIsNone(response.header("Server"))
+            head = host.get("/length", method="HEAD")
+            self.assertEqual((head.header("Content-Length"), head.body), ("4", b""))
+
+    def test_bad_upstreams(self):
+        def handle(client, _):
+            target = read_request(client)[0].split(" ")[1]
+            if target == "/nonsense":
+                client.send("220 mail.example ESMTP\r\n\r\n")
+            elif target == "/short":
+                client.send("HTTP/1.1 200 OK\r\nContent-Length: 400000\r\n\r\n" + "x" * 300000)
+            elif target == "/silent":
+                client.closed()
+            elif target == "/chunk":
+                client.send("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n3\r\nabc\r\nzz\r\n")
+        with self.proxy(handle, "--timeout", "1") as host:
+            self.assertEqual(host.get("/nothing").status, 502)
+            self.assertEqual(host.get("/nonsense").status, 502)
+            self.assertEqual(host.get("/silent").status, 504)
+            for target in ("/short", "/chunk"):
+                with self.subTest(target):
+                    with contextlib.suppress(EOFError):  # reset before the head was read
+                        response = host.get(target)
+                        self.assertTrue(response.status == 502 or not response.whole)
+        closed = socket.create_server(("127.0.0.1", 0))
+        port = closed.getsockname()[1]
+        closed.close()
+        with Host("--upstream", f"http://127.0.0.1:{port}", "--quiet") as host:
+            response = host.get("/")
+            self.assertEqual((response.status, response.header("X-Module")), (502, "here"))
+
+    def test_upstream_connections_are_kept_and_stale_ones_replaced(self):
+        def handle(client, number):
+            for _ in range(2 if number == 1 else 100):
+                body = f"{number} {read_request(client)[0].split(' ')[0]}"
+                client.send(f"HTTP/1.1 200 OK\r\nContent-Length: {len(body)}\r\n\r\n{body}")
+        with self.proxy(handle) as host:
+            self.assertEqual([host.get("/").body for _ in range(2)], [b"1 GET"] * 2)
+            for _ in range(20):  # the first connection is closed by now, or just being closed
+                self.assertIn(host.get("/").body, (b"2 GET", b"3 GET"))
+
+    def test_an_answer_before_the_body_is_read_comes_through(self):
+        def handle(client, _):
+            while client.line():
+                pass
+            client.send("HTTP/1.1 413 Too Large\r\nContent-Length: 3\r\nConnection: close\r\n\r\nbig")
+            client.socket.shutdown(socket.SHUT_WR)
+            client.closed()
+        with self.proxy(handle) as host, host.connect() as client:
+            client.send("POST / HTTP/1.1\r\nHost: h\r\nContent-Length: 3000000\r\n\r\n")
+            client.send(bytes(3000000))
+            response = client.response()
+            self.assertEqual((response.status, response.body), (413, b"big"))
+
+    def test_clients_that_leave_end_the_upstream_request(self):
+        ends = {"/waiting": threading.Event(), "/upload": threading.Event(), "/download": threading.Event()}
+        def handle(client, _):
+            target = client.line().split(" ")[1]
+            while client.line():
+                pass
+            try:
+                if target == "/download":
+                    client.send("HTTP/1.1 200 OK\r\nContent-Length: 99999999999\r\n\r\n")
+                    while True:
+                        client.send(bytes(65536))
+                client.closed()
+            except OSError:
+                pass
+            ends[target].set()
+        with self.proxy(handle) as host:
+            for target, text in (("/waiting", "GET /waiting HTTP/1.1\r\nHost: h\r\n\r\n"),
+                                 ("/upload", "PUT /upload HTTP/1.1\r\nHost: h\r\nContent-Length: 99999999\r\n\r\nhalf"),
+                                 ("/download", "GET /download HTTP/1.1\r\nHost: h\r\n\r\n")):
+                with self.subTest(target):
+                    with host.connect() as client:
+                        client.send(text)
+                        if target == "/download":
+                            client.head()
+                        elif target == "/waiting":
+                            while host.upstream.connections == 0:
+                                time.sleep(0.01)
+                    self.assertTrue(ends[target].wait(LIMIT))
+
+    def test_many_clients_at_once(self):
+        answer = lambda line, _headers, body: f"{line.split(' ')[1]} {body[0]}"
+        with self.proxy(serve_forever(answer)) as host:
+            failures = []
+            def run(number):
+                with host.connect() as client:
+                    for i in range(30):
+                        size = (number * 37 + i * 911) % 9000
+                        client.send(f"POST /{number}-{i} HTTP/1.1\r\nHost: h\r\nX-Do: {'read' if i % 2 else ''}\r\n"
+                                    f"Content-Length: {size}\r\n\r\n" + "x" * size)
+                        body = client.response().body.decode()
+                        if body != f"/{number}-{i} {size}":
+                            failures.append(body)
+            threads = [threading.Thread(target=run, args=(number,)) for number in range(24)]
+            for thread in threads:
+                thread.start()
+            for thread in threads:
+                thread.join(LIMIT)
+            self.assertEqual(failures, [])
+            self.assertFalse(any(thread.is_alive() for thread in threads))
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=1)
