@@ -145,20 +145,14 @@ template <class Headers>
 bool CHeaderTable<Headers>::Append(std::string_view name, std::string_view value) {
   if (name.size() > kMaxLength || value.size() > kMaxLength) return false;
   const int id = IdOf(name);
-  const std::string_view separator = id == iis::HttpHeaderCookie && kIsRequest ? "; " : ", ";
   if (id >= 0) {
     iis::HTTP_KNOWN_HEADER& header = raw_.KnownHeaders[id];
     if (header.pRawValue != nullptr && header.RawValueLength > 0) {
-      return Join(&header.pRawValue, &header.RawValueLength, value, separator);
+      return Join(&header.pRawValue, &header.RawValueLength, value, ", ");
     }
     header.pRawValue = memory_.CopyText(value);
     header.RawValueLength = static_cast<iis::USHORT>(value.size());
     return true;
-  }
-  if (kIsRequest) {
-    if (iis::HTTP_UNKNOWN_HEADER* header = FindUnknown(name)) {
-      return Join(&header->pRawValue, &header->RawValueLength, value, separator);
-    }
   }
   AddUnknown(name, value);
   return true;

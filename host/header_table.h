@@ -28,8 +28,7 @@ class CHeaderTable {
   iis::HRESULT Delete(iis::HTTP_HEADER_ID id);
   iis::HRESULT Delete(iis::PCSTR name);
 
-  /// Adds a header as it came over the wire: a repeated one is joined (request) or, when it is an unknown header of a
-  /// response, kept as one more entry. False when it does not fit the 16-bit lengths.
+  /// Adds a header without looking for an unknown one of the same name. False when it does not fit the 16-bit lengths.
   bool Append(std::string_view name, std::string_view value);
 
  private:

@@ -2,13 +2,22 @@
 
 #include <algorithm>
 #include <cstring>
+#include <string>
+#include <unordered_map>
+#include <vector>
 
+#include "host/ascii.h"
 #include "host/cooked_url.h"
 #include "host/header_names.h"
 #include "host/host_context.h"
 #include "host/results.h"
 
 namespace qiv::host {
+namespace {
+
+constexpr std::size_t kFewHeaders = 24;  ///< up to here comparing all names is cheaper than a table
+
+}  // namespace
 
 CHostRequest::CHostRequest(CHostContext& context, const RequestInput& input, IWire& wire)
     : context_(context),
@@ -53,18 +62,47 @@ bool CHostRequest::Build(const RequestInput& input, const char** reason) {
   // Only the presence of the pointer means something to a module: the connection is secured.
   if (input.secure) raw_.pSslInfo = static_cast<iis::HTTP_SSL_INFO*>(memory.Allocate(64));
   if (raw_.pSslInfo != nullptr) std::memset(static_cast<void*>(raw_.pSslInfo), 0, 64);
-  for (const HeaderView& header : input.headers) {
-    // The same length twice was accepted as one.
-    if (header.name.size() == 14 && raw_.Headers.KnownHeaders[iis::HttpHeaderContentLength].pRawValue != nullptr &&
-        RequestHeaderId(header.name) == iis::HttpHeaderContentLength) {
-      continue;
-    }
-    if (!headers_.Append(header.name, header.value)) {
-      *reason = "Invalid header.";
-      return false;
-    }
+  if (!BuildHeaders(input.headers)) {
+    *reason = "Invalid header.";
+    return false;
   }
   raw_.BytesReceived = input.raw_url.size();
+  return true;
+}
+
+/// Repeated headers become one. The work grows with the bytes of the head, however many headers it is cut into.
+bool CHostRequest::BuildHeaders(std::span<const HeaderView> headers) {
+  struct Merged {
+    std::string_view name;
+    std::string_view value;
+    std::string joined;  ///< used once there is a second value
+  };
+  std::vector<Merged> merged;
+  merged.reserve(headers.size());
+  std::unordered_map<std::string, std::size_t> places;  // by lower-case name
+  const bool few = headers.size() <= kFewHeaders;
+  for (const HeaderView& header : headers) {
+    std::size_t place = 0;
+    if (few) {
+      while (place < merged.size() && !EqualsIgnoreCase(merged[place].name, header.name)) ++place;
+    } else {
+      std::string key(header.name);
+      for (char& c : key) c = LowerAscii(c);
+      place = places.try_emplace(std::move(key), merged.size()).first->second;
+    }
+    if (place == merged.size()) {
+      merged.push_back({header.name, header.value, {}});
+      continue;
+    }
+    Merged& first = merged[place];
+    const int id = RequestHeaderId(header.name);
+    if (id == iis::HttpHeaderContentLength) continue;  // the same length twice was accepted as one
+    if (first.joined.empty()) first.joined = first.value;
+    first.joined.append(id == iis::HttpHeaderCookie ? "; " : ", ").append(header.value);
+  }
+  for (const Merged& header : merged) {
+    if (!headers_.Append(header.name, header.joined.empty() ? header.value : header.joined)) return false;
+  }
   return true;
 }
 

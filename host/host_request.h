@@ -61,6 +61,7 @@ class CHostRequest final : public iis::IHttpRequest {
     const char* data;
     std::size_t size;
   };
+  bool BuildHeaders(std::span<const HeaderView> headers);
   void BuildUrl(const struct CookedUrl& cooked);
   std::size_t ShortenedSize(std::size_t size);
 

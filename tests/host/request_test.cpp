@@ -171,6 +171,22 @@ TEST(RequestHeaders, KnownUnknownRepeatedAndChanged) {
   EXPECT_TRUE(response.handler_ran);
 }
 
+TEST(RequestHeaders, ManyHeadersAreMergedLikeFew) {
+  for (const int count : {10, 4000}) {
+    InProcessRequest request;
+    std::string expected;
+    for (int i = 0; i < count; ++i) {
+      request.headers.push_back({i % 2 == 0 ? "X-Same" : "x-same", std::to_string(i)});
+      request.headers.push_back({"Y-" + std::to_string(i), ""});
+      expected += (i == 0 ? "" : ", ") + std::to_string(i);
+    }
+    RunWith({}, request, [&](iis::IHttpContext& context) {
+      EXPECT_EQ(context.GetRequest()->GetHeader("X-SAME", nullptr), expected);
+      EXPECT_EQ(context.GetRequest()->GetRawHttpRequest()->Headers.UnknownHeaderCount, count + 1);
+    });
+  }
+}
+
 TEST(RequestHeaders, EveryVerbHasAText) {
   for (const char* method : {"GET", "POST", "PATCH", "PROPFIND", "get", "X-1!"}) {
     InProcessRequest request;
