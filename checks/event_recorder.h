@@ -12,7 +12,7 @@ namespace qiv {
 class IEventRecorder {
  public:
   virtual ~IEventRecorder() = default;
-  /// Called by the page writer for every page it writes.
+  /// Called once for each request that was answered with a page.
   virtual void RecordBlock(const RequestFacts& facts, const CheckResult& result) = 0;
   /// One statistics record ("tongji"); `rule` is "-" when there is none.
   virtual void RecordStatistics(std::string_view category, std::string_view client_ip, std::string_view rule) = 0;

@@ -2,6 +2,7 @@
 
 #include <exception>
 
+#include "config/website_config.h"
 #include "module/page_writer.h"
 #include "port/clock.h"
 
@@ -40,8 +41,8 @@ void CBlockRecorder::TellService(const RequestFacts& facts, const CheckResult& r
   if (!service_.IsEnabled()) return;
   try {
     CExchangeFiles& exchange = service_.Exchange();
-    exchange.CountCheck(result.check, facts.client_ip, "block", result.rule);
-    if (!result.notify) return;
+    exchange.CountCheck(result.check, facts.client_ip, "block", result.rule.empty() ? "-" : result.rule);
+    if (!result.notify || !facts.config->response.notice) return;
     exchange.WriteMessage(facts.client_ip, result.category, result.item, result.reason, facts.raw_url);
   } catch (const std::exception&) {
     // Out of memory: the line is lost, the request is not.

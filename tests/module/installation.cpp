@@ -6,6 +6,8 @@
 #include <sstream>
 
 #include "common/aes.h"
+#include "common/text.h"
+#include "config/exchange_lines.h"
 #include "port/clock.h"
 #include "port/module_path.h"
 
@@ -18,6 +20,12 @@ constexpr char kLibrary[] =
 
 void WriteFile(const std::string& path, const std::string& content) {
   std::ofstream(path, std::ios::binary) << content;
+}
+
+std::string ReadFile(const std::string& path) {
+  std::ostringstream text;
+  text << std::ifstream(path, std::ios::binary).rdbuf();
+  return text.str();
 }
 
 }  // namespace
@@ -36,8 +44,8 @@ CInstallation::~CInstallation() {
 }
 
 void CInstallation::Write(const Site& site) const {
-  std::string settings =
-      "<language>" + site.language + "</language><enable_ipv6prot>" + (site.ipv6 ? "1" : "0") + "</enable_ipv6prot>";
+  std::string settings = "<language>" + site.language + "</language><enable_ipv6prot>" + (site.ipv6 ? "1" : "0") +
+                         "</enable_ipv6prot><sys_is_qiv>" + (site.linked ? "1" : "0") + "</sys_is_qiv>";
   std::map<std::string, std::string> sections = site.sections;
   sections["website_base"];
   for (const auto& [name, members] : sections) {
@@ -51,10 +59,26 @@ void CInstallation::Write(const Site& site) const {
 
 void CInstallation::WriteRaw(const std::string& content) const { WriteFile(directory_ + "config/_config.db", content); }
 
-std::string CInstallation::Log() const {
-  std::ostringstream text;
-  text << std::ifstream(directory_ + "debug/_log.log", std::ios::binary).rdbuf();
-  return text.str();
+void CInstallation::Deny(const std::string& address) const {
+  const std::int64_t now = UnixSeconds();
+  WriteFile(directory_ + "config/_in.db",
+            EncipherLine("denylist\tadd\tservice\t" + address + "\t" + std::to_string(now - 10) + "\t" +
+                         std::to_string(now + 3600) + "\treason"));
+}
+
+std::string CInstallation::Log() const { return ReadFile(directory_ + "debug/_log.log"); }
+
+std::vector<std::string> CInstallation::Out() const {
+  std::vector<std::string> lines;
+  ForEachLine(ReadFile(directory_ + "config/_out.log"), [&lines](std::string_view line) {
+    std::string text;
+    for (const std::string_view field : Split(line, '\t')) {
+      if (!text.empty()) text += ' ';
+      text += DigitsToNumber(field) > 1000000 ? std::string_view("T") : field;
+    }
+    lines.push_back(text);
+  });
+  return lines;
 }
 
 Site InjectionSite() {

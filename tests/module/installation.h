@@ -3,6 +3,7 @@
 
 #include <map>
 #include <string>
+#include <vector>
 
 namespace qiv::test {
 
@@ -11,6 +12,7 @@ struct Site {
   std::map<std::string, std::string> sections;
   std::string language = "en-US";
   bool ipv6 = false;
+  bool linked = false;  ///< to the firewall service
 };
 
 class CInstallation {
@@ -24,8 +26,12 @@ class CInstallation {
   const std::string& Directory() const { return directory_; }
   void Write(const Site& site) const;
   void WriteRaw(const std::string& content) const;
+  /// Line of _in.db that puts an address on the deny list for an hour.
+  void Deny(const std::string& address) const;
   /// Whole content of debug/_log.log; empty when there is none.
   std::string Log() const;
+  /// Deciphered lines of _out.log, their times replaced by "T".
+  std::vector<std::string> Out() const;
 
  private:
   std::string directory_;

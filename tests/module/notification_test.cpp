@@ -2,8 +2,11 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 #include "common/text.h"
+#include "module/global_module.h"
+#include "module/module_factory.h"
 #include "module/module_state.h"
 #include "module/qiv_module.h"
 #include "tests/module/fake_server.h"
@@ -85,6 +88,53 @@ TEST_F(Notification, KeepsExceptionsInsideAndLogsOneAMinute) {
   EXPECT_EQ(module_->OnSendResponse(&attack_, nullptr), kContinue);
   EXPECT_EQ(Events(), 1u);
   EXPECT_NE(installation_.Log().find("no response today"), std::string::npos);
+}
+
+/// A linked site that locks who attacks, gives notices and asks the deny list.
+test::Site LinkedSite() {
+  test::Site site = test::InjectionSite();
+  site.linked = true;
+  site.sections["website_sql"] += R"(,"get_mode":"1")";
+  site.sections["website_attack"] = R"("e404":"1","e404_lock_freq":"5","e404_lock_time":"5")";
+  site.sections["website_response"] = R"("notice":"1","lock":"1","lock_freq":"3","lock_time":"10")";
+  return site;
+}
+
+TEST_F(Notification, TellsTheFirewallService) {
+  installation_.Write(LinkedSite());
+  for (const bool may_write : {false, true}) {
+    InitialiseModule(installation_.Directory(), may_write);
+    auto* factory = new CQivIpsIIsModuleFactory;
+    iis::CHttpModule* module = nullptr;
+    ASSERT_EQ(factory->GetHttpModule(&module, nullptr), 0);
+    CFakeContext attack;
+    attack.request.SetUrl("/a.asp?id=1%27%20union%20select%201");
+    EXPECT_EQ(module->OnBeginRequest(&attack, nullptr), kFinish);
+    module->Dispose();
+    factory->Terminate();
+    (new MyGlobalModule(nullptr))->Terminate();
+    EXPECT_EQ(installation_.Out().empty(), !may_write);
+  }
+  const std::vector<std::string> out = installation_.Out();
+  ASSERT_EQ(out.size(), 4u);
+  EXPECT_EQ(out[0],
+            "msg 203.0.113.7 Injection SQL Injection Protection(GET) - - Deny SQL injection(Cloud matching),"
+            "Keywords:union /a.asp?id=1%27%20union%20select%201");
+  EXPECT_TRUE(out[1].starts_with("denylist add IIS 203.0.113.7 T T Trigger strict blocking mode")) << out[1];
+  EXPECT_EQ(out[2], "check injection 203.0.113.7 block 0 1 r1 -");
+  EXPECT_EQ(out[3], "tongji sql_act - 203.0.113.7 r1 1 - -");
+}
+
+TEST_F(Notification, DeniesWhomTheFirewallServiceLists) {
+  installation_.Write(LinkedSite());
+  installation_.Deny("203.0.113.7");
+  InitialiseModule(installation_.Directory(), true);
+  CFakeContext denied;
+  EXPECT_EQ(module_->OnBeginRequest(&denied, nullptr), kFinish);
+  EXPECT_NE(installation_.Log().find(R"("item":"Deny list")"), std::string::npos) << installation_.Log();
+  CFakeContext other;
+  other.request.SetClient("203.0.113.8");
+  EXPECT_EQ(module_->OnBeginRequest(&other, nullptr), kContinue);
 }
 
 TEST_F(Notification, ABrokenConfigurationLetsEverythingPass) {
