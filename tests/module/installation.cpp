@@ -1,5 +1,7 @@
 #include "tests/module/installation.h"
 
+#include <gtest/gtest.h>
+
 #include <atomic>
 #include <filesystem>
 #include <fstream>
@@ -9,6 +11,7 @@
 #include "common/text.h"
 #include "config/exchange_lines.h"
 #include "port/clock.h"
+#include "port/file.h"
 #include "port/module_path.h"
 
 namespace qiv::test {
@@ -18,9 +21,8 @@ constexpr char kLibrary[] =
     "<sql_rules>union{*}*{*}union query{*}r1{#}</sql_rules><sql_keys>'{*}*{*}quote{*}k1{#}</sql_keys>"
     "<xss_events>onload{*}*{*}event{*}e1{#}</xss_events><separator>*</separator>";
 
-void WriteFile(const std::string& path, const std::string& content) {
-  std::ofstream(path, std::ios::binary) << content;
-}
+/// The old content or the new, never a part, whoever reads meanwhile.
+void WriteFile(const std::string& path, const std::string& content) { ASSERT_TRUE(ReplaceFile(path, content)) << path; }
 
 std::string ReadFile(const std::string& path) {
   std::ostringstream text;
