@@ -60,7 +60,8 @@ bool CKeywordRules::IsWholeWord(std::string_view text, std::size_t begin, std::u
   return end == text.size() || !IsWordByte(text[end - 1]) || !IsWordByte(text[end]);
 }
 
-// One search. Its memory is taken when the first word occurs, and never grows.
+// One search. Its memory is taken when the first word occurs, and never grows. Queues are set up when their word first
+// occurs or is first waited for, so that a short text does not pay for a long list.
 class CKeywordRules::CSearch {
  public:
   CSearch(const CKeywordRules& rules, std::string_view text) : rules_(rules), text_(text) {}
@@ -68,7 +69,7 @@ class CKeywordRules::CSearch {
   // False when no better rule can come.
   bool OnOccurrence(std::uint32_t word, std::size_t begin) {
     if (queues_ == nullptr) Start();
-    Queue& queue = queues_[word];
+    Queue& queue = QueueOf(word);
     if (queue.front == kNone || waiting_[queue.front].position > begin) return true;
     const std::uint32_t taken = Take(&queue, begin);
     const std::size_t end = begin + rules_.words_.PatternLength(word);
@@ -91,18 +92,27 @@ class CKeywordRules::CSearch {
     std::uint32_t next_group;  // first step of the next group in the queue
   };
   struct Queue {
-    std::uint32_t front = kNone;
-    std::uint32_t back = kNone;
+    std::uint32_t front;
+    std::uint32_t back;
   };
+  static constexpr std::uint32_t kSetBits = 64;
 
   void Start() {
     const std::size_t words = rules_.first_step_of_word_.size();
-    queues_ = std::make_unique<Queue[]>(words);
+    set_up_ = std::make_unique<std::uint64_t[]>(words / kSetBits + 1);
+    queues_ = std::make_unique_for_overwrite<Queue[]>(words);
     waiting_ = std::make_unique_for_overwrite<Waiting[]>(rules_.steps_.size());
-    for (std::size_t word = 0; word < words; ++word) {
+  }
+
+  Queue& QueueOf(std::uint32_t word) {
+    const std::uint64_t bit = std::uint64_t{1} << word % kSetBits;
+    if ((set_up_[word / kSetBits] & bit) == 0) {
+      set_up_[word / kSetBits] |= bit;
+      queues_[word] = {kNone, kNone};
       const std::uint32_t step = rules_.first_step_of_word_[word];
       if (step != kNone) PutStep(&queues_[word], step, 0);
     }
+    return queues_[word];
   }
 
   // Takes the groups that wait from `begin` or before off the queue, as one chain.
@@ -149,14 +159,15 @@ class CKeywordRules::CSearch {
     best_ = std::min(best_, rules_.steps_[step].rule);
     for (std::uint32_t s = rules_.steps_[step].first_child; s != kNone; s = rules_.steps_[s].next_sibling) {
       const Step& child = rules_.steps_[s];
-      if (child.best_below < best_) PutStep(&queues_[child.word], s, end);
+      if (child.best_below < best_) PutStep(&QueueOf(child.word), s, end);
     }
   }
 
   const CKeywordRules& rules_;
   std::string_view text_;
-  std::unique_ptr<Queue[]> queues_;     // per word
-  std::unique_ptr<Waiting[]> waiting_;  // per step
+  std::unique_ptr<std::uint64_t[]> set_up_;  // a bit per word: its queue is set up
+  std::unique_ptr<Queue[]> queues_;          // per word
+  std::unique_ptr<Waiting[]> waiting_;       // per step
   std::uint32_t best_ = kNone;
 };
 
