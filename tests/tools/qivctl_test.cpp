@@ -144,6 +144,36 @@ TEST(Qivctl, LibrariesGoThereAndBack) {
   EXPECT_EQ(Qivctl("library pack " + directory.Path("stored") + " -o " + directory.Path("stored2")).exit_code, 2);
 }
 
+TEST(Qivctl, ChecksRequestsAndWritesNothing) {
+  const CTemporaryDirectory directory;
+  const std::string module = directory.Path("m");
+  ASSERT_EQ(Qivctl("init " + module + " --rules " + QIV_SOURCE_ROOT "/rules").exit_code, 0);
+  const std::string check = "check --config " + module + " ";
+  const std::string attack = directory.Path("attack.http");
+  ReplaceFile(attack, "GET /?id=1+union+select+1,2+from+\x1B[2Jusers HTTP/1.1\nHost: h\n\n");
+  const std::string form = directory.Path("form.http");
+  ReplaceFile(form,
+              "POST / HTTP/1.1\r\nHost: h\r\nContent-Type: text/plain\r\nContent-Length: 4\r\n\r\na=b\n and more");
+
+  EXPECT_EQ(Qivctl(check + form).output, form + ": pass\n");
+  const Outcome both = Qivctl(check + form + " -", "GET /?id=1+union+select+1,2+from+users HTTP/1.1\nHost: h\n\n");
+  EXPECT_EQ(both.exit_code, 1);
+  EXPECT_EQ(both.output.find(form + ": pass\n-: blocked (403)\n  check:  injection\n  item:   SQL Injection"), 0U)
+      << both.output;
+  const Outcome json = Qivctl(check + "--json " + form);
+  EXPECT_EQ(json.exit_code, 0);
+  EXPECT_NE(json.output.find("\"decision\":\"pass\""), std::string::npos) << json.output;
+  EXPECT_EQ(Qivctl(check + attack).output, attack + ": refused (400): Invalid URL.\n");
+  EXPECT_EQ(Qivctl(check + "- --client 10.0.0", "GET / HTTP/1.1\n\n").exit_code, 2);
+  EXPECT_EQ(Qivctl(check + directory.Path("none.http")).exit_code, 2);
+  EXPECT_FALSE(IsFile(module + "/debug/_log.log"));
+  EXPECT_FALSE(IsFile(module + "/config/_out.log"));
+
+  ReplaceFile(module + "/config/_config.db", "no configuration");
+  EXPECT_EQ(Qivctl(check + form).exit_code, 2);
+  EXPECT_EQ(Qivctl("check --config " + directory.Path("none") + " " + form).exit_code, 2);
+}
+
 TEST(Files, FindTheModuleDirectory) {
   const CTemporaryDirectory directory;
   MakeDirectories(directory.Path("module/config"));
