@@ -40,19 +40,12 @@ bool NeedsStripping(std::string_view text) {
          text.find("/*") != std::string_view::npos;
 }
 
-// Whether the backslash at `pos` is a trail byte. Lead bytes are trail bytes too, and any other byte ends its
-// character, so within the run of lead bytes before `pos` characters pair up from the run's start.
-bool IsTrailByte(std::string_view text, std::size_t pos) {
-  std::size_t begin = pos;
-  while (begin > 0 && CCharSet::IsLeadByte(static_cast<unsigned char>(text[begin - 1]))) --begin;
-  return (pos - begin) % 2 != 0;
-}
-
-// The end of the quoted run that begins at `begin`, its last quote included.
+// The end of the quoted run that begins at `begin`, its last quote included. Byte by byte on purpose: a text may as
+// well be in UTF-8, so a backslash is never taken for a GBK trail byte.
 std::size_t QuotedRunEnd(std::string_view text, std::size_t begin) {
   std::size_t pos = begin;
   while ((pos = text.find(text[begin], pos + 1)) != std::string_view::npos) {
-    if (text[pos - 1] != '\\' || IsTrailByte(text, pos - 1)) return pos + 1;
+    if (text[pos - 1] != '\\') return pos + 1;
   }
   return text.size();
 }

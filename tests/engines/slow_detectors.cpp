@@ -1,18 +1,11 @@
 #include "tests/engines/slow_detectors.h"
 
-#include "common/char_set.h"
 #include "common/text.h"
 
 namespace qiv::slow {
 namespace {
 
 constexpr std::size_t kNone = std::string_view::npos;
-
-bool IsBackslash(std::string_view text, std::size_t pos) {
-  std::size_t at = 0;
-  while (at < pos) at += CCharSet::CharacterLength(text, at);
-  return at == pos && text[pos] == '\\';
-}
 
 bool IsAlnum(char c) { return IsLetter(c) || IsDigit(c); }
 
@@ -124,7 +117,7 @@ std::string SqlCommentStripper(std::string_view text) {
       }
     } else if (quote != 0) {
       result += c;
-      if (c == quote && !IsBackslash(text, i - 1)) quote = 0;
+      if (c == quote && text[i - 1] != '\\') quote = 0;
     } else if (two == "--" || two == "/*") {
       (c == '-' ? line_comment : block_comment) = true;
       ++i;

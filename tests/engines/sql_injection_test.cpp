@@ -28,11 +28,14 @@ TEST(SqlCommentStripper, DoesWhatTheWalkByteByByteDoes) {
 
 TEST(SqlCommentStripper, Cases) {
   const std::pair<std::string_view, std::string_view> cases[] = {
-      {"un/**/ion", "union"},      {"a/*x\ny\n", "a\n\n"},  // unterminated, line feeds kept
-      {"a/*/b*/c", "ac"},                                   // the opening's "*" does not close it
-      {"a--b\r\nc", "a\nc"},       {"'--' --x", "'--' "},
-      {"'\\'--'--", "'\\'--'"},     // the backslash keeps the run open
-      {"'\xC1\\'--x", "'\xC1\\'"},  // the trail byte 0x5C is no backslash
+      {"un/**/ion", "union"},
+      {"a/*x\ny\n", "a\n\n"},  // unterminated, line feeds kept
+      {"a/*/b*/c", "ac"},      // the opening's "*" does not close it
+      {"a--b\r\nc", "a\nc"},
+      {"'--' --x", "'--' "},
+      {"'\\'--'--", "'\\'--'"},                        // the backslash keeps the run open
+      {"'\xC1\\'--x", "'\xC1\\'--x"},                  // so does the byte 0x5C behind any byte, in GBK
+      {"'\xE4\xB8\xAD\\'--x", "'\xE4\xB8\xAD\\'--x"},  // and in UTF-8
       {"a+'+'", "a ' '"},
   };
   for (const auto& [text, stripped] : cases) EXPECT_EQ(SqlCommentStripper(text), stripped) << text;
