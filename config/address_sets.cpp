@@ -10,11 +10,7 @@ namespace qiv {
 
 CIpRanges ReadAddressSet(std::string_view part) {
   CIpRanges ranges;
-  if (!HasTag(part, "ipv4") && !HasTag(part, "ipv6")) {
-    ranges.Add(part);
-    return ranges;
-  }
-  ranges.Add(TaggedPart(part, "ipv4"));
+  ranges.Add(HasTag(part, "ipv4") ? TaggedPart(part, "ipv4") : part);
   ranges.Add(TaggedPart(part, "ipv6"));
   return ranges;
 }

@@ -257,7 +257,7 @@ TEST(ConfigParser, ReadsAddressSets) {
       "<website_lists_deny_area_ips><ipv4>10.0.0.0/8|1.2.3</ipv4><ipv6>2001:db8::/32</ipv6></"
       "website_lists_deny_area_ips>"
       "<website_sys_common_area_ips>192.168.1.1\r\n192.168.1.9-192.168.1.12</website_sys_common_area_ips>"
-      "<website_lists_allow_area_ips><ipv6>::1</ipv6></website_lists_allow_area_ips>"
+      "<website_lists_allow_area_ips>10.1.1.1|<ipv6>::1</ipv6></website_lists_allow_area_ips>"
       "<website_attack_spiders_all_keys>baidu||google|</website_attack_spiders_all_keys>";
   const WebsiteConfig config = Parse(SettingsText(""), lists);
   const AddressSets& sets = config.addresses;
@@ -270,6 +270,7 @@ TEST(ConfigParser, ReadsAddressSets) {
   EXPECT_TRUE(holds(sets.website_sys_common_area_ips, "192.168.1.10"));
   EXPECT_FALSE(holds(sets.website_sys_common_area_ips, "192.168.1.2"));
   EXPECT_TRUE(holds(sets.website_lists_allow_area_ips, "::1"));
+  EXPECT_TRUE(holds(sets.website_lists_allow_area_ips, "10.1.1.1")) << "no <ipv4>: the whole part is its list";
   EXPECT_TRUE(sets.website_attack_all_spiders_ips.Empty());
   EXPECT_EQ(sets.website_attack_spiders_all_keys, (std::vector<std::string>{"baidu", "google"}));
 }
