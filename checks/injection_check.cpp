@@ -39,7 +39,7 @@ class CLowered {
  public:
   explicit CLowered(std::string_view text) : view_(text) {
     if (std::any_of(text.begin(), text.end(), [](char c) { return c >= 'A' && c <= 'Z'; })) {
-      copy_ = CCharSet::LowerAscii(text);
+      copy_ = CCharSet::LowerBytes(text);
       view_ = copy_;
     }
   }

@@ -91,6 +91,14 @@ std::string CCharSet::LowerAscii(std::string_view text) {
   return lower;
 }
 
+std::string CCharSet::LowerBytes(std::string_view text) {
+  std::string lower(text);
+  for (char& c : lower) {
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c | 0x20);
+  }
+  return lower;
+}
+
 std::size_t CCharSet::FindCharacter(std::string_view text, char c, std::size_t from) {
   if (!IsTrailByte(static_cast<unsigned char>(c)) && !IsLeadByte(static_cast<unsigned char>(c))) {
     return text.find(c, from);

@@ -42,6 +42,9 @@ class CCharSet {
   /// "A"-"Z" to "a"-"z" in place, leaving trail bytes alone.
   static void LowerAscii(std::string* text);
   static std::string LowerAscii(std::string_view text);
+  /// "A"-"Z" to "a"-"z" in every byte, trail bytes too: for UTF-8, and for texts that are searched for words. There a
+  /// stray high byte must not hide the letter behind it (a database may read "\xA0UNION" as a blank and a keyword).
+  static std::string LowerBytes(std::string_view text);
 
   /// First position at or after `from` where the single byte `c` stands as a character of its own (not as a trail
   /// byte), or npos. `from` must be a character boundary.

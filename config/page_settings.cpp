@@ -30,16 +30,6 @@ int PageStatus(std::string_view setting, bool has_redirect) {
   return 403;
 }
 
-// The content is UTF-8, in which every ASCII byte is a character of its own; LowerAscii is meant for GBK and would skip
-// bytes that look like trail bytes.
-std::string LowerUtf8(std::string_view text) {
-  std::string lower(text);
-  for (char& c : lower) {
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-  }
-  return lower;
-}
-
 bool IsWholePage(std::string_view lower) {
   if (lower.find("<html") != std::string_view::npos) return true;
   std::size_t at = 0;
@@ -77,7 +67,7 @@ PageSettings MakePageSettings(const ResponseSettings& response) {
   page.content_charset = true;
   if (page.type != PageSettings::kCustom) return page;
 
-  const std::string lower = LowerUtf8(response.ret_content);
+  const std::string lower = CCharSet::LowerBytes(response.ret_content);  // UTF-8
   page.complete_page = IsWholePage(lower);
   page.content_charset = !NamesGbk(lower);
   page.content = page.complete_page ? response.ret_content : BreakLines(response.ret_content);

@@ -6,7 +6,7 @@
 
 namespace qiv {
 
-/// Texts in GBK, lower-cased by the loader.
+/// Texts in GBK, lower-cased by the loader (rule_text.h).
 struct InjectionRule {
   std::string shown;               ///< first field: what pages and events show as the keyword
   std::string second = "*";        ///< second field: free text

@@ -16,7 +16,7 @@ void ParseKeyword(std::string_view field, char word_separator, InjectionRule* ru
   rule->shown = field.substr(0, equals);
   const std::string_view words = equals == std::string_view::npos ? field : field.substr(equals + 2);
   for (const std::string_view word : Split(words, word_separator)) {
-    if (!word.empty()) rule->words.emplace_back(word);
+    if (!word.empty()) rule->words.push_back(CCharSet::LowerBytes(word));
   }
 }
 

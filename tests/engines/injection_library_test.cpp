@@ -27,7 +27,7 @@ TEST(RuleText, Records) {
       {"x==", '*', false, rule("x", {})},
       {"%41*b", '*', false, rule("%41*b", {"%41", "b"})},
       {"%41*b%3D%3Dc%2Ad", '*', true, rule("a*b", {"c", "d"})},
-      {"\xC1|\xC1\x41|b", '|', false, rule("\xC1|\xC1\x41|b", {"\xC1|\xC1\x41", "b"})},  // trail bytes "|" and "A"
+      {"\xC1|\xC1\x41|b", '|', false, rule("\xC1|\xC1\x41|b", {"\xC1|\xC1\x61", "b"})},  // trail bytes "|" and "A"
   };
   for (const auto& c : cases) {
     const std::string text = std::string(c.field) + "{*}F2{*}Remark{*}Id7{#}";
