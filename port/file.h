@@ -24,6 +24,10 @@ enum class ReadFileResult { kOk, kUnreadable, kTooLarge };
 /// written or replaced by another process meanwhile: on Windows it is opened with every sharing mode.
 ReadFileResult ReadWholeFile(const std::string& path, std::uint64_t limit, std::string* content);
 
+/// Reads at most `limit` bytes from `offset` on, opened in the same way. kOk with an empty *content when the file ends
+/// at or before `offset`.
+ReadFileResult ReadFilePart(const std::string& path, std::uint64_t offset, std::size_t limit, std::string* content);
+
 /// Appends `data` with ONE system call, creating the file when missing, so that records of several threads and
 /// processes never mix (Windows: access FILE_APPEND_DATA | SYNCHRONIZE only; Linux: O_APPEND). False when it was not
 /// written whole.

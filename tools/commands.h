@@ -15,5 +15,8 @@ void AddCipherCommands(CLI::App* app, int* exit_code);  ///< encrypt, decrypt
 void AddCheckCommand(CLI::App* app, int* exit_code);
 void AddReferenceCommand(CLI::App* app, int* exit_code);
 void AddAreaCommand(CLI::App* app, int* exit_code);
+void AddListCommands(CLI::App* app, int* exit_code);  ///< deny, auth, verify, forgive, lists
+void AddLogCommand(CLI::App* app, int* exit_code);
+void AddServiceCommand(CLI::App* app, int* exit_code);
 
 }  // namespace qiv

@@ -22,6 +22,9 @@ int main(int argc, char** argv) {
   qiv::AddCheckCommand(&app, &exit_code);
   qiv::AddReferenceCommand(&app, &exit_code);
   qiv::AddAreaCommand(&app, &exit_code);
+  qiv::AddListCommands(&app, &exit_code);
+  qiv::AddLogCommand(&app, &exit_code);
+  qiv::AddServiceCommand(&app, &exit_code);
 
   std::vector<std::string> arguments = qiv::CommandLineArguments(argc, argv);
   std::reverse(arguments.begin(), arguments.end());  // the order in which CLI11 takes them

@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <new>
 
@@ -97,6 +98,30 @@ ReadFileResult ReadWholeFile(const std::string& path, std::uint64_t limit, std::
       content->clear();
       return ReadFileResult::kTooLarge;
     }
+  }
+  content->resize(used);
+  return ReadFileResult::kOk;
+}
+
+ReadFileResult ReadFilePart(const std::string& path, std::uint64_t offset, std::size_t limit, std::string* content) {
+  content->clear();
+  const CDescriptor file(OpenRetrying(path, O_RDONLY | O_NONBLOCK, 0));
+  struct stat info;
+  if (file.Get() < 0 || ::fstat(file.Get(), &info) != 0 || !S_ISREG(info.st_mode)) return ReadFileResult::kUnreadable;
+  const auto size = static_cast<std::uint64_t>(info.st_size);
+  if (size <= offset) return ReadFileResult::kOk;
+  content->resize(static_cast<std::size_t>(std::min<std::uint64_t>(size - offset, limit)));
+  std::size_t used = 0;
+  while (used < content->size()) {
+    const ssize_t got =
+        ::pread(file.Get(), content->data() + used, content->size() - used, static_cast<off_t>(offset + used));
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0) {
+      content->clear();
+      return ReadFileResult::kUnreadable;
+    }
+    if (got == 0) break;
+    used += static_cast<std::size_t>(got);
   }
   content->resize(used);
   return ReadFileResult::kOk;

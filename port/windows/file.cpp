@@ -123,6 +123,35 @@ ReadFileResult ReadWholeFile(const std::string& path, std::uint64_t limit, std::
   return ReadFileResult::kOk;
 }
 
+ReadFileResult ReadFilePart(const std::string& path, std::uint64_t offset, std::size_t limit, std::string* content) {
+  content->clear();
+  const CHandle file(Open(path, GENERIC_READ, OPEN_EXISTING));
+  LARGE_INTEGER size;
+  if (!file.Valid() || GetFileType(file.Get()) != FILE_TYPE_DISK || !GetFileSizeEx(file.Get(), &size)) {
+    return ReadFileResult::kUnreadable;
+  }
+  const auto end = static_cast<std::uint64_t>(size.QuadPart);
+  if (end <= offset) return ReadFileResult::kOk;
+  LARGE_INTEGER position;
+  position.QuadPart = static_cast<LONGLONG>(offset);
+  if (!SetFilePointerEx(file.Get(), position, nullptr, FILE_BEGIN)) return ReadFileResult::kUnreadable;
+  content->resize(end - offset < limit ? static_cast<std::size_t>(end - offset) : limit);
+  std::size_t used = 0;
+  while (used < content->size()) {
+    const std::size_t room = content->size() - used;
+    DWORD got = 0;
+    if (!ReadFile(file.Get(), content->data() + used, room > kMaxPiece ? kMaxPiece : static_cast<DWORD>(room), &got,
+                  nullptr)) {
+      content->clear();
+      return ReadFileResult::kUnreadable;
+    }
+    if (got == 0) break;
+    used += got;
+  }
+  content->resize(used);
+  return ReadFileResult::kOk;
+}
+
 bool AppendToFile(const std::string& path, std::string_view data) {
   if (data.size() > kMaxPiece) return false;
   // Append access alone: the system itself moves each write to the end, as one step.

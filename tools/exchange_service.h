@@ -1,0 +1,83 @@
+// A stand-in for the firewall service: takes the module's lines out of _out.log and keeps the lists in _in.db.
+//
+// No line is lost or counted twice, whenever this program is killed:
+//  - The module opens _out.log for each line and only appends, so the file is read in place, up to an offset, and never
+//    shortened. Only whole lines are taken.
+//  - The offset, the sums over all lines and the lock lines still to be brought into _in.db stand in one journal that
+//    is replaced as a whole. Lock lines leave it when _in.db has been written; doing them twice changes nothing.
+//  - A long _out.log is moved to _out.N.log, N never being used again. The journal names N before the file is moved, so
+//    that a look at the files tells whether it was. A writer that had opened the file before may still append to it: a
+//    moved file is read on for a while.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "tools/list_store.h"
+#include "tools/service_journal.h"
+
+namespace qiv {
+
+struct ServiceOptions {
+  std::string module_directory;            ///< with its trailing separator
+  std::uint64_t rotate_bytes = 16U << 20;  ///< _out.log is moved away when it has been consumed beyond this
+  std::size_t kept_files = 4;              ///< moved files that are kept for `qivctl log`
+  std::int64_t grace_seconds = 60;         ///< how long a moved file is read on
+  /// Called with a line for the operator, UTF-8.
+  std::function<void(const std::string&)> print = [](const std::string&) {};
+  /// Called after each change on disk, for tests that end the service there.
+  std::function<void()> after_change = [] {};
+};
+
+/// One at a time for a module directory. Not thread safe.
+class CExchangeService {
+ public:
+  static constexpr std::int64_t kExpireInterval = 10;  ///< seconds between two looks for entries that have ended
+
+  explicit CExchangeService(ServiceOptions options);
+
+  /// Reads the journal and finishes what it says was begun. False, with *error set, when another service runs or the
+  /// files cannot be read or written.
+  bool Start(std::string* error);
+
+  /// Consumes what has arrived, up to a few MiB; then expires and rotates. True when there may be more to consume at
+  /// once.
+  bool Step(std::int64_t now);
+
+  const ServiceTotals& Totals() const { return journal_.totals; }
+
+ private:
+  bool Fail(std::string* error, std::string text) const;
+  void RemoveLeftovers() const;
+  std::string OutFile(std::uint64_t sequence) const;
+  bool WriteJournal();
+  bool FinishPending();
+  bool FinishMoving(std::int64_t now);
+
+  /// Consumes from one file, from *offset on. True when a whole piece was there.
+  bool Consume(const std::string& path, std::uint64_t* offset);
+  void CountLine(std::string_view piece);
+  void CountPlainLine(std::string_view line);
+  void Expire(std::int64_t now);
+  void Rotate(std::int64_t now);
+  void DropOldFiles(std::int64_t now);
+
+  const ServiceOptions options_;
+  const std::string folder_;
+  const std::string out_log_;
+  const std::string journal_file_;
+  CListStore store_;
+  std::unique_ptr<CFileLock> running_;
+  ServiceJournal journal_;
+  bool failed_ = false;  ///< the last change on disk failed and was reported
+  std::int64_t next_expiry_ = 0;
+};
+
+/// The journal's file and the files of lines that it names, oldest first, _out.log last.
+std::string JournalFile(const std::string& module_directory);
+std::vector<std::string> OutFiles(const std::string& module_directory);
+
+}  // namespace qiv

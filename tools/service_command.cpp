@@ -1,0 +1,75 @@
+// qivctl service.
+#include <CLI/CLI.hpp>
+
+#include <chrono>
+#include <memory>
+#include <string>
+#include <thread>
+
+#include "port/clock.h"
+#include "tools/commands.h"
+#include "tools/exchange_service.h"
+#include "tools/files.h"
+#include "tools/report.h"
+
+namespace qiv {
+namespace {
+
+/// A client that was locked is kept out after at most this and the two seconds between two looks of the module.
+constexpr std::chrono::milliseconds kPoll{200};
+
+struct ServiceCommandOptions {
+  std::string directory;
+  std::uint64_t rotate_mib = 16;
+  bool once = false;
+  bool quiet = false;
+};
+
+int Fail(const std::string& file, const std::string& message) {
+  CReport report(file);
+  report.Error(0, message);
+  return report.Print();
+}
+
+void PrintTotals(const ServiceTotals& totals) {
+  WriteOutput(std::to_string(totals.lines) + " lines: " + std::to_string(totals.locks) + " locks, " +
+              std::to_string(totals.messages) + " messages, " + std::to_string(totals.malformed) + " malformed\n");
+}
+
+int Serve(const ServiceCommandOptions& given) {
+  ServiceOptions options;
+  options.module_directory = ResolveModuleDirectory(given.directory);
+  if (options.module_directory.empty()) {
+    return Fail(given.directory, "is no module directory: it holds no config folder");
+  }
+  options.rotate_bytes = given.rotate_mib << 20;
+  if (!given.quiet) options.print = [](const std::string& line) { WriteOutput(line + "\n"); };
+  CExchangeService service(options);
+  std::string error;
+  if (!service.Start(&error)) return Fail(given.directory, error);
+  if (!given.quiet) WriteOutput("serving " + options.module_directory + "\n");
+  while (true) {
+    if (service.Step(UnixSeconds())) continue;
+    if (given.once) break;
+    std::this_thread::sleep_for(kPoll);
+  }
+  if (!given.quiet) PrintTotals(service.Totals());
+  return kExitOk;
+}
+
+}  // namespace
+
+void AddServiceCommand(CLI::App* app, int* exit_code) {
+  const auto options = std::make_shared<ServiceCommandOptions>();
+  CLI::App* const service =
+      app->add_subcommand("service", "Stand in for the firewall service: take the module's lines, keep the lists");
+  service->add_option("--config", options->directory, "the module's directory")->required();
+  service->add_option("--rotate", options->rotate_mib, "move _out.log away beyond this many MiB")
+      ->capture_default_str()
+      ->check(CLI::Range(1, 4096));
+  service->add_flag("--once", options->once, "end when everything has been taken; print the sums");
+  service->add_flag("--quiet", options->quiet, "print nothing");
+  service->callback([options, exit_code] { *exit_code = Serve(*options); });
+}
+
+}  // namespace qiv
