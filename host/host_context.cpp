@@ -125,19 +125,30 @@ iis::HRESULT CHostContext::SetServerVariable(iis::PCSTR name, iis::PCWSTR value)
 
 iis::PCWSTR CHostContext::GetScriptName(iis::DWORD* length) const {
   const iis::HTTP_COOKED_URL& url = request_.GetRawHttpRequest()->CookedUrl;
-  if (length != nullptr) *length = url.AbsPathLength;  // bytes
-  return const_cast<CHostContext*>(this)->memory_.CopyText(
-      std::u16string_view(url.pAbsPath, url.AbsPathLength / sizeof(iis::WCHAR)));
+  const std::u16string_view path(url.pAbsPath, url.AbsPathLength / sizeof(iis::WCHAR));
+  iis::PCWSTR name = nullptr;
+  Guarded([&] {
+    name = memory_.CopyText(path);
+    return kOk;
+  });
+  if (length != nullptr) *length = name == nullptr ? 0 : static_cast<iis::DWORD>(path.size());
+  return name;
 }
 
 iis::PCWSTR CHostContext::GetPhysicalPath(iis::DWORD* length) {
   const iis::HTTP_COOKED_URL& url = request_.GetRawHttpRequest()->CookedUrl;
-  std::u16string path = Utf8ToUtf16(options().site_root);
-  for (std::size_t i = 1; i < url.AbsPathLength / sizeof(iis::WCHAR); ++i) {
-    path.push_back(url.pAbsPath[i] == u'/' ? u'\\' : url.pAbsPath[i]);
-  }
-  if (length != nullptr) *length = static_cast<iis::DWORD>(path.size() * sizeof(iis::WCHAR));
-  return memory_.CopyText(path);
+  iis::PCWSTR copy = nullptr;
+  if (length != nullptr) *length = 0;
+  Guarded([&] {
+    std::u16string path = Utf8ToUtf16(options().site_root);
+    for (std::size_t i = 1; i < url.AbsPathLength / sizeof(iis::WCHAR); ++i) {
+      path.push_back(url.pAbsPath[i] == u'/' ? u'\\' : url.pAbsPath[i]);
+    }
+    copy = memory_.CopyText(path);
+    if (length != nullptr) *length = static_cast<iis::DWORD>(path.size());
+    return kOk;
+  });
+  return copy;
 }
 
 iis::HRESULT CHostContext::MapPath(iis::PCWSTR url, iis::PWSTR path, iis::DWORD* bytes) {

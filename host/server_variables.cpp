@@ -48,7 +48,7 @@ void ServerName(CHostContext& context, VariableValue* value) {
 void Physical(CHostContext& context, VariableValue* value) {
   iis::DWORD length = 0;
   const iis::PCWSTR path = context.GetPhysicalPath(&length);
-  Widen({path, length / sizeof(iis::WCHAR)}, value);
+  if (path != nullptr) Widen({path, length}, value);
 }
 
 void Protocol(CHostContext& context, VariableValue* value) {

@@ -335,6 +335,15 @@ TEST(ServerVariables, ValuesAndMissingOnes) {
     }
     iis::PCSTR value = nullptr;
     iis::DWORD length = 0;
+    EXPECT_EQ(Utf16ToUtf8(std::u16string(context.GetScriptName(&length))), "/A/x.asp");
+    EXPECT_EQ(length, 8u) << "characters";
+    EXPECT_EQ(Utf16ToUtf8(std::u16string(context.GetPhysicalPath(&length))), "C:\\inetpub\\wwwroot\\A\\x.asp");
+    iis::WCHAR path[64];
+    length = 4;
+    EXPECT_EQ(context.MapPath(u"/b/c", path, &length), iis::kInsufficientBuffer);
+    EXPECT_EQ(length, 46u) << "bytes, with the terminator";
+    EXPECT_EQ(context.MapPath(u"/b/c", path, &length), 0);
+    EXPECT_EQ(Utf16ToUtf8(std::u16string(path)), "C:\\inetpub\\wwwroot\\b\\c");
     EXPECT_EQ(context.SetServerVariable("Via", u"proxy"), 0);
     EXPECT_EQ(context.GetServerVariable("VIA", &value, &length), 0);
     EXPECT_STREQ(value, "proxy");
