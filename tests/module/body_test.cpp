@@ -53,6 +53,7 @@ TEST(BodyReader, GivesEveryByteBackOnceAndInOrder) {
        0, true},
       {"successes without bytes at the end", Script(9000, [](BodyScript& s) { s.empty_success_at_end = true; }), 0,
        true},
+      {"counts beyond the buffer", Script(8192, [](BodyScript& s) { s.claims_more = true; }), 0, true},
       {"shorter than declared", Script(5000), 60000, true},
       {"longer than declared", Script(70000, [](BodyScript& s) { s.length_known = false; }), 10, true},
       {"much longer than declared", Script(1000001, [](BodyScript& s) { s.length_known = false; }), 1, true},

@@ -32,7 +32,7 @@ TEST(ForwardedFor, IsCleanedAndRead) {
       {"unknown", "unknown", "203.0.113.7"},
       {"unknown, 1.2.3.4", "1.2.3.4", "1.2.3.4"},
       {"1.2.\t3.4\v", "1.2.3.4", "1.2.3.4"},
-      {"9.9.9.9, 1.2.3.4", "9.9.9.9, 1.2.3.4", "1.2.3.4"},
+      {"9.9.9.9, 8.8.8.8, 1.2.3.4", "9.9.9.9, 8.8.8.8, 1.2.3.4", "1.2.3.4"},
       {"1.2.3.4:8080", "1.2.3.4:8080", "1.2.3.4"},
       {"2001:DB8:0::1", "2001:DB8:0::1", "2001:db8::1"},
       {"[2001:db8::1]:443", "[2001:db8::1]:443", "2001:db8::1"},
@@ -62,6 +62,14 @@ TEST(ForwardedFor, IsCleanedAndRead) {
     EXPECT_EQ(behind_cdn.is_ipv4, std::string(c.address).find(':') == std::string::npos);
     EXPECT_EQ(behind_cdn.is_ipv4, behind_cdn.client_ipv4 != 0);
   }
+}
+
+TEST(ForwardedFor, NamesNoClientByTheZeroAddress) {
+  CFakeContext context;
+  context.request.unknown["X-Forwarded-For"] = "0.0.0.0";
+  RequestFacts facts = Facts(true);
+  ASSERT_TRUE(CollectFacts(context, facts));
+  EXPECT_EQ(facts.client_ip, "203.0.113.7");
 }
 
 TEST(ClientAddress, IsTakenFromWhatTheServerHas) {

@@ -106,7 +106,7 @@ iis::HRESULT CFakeRequest::ReadEntityBody(iis::VOID* buffer, iis::DWORD size, ii
   }
   if (count != 0) std::memcpy(buffer, body.data.data() + read, count);
   read += count;
-  *received = static_cast<iis::DWORD>(count);
+  *received = static_cast<iis::DWORD>(count) + (body.claims_more && count == size);
   return 0;
 }
 

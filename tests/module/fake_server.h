@@ -31,6 +31,7 @@ struct BodyScript {
   bool length_known = true;           ///< false: chunked
   bool stays_unknown = false;         ///< of a chunked body, also after its end was seen
   bool empty_success_at_end = false;  ///< a success without bytes in place of the end
+  bool claims_more = false;           ///< a success says one byte more than it gave
   iis::HRESULT insert_result = 0;
 };
 

@@ -45,11 +45,10 @@ constexpr CheckRow kRows[] = {
 
 class Pipeline : public testing::Test {
  protected:
-  void Configure(bool ipv6 = false) {
+  void Configure(bool e404 = true) {
     test::Site site;
-    site.ipv6 = ipv6;
     site.sections["website_base"] = R"("hide":"1")";
-    site.sections["website_attack"] = R"("e404":"1","e404_lock_freq":"5","e404_lock_time":"5")";
+    if (e404) site.sections["website_attack"] = R"("e404":"1","e404_lock_freq":"5","e404_lock_time":"5")";
     site.sections["website_response"] = R"("disable_compress":"1","passwd":"1","passwd_key":"k")";
     installation_.Write(site);
     config_.RefreshTick();
@@ -161,6 +160,16 @@ TEST_F(Pipeline, HardensAndCountsOnlyTheSendWithTheHeaders) {
   EXPECT_EQ(pipeline_.SendResponse(context, nullptr), kContinue);
   EXPECT_EQ(Calls(), "4:lists ") << "no 404";
   EXPECT_NE(context.response.header_writes, 0);
+}
+
+TEST_F(Pipeline, CountsNo404WhileThatProtectionIsOff) {
+  Configure(false);
+  CFakeContext context;
+  pipeline_.BeginRequest(context);
+  context.response.status = 404;
+  Calls();
+  EXPECT_EQ(pipeline_.SendResponse(context, nullptr), kContinue);
+  EXPECT_EQ(Calls(), "4:lists! ");
 }
 
 TEST_F(Pipeline, LetsPassWhatItCannotOrMustNotJudge) {
