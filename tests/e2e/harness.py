@@ -2,6 +2,7 @@
 import contextlib
 import hashlib
 import http.client
+import json
 import os
 import pathlib
 import shutil
@@ -50,6 +51,14 @@ class Installation:
             options = (["--language", language] if language else []) + (["--profile", profile] if profile else [])
             run("qivctl", "init", native(self.directory), *options, "--rules", native(SOURCE / "rules"))
 
+    def edit(self, changes):
+        """`changes`: per section the members to set."""
+        settings = json.loads(self.settings.read_text("utf-8"))
+        for section, members in changes.items():
+            settings[section].update(members)
+        self.settings.write_text(json.dumps(settings, ensure_ascii=False), "utf-8")
+        self.pack()
+
     def pack(self, settings=None):
         run("qivctl", "pack", native(settings or self.settings), "-o", native(self.config_file))
 
@@ -60,10 +69,12 @@ class Installation:
 class Host:
     """A running qivhost; leaves with the `with` block."""
 
-    def __init__(self, installation, root=None, upstream=None, threads=32, extra=()):
+    def __init__(self, installation, root=None, upstream=None, threads=32, extra=(), address="127.0.0.1"):
         source = ["--root", native(root)] if root else ["--upstream", f"http://127.0.0.1:{upstream}"]
+        self.address = address
+        listen = f"[{address}]:0" if ":" in address else f"{address}:0"
         self.process = subprocess.Popen(
-            command("qivhost", "--module", native(installation.module), "--listen", "127.0.0.1:0", *source, "--threads",
+            command("qivhost", "--module", native(installation.module), "--listen", listen, *source, "--threads",
                     threads, *extra), stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
         timer = threading.Timer(START_SECONDS, self.process.kill)
         timer.start()
@@ -103,7 +114,7 @@ class Host:
         return self.request("GET", target, headers=headers)
 
     def request(self, method, target, body=None, headers=None):
-        connection = http.client.HTTPConnection("127.0.0.1", self.port, timeout=60)
+        connection = http.client.HTTPConnection(self.address, self.port, timeout=60)
         try:
             connection.request(method, target, body=body, headers=headers or {})
             response = connection.getresponse()
@@ -113,7 +124,7 @@ class Host:
 
     def raw(self, data):
         """Sends bytes as they stand; the status code and the body of the first response."""
-        with socket.create_connection(("127.0.0.1", self.port), timeout=60) as connection:
+        with socket.create_connection((self.address, self.port), timeout=60) as connection:
             connection.sendall(data)
             response = http.client.HTTPResponse(connection)
             response.begin()
@@ -126,6 +137,28 @@ def dict_of(headers):
     for name, value in headers:
         result.setdefault(name.lower(), []).append(value)
     return result
+
+
+class Service:
+    """A running `qivctl service`; leaves with the `with` block."""
+
+    def __init__(self, installation):
+        self.process = subprocess.Popen(command("qivctl", "service", "--config", native(installation.directory)),
+                                        stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+        line = self.process.stdout.readline().decode(errors="replace")
+        if not line.startswith("serving "):
+            raise AssertionError(f"the service did not start: {line}")
+        self.drain = threading.Thread(target=self.process.stdout.read, daemon=True)
+        self.drain.start()
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.process.kill()
+        self.process.wait()
+        self.drain.join()
+        self.process.stdout.close()
 
 
 class Upstream(socketserver.ThreadingTCPServer):
