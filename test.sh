@@ -70,7 +70,7 @@ suite() {
 }
 
 section "packages"
-if [ "$quick" = 1 ]; then groups="build test"; else groups="build test windows"; fi
+if [ "$quick" = 1 ]; then groups="build test"; else groups="build test windows browser"; fi
 # shellcheck disable=SC2086
 cmake/install-packages.sh $groups || { echo "0 passed, 1 failed"; exit 1; }
 
@@ -100,10 +100,8 @@ if [ "$quick" = 0 ]; then
   suite windows build/windows/obj
   # Only the server of this prefix; other prefixes have their own.
   [ ! -d "$WINEPREFIX" ] || /usr/lib/wine/wineserver -k >/dev/null 2>&1 || true
-  if [ -f tests/browser/run.sh ]; then
-    section "browser"
-    one browser bash tests/browser/run.sh
-  fi
+  section "browser"
+  one browser python3 tests/browser/browser_test.py
 fi
 
 section "done"

@@ -1,0 +1,88 @@
+#!/usr/bin/env python3
+"""What a person sees: block pages and the site behind the firewall in headless Chromium. QIV_E2E_BIN names the programs."""
+import contextlib
+import os
+import pathlib
+import re
+import shutil
+import signal
+import subprocess
+import sys
+import tempfile
+import unittest
+import urllib.parse
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+os.environ.setdefault("QIV_E2E_BIN", str(ROOT / "build/bin"))
+sys.path.insert(0, str(ROOT / "tests/e2e"))
+import harness
+
+BROWSER = shutil.which("chromium") or shutil.which("chromium-browser")
+# A script that runs leaves this word in the document, in two pieces so that its own text does not count.
+RUN_MARK = "document.documentElement.setAttribute('data-ran', 'ya'+'s')"
+BROWSER_SECONDS = 60
+ATTACKS = {
+    "sql": "/products.html?id=" + urllib.parse.quote("1' union select name,password from users--"),
+    "script": "/search.html?q=" + urllib.parse.quote(f"<script>{RUN_MARK}</script>"),
+    "event": "/search.html?q=" + urllib.parse.quote(f'"><img src=x onerror="{RUN_MARK}">'),
+    "path": "/" + urllib.parse.quote(f"<svg onload={RUN_MARK}>") + "?id=" + urllib.parse.quote("1' or '1'='1"),
+}
+
+
+class Browser:
+    """Chromium with a profile of its own that leaves with the `with` block."""
+
+    def __enter__(self):
+        self.profile = tempfile.mkdtemp(prefix="qiv-browser-")
+        return self
+
+    def __exit__(self, *_):
+        shutil.rmtree(self.profile, ignore_errors=True)
+
+    def document(self, url):
+        """The document two seconds later. A page that stops its own loading never counts as loaded, hence the time."""
+        # Into a file and as a group of its own: helpers of a browser that hangs would hold a pipe open.
+        with tempfile.TemporaryFile() as output:
+            process = subprocess.Popen(
+                [BROWSER, "--headless", "--no-sandbox", "--disable-gpu", "--no-first-run", "--disable-extensions",
+                 "--disable-background-networking", f"--user-data-dir={self.profile}", "--timeout=2000",
+                 "--dump-dom", url], stdin=subprocess.DEVNULL, stdout=output, stderr=subprocess.DEVNULL, start_new_session=True)
+            try:
+                process.wait(BROWSER_SECONDS)
+            finally:
+                with contextlib.suppress(ProcessLookupError):
+                    os.killpg(process.pid, signal.SIGKILL)
+                process.wait()
+            output.seek(0)
+            return output.read().decode("utf-8")
+
+
+class Pages(unittest.TestCase):
+    def check_language(self, language, chinese):
+        installation = harness.Installation(language=language)
+        try:
+            with harness.Host(installation, root=ROOT / "docs/demo-site") as host, Browser() as browser:
+                address = f"http://127.0.0.1:{host.port}"
+                self.assertIn("Harbour Books", browser.document(address + "/products.html?category=sea"))
+                for name, target in ATTACKS.items():
+                    with self.subTest(attack=name, language=language):
+                        document = browser.document(address + target)
+                        self.assertNotIn("Harbour Books", document)
+                        self.assertNotIn('data-ran="yas"', document, "a script of the request ran")
+                        self.assertIn("127.0.0.1", document)
+                        self.assertEqual(bool(re.search("[\u4e00-\u9fff]", document)), chinese, document)
+                        self.assertNotIn("\ufffd", document, "bytes that the page's charset does not know")
+        finally:
+            installation.remove()
+
+    def test_english(self):
+        self.check_language("en-US", chinese=False)
+
+    def test_chinese(self):
+        self.check_language("zh-CN", chinese=True)
+
+
+if __name__ == "__main__":
+    if not BROWSER:
+        sys.exit("no Chromium: cmake/install-packages.sh browser")
+    unittest.main()
