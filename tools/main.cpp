@@ -13,6 +13,7 @@
 int main(int argc, char** argv) {
   qiv::PrepareStandardStreams();
   CLI::App app{"Operator tool of the web application firewall", "qivctl"};
+  app.allow_windows_style_options(false);  // "/a/path" is a path on every system
   app.require_subcommand(1);
   int exit_code = qiv::kExitOk;
   qiv::AddInitCommand(&app, &exit_code);
