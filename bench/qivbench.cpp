@@ -10,6 +10,7 @@
 #include <string>
 #include <system_error>
 
+#include "bench/addresses.h"
 #include "bench/flatness.h"
 #include "bench/texts.h"
 #include "checks/injection_check.h"
@@ -200,6 +201,7 @@ void RegisterAll() {
       benchmark::RegisterBenchmark(name.c_str(), detector.run, &kind)->RangeMultiplier(16)->Range(kSmallest, kLargest);
     }
   }
+  RegisterAddressBenchmarks();
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 
 #include "common/json.h"
 #include "config/exchange_lines.h"
+#include "tools/list_store.h"
 
 namespace qiv {
 namespace {
@@ -97,7 +98,9 @@ bool ServiceJournal::FromJson(std::string_view text) {
   }
   if (const JsonArray* const lines = ReadArray(*object, "pending")) {
     for (const auto& line : lines->Items()) {
-      ForEachLine(line->Text(), [this](std::string_view plain) { pending.emplace_back(plain); });
+      ForEachLine(line->Text(), [this](std::string_view plain) {
+        if (ParseLockRequest(SplitFields(plain))) pending.emplace_back(plain);
+      });
     }
   }
   const IJsonValue* const sums = object->Find("totals");

@@ -42,6 +42,25 @@ TEST(File, ReadsWithinItsLimit) {
   EXPECT_EQ(content, "");
 }
 
+TEST(File, ReadsAPart) {
+  const CTemporaryDirectory directory;
+  const std::string path = directory.Path("f");
+  const std::string data = std::string("a\r\n\x1A", 4) + std::string(5000, '\0') + "end";
+  ASSERT_TRUE(ReplaceFile(path, data));
+  std::string content;
+  for (const std::size_t offset : {std::size_t{0}, std::size_t{1}, std::size_t{4096}, data.size() - 3, data.size()}) {
+    for (const std::size_t limit : {std::size_t{0}, std::size_t{3}, std::size_t{4096}, data.size()}) {
+      EXPECT_EQ(ReadFilePart(path, offset, limit, &content), ReadFileResult::kOk);
+      EXPECT_EQ(content, data.substr(offset, limit)) << offset << " " << limit;
+    }
+  }
+  EXPECT_EQ(ReadFilePart(path, data.size() + 1, 10, &content), ReadFileResult::kOk);
+  EXPECT_EQ(content, "");
+  content = "left over";
+  EXPECT_EQ(ReadFilePart(directory.Path("missing"), 0, 10, &content), ReadFileResult::kUnreadable);
+  EXPECT_EQ(content, "");
+}
+
 TEST(File, WhatIsNoFile) {
   const CTemporaryDirectory directory;
   ASSERT_TRUE(MakeDirectory(directory.Path("d")));
