@@ -3,13 +3,17 @@
 // Each line is one text (see UnescapeLine). It is put into a request at each chosen place and goes through the same
 // decoding, settings, rules and check as in the module. For tuning the rules on one part of a collection and judging
 // them on another, the lines are divided by a fixed rule into two thirds ("tuned") and one third ("held back").
+// Long texts: --join makes documents of a given size from the lines, --whole takes each file as one text.
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <fstream>
 #include <iostream>
+#include <iterator>
+#include <random>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -25,7 +29,10 @@ struct Options {
   std::string module_directory;
   std::string places = "query,form,json,header";
   std::vector<std::string> files;
-  std::string list;  ///< "hits" or "misses" of the tuned part are listed
+  std::string list;      ///< "hits", "misses" or "mislabelled" of the tuned part are listed
+  std::size_t join = 0;  ///< lines are joined to texts of at least this many bytes; 0: each line is a text
+  bool whole = false;    ///< a file is one text, byte for byte
+  unsigned rounds = 1;   ///< the lines are joined that often, each time in another order
 };
 
 struct Counts {
@@ -46,6 +53,49 @@ std::string Percent(const Counts& counts) {
 
 std::string BaseName(const std::string& path) { return path.substr(path.find_last_of('/') + 1); }
 
+/// One line of at most 300 bytes.
+std::string Shown(const std::string& text) {
+  std::string shown = text.substr(0, 300);
+  for (char& c : shown) {
+    if (c == '\n' || c == '\r' || c == '\0') c = ' ';
+  }
+  return shown;
+}
+
+/// The texts of a file, as the options cut it. What is left at the end of a joined round counts only when it is all.
+template <typename Visit>
+void ForEachText(const Options& options, std::istream& file, const Visit& visit) {
+  if (options.whole) return visit(std::string(std::istreambuf_iterator<char>(file), {}));
+  std::vector<std::string> lines;
+  for (std::string line; std::getline(file, line);) lines.push_back(qiv::UnescapeLine(line));
+  std::mt19937 random(1);
+  for (unsigned round = 0; round < options.rounds; ++round) {
+    bool any = false;
+    std::string text;
+    for (const std::string& line : lines) {
+      text += line;
+      if (text.size() >= options.join) {
+        visit(text);
+        any = true;
+        text.clear();
+      } else {
+        text += '\n';
+      }
+    }
+    if (!text.empty() && !any) visit(text);
+    std::shuffle(lines.begin(), lines.end(), random);
+  }
+}
+
+/// The same settings without SQL protection: what the XSS detector finds alone.
+qiv::Protection ScriptsOnly(const qiv::Protection& protection) {
+  auto config = std::make_shared<qiv::WebsiteConfig>(*protection.config);
+  config->sql.get = 0;
+  config->sql.post = 0;
+  config->sql.header = 0;
+  return {std::move(config), protection.library};
+}
+
 bool Measure(const qiv::Protection& protection, const Options& options, qiv::Place place, const std::string& path) {
   std::ifstream file(path, std::ios::binary);
   if (!file) {
@@ -55,30 +105,37 @@ bool Measure(const qiv::Protection& protection, const Options& options, qiv::Pla
   Counts tuned;
   Counts held_back;
   std::array<std::uint64_t, 6> by_mechanism{};
-  std::string line;
-  for (std::uint64_t number = 0; std::getline(file, line); ++number) {
-    const qiv::Verdict verdict = qiv::Judge(protection, place, qiv::UnescapeLine(line));
+  const qiv::Protection scripts_only = ScriptsOnly(protection);
+  std::uint64_t mislabelled = 0;
+  std::uint64_t number = 0;
+  ForEachText(options, file, [&](const std::string& text) {
+    const qiv::Verdict verdict = qiv::Judge(protection, place, text);
     const bool blocked = verdict.mechanism != qiv::Mechanism::kNone;
-    const bool is_held_back = IsHeldBack(number);
+    const bool as_sql = verdict.mechanism == qiv::Mechanism::kDetector || verdict.mechanism == qiv::Mechanism::kKeyword;
+    const bool is_mislabelled = as_sql && qiv::Judge(scripts_only, place, text).mechanism != qiv::Mechanism::kNone;
+    mislabelled += is_mislabelled;
+    const bool is_held_back = IsHeldBack(number++);
     Counts& counts = is_held_back ? held_back : tuned;
     ++counts.lines;
     counts.blocked += blocked;
     ++by_mechanism[static_cast<std::size_t>(verdict.mechanism)];
-    if (!is_held_back && ((blocked && options.list == "hits") || (!blocked && options.list == "misses"))) {
-      std::cout << verdict.rule << '\t' << verdict.reason << '\t' << line << '\n';
+    if (!is_held_back && ((blocked && options.list == "hits") || (!blocked && options.list == "misses") ||
+                          (is_mislabelled && options.list == "mislabelled"))) {
+      std::cout << verdict.rule << '\t' << verdict.reason << '\t' << Shown(text) << '\n';
     }
-  }
+  });
   if (tuned.lines + held_back.lines == 0) {
     std::cerr << "measure_texts: " << path << ": no line\n";
     return false;
   }
   if (options.list.empty()) {
-    std::printf("%-32s %-9s %7llu %8s %8s   %6llu %6llu %6llu %6llu %6llu\n", BaseName(path).c_str(),
+    std::printf("%-32s %-9s %7llu %8s %8s   %6llu %6llu %6llu %6llu %6llu %8llu\n", BaseName(path).c_str(),
                 std::string(qiv::PlaceName(place)).c_str(),
                 static_cast<unsigned long long>(tuned.lines + held_back.lines), Percent(tuned).c_str(),
                 Percent(held_back).c_str(), static_cast<unsigned long long>(by_mechanism[1]),
                 static_cast<unsigned long long>(by_mechanism[2]), static_cast<unsigned long long>(by_mechanism[3]),
-                static_cast<unsigned long long>(by_mechanism[4]), static_cast<unsigned long long>(by_mechanism[5]));
+                static_cast<unsigned long long>(by_mechanism[4]), static_cast<unsigned long long>(by_mechanism[5]),
+                static_cast<unsigned long long>(mislabelled));
   }
   return true;
 }
@@ -99,8 +156,8 @@ int Run(const Options& options) {
         protection.config->get_rules.Rules().size(), protection.config->post_rules.Rules().size(),
         protection.config->header_rules.Rules().size(), protection.library->Keys().size(),
         protection.library->Rules().size(), protection.library->Events().size(), took.count());
-    std::printf("%-32s %-9s %7s %8s %8s   %6s %6s %6s %6s %6s\n", "file", "place", "lines", "tuned %", "held %",
-                "detect", "keywrd", "event", "script", "url");
+    std::printf("%-32s %-9s %7s %8s %8s   %6s %6s %6s %6s %6s %8s\n", "file", "place", "lines", "tuned %", "held %",
+                "detect", "keywrd", "event", "script", "url", "mislabel");
   }
   bool good = true;
   for (const std::string_view name : qiv::Split(options.places, ',')) {
@@ -120,9 +177,15 @@ int main(int argc, char** argv) {
   CLI::App app("Counts the lines of text files that injection protection blocks.");
   Options options;
   app.add_option("-m,--module", options.module_directory, "module directory, as made by qivctl init")->required();
-  app.add_option("-p,--place", options.places, "query, form, json, header, raw-query, raw-body, divided by commas");
-  app.add_option("-l,--list", options.list, "list the tuned part's blocked lines, or those that pass")
-      ->check(CLI::IsMember({"hits", "misses"}));
+  app.add_option("-p,--place", options.places,
+                 "query, form, json, header, raw-query, raw-body, file, divided by commas");
+  app.add_option("-l,--list", options.list,
+                 "list the tuned part's blocked lines, those that pass, or those that the XSS "
+                 "detector would find but a keyword rule names first")
+      ->check(CLI::IsMember({"hits", "misses", "mislabelled"}));
+  app.add_option("-j,--join", options.join, "join the lines to texts of at least this many bytes");
+  app.add_option("-r,--rounds", options.rounds, "join the lines that often, in another order each time");
+  app.add_flag("-w,--whole", options.whole, "each file is one text");
   app.add_option("files", options.files, "one text a line; %0D, %0A and %00 are bytes")->required();
   CLI11_PARSE(app, argc, argv);
   return Run(options);

@@ -14,8 +14,8 @@ namespace qiv {
 namespace {
 
 constexpr std::pair<Place, std::string_view> kPlaces[] = {
-    {Place::kQuery, "query"},   {Place::kForm, "form"},          {Place::kJson, "json"},
-    {Place::kHeader, "header"}, {Place::kRawQuery, "raw-query"}, {Place::kRawBody, "raw-body"},
+    {Place::kQuery, "query"},        {Place::kForm, "form"},        {Place::kJson, "json"}, {Place::kHeader, "header"},
+    {Place::kRawQuery, "raw-query"}, {Place::kRawBody, "raw-body"}, {Place::kFile, "file"},
 };
 
 std::string PercentEncode(std::string_view text, bool blank_as_plus) {
@@ -55,6 +55,17 @@ std::string JsonEscape(std::string_view text) {
     }
   }
   return escaped;
+}
+
+/// A multipart form with one field and one file.
+std::string FileForm(std::string_view content) {
+  std::string form =
+      "------FormBoundary7MA4YWxk\r\nContent-Disposition: form-data; name=\"title\"\r\n\r\nSummer\r\n"
+      "------FormBoundary7MA4YWxk\r\nContent-Disposition: form-data; name=\"photo\"; filename=\"summer.jpg\"\r\n"
+      "Content-Type: application/octet-stream\r\n\r\n";
+  form += content;
+  form += "\r\n------FormBoundary7MA4YWxk--\r\n";
+  return form;
 }
 
 std::string Query(std::string_view raw) { return std::string(Trim(NormalizeText(std::string(Trim(raw))))); }
@@ -132,6 +143,9 @@ Verdict Judge(const Protection& protection, Place place, std::string_view text) 
       break;
     case Place::kRawBody:
       facts.body = Body(text);
+      break;
+    case Place::kFile:
+      facts.body = Body(FileForm(text));
       break;
   }
   CheckResult result;

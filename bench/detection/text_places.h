@@ -17,6 +17,7 @@ enum class Place {
   kHeader,    ///< a header's value, unencoded
   kRawQuery,  ///< the text is a whole query as sent
   kRawBody,   ///< the text is a whole body as sent
+  kFile,      ///< the content of a file in a multipart form
 };
 
 /// What blocked.

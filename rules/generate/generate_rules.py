@@ -11,6 +11,7 @@ Run:   rules/generate/generate_rules.py            writes the files
 import os
 import sys
 
+from budget import KEYWORD_BUDGETS, accidents, detector_accidents
 from families import EVENTS, KEYWORDS, LEADING_WORDS, LIMITS
 
 ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
@@ -74,6 +75,26 @@ def check_first(word, where):
         sys.exit(f"generate_rules: {where}: the first word may not begin with a line end: {word!r}")
 
 
+def is_rare(place, words):
+    """Whether a rule stays away from what the place ordinarily holds. A phrase that is long enough for a query may be too
+    short for an upload; it is then left out of the bodies' list."""
+    return all(accidents(b.model, b.size, words) <= b.each for b in KEYWORD_BUDGETS[place])
+
+
+def check_sums(place, rules):
+    for budget in KEYWORD_BUDGETS[place]:
+        total = sum(accidents(budget.model, budget.size, words) for words in rules)
+        if total > budget.all:
+            sys.exit(f"generate_rules: {place}: {total:.2g} accidental matches in {budget.name}, more than {budget.all}")
+
+
+def check_detector(cuts, words):
+    for budget in KEYWORD_BUDGETS["post"]:
+        total = detector_accidents(budget, cuts, words)
+        if total > budget.all:
+            sys.exit(f"generate_rules: detector: {total:.2g} accidental matches in {budget.name}, more than {budget.all}")
+
+
 def implies(long, short):
     """Whether a text in which `long` is found as a whole word always has `short` as a whole word too."""
     at = long.find(short)
@@ -98,7 +119,7 @@ def without_implied(rules):
         heads = {word[i:i + 2] for word in words for i in range(len(word))}
         shorter = (s for head in heads for s in by_pair.get(head, ()))
         if not any(implies(word, s) for s in shorter for word in words if [s] != words):
-            kept.append(line)
+            kept.append((words, line))
     return kept
 
 
@@ -125,6 +146,8 @@ def keyword_rules(place):
                 if tuple(spelled) in seen:
                     continue
                 seen.add(tuple(spelled))
+                if not is_rare(place, spelled):
+                    continue
                 check_first(spelled[0], family["english"])
                 for word in spelled:
                     check_word(word, family["english"])
@@ -132,7 +155,9 @@ def keyword_rules(place):
                 line = "\t".join([str(identifier), "*".join(map(escape, spelled)), "-" if spelled == [phrase] else escape(shown), family["english"],
                                         family["chinese"]])
                 rules.append((spelled, line))
-    lines = without_implied(rules)
+    rules = without_implied(rules)
+    check_sums(place, [words for words, _ in rules])
+    lines = [line for _, line in rules]
     if len(lines) > LIMITS["keyword_rules"]:
         sys.exit(f"generate_rules: {place}: {len(lines)} rules, more than {LIMITS['keyword_rules']}")
     return lines
@@ -154,6 +179,7 @@ def leading_word_rules():
             sys.exit(f"generate_rules: rule word twice: {word!r}")
         seen_words.add(word)
         words.append("\t".join([str(LEADING_WORDS["word_number"] * 1000 + number), escape(word), shown, english, chinese]))
+    check_detector(LEADING_WORDS["cuts"], [word for word, *_ in LEADING_WORDS["words"]])
     if len(cuts) > LIMITS["cut_words"]:
         sys.exit(f"generate_rules: {len(cuts)} cut words, more than {LIMITS['cut_words']}")
     return words, cuts

@@ -162,6 +162,76 @@ TEST(DefaultRules, EveryMechanismDecidesSomething) {
   EXPECT_EQ(Mechanism::kEvent, judged("<p onclick=steal>"));
 }
 
+// An upload is random bytes to the rules: every byte sequence of a few bytes occurs in it.
+TEST(DefaultRules, PassRandomBytes) {
+  const CInstalled installed("default");
+  ASSERT_TRUE(installed.Get().config);
+  constexpr std::string_view kBase64 = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+  for (unsigned seed = 1; seed <= 6; ++seed) {
+    std::mt19937_64 random(seed);
+    std::string bytes(512 * 1024, '\0');
+    for (char& c : bytes) c = static_cast<char>(random());
+    std::string base64 = bytes;
+    for (char& c : base64) c = kBase64[static_cast<unsigned char>(c) % kBase64.size()];
+    std::string wide;
+    for (const char c : bytes.substr(0, 64 * 1024)) wide += {static_cast<char>(c & 0x7F), '\0'};
+    for (const std::string* const content : {&bytes, &base64, &wide}) {
+      for (const Place place : {Place::kFile, Place::kRawBody}) {
+        const Verdict verdict = Judge(installed.Get(), place, *content);
+        EXPECT_EQ(Mechanism::kNone, verdict.mechanism) << seed << " " << PlaceName(place) << " " << verdict.reason;
+      }
+    }
+  }
+}
+
+// Words of a rule that lie far apart in a long document do not make an attack.
+TEST(DefaultRules, PassLongDocuments) {
+  const CInstalled installed("default");
+  ASSERT_TRUE(installed.Get().config);
+  std::vector<std::string> ordinary;
+  for (const Case& one : ReadCases()) {
+    if (!one.blocked && one.places.size() == 4) ordinary.push_back(one.text);
+  }
+  ASSERT_GT(ordinary.size(), 50U);
+  std::mt19937 random(1);
+  for (int round = 0; round < 4; ++round) {
+    std::string document;
+    while (document.size() < 128 * 1024) document += ordinary[random() % ordinary.size()] + "\n";
+    for (const Place place : {Place::kForm, Place::kJson, Place::kFile, Place::kRawBody}) {
+      const Verdict verdict = Judge(installed.Get(), place, document);
+      EXPECT_EQ(Mechanism::kNone, verdict.mechanism) << PlaceName(place) << " " << verdict.rule << verdict.reason;
+    }
+  }
+}
+
+// Keyword rules run first and say "SQL injection": they leave to the XSS detector what it finds itself.
+TEST(DefaultRules, NameScriptsAsScripts) {
+  constexpr struct {
+    std::string_view text;
+    Mechanism mechanism;
+  } kScripts[] = {
+      {"<script>alert(1)</script>", Mechanism::kScriptTag},
+      {"\"><SCRIPT >alert(document.cookie)</SCRIPT>", Mechanism::kScriptTag},
+      {"<img src=x onerror=alert(1)>", Mechanism::kEvent},
+      {"<img src=\"x\" onerror=\"alert('x')\">", Mechanism::kEvent},
+      {"<svg onload=alert(1)>", Mechanism::kEvent},
+      {"<body onload=alert(1)>", Mechanism::kEvent},
+      {"<div onmouseover=\"confirm(1)\">x</div>", Mechanism::kEvent},
+      {"<a href=javascript:alert(1)>x</a>", Mechanism::kScriptUrl},
+      {"<a href=\"javascript:alert(1)\">x</a>", Mechanism::kScriptUrl},
+      {"<iframe src=javascript:prompt(1)>", Mechanism::kScriptUrl},
+  };
+  const CInstalled installed("default");
+  ASSERT_TRUE(installed.Get().config);
+  for (const auto& script : kScripts) {
+    for (const Place place : {Place::kQuery, Place::kForm, Place::kHeader}) {
+      const Verdict verdict = Judge(installed.Get(), place, script.text);
+      EXPECT_EQ(script.mechanism, verdict.mechanism) << PlaceName(place) << ": " << script.text << "\n"
+                                                     << verdict.rule << " " << verdict.reason;
+    }
+  }
+}
+
 // Every rule reaches the module with its words and with the remark of the chosen language.
 TEST(DefaultRules, HaveRemarksInBothLanguages) {
   for (const Language language : {Language::kEnglish, Language::kChinese}) {
