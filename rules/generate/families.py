@@ -347,7 +347,7 @@ family(130, "Always-true condition", "永真条件注入", [
     "='" + blank + operator + blank + "'&" for operator in _OPERATORS + ["<", ">"] for blank in ("", " ")
 ] + [
     f"{word} '{digit}{end}" for word in ("or", "and") for digit in _DIGITS for end in ("&", "'=")
-] + ["'or'1'", "'or 1 >", "'or 0>", "'or 1>", "'or'1=", " or/*/1/*/=/", "/and/*/elt(", ");iif(", "';iif(", "or 1# &", "or%201=1", "and%201=1", "'%20or%20", "\"%20or%20", "order by 1/", "order by 10/",
+] + ["'or'1'", "'or 1 >", "'or 0>", "'or 1>", "'or'1=", " or/*/1/*/=/", "/and/*/elt(", ");iif(", "or a  =", "or x  =", "or 1  =", "'/*/and/*/elt(", "or (1=", "';iif(", "or 1# &", "or%201=1", "and%201=1", "'%20or%20", "\"%20or%20", "order by 1/", "order by 10/",
     "or \"\"a\"\"=\"\"", "(char(1*,char(", "'or 1=1"],
     BLANKS, BODY)
 
@@ -360,7 +360,7 @@ family(130, "Always-true condition", "永真条件注入", [
 family(201, "Script tag", "脚本标签", [
     "<script/", "<script\n", "\\x3cscript", "\\u003cscript", "&lt;script", "&#60;script", "&#x3c;script",
     "+adw-script", "<%00script", ":script>", "<;script", "<x:script", "<svg:script", "<!--#exec", "<!--#include",
-    "<script ", "<script\\", "<script<", "\"></script", "'></script", "</script ", "</script/",
+    "<script src", "<script type", "<script language", "<script id", "<script for", "<script xmlns", "<script async", "<script defer", "<script a", "<script x", "<script charset", "<script\\", "<script<", "\"></script", "'></script", "</script ", "</script/",
 ], BLANKS, EVERYWHERE)
 family(208, "Active content", "活动内容标签", [
     "<object type", "<object data", "<embed code", "<meta c", "<object/", "<embed/",
@@ -426,18 +426,27 @@ family(211, "Script call", "脚本调用", [
     before + call for before in ";{" for call in ("eval(", "document.cookie", "document.location", "document.write(",
     "document.body", "window.location", "location=", "window.open(", "settimeout(", "setinterval(", "function(", "atob(", "import(")
     if (before, call) not in (("+", "location="), ("&", "location="), ("+", "function("), (",", "function("), ("&", "atob("))
-] + ["}alert(", ",alert(", " alert(", ".prototype.", "(location.hash", "=location.hash", "src=\"jav", "src=\'jav", "href=\"jav", "=\"jav ", "=\"jav\t",
-    "=jav\t", "\ta\tv", "a\tvas", "\tasc\tri", "\"\tjavascript:", "javascript\t:", "onload!#", "&<script", "<script>document.",
+] + ["}alert(", ",alert(",  ".prototype.", "(location.hash",  "src=\"jav", "src=\'jav", "href=\"jav", "=\"jav ", "=\"jav\t",
+    "=jav\t", "\ta\tv", "a\tvas", "\tasc\tri", "\"\tjavascript:", "javascript\t:", "onload!#", "&<script", 
     "<style type=\"text/javascript", "src=\"data:data", "\"jav&#", "=jav&#", "=java&#", "\"java&#", "href=javas&", "href=javas%", "href=j&#x", "<img%20src=", "<script%",
     "<iframe%20", "<link%20rel", "<script&", "&quot;javascript:", "url(\"javascript", "url('javascript", "url(javascript",
     "xlink:href=\"data:", "=&tab;", "\"&tab;", "j&tab;", "j&newline;", "+adw-p", "\"javascript#", "onscroll =",
-    "<img/src=", "<iframe/src=", "src=j\t", "href=\"j\t", "action=j\t", "action='j\t", "src=\"j ", "href=\"j ", "href=\"j\n", "data:text/html", "&tab;", "\";document.", "\';document."], PLAIN)
+     "<iframe/src=", "src=j\t", "href=\"j\t", "action=j\t", "action='j\t", "src=\"j ", "href=\"j ", "href=\"j\n", "data:text/html", "&tab;", "\";document.", "\';document."], PLAIN)
 family(212, "Active markup in an address", "地址中的活动标签", [
-    "<style*javascript:", "<iframe src=\"http", "<iframe src=\'http", "<iframe src=http", "<embed src=\"http", "<embed src=http",
-    "<object data=\"http", "<meta http-equiv", "<link rel", "<base href", "<xml ", "<xss", "<layer src", "<script x", "';</style",
-    "');}</style", "<iframe width", "<iframe src=\"//", "<iframe src=//", "<?xml", "<svg xmlns", "<marquee>", "echo(", "<iframe<",
-    "<img src=\"http", "<set ", "<param name", "%3cscript", "<? echo"
+    "<style*javascript:", "<iframe src=\"http", "<iframe src=\'http", "<iframe src=http", "<iframe width", "<iframe src=\"//",
+    "<iframe src=//", "<?xml", "<svg xmlns", "<marquee>", "<iframe<", "<img src=\"http", "<link rel=\"", "<link rel=s", "<set ",
+    "%3cscript", ";base64,", "<img src =", "<img src = ", "<base href=\"h", "<base href=h",
 ], PLAIN, ADDRESS_AND_HEADERS)
+family(214, "Dangerous style or markup", "危险样式或标签", [
+    "<embed src=\"http", "<embed src=http", "<embed src=\'http", "<embed src=\"/", "<embed src=\"\"", "<object data=\"http",
+    "<layer src", "<xml src", "<xml id", "<xss>", "<script<", "';</style", "');}</style", "<svg><script", "<img/src=\"", "<x style=",
+    "&tab;a&tab;", "&tab;r&tab;", "&tab;c&tab;", "&tab;s&tab;", "<scr\\", "<scri pt", "src=java ", "]cript>", " cript>", "echo('<scr",
+    "<?php echo", "<? echo", "&lt;img*onerror=", "\";</style", "<link rel=\"stylesheet\" href=\"http", "<link rel=import",
+    "<link rel=\"import", "data:_", "<embed allowscript", "<a[]", "<iframesrc", "<imgsrc", "<img[", "<%00", "<scr\t", "data:;base64,",
+    "data:image/svg+xml;base64", "data:image/svg-xml",
+] + [
+    name + "=" + quote for name in ("onload", "onerror", "onclick", "onfocus", "onmouseover", "oncut") for quote in "”’“"
+], PLAIN)
 # A tag whose attributes are divided by "/", an attribute that a quote opens, a value that begins with a symbol.
 _EVENTS = ["onload", "onclick", "onblur", "onfocus", "onmouseover", "onerror", "onmouseenter", "onmousemove", "ontoggle"]
 family(204, "Event attribute", "事件属性", [
@@ -456,7 +465,7 @@ family(205, "Dangerous style or markup", "危险样式或标签", [
     "<?xml-stylesheet", "<!entity", "<!doctype html [", "<listener", "<handler", "<foreignobject", "<details/",
     "<details open", "<body/", "<body\n", "<html/", "xmlns:xss", "xi:include", "type='text/javascript",
     "language=\"javascript", "datasrc=", "accesskey(", "fscommand(", "seeksegmenttime", "<img\n", "<img\t",
-    "<img src=\"x\"", "<img src='x'", "<img src=\"mocha", "<img src=&", "<img src=j", "<img src=\"j", "<input/",
+      "<img src=\"mocha", "<img src=&", "<img src=j", "<img src=\"j", "<input/",
     "<a/", "<x/", "<d3", "<q/", "<w=", "<video/", "<audio/", "<details/", "<a\n", "<brute", "+adw-", "<svg:", "<x s",
     "<xml id", "<meta charset",
 ], BLANKS, EVERYWHERE)
