@@ -60,10 +60,16 @@ output=$demo/host.log
 : >"$output"
 build/bin/qivhost --module "$demo/libQivIpsIIs.so" --listen "127.0.0.1:$port" --root "$demo/site" >"$output" 2>&1 </dev/null &
 host=$!
+# Stands in for the firewall service: keeps the lists of clients that the module asks for.
+build/bin/qivctl service --config "$demo" >"$demo/service.log" 2>&1 </dev/null &
+service=$!
 stop() {
   trap '' INT TERM
   kill -TERM "$host" 2>/dev/null || true
   wait "$host" 2>/dev/null || true
+  # Whatever it has not taken yet is taken the next time.
+  kill -TERM "$service" 2>/dev/null || true
+  wait "$service" 2>/dev/null || true
 }
 trap 'stop; exit 0' INT TERM
 trap stop EXIT
@@ -86,7 +92,8 @@ The demo site is at $url - four requests to try:
   blocked  curl -i --data-urlencode "comment=x' or '1'='1" $url/comment.html
 
 What was stopped is in   build/demo/debug/_log.log
-The host's own output is in  build/demo/host.log
+The host's own output is in  build/demo/host.log, the firewall service's in build/demo/service.log
+Who is locked out:           build/bin/qivctl lists --config build/demo   (and deny, auth, forgive, log)
 Settings (read anew while it runs): edit build/demo/settings.json, then
   build/bin/qivctl pack build/demo/settings.json -o build/demo/config/_config.db
 
