@@ -409,7 +409,7 @@ family(203, "Script address", "脚本地址", [
 ], PLAIN, EVERYWHERE)
 # In JSON a quote has a "\\" before it, which the detector takes for the value.
 family(213, "Event attribute", "事件属性", [name + "=\\\"" for name in EVENT_NAMES] + [
-    "\\n" + name + "=" for name in ("onload", "onerror", "onclick", "onfocus", "onmouseover")
+    "\\n" + name + "=" for name in ("onerror", "onclick", "onfocus", "onmouseover")
 ], PLAIN, BODY)
 # A parameter that is nothing but script. In a tag the detector names it, so the parameter's name is part of the phrase.
 _ADDRESS_PARAMETERS = ["url", "uri", "u", "redirect", "return", "returnurl", "next", "goto", "to", "link", "target", "dest",
