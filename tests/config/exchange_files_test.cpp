@@ -24,11 +24,11 @@ CIpAddress Ip(const std::string& text) { return CIpAddress::Parse(text).value();
 
 class ExchangeFiles : public testing::Test {
  protected:
-  /// Writes _in.db; each content has a later modification time than the one before.
+  /// Writes _in.db; each content has a later modification time than the one before, whatever the resolution.
   void WriteIn(const std::string& content) {
     ASSERT_TRUE(ReplaceFile(in_file_, content));
     std::filesystem::last_write_time(std::filesystem::path(std::u8string(in_file_.begin(), in_file_.end())),
-                                     start_ + std::chrono::milliseconds(++writes_));
+                                     start_ + std::chrono::seconds(++writes_));
   }
   static std::string Enciphered(const Lines& lines) {
     std::string text;
