@@ -2,8 +2,12 @@
 #include <chrono>
 #include <cstdio>
 #include <cstring>
+#include <functional>
+#include <mutex>
 #include <string>
 #include <thread>
+#include <utility>
+#include <vector>
 
 #include "iis/httpserv.h"
 
@@ -57,6 +61,21 @@ Status ReadAndInsert(iis::IHttpContext* context) {
   return RQ_NOTIFICATION_CONTINUE;
 }
 
+/// Runs a task on a thread of the module's own. The file may be unloaded once JoinLater has returned, not before.
+std::mutex later_lock;
+std::vector<std::thread> later;
+
+void Later(std::function<void()> task) {
+  const std::lock_guard hold(later_lock);
+  later.emplace_back(std::move(task));
+}
+
+void JoinLater() {
+  const std::lock_guard hold(later_lock);
+  for (std::thread& thread : later) thread.join();
+  later.clear();
+}
+
 class CHostileModule final : public iis::CHttpModule {
  public:
   Status OnBeginRequest(iis::IHttpContext* context, iis::IHttpEventProvider*) override {
@@ -78,11 +97,11 @@ class CHostileModule final : public iis::CHttpModule {
       return RQ_NOTIFICATION_FINISH_REQUEST;
     }
     if (action == "pending") {
-      std::thread([context] {
+      Later([context] {
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
         Answer(context, 200, "later");
         context->IndicateCompletion(RQ_NOTIFICATION_FINISH_REQUEST);
-      }).detach();
+      });
       return RQ_NOTIFICATION_PENDING;
     }
     return RQ_NOTIFICATION_CONTINUE;
@@ -103,6 +122,7 @@ class CHostileFactory final : public iis::IHttpModuleFactory {
     return 0;
   }
   void Terminate() override {
+    JoinLater();
     std::puts("factory terminated");
     std::fflush(stdout);
     delete this;

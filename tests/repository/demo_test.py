@@ -72,7 +72,11 @@ class RunScript(unittest.TestCase):
             log = ROOT / "build/demo/debug/_log.log"
             self.assertTrue(log.is_file(), "run.sh says that the log is there")
             port = demo.port
+            service = subprocess.run(["pgrep", "-s", str(demo.process.pid), "-x", "qivctl"], capture_output=True, check=False)
+            self.assertTrue(service.stdout, "the service runs beside the host")
         self.assertEqual(demo.process.returncode, 0)
+        left = subprocess.run(["pgrep", "-s", str(demo.process.pid)], capture_output=True, check=False)
+        self.assertEqual(left.stdout, b"", "something outlived run.sh")
         with socket.socket() as probe:
             self.assertNotEqual(probe.connect_ex(("127.0.0.1", port)), 0, "the host outlived run.sh")
 
