@@ -117,7 +117,7 @@ std::string RenderPage(RequestFacts& facts, const CheckResult& result) {
   const PageSettings& page = facts.config->page;
   const Language language = facts.config->language;
   if (page.type == PageSettings::kRedirect && !page.redirect_url.empty()) {
-    return "302 Found " + Safe(page.redirect_url);
+    return "302 Found " + ToUtf8(page.redirect_url);  // the site's own text
   }
   const std::string_view charset = facts.gbk_page ? "gbk" : "utf-8";
   if (!facts.prepared_page.empty()) {

@@ -1,6 +1,7 @@
 #include "module/page_writer.h"
 
 #include <limits>
+#include <new>
 #include <string>
 #include <utility>
 
@@ -38,6 +39,21 @@ bool SetStatus(iis::IHttpResponse& response, int status) {
   return iis::Succeeded(response.SetStatus(static_cast<iis::USHORT>(status), Reason(status).data(), 0, 0, nullptr, 1));
 }
 
+/// A URL of the site as a header holds it: characters outside ASCII in UTF-8, percent-encoded like blanks.
+std::string LocationOf(std::string_view url) {
+  constexpr char kHex[] = "0123456789ABCDEF";
+  std::string location;
+  for (const char c : CCharSet::LocalToUtf8(url)) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (byte > 0x20 && byte < 0x7F) {
+      location += c;
+    } else {
+      location.append({'%', kHex[byte >> 4], kHex[byte & 15]});
+    }
+  }
+  return location;
+}
+
 void SetHeader(iis::IHttpContext& context, iis::IHttpResponse& response, iis::HTTP_HEADER_ID id,
                std::string_view value) {
   if (value.size() > std::numeric_limits<iis::USHORT>::max()) return;
@@ -72,11 +88,23 @@ bool PrepareResponse(const RequestFacts& facts, const CheckResult& result, iis::
     const int status = PageStatus(facts, result);
     if (!SetStatus(response, status)) return false;
     const std::string& target = facts.config->page.redirect_url;
-    if (status == 302 && !target.empty() && !sent) SetHeader(context, response, iis::HttpHeaderLocation, target);
+    if (status == 302 && !target.empty() && !sent)
+      SetHeader(context, response, iis::HttpHeaderLocation, LocationOf(target));
   }
   if (!sent) DropBodyHeaders(response);
   if (!sent && options.render) SetPageHeaders(context, response, charset);
   return true;
+}
+
+/// When memory runs out the status alone answers.
+EncodedPage ComposePage(RequestFacts& facts, const CheckResult& result, const PageOptions& options) {
+  try {
+    std::string text = options.render ? RenderPage(facts, result) : std::string();
+    text += options.extra_text;
+    return EncodePage(std::move(text), facts);
+  } catch (const std::bad_alloc&) {
+    return {std::string(), "utf-8"};
+  }
 }
 
 void WriteChunk(iis::IHttpContext& context, iis::IHttpResponse& response, std::string_view page) {
@@ -111,9 +139,7 @@ EncodedPage EncodePage(std::string page, const RequestFacts& facts) {
 
 void WritePage(RequestFacts& facts, const CheckResult& result, CStoredContexts& contexts, const PageOptions& options) {
   iis::IHttpContext& context = *facts.context;
-  std::string text = options.render ? RenderPage(facts, result) : std::string();
-  text += options.extra_text;
-  const EncodedPage page = EncodePage(std::move(text), facts);
+  const EncodedPage page = ComposePage(facts, result, options);
 
   const bool first_page = !contexts.PageWritten(context);
   contexts.MarkPageWritten(context);

@@ -1,5 +1,7 @@
 #include "module/pipeline.h"
 
+#include <new>
+
 #include "config/website_config.h"
 #include "module/facts_collector.h"
 #include "module/page_writer.h"
@@ -72,14 +74,26 @@ void CPipeline::RunStage(Stage stage, RequestFacts& facts, CheckResult& result) 
   }
 }
 
+// What follows a decision may fail for want of memory without changing it: a request that was blocked, perhaps with its
+// page written already, must not reach the application after all.
+
 void CPipeline::RunAfterDecision(RequestFacts& facts, CheckResult& result) const {
   for (const CheckRow& row : checks_) {
-    if (row.stage == Stage::kAfterDecision) row.run(facts, result);
+    if (row.stage != Stage::kAfterDecision) continue;
+    try {
+      row.run(facts, result);
+    } catch (const std::bad_alloc&) {
+      // Not counted.
+    }
   }
 }
 
 void CPipeline::WriteBlockPage(RequestFacts& facts, const CheckResult& result) {
-  WritePage(facts, result, contexts_, PageOptions{});
+  try {
+    WritePage(facts, result, contexts_, PageOptions{});
+  } catch (const std::bad_alloc&) {
+    // What is missing of the page or of its record stays missing.
+  }
 }
 
 iis::REQUEST_NOTIFICATION_STATUS CPipeline::BeginRequest(iis::IHttpContext& context) {

@@ -1,6 +1,7 @@
 #include "module/stored_context.h"
 
 #include <memory>
+#include <new>
 #include <utility>
 
 namespace qiv {
@@ -31,12 +32,20 @@ bool CStoredContexts::Update(iis::IHttpContext& context, Change&& change) {
 }
 
 bool CStoredContexts::Save(iis::IHttpContext& context, const RequestFacts& record) {
-  RequestFacts copy(record);  // all that can fail happens before the stored record changes
-  return Update(context, [&copy](CQivStoredContext& stored) { stored.record = std::move(copy); });
+  try {
+    RequestFacts copy(record);  // all that can fail happens before the stored record changes
+    return Update(context, [&copy](CQivStoredContext& stored) { stored.record = std::move(copy); });
+  } catch (const std::bad_alloc&) {
+    return false;  // the checks go on without it
+  }
 }
 
 bool CStoredContexts::MarkPageWritten(iis::IHttpContext& context) {
-  return Update(context, [](CQivStoredContext& stored) { stored.page_written = 1; });
+  try {
+    return Update(context, [](CQivStoredContext& stored) { stored.page_written = 1; });
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
 }
 
 bool CStoredContexts::Load(iis::IHttpContext& context, RequestFacts* record) {

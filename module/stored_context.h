@@ -31,13 +31,13 @@ class CStoredContexts {
   explicit CStoredContexts(const CQivConfig& config) : config_(config) {}
 
   /// Copies the record into the request's stored context, creating it when there is none. False when the server did not
-  /// take it.
+  /// take it, or memory ran out.
   bool Save(iis::IHttpContext& context, const RequestFacts& record);
 
   /// A copy of the saved record; false when none was saved.
   bool Load(iis::IHttpContext& context, RequestFacts* record);
 
-  /// Notes that a page was written for the request. False when the server did not take the note.
+  /// Notes that a page was written for the request. False as above.
   bool MarkPageWritten(iis::IHttpContext& context);
 
   bool PageWritten(iis::IHttpContext& context);

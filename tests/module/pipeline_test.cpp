@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <map>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -18,6 +19,7 @@ using test::CFakeContext;
 
 struct Script {
   std::map<std::string, std::int32_t> decisions;  ///< row name to the status it sets
+  std::string out_of_memory;                      ///< the row that throws after its decision
   std::string calls;                              ///< "phase:row ", with "!" when response headers were treated before
 };
 Script* script = nullptr;
@@ -31,9 +33,11 @@ void Row(RequestFacts& facts, CheckResult& result) {
   script->calls += std::to_string(facts.phase) + ":" + name + (response.header_writes ? "! " : " ");
   facts.path += "/seen";  // must not reach the next notification
   const auto found = script->decisions.find(name);
-  if (found == script->decisions.end()) return;
-  result.status = found->second;
-  result.reason = name;
+  if (found != script->decisions.end()) {
+    result.status = found->second;
+    result.reason = name;
+  }
+  if (name == script->out_of_memory) throw std::bad_alloc();
 }
 
 constexpr CheckRow kRows[] = {
@@ -99,6 +103,18 @@ TEST_F(Pipeline, BeginsInOrder) {
     RequestFacts saved;
     ASSERT_TRUE(contexts_.Load(context, &saved));
     EXPECT_EQ(saved.path, "/");
+  }
+}
+
+TEST_F(Pipeline, KeepsItsDecisionWhenMemoryRunsOutAfterIt) {
+  Configure();
+  script_.out_of_memory = "counter";
+  for (const bool blocked : {true, false}) {
+    if (blocked) script_.decisions = {{"shape", kBlocked}};
+    CFakeContext context;
+    EXPECT_EQ(pipeline_.BeginRequest(context), blocked ? kFinish : kContinue);
+    EXPECT_EQ(context.response.body.empty(), !blocked);
+    script_.decisions.clear();
   }
 }
 
