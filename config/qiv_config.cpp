@@ -95,8 +95,10 @@ bool CQivConfig::ReloadConfig() {
     const std::uint64_t time = FileModificationTime(paths_.config_file);
     if (time == config_file_time_) return false;
     status = SwapConfig();
-    // A file that is there but could not be opened (another process holds it) has not been parsed; it is tried again.
-    config_file_time_ = status == ConfigStatus::kUnreadable ? 0 : time;
+    // A file that is there but could not be opened (another process holds it) has not been parsed, nor has one that
+    // memory ran out for: it is tried again.
+    const bool again = status == ConfigStatus::kUnreadable || status == ConfigStatus::kOutOfMemory;
+    config_file_time_ = again ? 0 : time;
   }
   last_status_.store(status);
   SetSwitches(status == ConfigStatus::kLoaded);
@@ -143,9 +145,10 @@ bool CQivConfig::ReloadInjectionLibrary() {
     // A file that cannot be opened now keeps the library as it is and is tried again.
     if (!ReadLibrary(paths_.sql_library, time, &text)) return false;
     if (!ReadLibrary(paths_.sql_user_library, user_time, &user_text)) return false;
+    library_.Store(std::make_shared<InjectionLibrary>(InjectionLibrary::FromText(text, user_text)));
+    // Last, so that a load that memory ran out for is tried again.
     sql_library_time_ = time;
     sql_user_library_time_ = user_time;
-    library_.Store(std::make_shared<InjectionLibrary>(InjectionLibrary::FromText(text, user_text)));
   } catch (const std::bad_alloc&) {
     return false;
   }
