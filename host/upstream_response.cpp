@@ -40,7 +40,13 @@ bool IsHopByHop(std::string_view name, std::string_view connection) {
                                      "Trailer", "Upgrade", "Proxy-Authenticate", "Proxy-Authorization"}) {
     if (EqualsIgnoreCase(hop, name)) return true;
   }
-  return !connection.empty() && ListHolds(connection, name);
+  if (connection.empty()) return false;
+  // A client may list anything. Without its length a body would be the next request; without the others the upstream
+  // would mistake the site or the client.
+  for (const std::string_view kept : {"Content-Length", "Host", "X-Forwarded-For"}) {
+    if (EqualsIgnoreCase(kept, name)) return false;
+  }
+  return ListHolds(connection, name);
 }
 
 UpstreamParse ParseUpstreamHead(std::string_view buffer, UpstreamHead* head) {
