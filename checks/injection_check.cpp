@@ -132,9 +132,8 @@ class CInjectionRun {
   }
 
   bool DetectXss(std::string_view text, bool per_parameter, Hit& hit) const {
-    std::string copy(text);  // the detector turns every "+" into a blank
     std::string fragment;
-    hit.xss_type = XssDetector::Check(&copy, sql_, *facts_.library, &fragment, per_parameter);
+    hit.xss_type = XssDetector::CheckText(text, sql_, *facts_.library, &fragment, per_parameter);
     if (!hit.xss_type.empty()) hit.match.shown = std::move(fragment);
     return !hit.xss_type.empty();
   }

@@ -212,9 +212,11 @@ std::string_view XssDetector::JavascriptUrlCheck(std::string_view text, std::siz
   return {};
 }
 
-std::string_view XssDetector::Check(std::string* text, const InjectionSettings& settings,
-                                    const InjectionLibrary& library, std::string* fragment, bool per_parameter) {
-  std::replace(text->begin(), text->end(), '+', ' ');
+namespace {
+
+// `text` without "+".
+std::string_view CheckBlanked(std::string_view text, const InjectionSettings& settings, const InjectionLibrary& library,
+                              std::string* fragment, bool per_parameter) {
   const auto examine = [&](std::string_view value) -> std::string_view {
     const auto report = [&](std::string_view found, MessageId type) -> std::string_view {
       if (found.empty()) return {};
@@ -222,22 +224,38 @@ std::string_view XssDetector::Check(std::string* text, const InjectionSettings& 
       return Message(settings.language, type);
     };
     std::string_view type;
-    if (settings.xss_html_action != 0) type = report(EventCheck(value, library), MessageId::kXssHtmlEvent);
+    if (settings.xss_html_action != 0) type = report(XssDetector::EventCheck(value, library), MessageId::kXssHtmlEvent);
     if (type.empty() && settings.xss_script_block != 0) {
-      type = report(ScriptTagCheck(value), MessageId::kXssScriptTag);
+      type = report(XssDetector::ScriptTagCheck(value), MessageId::kXssScriptTag);
     }
     if (type.empty() && settings.xss_script_load != 0) {
-      type = report(JavascriptUrlCheck(value), MessageId::kXssScriptLoading);
+      type = report(XssDetector::JavascriptUrlCheck(value), MessageId::kXssScriptLoading);
     }
     return type;
   };
-  if (!per_parameter) return examine(*text);
+  if (!per_parameter) return examine(text);
   std::string_view type;
-  ForEachParameter(*text, [&](const Parameter& parameter) {
+  ForEachParameter(text, [&](const Parameter& parameter) {
     type = examine(parameter.value);
     return type.empty();
   });
   return type;
+}
+
+}  // namespace
+
+std::string_view XssDetector::Check(std::string* text, const InjectionSettings& settings,
+                                    const InjectionLibrary& library, std::string* fragment, bool per_parameter) {
+  std::replace(text->begin(), text->end(), '+', ' ');
+  return CheckBlanked(*text, settings, library, fragment, per_parameter);
+}
+
+std::string_view XssDetector::CheckText(std::string_view text, const InjectionSettings& settings,
+                                        const InjectionLibrary& library, std::string* fragment, bool per_parameter) {
+  if (settings.xss_html_action == 0 && settings.xss_script_block == 0 && settings.xss_script_load == 0) return {};
+  if (text.find('+') == kNone) return CheckBlanked(text, settings, library, fragment, per_parameter);
+  std::string copy(text);
+  return Check(&copy, settings, library, fragment, per_parameter);
 }
 
 }  // namespace qiv

@@ -17,6 +17,10 @@ class XssDetector {
   /// *text becomes a blank, in place.
   static std::string_view Check(std::string* text, const InjectionSettings& settings, const InjectionLibrary& library,
                                 std::string* fragment, bool per_parameter);
+  /// The same for a text that is not to be changed: it is copied only when there is a "+" to replace and a check to
+  /// run.
+  static std::string_view CheckText(std::string_view text, const InjectionSettings& settings,
+                                    const InjectionLibrary& library, std::string* fragment, bool per_parameter);
 
   // The three checks; each returns the matched fragment, empty when there is none. `work`, when given, is increased by
   // the bytes looked at beside the search for the names (a test compares it with the length of the text).
