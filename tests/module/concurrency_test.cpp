@@ -25,7 +25,7 @@ TEST(Concurrency, EveryRequestIsJudgedWholeWhileConfigurationsChange) {
   test::CInstallation installation;
   test::Site site = test::InjectionSite();
   const auto write = [&](int round) {
-    site.sections["website_response"] = "\"ret_type\":\"" + std::to_string(1 + round % 2) + "\"";
+    site.sections["website_response"] = "\"ret_type\":\"" + std::to_string(1 + round / 2 % 2) + "\"";
     installation.Write(site);
   };
   write(0);
