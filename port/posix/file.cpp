@@ -164,7 +164,10 @@ CFileLock::CFileLock(const std::string& path) : handle_(OpenRetrying(path, O_RDW
 }
 
 CFileLock::~CFileLock() {
-  if (handle_ != kNone) ::close(static_cast<int>(handle_));
+  if (handle_ == kNone) return;
+  // Said aloud, because a child that is just being started holds a copy of the descriptor until it runs its program.
+  ::flock(static_cast<int>(handle_), LOCK_UN);
+  ::close(static_cast<int>(handle_));
 }
 
 }  // namespace qiv
