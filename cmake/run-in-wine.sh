@@ -15,4 +15,7 @@ if [ ! -e "$WINEPREFIX/.ready" ]; then
   fi
   exec 9>&-
 fi
+# The server that wine programs share, started apart: one that a program starts keeps that program's output open and
+# writes its own words into it. It ends a minute after its last program.
+/usr/lib/wine/wineserver -p60 >/dev/null 2>&1 </dev/null 9>&- || true
 exec /usr/lib/wine/wine64 "$@"
