@@ -2,7 +2,7 @@
 # same folder elsewhere.
 install(TARGETS QivIpsIIs RUNTIME DESTINATION . LIBRARY DESTINATION .)
 install(TARGETS qivctl RUNTIME DESTINATION .)
-install(DIRECTORY rules DESTINATION . PATTERN "README.md" EXCLUDE)
+install(DIRECTORY rules DESTINATION . PATTERN "README.md" EXCLUDE PATTERN "generate" EXCLUDE)
 install(FILES packaging/install.ps1 packaging/uninstall.ps1 packaging/README.md DESTINATION .)
 
 set(package_name QivIpsIIs-windows-x64)
