@@ -1,0 +1,52 @@
+// Follows values through a PHP file, without running it: from what the request says, and from texts that were put
+// together so as not to be read, to what runs code, commands or hidden names.
+//
+// The tokens are walked statement by statement with an explicit stack of operators, values and brackets. A variable
+// keeps what it was last given (origins are joined where it was assigned on a deeper level); functions of the file are
+// bound to the arguments of their calls; everything is walked again, kPasses times at most, so that a function defined
+// behind its call and a value carried round a loop are seen. Arguments of "eval" and decoded texts come back as nested
+// code for the caller to judge.
+//
+// Work and memory are bounded by the length of the text: the bytes of all constant texts put together, and the elements
+// of all arrays copied, come out of one budget; when it is used up, texts are no longer known but origins still flow.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "engines/php_value.h"
+
+namespace qiv {
+
+enum class PhpFindingKind : std::uint8_t {
+  kBackdoor,       ///< the request decides what code or command runs
+  kRequestCall,    ///< the request names the function that is called
+  kInclude,        ///< the request names the file that is run
+  kFileWrite,      ///< the request decides the content of a file it names, or of a script
+  kUpload,         ///< an upload is stored under a name that the request chose
+  kHidden,         ///< a dangerous call behind a disguise
+  kNetworkCode,    ///< what another host sends is run
+  kDownload,       ///< a script is fetched from another host
+  kUnknownSource,  ///< runs a variable that nothing in the file assigns
+};
+
+struct PhpFinding {
+  PhpFindingKind kind;
+  HidingWay way;
+  std::string detail;  ///< the function's name, as far as it is known
+};
+
+struct PhpFlowResult {
+  std::vector<PhpFinding> findings;  ///< in the order met; at most kMostFindings
+  std::vector<std::string> nested;   ///< code that the file runs or decodes; each to be judged as code
+  bool standalone = true;            ///< no include, class, namespace, or function called that the file does not define
+};
+
+/// `in_code`: the text begins inside PHP.
+PhpFlowResult FollowPhp(std::string_view source, bool in_code);
+
+}  // namespace qiv

@@ -1,0 +1,502 @@
+#include "engines/php_machine.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "common/char_set.h"
+#include "common/text.h"
+
+namespace qiv {
+namespace {
+
+int BinaryPrecedence(std::uint32_t code) {
+  switch (code) {
+    case PhpOperator("**"):
+      return 15;
+    case PhpOperator("*"):
+    case PhpOperator("/"):
+    case PhpOperator("%"):
+      return 13;
+    case PhpOperator("+"):
+    case PhpOperator("-"):
+      return 12;
+    case PhpOperator("."):
+      return 12;
+    case PhpOperator("<<"):
+    case PhpOperator(">>"):
+      return 11;
+    case PhpOperator("<"):
+    case PhpOperator(">"):
+    case PhpOperator("<="):
+    case PhpOperator(">="):
+      return 10;
+    case PhpOperator("=="):
+    case PhpOperator("!="):
+    case PhpOperator("<>"):
+    case PhpOperator("==="):
+    case PhpOperator("!=="):
+    case PhpOperator("<=>"):
+      return 9;
+    case PhpOperator("&"):
+      return 8;
+    case PhpOperator("^"):
+      return 7;
+    case PhpOperator("|"):
+      return 6;
+    case PhpOperator("&&"):
+    case PhpOperator("||"):
+      return 5;
+    case PhpOperator("?\?"):
+      return 4;
+    default:
+      return -1;
+  }
+}
+
+bool IsAssignment(std::uint32_t code) {
+  switch (code) {
+    case PhpOperator("="):
+    case PhpOperator(".="):
+    case PhpOperator("+="):
+    case PhpOperator("-="):
+    case PhpOperator("*="):
+    case PhpOperator("/="):
+    case PhpOperator("%="):
+    case PhpOperator("^="):
+    case PhpOperator("|="):
+    case PhpOperator("&="):
+    case PhpOperator("?\?="):
+    case PhpOperator("<<="):
+    case PhpOperator(">>="):
+    case PhpOperator("**="):
+      return true;
+    default:
+      return false;
+  }
+}
+
+}  // namespace
+
+CPhpMachine::CPhpMachine(std::string_view source, bool in_code) : source_(source), tokens_(PhpTokens(source, in_code)) {
+  work_left_ = kWorkAnyway + source.size() * kWorkPerByte;
+  nested_left_ = kWorkAnyway + source.size() * 4;
+}
+
+PhpFlowResult CPhpMachine::Run() {
+  for (pass_ = 0; pass_ < kPasses; ++pass_) {
+    Pass();
+    if (!result_.findings.empty() && pass_ > 0) break;
+  }
+  return std::move(result_);
+}
+
+void CPhpMachine::Pass() {
+  values_.clear();
+  operations_.clear();
+  frames_.clear();
+  arguments_.clear();
+  argument_keys_.clear();
+  argument_names_.clear();
+  next_function_ = 0;
+  scope_ = 0;
+  function_ = 0;
+  pending_scope_ = 0;
+  pending_class_ = false;
+  weak_ = false;
+  operand_next_ = true;
+  PushFrame(FrameKind::kBlock);
+  for (at_ = 0; at_ < tokens_.size(); ++at_) Token();
+  EndStatement();
+}
+
+void CPhpMachine::Token() {
+  const PhpToken& token = tokens_[at_];
+  switch (token.kind) {
+    case PhpTokenKind::kVariable:
+      OnVariable(token);
+      break;
+    case PhpTokenKind::kName:
+      OnName(token);
+      break;
+    case PhpTokenKind::kString:
+    case PhpTokenKind::kTemplate:
+    case PhpTokenKind::kCommand:
+      OnString(token);
+      break;
+    case PhpTokenKind::kMarkup:
+      EndStatement();
+      break;
+    case PhpTokenKind::kOperator:
+      OnOperator(token);
+      break;
+  }
+}
+
+void CPhpMachine::PushFrame(FrameKind kind) {
+  Frame frame;
+  frame.kind = kind;
+  frame.values = values_.size();
+  frame.operations = operations_.size();
+  frame.arguments = arguments_.size();
+  frame.scope = scope_;
+  frame.function = function_;
+  frames_.push_back(std::move(frame));
+  operand_next_ = true;
+}
+
+void CPhpMachine::DropArguments(std::size_t count) {
+  arguments_.resize(std::min(arguments_.size(), count));
+  argument_keys_.resize(arguments_.size());
+  argument_names_.resize(arguments_.size());
+}
+
+void CPhpMachine::PushOperand(Operand operand) {
+  if (!operand_next_) values_.resize(std::max(frames_.back().values, values_.size() - 1));  // no operator between
+  if (InForeach() && !operand.key.empty()) Store(operand.key, frames_.back().element, false);
+  values_.push_back(std::move(operand));
+  operand_next_ = false;
+}
+
+CPhpMachine::Operand CPhpMachine::PopOperand() {
+  if (values_.size() <= frames_.back().values) return {};
+  Operand operand = std::move(values_.back());
+  values_.pop_back();
+  return operand;
+}
+
+void CPhpMachine::PushOperation(std::uint32_t code, int precedence, bool unary, bool keep_left) {
+  if (!unary && !keep_left) Reduce(precedence);
+  operations_.push_back({code, precedence, unary});
+  operand_next_ = true;
+}
+
+// Applies what binds at least as tightly.
+void CPhpMachine::Reduce(int precedence) {
+  while (operations_.size() > frames_.back().operations && operations_.back().precedence >= precedence) {
+    const Operation operation = operations_.back();
+    operations_.pop_back();
+    Apply(operation);
+  }
+}
+
+void CPhpMachine::Apply(const Operation& operation) {
+  Operand right = PopOperand();
+  Operand result;
+  if (operation.unary) {
+    switch (operation.code) {
+      case kIncludeCode:
+        Include(right.value);
+        break;
+      case kReturnCode:
+        if (function_ != 0) {
+          Function& function = functions_[function_ - 1];
+          const std::uint32_t origin = function.returns.origin;
+          if (!function.has_return) {
+            function.returns = right.value;
+          } else if (!right.value.HasText() || right.value.Text() != function.returns.Text()) {
+            function.returns = function.returns.Taint();
+            function.returns.Join(right.value);
+          }
+          function.returns.origin |= origin;
+          function.has_return = true;
+        }
+        break;
+      case PhpOperator("@"):
+      case PhpOperator("&"):
+      case PhpOperator("+"):
+      case PhpOperator("..."):
+        result = std::move(right);
+        break;
+      case kPlainCast:
+        result.value = right.value;
+        break;
+      case PhpOperator("~"):
+        result.value = Bitwise(operation.code, right.value, right.value);
+        break;
+      case PhpOperator("-"):
+        if (right.value.is_number) result.value = PhpValue::OfNumber(-right.value.number);
+        break;
+      case PhpOperator("!"):
+        result.value = PhpValue::OfNumber(0);
+        result.value.is_number = false;
+        break;
+      default:
+        break;
+    }
+  } else {
+    Operand left = PopOperand();
+    if (IsAssignment(operation.code)) {
+      Assign(operation.code, left, right.value);
+      result = std::move(left);
+      result.value = std::move(right.value);
+    } else if (operation.code == PhpOperator("?")) {
+      result = std::move(right);
+    } else {
+      result.value = Binary(operation.code, std::move(left.value), right.value);
+    }
+  }
+  values_.push_back(std::move(result));
+}
+
+void CPhpMachine::OnOperator(const PhpToken& token) {
+  const std::uint32_t code = token.code;
+  switch (code) {
+    case PhpOperator("("):
+      return OpenBracket('(');
+    case PhpOperator("["):
+      return OpenBracket('[');
+    case PhpOperator("{"):
+      return OpenBracket('{');
+    case PhpOperator(")"):
+      return CloseBracket(')');
+    case PhpOperator("]"):
+      return CloseBracket(']');
+    case PhpOperator("}"):
+      return CloseBracket('}');
+    case PhpOperator(";"):
+      return EndStatement();
+    case PhpOperator(","):
+      return Comma();
+    case PhpOperator("=>"):
+      return Arrow();
+    case PhpOperator("?"):
+    case PhpOperator(":"):
+      return Ternary();
+    case PhpOperator("->"):
+    case PhpOperator("?->"):
+    case PhpOperator("::"):
+      return OnMember();
+    case PhpOperator("++"):
+    case PhpOperator("--"):
+      return Increment(code, operand_next_);
+    default:
+      break;
+  }
+  if (code == PhpOperator("$") && operand_next_) {  // "$$name", "${...}"
+    operations_.push_back({code, kUnary + 1, true});
+    if (!NextIs("{")) return;
+    ++at_;
+    operations_.pop_back();
+    return PushFrame(FrameKind::kVariable);
+  }
+  if (operand_next_) {
+    operations_.push_back({code, kUnary, true});
+  } else if (IsAssignment(code)) {
+    PushOperation(code, kAssignment, false, true);
+  } else if (const int precedence = BinaryPrecedence(code); precedence >= 0) {
+    PushOperation(code, precedence, false);
+  }
+}
+
+void CPhpMachine::Ternary() {
+  if (tokens_[at_].Is("?")) {
+    if (operand_next_) return;  // a nullable type
+    if (NextIs(":")) {
+      ++at_;
+      return PushOperation(PhpOperator("?\?"), kTernary, false);
+    }
+    Reduce(kTernary);
+    PopOperand();  // the condition
+    operations_.push_back({PhpOperator("?"), kTernary - 1, true});
+    operand_next_ = true;
+    return;
+  }
+  Reduce(kTernary);
+  if (operations_.size() > frames_.back().operations && operations_.back().code == PhpOperator("?")) {
+    operations_.pop_back();
+    operations_.push_back({PhpOperator("?\?"), kTernary, false});
+    operand_next_ = true;
+  } else if (frames_.back().kind == FrameKind::kBlock) {
+    EndStatement();  // a label, a case, "if (...):"
+  }
+}
+
+void CPhpMachine::Comma() {
+  Frame& frame = frames_.back();
+  Reduce(kLowest);
+  if (frame.kind == FrameKind::kCall || frame.kind == FrameKind::kArray) {
+    if (values_.size() > frame.values) {
+      Operand operand = PopOperand();
+      argument_keys_.push_back(operand.indexed ? std::string() : operand.key);
+      arguments_.push_back(std::move(operand.value));
+      argument_names_.push_back(frame.has_key ? std::move(frame.array_key) : std::string());
+    }
+    frame.has_key = false;
+  }
+  values_.resize(std::min(values_.size(), frame.values));
+  operand_next_ = true;
+}
+
+// "key => value" in an array; what "foreach" gives.
+void CPhpMachine::Arrow() {
+  Reduce(kLowest);
+  const Operand key = PopOperand();
+  Frame& frame = frames_.back();
+  frame.array_key.clear();
+  frame.has_key = frame.kind == FrameKind::kArray && PhpTextOf(key.value, &frame.array_key);
+  operand_next_ = true;
+}
+
+void CPhpMachine::EndStatement() {
+  Reduce(kLowest);
+  Frame& frame = frames_.back();
+  values_.resize(std::min(values_.size(), frame.values));
+  operand_next_ = true;
+  if (frame.kind == FrameKind::kBlock) weak_ = false;
+  pending_scope_ = 0;
+}
+
+bool CPhpMachine::IsIndexBrace() const {
+  if (operand_next_ || at_ == 0 || frames_.back().in_foreach) return false;
+  const PhpToken& before = tokens_[at_ - 1];
+  return before.kind == PhpTokenKind::kVariable || before.Is("]");
+}
+
+void CPhpMachine::OpenBracket(char bracket) {
+  if (frames_.size() >= kMostFrames) {
+    PushFrame(bracket == '{' ? FrameKind::kBlock : FrameKind::kParen);
+    return;
+  }
+  if (bracket == '{') {
+    if (!IsIndexBrace()) return OpenBlock();
+    bracket = '[';
+  }
+  if (bracket == '[') {
+    if (operand_next_) return PushFrame(FrameKind::kArray);
+    Operand base = PopOperand();
+    PushFrame(FrameKind::kIndex);
+    frames_.back().callee = std::move(base);
+    return;
+  }
+  if (!operand_next_) {  // a call
+    Operand callee = PopOperand();
+    PushFrame(FrameKind::kCall);
+    frames_.back().named = callee.is_name;
+    frames_.back().callee = std::move(callee);
+    return;
+  }
+  // A cast is "(", a type's name, ")".
+  if (Next() && Next()->kind == PhpTokenKind::kName && NextIs(")", 2)) {
+    const std::string type = CCharSet::LowerAscii(TextOf(*Next()));
+    const bool plain = type == "string" || type == "array" || type == "object" || type == "binary";
+    if (plain || type == "int" || type == "integer" || type == "bool" || type == "boolean" || type == "float" ||
+        type == "double") {
+      at_ += 2;
+      operations_.push_back({plain ? kPlainCast : kNumberCast, kUnary, true});
+      return;
+    }
+  }
+  PushFrame(FrameKind::kParen);
+}
+
+void CPhpMachine::OpenBlock() {
+  const std::uint32_t scope = pending_scope_;
+  if (scope == 0 && !pending_class_) Reduce(kLowest);
+  PushFrame(FrameKind::kBlock);
+  frames_.back().is_class = pending_class_;
+  pending_class_ = false;
+  pending_scope_ = 0;
+  if (scope != 0) {
+    scope_ = scope;
+    function_ = scope;
+  }
+  weak_ = false;
+}
+
+// A "}" also closes the brackets that were left open inside its block.
+void CPhpMachine::CloseBlock() {
+  if (frames_.back().kind == FrameKind::kVariable) {
+    Reduce(kLowest);
+    const Operand name = PopOperand();
+    frames_.pop_back();
+    operand_next_ = true;
+    Operand operand;
+    if (name.value.HasText()) {
+      operand = Lookup(name.value.Text());
+      if (name.value.Has(kComputed) && operand.value.Has(kFromRequest) && operand.value.Has(kWholeRequest)) {
+        operand.value.origin |= kComputed;
+        operand.value.way = name.value.way;
+      }
+    } else {
+      operand.request_named = name.value.Has(kFromRequest);
+      operand.value = name.value.Taint();
+    }
+    PushOperand(std::move(operand));
+    return;
+  }
+  const auto is_block = [](const Frame& frame) { return frame.kind == FrameKind::kBlock; };
+  const auto open = std::find_if(frames_.rbegin(), frames_.rend(), is_block);
+  const std::size_t depth = static_cast<std::size_t>(frames_.rend() - open) - 1;
+  Reduce(kLowest);
+  if (depth == 0) {
+    values_.resize(std::min(values_.size(), frames_.back().values));
+    operand_next_ = true;
+    return;  // one too many
+  }
+  const Frame& frame = frames_[depth];
+  values_.resize(std::min(values_.size(), frame.values));
+  operations_.resize(std::min(operations_.size(), frame.operations));
+  DropArguments(frame.arguments);
+  const bool closure =
+      frame.function != function_ && values_.size() > frames_[depth - 1].values && values_.back().value.Has(kClosure);
+  scope_ = frame.scope;
+  function_ = frame.function;
+  frames_.resize(depth);
+  operand_next_ = !closure;
+  weak_ = false;
+}
+
+void CPhpMachine::CloseBracket(char bracket) {
+  if (bracket == '}' && !(frames_.back().kind == FrameKind::kIndex && frames_.size() > 1)) return CloseBlock();
+  if (frames_.back().kind == FrameKind::kBlock) return;  // one too many
+  const bool empty = values_.size() <= frames_.back().values && operations_.size() <= frames_.back().operations;
+  if (frames_.back().kind == FrameKind::kCall || frames_.back().kind == FrameKind::kArray) {
+    if (!empty) Comma();
+  } else {
+    Reduce(kLowest);
+  }
+  Operand inner = PopOperand();
+  Frame frame = std::move(frames_.back());
+  frames_.pop_back();
+  values_.resize(std::min(values_.size(), frame.values));
+  operand_next_ = true;
+  Operand result;
+  switch (frame.kind) {
+    case FrameKind::kIndex:
+      result = Element(frame.callee, empty ? nullptr : &inner.value);
+      break;
+    case FrameKind::kArray:
+    case FrameKind::kCall: {
+      const std::span<PhpValue> arguments(arguments_.data() + frame.arguments, arguments_.size() - frame.arguments);
+      const bool list = frame.kind == FrameKind::kArray;
+      if (list) {
+        result.list = std::make_shared<std::vector<std::string>>(
+            argument_keys_.begin() + static_cast<std::ptrdiff_t>(frame.arguments), argument_keys_.end());
+        for (const PhpValue& argument : arguments) result.value.Join(argument);
+        result.value.origin = (result.value.origin & ~static_cast<std::uint32_t>(kClosure)) | kArrayLiteral;
+        if (arguments.size() <= kMostElements && Spend(arguments.size())) {
+          result.value.array = std::make_shared<PhpArray>();
+          for (std::size_t i = 0; i < arguments.size(); ++i) {
+            const std::string& key = argument_names_[frame.arguments + i];
+            result.value.array->emplace_back(key.empty() ? std::to_string(i) : key, arguments[i]);
+          }
+        }
+      } else {
+        result.value = Call(frame, arguments);
+      }
+      DropArguments(frame.arguments);
+      break;
+    }
+    default: {
+      result = std::move(inner);
+      result.is_name = false;
+      if (frame.statement) {
+        weak_ = true;
+        return;
+      }
+    }
+  }
+  PushOperand(std::move(result));
+}
+
+}  // namespace qiv

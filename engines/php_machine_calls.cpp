@@ -1,0 +1,425 @@
+// What calls give, and what they give away.
+#include <algorithm>
+#include <array>
+#include <utility>
+
+#include "common/char_set.h"
+#include "common/text.h"
+#include "engines/php_machine.h"
+
+namespace qiv {
+namespace {
+
+constexpr std::uint32_t kRequest = kFromRequest | kWholeRequest;
+
+bool EndsWithScript(std::string_view path) {
+  constexpr std::array<std::string_view, 8> kScripts = {".php", ".php3", ".php5", ".phtml",
+                                                        ".asp", ".aspx", ".jsp",  ".pht"};
+  const std::string lower = CCharSet::LowerAscii(path);
+  return std::any_of(kScripts.begin(), kScripts.end(), [&](std::string_view end) { return lower.ends_with(end); });
+}
+
+bool IsAddress(std::string_view text) {
+  return text.starts_with("http://") || text.starts_with("https://") || text.starts_with("ftp://");
+}
+
+bool HoldsCode(std::string_view text) {
+  return text.find('(') != std::string_view::npos || text.find("<?") != std::string_view::npos ||
+         text.find('`') != std::string_view::npos;
+}
+
+// A function that makes the request run when it is given as a callback.
+bool IsRunner(std::string_view lower_name) {
+  if (lower_name == "eval") return true;
+  const PhpFunction* const function = FindPhpFunction(lower_name);
+  return function != nullptr &&
+         (function->kind == PhpFunctionKind::kCode || function->kind == PhpFunctionKind::kCommand ||
+          function->kind == PhpFunctionKind::kMakeCode);
+}
+
+// Whether the regular expression's modifiers hold "e": its replacement is code.
+bool RunsReplacement(std::string_view pattern) {
+  if (pattern.size() < 3) return false;
+  constexpr std::string_view kOpen = "([{<";
+  constexpr std::string_view kClose = ")]}>";
+  const std::size_t open = kOpen.find(pattern[0]);
+  const char delimiter = open == std::string_view::npos ? pattern[0] : kClose[open];
+  if (IsWordByte(delimiter) || delimiter == '\\' || delimiter == ' ') return false;
+  const std::size_t end = pattern.rfind(delimiter);
+  if (end == 0 || end == std::string_view::npos) return false;
+  const std::string_view modifiers = pattern.substr(end + 1);
+  return modifiers.find('e') != std::string_view::npos &&
+         std::all_of(modifiers.begin(), modifiers.end(), [](char c) { return IsLetter(c); });
+}
+
+bool AnyHas(std::span<const PhpValue> values, std::uint32_t origins) {
+  return std::any_of(values.begin(), values.end(), [origins](const PhpValue& value) { return value.Has(origins); });
+}
+
+}  // namespace
+
+void CPhpMachine::Report(PhpFindingKind kind, std::string_view detail, HidingWay way) {
+  constexpr std::size_t kLongestDetail = 64;
+  std::vector<PhpFinding>& findings = result_.findings;
+  if (findings.size() >= kMostFindings) return;
+  const auto same = [&](const PhpFinding& f) { return f.kind == kind && f.detail == detail.substr(0, kLongestDetail); };
+  if (std::none_of(findings.begin(), findings.end(), same)) {
+    findings.push_back({kind, way, std::string(detail.substr(0, kLongestDetail))});
+  }
+}
+
+void CPhpMachine::AddNested(std::string_view text) {
+  if (pass_ == 0 || result_.nested.size() >= kMostNested || text.size() > nested_left_ || text.size() < 4) return;
+  if (std::find(result_.nested.begin(), result_.nested.end(), text) != result_.nested.end()) return;
+  nested_left_ -= text.size();
+  result_.nested.emplace_back(text);
+}
+
+CPhpMachine::Function* CPhpMachine::FindUser(std::string_view name) {
+  const auto found = function_numbers_.find(std::string(name));
+  return found == function_numbers_.end() ? nullptr : &functions_[found->second];
+}
+
+PhpValue CPhpMachine::CallUser(Function& function, std::span<const PhpValue> arguments) {
+  PhpValue result = function.returns;
+  for (std::size_t i = 0; i < arguments.size(); ++i) {
+    if (i < function.values.size()) {
+      PhpValue& parameter = function.values[i];
+      PhpValue value = arguments[i];
+      value.origin &= ~static_cast<std::uint32_t>(kNeverAssigned);
+      if (!parameter.HasText() && parameter.origin == 0 && !parameter.is_number && !parameter.array) {
+        parameter = value;
+      } else {
+        if (!value.HasText() || value.Text() != parameter.Text()) parameter = parameter.Taint();
+        parameter.Join(value);
+      }
+    }
+  }
+  // What its code does with the arguments is known from the last pass; arguments that it returns came through there.
+  return result;
+}
+
+PhpValue CPhpMachine::Call(Frame& frame, std::span<PhpValue> arguments) {
+  const bool is_new = std::exchange(pending_new_, false);
+  if (frame.callee.is_member) return CallMember(frame.callee.name, arguments, frame.callee);
+  if (is_new) {
+    if (frame.named && frame.callee.name == "com") com_objects_ = true;
+    if (frame.named && frame.callee.name == "reflectionfunction")
+      return CallNamed(frame.callee.name, arguments, false, {});
+    PhpValue object;
+    if (frame.named) object.origin = arguments.empty() ? 0 : arguments[0].origin & kFromNetwork;
+    return object;
+  }
+  if (frame.named) return CallNamed(frame.callee.name, arguments, false, HidingWay::kNone);
+  // A value is called.
+  const PhpValue& callee = frame.callee.value;
+  if (callee.function != 0 && callee.function <= functions_.size())
+    return CallUser(functions_[callee.function - 1], arguments);
+  if (callee.HasText())
+    return CallNamed(CCharSet::LowerAscii(callee.Text()), arguments, callee.Has(kComputed), callee.way);
+  if (callee.array && callee.array->size() == 2 && (*callee.array)[1].second.HasText()) return {};
+  if (callee.Has(kFromRequest)) {
+    Report(PhpFindingKind::kRequestCall, frame.callee.key.empty() ? "" : "$");
+  } else if (callee.Has(kDecoded) && callee.Has(kComputed) && !arguments.empty()) {
+    if (AnyHas(arguments, kFromRequest)) Report(PhpFindingKind::kHidden, "", callee.way);
+  } else if (callee.Has(kNeverAssigned) && AnyHas(arguments, kNeverAssigned | kFromRequest)) {
+    Report(PhpFindingKind::kUnknownSource, "");
+  }
+  PhpValue result;
+  for (const PhpValue& argument : arguments) result.Join(argument);
+  result.origin &= kFromRequest | kDecoded;
+  return result;
+}
+
+PhpValue CPhpMachine::CallNamed(std::string_view name, std::span<PhpValue> arguments, bool hidden, HidingWay way) {
+  if (hidden && IsDangerousName(name) && !arguments.empty()) Report(PhpFindingKind::kHidden, name, way);
+  if (Function* const user = FindUser(name)) {
+    PhpValue result = CallUser(*user, arguments);
+    return result;
+  }
+  const PhpFunction* const function = FindPhpFunction(name);
+  if (function != nullptr) return CallKnown(*function, arguments);
+  if (name == "define" && arguments.size() >= 2 && arguments[0].HasText()) {
+    Store("const " + std::string(arguments[0].Text()), arguments[1], false);
+    return {};
+  }
+  if (name == "range" || name == "ord") return EvaluatePhpFunction(name, arguments, kWorkAnyway);
+  if (name == "filter_var" || name == "filter_var_array" || name == "yaml_parse" || name == "iterator_apply") {
+    for (const PhpValue& argument : arguments) {
+      if (!argument.array || !Spend(argument.array->size())) continue;
+      for (const auto& [key, element] : *argument.array) {
+        const std::string callback = CCharSet::LowerAscii(element.Text());
+        if (AnyHas(arguments, kFromRequest) && IsRunner(callback)) Report(PhpFindingKind::kBackdoor, callback);
+        if (Function* const user = FindUser(callback)) CallUser(*user, arguments.first(1));
+      }
+    }
+  }
+  if (name == "serialize" || name == "unserialize") {
+    if (AnyHas(arguments, kFromRequest) && Spend(variables_.size())) {
+      for (auto& [key, variable] : variables_) {
+        if (key.starts_with("->") && variable.assigned) variable.value.origin |= kFromRequest;
+      }
+    }
+  }
+  return {};
+}
+
+PhpValue CPhpMachine::CallKnown(const PhpFunction& function, std::span<PhpValue> arguments) {
+  using Kind = PhpFunctionKind;
+  const std::string_view name = function.name;
+  switch (function.kind) {
+    case Kind::kCode:
+      if (!arguments.empty()) RunCode(name, arguments[0]);
+      return {};
+    case Kind::kCommand:
+      RunCommand(name, arguments);
+      return {};
+    case Kind::kCallback:
+      return RunCallback(function, arguments);
+    case Kind::kPattern:
+      RunPattern(name, arguments);
+      break;
+    case Kind::kMakeCode: {
+      if (arguments.size() > 1) RunCode(name, arguments[1]);
+      if (AnyHas(arguments, kFromRequest)) Report(PhpFindingKind::kBackdoor, name);
+      PhpValue made;
+      if (arguments.size() > 1 && arguments[1].HasText()) made.origin = arguments[1].origin & kComputed;
+      return made;
+    }
+    case Kind::kWrite:
+      Write(name, arguments);
+      return {};
+    case Kind::kOpen: {
+      PhpValue handle;
+      if (arguments.empty()) return handle;
+      const std::string_view path = arguments[0].Text();
+      if (path == "php://input") return Read(name, arguments);
+      handle.origin = arguments[0].origin & (kFromRequest | kWholeRequest | kFromUpload);
+      if (IsAddress(path)) handle.origin |= kFromNetwork;
+      if (EndsWithScript(path) && arguments.size() > 1 && !arguments[1].Text().starts_with("r"))
+        handle.origin |= kScriptTarget;
+      return handle;
+    }
+    case Kind::kMove:
+      Move(name, arguments);
+      return {};
+    case Kind::kRead:
+      return Read(name, arguments);
+    case Kind::kSource: {
+      PhpValue value;
+      if (name == "getenv" &&
+          (arguments.empty() || (!arguments[0].Text().starts_with("HTTP_") && arguments[0].Text() != "QUERY_STRING"))) {
+        return value;
+      }
+      value.origin = kRequest;
+      return value;
+    }
+    case Kind::kExtract:
+      if (name == "import_request_variables" || AnyHas(arguments, kFromRequest)) request_variables_ = true;
+      if (name != "extract" && arguments.size() == 2 && AnyHas(arguments.first(1), kFromRequest))
+        arguments[1].origin |= kRequest;
+      return {};
+    case Kind::kVariables: {
+      PhpValue value;
+      if (function_ != 0) {
+        for (const PhpValue& parameter : functions_[function_ - 1].values) value.Join(parameter);
+      }
+      return value;
+    }
+    case Kind::kPass:
+    case Kind::kDecode: {
+      std::size_t work = 1;
+      for (const PhpValue& argument : arguments) {
+        work += argument.Text().size() * (argument.array ? argument.array->size() : 1);
+        if (argument.array) work += argument.array->size() * (arguments.back().Text().size() + 1);
+      }
+      if (!Spend(work)) return arguments.empty() ? PhpValue() : arguments[0].Taint();
+      PhpValue value = EvaluatePhpFunction(name, arguments, work_left_);
+      Spend(value.Text().size());
+      if (function.kind == Kind::kDecode) {
+        value.origin |= kDecoded;
+        if (value.HasText() && HoldsCode(value.Text())) AddNested(value.Text());
+      }
+      return value;
+    }
+    default:
+      break;
+  }
+  PhpValue value;
+  for (const PhpValue& argument : arguments) value.Join(argument);
+  return value;
+}
+
+void CPhpMachine::RunCode(std::string_view name, const PhpValue& code) {
+  if (code.Has(kFromRequest)) return Report(PhpFindingKind::kBackdoor, name, code.way);
+  if (code.Has(kFromNetwork)) Report(PhpFindingKind::kNetworkCode, name);
+  if (code.Has(kDecoded)) Report(PhpFindingKind::kHidden, name, code.way);
+  if (code.HasText()) {
+    AddNested(code.Text());
+  } else if (code.Has(kNeverAssigned)) {
+    Report(PhpFindingKind::kUnknownSource, name);
+  }
+}
+
+void CPhpMachine::RunCommand(std::string_view name, std::span<const PhpValue> arguments) {
+  if (arguments.empty()) return;
+  if (AnyHas(arguments.first(std::min<std::size_t>(arguments.size(), name == "pcntl_exec" ? 2 : 1)), kFromRequest)) {
+    Report(PhpFindingKind::kBackdoor, name, arguments[0].way);
+  } else if (arguments[0].Has(kNeverAssigned)) {
+    Report(PhpFindingKind::kUnknownSource, name);
+  } else if (arguments[0].Has(kFromNetwork)) {
+    Report(PhpFindingKind::kNetworkCode, name);
+  } else if (arguments[0].Has(kDecoded) && arguments[0].Has(kComputed)) {
+    Report(PhpFindingKind::kHidden, name, arguments[0].way);
+  }
+}
+
+PhpValue CPhpMachine::RunCallback(const PhpFunction& function, std::span<PhpValue> arguments) {
+  PhpValue value;
+  for (const PhpValue& argument : arguments) value.Join(argument);
+  value.origin &= ~static_cast<std::uint32_t>(kArrayLiteral | kClosure);
+  const auto size = static_cast<std::ptrdiff_t>(arguments.size());
+  const std::ptrdiff_t at = function.callback < 0 ? size + function.callback : function.callback;
+  if (at < 0 || at >= size) return value;
+  const PhpValue callback = arguments[static_cast<std::size_t>(at)];
+  if (callback.Has(kArrayLiteral)) return value;
+  if (callback.HasText()) {
+    const std::string name = CCharSet::LowerAscii(callback.Text());
+    if (callback.Has(kComputed) && IsDangerousName(name)) Report(PhpFindingKind::kHidden, name, callback.way);
+    const bool output = function.name == "ob_start";
+    if (IsRunner(name) && (output || AnyHas(arguments, kFromRequest))) Report(PhpFindingKind::kBackdoor, name);
+    if (IsRunner(name) && AnyHas(arguments, kDecoded)) Report(PhpFindingKind::kHidden, name, value.way);
+    if (function.name.starts_with("call_user_func") || function.name.starts_with("forward_static")) {
+      if (function.name.ends_with("_array") && arguments.size() > 1 && arguments[1].array &&
+          Spend(arguments[1].array->size())) {
+        std::vector<PhpValue> unpacked;
+        for (const auto& [key, element] : *arguments[1].array) unpacked.push_back(element);
+        return CallNamed(name, unpacked, false, callback.way);
+      }
+      return CallNamed(name, arguments.subspan(1), false, callback.way);
+    }
+    if (Function* const user = FindUser(name)) {
+      std::vector<PhpValue> given(std::max<std::size_t>(user->values.size(), 1), value.Taint());
+      CallUser(*user, given);
+    }
+    return value;
+  }
+  if (callback.function != 0 && callback.function <= functions_.size()) {
+    Function& user = functions_[callback.function - 1];
+    std::vector<PhpValue> given(user.values.size(), value.Taint());
+    CallUser(user, given);
+    return value;
+  }
+  if (callback.Has(kFromRequest) && !callback.array) Report(PhpFindingKind::kRequestCall, function.name);
+  if (callback.Has(kDecoded) && AnyHas(arguments, kFromRequest))
+    Report(PhpFindingKind::kHidden, function.name, callback.way);
+  return value;
+}
+
+void CPhpMachine::RunPattern(std::string_view name, std::span<const PhpValue> arguments) {
+  if (arguments.size() < 2) return;
+  const bool multi_byte = name.starts_with("mb_");
+  bool runs = false;
+  if (multi_byte) {
+    runs = arguments.size() > 3 &&
+           (arguments[3].Text().find('e') != std::string_view::npos || arguments[3].Has(kWholeRequest));
+  } else if (arguments[0].array && Spend(arguments[0].array->size())) {
+    for (const auto& [key, element] : *arguments[0].array) runs |= RunsReplacement(element.Text());
+  } else {
+    runs = RunsReplacement(arguments[0].Text());
+  }
+  if (!multi_byte && arguments[0].Has(kWholeRequest) && arguments[1].Has(kWholeRequest)) {
+    return Report(PhpFindingKind::kBackdoor, name);
+  }
+  if (!runs) return;
+  if (AnyHas(arguments, kFromRequest)) return Report(PhpFindingKind::kBackdoor, name);
+  if (arguments[1].Has(kDecoded) || (arguments[0].Has(kComputed) && arguments[0].way == HidingWay::kCharacters)) {
+    Report(PhpFindingKind::kHidden, name, arguments[1].way);
+  }
+  if (arguments[1].Has(kNeverAssigned)) Report(PhpFindingKind::kUnknownSource, name);
+  if (arguments[1].HasText()) AddNested(arguments[1].Text());
+}
+
+void CPhpMachine::Write(std::string_view name, std::span<const PhpValue> arguments) {
+  if (arguments.size() < 2) return;
+  const PhpValue& target = arguments[0];
+  const PhpValue& data = arguments[1];
+  const bool script = target.Has(kScriptTarget) || (name == "file_put_contents" && EndsWithScript(target.Text()));
+  if (data.Has(kFromRequest) && (script || target.Has(kFromRequest))) return Report(PhpFindingKind::kFileWrite, name);
+  if (data.Has(kFromNetwork) && (script || target.Has(kFromRequest))) Report(PhpFindingKind::kDownload, name);
+  if (data.HasText() && data.Text().find("<?") != std::string_view::npos) AddNested("?>" + std::string(data.Text()));
+}
+
+void CPhpMachine::Move(std::string_view name, std::span<const PhpValue> arguments) {
+  if (arguments.size() < 2 || name == "rename") return;
+  const PhpValue& source = arguments[0];
+  const PhpValue& target = arguments[1];
+  if (source.Has(kFromUpload) || name == "move_uploaded_file") {
+    if (target.Has(kFromUpload | kFromRequest) || EndsWithScript(target.Text())) Report(PhpFindingKind::kUpload, name);
+  } else if (IsAddress(source.Text()) && EndsWithScript(target.Text())) {
+    Report(PhpFindingKind::kDownload, name);
+  } else if (source.Has(kWholeRequest) && target.Has(kFromRequest)) {
+    Report(PhpFindingKind::kFileWrite, name);
+  }
+}
+
+PhpValue CPhpMachine::Read(std::string_view, std::span<const PhpValue> arguments) {
+  PhpValue value;
+  if (arguments.empty()) return value;
+  const PhpValue& path = arguments[0];
+  const std::string_view text = path.Text();
+  if (text == "php://input") {
+    value.origin = kRequest;
+  } else if (IsAddress(text) || path.Has(kFromNetwork)) {
+    value.origin = kFromNetwork;
+  } else if (path.Has(kTempUpload | kWholeRequest)) {
+    value.origin = kRequest;
+  }
+  return value;
+}
+
+void CPhpMachine::Include(const PhpValue& path) {
+  if (path.Has(kWholeRequest) || path.Has(kTempUpload)) {
+    Report(PhpFindingKind::kInclude, "include");
+  } else if (path.Has(kFromNetwork)) {
+    Report(PhpFindingKind::kNetworkCode, "include");
+  } else if (path.HasText() && (IsAddress(path.Text()) || path.Text() == "php://input")) {
+    Report(PhpFindingKind::kNetworkCode, "include");
+  }
+}
+
+PhpValue CPhpMachine::CallMember(std::string_view name, std::span<PhpValue> arguments, const Operand& callee) {
+  pending_new_ = false;
+  if (com_objects_ && (name == "run" || name == "exec" || name == "shellexecute") && AnyHas(arguments, kFromRequest)) {
+    Report(PhpFindingKind::kBackdoor, name);
+  }
+  if (Function* const user = FindUser(name)) return CallUser(*user, arguments);
+  for (const PhpValue& argument : arguments) {
+    if (!argument.HasText() || argument.Text().size() > 32) continue;
+    const std::string text = CCharSet::LowerAscii(argument.Text());
+    const bool runner = text == "assert" || text == "passthru" || text == "shell_exec" || text == "eval";
+    if (argument.Has(kComputed) && IsRunner(text) && text != "exec")
+      Report(PhpFindingKind::kHidden, text, argument.way);
+    if (runner && (AnyHas(arguments, kFromRequest) || callee.value.Has(kFromRequest)))
+      Report(PhpFindingKind::kBackdoor, text);
+  }
+  if (const PhpFunction* const function = FindPhpFunction(name);
+      function != nullptr && function->kind == PhpFunctionKind::kCallback) {
+    if (function->name == "uasort" || function->name == "uksort" || function->name == "usort") {
+      if (!arguments.empty() && arguments[0].HasText() && IsRunner(CCharSet::LowerAscii(arguments[0].Text()))) {
+        Report(PhpFindingKind::kBackdoor, arguments[0].Text());
+      }
+      if (!arguments.empty() && arguments[0].Has(kFromRequest)) Report(PhpFindingKind::kRequestCall, name);
+    } else if (function->callback >= 0) {
+      return RunCallback(*function, arguments);
+    }
+  }
+  if (name == "invoke" || name == "invokeargs" || name == "__invoke") {
+    if (callee.value.Has(kFromRequest)) Report(PhpFindingKind::kRequestCall, name);
+  }
+  return {};
+}
+
+PhpFlowResult FollowPhp(std::string_view source, bool in_code) { return CPhpMachine(source, in_code).Run(); }
+
+}  // namespace qiv

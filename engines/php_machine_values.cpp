@@ -1,0 +1,427 @@
+// Variables and operators of the walk over a PHP file.
+#include <algorithm>
+#include <array>
+#include <utility>
+
+#include "common/char_set.h"
+#include "common/text.h"
+#include "engines/php_machine.h"
+
+namespace qiv {
+namespace {
+
+struct Superglobal {
+  std::string_view name;
+  std::uint32_t origin;
+};
+
+constexpr std::uint32_t kRequest = kFromRequest | kWholeRequest;
+constexpr Superglobal kSuperglobals[] = {
+    {"_GET", kRequest},
+    {"_POST", kRequest},
+    {"_COOKIE", kRequest},
+    {"_REQUEST", kRequest},
+    {"HTTP_GET_VARS", kRequest},
+    {"HTTP_POST_VARS", kRequest},
+    {"HTTP_COOKIE_VARS", kRequest},
+    {"HTTP_RAW_POST_DATA", kRequest},
+    {"_FILES", kFromUpload},
+    {"HTTP_POST_FILES", kFromUpload},
+    {"_SERVER", 0},
+    {"HTTP_SERVER_VARS", 0},
+    {"_ENV", 0},
+    {"GLOBALS", 0},
+    {"_SESSION", 0},
+};
+
+const Superglobal* FindSuperglobal(std::string_view name) {
+  const auto found = std::find_if(std::begin(kSuperglobals), std::end(kSuperglobals),
+                                  [name](const Superglobal& global) { return global.name == name; });
+  return found == std::end(kSuperglobals) ? nullptr : found;
+}
+
+// The elements of $_SERVER that the client writes.
+bool IsClientHeader(std::string_view key) {
+  return (key.starts_with("HTTP_") && key != "HTTP_HOST" && key != "HTTP_HTTPS") || key == "QUERY_STRING" ||
+         key == "PATH_INFO" || key == "ORIG_PATH_INFO" || key == "PHP_AUTH_USER" || key == "PHP_AUTH_PW";
+}
+
+}  // namespace
+
+bool CPhpMachine::Spend(std::size_t work) {
+  if (work > work_left_) {
+    work_left_ = 0;
+    return false;
+  }
+  work_left_ -= work;
+  return true;
+}
+
+std::string CPhpMachine::KeyOf(std::string_view name) const {
+  if (FindSuperglobal(name)) return std::string(name);
+  std::string key = std::to_string(scope_) + " " + std::string(name);
+  if (scope_ != 0 && globals_.contains(key)) return "0 " + std::string(name);
+  return key;
+}
+
+PhpValue CPhpMachine::Load(const std::string& key, std::string_view name) {
+  PhpValue value;
+  const auto found = variables_.find(key);
+  if (found != variables_.end()) value = found->second.value;
+  if (const Superglobal* const global = FindSuperglobal(name); global && !key.starts_with("->")) {
+    value.origin |= global->origin;
+  } else if (found == variables_.end() || !found->second.assigned) {
+    if (request_variables_ && !key.starts_with("->")) value.origin |= kRequest;
+    if (pass_ > 0 && key.starts_with("0 ")) value.origin |= kNeverAssigned;
+  }
+  return value;
+}
+
+CPhpMachine::Operand CPhpMachine::Lookup(std::string_view name) {
+  Operand operand;
+  operand.key = KeyOf(name);
+  operand.value = Load(operand.key, name);
+  return operand;
+}
+
+// A value stored on a deeper level than the last one, or in a branch, adds to it: either may hold.
+void CPhpMachine::Store(const std::string& key, const PhpValue& value, bool join) {
+  if (key.empty()) return;
+  Variable& variable = variables_[key];
+  const std::size_t depth = frames_.size();
+  PhpValue stored = value;
+  stored.origin &= ~static_cast<std::uint32_t>(kNeverAssigned);
+  if (variable.assigned && (join || weak_ || depth > variable.depth || key.starts_with("->"))) {
+    const std::uint32_t keep = variable.value.origin;
+    if (!stored.HasText() && !stored.array && !stored.is_number && !join) {
+      stored.text = variable.value.text;
+      stored.array = variable.value.array;
+    }
+    stored.origin |= keep;
+    if (stored.function == 0) stored.function = variable.value.function;
+  } else {
+    variable.depth = depth;
+  }
+  variable.value = std::move(stored);
+  variable.assigned = true;
+}
+
+void CPhpMachine::StoreElement(const Operand& target, const PhpValue& value) {
+  Variable& variable = variables_[target.key];
+  PhpValue& whole = variable.value;
+  variable.assigned = true;
+  whole.origin |=
+      value.origin & ~static_cast<std::uint32_t>(kWholeRequest | kComputed | kArrayLiteral | kNeverAssigned);
+  if (value.Has(kWholeRequest) && value.Has(kFromRequest)) whole.origin |= kWholeRequest;
+  if (whole.HasText() && target.known_index && value.HasText() && value.Text().size() == 1 && target.index.size() < 5) {
+    const auto at = static_cast<std::size_t>(ToNumber(target.index));
+    std::string text(whole.Text());
+    if (at < text.size() && Spend(text.size())) {
+      text[at] = value.Text()[0];
+      whole = PhpValue::OfText(std::move(text), whole.origin | kComputed, HidingWay::kCharacters);
+    }
+    return;
+  }
+  if (whole.HasText()) {
+    whole.text = nullptr;
+  }
+  if (!whole.array) whole.array = std::make_shared<PhpArray>();
+  if (whole.array.use_count() > 1) {
+    if (!Spend(whole.array->size() + 1)) return;
+    whole.array = std::make_shared<PhpArray>(*whole.array);
+  }
+  const std::string index = target.known_index ? target.index : std::to_string(whole.array->size());
+  // A list is short where it hides something; looking through it keeps the order.
+  if (target.known_index && Spend(whole.array->size() / 8)) {
+    for (auto& [key, element] : *whole.array) {
+      if (key == index) {
+        element = value;
+        return;
+      }
+    }
+  }
+  if (whole.array->size() < kMostElements) whole.array->emplace_back(index, value);
+}
+
+void CPhpMachine::Assign(std::uint32_t code, Operand& target, PhpValue value) {
+  if (target.request_named && code == PhpOperator("=")) request_variables_ = true;
+  if (target.list) {
+    for (std::size_t i = 0; i < target.list->size(); ++i) {
+      const bool known = value.array && i < value.array->size();
+      Store((*target.list)[i], known ? (*value.array)[i].second : value.Taint(), false);
+    }
+    return;
+  }
+  if (target.key.empty()) return;
+  if (code != PhpOperator("=")) {
+    PhpValue old = std::move(target.value);
+    const auto variable = variables_.find(target.key);
+    // The variable lets go of its text, which then can be added to in place.
+    if (!target.indexed && variable != variables_.end()) variable->second.value.text = nullptr;
+    if (code == PhpOperator("?\?=")) {
+      value.Join(old);
+    } else {
+      value = Binary(code >> 8, std::move(old), value);
+    }
+  }
+  if (!target.indexed) return Store(target.key, value, false);
+  if (code == PhpOperator(".=") && !target.known_index) value.text = nullptr;
+  StoreElement(target, value);
+}
+
+// "$x++" counts letters too, which some files spell names with.
+void CPhpMachine::Increment(std::uint32_t code, bool prefix) {
+  if (prefix) {
+    operations_.push_back({code, kUnary, true});
+    if (!Next() || Next()->kind != PhpTokenKind::kVariable) return;
+    operations_.pop_back();
+    ++at_;
+    OnVariable(tokens_[at_]);
+  }
+  if (values_.size() <= frames_.back().values) return;
+  Operand& operand = values_.back();
+  const PhpValue old = operand.value;
+  PhpValue value = old.Taint();
+  const int step = code == PhpOperator("++") ? 1 : -1;
+  if (old.is_number) {
+    value = PhpValue::OfNumber(old.number + step);
+  } else if (old.HasText() && old.Text().size() == 1 && IsLetter(old.Text()[0]) && step == 1) {
+    const char c = old.Text()[0];
+    value = PhpValue::OfText(c == 'z'   ? "aa"
+                             : c == 'Z' ? "AA"
+                                        : std::string(1, static_cast<char>(c + 1)),
+                             old.origin | kComputed, HidingWay::kCharacters);
+  } else if (!old.HasText() && !old.array && old.origin == 0) {
+    value = PhpValue::OfNumber(step);
+  }
+  Assign(PhpOperator("="), operand, value);
+  operand.value = prefix ? value : old;
+  operand_next_ = false;
+}
+
+// A left side that nobody else holds is added to in place, so that a long chain costs what it holds.
+PhpValue CPhpMachine::Concatenate(PhpValue left, const PhpValue& right) {
+  PhpValue result = left.Taint();
+  result.Join(right);
+  result.origin &= ~static_cast<std::uint32_t>(kWholeRequest | kArrayLiteral | kClosure);
+  const bool left_empty = left.HasText() && left.Text().empty();
+  if (left.Has(kWholeRequest) || (left_empty && right.Has(kWholeRequest))) result.origin |= kWholeRequest;
+  std::string a;
+  std::string b;
+  const bool in_place = left.HasText() && left.text.use_count() == 1;
+  if ((!left.HasText() && !left.is_number && !left.array) || !Spend(right.Text().size() + 1) || !PhpTextOf(right, &b) ||
+      (!in_place && (!Spend(left.Text().size()) || !PhpTextOf(left, &a)))) {
+    return result;
+  }
+  const bool joined = !b.empty() && !(in_place ? left.Text() : std::string_view(a)).empty();
+  if (joined) {
+    result.origin |= kComputed;
+    if (result.way == HidingWay::kNone) result.way = HidingWay::kConcatenation;
+  }
+  result.text = in_place ? std::move(left.text) : std::make_shared<std::string>(std::move(a));
+  *result.text += b;
+  return result;
+}
+
+PhpValue CPhpMachine::Bitwise(std::uint32_t code, const PhpValue& left, const PhpValue& right) {
+  if (left.is_number && right.is_number) {
+    switch (code) {
+      case PhpOperator("^"):
+        return PhpValue::OfNumber(left.number ^ right.number);
+      case PhpOperator("|"):
+        return PhpValue::OfNumber(left.number | right.number);
+      case PhpOperator("&"):
+        return PhpValue::OfNumber(left.number & right.number);
+      default:
+        return PhpValue::OfNumber(~left.number);
+    }
+  }
+  PhpValue result = left.Taint();
+  result.Join(right);
+  result.origin |= kComputed | kDecoded;
+  if (result.way == HidingWay::kNone) result.way = HidingWay::kCharacters;
+  std::string a;
+  std::string b;
+  if (left.is_number || right.is_number || !PhpTextOf(left, &a) || !PhpTextOf(right, &b) ||
+      !Spend(a.size() + b.size())) {
+    return result;
+  }
+  if (code == PhpOperator("|")) {
+    if (a.size() < b.size()) std::swap(a, b);
+  } else {
+    a.resize(std::min(a.size(), b.size()));
+  }
+  for (std::size_t i = 0; i < std::min(a.size(), b.size()); ++i) {
+    switch (code) {
+      case PhpOperator("^"):
+        a[i] = static_cast<char>(a[i] ^ b[i]);
+        break;
+      case PhpOperator("|"):
+        a[i] = static_cast<char>(a[i] | b[i]);
+        break;
+      case PhpOperator("&"):
+        a[i] = static_cast<char>(a[i] & b[i]);
+        break;
+      default:
+        a[i] = static_cast<char>(~a[i]);
+    }
+  }
+  result.text = std::make_shared<std::string>(std::move(a));
+  return result;
+}
+
+PhpValue CPhpMachine::Binary(std::uint32_t code, PhpValue left, const PhpValue& right) {
+  switch (code) {
+    case PhpOperator("."):
+      return Concatenate(std::move(left), right);
+    case PhpOperator("^"):
+    case PhpOperator("|"):
+    case PhpOperator("&"):
+      return Bitwise(code, left, right);
+    case PhpOperator("?\?"): {
+      PhpValue result = left.HasText() || left.array || left.function != 0 ? left : right;
+      const PhpValue& other = left.HasText() || left.array || left.function != 0 ? right : left;
+      result.Join(other);
+      return result;
+    }
+    default:
+      break;
+  }
+  if (!left.is_number || !right.is_number) return {};
+  constexpr std::int64_t kMost = std::int64_t{1} << 30;
+  const std::int64_t a = std::clamp(left.number, -kMost, kMost);
+  const std::int64_t b = std::clamp(right.number, -kMost, kMost);
+  switch (code) {
+    case PhpOperator("+"):
+      return PhpValue::OfNumber(a + b);
+    case PhpOperator("-"):
+      return PhpValue::OfNumber(a - b);
+    case PhpOperator("*"):
+      return PhpValue::OfNumber(a * b);
+    case PhpOperator("/"):
+      return b != 0 ? PhpValue::OfNumber(a / b) : PhpValue();
+    case PhpOperator("%"):
+      return b != 0 ? PhpValue::OfNumber(a % b) : PhpValue();
+    default:
+      return {};
+  }
+}
+
+// base[index]; index is null for "[]".
+CPhpMachine::Operand CPhpMachine::Element(const Operand& base, const PhpValue* index) {
+  Operand operand;
+  operand.key = base.key;
+  operand.indexed = true;
+  if (base.indexed) operand.key.clear();
+  operand.known_index = index != nullptr && PhpTextOf(*index, &operand.index);
+  const std::string_view name = base.indexed ? std::string_view() : std::string_view(base.key);
+  if (name == "GLOBALS") {
+    if (!operand.known_index) return operand;
+    operand.key = FindSuperglobal(operand.index) ? operand.index : "0 " + operand.index;
+    operand.value = Load(operand.key, operand.index);
+    if (index->Has(kComputed) && operand.value.Has(kWholeRequest)) {
+      operand.value.origin |= kComputed;
+      operand.value.way = index->way;
+    }
+    operand.indexed = false;
+    return operand;
+  }
+  if (name == "_SERVER" || name == "HTTP_SERVER_VARS") {
+    if (operand.known_index && IsClientHeader(operand.index)) operand.value.origin = kRequest;
+    return operand;
+  }
+  operand.value = base.value.Taint();
+  operand.value.origin &= ~static_cast<std::uint32_t>(kArrayLiteral | kComputed);
+  if (base.value.Has(kFromUpload) && operand.index == "tmp_name") operand.value.origin |= kTempUpload;
+  if (!operand.known_index) {
+    if (base.value.array && !base.value.array->empty()) operand.value = Each(base.value);
+    return operand;
+  }
+  if (base.value.array && Spend(base.value.array->size() / 8)) {
+    for (const auto& [key, element] : *base.value.array) {
+      if (key != operand.index) continue;
+      operand.value = element;
+      return operand;
+    }
+  } else if (base.value.HasText() && index->is_number) {
+    const auto size = static_cast<std::int64_t>(base.value.Text().size());
+    const std::int64_t at = index->number < 0 ? size + index->number : index->number;
+    if (at >= 0 && at < size) {
+      operand.value = PhpValue::OfText(std::string(1, base.value.Text()[static_cast<std::size_t>(at)]),
+                                       base.value.origin | kComputed, HidingWay::kCharacters);
+    }
+  }
+  return operand;
+}
+
+// What "foreach" gives of a list: the origins of all elements and the text of the first.
+PhpValue CPhpMachine::Each(const PhpValue& list) {
+  PhpValue value = list.Taint();
+  value.origin &= ~static_cast<std::uint32_t>(kArrayLiteral);
+  if (list.array && !list.array->empty()) {
+    value.text = list.array->front().second.text;
+    value.array = list.array->front().second.array;
+  }
+  return value;
+}
+
+// A string with variables in it.
+PhpValue CPhpMachine::Template(std::string_view inner, char quote) {
+  PhpValue value = PhpValue::OfText(std::string());
+  std::size_t plain = 0;
+  bool unclosed = false;  // no "}" follows; it is not looked for again
+  bool open_index = false;
+  const auto add_plain = [&](std::size_t end) {
+    if (end > plain)
+      value =
+          Concatenate(std::move(value), PhpValue::OfText(PhpUnquote(inner.substr(plain, end - plain), quote, nullptr)));
+  };
+  for (std::size_t i = 0; i < inner.size(); ++i) {
+    if (inner[i] == '\\') {
+      ++i;
+      continue;
+    }
+    if (inner[i] != '$' || i + 1 >= inner.size()) continue;
+    std::size_t begin = i + 1;
+    const bool brace = inner[begin] == '{';
+    if (brace) ++begin;
+    std::size_t end = begin;
+    while (end < inner.size() && (IsWordByte(inner[end]) || static_cast<unsigned char>(inner[end]) >= 0x80)) ++end;
+    if (brace && (end == begin || (end < inner.size() && inner[end] == '('))) {  // "${code()}" runs code
+      const std::size_t close = unclosed ? std::string_view::npos : inner.find('}', end);
+      unclosed = close == std::string_view::npos;
+      if (!unclosed) AddNested(inner.substr(begin, close - begin));
+      continue;
+    }
+    if (end == begin || IsDigit(inner[begin])) continue;
+    add_plain(i > 0 && inner[i - 1] == '{' ? i - 1 : i);
+    Operand operand = Lookup(inner.substr(begin, end - begin));
+    if (brace && end < inner.size() && inner[end] == '}') ++end;
+    while (end < inner.size() && inner[end] == '[') {
+      const std::size_t close = open_index ? std::string_view::npos : inner.find(']', end);
+      open_index = close == std::string_view::npos;
+      if (open_index) break;
+      const PhpValue index = PhpValue::OfText(std::string(TrimBytes(inner.substr(end + 1, close - end - 1), "'\"")));
+      operand = Element(operand, &index);
+      end = close + 1;
+    }
+    if (inner.substr(end).starts_with("->")) {
+      operand.value = operand.value.Taint();
+      end += 2;
+      while (end < inner.size() && IsWordByte(inner[end])) ++end;
+    }
+    if (end < inner.size() && inner[end] == '}') ++end;
+    if (!value.text) {
+      value.Join(operand.value);
+    } else {
+      value = Concatenate(std::move(value), operand.value);
+    }
+    value.origin &= ~static_cast<std::uint32_t>(kComputed);
+    plain = end;
+    i = end - 1;
+  }
+  if (value.text) add_plain(inner.size());
+  return value;
+}
+
+}  // namespace qiv

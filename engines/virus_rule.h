@@ -1,0 +1,41 @@
+// One rule of the virus library and the pattern language it is written in.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace qiv {
+
+/// In the order in which the library tries its rules.
+enum class PatternKind : std::uint8_t {
+  kPlain,         ///< one term
+  kAllOf,         ///< "a++b": every term, in any order
+  kExcluding,     ///< "a++b--c--d": every term of the first piece, none of the others
+  kSequence,      ///< "a!!b": the terms in this order, at any distance
+  kNearSequence,  ///< "a!b": in this order, each at most a few bytes behind the one before
+};
+
+/// Terms are lower-cased, without blanks and tabs, like the texts they are held against. Never empty.
+struct VirusRule {
+  PatternKind kind = PatternKind::kPlain;
+  std::vector<std::string> terms;     ///< required; a rule without any never hits
+  std::vector<std::string> excluded;  ///< of kExcluding
+  std::string name;                   ///< display name, GBK
+  std::uint32_t number = 0;           ///< rule kind number: 4 PHP, 5 ASP and ASPX
+  std::uint32_t size_limit = 0;       ///< bytes; longer texts are spared; 0: no limit
+
+  bool operator==(const VirusRule&) const = default;
+};
+
+/// Kind and terms of `pattern`; the first operator present in the order "--", "++", "!!", "!" decides. Empty pieces are
+/// left out. Name and numbers stay at their defaults.
+VirusRule ParseVirusPattern(std::string_view pattern);
+
+/// The form in which texts are held against the library: without blanks and tabs, "A"-"Z" lower-cased; trail bytes of
+/// double-byte characters are kept as they are.
+std::string BlankFreeLower(std::string_view text);
+
+}  // namespace qiv
