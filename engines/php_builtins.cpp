@@ -521,6 +521,8 @@ PhpValue EvaluatePhpFunction(std::string_view name, std::span<const PhpValue> ar
     return !arguments.empty() && arguments[0].HasText() && !arguments[0].Text().empty()
                ? PhpValue::OfNumber(static_cast<unsigned char>(arguments[0].Text()[0]))
                : PhpValue();
+  } else if (name == "hexdec" || name == "bindec" || name == "octdec") {
+    return {};
   } else {
     std::vector<std::string> texts;
     PhpValue list;

@@ -120,10 +120,8 @@ PhpValue CPhpMachine::Call(Frame& frame, std::span<PhpValue> arguments) {
   if (callee.array && callee.array->size() == 2 && (*callee.array)[1].second.HasText()) return {};
   if (callee.Has(kFromRequest)) {
     Report(PhpFindingKind::kRequestCall, frame.callee.key.empty() ? "" : "$");
-  } else if (callee.Has(kDecoded) && callee.Has(kComputed) && !arguments.empty()) {
-    if (AnyHas(arguments, kFromRequest)) Report(PhpFindingKind::kHidden, "", callee.way);
-  } else if (callee.Has(kNeverAssigned) && AnyHas(arguments, kNeverAssigned | kFromRequest)) {
-    Report(PhpFindingKind::kUnknownSource, "");
+  } else if (callee.function == 0 && !callee.array && AnyHas(arguments, kWholeRequest)) {
+    Report(PhpFindingKind::kHidden, "", callee.way);  // what is called cannot be told, what it is given is the request
   }
   PhpValue result;
   for (const PhpValue& argument : arguments) result.Join(argument);
@@ -143,7 +141,14 @@ PhpValue CPhpMachine::CallNamed(std::string_view name, std::span<PhpValue> argum
     Store("const " + std::string(arguments[0].Text()), arguments[1], false);
     return {};
   }
-  if (name == "range" || name == "ord") return EvaluatePhpFunction(name, arguments, kWorkAnyway);
+  if (name == "ord" || name == "hexdec" || name == "bindec" || name == "octdec") {
+    PhpValue value = EvaluatePhpFunction(name, arguments, kWorkAnyway);
+    if (!value.is_number && AnyHas(arguments, kFromRequest | kDecoded)) {
+      value.origin = kDecoded;
+      for (const PhpValue& argument : arguments) value.origin |= argument.origin & kFromRequest;
+    }
+    return value;
+  }
   if (name == "filter_var" || name == "filter_var_array" || name == "yaml_parse" || name == "iterator_apply") {
     for (const PhpValue& argument : arguments) {
       if (!argument.array || !Spend(argument.array->size())) continue;

@@ -287,7 +287,15 @@ PhpValue CPhpMachine::Binary(std::uint32_t code, PhpValue left, const PhpValue& 
     default:
       break;
   }
-  if (!left.is_number || !right.is_number) return {};
+  if (!left.is_number || !right.is_number) {
+    PhpValue result;  // characters of the request that are being decoded
+    if (code == PhpOperator("+") || code == PhpOperator("-") || code == PhpOperator("*") || code == PhpOperator("%")) {
+      if (left.Has(kDecoded)) result.Join(left.Taint());
+      if (right.Has(kDecoded)) result.Join(right.Taint());
+      result.origin &= kFromRequest | kDecoded;
+    }
+    return result;
+  }
   constexpr std::int64_t kMost = std::int64_t{1} << 30;
   const std::int64_t a = std::clamp(left.number, -kMost, kMost);
   const std::int64_t b = std::clamp(right.number, -kMost, kMost);
@@ -341,6 +349,7 @@ CPhpMachine::Operand CPhpMachine::Element(const Operand& base, const PhpValue* i
     for (const auto& [key, element] : *base.value.array) {
       if (key != operand.index) continue;
       operand.value = element;
+      if (const Superglobal* const global = FindSuperglobal(name)) operand.value.origin |= global->origin;
       return operand;
     }
   } else if (base.value.HasText() && index->is_number) {

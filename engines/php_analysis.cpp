@@ -1,0 +1,193 @@
+// Two judges: what values reach (php_flow), and which words the file speaks (risk_words). Code that the file runs or
+// decodes is judged the same way, layer by layer; layers and their bytes are bounded.
+#include "engines/php_analysis.h"
+
+#include <algorithm>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "common/char_set.h"
+#include "common/messages.h"
+#include "common/text.h"
+#include "engines/hiding_analysis.h"
+#include "engines/php_flow.h"
+#include "engines/risk_words.h"
+#include "engines/virus_builtin.h"
+#include "engines/virus_rule.h"
+
+namespace qiv {
+namespace {
+
+constexpr int kDeepestLayer = 10;              // samples wrap themselves up to some ten times
+constexpr std::size_t kMostLayers = 64;        // texts judged for one file
+constexpr std::size_t kLayerBytesPerByte = 4;  // compressed code grows three- to fourfold
+constexpr std::size_t kLayerBytesAnyway = 1 << 18;
+constexpr std::size_t kLargestUploader = 8192;     // bytes: an upload form and what stores it; more is an application
+constexpr std::size_t kLargestStandalone = 16384;  // bytes: a file whose variables come from nowhere
+constexpr std::int32_t kLayerRisk = 60;            // the limit for code that was hidden: being hidden says the rest
+
+class CPhpJudge {
+ public:
+  CPhpJudge(std::string_view text, Language language, WebshellResult* result)
+      : text_(text), language_(language), result_(*result) {}
+
+  bool Run() {
+    struct Layer {
+      std::string code;
+      int depth;
+    };
+    std::vector<Layer> layers;
+    std::size_t bytes = 0;
+    const std::size_t most_bytes = kLayerBytesAnyway + text_.size() * kLayerBytesPerByte;
+    const auto add = [&](PhpFlowResult& flow, int depth) {
+      for (std::string& code : flow.nested) {
+        if (depth > kDeepestLayer || layers.size() >= kMostLayers || bytes + code.size() > most_bytes) return;
+        bytes += code.size();
+        layers.push_back({std::move(code), depth});
+      }
+    };
+    PhpFlowResult flow = FollowPhp(text_, false);
+    standalone_ = flow.standalone;
+    for (const PhpFinding& finding : flow.findings) {
+      if (Accept(finding)) return true;
+    }
+    add(flow, 1);
+    for (std::size_t i = 0; i < layers.size(); ++i) {
+      const std::string code = std::move(layers[i].code);
+      PhpFlowResult inner = FollowPhp(code, true);
+      for (const PhpFinding& finding : inner.findings) {
+        if (finding.kind != PhpFindingKind::kUnknownSource && Accept(finding)) return true;
+      }
+      if (ScoreRiskWords(code, RiskLanguage::kPhp).score >= kLayerRisk) return Fill(MessageId::kSuspectedRisk, "");
+      add(inner, layers[i].depth + 1);
+    }
+    return Features();
+  }
+
+ private:
+  bool Fill(MessageId name, std::string_view detail, bool suspicious = false) {
+    result_ = {};
+    result_.name = Message(language_, name);
+    result_.detail = detail;
+    result_.kind = kPhpRuleKind;
+    result_.suspicious = suspicious;
+    return true;
+  }
+  bool Fill(MessageId name, MessageId category, MessageId label, std::string_view detail) {
+    Fill(name, std::string(Message(language_, label)) + ": " + std::string(detail));
+    result_.category = Message(language_, category);
+    return true;
+  }
+
+  bool Accept(const PhpFinding& finding) {
+    switch (finding.kind) {
+      case PhpFindingKind::kBackdoor:
+        return Fill(MessageId::kBackdoor, finding.detail);
+      case PhpFindingKind::kHidden:
+      case PhpFindingKind::kRequestCall:
+        Fill(MessageId::kBackdoor, finding.detail);
+        ReportHiding(finding, language_, &result_);
+        return true;
+      case PhpFindingKind::kInclude:
+        return Fill(MessageId::kSuspiciousReference, MessageId::kRiskCharacteristics, MessageId::kLabelFile,
+                    finding.detail);
+      case PhpFindingKind::kFileWrite:
+        return Fill(MessageId::kSuspiciousBackdoor, MessageId::kRiskCharacteristics, MessageId::kLabelInput,
+                    finding.detail);
+      case PhpFindingKind::kNetworkCode:
+        return Fill(MessageId::kSuspiciousBackdoor, finding.detail);
+      case PhpFindingKind::kDownload:
+        return Fill(MessageId::kCopyUnknownFile, finding.detail);
+      case PhpFindingKind::kUpload:
+        return IsUploader() && Fill(MessageId::kFileUploader, finding.detail, true);
+      case PhpFindingKind::kUnknownSource:
+        return standalone_ && text_.size() <= kLargestStandalone &&
+               Fill(MessageId::kExecuteVariables, finding.detail, true);
+    }
+    return false;
+  }
+
+  const std::string& Copy() {
+    if (copy_.empty()) copy_ = BlankFreeLower(text_);
+    return copy_;
+  }
+  bool Has(std::string_view literal) { return Copy().find(literal) != std::string::npos; }
+
+  // A form that posts a file to the page itself, which stores it under the name it came with.
+  bool IsUploader() {
+    if (text_.size() > kLargestUploader || Has("require") || Has("class") || Has("defined(")) return false;
+    return Has("<form") ||
+           (standalone_ && (Has("_files[") || Has("move_uploaded_file(")) && text_.size() < kLargestUploader / 8);
+  }
+
+  bool Features() {
+    if (Has("@include(\"") && Has("e_d(") && !Has("define(")) return Fill(MessageId::kPhpShield, "E_D(");
+    const RiskScore risk = ScoreRiskWords(text_, RiskLanguage::kPhp);
+    if (risk.score >= kRiskLimit) {
+      const bool function = Has(std::string(risk.heaviest) + "(");
+      return Fill(MessageId::kRiskCharacteristics, MessageId::kDoubtful,
+                  function ? MessageId::kLabelFunction : MessageId::kLabelCharacter, risk.heaviest);
+    }
+    return Spelling() || Small();
+  }
+
+  // Names of nothing but "_", counted up letter by letter; labels and jumps that scramble the order of statements.
+  bool Spelling() {
+    std::size_t blank_names = 0;
+    std::size_t increments = 0;
+    std::size_t jumps = 0;
+    std::size_t escapes = 0;
+    const std::string_view text = text_;
+    for (std::size_t i = 0; i + 4 < text.size(); ++i) {
+      const char c = text[i];
+      if (c == '$' && text[i + 1] == '_') {
+        std::size_t end = i + 1;
+        while (end < text.size() && text[end] == '_') ++end;
+        if (end == text.size() || !IsWordByte(text[end])) {
+          ++blank_names;
+          increments += text.substr(end).starts_with("++");
+        }
+      } else if (c == '\\' && (text[i + 1] == 'x' || IsDigit(text[i + 1]))) {
+        ++escapes;
+      } else if (c == 'g' && text.substr(i).starts_with("goto ")) {
+        ++jumps;
+      }
+    }
+    if (blank_names >= kMostBlankNames && increments >= kMostBlankNames / 2)
+      return Fill(MessageId::kSuspiciousVariable, "$_");
+    if (jumps >= kMostJumps && escapes >= kMostEscapes) return Fill(MessageId::kSuspiciousComputation, "goto");
+    return false;
+  }
+  static constexpr std::size_t kMostBlankNames = 20;  // programs use "$_" now and then, not as their alphabet
+  static constexpr std::size_t kMostJumps = 20;
+  static constexpr std::size_t kMostEscapes = 40;
+
+  bool Small() {
+    constexpr std::size_t kSmall = 1024;
+    if (text_.size() > kSmall) return false;
+    if (Copy().size() <= kPhpinfo && (Has("phpinfo();") || Has("phpinfo()"))) {
+      return Fill(MessageId::kInformationLeakage, "phpinfo()", true);
+    }
+    if (Has("readdir") && Has("is_writable") && (Has("_get") || Has("_post") || Has("_request")) && !Has("define(")) {
+      return Fill(MessageId::kFileDetector, "readdir", true);
+    }
+    if (Has("pcntl_fork") && Has("while") && Has("exec(")) return Fill(MessageId::kProcessCreation, "pcntl_fork", true);
+    return false;
+  }
+  static constexpr std::size_t kPhpinfo = 32;  // bytes: the call and its tags, nothing else
+
+  std::string_view text_;
+  Language language_;
+  WebshellResult& result_;
+  bool standalone_ = true;
+  std::string copy_;
+};
+
+}  // namespace
+
+bool AnalysePhp(std::string_view text, Language language, WebshellResult* result) {
+  return CPhpJudge(text, language, result).Run();
+}
+
+}  // namespace qiv

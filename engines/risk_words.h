@@ -1,0 +1,23 @@
+// Weighs the words of a script: what shells speak about, and ordinary applications seldom.
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+
+namespace qiv {
+
+enum class RiskLanguage : std::uint8_t { kPhp, kAsp, kAspx };
+
+struct RiskScore {
+  std::int32_t score = 0;     ///< at least kRiskLimit: suspicious
+  std::string_view heaviest;  ///< the weightiest word that was met (a view of the table)
+};
+
+/// A text of this score is reported.
+inline constexpr std::int32_t kRiskLimit = 100;
+
+/// The weights of all different listed words of `text` added up, each counted once, letters compared without case. A
+/// word is a run of letters, digits and "_". Linear; takes no memory.
+RiskScore ScoreRiskWords(std::string_view text, RiskLanguage language);
+
+}  // namespace qiv

@@ -1,0 +1,256 @@
+// Rows of three tables. Number columns, exclusions and extra terms that are not fixed by what a rule looks for were
+// chosen by measuring on samples and on ordinary applications (docs/webshell-detection.md): a word that ordinary code
+// uses as well ("shell", "mail(", "iconv") counts only in a short file that also reads the request, and not in a file
+// that carries the mark of a known framework.
+#include "engines/virus_builtin.h"
+
+#include <span>
+#include <string_view>
+
+#include "common/char_set.h"
+#include "engines/virus_text.h"
+
+namespace qiv {
+namespace {
+
+using Terms = std::span<const std::string_view>;
+
+// What marks ordinary application code: framework guards, banners, file-name endings.
+constexpr std::string_view kFrameworks[] = {"--defined('in_phpcms')",
+                                            "--::load_config(",
+                                            "--defined('in_admin')",
+                                            "--defined('in_discuz')",
+                                            "--require(dedeinc.",
+                                            "--require(dirname(__file__).",
+                                            "--defined('dedeinc'))",
+                                            "--header('location:",
+                                            "--define('discuz_root',",
+                                            "--include_once discuz_root.",
+                                            "--defined('p_w')",
+                                            "--defined('w_p')",
+                                            "--defined ( 'p_w' )",
+                                            "--defined('pw_upload')",
+                                            "--require_once ('global.php');",
+                                            "--wp_reset_vars( array(",
+                                            "--interface requests",
+                                            "--define('norobot'",
+                                            "--function_exists('adminmsg')",
+                                            "--defined('a_p')",
+                                            "--defined('m_p')",
+                                            "--&& exit('forbidden');",
+                                            "--use phpmyadmin",
+                                            "--namespace phpmyadmin",
+                                            "--defined('phpmyadmin')",
+                                            "--$zbp->load();",
+                                            "--.class.php",
+                                            "--.tpl.php",
+                                            "--.inc.php",
+                                            "--.lang.php",
+                                            "--.core.php",
+                                            "--@package wordpress",
+                                            "--dedecms.",
+                                            "--thinkphp",
+                                            "--phpexcel",
+                                            "--[ucenter]",
+                                            "--zend_server",
+                                            "--package phpmyadmin",
+                                            "--rainbowsoft studio"};
+
+// Rules on callbacks and the like: neither in a framework nor in a class file.
+constexpr std::string_view kOrdinaryCode[] = {"--namespace", "--interface", "--@package", "--defined(", "--@license",
+                                              "--extends",   "--require",   "--include",  "--$this->",  "--@copyright",
+                                              "--abstract",  "--@return",   "--composer"};
+
+// A request source and, of what follows, none of the marks of ordinary code.
+constexpr std::string_view kRequestOnly[] = {"_get[",       "_post[",     "_cookie[",   "_request[",   "php://input",
+                                             "--namespace", "--@package", "--defined(", "--@license",  "--extends",
+                                             "--require",   "--include",  "--$this->",  "--@copyright"};
+
+// Sinks that make a request run; joined to a source.
+constexpr std::string_view kExecution[] = {
+    "eval($_",         "exec($_",       "assert($_",          "passthru($_",       "shell_exec($_",
+    "proc_open($_",    "system($_",     "create_function($_", "call_user_func($_", "call_user_func_array($_",
+    "preg_replace($_", "array_walk($_", "popen($_",           "extract($_"};
+
+constexpr std::string_view kCommandMarkers[] = {"system32++$_", "cmd.exe++$_", "--namespace", "--@license"};
+
+constexpr std::string_view kSpareNamespace[] = {"--namespace", "--defined(", "--@package", "--@license"};
+
+constexpr std::string_view kPhpTag[] = {"<?"};
+constexpr std::string_view kEvalDecoders[] = {"base64_decode(", "gzinflate(", "str_rot13("};
+constexpr std::string_view kExecuteRequest[] = {"<%execute(request(", "<%executerequest(", "\nexecuterequest(",
+                                                "\nexecute(request(", ":executerequest("};
+constexpr std::string_view kIncludePaths[] = {"file=\"c:\\", "virtual=\"/upload"};
+constexpr std::string_view kStreamFetches[] = {"savetofile++microsoft.xmlhttp++request("};
+constexpr std::string_view kAspTag[] = {"<%"};
+constexpr std::string_view kShellRuns[] = {"createobject(\"wscript.shell\")++.exec(request",
+                                           "createobject(\"wscript.shell\")++request(++stdout"};
+
+struct Row {
+  std::string_view pattern;
+  std::string_view joined_by;
+  std::string_view english;
+  std::string_view chinese;
+  Terms extra;
+  std::uint32_t number;
+};
+
+constexpr std::string_view kKnown = "Known backdoor";
+constexpr std::string_view kKnownChinese = "已知后门";
+
+constexpr Row kPhpRows[] = {
+    {"uasort++array", "++", "uasort Backdoor", "uasort后门", kOrdinaryCode, 300},
+    {"uksort++array", "++", "uksort Backdoor", "uksort后门", kOrdinaryCode, 300},
+    {"register_shutdown_function", "!", "register_shutdown_function", "register_shutdown_function", kOrdinaryCode, 600},
+    {"ReflectionFunction", "++", "ReflectionFunction", "ReflectionFunction", kOrdinaryCode, 600},
+    {"ReflectionClass++>getDocComment++", "++", "ReflectionClass execution risk", "ReflectionClass执行风险",
+     kOrdinaryCode, 1000},
+    {"invoke", "++", "Invoke execution", "invoke执行", kOrdinaryCode, 1024},
+    {">createFunction(++>execute(", "++", "CreateFunction function", "createFunction函数", kOrdinaryCode, 2048},
+    {"eval!!gzuncompress!!base64_decode", "!!", "Eval execution", "eval执行", {}, 10240},
+    {"curl_exec++foreach++base64_decode--require_once--require--include--include_once", "++", "Web backdoor",
+     "网页后门", kFrameworks, 6500},
+    {"range!!foreach!!as!!is_dir--require_once--require--include--include_once", "!!", "Web backdoor", "网页后门",
+     kFrameworks, 6535},
+    {"require_once--define(--php", "++", "Suspicious reference", "可疑引用", kPhpTag, 256},
+    {"require--define(--php", "++", "Suspicious reference", "可疑引用", kPhpTag, 256},
+    {"include_once--define(--php", "++", "Suspicious reference", "可疑引用", kPhpTag, 256},
+    {"include--define(--php", "++", "Suspicious reference", "可疑引用", kPhpTag, 256},
+    {"array--namespace", "++", "Suspicious backdoor", "可疑后门", kExecution, 2048},
+    {"new memcache", "++", "Memcache", "Memcache后门", kRequestOnly, 1024},
+    {"preg_replace_callback!!create_function", "!!", "Backdoor exploitation", "后门利用", {}, 1024},
+    {"rmdir(++is_file(++mkdir(--defined(--require_once--require--include--include_once", "++", "File management",
+     "文件管理", kRequestOnly, 20480},
+    {"readdir(++fread(--defined(--require_once--require--include--include_once", "++", "File management", "文件管理",
+     kRequestOnly, 20480},
+    {"curl_exec++fwrite++wp--class", "++", "WordPress webshell injection", "WordPress挂马", kFrameworks, 2048},
+    {"while++mail(", "++", "Batch send emails", "批量发送邮件", kRequestOnly, 4096},
+    {"mail(", "++", "Send email", "发送邮件", kRequestOnly, 512},
+    {"mysql_num_rows++mysql_web_admin_username++drop table", "++", "MySQL management backdoor", "MySQL管理后门", {}, 0},
+    {"preg_replace++chr(101)", "++", "Preg_replace execution", "preg_replace执行", {}, 10240},
+    {"preg_replace++/e", "++", "Preg_replace execution", "preg_replace执行", kExecution, 4096},
+    {"new!com!shell.users", "!", "Webshell for system account operations", "操作系统帐号的网页后门", {}, 0},
+    {"new!com!iis://localhost/w3svc", "!", "Webshell for IIS management", "管理IIS的网页后门", {}, 0},
+    {"function_exists++apache_request_headers++function++session_start", "++", "Apache-targeted backdoor",
+     "针对Apache的后门", kOrdinaryCode, 10240},
+    {"startfile++readdir++.zip", "++", "ZIP compression and packaging", "ZIP压缩打包", kFrameworks, 0},
+    {"eval!gzuncompress", "!", "Hidden backdoor", "隐藏后门", {}, 0},
+    {"gzuncompress++base64_decode--namespace--defined(", "++", "Hidden backdoor", "隐藏后门", {}, 0},
+    {"base!(32*2)", "!", "Hidden variants", "隐藏变种", {}, 0},
+    {"str_rot13++gzinflate++base64_decode", "++", "Hidden variants", "隐藏变种", {}, 0},
+    {"mysql_connect++mysql_select_db++mysql_query++gzopen++base64_encode++mail", "++", "MySQL", "MySQL", {}, 0},
+    {"declare!!register_tick_function", "!!", "register_tick_function", "register_tick_function", {}, 2048},
+    {"globals!net!user", "!", "Hidden system account backdoor", "隐藏系统帐号后门", {}, 0},
+    {"auto_prepend_file!=", "!", "Auto-load file backdoor", "自动加载文件后门", {}, 512},
+    {"shell", "++", kKnown, kKnownChinese, kRequestOnly, 300},
+    {"webshell", "++", kKnown, kKnownChinese, kRequestOnly, 0},
+    {"phpspy", "++", kKnown, kKnownChinese, kSpareNamespace, 0},
+    {"hacker", "++", kKnown, kKnownChinese, kRequestOnly, 2048},
+    {"hacked by", "++", kKnown, kKnownChinese, kSpareNamespace, 0},
+    {"iconv", "++", kKnown, kKnownChinese, kExecution, 1000},
+    {"attacker", "++", kKnown, kKnownChinese, kExecution, 2048},
+    {"namespace", "++", kKnown, kKnownChinese, kExecution, 1000},
+    {"worm", "++", kKnown, kKnownChinese, kExecution, 2048},
+    {"hackerdz", "++", kKnown, kKnownChinese, {}, 0},
+    {"gif89a1", "++", kKnown, kKnownChinese, kPhpTag, 0},
+    {"c99madshell", "++", kKnown, kKnownChinese, {}, 0},
+    {"phpshell", "++", kKnown, kKnownChinese, kRequestOnly, 0},
+    {"crack8", "++", kKnown, kKnownChinese, kSpareNamespace, 0},
+    {"backdoor", "++", kKnown, kKnownChinese, kRequestOnly, 4096},
+    // A source right behind what runs it; a shell's command interpreter; a decoder right behind "eval".
+    {"eval", "!", "Backdoor", "后门", kEvalDecoders, 0},
+    {"file_get_contents++system(", "++", "Suspicious backdoor", "可疑后门", kRequestOnly, 600},
+    {"passthru(", "++", "Suspicious backdoor", "可疑后门", kCommandMarkers, 65536},
+};
+
+constexpr std::string_view kAspRequest[] = {"request(", "request.", "--<!--#include"};
+constexpr std::string_view kAspRunsRequest[] = {"eval(request(", "eval(request.", "evalrequest(",
+                                                "evalrequest.",  "eval(request[", "eval(\"request("};
+constexpr std::string_view kAspRunsGlobal[] = {"executeglobal(request", "executeglobalrequest"};
+constexpr std::string_view kAspShell[] = {"wscript.shell++request(", "shell.application++request(",
+                                          "wscript.shell++request."};
+constexpr std::string_view kAspWrites[] = {"request(++.createtextfile(request", "request(++.savetofilerequest",
+                                           "request(++.createtextfile(server.mappath(request"};
+constexpr std::string_view kAspFetches[] = {"adodb.stream++savetofile++request("};
+constexpr std::string_view kSuspected = "Suspected dangerous files";
+constexpr std::string_view kSuspectedChinese = "疑似危险文件";
+
+constexpr Row kAspObjects[] = {
+    {"request", "++", kSuspected, kSuspectedChinese, kAspWrites, 1024},
+    {"eval", "++", "ASP backdoor", "ASP后门", kAspRunsRequest, 0},
+    {"execute", "++", "ASP backdoor", "ASP后门", kExecuteRequest, 1024},
+    {"executeglobal", "++", "ASP backdoor", "ASP后门", kAspRunsGlobal, 0},
+    {"scripting.filesystemobject", "++", kSuspected, kSuspectedChinese, kAspShell, 4096},
+    {"<!--#include", "!", "Suspicious reference", "可疑引用", kIncludePaths, 512},
+    {"server.createobject", "++", kSuspected, kSuspectedChinese, kAspShell, 4096},
+    {"microsoft.xmlhttp", "++", kSuspected, kSuspectedChinese, kAspFetches, 2048},
+    {"adodb.stream", "++", kSuspected, kSuspectedChinese, kStreamFetches, 2048},
+    {"server.mappath", "++", kSuspected, kSuspectedChinese, kAspShell, 2048},
+};
+
+constexpr std::string_view kAspRunsShell[] = {"wscript.shell", "shell.application", "eval(request", "executeglobal"};
+
+constexpr Row kAspWords[] = {
+    {"shell", "++", kKnown, kKnownChinese, kShellRuns, 0},
+    {"webshell", "++", kKnown, kKnownChinese, kAspRequest, 0},
+    {"aspspyder", "++", kKnown, kKnownChinese, {}, 0},
+    {"hacker", "++", kKnown, kKnownChinese, kAspRunsShell, 0},
+    {"hacked by", "++", kKnown, kKnownChinese, kAspTag, 0},
+    {"attacker", "++", kKnown, kKnownChinese, kAspRunsShell, 0},
+    {"worm", "++", kKnown, kKnownChinese, kAspRunsShell, 0},
+    {"hackerdz", "++", kKnown, kKnownChinese, {}, 0},
+    {"gif89a1", "++", kKnown, kKnownChinese, kAspTag, 0},
+    {"c99madshell", "++", kKnown, kKnownChinese, {}, 0},
+    {"aspshell", "++", kKnown, kKnownChinese, kAspRequest, 0},
+    {"crack8", "++", kKnown, kKnownChinese, kAspTag, 0},
+    {"backdoor", "++", kKnown, kKnownChinese, kAspRunsShell, 0},
+    {"hacking", "++", kKnown, kKnownChinese, kAspRunsShell, 0},
+};
+
+constexpr Row kAspDownloaders[] = {
+    {"Scripting.FileSystemObject++asp++responseBody++http:/--<!--#include",
+     "++",
+     kSuspected,
+     kSuspectedChinese,
+     {},
+     1024},
+    {"adodb.stream++responseBody++http:/--<!--#include", "++", kSuspected, kSuspectedChinese, {}, 2048},
+};
+
+// The records of ASPX rules carry one more "0" than those of ASP rules.
+void AddAspxField(std::string* text, std::size_t from) {
+  constexpr std::string_view kShort = "{*}0{*}0{*}";
+  for (std::size_t p = text->find(kShort, from); p != std::string::npos; p = text->find(kShort, p)) {
+    text->insert(p, "{*}0");
+    p = text->find("{#}", p);
+  }
+}
+
+void AddRows(std::span<const Row> rows, Language language, std::uint32_t kind, std::string* text) {
+  for (const Row& row : rows) {
+    const std::string name =
+        language == Language::kChinese ? CCharSet::Utf8ToLocal(row.chinese) : std::string(row.english);
+    AddVirusRule(text, row.pattern, row.joined_by, name, row.extra, row.number, kind);
+  }
+}
+
+}  // namespace
+
+std::string BuiltinVirusRules(Language language) {
+  std::string text;
+  AddRows(kPhpRows, language, kPhpRuleKind, &text);
+  AddRows(kAspObjects, language, kAspRuleKind, &text);
+  AddRows(kAspWords, language, kAspRuleKind, &text);
+  AddRows(kAspDownloaders, language, kAspRuleKind, &text);
+  const std::size_t aspx = text.size();
+  AddRows(std::span(kAspObjects).first(5), language, kAspRuleKind, &text);
+  AddRows(kAspWords, language, kAspRuleKind, &text);
+  AddAspxField(&text, aspx);
+  return text;
+}
+
+std::vector<std::string> BuiltinRemoval() {
+  return {"\"&\"\"&\"", "&\"\"&", "+\"\"+", "/**/", "vbcrlf&", "%><%", "_\r\n", "_\n", "'\"\"", "@@"};
+}
+
+}  // namespace qiv
