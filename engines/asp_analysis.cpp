@@ -1,7 +1,7 @@
 #include "engines/asp_analysis.h"
 
 #include <algorithm>
-#include <array>
+#include <iterator>
 #include <string>
 
 #include "common/char_set.h"
@@ -66,11 +66,11 @@ std::string JoinedCopy(const CVirusLibrary& library, std::string_view text) {
 }
 
 bool RunsRequest(std::string_view copy) {
-  constexpr std::array<std::string_view, 12> kRuns = {
-      "eval(request",      "evalrequest",           "eval(eval(request",    "execute(request",
-      "executerequest",    "executeglobal(request", "executeglobalrequest", "eval(\"request",
-      "execute(\"request", "eval\"(request",        "execute\"(request",    "eval\"&request"};
-  return std::any_of(kRuns.begin(), kRuns.end(), [copy](std::string_view run) { return Holds(copy, run); });
+  constexpr std::string_view kRuns[] = {"eval(request",         "evalrequest",       "eval(eval(request",
+                                        "execute(request",      "executerequest",    "executeglobal(request",
+                                        "executeglobalrequest", "eval(\"request",    "execute(\"request",
+                                        "eval\"(request",       "execute\"(request", "eval\"&request"};
+  return std::any_of(std::begin(kRuns), std::end(kRuns), [copy](std::string_view run) { return Holds(copy, run); });
 }
 
 bool IsVariant(const CVirusLibrary& library, std::string_view text) {
@@ -108,25 +108,38 @@ bool Fill(Language language, MessageId name, std::string_view detail, WebshellRe
 
 // A server-side include of what is no script: a picture or text that an upload form lets through.
 bool IncludesPicture(std::string_view text) {
-  constexpr std::array<std::string_view, 6> kEnds = {".jpg\"", ".gif\"", ".png\"", ".bmp\"", ".jpeg\"", ".rar\""};
+  constexpr std::string_view kEnds[] = {".jpg\"", ".gif\"", ".png\"", ".bmp\"", ".jpeg\"", ".rar\""};
   for (std::size_t p = text.find(kInclude); p != std::string_view::npos; p = text.find(kInclude, p + 1)) {
     const std::string_view line = text.substr(p, std::min<std::size_t>(text.substr(p, 256).find("-->"), 256));
-    if (std::any_of(kEnds.begin(), kEnds.end(), [line](std::string_view end) { return Holds(line, end); })) return true;
+    if (std::any_of(std::begin(kEnds), std::end(kEnds), [line](std::string_view end) { return Holds(line, end); }))
+      return true;
   }
   return false;
 }
 
 // Classic pages hold none of these.
 bool IsAspx(std::string_view page) {
-  constexpr std::array<std::string_view, 10> kMarks = {
-      "<%@page",   "<%@webhandler", "<%@webservice",  "<%@import",   "<%@control",
-      "<%@master", "<%@assembly",   "<%@servicehost", "usingsystem", "importsystem"};
+  constexpr std::string_view kMarks[] = {"<%@page",   "<%@webhandler", "<%@webservice",  "<%@import",   "<%@control",
+                                         "<%@master", "<%@assembly",   "jscript\"runat", "usingsystem", "importsystem"};
   const std::string copy = BlankFreeLower(page);
-  return std::any_of(kMarks.begin(), kMarks.end(), [&](std::string_view mark) { return Holds(copy, mark); });
+  return std::any_of(std::begin(kMarks), std::end(kMarks), [&](std::string_view mark) { return Holds(copy, mark); });
 }
 
 std::string LowerPage(std::string_view text) {
   return Lower(Holds(text, "#@~^") ? DecodeEncodedScript(text) : std::string(text));
+}
+
+// A dangerous object whose name shows only once the strings are joined, or a script engine that is fed the request.
+std::string_view HiddenObject(std::string_view page, std::string_view code) {
+  constexpr std::string_view kObjects[] = {"scripting.filesystemobject", "wscript.shell", "adodb.stream",
+                                           "shell.application", "scriptcontrol"};
+  for (const std::string_view object : kObjects) {
+    if (Holds(code, object) && !Holds(page, object)) return object;
+  }
+  const bool engine = Holds(code, "scriptcontrol") && Holds(code, "request");
+  return engine && (Holds(code, ".addcode") || Holds(code, ".executestatement") || Holds(code, ".eval"))
+             ? kObjects[4]
+             : std::string_view{};
 }
 
 }  // namespace
@@ -147,6 +160,8 @@ bool AnalyseAsp(const CVirusLibrary& library, std::string_view text, Language la
   if ((flow.reach & (kReachesCode | kReachesCommand)) != 0)
     return Fill(language, MessageId::kAspBackdoor, flow.detail, result);
   if ((flow.reach & kHiddenCode) != 0) return Fill(language, MessageId::kAspVariant, "execute", result);
+  if (const std::string_view object = HiddenObject(page, code); !object.empty())
+    return Fill(language, MessageId::kAspVariant, object, result);
   if (text.size() < kVariantLimit && IsVariant(library, page))
     return Fill(language, MessageId::kAspVariant, "eval", result);
   if ((flow.reach & kReachesFile) != 0 && text.size() <= kSmallPage) {
@@ -154,6 +169,7 @@ bool AnalyseAsp(const CVirusLibrary& library, std::string_view text, Language la
   }
   const RiskScore risk = ScoreRiskWords(page, RiskLanguage::kAsp);
   if (risk.score >= kRiskLimit) return Fill(language, MessageId::kSuspectedFiles, risk.heaviest, result);
+  if (Holds(text, "#@~^")) return Fill(language, MessageId::kAspVariant, "#@~^", result, true);
   if (IncludesPicture(page)) return Fill(language, MessageId::kSuspiciousReference, kInclude, result, true);
   return false;
 }
@@ -162,15 +178,14 @@ bool AnalyseAspx(std::string_view text, Language language, WebshellResult* resul
   const std::string page = Lower(text);
   if (page.size() > kLargestScript && Holds(page, "standard jet db")) return false;
   if (IsLargeOrdinaryPage(page)) return false;
-  if (!IsAspx(page)) return false;
   const std::string code = JoinStrings(ServerCode(page));
   const PageFlow flow = FollowPage(code, PageKind::kAspx);
   if ((flow.reach & (kReachesCode | kReachesCommand | kHiddenCode)) != 0) {
     return Fill(language, MessageId::kAspxVariant, flow.detail, result);
   }
   // JScript pages evaluate text with the page's rights; ordinary ones hardly ever do.
-  const bool jscript = Holds(page.substr(0, kSmallPage), "jscript");
-  if (jscript && (Holds(code, "eval(") || Holds(code, "eval (")) && (Holds(code, "unsafe") || Holds(code, "request"))) {
+  if (!IsAspx(page)) return false;
+  if (Holds(page.substr(0, kSmallPage), "jscript") && Holds(BlankFreeLower(ReplaceAll(code, "\n", "")), "eval(")) {
     return Fill(language, MessageId::kAspxVariant, "eval", result);
   }
   if ((flow.reach & kReachesObject) != 0 && (Holds(code, "assembly") || Holds(code, "createobject"))) {

@@ -156,16 +156,16 @@ class CFollower {
     // Where the last word stands that the request feeds, and the last that comes out of scrambled text.
     std::size_t fed = 0;
     std::size_t scrambled = 0;
-    std::size_t request = 0;
+    const bool long_text =
+        std::any_of(words_.begin(), words_.end(), [this](const Word& word) { return long_texts_.contains(word.text); });
     for (const Word& word : words_) {
       if (IsSource(word)) fed = word.begin + 1;
-      if (word.text == "request") request = word.begin + 1;
       if (!word.member && fed_.contains(word.text)) fed = word.begin + 1;
       if (!word.member && scrambled_.contains(word.text)) scrambled = word.begin + 1;
       const bool scrambler =
           std::find(std::begin(kScramblers), std::end(kScramblers), word.text) != std::end(kScramblers);
-      if (word.next == '(' &&
-          ((scrambler && literal_ > kLongLiteral) || (functions_.contains(word.text) && literal_ > kLongLiteral))) {
+      const bool from_page = functions_.contains(word.text) && (literal_ > kLongLiteral || long_text);
+      if (word.next == '(' && ((scrambler && literal_ > kLongLiteral) || from_page)) {
         scrambled = word.begin + 1;
       }
     }
@@ -198,6 +198,7 @@ class CFollower {
       if (word.text == "session" || word.text == "application" || word.text == "viewstate") break;
     }
     if (target == nullptr || target->text == "request") return;
+    if (literal_ > kHiddenLiteral) long_texts_.insert(target->text);
     if (fed > equals_) fed_.insert(target->text);
     if (scrambled > equals_) scrambled_.insert(target->text);
   }
@@ -235,7 +236,9 @@ class CFollower {
   std::unordered_map<std::string_view, const Sink*> sinks_;
   std::unordered_map<std::string_view, std::vector<std::string_view>> functions_;
   std::unordered_set<std::string_view> fed_;
+  static constexpr std::size_t kHiddenLiteral = 120;  // bytes: long enough for a program
   std::unordered_set<std::string_view> scrambled_;
+  std::unordered_set<std::string_view> long_texts_;
   std::vector<Word> words_;
   std::size_t equals_ = std::string_view::npos;
   std::size_t literal_ = 0;

@@ -23,8 +23,8 @@ constexpr int kDeepestLayer = 10;              // samples wrap themselves up to 
 constexpr std::size_t kMostLayers = 64;        // texts judged for one file
 constexpr std::size_t kLayerBytesPerByte = 4;  // compressed code grows three- to fourfold
 constexpr std::size_t kLayerBytesAnyway = 1 << 18;
-constexpr std::size_t kLargestUploader = 8192;     // bytes: an upload form and what stores it; more is an application
-constexpr std::size_t kLargestStandalone = 16384;  // bytes: a file whose variables come from nowhere
+constexpr std::size_t kLargestUploader = 16384;    // bytes: an upload form and what stores it; more is an application
+constexpr std::size_t kLargestStandalone = 32768;  // bytes: a file whose variables come from nowhere
 constexpr std::int32_t kLayerRisk = 60;            // the limit for code that was hidden: being hidden says the rest
 
 class CPhpJudge {
@@ -99,6 +99,10 @@ class CPhpJudge {
         return Fill(MessageId::kSuspiciousBackdoor, finding.detail);
       case PhpFindingKind::kDownload:
         return Fill(MessageId::kCopyUnknownFile, finding.detail);
+      case PhpFindingKind::kSensitive:
+        return Fill(MessageId::kInformationLeakage, finding.detail);
+      case PhpFindingKind::kMail:
+        return standalone_ && Fill(MessageId::kSuspiciousBackdoor, finding.detail, true);
       case PhpFindingKind::kUpload:
         return IsUploader() && Fill(MessageId::kFileUploader, finding.detail, true);
       case PhpFindingKind::kUnknownSource:
@@ -116,7 +120,7 @@ class CPhpJudge {
 
   // A form that posts a file to the page itself, which stores it under the name it came with.
   bool IsUploader() {
-    if (text_.size() > kLargestUploader || Has("require") || Has("class") || Has("defined(")) return false;
+    if (text_.size() > kLargestUploader || Has("namespace") || Has("@package") || Has("defined(")) return false;
     return Has("<form") ||
            (standalone_ && (Has("_files[") || Has("move_uploaded_file(")) && text_.size() < kLargestUploader / 8);
   }

@@ -25,6 +25,8 @@ enum class PhpFunctionKind : std::uint8_t {
   kPass,       ///< gives back (a part of) what it is given
   kDecode,     ///< the same, decoded
   kVariables,  ///< func_get_args and the like
+  kRemove,     ///< removes a file or folder
+  kMail,       ///< mail
 };
 
 struct PhpFunction {

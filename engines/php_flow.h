@@ -31,6 +31,8 @@ enum class PhpFindingKind : std::uint8_t {
   kHidden,         ///< a dangerous call behind a disguise
   kNetworkCode,    ///< what another host sends is run
   kDownload,       ///< a script is fetched from another host
+  kSensitive,      ///< reads the system's accounts
+  kMail,           ///< sends what the request says to whom it says
   kUnknownSource,  ///< runs a variable that nothing in the file assigns
 };
 

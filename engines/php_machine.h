@@ -179,6 +179,7 @@ class CPhpMachine {
   std::vector<std::string> argument_names_;  // "name => value", in step with arguments_
   std::unordered_map<std::string, Variable> variables_;
   std::unordered_set<std::string> globals_;  // keys of variables that stand for the global of their name
+  std::unordered_set<std::string> written_;  // files that got their content from the request
   std::vector<Function> functions_;
   std::unordered_map<std::string, std::uint32_t> function_numbers_;
   std::uint32_t next_function_ = 0;

@@ -198,7 +198,7 @@ PhpValue CPhpMachine::CallKnown(const PhpFunction& function, std::span<PhpValue>
       PhpValue handle;
       if (arguments.empty()) return handle;
       const std::string_view path = arguments[0].Text();
-      if (path == "php://input") return Read(name, arguments);
+      if (path == "php://input" || path.starts_with("/etc/")) return Read(name, arguments);
       handle.origin = arguments[0].origin & (kFromRequest | kWholeRequest | kFromUpload);
       if (IsAddress(path)) handle.origin |= kFromNetwork;
       if (EndsWithScript(path) && arguments.size() > 1 && !arguments[1].Text().starts_with("r"))
@@ -351,6 +351,8 @@ void CPhpMachine::Write(std::string_view name, std::span<const PhpValue> argumen
   const PhpValue& data = arguments[1];
   const bool script = target.Has(kScriptTarget) || (name == "file_put_contents" && EndsWithScript(target.Text()));
   if (data.Has(kFromRequest) && (script || target.Has(kFromRequest))) return Report(PhpFindingKind::kFileWrite, name);
+  if (data.Has(kFromRequest) && name == "file_put_contents" && target.HasText())
+    written_.insert(std::string(target.Text()));
   if (data.Has(kFromNetwork) && (script || target.Has(kFromRequest))) Report(PhpFindingKind::kDownload, name);
   if (data.HasText() && data.Text().find("<?") != std::string_view::npos) AddNested("?>" + std::string(data.Text()));
 }
@@ -368,13 +370,17 @@ void CPhpMachine::Move(std::string_view name, std::span<const PhpValue> argument
   }
 }
 
-PhpValue CPhpMachine::Read(std::string_view, std::span<const PhpValue> arguments) {
+PhpValue CPhpMachine::Read(std::string_view name, std::span<const PhpValue> arguments) {
   PhpValue value;
   if (arguments.empty()) return value;
   const PhpValue& path = arguments[0];
   const std::string_view text = path.Text();
   if (text == "php://input") {
     value.origin = kRequest;
+  } else if (text == "/etc/passwd" || text == "/etc/shadow") {
+    Report(PhpFindingKind::kSensitive, text);
+  } else if (name == "fsockopen" || name == "pfsockopen" || name.find("socket_") != std::string_view::npos) {
+    value.origin = kFromNetwork;
   } else if (IsAddress(text) || path.Has(kFromNetwork)) {
     value.origin = kFromNetwork;
   } else if (path.Has(kTempUpload | kWholeRequest)) {
@@ -384,7 +390,7 @@ PhpValue CPhpMachine::Read(std::string_view, std::span<const PhpValue> arguments
 }
 
 void CPhpMachine::Include(const PhpValue& path) {
-  if (path.Has(kWholeRequest) || path.Has(kTempUpload)) {
+  if (path.Has(kWholeRequest) || path.Has(kTempUpload) || (path.HasText() && written_.contains(*path.text))) {
     Report(PhpFindingKind::kInclude, "include");
   } else if (path.Has(kFromNetwork)) {
     Report(PhpFindingKind::kNetworkCode, "include");
