@@ -66,10 +66,10 @@ std::string JoinedCopy(const CVirusLibrary& library, std::string_view text) {
 }
 
 bool RunsRequest(std::string_view copy) {
-  constexpr std::string_view kRuns[] = {"eval(request",         "evalrequest",       "eval(eval(request",
-                                        "execute(request",      "executerequest",    "executeglobal(request",
-                                        "executeglobalrequest", "eval(\"request",    "execute(\"request",
-                                        "eval\"(request",       "execute\"(request", "eval\"&request"};
+  constexpr std::string_view kRuns[] = {
+      "eval(request",   "evalrequest",           "eval(eval(",           "execute(eval(",  "execute(request",
+      "executerequest", "executeglobal(request", "executeglobalrequest", "eval(\"request", "execute(\"request",
+      "eval\"(request", "execute\"(request",     "eval\"&request",       ":eval,",         ":eval}"};
   return std::any_of(std::begin(kRuns), std::end(kRuns), [copy](std::string_view run) { return Holds(copy, run); });
 }
 
@@ -119,8 +119,17 @@ bool IncludesPicture(std::string_view text) {
 
 // Classic pages hold none of these.
 bool IsAspx(std::string_view page) {
-  constexpr std::string_view kMarks[] = {"<%@page",   "<%@webhandler", "<%@webservice",  "<%@import",   "<%@control",
-                                         "<%@master", "<%@assembly",   "jscript\"runat", "usingsystem", "importsystem"};
+  constexpr std::string_view kMarks[] = {"<%@page",
+                                         "<%@webhandler",
+                                         "<%@webservice",
+                                         "<%@import",
+                                         "<%@control",
+                                         "<%@master",
+                                         "<%@assembly",
+                                         "runat=\"server\"language=\"jscript\"",
+                                         "language=\"jscript\"runat=\"server\"",
+                                         "usingsystem",
+                                         "importsystem"};
   const std::string copy = BlankFreeLower(page);
   return std::any_of(std::begin(kMarks), std::end(kMarks), [&](std::string_view mark) { return Holds(copy, mark); });
 }
@@ -184,14 +193,17 @@ bool AnalyseAspx(std::string_view text, Language language, WebshellResult* resul
     return Fill(language, MessageId::kAspxVariant, flow.detail, result);
   }
   // JScript pages evaluate text with the page's rights; ordinary ones hardly ever do.
-  if (!IsAspx(page)) return false;
+  const bool is_aspx = IsAspx(page);
+  if ((flow.reach & kReachesFile) != 0 && (is_aspx || text.size() <= kSmallPage)) {
+    return Fill(language, MessageId::kSuspectedFiles, flow.detail, result);
+  }
+  if (!is_aspx) return false;
   if (Holds(page.substr(0, kSmallPage), "jscript") && Holds(BlankFreeLower(ReplaceAll(code, "\n", "")), "eval(")) {
     return Fill(language, MessageId::kAspxVariant, "eval", result);
   }
   if ((flow.reach & kReachesObject) != 0 && (Holds(code, "assembly") || Holds(code, "createobject"))) {
     return Fill(language, MessageId::kAspxVariant, flow.detail, result);
   }
-  if ((flow.reach & kReachesFile) != 0) return Fill(language, MessageId::kSuspectedFiles, flow.detail, result);
   const RiskScore risk = ScoreRiskWords(page, RiskLanguage::kAspx);
   if (risk.score >= kRiskLimit) return Fill(language, MessageId::kSuspectedFiles, risk.heaviest, result);
   return false;

@@ -26,7 +26,6 @@ constexpr Sink kSinks[] = {
     {"executestatement", kReachesCode, 0, true, true},
     {"addcode", kReachesCode, 1, true, true},
     {"compileassemblyfromsource", kReachesCode, 1, false, true},
-    {"function", kReachesCode, -1, false, false},
     {"run", kReachesCommand, 1, true, true},
     {"exec", kReachesCommand, 1, true, true},
     {"shellexecute", kReachesCommand, 1, true, true},
@@ -38,14 +37,14 @@ constexpr Sink kSinks[] = {
     {"getobject", kReachesObject, 0, true, true},
     {"createinstance", kReachesObject, 1, false, true},
     {"load", kReachesObject, 1, false, true},
-    {"gettype", kReachesObject, 1, false, false},
+    {"invoke", kReachesObject, 1, false, true},
     {"savetofile", kReachesFile, 1, true, true},
     {"createtextfile", kReachesFile, 1, true, true},
     {"opentextfile", kReachesFile, 1, true, true},
     {"writealltext", kReachesFile, 1, false, true},
     {"writeallbytes", kReachesFile, 1, false, true},
     {"appendalltext", kReachesFile, 1, false, true},
-    {"streamwriter", kReachesFile, -1, false, true},
+    {"streamwriter", kReachesFile, 0, false, true},
     {"createtext", kReachesFile, 1, false, true},
     {"saveas", kReachesFile, 1, false, true},
 };
@@ -100,6 +99,11 @@ class CFollower {
         literal_ = std::max(literal_, end - at);
         at = end;
         before = '"';
+        continue;
+      }
+      if (!lines_ && c == '/' && at + 1 < code_.size() && code_[at + 1] == '*') {
+        const std::size_t close = code_.find("*/", at + 2);
+        at = close == std::string_view::npos ? code_.size() : close + 1;
         continue;
       }
       if (c == '\'' || (!lines_ && c == '/' && at + 1 < code_.size() && code_[at + 1] == '/' && before != ':')) {
