@@ -177,7 +177,8 @@ bool AnalyseAsp(const CVirusLibrary& library, std::string_view text, Language la
     return Fill(language, MessageId::kSuspectedFiles, flow.detail, result);
   }
   const RiskScore risk = ScoreRiskWords(page, RiskLanguage::kAsp);
-  if (risk.score >= kRiskLimit) return Fill(language, MessageId::kSuspectedFiles, risk.heaviest, result);
+  if (risk.score >= kRiskLimit && !Holds(page, "<?php"))
+    return Fill(language, MessageId::kSuspectedFiles, risk.heaviest, result);
   if (Holds(text, "#@~^")) return Fill(language, MessageId::kAspVariant, "#@~^", result, true);
   if (IncludesPicture(page)) return Fill(language, MessageId::kSuspiciousReference, kInclude, result, true);
   return false;

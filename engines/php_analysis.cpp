@@ -25,6 +25,7 @@ constexpr std::size_t kLayerBytesPerByte = 4;  // compressed code grows three- t
 constexpr std::size_t kLayerBytesAnyway = 1 << 18;
 constexpr std::size_t kLargestUploader = 16384;    // bytes: an upload form and what stores it; more is an application
 constexpr std::size_t kLargestStandalone = 32768;  // bytes: a file whose variables come from nowhere
+constexpr std::size_t kLargestTool = 65536;        // bytes: a tool in one file, not an application's script
 constexpr std::int32_t kLayerRisk = 60;            // the limit for code that was hidden: being hidden says the rest
 
 class CPhpJudge {
@@ -57,6 +58,7 @@ class CPhpJudge {
       const std::string code = std::move(layers[i].code);
       PhpFlowResult inner = FollowPhp(code, true);
       for (const PhpFinding& finding : inner.findings) {
+        if (finding.kind == PhpFindingKind::kUpload) return Fill(MessageId::kFileUploader, finding.detail);
         if (finding.kind != PhpFindingKind::kUnknownSource && Accept(finding)) return true;
       }
       if (ScoreRiskWords(code, RiskLanguage::kPhp).score >= kLayerRisk) return Fill(MessageId::kSuspectedRisk, "");
@@ -86,6 +88,8 @@ class CPhpJudge {
         return Fill(MessageId::kBackdoor, finding.detail);
       case PhpFindingKind::kHidden:
       case PhpFindingKind::kRequestCall:
+        // An unknown function that is given the request: in a program of several files it may be anything.
+        if (finding.detail.empty() && !standalone_) return false;
         Fill(MessageId::kBackdoor, finding.detail);
         ReportHiding(finding, language_, &result_);
         return true;
@@ -99,6 +103,11 @@ class CPhpJudge {
         return Fill(MessageId::kSuspiciousBackdoor, finding.detail);
       case PhpFindingKind::kDownload:
         return Fill(MessageId::kCopyUnknownFile, finding.detail);
+      case PhpFindingKind::kTool:
+        return standalone_ && text_.size() <= kLargestTool && !Has("defined(") && !Has("@package") &&
+               Fill(MessageId::kFileDetector, MessageId::kRiskCharacteristics, MessageId::kLabelParameter,
+                    finding.detail) &&
+               (result_.suspicious = true);
       case PhpFindingKind::kSensitive:
         return Fill(MessageId::kInformationLeakage, finding.detail);
       case PhpFindingKind::kMail:

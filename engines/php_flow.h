@@ -31,6 +31,7 @@ enum class PhpFindingKind : std::uint8_t {
   kHidden,         ///< a dangerous call behind a disguise
   kNetworkCode,    ///< what another host sends is run
   kDownload,       ///< a script is fetched from another host
+  kTool,           ///< works on the files, folders, hosts or databases that the request names
   kSensitive,      ///< reads the system's accounts
   kMail,           ///< sends what the request says to whom it says
   kUnknownSource,  ///< runs a variable that nothing in the file assigns

@@ -319,6 +319,7 @@ void CPhpMachine::Comma() {
       Operand operand = PopOperand();
       argument_keys_.push_back(operand.indexed ? std::string() : operand.key);
       arguments_.push_back(std::move(operand.value));
+      if (frame.kind == FrameKind::kArray) arguments_.back().Join(std::exchange(frame.element, PhpValue()));
       argument_names_.push_back(frame.has_key ? std::move(frame.array_key) : std::string());
     }
     frame.has_key = false;
@@ -333,6 +334,7 @@ void CPhpMachine::Arrow() {
   const Operand key = PopOperand();
   Frame& frame = frames_.back();
   frame.array_key.clear();
+  if (frame.kind == FrameKind::kArray) frame.element = key.value.Taint();
   frame.has_key = frame.kind == FrameKind::kArray && PhpTextOf(key.value, &frame.array_key);
   operand_next_ = true;
 }

@@ -37,6 +37,40 @@ bool IsRunner(std::string_view lower_name) {
           function->kind == PhpFunctionKind::kMakeCode);
 }
 
+// What works on files, folders, hosts or databases.
+bool IsToolFunction(std::string_view name) {
+  constexpr std::array<std::string_view, 29> kTools = {"file_get_contents",
+                                                       "readfile",
+                                                       "file",
+                                                       "fopen",
+                                                       "highlight_file",
+                                                       "show_source",
+                                                       "opendir",
+                                                       "scandir",
+                                                       "dir",
+                                                       "glob",
+                                                       "unlink",
+                                                       "rmdir",
+                                                       "mkdir",
+                                                       "chmod",
+                                                       "rename",
+                                                       "copy",
+                                                       "touch",
+                                                       "symlink",
+                                                       "fsockopen",
+                                                       "pfsockopen",
+                                                       "curl_setopt",
+                                                       "curl_init",
+                                                       "mysql_query",
+                                                       "mysql_connect",
+                                                       "mysqli_query",
+                                                       "chdir",
+                                                       "fputs",
+                                                       "fwrite",
+                                                       "mysqli_connect"};
+  return std::find(kTools.begin(), kTools.end(), name) != kTools.end();
+}
+
 // Whether the regular expression's modifiers hold "e": its replacement is code.
 bool RunsReplacement(std::string_view pattern) {
   if (pattern.size() < 3) return false;
@@ -115,8 +149,13 @@ PhpValue CPhpMachine::Call(Frame& frame, std::span<PhpValue> arguments) {
   const PhpValue& callee = frame.callee.value;
   if (callee.function != 0 && callee.function <= functions_.size())
     return CallUser(functions_[callee.function - 1], arguments);
-  if (callee.HasText())
-    return CallNamed(CCharSet::LowerAscii(callee.Text()), arguments, callee.Has(kComputed), callee.way);
+  if (callee.HasText()) {
+    const std::string name = CCharSet::LowerAscii(callee.Text());
+    if (callee.Has(kComputed) && !FindPhpFunction(name) && !FindUser(name) && AnyHas(arguments, kWholeRequest)) {
+      Report(PhpFindingKind::kHidden, "", callee.way);
+    }
+    return CallNamed(name, arguments, callee.Has(kComputed), callee.way);
+  }
   if (callee.array && callee.array->size() == 2 && (*callee.array)[1].second.HasText()) return {};
   if (callee.Has(kFromRequest)) {
     Report(PhpFindingKind::kRequestCall, frame.callee.key.empty() ? "" : "$");
@@ -134,6 +173,10 @@ PhpValue CPhpMachine::CallNamed(std::string_view name, std::span<PhpValue> argum
   if (Function* const user = FindUser(name)) {
     PhpValue result = CallUser(*user, arguments);
     return result;
+  }
+  if (IsToolFunction(name) && !arguments.empty() &&
+      AnyHas(arguments.first(std::min<std::size_t>(arguments.size(), name == "curl_setopt" ? 3 : 2)), kWholeRequest)) {
+    Report(PhpFindingKind::kTool, name);
   }
   const PhpFunction* const function = FindPhpFunction(name);
   if (function != nullptr) return CallKnown(*function, arguments);
@@ -205,6 +248,15 @@ PhpValue CPhpMachine::CallKnown(const PhpFunction& function, std::span<PhpValue>
         handle.origin |= kScriptTarget;
       return handle;
     }
+    case Kind::kRemove:
+      if (!arguments.empty() && arguments[0].Has(kNeverAssigned)) Report(PhpFindingKind::kUnknownSource, name);
+      return {};
+    case Kind::kMail:
+      if (arguments.size() > 2 && arguments[0].Has(kFromRequest) && arguments[1].Has(kFromRequest) &&
+          arguments[2].Has(kFromRequest)) {
+        Report(PhpFindingKind::kMail, name);
+      }
+      return {};
     case Kind::kMove:
       Move(name, arguments);
       return {};
@@ -259,6 +311,9 @@ void CPhpMachine::RunCode(std::string_view name, const PhpValue& code) {
   if (code.Has(kFromRequest)) return Report(PhpFindingKind::kBackdoor, name, code.way);
   if (code.Has(kFromNetwork)) Report(PhpFindingKind::kNetworkCode, name);
   if (code.Has(kDecoded)) Report(PhpFindingKind::kHidden, name, code.way);
+  const bool scrambled =
+      code.way == HidingWay::kCharacters || code.way == HidingWay::kCharacterCodes || code.way == HidingWay::kReversed;
+  if (!code.HasText() && code.Has(kComputed) && scrambled) Report(PhpFindingKind::kHidden, name, code.way);
   if (code.HasText()) {
     AddNested(code.Text());
   } else if (code.Has(kNeverAssigned)) {

@@ -14,7 +14,7 @@ struct RiskScore {
 };
 
 /// A text of this score is reported.
-inline constexpr std::int32_t kRiskLimit = 100;
+inline constexpr std::int32_t kRiskLimit = 80;
 
 /// The weights of all different listed words of `text` added up, each counted once, letters compared without case. A
 /// word is a run of letters, digits and "_". Linear; takes no memory.
