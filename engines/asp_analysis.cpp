@@ -166,8 +166,10 @@ bool AnalyseAsp(const CVirusLibrary& library, std::string_view text, Language la
   }
   const std::string code = JoinStrings(ServerCode(page));
   const PageFlow flow = FollowPage(code, PageKind::kAsp);
-  if ((flow.reach & (kReachesCode | kReachesCommand)) != 0)
-    return Fill(language, MessageId::kAspBackdoor, flow.detail, result);
+  if ((flow.reach & (kReachesCode | kReachesCommand)) != 0) {
+    const bool joined = !Holds(page, flow.detail);  // the word shows only once the strings are joined
+    return Fill(language, joined ? MessageId::kAspVariant : MessageId::kAspBackdoor, flow.detail, result);
+  }
   if ((flow.reach & kHiddenCode) != 0) return Fill(language, MessageId::kAspVariant, "execute", result);
   if (const std::string_view object = HiddenObject(page, code); !object.empty())
     return Fill(language, MessageId::kAspVariant, object, result);

