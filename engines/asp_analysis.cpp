@@ -179,7 +179,7 @@ bool AnalyseAsp(const CVirusLibrary& library, std::string_view text, Language la
     return Fill(language, MessageId::kSuspectedFiles, flow.detail, result);
   }
   const RiskScore risk = ScoreRiskWords(page, RiskLanguage::kAsp);
-  if (risk.score >= kRiskLimit && !Holds(page, "<?php"))
+  if (risk.score >= kPageRiskLimit && !Holds(page, "<?php"))
     return Fill(language, MessageId::kSuspectedFiles, risk.heaviest, result);
   if (Holds(text, "#@~^")) return Fill(language, MessageId::kAspVariant, "#@~^", result, true);
   if (IncludesPicture(page)) return Fill(language, MessageId::kSuspiciousReference, kInclude, result, true);
@@ -208,7 +208,7 @@ bool AnalyseAspx(std::string_view text, Language language, WebshellResult* resul
     return Fill(language, MessageId::kAspxVariant, flow.detail, result);
   }
   const RiskScore risk = ScoreRiskWords(page, RiskLanguage::kAspx);
-  if (risk.score >= kRiskLimit) return Fill(language, MessageId::kSuspectedFiles, risk.heaviest, result);
+  if (risk.score >= kPageRiskLimit) return Fill(language, MessageId::kSuspectedFiles, risk.heaviest, result);
   return false;
 }
 

@@ -142,7 +142,7 @@ class CPhpJudge {
   bool Features() {
     if (Has("@include(\"") && Has("e_d(") && !Has("define(")) return Fill(MessageId::kPhpShield, "E_D(");
     const RiskScore risk = ScoreRiskWords(text_, RiskLanguage::kPhp);
-    if (risk.score >= kRiskLimit) {
+    if (risk.score >= kPhpRiskLimit) {
       const bool function = Has(std::string(risk.heaviest) + "(");
       return Fill(MessageId::kRiskCharacteristics, MessageId::kDoubtful,
                   function ? MessageId::kLabelFunction : MessageId::kLabelCharacter, risk.heaviest);
@@ -174,7 +174,8 @@ class CPhpJudge {
     }
     if (blank_names >= kMostBlankNames && increments >= kMostBlankNames / 2)
       return Fill(MessageId::kSuspiciousVariable, "$_");
-    if (jumps >= kMostJumps && escapes >= kMostEscapes) return Fill(MessageId::kSuspiciousComputation, "goto");
+    if (jumps >= kMostJumps && escapes >= kMostEscapes && !Has("namespace"))
+      return Fill(MessageId::kSuspiciousComputation, "goto");
     return false;
   }
   static constexpr std::size_t kMostBlankNames = 20;  // programs use "$_" now and then, not as their alphabet

@@ -9,12 +9,13 @@ namespace qiv {
 enum class RiskLanguage : std::uint8_t { kPhp, kAsp, kAspx };
 
 struct RiskScore {
-  std::int32_t score = 0;     ///< at least kRiskLimit: suspicious
+  std::int32_t score = 0;     ///< compared with the limits below
   std::string_view heaviest;  ///< the weightiest word that was met (a view of the table)
 };
 
-/// A text of this score is reported.
-inline constexpr std::int32_t kRiskLimit = 80;
+/// A text of this score is reported. Pages hold fewer words of the trade by chance than PHP programs do.
+inline constexpr std::int32_t kPhpRiskLimit = 100;
+inline constexpr std::int32_t kPageRiskLimit = 80;
 
 /// The weights of all different listed words of `text` added up, each counted once, letters compared without case. A
 /// word is a run of letters, digits and "_". Linear; takes no memory.
