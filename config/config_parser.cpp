@@ -176,6 +176,7 @@ void ReadSwitches(std::string_view settings, WebsiteConfig* config) {
   config->trojan_usertrojan = TaggedText(other, "trojan_usertrojan");
   config->sys_trust_ip = TaggedText(other, "sys_trust_ip");
   config->sys_log_ex = TaggedText(other, "sys_log_ex");
+  config->log_requests = WrapNames(config->sys_log_ex).find(",request,") != std::string::npos;
 }
 
 /// False when no part holds a member.
