@@ -253,7 +253,7 @@ ConfigParts SplitConfigText(std::string_view file_text) {
   ConfigParts parts;
   parts.ip_lists = TaggedPart(file_text, kIpListPart);
   parts.has_settings = HasTag(file_text, kSettingsPart);
-  parts.settings = decrypt_text("", Trim(TaggedPart(file_text, kSettingsPart)));
+  parts.settings = DecryptOrThrow("", Trim(TaggedPart(file_text, kSettingsPart)));
   return parts;
 }
 
