@@ -14,6 +14,10 @@ class IEventRecorder {
   virtual ~IEventRecorder() = default;
   /// Called once for each request that was answered with a page.
   virtual void RecordBlock(const RequestFacts& facts, const CheckResult& result) = 0;
+  /// Called at the end of a request's first notification, where the site keeps a line for every request.
+  virtual void RecordRequest(const RequestFacts& facts, const CheckResult& result) {
+    static_cast<void>(facts), static_cast<void>(result);
+  }
   /// One statistics record ("tongji"); `rule` is "-" when there is none.
   virtual void RecordStatistics(std::string_view category, std::string_view client_ip, std::string_view rule) = 0;
 };

@@ -233,9 +233,13 @@ std::string encrypt_text(std::string_view key, std::string_view plain) {
   }
 }
 
+std::string DecryptOrThrow(std::string_view key, std::string_view hex) {
+  return key.empty() ? DecryptWith(BuiltInCipher(), hex) : DecryptWith(CAES(key), hex);
+}
+
 std::string decrypt_text(std::string_view key, std::string_view hex) {
   try {
-    return key.empty() ? DecryptWith(BuiltInCipher(), hex) : DecryptWith(CAES(key), hex);
+    return DecryptOrThrow(key, hex);
   } catch (const std::bad_alloc&) {
     return {};
   } catch (const std::length_error&) {

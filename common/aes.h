@@ -46,4 +46,7 @@ std::string encrypt_text(std::string_view key, std::string_view plain);
 /// Both are linear in the text; when memory does not suffice the result is empty.
 std::string decrypt_text(std::string_view key, std::string_view hex);
 
+/// The same, but std::bad_alloc is thrown when memory does not suffice: for who must tell that from an empty text.
+std::string DecryptOrThrow(std::string_view key, std::string_view hex);
+
 }  // namespace qiv

@@ -60,7 +60,8 @@ constexpr ConfigKey kScalarKeys[] = {
     {"website_other", "trojan_usertrojan", KeyType::kRules, "The site's own webshell signatures."},
     {"website_other", "sys_trust_ip", KeyType::kList,
      "Addresses that the bad-IP library never blocks: single, `a-b`, CIDR, or IPv4 with a trailing `*`."},
-    {"website_other", "sys_log_ex", KeyType::kText, "Extended log settings."},
+    {"website_other", "sys_log_ex", KeyType::kText,
+     "Extended log settings, divided by commas. `request` writes a line for every request to `debug/_log_req.log`."},
 };
 
 constexpr IpSetKey kIpSetKeys[] = {

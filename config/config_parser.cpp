@@ -176,6 +176,7 @@ void ReadSwitches(std::string_view settings, WebsiteConfig* config) {
   config->trojan_usertrojan = TaggedText(other, "trojan_usertrojan");
   config->sys_trust_ip = TaggedText(other, "sys_trust_ip");
   config->sys_log_ex = TaggedText(other, "sys_log_ex");
+  config->log_requests = WrapNames(config->sys_log_ex).find(",request,") != std::string::npos;
 }
 
 /// False when no part holds a member.
@@ -252,7 +253,7 @@ ConfigParts SplitConfigText(std::string_view file_text) {
   ConfigParts parts;
   parts.ip_lists = TaggedPart(file_text, kIpListPart);
   parts.has_settings = HasTag(file_text, kSettingsPart);
-  parts.settings = decrypt_text("", Trim(TaggedPart(file_text, kSettingsPart)));
+  parts.settings = DecryptOrThrow("", Trim(TaggedPart(file_text, kSettingsPart)));
   return parts;
 }
 

@@ -31,7 +31,7 @@ bool ReadLibrary(const std::string& path, std::uint64_t time, std::string* text)
     case ReadFileResult::kOk:
       break;
   }
-  *text = CCharSet::ToLocal(decrypt_text("", Trim(enciphered)));
+  *text = CCharSet::ToLocal(DecryptOrThrow("", Trim(enciphered)));
   return true;
 }
 
@@ -78,9 +78,11 @@ bool CQivConfig::ClaimCheck(std::int64_t now) {
 
 void CQivConfig::Refresh(std::int64_t now) {
   bool reloaded = ReloadConfig();
-  // A new configuration finds its libraries in place even while the flag keeps them from being watched.
+  // A new configuration finds its libraries in place even while the flag keeps them from being watched, at the next
+  // tick if they cannot be read just now.
+  if (reloaded) library_wanted_ = true;
   const bool library_enabled = IsLibraryEnabled();
-  if (library_enabled || reloaded) reloaded |= ReloadInjectionLibrary();
+  if (library_enabled || library_wanted_) reloaded |= ReloadInjectionLibrary();
   if (tick_client_ == nullptr) return;
   if (library_enabled) reloaded |= tick_client_->OnServiceTick(now);
   if (reloaded) tick_client_->OnReloaded(now);
@@ -138,7 +140,10 @@ bool CQivConfig::ReloadInjectionLibrary() {
   const CAutoLock lock(library_file_lock_);
   const std::uint64_t time = FileModificationTime(paths_.sql_library);
   const std::uint64_t user_time = FileModificationTime(paths_.sql_user_library);
-  if (time == sql_library_time_ && user_time == sql_user_library_time_) return false;
+  if (time == sql_library_time_ && user_time == sql_user_library_time_) {
+    library_wanted_ = false;
+    return false;
+  }
   try {
     std::string text;
     std::string user_text;
@@ -149,6 +154,7 @@ bool CQivConfig::ReloadInjectionLibrary() {
     // Last, so that a load that memory ran out for is tried again.
     sql_library_time_ = time;
     sql_user_library_time_ = user_time;
+    library_wanted_ = false;
   } catch (const std::bad_alloc&) {
     return false;
   }

@@ -91,6 +91,7 @@ class CQivConfig {
   ITickClient* tick_client_ = nullptr;
   std::atomic<void*> module_id_{nullptr};
   std::atomic<bool> refreshing_{false};  ///< a thread is inside Refresh
+  bool library_wanted_ = false;          ///< a configuration was loaded and its library not yet; inside Refresh only
   std::atomic<ConfigStatus> last_status_{ConfigStatus::kUnreadable};
   CPublished<WebsiteConfig> current_;
   CPublished<InjectionLibrary> library_;

@@ -100,6 +100,7 @@ struct WebsiteConfig {
   std::string trojan_usertrojan;
   std::string sys_trust_ip;
   std::string sys_log_ex;
+  bool log_requests = false;        ///< sys_log_ex asks for a line per request
   std::string system_common_areas;  ///< text of the part
 
   BaseSettings base;

@@ -4,6 +4,7 @@
 
 #include "config/website_config.h"
 #include "module/page_writer.h"
+#include "module/secrets.h"
 #include "port/clock.h"
 
 namespace qiv {
@@ -11,30 +12,52 @@ namespace {
 
 constexpr std::int64_t kFailurePause = 60;  // seconds between two events about failures
 
+std::string_view ActionOf(const CheckResult& result) {
+  if (result.status == kBlocked) return "block";
+  return result.status == kAllowed ? "allow" : "pass";
+}
+
+/// What both logs say alike. Views into the two records.
+Event EventOf(const RequestFacts& facts, const CheckResult& result) {
+  Event event;
+  event.site = facts.site_id;
+  event.client = facts.client_ip_copy;
+  event.forwarded = facts.forwarded_for_as_sent.empty() ? std::string_view() : facts.forwarded_ip_copy;
+  event.method = facts.method;
+  event.phase = facts.phase;
+  event.check = result.check;
+  event.action = ActionOf(result);
+  event.status = result.status == kBlocked ? PageStatus(facts, result) : 0;
+  event.user_agent = facts.user_agent;
+  event.elapsed_us = MonotonicMicroseconds() - facts.started_us;
+  return event;
+}
+
 }  // namespace
 
 void CBlockRecorder::RecordBlock(const RequestFacts& facts, const CheckResult& result) {
   if (!result.log) return;
   const std::string id = CEventLog::NewEventId();
-  Event event;
+  const std::string url = WithoutSecrets(facts.raw_url);
+  const std::string detail = WithoutSecrets(result.detail);
+  Event event = EventOf(facts, result);
   event.event_id = id;
-  event.site = facts.site_id;
-  event.client = facts.client_ip_copy;
-  event.forwarded = facts.forwarded_for_as_sent.empty() ? std::string_view() : facts.forwarded_ip_copy;
-  event.method = facts.method;
-  event.url = facts.raw_url;
-  event.phase = facts.phase;
-  event.check = result.check;
+  event.url = url;
   event.item = result.item;
   event.reason = result.reason;
-  event.detail = result.detail;
-  event.action = "block";
-  event.status = PageStatus(facts, result);
+  event.detail = detail;
   event.rule = result.rule;
-  event.user_agent = facts.user_agent;
-  event.elapsed_us = MonotonicMicroseconds() - facts.started_us;
   log_.Write(event);
   TellService(facts, result);
+}
+
+void CBlockRecorder::RecordRequest(const RequestFacts& facts, const CheckResult& result) {
+  const std::string id = CEventLog::NewEventId();
+  const std::string url = WithoutSecrets(facts.raw_url);
+  Event event = EventOf(facts, result);
+  event.event_id = id;
+  event.url = url;
+  log_.WriteRequest(event);
 }
 
 void CBlockRecorder::TellService(const RequestFacts& facts, const CheckResult& result) noexcept {

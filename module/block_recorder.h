@@ -20,6 +20,8 @@ class CBlockRecorder final : public IEventRecorder {
   /// "check" line (check, client, "block"; rule), and one that asks for notification is a "msg" line (client, category,
   /// item; reason, URL).
   void RecordBlock(const RequestFacts& facts, const CheckResult& result) override;
+  /// A line in the request log: what was decided before the application saw the request.
+  void RecordRequest(const RequestFacts& facts, const CheckResult& result) override;
   /// A "tongji" line (category; client, rule). Nothing keeps statistics while the service is not linked.
   void RecordStatistics(std::string_view category, std::string_view client_ip, std::string_view rule) override;
 

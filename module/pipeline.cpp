@@ -2,6 +2,7 @@
 
 #include <new>
 
+#include "checks/event_recorder.h"
 #include "config/website_config.h"
 #include "module/facts_collector.h"
 #include "module/page_writer.h"
@@ -121,6 +122,7 @@ iis::REQUEST_NOTIFICATION_STATUS CPipeline::BeginRequest(iis::IHttpContext& cont
   const bool blocked = result.status == kBlocked;
   if (blocked) WriteBlockPage(facts, result);
   RunAfterDecision(facts, result);
+  if (facts.config->log_requests) EventRecorder().RecordRequest(facts, result);
   return blocked ? RQ_NOTIFICATION_FINISH_REQUEST : RQ_NOTIFICATION_CONTINUE;
 }
 

@@ -6,6 +6,7 @@ import concurrent.futures
 import json
 import os
 import pathlib
+import re
 import subprocess
 import sys
 
@@ -19,10 +20,25 @@ def clang_command(source, root):
             "-Wthread-safety-beta", "-Werror", f"-I{root}", str(source)]
 
 
+def includes(path, root, known):
+    """The repository's files that a file includes, directly or not; `known` remembers results."""
+    if path not in known:
+        known[path] = set()
+        names = re.findall(r'^\s*#\s*include\s*"([^"]+)"', path.read_text(encoding="utf-8"), flags=re.M)
+        for name in names:
+            if (root / name).is_file():
+                known[path] |= {root / name} | includes(root / name, root, known)
+    return known[path]
+
+
 def module_sources(build_folder, root):
     with open(pathlib.Path(build_folder) / "compile_commands.json", encoding="utf-8") as listing:
         files = {pathlib.Path(entry["file"]) for entry in json.load(listing)}
-    return sorted(path for path in files if path.is_relative_to(root) and str(path.relative_to(root)).startswith(FOLDERS))
+    # A source that does not even know the annotations has nothing to look at.
+    known = {}
+    return sorted(path for path in files
+                  if path.is_relative_to(root) and str(path.relative_to(root)).startswith(FOLDERS)
+                  and root / "port/thread_annotations.h" in includes(path, root, known))
 
 
 def faults_of_source(source, root):

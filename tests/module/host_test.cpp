@@ -1,6 +1,7 @@
 // The module registered with the host, in process: what depends on how a server behaves, with both of its behaviours.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <memory>
 #include <string>
 #include <vector>
@@ -143,6 +144,29 @@ TEST_F(Hosted, LetsWarmUpRequestsPass) {
   const InProcessResponse response = RunInProcess(*server, request);
   EXPECT_TRUE(response.handler_ran);
   EXPECT_EQ(response.status, 200);
+}
+
+TEST_F(Hosted, KeepsALinePerRequestWhereTheSiteAsksForIt) {
+  for (const bool asked : {false, true}) {
+    test::Site site = test::InjectionSite();
+    site.log_ex = asked ? "other, request" : "requests";
+    installation_.Write(site);
+    InitialiseModule(installation_.Directory(), true);
+    CModuleHost server;
+    ASSERT_EQ(server.Register(&RegisterModule), 0);
+    for (const char* url : {"/a?password=hunter2", "/b?x=%27union%20all&password=hunter2"}) {
+      InProcessRequest request;
+      request.raw_url = url;
+      RunInProcess(server, request);
+    }
+    const std::string lines = installation_.Log("_log_req.log");
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), '\n'), asked ? 2 : 0);
+    EXPECT_EQ(lines.find(R"("url":"/a?password=***")") != std::string::npos, asked);
+    EXPECT_EQ(lines.find(R"("action":"pass","status":0)") != std::string::npos, asked);
+    EXPECT_EQ(lines.find(R"("action":"block","status":403)") != std::string::npos, asked);
+    EXPECT_EQ((lines + installation_.Log()).find("hunter2"), std::string::npos);
+  }
+  InitialiseModule(installation_.Directory(), false);
 }
 
 }  // namespace

@@ -47,7 +47,8 @@ CInstallation::~CInstallation() {
 
 void CInstallation::Write(const Site& site) const {
   std::string settings = "<language>" + site.language + "</language><enable_ipv6prot>" + (site.ipv6 ? "1" : "0") +
-                         "</enable_ipv6prot><sys_is_qiv>" + (site.linked ? "1" : "0") + "</sys_is_qiv>";
+                         "</enable_ipv6prot><sys_is_qiv>" + (site.linked ? "1" : "0") +
+                         "</sys_is_qiv><website_other><sys_log_ex>" + site.log_ex + "</sys_log_ex></website_other>";
   std::map<std::string, std::string> sections = site.sections;
   sections["website_base"];
   for (const auto& [name, members] : sections) {
@@ -68,7 +69,7 @@ void CInstallation::Deny(const std::string& address) const {
                          std::to_string(now + 3600) + "\treason"));
 }
 
-std::string CInstallation::Log() const { return ReadFile(directory_ + "debug/_log.log"); }
+std::string CInstallation::Log(const char* name) const { return ReadFile(directory_ + "debug/" + name); }
 
 std::vector<std::string> CInstallation::Out() const {
   std::vector<std::string> lines;

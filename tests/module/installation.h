@@ -13,6 +13,7 @@ struct Site {
   std::string language = "en-US";
   bool ipv6 = false;
   bool linked = false;  ///< to the firewall service
+  std::string log_ex;   ///< extended log settings
 };
 
 class CInstallation {
@@ -28,8 +29,8 @@ class CInstallation {
   void WriteRaw(const std::string& content) const;
   /// Line of _in.db that puts an address on the deny list for an hour.
   void Deny(const std::string& address) const;
-  /// Whole content of debug/_log.log; empty when there is none.
-  std::string Log() const;
+  /// Whole content of a file in debug/; empty when there is none.
+  std::string Log(const char* name = "_log.log") const;
   /// Deciphered lines of _out.log, their times replaced by "T".
   std::vector<std::string> Out() const;
 

@@ -1,0 +1,118 @@
+// Memory runs out at every allocation in turn: nothing leaks or is freed twice (the sanitizers see to that), a request
+// is either let pass or blocked as a whole, and a load that failed is tried again.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <new>
+#include <string>
+
+#include "config/qiv_config.h"
+#include "module/module_state.h"
+#include "module/qiv_module.h"
+#include "tests/module/fake_server.h"
+#include "tests/module/installation.h"
+
+namespace {
+
+// The allocation of this thread that fails, counted from now; below 0: none. Then all others too, when so asked.
+thread_local long countdown = -1;
+thread_local bool all_that_follow = false;
+thread_local bool failed = false;
+
+void* Allocate(std::size_t size) {
+  if (countdown == 0) {
+    failed = true;
+    if (!all_that_follow) countdown = -1;
+    return nullptr;
+  }
+  if (countdown > 0) --countdown;
+  return std::malloc(size == 0 ? 1 : size);
+}
+
+}  // namespace
+
+void* operator new(std::size_t size) {
+  if (void* memory = Allocate(size)) return memory;
+  throw std::bad_alloc();
+}
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept { return Allocate(size); }
+// Not inlined, or the compiler sees free() after new and complains.
+[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
+[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+
+namespace qiv {
+namespace {
+
+constexpr long kMostAllocations = 5000;
+
+/// Runs `work` with the nth allocation failing, until there is no nth.
+template <typename Work>
+void FailEach(bool all, Work&& work) {
+  for (long n = 0; n < kMostAllocations; ++n) {
+    all_that_follow = all;
+    failed = false;
+    work(n);
+    countdown = -1;
+    if (!failed) return;
+  }
+  FAIL() << "too many allocations";
+}
+
+TEST(Memory, ARequestIsLetPassOrBlockedAsAWhole) {
+  test::CInstallation installation;
+  test::Site site = test::InjectionSite();
+  site.sections["website_request"] = R"("cookie":"1","xss_mode":"1","xframe":"1","xframe_type":"DENY")";
+  site.sections["website_response"] = R"("passwd":"1","passwd_key":"k","ret_type":"2")";
+  site.linked = true;
+  installation.Write(site);
+  InitialiseModule(installation.Directory(), true);
+  State().config.RefreshTick();
+  for (const bool attack : {false, true}) {
+    for (const bool all : {false, true}) {
+      int blocked = 0;
+      FailEach(all, [&](long n) {
+        test::CFakeContext context;
+        context.request.SetUrl(attack ? "/a?x=1' union select 1" : "/a?x=a+text%20that+takes+memory");
+        context.request.unknown["x-forwarded-for"] = "198.51.100.200, 198.51.100.201";
+        context.response.Add("Set-Cookie", "session=0123456789abcdef; path=/");
+        const test::CFakeSend send(true);
+        iis::CHttpModule* module = new CQivIpsIIsModule;
+        countdown = n;
+        const auto begun = module->OnBeginRequest(&context, nullptr);
+        if (begun == iis::RQ_NOTIFICATION_CONTINUE) module->OnPostExecuteRequestHandler(&context, nullptr);
+        module->OnSendResponse(&context, const_cast<test::CFakeSend*>(&send));
+        countdown = -1;
+        module->Dispose();
+        const bool finished = begun == iis::RQ_NOTIFICATION_FINISH_REQUEST;
+        ASSERT_EQ(context.response.status, finished ? 403 : 200) << "allocation " << n;
+        ASSERT_TRUE(finished || context.response.body.empty()) << "allocation " << n;
+        blocked += finished;
+      });
+      EXPECT_EQ(blocked > 0, attack);
+    }
+  }
+}
+
+TEST(Memory, ALoadThatFailedIsTriedAgain) {
+  test::CInstallation installation;
+  installation.Write(test::InjectionSite());
+  FailEach(false, [&](long n) {
+    static std::int64_t now;
+    now = 1000;
+    CQivConfig config(installation.Directory(), [] { return now; });
+    countdown = n;
+    try {
+      config.RefreshTick();
+    } catch (const std::bad_alloc&) {
+      // The barrier of the notifications.
+    }
+    countdown = -1;
+    now += 2;
+    config.RefreshTick();
+    ASSERT_TRUE(config.IsConfigValid()) << "allocation " << n;
+    ASSERT_FALSE(config.Library()->Rules().empty()) << "allocation " << n;
+  });
+}
+
+}  // namespace
+}  // namespace qiv
