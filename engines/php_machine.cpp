@@ -19,7 +19,6 @@ int BinaryPrecedence(std::uint32_t code) {
       return 13;
     case PhpOperator("+"):
     case PhpOperator("-"):
-      return 12;
     case PhpOperator("."):
       return 12;
     case PhpOperator("<<"):
@@ -446,59 +445,6 @@ void CPhpMachine::CloseBlock() {
   frames_.resize(depth);
   operand_next_ = !closure;
   weak_ = false;
-}
-
-void CPhpMachine::CloseBracket(char bracket) {
-  if (bracket == '}' && !(frames_.back().kind == FrameKind::kIndex && frames_.size() > 1)) return CloseBlock();
-  if (frames_.back().kind == FrameKind::kBlock) return;  // one too many
-  const bool empty = values_.size() <= frames_.back().values && operations_.size() <= frames_.back().operations;
-  if (frames_.back().kind == FrameKind::kCall || frames_.back().kind == FrameKind::kArray) {
-    if (!empty) Comma();
-  } else {
-    Reduce(kLowest);
-  }
-  Operand inner = PopOperand();
-  Frame frame = std::move(frames_.back());
-  frames_.pop_back();
-  values_.resize(std::min(values_.size(), frame.values));
-  operand_next_ = true;
-  Operand result;
-  switch (frame.kind) {
-    case FrameKind::kIndex:
-      result = Element(frame.callee, empty ? nullptr : &inner.value);
-      break;
-    case FrameKind::kArray:
-    case FrameKind::kCall: {
-      const std::span<PhpValue> arguments(arguments_.data() + frame.arguments, arguments_.size() - frame.arguments);
-      const bool list = frame.kind == FrameKind::kArray;
-      if (list) {
-        result.list = std::make_shared<std::vector<std::string>>(
-            argument_keys_.begin() + static_cast<std::ptrdiff_t>(frame.arguments), argument_keys_.end());
-        for (const PhpValue& argument : arguments) result.value.Join(argument);
-        result.value.origin = (result.value.origin & ~static_cast<std::uint32_t>(kClosure)) | kArrayLiteral;
-        if (arguments.size() <= kMostElements && Spend(arguments.size())) {
-          result.value.array = std::make_shared<PhpArray>();
-          for (std::size_t i = 0; i < arguments.size(); ++i) {
-            const std::string& key = argument_names_[frame.arguments + i];
-            result.value.array->emplace_back(key.empty() ? std::to_string(i) : key, arguments[i]);
-          }
-        }
-      } else {
-        result.value = Call(frame, arguments);
-      }
-      DropArguments(frame.arguments);
-      break;
-    }
-    default: {
-      result = std::move(inner);
-      result.is_name = false;
-      if (frame.statement) {
-        weak_ = true;
-        return;
-      }
-    }
-  }
-  PushOperand(std::move(result));
 }
 
 }  // namespace qiv
