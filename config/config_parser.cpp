@@ -212,11 +212,11 @@ bool ReadSections(std::string_view settings, WebsiteConfig* config) {
 }
 
 void Prepare(WebsiteConfig* config) {
-  // The site's keyword lists have no separator setting; words are divided by the standard one.
+  // The site's keyword lists are user-defined rules without a separator setting; the standard one divides words.
   const char separator = RuleWordSeparator("");
-  config->get_rules = CKeywordRules(ParseRules(config->sql.get_keys, separator));
-  config->post_rules = CKeywordRules(ParseRules(config->sql.post_keys, separator));
-  config->header_rules = CKeywordRules(ParseRules(config->sql.header_keys, separator));
+  config->get_rules = CKeywordRules(ParseRules(config->sql.get_keys, separator, true));
+  config->post_rules = CKeywordRules(ParseRules(config->sql.post_keys, separator, true));
+  config->header_rules = CKeywordRules(ParseRules(config->sql.header_keys, separator, true));
   config->injection_exemptions = CUrlExemptions(config->sql.allow_urls);
   config->prepared_lists = PrepareLists(config->lists, config->sys_trust_ip);
   config->page = MakePageSettings(config->response);

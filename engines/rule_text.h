@@ -17,7 +17,9 @@ namespace qiv {
 /// The separator setting: one character stands for itself, "space" for a blank, anything else for "*".
 char RuleWordSeparator(std::string_view setting);
 
-/// Rules of `text` in order. `user_defined`: a field 1 that holds "%" is percent-decoded.
+/// Rules of `text` in order. `user_defined` (the user-defined library, a site's keyword lists): the shown text and each
+/// word are percent-decoded after the division, so that a word may hold the separator ("%2A"), "%" ("%25"), "==",
+/// "{#}".
 std::vector<InjectionRule> ParseRules(std::string_view text, char word_separator, bool user_defined = false);
 
 }  // namespace qiv

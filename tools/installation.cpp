@@ -27,8 +27,11 @@ std::unique_ptr<JsonArray> KeywordRecords(const std::string& path, Language lang
   CReport report(path);
   std::string text;
   if (!ReadInput(path, &text)) report.Error(0, "cannot be read");
+  RecordForm form;
+  form.language = language;
+  form.user_defined = true;
   for (const RuleLine& rule : ReadRuleFile(text, &report)) {
-    records->Append(std::make_unique<JsonString>(LibraryRecord(rule, RecordForm{language}, &report)));
+    records->Append(std::make_unique<JsonString>(LibraryRecord(rule, form, &report)));
   }
   *exit_code = std::max(*exit_code, report.Print());
   return records;

@@ -50,7 +50,7 @@ std::string PackLibrary(const std::string& directory, RecordForm form, int* exit
     reports.emplace_back(directory);
     reports.back().Error(0, "holds no sql_rules.txt, sql_keys.txt or xss_events.txt");
   }
-  form.separator = ChooseSeparator(lists);
+  form.separator = form.user_defined ? '*' : ChooseSeparator(lists);
   std::string stored = "<separator>" + SeparatorSetting(form.separator) + "</separator>\n";
   for (std::size_t i = 0; i < lists.size(); ++i) {
     const std::string name(lists[i].name);

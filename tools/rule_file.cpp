@@ -37,8 +37,13 @@ std::optional<std::string> Unescape(std::string_view text) {
   return plain;
 }
 
-std::string Escape(std::string_view text) {
+std::string HexEscape(char c) {
   constexpr std::string_view kDigits = "0123456789ABCDEF";
+  const auto byte = static_cast<unsigned char>(c);
+  return {'%', kDigits[byte >> 4], kDigits[byte & 15]};
+}
+
+std::string Escape(std::string_view text) {
   std::string escaped;
   for (std::size_t i = 0; i < text.size(); ++i) {
     const auto c = static_cast<unsigned char>(text[i]);
@@ -46,12 +51,26 @@ std::string Escape(std::string_view text) {
     if (c >= 0x20 && c != 0x7F && c != '%' && c != '*' && !end_blank) {
       escaped += text[i];
     } else {
-      escaped += '%';
-      escaped += kDigits[c >> 4];
-      escaped += kDigits[c & 15];
+      escaped += HexEscape(text[i]);
     }
   }
   return escaped;
+}
+
+/// A text of a user-defined record: what the loader would divide at, or drop, as "%XX". `last`: "==" follows.
+std::string Encoded(std::string_view text, char separator, bool last) {
+  std::string encoded;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const std::string_view rest = text.substr(i);
+    const bool divides = rest.front() == '%' || rest.front() == separator || rest.starts_with("{#}") ||
+                         rest.starts_with("{*}") || rest.starts_with("==") || (last && rest == "=");
+    if (divides || static_cast<unsigned char>(rest.front()) < 0x20) {
+      encoded += HexEscape(rest.front());
+    } else {
+      encoded += rest.front();
+    }
+  }
+  return encoded;
 }
 
 std::string Joined(const std::vector<std::string>& words, std::string_view separator) {
@@ -124,9 +143,15 @@ std::string WriteRuleFile(const std::vector<RuleLine>& rules) {
 }
 
 std::string LibraryRecord(const RuleLine& rule, const RecordForm& form, CReport* report) {
-  std::string words = Joined(rule.words, std::string_view(&form.separator, 1));
+  const std::string_view separator(&form.separator, 1);
+  const std::string words = Joined(rule.words, separator);
   std::string keyword = rule.shown.empty() ? words : rule.shown + "==" + words;
-  if (form.user_defined) keyword = ReplaceAll(keyword, "%", "%25");
+  if (form.user_defined) {
+    std::vector<std::string> encoded;
+    for (const std::string& word : rule.words) encoded.push_back(Encoded(word, form.separator, false));
+    keyword = Joined(encoded, separator);
+    if (!rule.shown.empty()) keyword = Encoded(rule.shown, form.separator, true) + "==" + keyword;
+  }
   const std::string& remark = form.language == Language::kChinese ? rule.chinese : rule.english;
   const std::string record = keyword + "{*}*{*}" + remark + "{*}" + rule.identifier;
 

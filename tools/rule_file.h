@@ -35,7 +35,7 @@ std::string WriteRuleFile(const std::vector<RuleLine>& rules);
 struct RecordForm {
   Language language = Language::kEnglish;  ///< of the remarks
   char separator = '*';                    ///< between the words
-  bool user_defined = false;               ///< the loader percent-decodes the words
+  bool user_defined = false;               ///< the loader percent-decodes the shown text and the words
 };
 
 /// The record of a rule, without its "{#}". Empty, with an error in *report, when the library's form cannot carry it.

@@ -5,10 +5,12 @@ ends with a letter, digit or "_" is found only as a whole word; a word that begi
 found anywhere. The gap between words has no bound, so every word of a phrase must be telling by itself.
 """
 
-LIMITS = {"keyword_rules": 4200, "cut_words": 200}
+LIMITS = {"keyword_rules": 3500, "cut_words": 200}
+STAR = "\N{ASTERISK OPERATOR}"  # in a phrase: an asterisk that divides no words
+COMMENT = f"/{STAR}{STAR}/"
 
 # Spellings of the blanks of a phrase; see STYLES in generate_rules.py.
-FULL = ("blank", "plus", "comment", "tab", "feed", "vertical", "double", "double_plus", "encoded", "spread",
+FULL = ("blank", "plus", "comment", "any_comment", "tab", "feed", "double", "double_plus", "encoded", "spread",
     "spread_plus")
 COMMON = ("blank", "plus", "comment", "spread", "spread_plus")
 BLANKS = ("blank", "plus")
@@ -51,7 +53,7 @@ _CLAUSES = ["or", "and", "where", "as", "rlike", "having", "group by", "order by
 _AFTER_QUOTE = ["where", "rlike", "group by", "order by", "in boolean mode", "xor"]
 family(111, "Closed literal with a clause", "闭合后追加条件", [
     closer + " " + clause + " " for closer in ("')", "'))", "\")", "\"))", ")))") for clause in _CLAUSES
-    if not (closer == "')" and clause == "and")
+    if clause not in ("limit", "in boolean mode", "xor") and (closer, clause) != ("')", "and")
 ] + [
     "' " + clause + " " for clause in _AFTER_QUOTE if clause != "where"
 ] + [
@@ -72,12 +74,11 @@ family(112, "Closed literal with a clause", "闭合后追加条件", [
 _DIGITS = "0123456789"
 family(121, "Always-true condition", "永真条件注入", [
     f"{word} {one}{sign}{one}" for word in ("or", "and") for one in _DIGITS for sign in ("=", " = ")
+    if sign == "=" or one == "1"
 ] + [
-    f"{word} {one}={one}" for word in ("or", "and") for one in ("11", "12", "22", "33", "77", "99", "100", "123",
-    "1234", "345", "456", "777", "999", "1000", "1337", "31337")
+    f"{word} {one}={one}" for word in ("or", "and") for one in ("11", "100", "123")
 ] + [
-    f"or {one}{sign}{other}" for sign in ("=", " = ") for one, other in (("a", "a"), ("x", "x"), ("b", "b"), ("x",
-    "y"), ("a", "b"), ("true", "true"))
+    f"or {one}{sign}{other}" for sign in ("=", " = ") for one, other in (("a", "a"), ("x", "x"), ("b", "b"), ("a", "b"))
 ] + [
     f"{word} {one}={other}" for word in ("or", "and") for one, other in (("1", "2"), ("1", "0"), ("0", "1"), ("2",
     "1"), ("2", "3"), ("1", "3"))
@@ -86,8 +87,19 @@ family(121, "Always-true condition", "永真条件注入", [
         "1>0", "1 > 0", "2>1", "2 > 1", "1<2", "1<>2", "1!=2", "1>1", "1 like 1", "1 in (", "(1=1", "(1)=", "not 1=",
         "not (1",
         "true--", "true#", "1--", "1#", "1 -- ", "1 #", "1=", "1 =", "-1=", "0--", "false--")
-] + ["and(1)=", "or(1)=", "or(1=1", "and(1=1", "or 1 --", "and true;", "or/*/1/*/=", "or/*/1=1", "and/*/1=1",
-    "or/*/1=", "and/*/1="], BLANKS)
+] + ["and(1)=", "or(1)=", "or(1=1", "and(1=1", "or 1 --", "and true;"], BLANKS)
+# Digits at both ends of the comments make these words long enough for bodies.
+family(133, "Always-true condition", "永真条件注入", [
+    f"{word} {one}{sign}{one}" for word in ("or", "and") for one in _DIGITS for sign in ("=", " = ")
+    if sign == "=" or one == "1"
+] + [
+    f"{word} {one}" for word in ("or", "and") for one in (
+        "1=2", "1=0", "0=1", "2=1", "2=3", "1>0", "2>1", "1<2", "1--", "1#", "true", "false", "not 1",
+        "'1'='1", "'a'='a", "'x'='x", "''='", "\"1\"=\"1", "\"a\"=\"a", "\"\"=\"", "(1=1", "('1'='1", "1 like 1",
+        "1=(", "if(", "(select", "exists(", "ascii(", "substring(", "substr(")
+] + [f"{quote} {word} " for quote in "'\"" for word in ("or", "and", "||", "&&", "union", "order", "having")
+] + ["order by", "group by"], ("comment",))
+
 _OPERATORS = ["=", "||", "&&", "<=", ">=", "<>", "!=", "<=>", "like", "or", "and", "xor", "div", "mod", "rlike",
     "regexp", "not like", "not regexp",
               "sounds like", "^", "|", "&"]
@@ -120,33 +132,31 @@ family(122, "Always-true condition", "永真条件注入", [
 ], BLANKS)
 _CALLS = ["ascii(", "substring(", "substr(", "mid(", "length(", "len(", "char_length(", "ord(", "exists(",
     "exists (select", "(select(", "(ascii(", "if(", "(if(",
-          "isnull(", "unicode(", "hex(", "elt(", "make_set(", "exp(", "char(", "chr(", "user()", "version()",
+          "unicode(", "hex(", "elt(", "make_set(", "exp(", "char(", "chr(", "user()", "version()",
           "database()", "(length(",
-          "(substr", "sleep(", "db_name(", "system_user", "current_user", "updatexml(", "extractvalue(", "json_keys(",
+          "sleep(", "db_name(", "system_user", "current_user", "updatexml(", "extractvalue(", "json_keys(",
           "case when", "ifnull(",
-          "nullif(", "pi(", "md5(", "@@", "sin(", "cos(", "conv(", "rand(", "locate(", "instr(", "strcmp(", "concat(",
-          "bit_count(", "not exists(", "select count"]
+          "md5(", "@@", "sin(", "cos(", "rand(", "instr(", "concat(",
+          "not exists(", "select count"]
 family(123, "Blind condition", "布尔盲注", [
     f"{word} {call}" for word in ("or", "and") for call in _CALLS
 ], BLANKS)
 family(125, "Blind condition", "布尔盲注", [
-    "rlike (select", "rlike(select", "rlike sleep(", "rlike (case", "regexp (select", "like (select", "in(select",
+    "rlike (select", "rlike sleep(", "like (select", "in(select",
     "1=(select", "0=(select", "'=(select", "\"=(select", ")=(select", ">(select", "<(select", "like(select",
-    "between (select", "having 1=", "having count(", "is null--", "is null #", "(case when", "select case when",
+    "having 1=", "having count(", "(case when", "select case when",
     "case when (",
-    "then 1 else 0 end", "then 1 else", "then null else", "else null end", "else drop ", "iif(", "(elt(",
+    "then 1 else 0 end", "then 1 else", "else null end", "else drop ", "iif(", "(elt(",
     "select elt(", "in boolean mode) and", "in boolean mode) or",
-    "in boolean mode)", "select 1/0", "collate nocase", "starts_with(", "::bool", "::int", "::jsonb", "is not null--",
-    "or user like '", "or name like '", "collate`", "or username like '", "or 1 in (", "1' or ", "-1' or ", "0' or ",
-    "-1' and ", "99999' or ", "999999.9' or ", "'or'1", "'and'1", "' and (1", "'or id", "(1)and(", "(1)or(", ")or(",
-], COMMON)
+    "in boolean mode)", "collate nocase", "::bool", "::int", "::jsonb", "is not null--",
+    "or user like '", "or name like '", "collate`", "or username like '", "or 1 in (", "1' or ", "-1' or ", 
+    "-1' and ", "'or'1", "'and'1", "' and (1", "'or id", "(1)and(", "(1)or(", ")or(",
+], ("blank", "plus", "spread", "spread_plus"))
 # "Order by 5 pm" and "group by 2" are ordinary; so something must end the statement.
 family(124, "Column count probing", "探测列数", [
-    f"order by {number}{end}" for number in list(range(1, 36)) + [50, 99, 100, 9999, 31337] for end in ("--", " --",
-    "#")
-] + [f"order by {number}" for number in list(range(32, 41)) + [50, 60, 70, 80, 90, 99, 100, 200, 500, 999, 1000, 9999,
-    31337]] + [
-    "order by (", "order by if(", "order by rand(", "order by sleep(", "order by case", "/order/*/by/",
+    f"order by {number}{end}" for number in list(range(1, 32)) + [50, 99, 100] for end in ("--", "#")
+] + [f"order by {number}" for number in (50, 99, 100, 200, 500, 999, 1000, 9999, 31337)] + [
+    "order by (", "order by if(", "order by rand(", "order by sleep(", "order by case",
     "group by 1--", "group by 4--", "group by 4-- ", "group by concat(", "1 order by 1", "1 order by 2",
     "1 order by 3", "1 order by 5", "1 order by 10",
     "-1 order by ", "select*order by 1/", "having 1 = 1", "having 1 like 1",
@@ -208,7 +218,7 @@ family(142, "Error-based injection", "报错注入", [
     "cast((chr(", "cast((select", "cast(chr(", "cast(char(", "cast(version(", "cast(database(", "cast(user(",
     "cast(count(", "as char),0x", "extractvalue (", "updatexml (", "floor (rand (", "exp (~", "code(49)",
     "code(113)", "upper(xmltype", "elt(", "elt (",
-], COMMON)
+], ("blank", "plus", "spread", "spread_plus"))
 family(151, "Reading the database's catalogue", "读取数据库结构", [
     "information_schema.", "from information_schema", "`information_schema`", "[information_schema]", "group_concat(",
     "group_concat (", "concat_ws(", "concat_ws (", "from mysql.", "from sysobjects", "..sysobjects",
@@ -235,25 +245,20 @@ _STATEMENTS = ["select count(", "select case", "select sleep", "select pg_", "se
     "drop table", "drop database", "insert into",
                "delete from", "truncate table", "alter table", "create table", "create user", "create or replace",
                "create function", "exec(", "exec master",
-               "execute immediate", "declare @", "waitfor delay", "set @", "xp_", "iif(", "delete ignore",
-               "delete low_priority", "delete quick",
+               "execute immediate", "declare @", "waitfor delay", "set @", "xp_", "iif(", 
                "load xml", "load data", "drop function", "begin declare"]
-_TIGHT = ["select ", "select(", "select\n", "select/", "drop ", "insert ", "update ", "delete ", "exec ", "execute ",
+_TIGHT = ["select ", "select(", "select\n", "select/", "drop ", "update ", "exec ", "execute ",
     "declare ", "create ", "waitfor ", "shutdown", "call ",
-          "begin ", "if(", "if (", "iif(", "iif (", "alter ", "truncate ", "grant ", "copy ", "rename ", "merge "]
+          "begin ", "if(", "if (", "iif("]
 family(161, "Stacked query", "堆叠注入", [
     semi + text for semi in (";", "; ") for text in _STATEMENTS
-    if not (semi == "; " and text in ("create user", "create function", "backup database", "load data", "load xml"))
+    if semi == ";" or text in ("select count(", "drop table", "insert into", "delete from", "exec master", "waitfor delay", "declare @", "exec(", "drop database", "create table", "truncate table")
 ] + [
     closer + text for closer in ("';", "');") for text in _TIGHT
 ] + [
-    closer + text for closer in ("\");", "));") for text in ("drop ", "insert ", "update ", "exec ", "declare ",
-    "create ", "waitfor ", "begin ", "iif(", "iif (", "alter ", "select(", "select\n")
-] + [
     "\");" + text for text in ("select ", "if(", "if (", "call ")
 ] + [
-    "'; " + text for text in ("select ", "select\n", "drop ", "insert ", "update ", "delete ", "exec ", "declare ",
-    "create ", "waitfor ", "shutdown", "truncate ", "alter ")
+    "'; " + text for text in ("update ", "exec ", "declare ", "create ", "waitfor ", "shutdown")
 ] + [
     "';shutdown", "= all (select", "! all (select", "email=all(select", "union distinct ( select", "union ( select",
     "union all ( select", "select user from dual", "'or not false", "'or 0", "'or column", "'or id=",
@@ -276,9 +281,9 @@ family(171, "Comment ends the statement", "注释截断语句", [
     "1--+", "1 --+", "-- -a", 
 ], BLANKS)
 family(172, "Comment that the database runs", "可执行注释绕过", [
-    "/*!union", "/*!select", "/*!or", "/*!and", "/*!50000union", "/*!50000select", "/*!12345union", "/*!12345select",
-    "/*!00000union", "/*!00000select",
-    "/*!50000", "/*!00000", "/*!40000", "/*!12345", "/*!30000", "/*!32302", "/*!13337", "/*!11111",
+    f"/{STAR}!union", f"/{STAR}!select", f"/{STAR}!or", f"/{STAR}!and", f"/{STAR}!50000union", f"/{STAR}!50000select", f"/{STAR}!12345union", f"/{STAR}!12345select",
+    f"/{STAR}!00000union", f"/{STAR}!00000select",
+    f"/{STAR}!50000", f"/{STAR}!00000", f"/{STAR}!40000", f"/{STAR}!12345", f"/{STAR}!30000", f"/{STAR}!32302", f"/{STAR}!13337", f"/{STAR}!11111",
 ], PLAIN)
 family(173, "Character building", "字符拼接绕过", [
     "||chr(", "||char(", ")||chr", "concat(0x", "concat(char(", "concat(chr(", "concat((select", "concat((",
@@ -309,17 +314,25 @@ onratechange onreadystatechange onredo onrepeat onreset onresize onresizeend onr
 ontimeerror ontimeupdate ontoggle ontouchcancel ontouchend ontouchmove ontouchstart ontrackchange ontransitioncancel ontransitionend ontransitionrun ontransitionstart onundo onunhandledrejection onunload onurlflip onvolumechange onwaiting onwebkitanimationend onwebkitanimationiteration onwebkitanimationstart onwebkitfullscreenchange onwebkittransitionend onwheel onzoom
 """.split())
 
+# What attacks use most. In a body every spelling of every name would be too many rules.
+COMMON_EVENTS = """
+onanimationend onanimationstart onauxclick onbeforeunload onbegin onblur onchange onclick oncontextmenu oncopy oncut ondblclick
+ondrag ondragend ondragstart ondrop onend onerror onfocus onfocusin onhashchange oninput oninvalid onkeydown onkeypress onkeyup
+onload onloadstart onmessage onmousedown onmouseenter onmouseleave onmousemove onmouseout onmouseover onmouseup onpageshow
+onpaste onplay onpointerdown onpointerenter onpointerover onpopstate onpropertychange onreadystatechange onrepeat onreset
+onresize onscroll onsearch onselect onstart onsubmit ontoggle ontouchstart ontransitionend onunload onwheel onzoom
+""".split()
+
 family(181, "Injection in an address", "来源地址中的注入", [
     "%20union%20select", "%20union%20all%20select", "%27%20union", "%27%20order%20by", "%20order%20by%201",
     "%27%20or%201", "%27%20and%201", "%20or%201=1", "%20and%201=1", "%20or%201%3d1",
     "%20and%201%3d1", "%27%20or%20%27", "%3bselect", "%3bdrop", "/union/*/select", "%20and%20sleep", "%20or%20sleep",
     "sleep%28", "information_schema", "%20waitfor%20delay", "%27--", "%27%29%20or",
     "%3cscript", "%3csvg", "%3ciframe", "%3cimg", "alert%28", "onerror%3d", "onload%3d",
-], PLAIN, ("post", "header"))
+], PLAIN, ("header",))
 
 family(127, "Always-true condition", "永真条件注入", [
-    f"' or {name}{test}" for name in ("id", "uid", "userid", "user", "username", "name", "login", "email", "password",
-    "passwd") for test in ("=", " =", " like ", " is ", " <", ">")
+    f"' or {name}{test}" for name in ("id", "uid", "user", "username", "name", "password") for test in ("=", " =", " like ")
 ] + [
     "' or false", "' or exists", "' or (exists", "' or 2 between", "' or 1 between", "'or userid", "'or username",
     "'or name",
@@ -332,8 +345,6 @@ family(128, "Always-true condition", "永真条件注入", [
     "='" + blank + operator + blank + "'" for operator in _OPERATORS for blank in ("", " ")
     if (operator, blank) not in (("=", ""), ("and", " "), ("or", " "))
 ] + [
-    f"{word}/*/1=1{end}" for word in ("/or", "/and") for end in ("&", "\"", "--", "#", "'", "/")
-] + [
     f"{word} {one}={one}{end}" for word in ("or", "and") for one in ("1", "2") for end in ("&", "--", "#", "/", ")", "\"")
 ] + [
     f"{closer} or 1=" for closer in ("'", "\"", ")", "')", "\")")
@@ -341,13 +352,14 @@ family(128, "Always-true condition", "永真条件注入", [
     "or 1--&", "or 1#&", "or (1 or 1)", "and (8)=(3)", "'or'1'='1", "' or json", "or json_valid", "unlikely (id)"],
     BLANKS)
 family(129, "Column count probing", "探测列数", [
-    f"order by {number}{end}" for number in range(2, 32) for end in ("&", " &", "/")
-] + ["group by 16/", " 1/*!1111"], BLANKS, BODY)
+    f"order by {number}{end}" for number in range(2, 32) for end in ("&", " &")
+] + ["group by 16/", f" 1/{STAR}!1111"], BLANKS, BODY)
 family(130, "Always-true condition", "永真条件注入", [
     "='" + blank + operator + blank + "'&" for operator in _OPERATORS + ["<", ">"] for blank in ("", " ")
 ] + [
     f"{word} '{digit}{end}" for word in ("or", "and") for digit in _DIGITS for end in ("&", "'=")
-] + ["'or'1'", "'or 1 >", "'or 0>", "'or 1>", "'or'1=", " or/*/1/*/=/", "/and/*/elt(", ");iif(", "or a  =", "or x  =", "or 1  =", "'/*/and/*/elt(", "or (1=", "';iif(", "or 1# &", "or%201=1", "and%201=1", "'%20or%20", "\"%20or%20", "order by 1/", "order by 10/",
+    if end == "'=" or digit == "1"
+] + ["'or'1'", "'or 1 >", "'or 0>", "'or 1>", "'or'1=", ");iif(", "or a  =", "or x  =", "or 1  =", "or (1=", "';iif(", "or 1# &", "or%201=1", "and%201=1", "'%20or%20", "\"%20or%20", 
     "or \"\"a\"\"=\"\"", "(char(1*,char(", "'or 1=1"],
     BLANKS, BODY)
 
@@ -372,23 +384,23 @@ family(209, "Script call", "脚本调用", [
 family(202, "Script call", "脚本调用", [
     "alert`", "alert&lpar;", "alert&#40", "alert%28", "alert\\u0028", "alert\\x28", "alert.call(", "alert.apply(",
     "alert.bind(", "alert)(", "alert]()", "alert\\`", "alert//(", "alert?.(", "alert.source", "prompt`",
-    "prompt&lpar;", "prompt&#40", "prompt%28", "prompt\\u0028", "prompt\\x28", "prompt.call(", "prompt.apply(",
-    "prompt.bind(", "prompt)(", "prompt]()", "prompt\\`", "prompt//(", "prompt?.(", "prompt.source", "confirm`",
-    "confirm&lpar;", "confirm&#40", "confirm%28", "confirm\\u0028", "confirm\\x28", "confirm.call(", "confirm.apply(",
-    "confirm.bind(", "confirm)(", "confirm]()", "confirm\\`", "confirm//(", "confirm?.(", "confirm.source", "top['",
+    "prompt&lpar;", "prompt&#40", "prompt%28", "prompt\\u0028", "prompt\\x28", "prompt.call(",
+    "prompt)(", "confirm`",
+    "confirm&lpar;", "confirm&#40", "confirm%28", "confirm\\u0028", "confirm\\x28", "confirm.call(",
+    "confirm)(", "top['",
     "top[\"", "top[/", "self['", "self[\"", "self[/", "window[\"", "window[/", "window[`", "parent['", "parent[\"",
-    "parent[/", "frames['", "frames[\"", "frames[/", "this['", "this[\"", "this[/", "globalthis['", "globalthis[\"",
-    "globalthis[/", "document.url", "document.documenturi", "document.baseuri", "document.referrer", "document.forms",
+    "parent[/", "this['", "this[\"", "this[/", 
+    "globalthis[/", "document.url", "document.baseuri", 
     "document['cookie", "document[", "document.getelement", "document.queryselector", "document.__",
-    "document.implementation", "document.head", "document.documentelement", "document.title", "document::",
+    "document.head", "document.documentelement", "document.title", "document::",
     "eval(unescape", "eval(document", "eval(window", "eval(decode", "eval.call", "eval(this", "eval(/", "eval(a",
     "eval(self", "eval(url", "${eval}", "eval`", "settimeout('", "settimeout(\"", "settimeout(alert", "settimeout`",
-    "setinterval('", "setinterval(\"", "setinterval`", "setinterval(code", "function('al", "new function(",
+    "setinterval('", "setinterval`", "setinterval(code", "new function(",
     "new activexobject", "new function`", "function(\"", "[].constructor", "[].filter", "[].map", "[].sort",
     "].find(", ".constructor(", ".constructor`", ".constructor.constructor", "constructor['", "constructor[",
     "window.location", "window.name", "location=\"", "location=location", "location=name", "location=j",
     "location.replace(", "location.assign(", "location.href=", "location.href", "location.pathname",
-    "location.search", "location.protocol", "location=javascript", "throw onerror", "localstorage.", "wscript.",
+    "location.search", "location=javascript", "throw onerror", "wscript.",
     "msgbox(", "import('//", "$.getscript", "navigator.sendbeacon", "\\u0061lert", "\\x61lert", "aler\\u0074",
     "\\u{61}lert", "al\\x65rt", "\\x61\\x6c\\x65", "&#97;lert", "javascript&", "tostring(30)", "write(url",
     "getscript(", "externalinterface.call", "geturl,", "asfunction:", "alert(';", "alert(document.cookie)&",
@@ -408,15 +420,15 @@ family(203, "Script address", "脚本地址", [
     "view-source:", "src=data:text", "](javascript:",
 ], PLAIN, EVERYWHERE)
 # In JSON a quote has a "\\" before it, which the detector takes for the value.
-family(213, "Event attribute", "事件属性", [name + "=\\\"" for name in EVENT_NAMES] + [
+family(213, "Event attribute", "事件属性", [name + "=\\\"" for name in COMMON_EVENTS] + [
     "\\n" + name + "=" for name in ("onerror", "onclick", "onfocus", "onmouseover")
 ], PLAIN, BODY)
 # A parameter that is nothing but script. In a tag the detector names it, so the parameter's name is part of the phrase.
 _ADDRESS_PARAMETERS = ["url", "uri", "u", "redirect", "return", "returnurl", "next", "goto", "to", "link", "target", "dest",
-    "continue", "ref", "page", "website", "q"]
+    "page", "q"]
 _TEXT_PARAMETERS = ["q", "s", "query", "search", "keyword", "id", "name", "text", "callback"]
 family(210, "Script as a parameter", "参数为脚本", [
-    name + "=javascript:" + call for name in _ADDRESS_PARAMETERS for call in ("alert", "confirm", "prompt", "eval", "document")
+    name + "=javascript:" + call for name in _ADDRESS_PARAMETERS for call in ("alert", "prompt", "document")
 ] + [
     name + "=" + call for name in _TEXT_PARAMETERS for call in ("alert(", "confirm(", "prompt(", "eval(", "document.")
 ] + [
@@ -448,9 +460,9 @@ family(214, "Dangerous style or markup", "危险样式或标签", [
     name + "=" + quote for name in ("onload", "onerror", "onclick", "onfocus", "onmouseover", "oncut") for quote in "”’“"
 ], PLAIN)
 # A tag whose attributes are divided by "/", an attribute that a quote opens, a value that begins with a symbol.
-_EVENTS = ["onload", "onclick", "onblur", "onfocus", "onmouseover", "onerror", "onmouseenter", "onmousemove", "ontoggle"]
+_EVENTS = ["onload", "onclick", "onblur", "onfocus", "onmouseover", "onerror"]
 family(204, "Event attribute", "事件属性", [
-    "/" + name + "=" for name in EVENT_NAMES
+    "/" + name + "=" for name in COMMON_EVENTS
 ] + [
     "=" + quote + blank + name + "=" for name in _EVENTS for quote in "\"\'" for blank in ("", " ")
 ] + [
@@ -485,6 +497,55 @@ family(207, "Active markup in a body", "正文中的活动标签", [
     "&#60&#", "&#x3c;&#", "&#60;&#", "&#x73;&#x", "&#115;&#99", "&#115&#99", "&#106;&#97", "&#106&#97", "&#x6a;",
     "&#x6a&", "alert*&#40", "alert*&#x28", "prompt*&#x28", "confirm*&#x28", "javas*&#*ript", "%3ciframe", "%3csvg",
 ], BLANKS, BODY)
+
+# Script and markup that is an attack whatever surrounds it. The plainest forms (an "alert(1)" in <script>, in "onerror" or
+# behind "javascript:") are left to the detector; see the test NameScriptsAsScripts.
+family(215, "Event attribute", "事件属性", [
+    quote + blank + name + "=" for name in ("onload", "onclick", "onblur", "oncut", "onerror", "onmouseover", "onfocus")
+    for quote in "\"'" for blank in ("", " ") if (quote + blank + name) not in ("\" onerror", "\" onmouseover", "\"onload")
+] + [
+    name + "=" + value for name in ("onerror", "onload", "onmouseover")
+    for value in ("prompt", "confirm", "eval", "document", "window", "javascript", "this.", "self", "top", "'", "\"javascript", "\"prompt",
+    "\"window", "\"document", "\"eval", "\"this", "alert`", "alert(document", "alert(/", "\"alert(1", "\"alert(/", "\"alert(document",
+    "\\\"alert(1", "&#", "\"&#")
+    if (name, value) != ("onmouseover", "\"confirm")
+], BLANKS)
+_CALLS = ["alert", "prompt", "confirm"]
+family(216, "Script call", "脚本调用", [
+    before + call + "(" for call in _CALLS for before in (" ", "=\"\"", "$", "\\", "\n", ";\"", STAR, "%", "\"+", "!", ",\"", "=+")
+] + [
+    call + "(" + argument for call in _CALLS for argument in ("document.domain", "document.location", "document.url", "string.", "\"xss", "'xss", "/xss", "xss",
+    "`", "&", "\\", "1337", "0x", "this", "window", "\"1", "'1", "/1/", "0)", "2)", "3)",
+    "9)", "99)", "123", "1);", "1),", "1) ", "1)\"\"", "1)'", "1)//", "1)/", "1)\\", "1))", "1)-", "1)}", "1)+", "1)]", "1)&", "document.cookie);",
+    "document.cookie) ", "document.cookie)\"", "document.cookie)'", "document.cookie)>", "document.cookie)/", "document.cookie))", "document[", "[", "(", "{", "&#", "a)", "'hello", "'hack", "'cross", ")")
+    if call == "alert" or argument in ("document.domain", "document.location", "\"xss", "/xss", "1);", "1),", "1) ", "1)//", "0)", "123", "1337", "9)", "&", "`")
+], BLANKS)
+family(217, "Script call", "脚本调用", [
+    "<scr<script", "<scr\0", "script src=", "%3cscript", "%3csvg", "%3cimg", "alert%28", "onerror%3d", "onload%3d", "window['", "document.domain", "document.location", "document.write", "document.body.", "document.vulnerable",
+    "document.createelement(", "string.fromcharcode", "fromcharcode(", "eval(atob", "eval(string", "eval(location", "eval(name", "eval('",
+    "new xmlhttprequest", "window.open(", "window.onerror", "location.hash", "location='", "onerror=eval", "innerhtml=", "al\\u0065rt",
+    "a\\u006cert", "atob(", "unescape(", "write(1)", "document.cookie=", "document.cookie;", "document.cookie+", "+document.cookie",
+    "javascript:confirm", "javascript:eval", "javascript:document", "javascript:window", "javascript:javascript:", "javascript:/",
+    "javascript://", "&newline;", "background=javascript", "formaction=javascript", "formaction=\"", "xlink:href", "srcdoc=", "href=data:",
+    "javascript:alert(document", "javascript:alert('", "javascript:alert(\"", "javascript:alert(/", "javascript:alert(string", "javascript:alert`",
+] + [before + "javascript:" + call for before in " ',;(|:`" for call in ("alert", "prompt", "throw", "void")
+] + ["?*=javascript:" + call for call in ("alert", "prompt")], BLANKS)
+family(218, "Dangerous style or markup", "危险样式或标签", [
+    "expression(javascript", ":expression(", "behavior:url", "x:expression", "<math", "<layer", "<bgsound", "<isindex", "<marquee",
+    "<keygen", "<applet", "<frameset", "<frame ", "<xml ", "<xss", "<animate", "<event-source", "type=\"text/javascript",
+    "language=vbs", "dynsrc=", "lowsrc=", "<img/", "<img src=1", "<img src=a ", "<img src='x'", "<img src=# ", "<img src=`", "<x ", "<iframe/",
+    "<image", "<embed", "<object", "<meta ", "<base ", "<param ", "<applet", "&ltscript", "&ltimg", "&ltsvg", "<stylesheet", "< script", "< img", "< svg", "<script aaa",
+    "<scri pt", "<sc'+", "<*script>prompt", "clsid:", "mhtml:http", "mhtml:", "/_javascript:", "javas&tab", "java&tab", "j&newline", "language=\"vbs", "language=vbscript",
+    "charset=utf-7", "+adw-", "<listing", "<!attlist", "contenteditable on", "<handler", "<animatetransform", "<discard", "<portal src",
+    "<svg>", "<svg ><", "<svg/", "<svg width", "<svg id", "<svg><", "<svg onload=\"", "<svg onload='", "<svg onload=p", "<svg onload=c", "<svg onload=e", "<svg height",
+    "<script>*;</script", "<script>\"", "<script>'", "<script>+", "<script>/", "<script>d", "<script>p", "<script>c", "<script>w", "<script>e", "<script>v", "<script>f",
+    "&#x3c", "&#x03c", "&#x003c", "&#x0003c", "&#x00003c", "&#x000003c", "&#60", "&#060", "&#0060", "&#x003c;",
+], BLANKS)
+family(219, "Active markup in an address", "地址中的活动标签", [
+    "\"><img", "'><img", "\"><a ", "data:image/svg+xml", "<link rel", "<style>", "<style ", "</title>", "</textarea>",
+    "</style>", "<input *=", "<button>", "<table background", "<video>", "<video ", "<audio ", "<iframe>", "<img src=http", "<iframe sandbox", "<input pattern",
+    "<img onerror", "<layer",
+], BLANKS, ADDRESS_AND_HEADERS)
 
 # ---- the SQL detector -----------------------------------------------------------------------------------------------
 # A cut word that begins with a symbol cuts anywhere, so it may end inside a word; the rule word is that word's rest. The

@@ -26,7 +26,9 @@ TEST(RuleText, Records) {
       {"*a**b*", '*', false, rule("*a**b*", {"a", "b"})},
       {"x==", '*', false, rule("x", {})},
       {"%41*b", '*', false, rule("%41*b", {"%41", "b"})},
-      {"%41*b%3D%3Dc%2Ad", '*', true, rule("a*b", {"c", "d"})},
+      {"%41*b%3D%3Dc%2Ad", '*', true, rule("a*b==c*d", {"a", "b==c*d"})},
+      {"O%72 1==oR/%2a%2A/1=1*%7B#}%250%4C", '*', true, rule("or 1", {"or/**/1=1", "{#}%0l"})},
+      {"100%*%zz*%0Ab", '*', true, rule("100%*%zz*\nb", {"100%", "%zz", "\nb"})},
       {"\xC1|\xC1\x41|b", '|', false, rule("\xC1|\xC1\x41|b", {"\xC1|\xC1\x61", "b"})},  // trail bytes "|" and "A"
   };
   for (const auto& c : cases) {

@@ -79,6 +79,14 @@ TEST(RuleFile, RecordsComeBackAsTheyWereMeant) {
       {{"100%41"}, "", '*', false, true},
       {{"100%41"}, "", '*', true, true},
       {{"%"}, "%%", '*', true, true},
+      {{"or/**/1=1", "*"}, "", '*', true, true},
+      {{"a==b", "===", "=", "c="}, "", '*', true, true},
+      {{"=b"}, "a=", '*', true, true},
+      {{"a"}, "x===y=", '*', true, true},
+      {{"a{*}b{#}", "{", "#}"}, "{#}", ',', true, true},
+      {{"\r\na", "\tb"}, "", '*', true, true},
+      {{"\na"}, "", '*', false, false},
+      {{"你*", "%好"}, "*", '*', true, true},
   };
   for (const Case& c : cases) {
     RuleLine rule;
@@ -94,8 +102,10 @@ TEST(RuleFile, RecordsComeBackAsTheyWereMeant) {
     const std::vector<InjectionRule> loaded =
         ParseRules(CCharSet::Utf8ToLocal(record + "{#}"), c.separator, c.user_defined);
     ASSERT_EQ(loaded.size(), 1U) << record;
-    EXPECT_EQ(loaded[0].words.size(), c.words.size()) << record;
-    EXPECT_EQ(CCharSet::LocalToUtf8(loaded[0].words[0]), c.words[0]) << record;
+    ASSERT_EQ(loaded[0].words.size(), c.words.size()) << record;
+    for (std::size_t i = 0; i < c.words.size(); ++i) {
+      EXPECT_EQ(CCharSet::LocalToUtf8(loaded[0].words[i]), c.words[i]) << record;
+    }
     EXPECT_EQ(loaded[0].identifier, "id");
     EXPECT_EQ(loaded[0].remark, "remark");
   }
