@@ -175,14 +175,14 @@ bool IsServablePath(std::string_view path) {
 
 RangeOutcome ParseRange(std::string_view header, std::uint64_t size, std::uint64_t* first, std::uint64_t* last) {
   if (header.size() < 6 || !EqualsIgnoreCase(header.substr(0, 6), "bytes=")) return RangeOutcome::kWhole;
-  const std::string_view spec = TrimBlanks(header.substr(6));
-  const std::size_t dash = spec.find('-');
+  const std::string_view bounds = TrimBlanks(header.substr(6));
+  const std::size_t dash = bounds.find('-');
   // Several ranges would need a multipart answer; the whole file is a correct one.
-  if (dash == std::string_view::npos || spec.find(',') != std::string_view::npos) return RangeOutcome::kWhole;
+  if (dash == std::string_view::npos || bounds.find(',') != std::string_view::npos) return RangeOutcome::kWhole;
   std::uint64_t from = 0;
   std::uint64_t to = ~std::uint64_t{0};
-  const bool has_to = dash + 1 < spec.size();
-  if (has_to && !ParseDecimal(spec.substr(dash + 1), &to)) return RangeOutcome::kWhole;
+  const bool has_to = dash + 1 < bounds.size();
+  if (has_to && !ParseDecimal(bounds.substr(dash + 1), &to)) return RangeOutcome::kWhole;
   if (dash == 0) {
     if (!has_to) return RangeOutcome::kWhole;
     if (to == 0 || size == 0) return RangeOutcome::kUnsatisfiable;
@@ -190,7 +190,7 @@ RangeOutcome ParseRange(std::string_view header, std::uint64_t size, std::uint64
     *last = size - 1;
     return RangeOutcome::kPart;
   }
-  if (!ParseDecimal(spec.substr(0, dash), &from) || to < from) return RangeOutcome::kWhole;
+  if (!ParseDecimal(bounds.substr(0, dash), &from) || to < from) return RangeOutcome::kWhole;
   if (from >= size) return RangeOutcome::kUnsatisfiable;
   *first = from;
   *last = std::min(to, size - 1);

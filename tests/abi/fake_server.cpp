@@ -21,7 +21,7 @@ const HTTP_MODULE_ID kModuleId = reinterpret_cast<HTTP_MODULE_ID>(0x51);
 
 proof::Arena arena;
 proof::Outcome* outcome = nullptr;
-const proof::RequestSpec* spec = nullptr;
+const proof::ScriptedRequest* scripted = nullptr;
 
 void Fault(const char* what) {
   if (outcome->faults < proof::kMaxNotes) outcome->fault[outcome->faults] = what;
@@ -106,7 +106,7 @@ struct Request : RecordingHttpRequest {
     }
     return FindHeader(raw.Headers, proof::kRequestNames, proof::kRequestNames[id], size);
   }
-  PCSTR GetHttpMethod() const override { return spec->method; }
+  PCSTR GetHttpMethod() const override { return scripted->method; }
   PSOCKADDR GetLocalAddress() const override { return raw.pLocalAddress; }
   PSOCKADDR GetRemoteAddress() const override { return raw.pRemoteAddress; }
   DWORD GetSiteId() const override { return 3; }
@@ -119,15 +119,15 @@ struct Request : RecordingHttpRequest {
     if (async != 0) Fault("ReadEntityBody: asynchronous");
     if (received == nullptr) Fault("ReadEntityBody: no place for the count");
     if (pending != nullptr) *pending = 0;
-    if (inserted_left != 0 || offset >= spec->body_size) {
+    if (inserted_left != 0 || offset >= scripted->body_size) {
       at_end = true;
       *received = 0xDEADBEEF;  // means nothing at the end of the body
       return kHandleEof;
     }
-    DWORD count = spec->body_size - offset;
+    DWORD count = scripted->body_size - offset;
     if (count > size) count = size;
     if (count > kPiece) count = kPiece;
-    for (DWORD i = 0; i < count; ++i) static_cast<unsigned char*>(buffer)[i] = spec->body[offset + i];
+    for (DWORD i = 0; i < count; ++i) static_cast<unsigned char*>(buffer)[i] = scripted->body[offset + i];
     offset += count;
     *received = count;
     return 0;
@@ -140,8 +140,8 @@ struct Request : RecordingHttpRequest {
     return 0;
   }
   DWORD GetRemainingEntityBytes() override {
-    if (spec->chunked != 0) return at_end ? inserted_left : kUnknownLength;
-    return spec->body_size - offset + inserted_left;
+    if (scripted->chunked != 0) return at_end ? inserted_left : kUnknownLength;
+    return scripted->body_size - offset + inserted_left;
   }
 
   HTTP_REQUEST raw;
@@ -270,7 +270,7 @@ struct Context : RecordingHttpContext {
       size_t i = 0;
       for (; name[5 + i] != 0 && i < sizeof(header) - 1; ++i) header[i] = name[5 + i] == '_' ? '-' : name[5 + i];
       header[i] = 0;
-      return Same(header, "URL") ? spec->raw_url : request.GetHeader(header, nullptr);
+      return Same(header, "URL") ? scripted->raw_url : request.GetHeader(header, nullptr);
     }
     struct {
       const char* name;
@@ -282,13 +282,13 @@ struct Context : RecordingHttpContext {
                        {"SERVER_PORT", "80"},
                        {"SERVER_PORT_SECURE", "0"},
                        {"HTTPS", "OFF"},
-                       {"REQUEST_METHOD", spec->method},
+                       {"REQUEST_METHOD", scripted->method},
                        {"INSTANCE_ID", "3"},
                        {"URL", narrow_path},
                        {"SCRIPT_NAME", narrow_path},
                        {"PATH_INFO", narrow_path},
                        {"QUERY_STRING", query},
-                       {"UNENCODED_URL", spec->raw_url},
+                       {"UNENCODED_URL", scripted->raw_url},
                        {"APP_POOL_ID", "DefaultAppPool"},
                        {"SERVER_PROTOCOL", "HTTP/1.1"}};
     for (const auto& row : table) {
@@ -360,13 +360,13 @@ SOCKADDR_IN remote = {2, 0x5000, {203, 0, 113, 9}, {}};
 SOCKADDR_IN local = {2, 0x5000, {192, 0, 2, 1}, {}};
 
 void FillUrl(Context& context, HTTP_COOKED_URL& url) {
-  const size_t size = proof::Length(spec->raw_url);
+  const size_t size = proof::Length(scripted->raw_url);
   size_t path_size = 0;
-  while (path_size < size && spec->raw_url[path_size] != '?') ++path_size;
+  while (path_size < size && scripted->raw_url[path_size] != '?') ++path_size;
   static constexpr char kHost[] = "http://localhost:80";
   constexpr size_t kHostSize = sizeof(kHost) - 1;
   char* full = arena.Copy(kHost, kHostSize + size);
-  for (size_t i = 0; i < size; ++i) full[kHostSize + i] = spec->raw_url[i];
+  for (size_t i = 0; i < size; ++i) full[kHostSize + i] = scripted->raw_url[i];
   const wchar_t* wide = arena.Widen(full, kHostSize + size);
   url.pFullUrl = wide;
   url.FullUrlLength = static_cast<USHORT>((kHostSize + size) * 2);
@@ -376,23 +376,23 @@ void FillUrl(Context& context, HTTP_COOKED_URL& url) {
   url.AbsPathLength = static_cast<USHORT>(path_size * 2);
   url.pQueryString = path_size < size ? wide + kHostSize + path_size : nullptr;
   url.QueryStringLength = static_cast<USHORT>((size - path_size) * 2);
-  context.narrow_path = arena.Copy(spec->raw_url, path_size);
-  context.query = path_size < size ? spec->raw_url + path_size + 1 : "";
-  context.path = arena.Widen(spec->raw_url, path_size);
+  context.narrow_path = arena.Copy(scripted->raw_url, path_size);
+  context.query = path_size < size ? scripted->raw_url + path_size + 1 : "";
+  context.path = arena.Widen(scripted->raw_url, path_size);
 }
 
 void FillRequest(Context& context) {
   HTTP_REQUEST& raw = context.request.raw;
   raw = {};
   raw.MajorVersion = raw.MinorVersion = 1;
-  raw.Verb = Same(spec->method, "GET") ? HttpVerbGET : Same(spec->method, "POST") ? HttpVerbPOST : HttpVerbUnknown;
-  raw.pRawUrl = spec->raw_url;
-  raw.RawUrlLength = static_cast<USHORT>(proof::Length(spec->raw_url));
+  raw.Verb = Same(scripted->method, "GET") ? HttpVerbGET : Same(scripted->method, "POST") ? HttpVerbPOST : HttpVerbUnknown;
+  raw.pRawUrl = scripted->raw_url;
+  raw.RawUrlLength = static_cast<USHORT>(proof::Length(scripted->raw_url));
   raw.pRemoteAddress = reinterpret_cast<PSOCKADDR>(&remote);
   raw.pLocalAddress = reinterpret_cast<PSOCKADDR>(&local);
   FillUrl(context, raw.CookedUrl);
-  for (int i = 0; i < spec->header_count; ++i) {
-    AddHeader(raw.Headers, proof::kRequestNames, spec->headers[i].name, spec->headers[i].value);
+  for (int i = 0; i < scripted->header_count; ++i) {
+    AddHeader(raw.Headers, proof::kRequestNames, scripted->headers[i].name, scripted->headers[i].value);
   }
   context.response.raw = {};
   context.response.raw.StatusCode = 200;
@@ -440,9 +440,9 @@ extern "C" const char* ServerStart(RegisterFunction register_module) {
   return nullptr;
 }
 
-extern "C" void ServerRequest(const proof::RequestSpec* request, proof::Outcome* result) {
+extern "C" void ServerRequest(const proof::ScriptedRequest* request, proof::Outcome* result) {
   static Context context_storage;
-  spec = request;
+  scripted = request;
   outcome = result;
   arena.Reset();
   host_transcript.count = 0;

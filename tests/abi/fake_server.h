@@ -13,7 +13,7 @@ struct Header {
 };
 
 /// One request as a client sends it.
-struct RequestSpec {
+struct ScriptedRequest {
   const char* method;
   const char* raw_url;
   const Header* headers;
@@ -60,6 +60,6 @@ using RegisterFunction = void (*)();
 /// Calls RegisterModule. Null, or what was wrong with the registration.
 extern "C" const char* ServerStart(RegisterFunction register_module);
 /// Takes one request through the notifications, in the server's order.
-extern "C" void ServerRequest(const proof::RequestSpec* request, proof::Outcome* outcome);
+extern "C" void ServerRequest(const proof::ScriptedRequest* request, proof::Outcome* outcome);
 /// Ends the module. Null, or what was wrong.
 extern "C" const char* ServerStop();

@@ -18,7 +18,7 @@ using Headers = std::vector<proof::Header>;
 
 struct Case {
   const char* name;
-  proof::RequestSpec request;
+  proof::ScriptedRequest request;
   bool blocked;
 };
 
@@ -30,11 +30,11 @@ const Headers& OrdinaryHeaders() {
   return headers;
 }
 
-proof::RequestSpec Get(const char* url, const Headers& headers = OrdinaryHeaders()) {
+proof::ScriptedRequest Get(const char* url, const Headers& headers = OrdinaryHeaders()) {
   return {"GET", url, headers.data(), static_cast<int>(headers.size()), nullptr, 0, 0};
 }
 
-proof::RequestSpec Post(const std::string& body, bool chunked) {
+proof::ScriptedRequest Post(const std::string& body, bool chunked) {
   // Kept for the life of the program: a request only points to its headers.
   static std::deque<std::string> lengths;
   static std::deque<Headers> kept;
@@ -63,7 +63,7 @@ class ModuleFile : public testing::Test {
   static void TearDownTestSuite() { EXPECT_STREQ(ServerStop(), nullptr); }
 
   /// Runs one request and checks what holds for all of them.
-  static std::unique_ptr<proof::Outcome> Run(const proof::RequestSpec& request) {
+  static std::unique_ptr<proof::Outcome> Run(const proof::ScriptedRequest& request) {
     auto outcome = std::make_unique<proof::Outcome>();
     ServerRequest(&request, outcome.get());
     for (unsigned i = 0; i < outcome->faults && i < proof::kMaxNotes; ++i) ADD_FAILURE() << outcome->fault[i];
