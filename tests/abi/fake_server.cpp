@@ -385,7 +385,9 @@ void FillRequest(Context& context) {
   HTTP_REQUEST& raw = context.request.raw;
   raw = {};
   raw.MajorVersion = raw.MinorVersion = 1;
-  raw.Verb = Same(scripted->method, "GET") ? HttpVerbGET : Same(scripted->method, "POST") ? HttpVerbPOST : HttpVerbUnknown;
+  raw.Verb = Same(scripted->method, "GET")    ? HttpVerbGET
+             : Same(scripted->method, "POST") ? HttpVerbPOST
+                                              : HttpVerbUnknown;
   raw.pRawUrl = scripted->raw_url;
   raw.RawUrlLength = static_cast<USHORT>(proof::Length(scripted->raw_url));
   raw.pRemoteAddress = reinterpret_cast<PSOCKADDR>(&remote);
