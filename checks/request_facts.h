@@ -17,6 +17,7 @@ class IHttpContext;
 namespace qiv {
 
 struct WebsiteConfig;
+class CQivLibs;
 class InjectionLibrary;
 
 enum Phase : std::int32_t { kPhaseBegin = 1, kPhasePostExecute = 3, kPhaseSendResponse = 4 };
@@ -80,6 +81,7 @@ struct RequestFacts {
   /// The records in force when the request began; held to its end.
   std::shared_ptr<const WebsiteConfig> config;
   std::shared_ptr<const InjectionLibrary> library;
+  std::shared_ptr<const CQivLibs> webshells;  ///< null while there is none: nothing can be looked for
 };
 
 }  // namespace qiv

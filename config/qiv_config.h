@@ -8,6 +8,7 @@
 
 #include "common/published.h"
 #include "config/config_parser.h"
+#include "config/trojan_library.h"
 #include "config/website_config.h"
 #include "engines/injection_library.h"
 #include "port/clock.h"
@@ -28,6 +29,7 @@ struct ConfigPaths {
   std::string ipv4_areas;        ///< config/iplib.db
   std::string ipv6_areas;        ///< config/iplibv6.db
   std::string bad_ips;           ///< config/_badip.db
+  std::string trojan_library;    ///< config/_trojan.db
   std::string log_directory;     ///< debug/
 };
 
@@ -73,6 +75,8 @@ class CQivConfig {
   /// The records in force. Never null. The caller keeps them to the end of its request; no lock is taken.
   std::shared_ptr<const WebsiteConfig> Current() const { return current_.Load(); }
   std::shared_ptr<const InjectionLibrary> Library() const { return library_.Load(); }
+  /// The webshell library. Null until a configuration was loaded.
+  std::shared_ptr<const CQivLibs> Webshells() const { return trojans_.Current(); }
 
   /// The identifier the server gave this module; null before registration.
   void* ModuleId() const { return module_id_.load(); }
@@ -85,16 +89,20 @@ class CQivConfig {
   ConfigStatus SwapConfig();
   void SetSwitches(bool valid);
   bool ReloadInjectionLibrary();
+  bool ReloadTrojanLibrary();
 
   const ConfigPaths paths_;
   const Clock clock_;
   ITickClient* tick_client_ = nullptr;
   std::atomic<void*> module_id_{nullptr};
   std::atomic<bool> refreshing_{false};  ///< a thread is inside Refresh
-  bool library_wanted_ = false;          ///< a configuration was loaded and its library not yet; inside Refresh only
+  // A configuration was loaded and its libraries not yet; inside Refresh only.
+  bool library_wanted_ = false;
+  bool trojans_wanted_ = false;
   std::atomic<ConfigStatus> last_status_{ConfigStatus::kUnreadable};
   CPublished<WebsiteConfig> current_;
   CPublished<InjectionLibrary> library_;
+  CTrojanLibrary trojans_;
 
   mutable CCriticalSection config_check_lock_;
   std::int64_t last_check_ QIV_GUARDED_BY(config_check_lock_) = 0;  ///< seconds; 0: never

@@ -47,6 +47,7 @@ void CPipeline::StartRecord(iis::IHttpContext& context, Phase phase, RequestFact
   facts.started_us = MonotonicMicroseconds();
   facts.config = config_.Current();
   facts.library = config_.Library();
+  facts.webshells = config_.Webshells();
   facts.headers.reserve(kUsualHeaders);
 }
 

@@ -215,6 +215,79 @@ TEST_F(QivConfig, LibrariesFollowTheFlag) {
   EXPECT_EQ(config_.Library(), same);
 }
 
+std::string Finding(const std::shared_ptr<const CQivLibs>& library, std::string_view text) {
+  WebshellResult result;
+  return library->WebshellScan(text, &result) ? result.name : result.known_good ? "known good" : "";
+}
+
+std::string TrojanText(const std::string& word) {
+  return encrypt_text("", "<trojan_rules>" + word + "{*}0{*}named " + word + "{*}0{*}0{*}4{*}0{#}</trojan_rules>" +
+                              "<trojan_free>good" + word + "{#}</trojan_free>");
+}
+
+std::string SiteText(const std::string& other) {
+  return FileText("<sys_is_qiv>1</sys_is_qiv>" + other + SettingsText(""));
+}
+
+TEST_F(QivConfig, TheWebshellLibraryFollowsFileSiteAndLanguage) {
+  constexpr std::string_view kShell = "<?php eval($_POST[1]);";
+  Write("_trojan.db", TrojanText("one"));
+  Tick();
+  EXPECT_EQ(config_.Webshells(), nullptr) << "no configuration yet";
+  Write(Numbered(1, false));
+  Tick();
+  const std::shared_ptr<const CQivLibs> first = config_.Webshells();
+  ASSERT_NE(first, nullptr);
+  EXPECT_EQ(Finding(first, "a one"), "named one");
+  EXPECT_EQ(Finding(first, "a goodone"), "known good");
+  EXPECT_EQ(Finding(first, kShell), "Backdoor") << "the built-in detectors stay";
+  Write("_trojan.db", TrojanText("two"));
+  Tick();
+  EXPECT_EQ(config_.Webshells(), first) << "not watched while the flag is off";
+  Write(SiteText(""));
+  Tick();
+  EXPECT_EQ(Finding(config_.Webshells(), "two"), "named two");
+  EXPECT_EQ(Finding(config_.Webshells(), "one"), "");
+  EXPECT_EQ(Finding(first, "one"), "named one") << "a reader keeps what it took";
+
+  const std::shared_ptr<const CQivLibs> good = config_.Webshells();
+  const std::string whole = "<trojan_rules>two{*}0{*}x{#}</trojan_rules>";
+  const std::string broken[] = {"",
+                                "junk",
+                                encrypt_text("", "no list"),
+                                encrypt_text("", whole.substr(0, 30)),
+                                encrypt_text("other key of 16", whole),
+                                std::string(3, '\0')};
+  for (const std::string& text : broken) {
+    Write("_trojan.db", text);
+    Tick();
+    EXPECT_EQ(config_.Webshells(), good) << text;
+  }
+  // A new configuration builds on the last good file, not on the broken one.
+  Write(
+      SiteText("<language>zh-CN</language><website_other><trojan_usertrojan>mine{#}</trojan_usertrojan>"
+               "<trojan_freecode>ours{#}</trojan_freecode></website_other>"));
+  Tick();
+  EXPECT_EQ(Finding(config_.Webshells(), "two"), "named two");
+  EXPECT_NE(Finding(config_.Webshells(), "mine"), "");
+  EXPECT_EQ(Finding(config_.Webshells(), "ours mine"), "known good");
+  EXPECT_NE(Finding(config_.Webshells(), kShell), "Backdoor") << "in Chinese";
+  const std::shared_ptr<const CQivLibs> same = config_.Webshells();
+  SetTime("_config.db", Time("_config.db") + std::chrono::seconds(1));
+  Tick();
+  EXPECT_EQ(config_.Webshells(), same) << "nothing it is made of changed";
+
+  std::filesystem::remove(std::filesystem::u8path(File("_trojan.db")));
+  Tick();
+  EXPECT_EQ(Finding(config_.Webshells(), "two"), "");
+  EXPECT_NE(Finding(config_.Webshells(), "mine"), "");
+
+  Write("_trojan.db", "x");
+  std::filesystem::resize_file(std::filesystem::u8path(File("_trojan.db")), CTrojanLibrary::kFileMaxBytes + 1);
+  Tick();
+  EXPECT_NE(Finding(config_.Webshells(), "mine"), "");
+}
+
 class CCountingClient : public ITickClient {
  public:
   bool OnServiceTick(std::int64_t now) override {
@@ -255,6 +328,7 @@ TEST_F(QivConfig, TickClientsRideAlong) {
 
 TEST_F(QivConfig, SixteenReadersWhileReloading) {
   constexpr int kReloads = 60;
+  Write("_trojan.db", TrojanText("word"));
   Write(Numbered(1));
   Tick();
   std::atomic<bool> done{false};
@@ -268,11 +342,13 @@ TEST_F(QivConfig, SixteenReadersWhileReloading) {
         if (config->attack.cc_allow_urls != "/" + std::to_string(config->attack.cc_lock_freq)) ++faults;
         if (!config_.IsConfigValid()) ++faults;
         if (!config_.Library()->Keys().empty()) ++faults;
+        if (Finding(config_.Webshells(), "word").empty()) ++faults;
         std::this_thread::yield();
       }
     });
   }
   for (int number = 2; number <= kReloads; ++number) {
+    if (number % 4 == 0) Write("_trojan.db", TrojanText("word"));
     Write(Numbered(number, number % 2 == 0));
     test_now += 2;
     while (Number() != number) {  // any of the threads may make the tick

@@ -1,0 +1,31 @@
+// What every check does that found a webshell: the texts of the block, its flags, its statistics.
+#pragma once
+
+#include <string_view>
+
+#include "checks/check_result.h"
+#include "checks/request_facts.h"
+#include "common/messages.h"
+#include "engines/webshell_result.h"
+
+namespace qiv {
+
+/// Statistics categories: content that was sent to the site, and content that the site sent.
+inline constexpr std::string_view kWebshellStatistics = "trojan";
+inline constexpr std::string_view kWebshellOutputStatistics = "trojanhtml";
+
+/// Where a webshell was found.
+struct WebshellPlace {
+  std::string_view place;  ///< in texts, the same in both languages: "GET", "POST", "Header", "File", "Response"
+  std::string_view name;   ///< of the parameter, header or file, GBK; empty: none
+  MessageId item = MessageId::kWebshellItem;  ///< the protection that found it
+  std::string_view statistics = kWebshellStatistics;
+};
+
+/// Blocks, counted by smart blocking:
+///   item    "Webshell Protection(GET)"
+///   reason  "Deny webshell(GET),Type:ASP backdoor"
+///   detail  "Deny webshell(GET[q]),Type:ASP backdoor(Hide),Keywords:eval"
+void BlockWebshell(const WebshellPlace& place, const WebshellResult& found, RequestFacts& facts, CheckResult& result);
+
+}  // namespace qiv
