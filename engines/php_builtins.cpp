@@ -328,6 +328,13 @@ bool IsDangerousName(std::string_view name) {
   }
 }
 
+bool IsPhpRunner(std::string_view lower_name) {
+  if (lower_name == "eval") return true;
+  const PhpFunction* const function = FindPhpFunction(lower_name);
+  return function != nullptr &&
+         (function->kind == Kind::kCode || function->kind == Kind::kCommand || function->kind == Kind::kMakeCode);
+}
+
 bool PhpTextOf(const PhpValue& value, std::string* text) {
   if (value.is_number) {
     *text = std::to_string(value.number);

@@ -41,6 +41,9 @@ const PhpFunction* FindPhpFunction(std::string_view name);
 /// Whether running it from a hidden name tells the file apart: code and command functions, decoders, writers.
 bool IsDangerousName(std::string_view lower_name);
 
+/// A function that makes the request run when it is given as a callback.
+bool IsPhpRunner(std::string_view lower_name);
+
 /// What the function gives for arguments whose texts are known; a value without text when it cannot be told.
 /// `limit`: the most bytes the text may have.
 PhpValue EvaluatePhpFunction(std::string_view lower_name, std::span<const PhpValue> arguments, std::size_t limit);

@@ -159,6 +159,7 @@ class CPhpMachine {
   void RunCommand(std::string_view name, std::span<const PhpValue> arguments);
   PhpValue RunCallback(const PhpFunction& function, std::span<PhpValue> arguments);
   void RunPattern(std::string_view name, std::span<const PhpValue> arguments);
+  PhpValue Open(std::string_view name, std::span<const PhpValue> arguments);
   void Write(std::string_view name, std::span<const PhpValue> arguments);
   void Move(std::string_view name, std::span<const PhpValue> arguments);
   PhpValue Read(std::string_view name, std::span<const PhpValue> arguments);

@@ -12,29 +12,9 @@ namespace {
 
 constexpr std::uint32_t kRequest = kFromRequest | kWholeRequest;
 
-bool EndsWithScript(std::string_view path) {
-  constexpr std::array<std::string_view, 8> kScripts = {".php", ".php3", ".php5", ".phtml",
-                                                        ".asp", ".aspx", ".jsp",  ".pht"};
-  const std::string lower = CCharSet::LowerAscii(path);
-  return std::any_of(kScripts.begin(), kScripts.end(), [&](std::string_view end) { return lower.ends_with(end); });
-}
-
-bool IsAddress(std::string_view text) {
-  return text.starts_with("http://") || text.starts_with("https://") || text.starts_with("ftp://");
-}
-
 bool HoldsCode(std::string_view text) {
   return text.find('(') != std::string_view::npos || text.find("<?") != std::string_view::npos ||
          text.find('`') != std::string_view::npos;
-}
-
-// A function that makes the request run when it is given as a callback.
-bool IsRunner(std::string_view lower_name) {
-  if (lower_name == "eval") return true;
-  const PhpFunction* const function = FindPhpFunction(lower_name);
-  return function != nullptr &&
-         (function->kind == PhpFunctionKind::kCode || function->kind == PhpFunctionKind::kCommand ||
-          function->kind == PhpFunctionKind::kMakeCode);
 }
 
 // What works on files, folders, hosts or databases.
@@ -84,10 +64,6 @@ bool RunsReplacement(std::string_view pattern) {
   const std::string_view modifiers = pattern.substr(end + 1);
   return modifiers.find('e') != std::string_view::npos &&
          std::all_of(modifiers.begin(), modifiers.end(), [](char c) { return IsLetter(c); });
-}
-
-bool AnyHas(std::span<const PhpValue> values, std::uint32_t origins) {
-  return std::any_of(values.begin(), values.end(), [origins](const PhpValue& value) { return value.Has(origins); });
 }
 
 }  // namespace
@@ -197,7 +173,7 @@ PhpValue CPhpMachine::CallNamed(std::string_view name, std::span<PhpValue> argum
       if (!argument.array || !Spend(argument.array->size())) continue;
       for (const auto& [key, element] : *argument.array) {
         const std::string callback = CCharSet::LowerAscii(element.Text());
-        if (AnyHas(arguments, kFromRequest) && IsRunner(callback)) Report(PhpFindingKind::kBackdoor, callback);
+        if (AnyHas(arguments, kFromRequest) && IsPhpRunner(callback)) Report(PhpFindingKind::kBackdoor, callback);
         if (Function* const user = FindUser(callback)) CallUser(*user, arguments.first(1));
       }
     }
@@ -237,17 +213,8 @@ PhpValue CPhpMachine::CallKnown(const PhpFunction& function, std::span<PhpValue>
     case Kind::kWrite:
       Write(name, arguments);
       return {};
-    case Kind::kOpen: {
-      PhpValue handle;
-      if (arguments.empty()) return handle;
-      const std::string_view path = arguments[0].Text();
-      if (path == "php://input" || path.starts_with("/etc/")) return Read(name, arguments);
-      handle.origin = arguments[0].origin & (kFromRequest | kWholeRequest | kFromUpload);
-      if (IsAddress(path)) handle.origin |= kFromNetwork;
-      if (EndsWithScript(path) && arguments.size() > 1 && !arguments[1].Text().starts_with("r"))
-        handle.origin |= kScriptTarget;
-      return handle;
-    }
+    case Kind::kOpen:
+      return Open(name, arguments);
     case Kind::kRemove:
       if (!arguments.empty() && arguments[0].Has(kNeverAssigned)) Report(PhpFindingKind::kUnknownSource, name);
       return {};
@@ -347,8 +314,8 @@ PhpValue CPhpMachine::RunCallback(const PhpFunction& function, std::span<PhpValu
     const std::string name = CCharSet::LowerAscii(callback.Text());
     if (callback.Has(kComputed) && IsDangerousName(name)) Report(PhpFindingKind::kHidden, name, callback.way);
     const bool output = function.name == "ob_start";
-    if (IsRunner(name) && (output || AnyHas(arguments, kFromRequest))) Report(PhpFindingKind::kBackdoor, name);
-    if (IsRunner(name) && AnyHas(arguments, kDecoded)) Report(PhpFindingKind::kHidden, name, value.way);
+    if (IsPhpRunner(name) && (output || AnyHas(arguments, kFromRequest))) Report(PhpFindingKind::kBackdoor, name);
+    if (IsPhpRunner(name) && AnyHas(arguments, kDecoded)) Report(PhpFindingKind::kHidden, name, value.way);
     if (function.name.starts_with("call_user_func") || function.name.starts_with("forward_static")) {
       if (function.name.ends_with("_array") && arguments.size() > 1 && arguments[1].array &&
           Spend(arguments[1].array->size())) {
@@ -398,92 +365,6 @@ void CPhpMachine::RunPattern(std::string_view name, std::span<const PhpValue> ar
   }
   if (arguments[1].Has(kNeverAssigned)) Report(PhpFindingKind::kUnknownSource, name);
   if (arguments[1].HasText()) AddNested(arguments[1].Text());
-}
-
-void CPhpMachine::Write(std::string_view name, std::span<const PhpValue> arguments) {
-  if (arguments.size() < 2) return;
-  const PhpValue& target = arguments[0];
-  const PhpValue& data = arguments[1];
-  const bool script = target.Has(kScriptTarget) || (name == "file_put_contents" && EndsWithScript(target.Text()));
-  if (data.Has(kFromRequest) && (script || target.Has(kFromRequest))) return Report(PhpFindingKind::kFileWrite, name);
-  if (data.Has(kFromRequest) && name == "file_put_contents" && target.HasText())
-    written_.insert(std::string(target.Text()));
-  if (data.Has(kFromNetwork) && (script || target.Has(kFromRequest))) Report(PhpFindingKind::kDownload, name);
-  if (data.HasText() && data.Text().find("<?") != std::string_view::npos) AddNested("?>" + std::string(data.Text()));
-}
-
-void CPhpMachine::Move(std::string_view name, std::span<const PhpValue> arguments) {
-  if (arguments.size() < 2 || name == "rename") return;
-  const PhpValue& source = arguments[0];
-  const PhpValue& target = arguments[1];
-  if (source.Has(kFromUpload) || name == "move_uploaded_file") {
-    if (target.Has(kFromUpload | kFromRequest) || EndsWithScript(target.Text())) Report(PhpFindingKind::kUpload, name);
-  } else if (IsAddress(source.Text()) && EndsWithScript(target.Text())) {
-    Report(PhpFindingKind::kDownload, name);
-  } else if (source.Has(kWholeRequest) && target.Has(kFromRequest)) {
-    Report(PhpFindingKind::kFileWrite, name);
-  }
-}
-
-PhpValue CPhpMachine::Read(std::string_view name, std::span<const PhpValue> arguments) {
-  PhpValue value;
-  if (arguments.empty()) return value;
-  const PhpValue& path = arguments[0];
-  const std::string_view text = path.Text();
-  if (text == "php://input") {
-    value.origin = kRequest;
-  } else if (text == "/etc/passwd" || text == "/etc/shadow") {
-    Report(PhpFindingKind::kSensitive, text);
-  } else if (name == "fsockopen" || name == "pfsockopen" || name.find("socket_") != std::string_view::npos) {
-    value.origin = kFromNetwork;
-  } else if (IsAddress(text) || path.Has(kFromNetwork)) {
-    value.origin = kFromNetwork;
-  } else if (path.Has(kTempUpload | kWholeRequest)) {
-    value.origin = kRequest;
-  }
-  return value;
-}
-
-void CPhpMachine::Include(const PhpValue& path) {
-  if (path.Has(kWholeRequest) || path.Has(kTempUpload) || (path.HasText() && written_.contains(*path.text))) {
-    Report(PhpFindingKind::kInclude, "include");
-  } else if (path.Has(kFromNetwork)) {
-    Report(PhpFindingKind::kNetworkCode, "include");
-  } else if (path.HasText() && (IsAddress(path.Text()) || path.Text() == "php://input")) {
-    Report(PhpFindingKind::kNetworkCode, "include");
-  }
-}
-
-PhpValue CPhpMachine::CallMember(std::string_view name, std::span<PhpValue> arguments, const Operand& callee) {
-  pending_new_ = false;
-  if (com_objects_ && (name == "run" || name == "exec" || name == "shellexecute") && AnyHas(arguments, kFromRequest)) {
-    Report(PhpFindingKind::kBackdoor, name);
-  }
-  if (Function* const user = FindUser(name)) return CallUser(*user, arguments);
-  for (const PhpValue& argument : arguments) {
-    if (!argument.HasText() || argument.Text().size() > 32) continue;
-    const std::string text = CCharSet::LowerAscii(argument.Text());
-    const bool runner = text == "assert" || text == "passthru" || text == "shell_exec" || text == "eval";
-    if (argument.Has(kComputed) && IsRunner(text) && text != "exec")
-      Report(PhpFindingKind::kHidden, text, argument.way);
-    if (runner && (AnyHas(arguments, kFromRequest) || callee.value.Has(kFromRequest)))
-      Report(PhpFindingKind::kBackdoor, text);
-  }
-  if (const PhpFunction* const function = FindPhpFunction(name);
-      function != nullptr && function->kind == PhpFunctionKind::kCallback) {
-    if (function->name == "uasort" || function->name == "uksort" || function->name == "usort") {
-      if (!arguments.empty() && arguments[0].HasText() && IsRunner(CCharSet::LowerAscii(arguments[0].Text()))) {
-        Report(PhpFindingKind::kBackdoor, arguments[0].Text());
-      }
-      if (!arguments.empty() && arguments[0].Has(kFromRequest)) Report(PhpFindingKind::kRequestCall, name);
-    } else if (function->callback >= 0) {
-      return RunCallback(*function, arguments);
-    }
-  }
-  if (name == "invoke" || name == "invokeargs" || name == "__invoke") {
-    if (callee.value.Has(kFromRequest)) Report(PhpFindingKind::kRequestCall, name);
-  }
-  return {};
 }
 
 PhpFlowResult FollowPhp(std::string_view source, bool in_code) { return CPhpMachine(source, in_code).Run(); }

@@ -1,8 +1,10 @@
 // What the analysis of a PHP file knows of a value without running anything.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -62,5 +64,10 @@ struct PhpValue {
   /// Adds the other's origins (and way, if there is none yet).
   void Join(const PhpValue& other);
 };
+
+/// Whether one of the values has one of the origins.
+inline bool AnyHas(std::span<const PhpValue> values, std::uint32_t origins) {
+  return std::any_of(values.begin(), values.end(), [origins](const PhpValue& value) { return value.Has(origins); });
+}
 
 }  // namespace qiv
