@@ -52,9 +52,27 @@ std::string_view Reference(char c) {
   }
 }
 
+constexpr char LowerByte(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c | 0x20) : c; }
+
 constexpr bool IsControl(char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; }
 
 }  // namespace
+
+bool EqualNoCase(std::string_view text, std::string_view lower) {
+  return std::equal(text.begin(), text.end(), lower.begin(), lower.end(),
+                    [](char a, char b) { return LowerByte(a) == b; });
+}
+
+bool BeginsNoCase(std::string_view text, std::string_view lower) {
+  return EqualNoCase(text.substr(0, lower.size()), lower);
+}
+
+std::size_t FindNoCase(std::string_view text, std::string_view lower, std::size_t from) {
+  if (from >= text.size()) return std::string_view::npos;
+  const auto found = std::search(text.begin() + static_cast<std::ptrdiff_t>(from), text.end(), lower.begin(),
+                                 lower.end(), [](char a, char b) { return LowerByte(a) == b; });
+  return found == text.end() ? std::string_view::npos : static_cast<std::size_t>(found - text.begin());
+}
 
 std::string_view Trim(std::string_view text) {
   while (!text.empty() && IsSpace(text.front())) text.remove_prefix(1);

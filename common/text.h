@@ -22,6 +22,12 @@ std::string_view Trim(std::string_view text);
 /// Without leading and trailing bytes that occur in `bytes`.
 std::string_view TrimBytes(std::string_view text, std::string_view bytes);
 
+/// Comparisons without regard to the case of ASCII letters, byte by byte; `lower` is in lower case.
+bool EqualNoCase(std::string_view text, std::string_view lower);
+bool BeginsNoCase(std::string_view text, std::string_view lower);
+/// First position at or after `from` where `lower` (not empty) occurs, or npos.
+std::size_t FindNoCase(std::string_view text, std::string_view lower, std::size_t from = 0);
+
 /// Parts between single-byte separators that stand as characters of their own (a GBK trail byte equal to `separator`
 /// does not split). An empty text has no part; empty parts are kept.
 std::vector<std::string_view> Split(std::string_view text, char separator);

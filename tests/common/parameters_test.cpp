@@ -45,12 +45,13 @@ TEST(Parameters, Multipart) {
        {{"filename", "x;y.php"}, {"a", "<?"}}},
       {"--b\r\nH filename=\"n\"; \r\n name=\"a\r\n\r\n1\r\n--b--",
        {{"filename", "n"}, {"a", "1"}}},  // folded, no end quote
-      {"--b\r\nH name=\"\xC1\\\"; filename=\"a\\\"b\"\r\n\r\n1", {{"filename", "a\\\"b"}, {"\xC1\\", "1"}}},
+      {"--b\r\nH name=\"\xC1\\\"; filename=\"a\\\"b\"\r\n\r\n1",
+       {{"filename", "a\\\"b"}, {"filename", "a\\"}, {"\xC1\\", "1"}}},
       // What surrounds the parts is looked at as well.
       {"p=1&q=2\r\n--b\r\nH name=a\r\n\r\n1\r\n--b--\r\nr=3&s=4",
        {{"p", "1"}, {"q", "2\r\n"}, {"a", "1"}, {"r", "3"}, {"s", "4"}}},
       {"--b\r\nH name=a&id=1\r\n\r\n1\r\n--b--t=5",
-       {{"Content-Disposition: form-data; name", "a"}, {"id", "1\r\n\r\n"}, {"a&id=1", "1"}, {"t", "5"}}},
+       {{"Content-Disposition: form-data; name", "a"}, {"id", "1"}, {"a&id=1", "1"}, {"t", "5"}}},
       {"--b\r\nH name=a\r\nno end of headers\r\n--b\r\n\r\nno headers",
        {{"a", "Content-Disposition: form-data; name=a\r\nno end of headers"}, {"", "no headers"}}},
       {"--b\r\nContent-", {{"", "Content-"}}},

@@ -1,0 +1,45 @@
+// The multipart reader over any bytes; the first line is the Content-Type. Views inside the body, and what is handed
+// out depends on the bytes alone.
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+
+#include "common/multipart.h"
+
+namespace {
+
+void Require(bool holds) {
+  if (!holds) std::abort();
+}
+
+bool Inside(std::string_view part, std::string_view text) {
+  return part.empty() || (part.data() >= text.data() && part.data() + part.size() <= text.data() + text.size());
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const std::string_view text(reinterpret_cast<const char*>(data), size);
+  const std::string_view type = text.substr(0, text.find('\n'));
+  const std::string_view body = text.substr(type.size());
+  std::size_t parts = 0;
+  std::size_t bytes = 0;
+  const qiv::MultipartFault fault = qiv::ForEachPart(type, body, [&](const qiv::MultipartPart& part) {
+    Require(Inside(part.head_text, body) && Inside(part.content, body) && Inside(part.late_content, body));
+    Require(Inside(part.head.name, body) && Inside(part.head.content_type, body));
+    for (std::size_t i = 0; i < part.head.file_name_count; ++i) {
+      Require(!part.head.file_names[i].empty() && Inside(part.head.file_names[i], body));
+    }
+    bytes += part.content.size();
+    ++parts;
+    return true;
+  });
+  Require(bytes <= (qiv::kMostPasses + 1) * (size + 1024));
+  if (fault == qiv::MultipartFault::kNone && !body.empty() && body.find("--") == std::string_view::npos) {
+    Require(parts == 1);  // without a delimiter the body is one part
+  }
+  std::size_t visited = 0;
+  qiv::ForEachPart(type, body, [&](const qiv::MultipartPart&) { return ++visited < 2; });
+  Require(visited == (parts < 2 ? parts : 2));
+  return 0;
+}
