@@ -117,7 +117,7 @@ PhpValue ListOf(const std::vector<std::string>& pieces) {
   PhpValue value;
   value.array = std::make_shared<PhpArray>();
   for (const std::string& piece : pieces) {
-    value.array->emplace_back(std::to_string(value.array->size()), PhpValue::OfText(piece));
+    value.array->Add(std::to_string(value.array->size()), PhpValue::OfText(piece));
   }
   return value;
 }
@@ -297,6 +297,16 @@ PhpValue PhpValue::Taint() const {
 void PhpValue::Join(const PhpValue& other) {
   origin |= other.origin;
   if (way == HidingWay::kNone) way = other.way;
+}
+
+void PhpArray::Set(PhpValue* element, const PhpValue& value) {
+  const int below = value.array ? value.array->depth : 0;
+  *element = below < kDeepest ? value : value.Taint();
+  if (below < kDeepest) depth = std::max(depth, below + 1);
+}
+
+void PhpArray::Add(std::string key, const PhpValue& value) {
+  Set(&emplace_back(std::move(key), PhpValue()).second, value);
 }
 
 const PhpFunction* FindPhpFunction(std::string_view name) {

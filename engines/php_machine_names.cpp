@@ -329,7 +329,7 @@ void CPhpMachine::CloseBracket(char bracket) {
           result.value.array = std::make_shared<PhpArray>();
           for (std::size_t i = 0; i < arguments.size(); ++i) {
             const std::string& key = argument_names_[frame.arguments + i];
-            result.value.array->emplace_back(key.empty() ? std::to_string(i) : key, arguments[i]);
+            result.value.array->Add(key.empty() ? std::to_string(i) : key, arguments[i]);
           }
         }
       } else {

@@ -135,12 +135,12 @@ void CPhpMachine::StoreElement(const Operand& target, const PhpValue& value) {
   if (target.known_index && Spend(whole.array->size() / 8)) {
     for (auto& [key, element] : *whole.array) {
       if (key == index) {
-        element = value;
+        whole.array->Set(&element, value);
         return;
       }
     }
   }
-  if (whole.array->size() < kMostElements) whole.array->emplace_back(index, value);
+  if (whole.array->size() < kMostElements) whole.array->Add(index, value);
 }
 
 void CPhpMachine::Assign(std::uint32_t code, Operand& target, PhpValue value) {

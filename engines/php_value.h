@@ -40,8 +40,7 @@ enum class HidingWay : std::uint8_t {
   kOther,
 };
 
-struct PhpValue;
-using PhpArray = std::vector<std::pair<std::string, PhpValue>>;
+struct PhpArray;
 
 /// Copies share text and elements.
 struct PhpValue {
@@ -69,5 +68,15 @@ struct PhpValue {
 inline bool AnyHas(std::span<const PhpValue> values, std::uint32_t origins) {
   return std::any_of(values.begin(), values.end(), [origins](const PhpValue& value) { return value.Has(origins); });
 }
+
+/// Arrays hold each other to a fixed depth: freeing one descends into those it holds.
+struct PhpArray : std::vector<std::pair<std::string, PhpValue>> {
+  static constexpr int kDeepest = 8;  ///< what stands deeper inside is not followed
+  int depth = 1;
+
+  /// Adds an element; of an array that would stand too deep the origins alone.
+  void Add(std::string key, const PhpValue& value);
+  void Set(PhpValue* element, const PhpValue& value);
+};
 
 }  // namespace qiv

@@ -97,6 +97,9 @@ TEST(WebshellScan, KeepsItsLimits) {
   text.resize(CQivLibs::kLongestText, ' ');
   EXPECT_EQ(Finding(text), "Backdoor");
   EXPECT_EQ(Finding(text + " "), "");
+  std::string nested = "<?php ";
+  for (int i = 0; i < 200000; ++i) nested += "$a=[$a];";  // as deep as the text is long
+  EXPECT_EQ(Finding(nested + "eval($_POST[1]);"), "Backdoor");
   std::string rule = "eval x gzuncompress y base64_decode";
   rule.resize(10240, '.');
   EXPECT_EQ(Finding(rule), "Hidden backdoor");  // before the sequence rules
