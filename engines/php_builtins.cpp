@@ -115,9 +115,10 @@ constexpr std::size_t kMostElements = 4096;  // of an array that is followed; mo
 
 PhpValue ListOf(const std::vector<std::string>& pieces) {
   PhpValue value;
-  value.array = std::make_shared<PhpArray>();
+  value.array = CPhpShare<PhpArray>(new PhpArray);
   for (const std::string& piece : pieces) {
-    value.array->Add(std::to_string(value.array->size()), PhpValue::OfText(piece));
+    value.array->Add(NameOfNumber(value.array->size()),
+                     piece.size() == 1 ? PhpValue::OfByte(piece[0], 0, HidingWay::kNone) : PhpValue::OfText(piece));
   }
   return value;
 }
@@ -272,43 +273,6 @@ bool TextFunction(std::string_view name, std::vector<std::string>& t, std::size_
 
 }  // namespace
 
-PhpValue PhpValue::OfText(std::string value, std::uint32_t origin, HidingWay way) {
-  PhpValue result;
-  result.origin = origin;
-  result.way = way;
-  result.text = std::make_shared<std::string>(std::move(value));
-  return result;
-}
-
-PhpValue PhpValue::OfNumber(std::int64_t value) {
-  PhpValue result;
-  result.is_number = true;
-  result.number = value;
-  return result;
-}
-
-PhpValue PhpValue::Taint() const {
-  PhpValue result;
-  result.origin = origin;
-  result.way = way;
-  return result;
-}
-
-void PhpValue::Join(const PhpValue& other) {
-  origin |= other.origin;
-  if (way == HidingWay::kNone) way = other.way;
-}
-
-void PhpArray::Set(PhpValue* element, const PhpValue& value) {
-  const int below = value.array ? value.array->depth : 0;
-  *element = below < kDeepest ? value : value.Taint();
-  if (below < kDeepest) depth = std::max(depth, below + 1);
-}
-
-void PhpArray::Add(std::string key, const PhpValue& value) {
-  Set(&emplace_back(std::move(key), PhpValue()).second, value);
-}
-
 const PhpFunction* FindPhpFunction(std::string_view name) {
   const auto found = Functions().find(name);
   return found == Functions().end() ? nullptr : found->second;
@@ -349,7 +313,7 @@ bool PhpTextOf(const PhpValue& value, std::string* text) {
   if (value.is_number) {
     *text = std::to_string(value.number);
   } else if (value.HasText()) {
-    *text = *value.text;
+    *text = value.Text();
   } else if (value.array) {
     *text = "Array";
   } else {
@@ -388,7 +352,7 @@ PhpValue EvaluatePhpFunction(std::string_view name, std::span<const PhpValue> ar
       known = TextFunction(name, texts, limit, &text);
     }
   }
-  if (known && text.size() <= limit) result.text = std::make_shared<std::string>(std::move(text));
+  if (known && text.size() <= limit) result.text = CPhpText(std::move(text));
   if (!IsPlainPass(name)) {
     result.origin |= kComputed;
     if (result.way == HidingWay::kNone) result.way = WayOf(name);

@@ -77,8 +77,18 @@ bool IsAssignment(std::uint32_t code) {
 }  // namespace
 
 CPhpMachine::CPhpMachine(std::string_view source, bool in_code) : source_(source), tokens_(PhpTokens(source, in_code)) {
-  work_left_ = kWorkAnyway + source.size() * kWorkPerByte;
+  work_left_ = kWorkAnyway;
   nested_left_ = kWorkAnyway + source.size() * 4;
+}
+
+PhpName CPhpMachine::NameOf(PhpToken& token) {
+  if (token.name == kNoName) token.name = names_.Of(TextOf(token), true);
+  return token.name;
+}
+
+PhpName CPhpMachine::NameOf(std::string_view text) {
+  constexpr std::size_t kShort = 64;  // bytes that are read whatever the budget
+  return text.size() <= kShort || Spend(text.size()) ? names_.Of(text) : kNoName;
 }
 
 PhpFlowResult CPhpMachine::Run() {
@@ -103,13 +113,19 @@ void CPhpMachine::Pass() {
   pending_class_ = false;
   weak_ = false;
   operand_next_ = true;
+  skipped_ = 0;
   PushFrame(FrameKind::kBlock);
-  for (at_ = 0; at_ < tokens_.size(); ++at_) Token();
+  std::size_t earned = 0;  // bytes that the budget was given for
+  for (at_ = 0; at_ < tokens_.size(); ++at_) {
+    const std::size_t end = tokens_[at_].end;
+    if (end > earned) work_left_ += (end - std::exchange(earned, end)) * kWorkPerByte;
+    Token();
+  }
   EndStatement();
 }
 
 void CPhpMachine::Token() {
-  const PhpToken& token = tokens_[at_];
+  PhpToken& token = tokens_[at_];
   switch (token.kind) {
     case PhpTokenKind::kVariable:
       OnVariable(token);
@@ -131,16 +147,24 @@ void CPhpMachine::Token() {
   }
 }
 
-void CPhpMachine::PushFrame(FrameKind kind) {
-  Frame frame;
+// Null when brackets stand too deep: this one is only counted.
+CPhpMachine::Frame* CPhpMachine::PushFrame(FrameKind kind) {
+  operand_next_ = true;
+  if (frames_.size() >= kMostFrames) {
+    ++skipped_;
+    return nullptr;
+  }
+  const std::size_t number = frames_.size();
+  const std::uint32_t block = kind == FrameKind::kBlock ? static_cast<std::uint32_t>(number) : frames_.back().block;
+  Frame& frame = frames_.emplace_back();
   frame.kind = kind;
-  frame.values = values_.size();
-  frame.operations = operations_.size();
-  frame.arguments = arguments_.size();
+  frame.values = static_cast<std::uint32_t>(values_.size());
+  frame.operations = static_cast<std::uint32_t>(operations_.size());
+  frame.arguments = static_cast<std::uint32_t>(arguments_.size());
+  frame.block = block;
   frame.scope = scope_;
   frame.function = function_;
-  frames_.push_back(std::move(frame));
-  operand_next_ = true;
+  return &frame;
 }
 
 void CPhpMachine::DropArguments(std::size_t count) {
@@ -150,8 +174,9 @@ void CPhpMachine::DropArguments(std::size_t count) {
 }
 
 void CPhpMachine::PushOperand(Operand operand) {
-  if (!operand_next_) values_.resize(std::max(frames_.back().values, values_.size() - 1));  // no operator between
-  if (InForeach() && !operand.key.empty()) Store(operand.key, frames_.back().element, false);
+  // Without an operator between them only the last counts.
+  if (!operand_next_) values_.resize(std::max<std::size_t>(frames_.back().values, values_.size() - 1));
+  if (InForeach() && operand.key != 0) Store(operand.key, frames_.back().element, false);
   values_.push_back(std::move(operand));
   operand_next_ = false;
 }
@@ -165,8 +190,14 @@ CPhpMachine::Operand CPhpMachine::PopOperand() {
 
 void CPhpMachine::PushOperation(std::uint32_t code, int precedence, bool unary, bool keep_left) {
   if (!unary && !keep_left) Reduce(precedence);
-  operations_.push_back({code, precedence, unary});
+  PushPending({code, precedence, unary});
   operand_next_ = true;
+}
+
+// A chain that is longer than anybody writes is applied as far as it goes.
+void CPhpMachine::PushPending(Operation operation) {
+  if (operations_.size() - frames_.back().operations >= kMostPending) Reduce(kLowest);
+  operations_.push_back(operation);
 }
 
 // Applies what binds at least as tightly.
@@ -192,7 +223,7 @@ void CPhpMachine::Apply(const Operation& operation) {
           const std::uint32_t origin = function.returns.origin;
           if (!function.has_return) {
             function.returns = right.value;
-          } else if (!right.value.HasText() || right.value.Text() != function.returns.Text()) {
+          } else if (!right.value.HasText() || !SameText(right.value, function.returns)) {
             function.returns = function.returns.Taint();
             function.returns.Join(right.value);
           }
@@ -272,14 +303,13 @@ void CPhpMachine::OnOperator(const PhpToken& token) {
       break;
   }
   if (code == PhpOperator("$") && operand_next_) {  // "$$name", "${...}"
-    operations_.push_back({code, kUnary + 1, true});
-    if (!NextIs("{")) return;
+    if (!NextIs("{")) return PushPending({code, kUnary + 1, true});
     ++at_;
-    operations_.pop_back();
-    return PushFrame(FrameKind::kVariable);
+    PushFrame(FrameKind::kVariable);
+    return;
   }
   if (operand_next_) {
-    operations_.push_back({code, kUnary, true});
+    PushPending({code, kUnary, true});
   } else if (IsAssignment(code)) {
     PushOperation(code, kAssignment, false, true);
   } else if (const int precedence = BinaryPrecedence(code); precedence >= 0) {
@@ -316,14 +346,20 @@ void CPhpMachine::Comma() {
   if (frame.kind == FrameKind::kCall || frame.kind == FrameKind::kArray) {
     if (values_.size() > frame.values) {
       Operand operand = PopOperand();
-      argument_keys_.push_back(operand.indexed ? std::string() : operand.key);
-      arguments_.push_back(std::move(operand.value));
-      if (frame.kind == FrameKind::kArray) arguments_.back().Join(std::exchange(frame.element, PhpValue()));
-      argument_names_.push_back(frame.has_key ? std::move(frame.array_key) : std::string());
+      if (arguments_.size() - frame.arguments > kMostElements || arguments_.size() >= kMostArguments) {
+        if (arguments_.size() > frame.arguments) arguments_.back().Join(operand.value);
+      } else {
+        argument_keys_.push_back(operand.indexed ? 0 : operand.key);
+        arguments_.push_back(std::move(operand.value));
+        argument_names_.push_back(frame.has_key ? frame.array_key : kNoName);
+      }
+      if (frame.kind == FrameKind::kArray && arguments_.size() > frame.arguments) {
+        arguments_.back().Join(std::exchange(frame.element, PhpValue()));
+      }
     }
     frame.has_key = false;
   }
-  values_.resize(std::min(values_.size(), frame.values));
+  values_.resize(std::min<std::size_t>(values_.size(), frame.values));
   operand_next_ = true;
 }
 
@@ -332,16 +368,18 @@ void CPhpMachine::Arrow() {
   Reduce(kLowest);
   const Operand key = PopOperand();
   Frame& frame = frames_.back();
-  frame.array_key.clear();
-  if (frame.kind == FrameKind::kArray) frame.element = key.value.Taint();
-  frame.has_key = frame.kind == FrameKind::kArray && PhpTextOf(key.value, &frame.array_key);
+  if (frame.kind == FrameKind::kArray) {
+    frame.element = key.value.Taint();
+    frame.array_key = IndexOf(key.value);
+    frame.has_key = frame.array_key != kNoName;
+  }
   operand_next_ = true;
 }
 
 void CPhpMachine::EndStatement() {
   Reduce(kLowest);
   Frame& frame = frames_.back();
-  values_.resize(std::min(values_.size(), frame.values));
+  values_.resize(std::min<std::size_t>(values_.size(), frame.values));
   operand_next_ = true;
   if (frame.kind == FrameKind::kBlock) weak_ = false;
   pending_scope_ = 0;
@@ -355,7 +393,7 @@ bool CPhpMachine::IsIndexBrace() const {
 
 void CPhpMachine::OpenBracket(char bracket) {
   if (frames_.size() >= kMostFrames) {
-    PushFrame(bracket == '{' ? FrameKind::kBlock : FrameKind::kParen);
+    PushFrame(FrameKind::kParen);
     return;
   }
   if (bracket == '{') {
@@ -363,27 +401,29 @@ void CPhpMachine::OpenBracket(char bracket) {
     bracket = '[';
   }
   if (bracket == '[') {
-    if (operand_next_) return PushFrame(FrameKind::kArray);
+    if (operand_next_) {
+      PushFrame(FrameKind::kArray);
+      return;
+    }
     Operand base = PopOperand();
-    PushFrame(FrameKind::kIndex);
-    frames_.back().callee = std::move(base);
+    PushFrame(FrameKind::kIndex)->callee = std::move(base);
     return;
   }
   if (!operand_next_) {  // a call
     Operand callee = PopOperand();
-    PushFrame(FrameKind::kCall);
-    frames_.back().named = callee.is_name;
-    frames_.back().callee = std::move(callee);
+    Frame& frame = *PushFrame(FrameKind::kCall);
+    frame.named = callee.is_name;
+    frame.callee = std::move(callee);
     return;
   }
   // A cast is "(", a type's name, ")".
   if (Next() && Next()->kind == PhpTokenKind::kName && NextIs(")", 2)) {
-    const std::string type = CCharSet::LowerAscii(TextOf(*Next()));
+    const std::string_view type = names_.Text(names_.Lower(NameOf(*Next())));
     const bool plain = type == "string" || type == "array" || type == "object" || type == "binary";
     if (plain || type == "int" || type == "integer" || type == "bool" || type == "boolean" || type == "float" ||
         type == "double") {
       at_ += 2;
-      operations_.push_back({plain ? kPlainCast : kNumberCast, kUnary, true});
+      PushPending({plain ? kPlainCast : kNumberCast, kUnary, true});
       return;
     }
   }
@@ -393,8 +433,7 @@ void CPhpMachine::OpenBracket(char bracket) {
 void CPhpMachine::OpenBlock() {
   const std::uint32_t scope = pending_scope_;
   if (scope == 0 && !pending_class_) Reduce(kLowest);
-  PushFrame(FrameKind::kBlock);
-  frames_.back().is_class = pending_class_;
+  PushFrame(FrameKind::kBlock)->is_class = pending_class_;
   pending_class_ = false;
   pending_scope_ = 0;
   if (scope != 0) {
@@ -413,7 +452,7 @@ void CPhpMachine::CloseBlock() {
     operand_next_ = true;
     Operand operand;
     if (name.value.HasText()) {
-      operand = Lookup(name.value.Text());
+      operand = Lookup(NameOf(name.value.Text()));
       if (name.value.Has(kComputed) && operand.value.Has(kFromRequest) && operand.value.Has(kWholeRequest)) {
         operand.value.origin |= kComputed;
         operand.value.way = name.value.way;
@@ -425,18 +464,16 @@ void CPhpMachine::CloseBlock() {
     PushOperand(std::move(operand));
     return;
   }
-  const auto is_block = [](const Frame& frame) { return frame.kind == FrameKind::kBlock; };
-  const auto open = std::find_if(frames_.rbegin(), frames_.rend(), is_block);
-  const std::size_t depth = static_cast<std::size_t>(frames_.rend() - open) - 1;
+  const std::size_t depth = frames_.back().block;
   Reduce(kLowest);
   if (depth == 0) {
-    values_.resize(std::min(values_.size(), frames_.back().values));
+    values_.resize(std::min<std::size_t>(values_.size(), frames_.back().values));
     operand_next_ = true;
     return;  // one too many
   }
   const Frame& frame = frames_[depth];
-  values_.resize(std::min(values_.size(), frame.values));
-  operations_.resize(std::min(operations_.size(), frame.operations));
+  values_.resize(std::min<std::size_t>(values_.size(), frame.values));
+  operations_.resize(std::min<std::size_t>(operations_.size(), frame.operations));
   DropArguments(frame.arguments);
   const bool closure =
       frame.function != function_ && values_.size() > frames_[depth - 1].values && values_.back().value.Has(kClosure);

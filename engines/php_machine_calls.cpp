@@ -59,9 +59,12 @@ bool RunsReplacement(std::string_view pattern) {
   const std::size_t open = kOpen.find(pattern[0]);
   const char delimiter = open == std::string_view::npos ? pattern[0] : kClose[open];
   if (IsWordByte(delimiter) || delimiter == '\\' || delimiter == ' ') return false;
-  const std::size_t end = pattern.rfind(delimiter);
-  if (end == 0 || end == std::string_view::npos) return false;
-  const std::string_view modifiers = pattern.substr(end + 1);
+  constexpr std::size_t kMostModifiers = 32;  // bytes; there are a dozen letters
+  const std::string_view tail =
+      pattern.substr(std::max<std::size_t>(pattern.size(), kMostModifiers + 1) - kMostModifiers);
+  const std::size_t end = tail.rfind(delimiter);
+  if (end == std::string_view::npos) return false;
+  const std::string_view modifiers = tail.substr(end + 1);
   return modifiers.find('e') != std::string_view::npos &&
          std::all_of(modifiers.begin(), modifiers.end(), [](char c) { return IsLetter(c); });
 }
@@ -80,14 +83,22 @@ void CPhpMachine::Report(PhpFindingKind kind, std::string_view detail, HidingWay
 
 void CPhpMachine::AddNested(std::string_view text) {
   if (pass_ == 0 || result_.nested.size() >= kMostNested || text.size() > nested_left_ || text.size() < 4) return;
+  if (!Spend(text.size())) return;
   if (std::find(result_.nested.begin(), result_.nested.end(), text) != result_.nested.end()) return;
   nested_left_ -= text.size();
   result_.nested.emplace_back(text);
 }
 
-CPhpMachine::Function* CPhpMachine::FindUser(std::string_view name) {
-  const auto found = function_numbers_.find(std::string(name));
-  return found == function_numbers_.end() ? nullptr : &functions_[found->second];
+CPhpMachine::Function* CPhpMachine::FindUser(PhpName name) {
+  const std::uint32_t number = name != kNoName ? FactsOf(name).user : 0;
+  return number != 0 ? &functions_[number - 1] : nullptr;
+}
+
+// The function that a text names, in lower case; empty when the text is longer than any name.
+std::string CPhpMachine::CalledName(const PhpValue& callee) {
+  constexpr std::size_t kLongestCalled = 256;
+  return callee.Text().size() <= kLongestCalled || Spend(callee.Text().size()) ? CCharSet::LowerAscii(callee.Text())
+                                                                               : std::string();
 }
 
 PhpValue CPhpMachine::CallUser(Function& function, std::span<const PhpValue> arguments) {
@@ -100,7 +111,7 @@ PhpValue CPhpMachine::CallUser(Function& function, std::span<const PhpValue> arg
       if (!parameter.HasText() && parameter.origin == 0 && !parameter.is_number && !parameter.array) {
         parameter = value;
       } else {
-        if (!value.HasText() || value.Text() != parameter.Text()) parameter = parameter.Taint();
+        if (!value.HasText() || !SameText(value, parameter)) parameter = parameter.Taint();
         parameter.Join(value);
       }
     }
@@ -111,22 +122,22 @@ PhpValue CPhpMachine::CallUser(Function& function, std::span<const PhpValue> arg
 
 PhpValue CPhpMachine::Call(Frame& frame, std::span<PhpValue> arguments) {
   const bool is_new = std::exchange(pending_new_, false);
-  if (frame.callee.is_member) return CallMember(frame.callee.name, arguments, frame.callee);
+  const std::string_view called = names_.Text(frame.callee.name);
+  if (frame.callee.is_member) return CallMember(called, arguments, frame.callee);
   if (is_new) {
-    if (frame.named && frame.callee.name == "com") com_objects_ = true;
-    if (frame.named && frame.callee.name == "reflectionfunction")
-      return CallNamed(frame.callee.name, arguments, false, {});
+    if (frame.named && called == "com") com_objects_ = true;
+    if (frame.named && called == "reflectionfunction") return CallNamed(called, arguments, false, {});
     PhpValue object;
     if (frame.named) object.origin = arguments.empty() ? 0 : arguments[0].origin & kFromNetwork;
     return object;
   }
-  if (frame.named) return CallNamed(frame.callee.name, arguments, false, HidingWay::kNone);
+  if (frame.named) return CallNamed(called, arguments, false, HidingWay::kNone);
   // A value is called.
   const PhpValue& callee = frame.callee.value;
   if (callee.function != 0 && callee.function <= functions_.size())
     return CallUser(functions_[callee.function - 1], arguments);
   if (callee.HasText()) {
-    const std::string name = CCharSet::LowerAscii(callee.Text());
+    const std::string name = CalledName(callee);
     if (callee.Has(kComputed) && !FindPhpFunction(name) && !FindUser(name) && AnyHas(arguments, kWholeRequest)) {
       Report(PhpFindingKind::kHidden, "", callee.way);
     }
@@ -134,7 +145,7 @@ PhpValue CPhpMachine::Call(Frame& frame, std::span<PhpValue> arguments) {
   }
   if (callee.array && callee.array->size() == 2 && (*callee.array)[1].second.HasText()) return {};
   if (callee.Has(kFromRequest)) {
-    Report(PhpFindingKind::kRequestCall, frame.callee.key.empty() ? "" : "$");
+    Report(PhpFindingKind::kRequestCall, frame.callee.key == 0 ? "" : "$");
   } else if (callee.function == 0 && !callee.array && AnyHas(arguments, kWholeRequest)) {
     Report(PhpFindingKind::kHidden, "", callee.way);  // what is called cannot be told, what it is given is the request
   }
@@ -157,7 +168,7 @@ PhpValue CPhpMachine::CallNamed(std::string_view name, std::span<PhpValue> argum
   const PhpFunction* const function = FindPhpFunction(name);
   if (function != nullptr) return CallKnown(*function, arguments);
   if (name == "define" && arguments.size() >= 2 && arguments[0].HasText()) {
-    Store("const " + std::string(arguments[0].Text()), arguments[1], false);
+    Store(KeyIn(kConstScope, NameOf(arguments[0].Text())), arguments[1], false);
     return {};
   }
   if (name == "ord" || name == "hexdec" || name == "bindec" || name == "octdec") {
@@ -172,7 +183,7 @@ PhpValue CPhpMachine::CallNamed(std::string_view name, std::span<PhpValue> argum
     for (const PhpValue& argument : arguments) {
       if (!argument.array || !Spend(argument.array->size())) continue;
       for (const auto& [key, element] : *argument.array) {
-        const std::string callback = CCharSet::LowerAscii(element.Text());
+        const std::string callback = CalledName(element);
         if (AnyHas(arguments, kFromRequest) && IsPhpRunner(callback)) Report(PhpFindingKind::kBackdoor, callback);
         if (Function* const user = FindUser(callback)) CallUser(*user, arguments.first(1));
       }
@@ -180,8 +191,8 @@ PhpValue CPhpMachine::CallNamed(std::string_view name, std::span<PhpValue> argum
   }
   if (name == "serialize" || name == "unserialize") {
     if (AnyHas(arguments, kFromRequest) && Spend(variables_.size())) {
-      for (auto& [key, variable] : variables_) {
-        if (key.starts_with("->") && variable.assigned) variable.value.origin |= kFromRequest;
+      for (Variable& variable : variables_) {
+        if (variable.scope == kMemberScope && variable.assigned) variable.value.origin |= kFromRequest;
       }
     }
   }
@@ -260,6 +271,10 @@ PhpValue CPhpMachine::CallKnown(const PhpFunction& function, std::span<PhpValue>
       if (!Spend(work)) return arguments.empty() ? PhpValue() : arguments[0].Taint();
       PhpValue value = EvaluatePhpFunction(name, arguments, work_left_);
       Spend(value.Text().size());
+      if (value.array) {
+        work_left_ -= std::min(work_left_, value.array->size() * kElementWork);
+        if (!Account(&*value.array)) value.array = {};
+      }
       if (function.kind == Kind::kDecode) {
         value.origin |= kDecoded;
         if (value.HasText() && HoldsCode(value.Text())) AddNested(value.Text());
@@ -311,14 +326,14 @@ PhpValue CPhpMachine::RunCallback(const PhpFunction& function, std::span<PhpValu
   const PhpValue callback = arguments[static_cast<std::size_t>(at)];
   if (callback.Has(kArrayLiteral)) return value;
   if (callback.HasText()) {
-    const std::string name = CCharSet::LowerAscii(callback.Text());
+    const std::string name = CalledName(callback);
     if (callback.Has(kComputed) && IsDangerousName(name)) Report(PhpFindingKind::kHidden, name, callback.way);
     const bool output = function.name == "ob_start";
     if (IsPhpRunner(name) && (output || AnyHas(arguments, kFromRequest))) Report(PhpFindingKind::kBackdoor, name);
     if (IsPhpRunner(name) && AnyHas(arguments, kDecoded)) Report(PhpFindingKind::kHidden, name, value.way);
     if (function.name.starts_with("call_user_func") || function.name.starts_with("forward_static")) {
       if (function.name.ends_with("_array") && arguments.size() > 1 && arguments[1].array &&
-          Spend(arguments[1].array->size())) {
+          Spend(arguments[1].array->size() * kElementWork)) {
         std::vector<PhpValue> unpacked;
         for (const auto& [key, element] : *arguments[1].array) unpacked.push_back(element);
         return CallNamed(name, unpacked, false, callback.way);

@@ -10,11 +10,13 @@ namespace qiv {
 namespace {
 
 constexpr std::uint32_t kRequest = kFromRequest | kWholeRequest;
+constexpr std::size_t kLongestPath = 4096;  // bytes; longer names no system opens
 
 bool EndsWithScript(std::string_view path) {
   constexpr std::array<std::string_view, 8> kScripts = {".php", ".php3", ".php5", ".phtml",
                                                         ".asp", ".aspx", ".jsp",  ".pht"};
-  const std::string lower = CCharSet::LowerAscii(path);
+  constexpr std::size_t kLongestEnd = 6;
+  const std::string lower = CCharSet::LowerAscii(path.substr(path.size() - std::min(path.size(), kLongestEnd)));
   return std::any_of(kScripts.begin(), kScripts.end(), [&](std::string_view end) { return lower.ends_with(end); });
 }
 
@@ -42,8 +44,10 @@ void CPhpMachine::Write(std::string_view name, std::span<const PhpValue> argumen
   const PhpValue& data = arguments[1];
   const bool script = target.Has(kScriptTarget) || (name == "file_put_contents" && EndsWithScript(target.Text()));
   if (data.Has(kFromRequest) && (script || target.Has(kFromRequest))) return Report(PhpFindingKind::kFileWrite, name);
-  if (data.Has(kFromRequest) && name == "file_put_contents" && target.HasText())
-    written_.insert(std::string(target.Text()));
+  if (data.Has(kFromRequest) && name == "file_put_contents" && target.HasText() &&
+      target.Text().size() <= kLongestPath && written_.size() < kMostWritten) {
+    written_.emplace(target.Text());
+  }
   if (data.Has(kFromNetwork) && (script || target.Has(kFromRequest))) Report(PhpFindingKind::kDownload, name);
   if (data.HasText() && data.Text().find("<?") != std::string_view::npos) AddNested("?>" + std::string(data.Text()));
 }
@@ -81,7 +85,8 @@ PhpValue CPhpMachine::Read(std::string_view name, std::span<const PhpValue> argu
 }
 
 void CPhpMachine::Include(const PhpValue& path) {
-  if (path.Has(kWholeRequest) || path.Has(kTempUpload) || (path.HasText() && written_.contains(*path.text))) {
+  if (path.Has(kWholeRequest) || path.Has(kTempUpload) ||
+      (path.HasText() && path.Text().size() <= kLongestPath && written_.contains(path.Text()))) {
     Report(PhpFindingKind::kInclude, "include");
   } else if (path.Has(kFromNetwork)) {
     Report(PhpFindingKind::kNetworkCode, "include");

@@ -11,28 +11,99 @@
 namespace qiv {
 namespace {
 
-constexpr std::size_t kLongestKeyword = 12;  // "require_once", "include_once"
+struct Keyword {
+  std::string_view text;
+  PhpWord word;
+};
 
-template <std::size_t n>
-bool IsOneOf(std::string_view name, const std::array<std::string_view, n>& names) {
-  return std::find(names.begin(), names.end(), name) != names.end();
+constexpr Keyword kKeywords[] = {
+    {"include", PhpWord::kInclude},
+    {"include_once", PhpWord::kInclude},
+    {"require", PhpWord::kInclude},
+    {"require_once", PhpWord::kInclude},
+    {"echo", PhpWord::kEcho},
+    {"print", PhpWord::kEcho},
+    {"throw", PhpWord::kEcho},
+    {"yield", PhpWord::kEcho},
+    {"case", PhpWord::kEcho},
+    {"if", PhpWord::kStatement},
+    {"elseif", PhpWord::kStatement},
+    {"while", PhpWord::kStatement},
+    {"for", PhpWord::kStatement},
+    {"foreach", PhpWord::kStatement},
+    {"switch", PhpWord::kStatement},
+    {"catch", PhpWord::kStatement},
+    {"declare", PhpWord::kStatement},
+    {"return", PhpWord::kReturn},
+    {"else", PhpWord::kElse},
+    {"do", PhpWord::kBlock},
+    {"try", PhpWord::kBlock},
+    {"finally", PhpWord::kBlock},
+    {"default", PhpWord::kBlock},
+    {"new", PhpWord::kNew},
+    {"clone", PhpWord::kClone},
+    {"array", PhpWord::kList},
+    {"list", PhpWord::kList},
+    {"and", PhpWord::kLogic},
+    {"or", PhpWord::kLogic},
+    {"xor", PhpWord::kLogic},
+    {"instanceof", PhpWord::kInstanceof},
+    {"as", PhpWord::kAs},
+    {"function", PhpWord::kFunction},
+    {"fn", PhpWord::kArrowFunction},
+    {"class", PhpWord::kClass},
+    {"interface", PhpWord::kClass},
+    {"trait", PhpWord::kClass},
+    {"enum", PhpWord::kClass},
+    {"public", PhpWord::kModifier},
+    {"private", PhpWord::kModifier},
+    {"protected", PhpWord::kModifier},
+    {"var", PhpWord::kModifier},
+    {"final", PhpWord::kModifier},
+    {"abstract", PhpWord::kModifier},
+    {"readonly", PhpWord::kModifier},
+    {"static", PhpWord::kModifier},
+    {"global", PhpWord::kGlobal},
+    {"namespace", PhpWord::kNamespace},
+    {"use", PhpWord::kNamespace},
+    {"const", PhpWord::kConst},
+    {"true", PhpWord::kBoolean},
+    {"false", PhpWord::kBoolean},
+    {"null", PhpWord::kNull},
+};
+
+PhpWord WordOf(std::string_view lower) {
+  const auto found =
+      std::find_if(std::begin(kKeywords), std::end(kKeywords), [lower](const Keyword& k) { return k.text == lower; });
+  return found == std::end(kKeywords) ? PhpWord::kNone : found->word;
 }
 
 }  // namespace
 
-void CPhpMachine::OnName(const PhpToken& token) {
+CPhpMachine::NameFacts& CPhpMachine::FactsOf(PhpName name) {
+  if ((name & kNumberName) != 0) name = kNoName;
+  if (name >= facts_.size()) facts_.resize(std::max<std::size_t>(name + 1, facts_.size() * 2));
+  NameFacts& facts = facts_[name];
+  if (!facts.known) {
+    const std::string_view text = names_.Text(name);
+    facts = {true, WordOf(text), SuperglobalNumber(text), 0};
+  }
+  return facts;
+}
+
+void CPhpMachine::OnName(PhpToken& token) {
   const std::string_view text = TextOf(token);
   if (IsDigit(text[0])) return OnNumber(text);
-  const std::string lower = CCharSet::LowerAscii(text);
-  const bool member = at_ > 0 && (tokens_[at_ - 1].Is("->") || tokens_[at_ - 1].Is("::") || tokens_[at_ - 1].Is("?->"));
-  if (!member && lower.size() <= kLongestKeyword && OnKeyword(lower)) return;
+  const PhpName name = NameOf(token);
   Operand operand;
-  operand.name = lower;
+  operand.name = names_.Lower(name);
+  const bool member = at_ > 0 && (tokens_[at_ - 1].Is("->") || tokens_[at_ - 1].Is("::") || tokens_[at_ - 1].Is("?->"));
+  const PhpWord word = FactsOf(operand.name).word;
+  if (!member && word != PhpWord::kNone && OnKeyword(word)) return;
   operand.is_name = NextIs("(") || NextIs("::");
-  if (!operand.is_name && lower != "true" && lower != "false") {
-    const auto constant = variables_.find("const " + std::string(text));
-    operand.value = constant != variables_.end() ? constant->second.value
-                                                 : PhpValue::OfText(lower == "null" ? "" : std::string(text));
+  if (!operand.is_name && word != PhpWord::kBoolean) {
+    const Variable& constant = variables_[KeyIn(kConstScope, name) - 1];
+    operand.value = constant.assigned ? constant.value : PhpValue::OfLasting(word == PhpWord::kNull ? "" : text);
   }
   PushOperand(std::move(operand));
 }
@@ -55,7 +126,7 @@ void CPhpMachine::OnNumber(std::string_view text) {
 }
 
 void CPhpMachine::Prefix(std::uint32_t code) {
-  operations_.push_back({code, kPrefixWord, true});
+  PushPending({code, kPrefixWord, true});
   operand_next_ = true;
 }
 
@@ -64,8 +135,7 @@ void CPhpMachine::Statement(FrameKind kind) {
   EndStatement();
   if (!NextIs("(")) return;
   ++at_;
-  PushFrame(kind);
-  frames_.back().statement = true;
+  if (Frame* const frame = PushFrame(kind)) frame->statement = true;
 }
 
 bool CPhpMachine::SkipTo(std::string_view a, std::string_view b) {
@@ -73,127 +143,134 @@ bool CPhpMachine::SkipTo(std::string_view a, std::string_view b) {
   return Next() != nullptr;
 }
 
-bool CPhpMachine::OnKeyword(std::string_view name) {
-  constexpr std::array<std::string_view, 4> kIncludes = {"include", "include_once", "require", "require_once"};
-  constexpr std::array<std::string_view, 5> kEchoes = {"echo", "print", "throw", "yield", "case"};
-  constexpr std::array<std::string_view, 8> kStatements = {"if",      "elseif", "while", "for",
-                                                           "foreach", "switch", "catch", "declare"};
-  if (IsOneOf(name, kIncludes)) {
-    result_.standalone = false;
-    return Prefix(kIncludeCode), true;
-  }
-  if (IsOneOf(name, kEchoes)) return Prefix(kEchoCode), true;
-  if (IsOneOf(name, kStatements)) return Statement(FrameKind::kParen), true;
-  if (name == "return") return Prefix(kReturnCode), true;
-  if (name == "else" || name == "do" || name == "try" || name == "finally" || name == "default") {
-    EndStatement();
-    weak_ = name == "else";
-    return true;
-  }
-  if (name == "new" || name == "clone") {
-    pending_new_ = name == "new";
-    return true;
-  }
-  if (name == "array" || name == "list") {
-    if (!NextIs("(")) return false;
-    ++at_;
-    PushFrame(FrameKind::kArray);
-    return true;
-  }
-  if (name == "and" || name == "or" || name == "xor") {
-    Reduce(kLowest);
-    PopOperand();
-    operand_next_ = true;
-    return true;
-  }
-  if (name == "instanceof") return PushOperation(PhpOperator("<"), 14, false), true;
-  if (name == "as") {
-    Reduce(kLowest);
-    const Operand list = PopOperand();
-    if (frames_.back().kind == FrameKind::kParen) {
-      frames_.back().element = Each(list.value);
-      frames_.back().in_foreach = true;
+// False: here it is a name.
+bool CPhpMachine::OnKeyword(PhpWord word) {
+  switch (word) {
+    case PhpWord::kInclude:
+      result_.standalone = false;
+      return Prefix(kIncludeCode), true;
+    case PhpWord::kEcho:
+      return Prefix(kEchoCode), true;
+    case PhpWord::kStatement:
+      return Statement(FrameKind::kParen), true;
+    case PhpWord::kReturn:
+      return Prefix(kReturnCode), true;
+    case PhpWord::kElse:
+    case PhpWord::kBlock:
+      EndStatement();
+      weak_ = word == PhpWord::kElse;
+      return true;
+    case PhpWord::kNew:
+    case PhpWord::kClone:
+      pending_new_ = word == PhpWord::kNew;
+      return true;
+    case PhpWord::kList:
+      if (!NextIs("(")) return false;
+      ++at_;
+      PushFrame(FrameKind::kArray);
+      return true;
+    case PhpWord::kLogic:
+      Reduce(kLowest);
+      PopOperand();
+      operand_next_ = true;
+      return true;
+    case PhpWord::kInstanceof:
+      return PushOperation(PhpOperator("<"), 14, false), true;
+    case PhpWord::kAs: {
+      Reduce(kLowest);
+      const Operand list = PopOperand();
+      if (frames_.back().kind == FrameKind::kParen) {
+        frames_.back().element = Each(list.value);
+        frames_.back().in_foreach = true;
+      }
+      operand_next_ = true;
+      return true;
     }
-    operand_next_ = true;
-    return true;
+    default:
+      return OnStructure(word);
   }
-  return OnStructure(name);
 }
 
-bool CPhpMachine::OnStructure(std::string_view name) {
-  constexpr std::array<std::string_view, 4> kClasses = {"class", "interface", "trait", "enum"};
-  constexpr std::array<std::string_view, 7> kModifiers = {"public", "private",  "protected", "var",
-                                                          "final",  "abstract", "readonly"};
-  if (name == "function") return Declaration(operand_next_ && (NextIs("(") || (NextIs("&") && NextIs("(", 2)))), true;
-  if (name == "fn" && NextIs("(")) {
-    SkipTo("=>", ";");
-    if (NextIs("=>")) ++at_;
-    return true;
+bool CPhpMachine::OnStructure(PhpWord word) {
+  switch (word) {
+    case PhpWord::kFunction:
+      return Declaration(operand_next_ && (NextIs("(") || (NextIs("&") && NextIs("(", 2)))), true;
+    case PhpWord::kArrowFunction:
+      if (!NextIs("(")) return false;
+      SkipTo("=>", ";");
+      if (NextIs("=>")) ++at_;
+      return true;
+    case PhpWord::kClass:
+      if (!Next() || (Next()->kind != PhpTokenKind::kName && !pending_new_)) return false;
+      result_.standalone &= pending_new_;
+      pending_new_ = false;
+      SkipTo("{", ";");
+      pending_class_ = NextIs("{");
+      return true;
+    case PhpWord::kModifier:
+      return frames_.back().is_class || !NextIs("::");
+    case PhpWord::kGlobal:
+      for (; Next() && !NextIs(";"); ++at_) {
+        if (Next()->kind != PhpTokenKind::kVariable) continue;
+        const VariableKey key = KeyOf(NameOf(*Next()));
+        if (key != 0) variables_[key - 1].is_global = true;
+      }
+      return true;
+    case PhpWord::kNamespace:
+      if (frames_.back().kind != FrameKind::kBlock || !operand_next_) return false;
+      result_.standalone = false;
+      SkipTo(";", "{");
+      return true;
+    case PhpWord::kConst:
+      if (frames_.back().kind != FrameKind::kBlock) return false;
+      if (Next() && NextIs("=", 2) && Next()->kind == PhpTokenKind::kName) {
+        ++at_;
+        Operand constant;
+        constant.key = KeyIn(kConstScope, NameOf(tokens_[at_]));
+        PushOperand(std::move(constant));
+      }
+      return true;
+    default:
+      return false;
   }
-  if (IsOneOf(name, kClasses) && Next() && (Next()->kind == PhpTokenKind::kName || pending_new_)) {
-    result_.standalone &= pending_new_;
-    pending_new_ = false;
-    SkipTo("{", ";");
-    pending_class_ = NextIs("{");
-    return true;
-  }
-  if (IsOneOf(name, kModifiers) || name == "static") return frames_.back().is_class || !NextIs("::");
-  if (name == "global") {
-    for (; Next() && !NextIs(";"); ++at_) {
-      if (Next()->kind == PhpTokenKind::kVariable) globals_.insert(KeyOf(TextOf(*Next())));
-    }
-    return true;
-  }
-  if (name == "namespace" || name == "use") {
-    if (frames_.back().kind != FrameKind::kBlock || !operand_next_) return false;
-    result_.standalone = false;
-    SkipTo(";", "{");
-    return true;
-  }
-  if (name == "const" && frames_.back().kind == FrameKind::kBlock) {
-    if (Next() && NextIs("=", 2) && Next()->kind == PhpTokenKind::kName) {
-      ++at_;
-      Operand constant;
-      constant.key = "const " + std::string(TextOf(tokens_[at_]));
-      PushOperand(std::move(constant));
-    }
-    return true;
-  }
-  return false;
 }
 
 // "function name(parameters)", "function (parameters) use (variables)"; the body's block comes next.
 void CPhpMachine::Declaration(bool is_closure) {
   while (NextIs("&")) ++at_;
-  std::string name;
+  PhpName name = kNoName;
   if (!is_closure && Next() && Next()->kind == PhpTokenKind::kName) {
     ++at_;
-    name = CCharSet::LowerAscii(TextOf(tokens_[at_]));
+    name = names_.Lower(NameOf(tokens_[at_]));
   }
-  const std::uint32_t number = next_function_++;
+  const std::uint32_t number = next_function_;
+  if (next_function_ + 1 < kMostFunctions) ++next_function_;
   if (number == functions_.size()) functions_.emplace_back();
-  std::vector<std::string_view> parameters;
+  std::vector<PhpName> parameters;
   int depth = 0;
   bool in_use = false;
-  std::vector<std::string_view> used;
+  std::vector<PhpName> used;
   while (Next() && !NextIs("{") && !NextIs(";")) {
     ++at_;
-    const PhpToken& token = tokens_[at_];
+    PhpToken& token = tokens_[at_];
     if (token.Is("(") || token.Is("[")) ++depth;
     if (token.Is(")") || token.Is("]")) --depth;
     if (token.kind == PhpTokenKind::kName && depth == 0 && TextOf(token) == "use") in_use = true;
-    if (token.kind == PhpTokenKind::kVariable && depth == 1) (in_use ? used : parameters).push_back(TextOf(token));
+    if (token.kind == PhpTokenKind::kVariable && depth == 1) {
+      std::vector<PhpName>& list = in_use ? used : parameters;
+      if (list.size() < kMostParameters) list.push_back(NameOf(token));
+    }
     if (depth < 0) break;
   }
   Function& function = functions_[number];
-  if (!name.empty()) {
-    function.name = name;
-    function_numbers_.try_emplace(name, number);
+  if (name != kNoName) {
+    NameFacts& facts = FactsOf(name);
+    if (facts.user == 0) facts.user = number + 1;
   }
   if (function.values.size() < parameters.size()) function.values.resize(parameters.size());
   function.parameters = std::move(parameters);
   std::vector<PhpValue> carried;
-  for (const std::string_view variable : used) carried.push_back(Load(KeyOf(variable), variable));
+  for (const PhpName variable : used) carried.push_back(Load(KeyOf(variable)));
   if (is_closure) {
     Operand closure;
     closure.value.origin = kClosure;
@@ -212,21 +289,20 @@ void CPhpMachine::Declaration(bool is_closure) {
   scope_ = outer;
 }
 
-void CPhpMachine::OnVariable(const PhpToken& token) {
-  const std::string_view name = TextOf(token);
+void CPhpMachine::OnVariable(PhpToken& token) {
   Operand operand;
   if (frames_.back().is_class && operand_next_ && operations_.size() <= frames_.back().operations) {
-    operand.key = "->" + std::string(name);
-    operand.value = Load(operand.key, name);
+    operand.key = KeyIn(kMemberScope, NameOf(token));
+    operand.value = Load(operand.key);
   } else {
-    operand = Lookup(name);
+    operand = Lookup(NameOf(token));
   }
   while (operations_.size() > frames_.back().operations && operations_.back().code == PhpOperator("$")) {
     operations_.pop_back();
     const PhpValue value = operand.value;
     operand = {};
     if (value.HasText()) {
-      operand = Lookup(value.Text());
+      operand = Lookup(NameOf(value.Text()));
       if (value.Has(kComputed) && operand.value.Has(kWholeRequest)) {
         operand.value.origin |= kComputed;
         operand.value.way = value.way;
@@ -244,7 +320,9 @@ void CPhpMachine::OnString(const PhpToken& token) {
   const std::string_view inner = TextOf(token);
   if (token.kind == PhpTokenKind::kString) {
     bool escapes = false;
-    if (Spend(inner.size())) {
+    if (inner.find('\\') == std::string_view::npos) {
+      operand.value = PhpValue::OfLasting(inner);
+    } else if (Spend(inner.size())) {
       operand.value = PhpValue::OfText(PhpUnquote(inner, static_cast<char>(token.code), &escapes));
       if (escapes) {
         operand.value.origin = kComputed;
@@ -268,36 +346,39 @@ void CPhpMachine::OnMember() {
   operand_next_ = true;
   if (!Next()) return;
   Operand operand;
-  const PhpToken& next = *Next();
+  PhpToken& next = *Next();
   if (next.Is("{")) {
     ++at_;
-    return PushFrame(FrameKind::kVariable);
+    PushFrame(FrameKind::kVariable);
+    return;
   }
   if (next.kind != PhpTokenKind::kName && next.kind != PhpTokenKind::kVariable) return;
   ++at_;
-  const std::string_view name = TextOf(next);
   const bool called = NextIs("(");
   if (next.kind == PhpTokenKind::kName && called) {
     operand.is_name = true;
     operand.is_member = true;
-    operand.name = CCharSet::LowerAscii(name);
+    operand.name = names_.Lower(NameOf(next));
     operand.value = std::move(object.value);
-  } else if (next.kind == PhpTokenKind::kName && !is_static) {
-    operand.key = "->" + std::string(name);
-    operand.value = Load(operand.key, name);
-  } else if (next.kind == PhpTokenKind::kVariable && is_static && !called) {
-    operand.key = "->" + std::string(name);
-    operand.value = Load(operand.key, name);
+  } else if ((next.kind == PhpTokenKind::kName && !is_static) ||
+             (next.kind == PhpTokenKind::kVariable && is_static && !called)) {
+    operand.key = KeyIn(kMemberScope, NameOf(next));
+    operand.value = Load(operand.key);
   } else if (called) {
     operand.is_name = true;
     operand.is_member = true;
-    const PhpValue method = Lookup(name).value;
-    if (method.HasText()) operand.name = CCharSet::LowerAscii(method.Text());
+    const PhpValue method = Lookup(NameOf(next)).value;
+    if (method.HasText()) operand.name = names_.Lower(NameOf(method.Text()));
   }
   PushOperand(std::move(operand));
 }
 
 void CPhpMachine::CloseBracket(char bracket) {
+  if (skipped_ > 0) {
+    --skipped_;
+    operand_next_ = bracket == '}';
+    return;
+  }
   if (bracket == '}' && !(frames_.back().kind == FrameKind::kIndex && frames_.size() > 1)) return CloseBlock();
   if (frames_.back().kind == FrameKind::kBlock) return;  // one too many
   const bool empty = values_.size() <= frames_.back().values && operations_.size() <= frames_.back().operations;
@@ -309,7 +390,7 @@ void CPhpMachine::CloseBracket(char bracket) {
   Operand inner = PopOperand();
   Frame frame = std::move(frames_.back());
   frames_.pop_back();
-  values_.resize(std::min(values_.size(), frame.values));
+  values_.resize(std::min<std::size_t>(values_.size(), frame.values));
   operand_next_ = true;
   Operand result;
   switch (frame.kind) {
@@ -321,16 +402,20 @@ void CPhpMachine::CloseBracket(char bracket) {
       const std::span<PhpValue> arguments(arguments_.data() + frame.arguments, arguments_.size() - frame.arguments);
       const bool list = frame.kind == FrameKind::kArray;
       if (list) {
-        result.list = std::make_shared<std::vector<std::string>>(
-            argument_keys_.begin() + static_cast<std::ptrdiff_t>(frame.arguments), argument_keys_.end());
+        if (NextIs("=")) {
+          result.list = std::make_shared<std::vector<VariableKey>>(
+              argument_keys_.begin() + static_cast<std::ptrdiff_t>(frame.arguments), argument_keys_.end());
+        }
         for (const PhpValue& argument : arguments) result.value.Join(argument);
         result.value.origin = (result.value.origin & ~static_cast<std::uint32_t>(kClosure)) | kArrayLiteral;
-        if (arguments.size() <= kMostElements && Spend(arguments.size())) {
-          result.value.array = std::make_shared<PhpArray>();
+        if (arguments.size() <= kMostElements) {
+          result.value.array = NewArray();
+          result.value.array->elements.reserve(arguments.size());
           for (std::size_t i = 0; i < arguments.size(); ++i) {
-            const std::string& key = argument_names_[frame.arguments + i];
-            result.value.array->Add(key.empty() ? std::to_string(i) : key, arguments[i]);
+            const PhpName key = argument_names_[frame.arguments + i];
+            result.value.array->Add(key == kNoName || key == kEmptyName ? NameOfNumber(i) : key, arguments[i]);
           }
+          if (!Account(&*result.value.array)) result.value.array = {};
         }
       } else {
         result.value = Call(frame, arguments);

@@ -34,12 +34,6 @@ constexpr Superglobal kSuperglobals[] = {
     {"_SESSION", 0},
 };
 
-const Superglobal* FindSuperglobal(std::string_view name) {
-  const auto found = std::find_if(std::begin(kSuperglobals), std::end(kSuperglobals),
-                                  [name](const Superglobal& global) { return global.name == name; });
-  return found == std::end(kSuperglobals) ? nullptr : found;
-}
-
 // The elements of $_SERVER that the client writes.
 bool IsClientHeader(std::string_view key) {
   return (key.starts_with("HTTP_") && key != "HTTP_HOST" && key != "HTTP_HTTPS") || key == "QUERY_STRING" ||
@@ -48,50 +42,95 @@ bool IsClientHeader(std::string_view key) {
 
 }  // namespace
 
+std::uint8_t SuperglobalNumber(std::string_view name) {
+  const auto found = std::find_if(std::begin(kSuperglobals), std::end(kSuperglobals),
+                                  [name](const Superglobal& global) { return global.name == name; });
+  return found == std::end(kSuperglobals) ? 0 : static_cast<std::uint8_t>(found - std::begin(kSuperglobals) + 1);
+}
+
 bool CPhpMachine::Spend(std::size_t work) {
-  if (work > work_left_) {
-    work_left_ = 0;
-    return false;
-  }
+  if (work > work_left_) return false;
   work_left_ -= work;
   return true;
 }
 
-std::string CPhpMachine::KeyOf(std::string_view name) const {
-  if (FindSuperglobal(name)) return std::string(name);
-  std::string key = std::to_string(scope_) + " " + std::string(name);
-  if (scope_ != 0 && globals_.contains(key)) return "0 " + std::string(name);
-  return key;
+// Whether two texts are known to be the same.
+bool CPhpMachine::SameText(const PhpValue& a, const PhpValue& b) {
+  const std::string_view x = a.Text();
+  const std::string_view y = b.Text();
+  constexpr std::size_t kShort = 64;  // bytes that are read whatever the budget
+  return x.size() == y.size() && (x.data() == y.data() || ((x.size() <= kShort || Spend(x.size())) && x == y));
 }
 
-PhpValue CPhpMachine::Load(const std::string& key, std::string_view name) {
+CPhpShare<PhpArray> CPhpMachine::NewArray(const PhpArray* copied) {
+  CPhpShare<PhpArray> array(new PhpArray);
+  if (copied != nullptr) {
+    array->elements = copied->elements;
+    array->depth = copied->depth;
+  }
+  return array;
+}
+
+// Counts what the array holds now; false: all arrays together hold too much.
+bool CPhpMachine::Account(PhpArray* array) {
+  const std::size_t bytes = sizeof(PhpArray) + array->elements.capacity() * sizeof(array->elements[0]);
+  array_bytes_ += bytes - array->accounted;
+  array->accounted = bytes;
+  array->accounted_by = &array_bytes_;
+  return array_bytes_ <= kMostArrayBytes;
+}
+
+CPhpMachine::VariableKey CPhpMachine::KeyIn(std::uint32_t scope, PhpName name) {
+  if (name == kNoName) return 0;
+  return variable_table_.FindOrAdd(
+      MixHash((std::uint64_t{scope} << 32 | name) ^ HashSeed()),
+      [&](VariableKey key) { return variables_[key - 1].name == name && variables_[key - 1].scope == scope; },
+      [&] {
+        Variable& added = variables_.emplace_back();
+        added.scope = scope;
+        added.name = name;
+        return static_cast<VariableKey>(variables_.size());
+      });
+}
+
+CPhpMachine::VariableKey CPhpMachine::KeyOf(PhpName name) {
+  if (FactsOf(name).superglobal != 0) return KeyIn(kSuperScope, name);
+  const VariableKey key = KeyIn(scope_, name);
+  return scope_ != 0 && key != 0 && variables_[key - 1].is_global ? KeyIn(0, name) : key;
+}
+
+PhpValue CPhpMachine::Load(VariableKey key) {
   PhpValue value;
-  const auto found = variables_.find(key);
-  if (found != variables_.end()) value = found->second.value;
-  if (const Superglobal* const global = FindSuperglobal(name); global && !key.starts_with("->")) {
-    value.origin |= global->origin;
-  } else if (found == variables_.end() || !found->second.assigned) {
-    if (request_variables_ && !key.starts_with("->")) value.origin |= kRequest;
-    if (pass_ > 0 && key.starts_with("0 ")) value.origin |= kNeverAssigned;
+  if (key == 0) {
+    if (request_variables_) value.origin |= kRequest;
+    return value;
+  }
+  const Variable& variable = variables_[key - 1];
+  value = variable.value;
+  if (variable.scope == kSuperScope) {
+    value.origin |= kSuperglobals[FactsOf(variable.name).superglobal - 1].origin;
+  } else if (!variable.assigned) {
+    if (request_variables_ && variable.scope != kMemberScope) value.origin |= kRequest;
+    if (pass_ > 0 && variable.scope == 0) value.origin |= kNeverAssigned;
   }
   return value;
 }
 
-CPhpMachine::Operand CPhpMachine::Lookup(std::string_view name) {
+CPhpMachine::Operand CPhpMachine::Lookup(PhpName name) {
   Operand operand;
   operand.key = KeyOf(name);
-  operand.value = Load(operand.key, name);
+  operand.value = Load(operand.key);
   return operand;
 }
 
 // A value stored on a deeper level than the last one, or in a branch, adds to it: either may hold.
-void CPhpMachine::Store(const std::string& key, const PhpValue& value, bool join) {
-  if (key.empty()) return;
-  Variable& variable = variables_[key];
-  const std::size_t depth = frames_.size();
+void CPhpMachine::Store(VariableKey key, const PhpValue& value, bool join) {
+  if (key == 0) return;
+  Variable& variable = variables_[key - 1];
+  const auto depth = static_cast<std::uint32_t>(frames_.size());
   PhpValue stored = value;
   stored.origin &= ~static_cast<std::uint32_t>(kNeverAssigned);
-  if (variable.assigned && (join || weak_ || depth > variable.depth || key.starts_with("->"))) {
+  if (variable.assigned && (join || weak_ || depth > variable.depth || variable.scope == kMemberScope)) {
     const std::uint32_t keep = variable.value.origin;
     if (!stored.HasText() && !stored.array && !stored.is_number && !join) {
       stored.text = variable.value.text;
@@ -107,40 +146,40 @@ void CPhpMachine::Store(const std::string& key, const PhpValue& value, bool join
 }
 
 void CPhpMachine::StoreElement(const Operand& target, const PhpValue& value) {
-  Variable& variable = variables_[target.key];
+  if (target.key == 0) return;
+  Variable& variable = variables_[target.key - 1];
   PhpValue& whole = variable.value;
   variable.assigned = true;
   whole.origin |=
       value.origin & ~static_cast<std::uint32_t>(kWholeRequest | kComputed | kArrayLiteral | kNeverAssigned);
   if (value.Has(kWholeRequest) && value.Has(kFromRequest)) whole.origin |= kWholeRequest;
-  if (whole.HasText() && target.known_index && value.HasText() && value.Text().size() == 1 && target.index.size() < 5) {
-    const auto at = static_cast<std::size_t>(ToNumber(target.index));
-    std::string text(whole.Text());
-    if (at < text.size() && Spend(text.size())) {
+  const bool known_index = target.index != kNoName;
+  if (whole.HasText() && known_index && value.HasText() && value.Text().size() == 1) {
+    const bool is_number = (target.index & kNumberName) != 0;
+    const std::size_t at = is_number ? target.index & ~kNumberName : 0;
+    if (at < kMostElements && at < whole.Text().size() && Spend(whole.Text().size())) {
+      std::string text(whole.Text());
       text[at] = value.Text()[0];
       whole = PhpValue::OfText(std::move(text), whole.origin | kComputed, HidingWay::kCharacters);
     }
     return;
   }
-  if (whole.HasText()) {
-    whole.text = nullptr;
+  whole.text = {};
+  if (!whole.array) whole.array = NewArray();
+  PhpValue* element = nullptr;
+  if (!whole.array.IsOnly()) {
+    if (!Spend((whole.array->size() + 1) * kElementWork)) return;
+    whole.array = NewArray(&*whole.array);
   }
-  if (!whole.array) whole.array = std::make_shared<PhpArray>();
-  if (whole.array.use_count() > 1) {
-    if (!Spend(whole.array->size() + 1)) return;
-    whole.array = std::make_shared<PhpArray>(*whole.array);
-  }
-  const std::string index = target.known_index ? target.index : std::to_string(whole.array->size());
+  PhpArray& array = *whole.array;
   // A list is short where it hides something; looking through it keeps the order.
-  if (target.known_index && Spend(whole.array->size() / 8)) {
-    for (auto& [key, element] : *whole.array) {
-      if (key == index) {
-        whole.array->Set(&element, value);
-        return;
-      }
-    }
+  if (known_index && Spend(array.size() / 4)) element = const_cast<PhpValue*>(array.Find(target.index));
+  if (element != nullptr) {
+    array.Set(element, value);
+  } else if (array.size() < kMostElements) {
+    array.Add(known_index ? target.index : NameOfNumber(array.size()), value);
   }
-  if (whole.array->size() < kMostElements) whole.array->Add(index, value);
+  if (!Account(&array)) whole.array = {};
 }
 
 void CPhpMachine::Assign(std::uint32_t code, Operand& target, PhpValue value) {
@@ -152,12 +191,11 @@ void CPhpMachine::Assign(std::uint32_t code, Operand& target, PhpValue value) {
     }
     return;
   }
-  if (target.key.empty()) return;
+  if (target.key == 0) return;
   if (code != PhpOperator("=")) {
     PhpValue old = std::move(target.value);
-    const auto variable = variables_.find(target.key);
     // The variable lets go of its text, which then can be added to in place.
-    if (!target.indexed && variable != variables_.end()) variable->second.value.text = nullptr;
+    if (!target.indexed) variables_[target.key - 1].value.text = {};
     if (code == PhpOperator("?\?=")) {
       value.Join(old);
     } else {
@@ -165,14 +203,14 @@ void CPhpMachine::Assign(std::uint32_t code, Operand& target, PhpValue value) {
     }
   }
   if (!target.indexed) return Store(target.key, value, false);
-  if (code == PhpOperator(".=") && !target.known_index) value.text = nullptr;
+  if (code == PhpOperator(".=") && target.index == kNoName) value.text = {};
   StoreElement(target, value);
 }
 
 // "$x++" counts letters too, which some files spell names with.
 void CPhpMachine::Increment(std::uint32_t code, bool prefix) {
   if (prefix) {
-    operations_.push_back({code, kUnary, true});
+    PushPending({code, kUnary, true});
     if (!Next() || Next()->kind != PhpTokenKind::kVariable) return;
     operations_.pop_back();
     ++at_;
@@ -208,18 +246,24 @@ PhpValue CPhpMachine::Concatenate(PhpValue left, const PhpValue& right) {
   if (left.Has(kWholeRequest) || (left_empty && right.Has(kWholeRequest))) result.origin |= kWholeRequest;
   std::string a;
   std::string b;
-  const bool in_place = left.HasText() && left.text.use_count() == 1;
-  if ((!left.HasText() && !left.is_number && !left.array) || !Spend(right.Text().size() + 1) || !PhpTextOf(right, &b) ||
+  const bool in_place = left.HasText() && left.text.IsOnly();
+  if ((!left.HasText() && !left.is_number && !left.array) || !Spend(right.Text().size() + 1) ||
+      (!right.HasText() && !PhpTextOf(right, &b)) ||
       (!in_place && (!Spend(left.Text().size()) || !PhpTextOf(left, &a)))) {
     return result;
   }
-  const bool joined = !b.empty() && !(in_place ? left.Text() : std::string_view(a)).empty();
+  const std::string_view more = right.HasText() ? right.Text() : b;
+  const bool joined = !more.empty() && !(in_place ? left.Text() : std::string_view(a)).empty();
   if (joined) {
     result.origin |= kComputed;
     if (result.way == HidingWay::kNone) result.way = HidingWay::kConcatenation;
   }
-  result.text = in_place ? std::move(left.text) : std::make_shared<std::string>(std::move(a));
-  *result.text += b;
+  if (in_place) {
+    result.text = std::move(left.text);
+    result.text.Append(more);
+  } else {
+    result.text = CPhpText(std::move(a.append(more)));
+  }
   return result;
 }
 
@@ -266,7 +310,7 @@ PhpValue CPhpMachine::Bitwise(std::uint32_t code, const PhpValue& left, const Ph
         a[i] = static_cast<char>(~a[i]);
     }
   }
-  result.text = std::make_shared<std::string>(std::move(a));
+  result.text = CPhpText(std::move(a));
   return result;
 }
 
@@ -315,18 +359,29 @@ PhpValue CPhpMachine::Binary(std::uint32_t code, PhpValue left, const PhpValue& 
   }
 }
 
+// The name of an element; none when it is not known.
+PhpName CPhpMachine::IndexOf(const PhpValue& value) {
+  constexpr std::int64_t kMostNumber = 1000000000;  // fits the number of a name
+  if (value.is_number && value.number >= 0 && value.number < kMostNumber) {
+    return NameOfNumber(static_cast<std::size_t>(value.number));
+  }
+  if (!value.is_number && value.HasText()) return NameOf(value.Text());
+  std::string text;
+  return PhpTextOf(value, &text) ? NameOf(text) : kNoName;
+}
+
 // base[index]; index is null for "[]".
 CPhpMachine::Operand CPhpMachine::Element(const Operand& base, const PhpValue* index) {
   Operand operand;
-  operand.key = base.key;
+  operand.key = base.indexed ? 0 : base.key;
   operand.indexed = true;
-  if (base.indexed) operand.key.clear();
-  operand.known_index = index != nullptr && PhpTextOf(*index, &operand.index);
-  const std::string_view name = base.indexed ? std::string_view() : std::string_view(base.key);
-  if (name == "GLOBALS") {
-    if (!operand.known_index) return operand;
-    operand.key = FindSuperglobal(operand.index) ? operand.index : "0 " + operand.index;
-    operand.value = Load(operand.key, operand.index);
+  operand.index = index != nullptr ? IndexOf(*index) : kNoName;
+  const bool is_super = operand.key != 0 && variables_[operand.key - 1].scope == kSuperScope;
+  const std::string_view super = is_super ? names_.Text(variables_[operand.key - 1].name) : std::string_view();
+  if (super == "GLOBALS") {
+    if (operand.index == kNoName) return operand;
+    operand.key = KeyIn(FactsOf(operand.index).superglobal != 0 ? kSuperScope : 0, operand.index);
+    operand.value = Load(operand.key);
     if (index->Has(kComputed) && operand.value.Has(kWholeRequest)) {
       operand.value.origin |= kComputed;
       operand.value.way = index->way;
@@ -334,30 +389,29 @@ CPhpMachine::Operand CPhpMachine::Element(const Operand& base, const PhpValue* i
     operand.indexed = false;
     return operand;
   }
-  if (name == "_SERVER" || name == "HTTP_SERVER_VARS") {
-    if (operand.known_index && IsClientHeader(operand.index)) operand.value.origin = kRequest;
+  if (super == "_SERVER" || super == "HTTP_SERVER_VARS") {
+    if (IsClientHeader(names_.Text(operand.index))) operand.value.origin = kRequest;
     return operand;
   }
   operand.value = base.value.Taint();
   operand.value.origin &= ~static_cast<std::uint32_t>(kArrayLiteral | kComputed);
-  if (base.value.Has(kFromUpload) && operand.index == "tmp_name") operand.value.origin |= kTempUpload;
-  if (!operand.known_index) {
-    if (base.value.array && !base.value.array->empty()) operand.value = Each(base.value);
+  if (base.value.Has(kFromUpload) && names_.Text(operand.index) == "tmp_name") operand.value.origin |= kTempUpload;
+  if (operand.index == kNoName) {
+    if (base.value.array && base.value.array->size() != 0) operand.value = Each(base.value);
     return operand;
   }
-  if (base.value.array && Spend(base.value.array->size() / 8)) {
-    for (const auto& [key, element] : *base.value.array) {
-      if (key != operand.index) continue;
-      operand.value = element;
-      if (const Superglobal* const global = FindSuperglobal(name)) operand.value.origin |= global->origin;
-      return operand;
+  if (base.value.array && Spend(base.value.array->size() / 4)) {
+    if (const PhpValue* const element = base.value.array->Find(operand.index)) {
+      operand.value = *element;
+      if (is_super)
+        operand.value.origin |= kSuperglobals[FactsOf(variables_[operand.key - 1].name).superglobal - 1].origin;
     }
   } else if (base.value.HasText() && index->is_number) {
     const auto size = static_cast<std::int64_t>(base.value.Text().size());
     const std::int64_t at = index->number < 0 ? size + index->number : index->number;
     if (at >= 0 && at < size) {
-      operand.value = PhpValue::OfText(std::string(1, base.value.Text()[static_cast<std::size_t>(at)]),
-                                       base.value.origin | kComputed, HidingWay::kCharacters);
+      operand.value = PhpValue::OfByte(base.value.Text()[static_cast<std::size_t>(at)], base.value.origin | kComputed,
+                                       HidingWay::kCharacters);
     }
   }
   return operand;
@@ -367,9 +421,9 @@ CPhpMachine::Operand CPhpMachine::Element(const Operand& base, const PhpValue* i
 PhpValue CPhpMachine::Each(const PhpValue& list) {
   PhpValue value = list.Taint();
   value.origin &= ~static_cast<std::uint32_t>(kArrayLiteral);
-  if (list.array && !list.array->empty()) {
-    value.text = list.array->front().second.text;
-    value.array = list.array->front().second.array;
+  if (list.array && list.array->size() != 0) {
+    value.text = (*list.array)[0].second.text;
+    value.array = (*list.array)[0].second.array;
   }
   return value;
 }
@@ -404,13 +458,13 @@ PhpValue CPhpMachine::Template(std::string_view inner, char quote) {
     }
     if (end == begin || IsDigit(inner[begin])) continue;
     add_plain(i > 0 && inner[i - 1] == '{' ? i - 1 : i);
-    Operand operand = Lookup(inner.substr(begin, end - begin));
+    Operand operand = Lookup(names_.Of(inner.substr(begin, end - begin), true));
     if (brace && end < inner.size() && inner[end] == '}') ++end;
     while (end < inner.size() && inner[end] == '[') {
       const std::size_t close = open_index ? std::string_view::npos : inner.find(']', end);
       open_index = close == std::string_view::npos;
       if (open_index) break;
-      const PhpValue index = PhpValue::OfText(std::string(TrimBytes(inner.substr(end + 1, close - end - 1), "'\"")));
+      const PhpValue index = PhpValue::OfLasting(TrimBytes(inner.substr(end + 1, close - end - 1), "'\""));
       operand = Element(operand, &index);
       end = close + 1;
     }

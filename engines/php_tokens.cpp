@@ -39,7 +39,8 @@ class CLexer {
   std::string_view Rest() const { return source_.substr(at_); }
 
   void Add(PhpTokenKind kind, std::size_t begin, std::size_t end, std::uint32_t code = 0) {
-    tokens_.push_back({static_cast<std::uint32_t>(begin), static_cast<std::uint32_t>(end), code & 0xFFFFFFU, kind});
+    tokens_.push_back(
+        {static_cast<std::uint32_t>(begin), static_cast<std::uint32_t>(end), code & 0xFFFFFFU, kind, kNoName});
   }
 
   void Markup() {

@@ -6,6 +6,8 @@
 #include <string_view>
 #include <vector>
 
+#include "engines/php_names.h"
+
 namespace qiv {
 
 enum class PhpTokenKind : std::uint8_t {
@@ -30,6 +32,7 @@ struct PhpToken {
   std::uint32_t end;
   std::uint32_t code : 24;  ///< operator; of strings: the quote, '<' for a here document
   PhpTokenKind kind : 8;
+  PhpName name = kNoName;  // of variables and names, once somebody asked for it
 
   std::string_view Text(std::string_view source) const { return source.substr(begin, end - begin); }
   bool Is(std::string_view op) const { return kind == PhpTokenKind::kOperator && code == PhpOperator(op); }

@@ -3,12 +3,13 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <memory>
 #include <span>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
+
+#include "engines/php_names.h"
 
 namespace qiv {
 
@@ -41,22 +42,92 @@ enum class HidingWay : std::uint8_t {
 };
 
 struct PhpArray;
+struct PhpBytes;
+void FreePhp(PhpArray* array);
+void FreePhp(PhpBytes* bytes);
+
+/// A share in something that counts its holders in `holders`. Of one scan, and so of one thread.
+template <typename T>
+class CPhpShare {
+ public:
+  CPhpShare() = default;
+  explicit CPhpShare(T* made) : at_(made) { ++at_->holders; }
+  CPhpShare(const CPhpShare& other) : at_(other.at_) {
+    if (at_ != nullptr) ++at_->holders;
+  }
+  CPhpShare(CPhpShare&& other) noexcept : at_(std::exchange(other.at_, nullptr)) {}
+  CPhpShare& operator=(CPhpShare other) noexcept {
+    std::swap(at_, other.at_);
+    return *this;
+  }
+  ~CPhpShare() {
+    if (at_ != nullptr && --at_->holders == 0) FreePhp(at_);
+  }
+
+  explicit operator bool() const { return at_ != nullptr; }
+  T* operator->() const { return at_; }
+  T& operator*() const { return *at_; }
+  bool IsOnly() const { return at_ != nullptr && at_->holders == 1; }
+
+ private:
+  T* at_ = nullptr;
+};
+
+struct PhpBytes {
+  std::string bytes;
+  std::uint32_t holders = 0;
+};
+
+/// A constant text: a view of the source, which costs nothing, or shared bytes.
+class CPhpText {
+ public:
+  CPhpText() = default;
+  explicit CPhpText(std::string text) : bytes_(new PhpBytes{std::move(text), 0}) { View(bytes_->bytes); }
+  /// Of bytes that stay longer than every value: the source, the program's own.
+  static CPhpText Lasting(std::string_view text) {
+    CPhpText lasting;
+    lasting.View(text);
+    return lasting;
+  }
+
+  explicit operator bool() const { return data_ != nullptr; }
+  operator std::string_view() const { return {data_, size_}; }
+  /// Nobody else holds these bytes: they can be added to in place.
+  bool IsOnly() const { return bytes_.IsOnly(); }
+  void Append(std::string_view more) {  // only when IsOnly()
+    bytes_->bytes += more;
+    View(bytes_->bytes);
+  }
+
+ private:
+  void View(std::string_view text) {
+    data_ = text.data() != nullptr ? text.data() : "";
+    size_ = static_cast<std::uint32_t>(text.size());
+  }
+
+  const char* data_ = nullptr;
+  std::uint32_t size_ = 0;
+  CPhpShare<PhpBytes> bytes_;
+};
 
 /// Copies share text and elements.
 struct PhpValue {
   std::uint32_t origin = 0;
   HidingWay way = HidingWay::kNone;
   bool is_number = false;
-  std::int64_t number = 0;
-  std::shared_ptr<std::string> text;  ///< changed in place only where nobody else holds it
-  std::shared_ptr<PhpArray> array;
   std::uint32_t function = 0;  ///< of a closure: its number + 1
+  std::int64_t number = 0;
+  CPhpText text;
+  CPhpShare<PhpArray> array;
 
-  bool HasText() const { return text != nullptr; }
+  bool HasText() const { return static_cast<bool>(text); }
   bool Has(std::uint32_t origins) const { return (origin & origins) != 0; }
-  std::string_view Text() const { return text ? std::string_view(*text) : std::string_view{}; }
+  std::string_view Text() const { return text; }
 
   static PhpValue OfText(std::string value, std::uint32_t origin = 0, HidingWay way = HidingWay::kNone);
+  static PhpValue OfLasting(std::string_view value);
+  /// A text of one byte.
+  static PhpValue OfByte(char value, std::uint32_t origin, HidingWay way);
   static PhpValue OfNumber(std::int64_t value);
   /// Origins and way of another value, without its content.
   PhpValue Taint() const;
@@ -70,12 +141,31 @@ inline bool AnyHas(std::span<const PhpValue> values, std::uint32_t origins) {
 }
 
 /// Arrays hold each other to a fixed depth: freeing one descends into those it holds.
-struct PhpArray : std::vector<std::pair<std::string, PhpValue>> {
+struct PhpArray {
   static constexpr int kDeepest = 8;  ///< what stands deeper inside is not followed
-  int depth = 1;
 
+  std::vector<std::pair<PhpName, PhpValue>> elements;
+  std::uint32_t holders = 0;
+  int depth = 1;
+  std::size_t* accounted_by = nullptr;  ///< where the bytes are counted as long as they are held
+  std::size_t accounted = 0;
+
+  PhpArray() = default;
+  PhpArray(const PhpArray&) = delete;
+  PhpArray& operator=(const PhpArray&) = delete;
+  ~PhpArray() {
+    if (accounted_by != nullptr) *accounted_by -= accounted;
+  }
+
+  std::size_t size() const { return elements.size(); }
+  auto begin() const { return elements.begin(); }
+  auto end() const { return elements.end(); }
+  const std::pair<PhpName, PhpValue>& operator[](std::size_t at) const { return elements[at]; }
+
+  /// The element of that key, or null. Looks through them.
+  const PhpValue* Find(PhpName key) const;
   /// Adds an element; of an array that would stand too deep the origins alone.
-  void Add(std::string key, const PhpValue& value);
+  void Add(PhpName key, const PhpValue& value);
   void Set(PhpValue* element, const PhpValue& value);
 };
 
