@@ -8,7 +8,7 @@
 #include "common/messages.h"
 #include "common/text.h"
 #include "engines/decoders.h"
-#include "engines/page_script.h"
+#include "engines/page_flow.h"
 #include "engines/risk_words.h"
 #include "engines/script_encoding.h"
 #include "engines/virus_builtin.h"
@@ -21,10 +21,13 @@ constexpr std::size_t kLargestScript = 105472;  // a longer file with a database
 constexpr std::size_t kLargePage = 102400;      // longer pages that begin like an application's are one
 constexpr std::size_t kVariantLimit = 2048;     // step 7 is for short files
 constexpr std::size_t kSmallPage = 4096;        // a page that does little but write a file the request names
+constexpr std::size_t kReaderPage = 2048;       // a page that does nothing but show any file of the disk
+constexpr std::size_t kWriterPage = 16384;      // the same, anywhere on the disk
+// Where the request was not seen to name anything.
+constexpr std::int32_t kSilentAspLimit = 160;
+constexpr std::int32_t kSilentAspxLimit = 110;
 constexpr std::string_view kInclude = "<!--#include";
 constexpr std::string_view kIncludeBlank = "<!--#include ";
-
-bool Holds(std::string_view text, std::string_view what) { return text.find(what) != std::string_view::npos; }
 
 std::string WithoutBlanks(std::string_view text) {
   std::string copy(text);
@@ -70,7 +73,12 @@ bool RunsRequest(std::string_view copy) {
       "eval(request",   "evalrequest",           "eval(eval(",           "execute(eval(",  "execute(request",
       "executerequest", "executeglobal(request", "executeglobalrequest", "eval(\"request", "execute(\"request",
       "eval\"(request", "execute\"(request",     "eval\"&request",       ":eval,",         ":eval}"};
-  return std::any_of(std::begin(kRuns), std::end(kRuns), [copy](std::string_view run) { return Holds(copy, run); });
+  for (const std::string_view run : kRuns) {
+    for (std::size_t p = copy.find(run); p != std::string_view::npos; p = copy.find(run, p + 1)) {
+      if (p == 0 || (copy[p - 1] != '.' && !IsWordByte(copy[p - 1]))) return true;  // no object's own
+    }
+  }
+  return false;
 }
 
 bool IsVariant(const CVirusLibrary& library, std::string_view text) {
@@ -78,22 +86,9 @@ bool IsVariant(const CVirusLibrary& library, std::string_view text) {
   if (RunsRequest(copy)) return true;
   if (Holds(copy, "strreverse") || Holds(copy, "reverse(")) {
     const std::string reversed(copy.rbegin(), copy.rend());
-    if (Holds(reversed, "evalrequest") || Holds(reversed, "eval(request") || Holds(reversed, "execute(request") ||
-        Holds(reversed, "evalrequest") || Holds(reversed, "executerequest")) {
-      return true;
-    }
+    if (RunsRequest(reversed)) return true;
   }
   if (Holds(copy, "unescape(") && RunsRequest(DecodeUrl(copy, false))) return true;
-  // Letters filled in by replace(): "e#v#al".
-  const bool runs = Holds(copy, "execute") || Holds(copy, "eval");
-  if (runs && (Holds(copy, "replace(") || Holds(copy, "split(") || Holds(copy, "mid("))) {
-    std::string letters;
-    for (const char c : copy) {
-      if (c >= 'a' && c <= 'z') letters += c;
-    }
-    return Holds(letters, "requestx") || Holds(letters, "evalrequest") || Holds(letters, "executerequest") ||
-           Holds(copy, "execute(d(") || Holds(copy, "execute(unescape(");
-  }
   return false;
 }
 
@@ -117,44 +112,102 @@ bool IncludesPicture(std::string_view text) {
   return false;
 }
 
-// Classic pages hold none of these.
-bool IsAspx(std::string_view page) {
-  constexpr std::string_view kMarks[] = {"<%@page",
-                                         "<%@webhandler",
-                                         "<%@webservice",
-                                         "<%@import",
-                                         "<%@control",
-                                         "<%@master",
-                                         "<%@assembly",
-                                         "runat=\"server\"language=\"jscript\"",
-                                         "language=\"jscript\"runat=\"server\"",
-                                         "usingsystem",
-                                         "importsystem"};
-  const std::string copy = BlankFreeLower(page);
-  return std::any_of(std::begin(kMarks), std::end(kMarks), [&](std::string_view mark) { return Holds(copy, mark); });
+// Directives that classic pages must not hold.
+bool HasAspxDirective(const PageCode& code) {
+  constexpr std::string_view kDirectives[] = {"@page",    "@webhandler", "@webservice", "@import",
+                                              "@control", "@master",     "@assembly",   "@application"};
+  return std::any_of(std::begin(kDirectives), std::end(kDirectives),
+                     [&](std::string_view mark) { return Holds(code.attributes, mark); });
 }
 
-std::string LowerPage(std::string_view text) {
-  return Lower(Holds(text, "#@~^") ? DecodeEncodedScript(text) : std::string(text));
+// Classic pages hold none of these but in texts.
+bool IsAspx(std::string_view page, const PageCode& code) {
+  constexpr std::string_view kClasses[] = {"using system", "import system", "imports system", "request.files"};
+  const std::string_view head = page.substr(0, kSmallPage);
+  return HasAspxDirective(code) || std::any_of(std::begin(kClasses), std::end(kClasses),
+                                               [&](std::string_view mark) { return Holds(head, mark); });
 }
 
-// A dangerous object whose name shows only once the strings are joined, or a script engine that is fed the request.
-std::string_view HiddenObject(std::string_view page, std::string_view code) {
-  constexpr std::string_view kObjects[] = {"scripting.filesystemobject", "wscript.shell", "adodb.stream",
-                                           "shell.application", "scriptcontrol"};
-  for (const std::string_view object : kObjects) {
-    if (Holds(code, object) && !Holds(page, object)) return object;
+// Lower-cased, encoded pieces decoded, full-width letters narrow.
+std::string PlainPage(std::string_view text) {
+  std::string page = Lower(Holds(text, "#@~^") ? DecodeEncodedScript(text) : std::string(text));
+  std::size_t out = 0;
+  for (std::size_t i = 0; i < page.size();) {
+    const std::size_t length = CCharSet::CharacterLength(page, i);
+    const auto lead = static_cast<unsigned char>(page[i]);
+    if (length == 2 && lead == 0xA3 && static_cast<unsigned char>(page[i + 1]) > 0xA0) {
+      const char narrow = static_cast<char>(static_cast<unsigned char>(page[i + 1]) - 0x80);
+      page[out++] = narrow >= 'A' && narrow <= 'Z' ? static_cast<char>(narrow | 0x20) : narrow;
+    } else {
+      for (std::size_t k = 0; k < length; ++k) page[out++] = page[i + k];
+    }
+    i += length;
   }
-  const bool engine = Holds(code, "scriptcontrol") && Holds(code, "request");
-  return engine && (Holds(code, ".addcode") || Holds(code, ".executestatement") || Holds(code, ".eval"))
-             ? kObjects[4]
-             : std::string_view{};
+  page.resize(out);
+  return page;
+}
+
+// Whether the page is a part of an application: it includes others, or its class lies elsewhere.
+bool IsPart(std::string_view page, const PageCode& code) {
+  constexpr std::string_view kParts[] = {"codebehind=", "codefile=", "inherits=", "masterpagefile=", "src="};
+  return Holds(page, kInclude) || Holds(page, "user.identity") || Holds(page, "isauthenticated") ||
+         std::any_of(std::begin(kParts), std::end(kParts),
+                     [&](std::string_view p) { return Holds(code.attributes, p); });
+}
+
+bool ReadsAnyFile(std::uint32_t reach, std::string_view page, const PageCode& code) {
+  return (reach & kReadsRequested) != 0 && page.size() <= kReaderPage && !IsPart(page, code);
+}
+
+// The request names a file and says what is written to it, in a page that does little else. A session may be such a
+// page's own; below the site's root, applications write files for those who are signed in.
+bool WritesAnyFile(std::uint32_t reach, std::string_view page, const PageCode& code) {
+  if ((reach & kContentRequested) == 0 || IsPart(page, code)) return false;
+  if ((reach & kPathRequested) != 0) return page.size() <= kWriterPage;
+  return (reach & kPathMapped) != 0 && page.size() <= kSmallPage && !Holds(page, "session");
+}
+
+std::int32_t Weight(std::uint32_t reach) {
+  constexpr struct {
+    std::uint32_t bit;
+    std::int32_t weight;
+  } kWeights[] = {{kHiddenFiles, 40}, {kReadsRequested, 20},   {kPathRequested, 15},
+                  {kPathMapped, 5},   {kContentRequested, 10}, {kRunsText, 15}};
+  std::int32_t sum = 0;
+  for (const auto& row : kWeights) sum += (reach & row.bit) != 0 ? row.weight : 0;
+  return sum;
+}
+
+// The request names a database server and says what it is to run.
+bool IsSqlConsole(std::uint32_t reach, std::string_view page, const PageCode& code) {
+  return (reach & kConnects) != 0 && (reach & kRunsSql) != 0 && !IsPart(page, code);
+}
+
+// Whether the words are a shell's: many, or some in a page that works on what the request names. Articles and forums
+// speak of shells as well; of classic pages only the code counts.
+bool SpeaksLikeShell(std::string_view page, const PageCode& code, std::uint32_t reach, PageKind kind,
+                     std::string_view* word) {
+  constexpr std::uint32_t kStrong =
+      kPathRequested | kReadsRequested | kUsesShell | kRunsText | kHiddenFiles | kConnects;
+  const bool strong = (reach & kStrong) != 0;
+  RiskScore risk;
+  if (kind == PageKind::kAspx) {
+    risk = ScoreRiskWords(page, RiskLanguage::kAspx);
+  } else {
+    const RiskScore basic = ScoreRiskWords(code.basic, RiskLanguage::kAsp);
+    const RiskScore braces = ScoreRiskWords(code.braces, RiskLanguage::kAsp);
+    risk = basic.score > braces.score ? basic : braces;
+    if (reach == 0) return false;
+  }
+  *word = risk.heaviest;
+  const std::int32_t silent = kind == PageKind::kAspx ? kSilentAspxLimit : kSilentAspLimit;
+  return risk.score + Weight(reach) >= (strong ? kPageRiskLimit : silent);
 }
 
 }  // namespace
 
 bool AnalyseAsp(const CVirusLibrary& library, std::string_view text, Language language, WebshellResult* result) {
-  const std::string page = LowerPage(text);
+  const std::string page = PlainPage(text);
   if (page.size() > kLargestScript && Holds(page, "standard jet db")) return false;
   if (Holds(WithoutBlanks(page), "@codepage=65000"))
     return Fill(language, MessageId::kUtf7Script, "@codepage=65000", result);
@@ -164,51 +217,50 @@ bool AnalyseAsp(const CVirusLibrary& library, std::string_view text, Language la
     *result = {rule->name, {}, rule->terms.front(), rule->terms.front(), kAspRuleKind, rule->size_limit, false, false};
     return true;
   }
-  const std::string code = JoinStrings(ServerCode(page));
+  const PageCode code = ServerCode(page, PageKind::kAsp);
+  if (IsAspx(page, code)) return false;      // its own analysis follows it
+  if (HasAspxDirective(code)) return false;  // the other analysis follows it
   const PageFlow flow = FollowPage(code, PageKind::kAsp);
   if ((flow.reach & (kReachesCode | kReachesCommand)) != 0) {
     const bool joined = !Holds(page, flow.detail);  // the word shows only once the strings are joined
     return Fill(language, joined ? MessageId::kAspVariant : MessageId::kAspBackdoor, flow.detail, result);
   }
-  if ((flow.reach & kHiddenCode) != 0) return Fill(language, MessageId::kAspVariant, "execute", result);
-  if (const std::string_view object = HiddenObject(page, code); !object.empty())
-    return Fill(language, MessageId::kAspVariant, object, result);
+  if ((flow.reach & (kHiddenCode | kHiddenObject)) != 0)
+    return Fill(language, MessageId::kAspVariant, flow.detail, result);
   if (text.size() < kVariantLimit && IsVariant(library, page))
     return Fill(language, MessageId::kAspVariant, "eval", result);
-  if ((flow.reach & kReachesFile) != 0 && text.size() <= kSmallPage) {
+  if (WritesAnyFile(flow.reach, page, code) || ReadsAnyFile(flow.reach, page, code) ||
+      IsSqlConsole(flow.reach, page, code))
     return Fill(language, MessageId::kSuspectedFiles, flow.detail, result);
-  }
-  const RiskScore risk = ScoreRiskWords(page, RiskLanguage::kAsp);
-  if (risk.score >= kPageRiskLimit && !Holds(page, "<?php"))
-    return Fill(language, MessageId::kSuspectedFiles, risk.heaviest, result);
-  if (Holds(text, "#@~^")) return Fill(language, MessageId::kAspVariant, "#@~^", result, true);
+  std::string_view word;
+  const bool is_php = page.find("<?php") < page.find("<%");  // its own analysis found nothing
+  if (!is_php && SpeaksLikeShell(page, code, flow.reach, PageKind::kAsp, &word))
+    return Fill(language, MessageId::kSuspectedFiles, word, result);
   if (IncludesPicture(page)) return Fill(language, MessageId::kSuspiciousReference, kInclude, result, true);
   return false;
 }
 
 bool AnalyseAspx(std::string_view text, Language language, WebshellResult* result) {
-  const std::string page = Lower(text);
+  const std::string page = PlainPage(text);
   if (page.size() > kLargestScript && Holds(page, "standard jet db")) return false;
   if (IsLargeOrdinaryPage(page)) return false;
-  const std::string code = JoinStrings(ServerCode(page));
+  const PageCode code = ServerCode(page, PageKind::kAspx);
+  const bool is_aspx = IsAspx(page, code);
+  // VBScript declares no types.
+  if (!is_aspx && text.size() > kSmallPage && code.braces.empty() && !Holds(code.basic, " as ")) return false;
   const PageFlow flow = FollowPage(code, PageKind::kAspx);
-  if ((flow.reach & (kReachesCode | kReachesCommand | kHiddenCode)) != 0) {
+  if ((flow.reach & (kReachesCode | kReachesCommand | kHiddenCode | kHiddenObject)) != 0)
     return Fill(language, MessageId::kAspxVariant, flow.detail, result);
-  }
   // JScript pages evaluate text with the page's rights; ordinary ones hardly ever do.
-  const bool is_aspx = IsAspx(page);
-  if ((flow.reach & kReachesFile) != 0 && (is_aspx || text.size() <= kSmallPage)) {
-    return Fill(language, MessageId::kSuspectedFiles, flow.detail, result);
-  }
-  if (!is_aspx) return false;
-  if (Holds(page.substr(0, kSmallPage), "jscript") && Holds(BlankFreeLower(ReplaceAll(code, "\n", "")), "eval(")) {
-    return Fill(language, MessageId::kAspxVariant, "eval", result);
-  }
-  if ((flow.reach & kReachesObject) != 0 && (Holds(code, "assembly") || Holds(code, "createobject"))) {
+  if ((flow.reach & kEvaluates) != 0 && !code.braces.empty() && Holds(page, "jscript") &&
+      !Holds(code.attributes, "@language="))
     return Fill(language, MessageId::kAspxVariant, flow.detail, result);
-  }
-  const RiskScore risk = ScoreRiskWords(page, RiskLanguage::kAspx);
-  if (risk.score >= kPageRiskLimit) return Fill(language, MessageId::kSuspectedFiles, risk.heaviest, result);
+  if (WritesAnyFile(flow.reach, page, code) || ReadsAnyFile(flow.reach, page, code) ||
+      IsSqlConsole(flow.reach, page, code))
+    return Fill(language, MessageId::kSuspectedFiles, flow.detail, result);
+  std::string_view word;
+  if (is_aspx && SpeaksLikeShell(page, code, flow.reach, PageKind::kAspx, &word))
+    return Fill(language, MessageId::kSuspectedFiles, word, result);
   return false;
 }
 

@@ -1,331 +1,363 @@
 #include "engines/page_script.h"
 
 #include <algorithm>
-#include <unordered_map>
-#include <unordered_set>
-#include <vector>
 
+#include "common/char_set.h"
 #include "common/text.h"
 
 namespace qiv {
 namespace {
 
-struct Sink {
-  std::string_view word;
-  std::uint32_t reach;
-  int member;  // 1: only behind a ".", -1: only without one, 0: either
-  bool asp;
-  bool aspx;
-};
-
-// Words that run, create or write what they are given.
-constexpr Sink kSinks[] = {
-    {"eval", kReachesCode, 0, true, true},
-    {"execute", kReachesCode, -1, true, false},
-    {"executeglobal", kReachesCode, -1, true, false},
-    {"executestatement", kReachesCode, 0, true, true},
-    {"addcode", kReachesCode, 1, true, true},
-    {"compileassemblyfromsource", kReachesCode, 1, false, true},
-    {"run", kReachesCommand, 1, true, true},
-    {"exec", kReachesCommand, 1, true, true},
-    {"shellexecute", kReachesCommand, 1, true, true},
-    {"shell", kReachesCommand, -1, false, true},
-    {"arguments", kReachesCommand, 1, false, true},
-    {"start", kReachesCommand, 1, false, true},
-    {"processstartinfo", kReachesCommand, -1, false, true},
-    {"createobject", kReachesObject, 0, true, true},
-    {"getobject", kReachesObject, 0, true, true},
-    {"createinstance", kReachesObject, 1, false, true},
-    {"load", kReachesObject, 1, false, true},
-    {"invoke", kReachesObject, 1, false, true},
-    {"savetofile", kReachesFile, 1, true, true},
-    {"createtextfile", kReachesFile, 1, true, true},
-    {"opentextfile", kReachesFile, 1, true, true},
-    {"writealltext", kReachesFile, 1, false, true},
-    {"writeallbytes", kReachesFile, 1, false, true},
-    {"appendalltext", kReachesFile, 1, false, true},
-    {"streamwriter", kReachesFile, 0, false, true},
-    {"createtext", kReachesFile, 1, false, true},
-    {"saveas", kReachesFile, 1, false, true},
-};
-
-constexpr std::string_view kScramblers[] = {
-    "strreverse", "unescape",        "frombase64string",   "replace", "chr", "chrw", "mid",
-    "split",      "createdecryptor", "transformfinalblock"};
-
-constexpr std::string_view kNotFunctions[] = {"if",    "for",     "while", "switch", "catch",
-                                              "using", "foreach", "lock",  "elseif", "select"};
+constexpr std::size_t kTag = 512;  // bytes: a longer opening tag is none
 
 constexpr bool IsNameByte(char c) { return IsWordByte(c) || static_cast<unsigned char>(c) >= 0x80; }
 
-class CFollower {
- public:
-  CFollower(std::string_view code, PageKind kind) : code_(code), aspx_(kind == PageKind::kAspx) {
-    for (const Sink& sink : kSinks) {
-      if (aspx_ ? sink.aspx : sink.asp) sinks_.emplace(sink.word, &sink);
-    }
-    // VBScript ends a statement with its line; the others with ";" or a brace.
-    const auto count = [code](char c) { return static_cast<std::size_t>(std::count(code.begin(), code.end(), c)); };
-    lines_ = count(';') * 2 < count('\n');
-  }
+int HexValue(char c) {
+  if (IsDigit(c)) return c - '0';
+  return c >= 'a' && c <= 'f' ? c - 'a' + 10 : -1;
+}
 
-  PageFlow Run() {
-    for (int pass = 0; pass < 2; ++pass) {
-      for (std::size_t at = 0; at < code_.size();) at = Statement(at);
+// The value of an attribute of a tag or directive, without quotes; empty if it has none.
+std::string_view Attribute(std::string_view tag, std::string_view name) {
+  for (std::size_t p = tag.find(name); p != std::string_view::npos; p = tag.find(name, p + 1)) {
+    if (p == 0 || IsNameByte(tag[p - 1])) continue;
+    std::size_t at = p + name.size();
+    while (at < tag.size() && IsSpace(tag[at])) ++at;
+    if (at >= tag.size() || tag[at] != '=') continue;
+    ++at;
+    while (at < tag.size() && (IsSpace(tag[at]) || tag[at] == '"' || tag[at] == '\'')) ++at;
+    std::size_t end = at;
+    while (end < tag.size() && !IsSpace(tag[end]) && tag[end] != '"' && tag[end] != '\'' && tag[end] != '>' &&
+           tag[end] != '%') {
+      ++end;
     }
-    return std::move(flow_);
+    return tag.substr(at, end - at);
+  }
+  return {};
+}
+
+// Whether half of the lines end as those of a language with braces do.
+bool LooksBraced(std::string_view code) {
+  std::size_t lines = 0;
+  std::size_t braced = 0;
+  for (std::size_t at = 0; at < code.size();) {
+    const std::size_t end = std::min(code.find('\n', at), code.size());
+    const std::string_view line = Trim(code.substr(at, end - at));
+    at = end + 1;
+    if (line.empty()) continue;
+    ++lines;
+    braced += line.back() == ';' || line.back() == '{' || line.back() == '}' ? 1 : 0;
+  }
+  return braced * 2 >= lines && braced > 0;
+}
+
+class CCutter {
+ public:
+  CCutter(std::string_view page, PageKind kind) : page_(page), aspx_(kind == PageKind::kAspx) {}
+
+  PageCode Run() {
+    for (std::size_t p = page_.find('<'); p != std::string_view::npos;) p = page_.find('<', Cut(p));
+    if (!any_) {
+      Take(page_, {});
+    } else if (handler_ != 0) {
+      Take(page_.substr(handler_), {});
+    }
+    return std::move(code_);
   }
 
  private:
-  struct Word {
-    std::string_view text;
-    std::size_t begin;  // in the statement
-    bool member;
-    char next;  // the first byte behind it that is no blank
-  };
-
-  // The end of the statement at `at`; its words go to words_, outside strings and comments.
-  std::size_t Statement(std::size_t at) {
-    words_.clear();
-    equals_ = std::string_view::npos;
-    literal_ = 0;
-    const std::size_t begin = at;
-    char closed_by = '\n';
-    char before = '\n';
-    for (; at < code_.size(); ++at) {
-      const char c = code_[at];
-      if (c == '"' || (c == '\'' && !lines_)) {
-        const std::size_t end = String(at);
-        literal_ = std::max(literal_, end - at);
-        at = end;
-        before = '"';
-        continue;
+  // Takes the piece of code at `p`, if there is one; where to go on.
+  std::size_t Cut(std::size_t p) {
+    const std::string_view rest = page_.substr(p);
+    if (rest.starts_with("<%")) {
+      const std::size_t end = std::min(page_.find("%>", p + 2), page_.size());
+      std::string_view piece = page_.substr(p + 2, end - p - 2);
+      any_ = true;
+      if (const std::size_t first = piece.find_first_not_of(" \t\r\n"); first != piece.npos && piece[first] == '@') {
+        Directive(piece.substr(first), end);
+      } else {
+        Take(piece, language_);
       }
-      if (!lines_ && c == '/' && at + 1 < code_.size() && code_[at + 1] == '*') {
-        const std::size_t close = code_.find("*/", at + 2);
-        at = close == std::string_view::npos ? code_.size() : close + 1;
-        continue;
-      }
-      if (c == '\'' || (!lines_ && c == '/' && at + 1 < code_.size() && code_[at + 1] == '/' && before != ':')) {
-        at = std::min(code_.find('\n', at), code_.size());
-        if (lines_) break;
-        continue;
-      }
-      if (IsNameByte(c) && !IsDigit(c)) {
-        const std::size_t start = at;
-        while (at < code_.size() && IsNameByte(code_[at])) ++at;
-        std::size_t next = at;
-        while (next < code_.size() && (code_[next] == ' ' || code_[next] == '\t')) ++next;
-        words_.push_back(
-            {code_.substr(start, at - start), start - begin, before == '.', next < code_.size() ? code_[next] : '\n'});
-        before = 'a';
-        --at;
-        continue;
-      }
-      if (lines_ ? c == '\n' || c == ':' : c == ';' || c == '{' || c == '}') {
-        if (lines_ && c == '\n' && before == '_') continue;
-        closed_by = c;
-        break;
-      }
-      if (c == '=' && equals_ == std::string_view::npos) {
-        const char next = at + 1 < code_.size() ? code_[at + 1] : '\n';
-        if (next != '=' && before != '=' && before != '!' && before != '<' && before != '>') equals_ = at - begin;
-      }
-      if (c != ' ' && c != '\t' && c != '\r') before = c;
+      return end;
     }
-    if (!words_.empty()) Judge(closed_by);
-    return at + 1;
+    if (!rest.starts_with("<script") && !rest.starts_with("<object")) return p + 1;
+    const std::size_t close = rest.substr(0, kTag).find('>');
+    if (close == std::string_view::npos || !Holds(rest.substr(0, close), "runat")) return p + 1;
+    const std::string_view tag = rest.substr(0, close + 1);
+    if (rest.starts_with("<object")) {
+      std::string_view made = Attribute(tag, "classid");
+      if (made.empty()) made = Attribute(tag, "progid");
+      code_.basic.append("set ").append(Attribute(tag, "id")).append("=createobject(\"");
+      code_.basic.append(made).append("\")\n");
+      return p + close;
+    }
+    any_ = true;
+    const std::size_t end = std::min(page_.find("</script", p + close), page_.size());
+    const std::string_view language = Attribute(tag, "language");
+    Take(page_.substr(p + close + 1, end - p - close - 1), language.empty() ? language_ : language);
+    return end;
   }
 
-  // The end of the string at `at` (its closing quote); strings end with their line.
-  std::size_t String(std::size_t at) const {
-    const char quote = code_[at];
-    for (++at; at < code_.size(); ++at) {
-      if (code_[at] == '\\' && !lines_) {
-        ++at;
-      } else if (code_[at] == quote || code_[at] == '\n') {
-        return at;
-      }
+  void Directive(std::string_view piece, std::size_t end) {
+    if (language_.empty()) language_ = Attribute(piece, "language");
+    for (const char c : piece) {
+      if (!IsSpace(c) && c != '"' && c != '\'') code_.attributes += c;
     }
-    return code_.size();
+    code_.attributes += '\n';
+    if (Holds(piece, "webhandler") || Holds(piece, "webservice")) handler_ = end + 2 < page_.size() ? end + 2 : 0;
   }
 
-  bool IsSource(const Word& word) const {
-    if (word.text == "request") return true;
-    return aspx_ && word.member && (word.text == "text" || word.text == "value") && word.next != '=';
+  void Take(std::string_view piece, std::string_view language) {
+    bool braces = false;
+    if (language.starts_with("c#") || language.starts_with("cs") || Holds(language, "js") ||
+        Holds(language, "javascript")) {
+      braces = true;
+    } else if (!language.starts_with("vb")) {
+      braces = LooksBraced(piece);
+    }
+    std::string& code = braces ? code_.braces : code_.basic;
+    if (piece.starts_with("#")) {
+      // What is bound: a field by its name, not code.
+      const std::string_view bound = Trim(piece.substr(1));
+      if (bound.starts_with("eval(") || bound.starts_with("bind(") || bound.starts_with("databinder.")) return;
+    }
+    if (piece.starts_with("=") || piece.starts_with("#") || piece.starts_with(":")) {
+      // What is shown: an expression of its own.
+      code.append(braces ? ";" : "\n").append(piece.substr(1)).append(braces ? ";\n" : "\n");
+    } else {
+      code.append(piece).append("\n");
+    }
   }
 
-  void Judge(char closed_by) {
-    if (Declares(closed_by)) return;
-    // Where the last word stands that the request feeds, and the last that comes out of scrambled text.
-    std::size_t fed = 0;
-    std::size_t scrambled = 0;
-    const bool long_text =
-        std::any_of(words_.begin(), words_.end(), [this](const Word& word) { return long_texts_.contains(word.text); });
-    for (const Word& word : words_) {
-      if (IsSource(word)) fed = word.begin + 1;
-      if (!word.member && fed_.contains(word.text)) fed = word.begin + 1;
-      if (!word.member && scrambled_.contains(word.text)) scrambled = word.begin + 1;
-      const bool scrambler =
-          std::find(std::begin(kScramblers), std::end(kScramblers), word.text) != std::end(kScramblers);
-      const bool from_page = functions_.contains(word.text) && (literal_ > kLongLiteral || long_text);
-      if (word.next == '(' && ((scrambler && literal_ > kLongLiteral) || from_page)) {
-        scrambled = word.begin + 1;
-      }
-    }
-    for (const Word& word : words_) {
-      const auto sink = sinks_.find(word.text);
-      if (sink != sinks_.end()) Reach(*sink->second, word, fed, scrambled);
-      if (const auto function = functions_.find(word.text); function != functions_.end() && fed > word.begin) {
-        for (const std::string_view parameter : function->second) fed_.insert(parameter);
-      }
-    }
-    if (equals_ != std::string_view::npos) Assign(fed, scrambled);
-  }
-
-  void Reach(const Sink& sink, const Word& word, std::size_t fed, std::size_t scrambled) {
-    if (sink.member != 0 && (sink.member > 0) != word.member) return;
-    if (word.text == "arguments" && word.next != '=') return;
-    if (sink.reach == kReachesCode && scrambled > word.begin + 1) flow_.reach |= kHiddenCode;
-    if (fed <= word.begin + 1) return;
-    if (flow_.reach == 0) flow_.detail = word.text;
-    flow_.reach |= sink.reach;
-  }
-
-  void Assign(std::size_t fed, std::size_t scrambled) {
-    const Word* target = nullptr;
-    for (const Word& word : words_) {
-      if (word.begin > equals_) break;
-      if (word.text == "then" || word.text == "else") target = nullptr;
-      if (word.text == "if" || word.text == "elseif") continue;
-      target = &word;
-      if (word.text == "session" || word.text == "application" || word.text == "viewstate") break;
-    }
-    if (target == nullptr || target->text == "request") return;
-    if (literal_ > kHiddenLiteral) long_texts_.insert(target->text);
-    if (fed > equals_) fed_.insert(target->text);
-    if (scrambled > equals_) scrambled_.insert(target->text);
-  }
-
-  // "function name(a, b)", "sub name(a)", "type name(type a, type b) {".
-  bool Declares(char closed_by) {
-    std::size_t name = words_.size();
-    for (std::size_t i = 0; i + 1 < words_.size(); ++i) {
-      if (words_[i].text == "function" || words_[i].text == "sub") name = i + 1;
-    }
-    if (name == words_.size() && closed_by == '{' && equals_ == std::string_view::npos) {
-      for (std::size_t i = 1; i < words_.size() && name == words_.size(); ++i) {
-        if (words_[i].next == '(') name = i;
-      }
-    }
-    if (name >= words_.size() || words_[name].member || words_[name].next != '(') return false;
-    for (const std::string_view word : kNotFunctions) {
-      if (words_[0].text == word || words_[name].text == word) return false;
-    }
-    if (words_[0].text == "end" || words_[0].text == "exit") return false;
-    std::vector<std::string_view>& parameters = functions_[words_[name].text];
-    parameters.clear();
-    for (std::size_t i = name + 1; i < words_.size(); ++i) {
-      if (words_[i].next == ',' || words_[i].next == ')') parameters.push_back(words_[i].text);
-    }
-    // What stands behind a one-line body's bracket is judged with the next statement only.
-    return closed_by == '{' || lines_;
-  }
-
-  static constexpr std::size_t kLongLiteral = 24;  // bytes: shorter texts are words, not code
-
-  std::string_view code_;
+  std::string_view page_;
   bool aspx_;
-  bool lines_;
-  std::unordered_map<std::string_view, const Sink*> sinks_;
-  std::unordered_map<std::string_view, std::vector<std::string_view>> functions_;
-  std::unordered_set<std::string_view> fed_;
-  static constexpr std::size_t kHiddenLiteral = 120;  // bytes: long enough for a program
-  std::unordered_set<std::string_view> scrambled_;
-  std::unordered_set<std::string_view> long_texts_;
-  std::vector<Word> words_;
-  std::size_t equals_ = std::string_view::npos;
-  std::size_t literal_ = 0;
-  PageFlow flow_;
+  bool any_ = false;
+  std::size_t handler_ = 0;  // where a handler's class begins
+  std::string_view language_;
+  PageCode code_;
 };
 
 }  // namespace
 
-std::string ServerCode(std::string_view page) {
-  constexpr std::size_t kTag = 256;  // bytes: a longer opening tag is none
-  std::string code;
-  bool any = false;
-  for (std::size_t p = page.find('<'); p != std::string_view::npos;) {
-    const std::string_view rest = page.substr(p);
-    std::size_t begin = 0;
-    std::string_view close;
-    if (rest.starts_with("<%")) {
-      begin = p + 2;
-      close = "%>";
-    } else if (rest.starts_with("<script")) {
-      const std::size_t tag = rest.substr(0, kTag).find('>');
-      if (tag == std::string_view::npos || rest.substr(0, tag).find("runat") == std::string_view::npos) {
-        p = page.find('<', p + 1);
-        continue;
-      }
-      begin = p + tag + 1;
-      close = "</script";
-    } else {
-      p = page.find('<', p + 1);
+PageCode ServerCode(std::string_view page, PageKind kind) { return CCutter(page, kind).Run(); }
+
+bool CStatements::Next(std::vector<Token>* tokens, char* closed_by) {
+  tokens->clear();
+  strings_.clear();
+  if (at_ >= code_.size()) return false;
+  std::size_t lists = 0;
+  while (at_ < code_.size()) {
+    const char c = code_[at_];
+    // "new object[] { a, b }": a list of values, not a block.
+    if (!basic_ && c == '{' && !tokens->empty() && (lists > 0 || tokens->back().mark == ']')) {
+      ++lists;
+      ++at_;
+      tokens->push_back({Token::kMark, '(', {}});
       continue;
     }
-    any = true;
-    std::size_t end = page.find(close, begin);
-    end = std::min(end, page.size());
-    const std::string_view piece = page.substr(begin, end - begin);
-    if (!piece.starts_with("@")) code.append(piece).append("\n");
-    p = page.find('<', end);
+    if (c == '}' && lists > 0) {
+      --lists;
+      ++at_;
+      tokens->push_back({Token::kMark, ')', {}});
+      continue;
+    }
+    if (basic_ ? c == '\n' || c == '\r' || c == ':' : c == ';' || c == '{' || c == '}') {
+      ++at_;
+      *closed_by = c;
+      return true;
+    }
+    if (IsSpace(c)) {
+      ++at_;
+    } else if (c == '"' || (c == '\'' && !basic_)) {
+      String(tokens, false);
+    } else if (Comment()) {
+      continue;
+    } else if (IsDigit(c) ||
+               (basic_ && c == '&' && At(at_ + 1, 'h') && at_ + 2 < code_.size() && HexValue(code_[at_ + 2]) >= 0)) {
+      Number(tokens);
+    } else if (IsNameByte(c) || c == '\\') {
+      Word(tokens);
+    } else if (c == '@' && !basic_) {
+      ++at_;
+      if (At(at_, '"')) {  // a verbatim string: its backslashes stand for themselves
+        String(tokens, true);
+      }
+    } else if (!basic_ && c == '/' && Regex(*tokens)) {
+      tokens->push_back({Token::kString, '\0', {}});
+    } else {
+      Mark(tokens);
+    }
   }
-  return any && !code.empty() ? code : std::string(page);
+  *closed_by = '\n';
+  return true;
 }
 
-PageFlow FollowPage(std::string_view code, PageKind kind) { return CFollower(code, kind).Run(); }
-
-std::string JoinStrings(std::string_view code) {
-  // chr(n) becomes "c"; then the joins between two strings are dropped.
-  std::string written;
-  written.reserve(code.size());
-  for (std::size_t i = 0; i < code.size(); ++i) {
-    const std::string_view rest = code.substr(i);
-    const std::size_t head = rest.starts_with("chr(") ? 4 : rest.starts_with("chrw(") ? 5 : 0;
-    if (head != 0 && (i == 0 || !IsNameByte(code[i - 1]))) {
-      std::size_t p = i + head;
-      while (p < code.size() && p < i + head + 4 && IsDigit(code[p])) ++p;
-      const std::uint32_t value = DigitsToNumber(code.substr(i + head, p - i - head));
-      if (p < code.size() && code[p] == ')' && value >= 32 && value < 127) {
-        written += '"';
-        const char c = static_cast<char>(value);
-        written += c >= 'A' && c <= 'Z' ? static_cast<char>(c | 0x20) : c;
-        written += '"';
-        i = p;
+void CStatements::Word(std::vector<Token>* tokens) {
+  const std::size_t begin = at_;
+  while (at_ < code_.size() && IsNameByte(code_[at_])) {
+    at_ += CCharSet::CharacterLength(code_, at_);
+  }
+  if (!basic_ && At(at_, '\\') && at_ + 1 < code_.size() && code_[at_ + 1] == 'u') {
+    std::string name(code_.substr(begin, at_ - begin));
+    while (at_ < code_.size() && (IsNameByte(code_[at_]) || code_[at_] == '\\')) {
+      if (code_[at_] != '\\') {
+        name += code_[at_++];
         continue;
       }
+      const std::size_t next = Escape(at_, &name);
+      if (next == at_) break;
+      at_ = next;
     }
-    written += code[i];
+    names_.push_back(std::move(name));
+    tokens->push_back({Token::kName, '\0', names_.back()});
+    if (At(at_, '\\')) ++at_;
+    return;
   }
-  std::string joined;
-  joined.reserve(written.size());
-  for (std::size_t i = 0; i < written.size(); ++i) {
-    if (written[i] == '"') {
-      std::size_t p = i + 1;
-      while (p < written.size() && (written[p] == ' ' || written[p] == '\t')) ++p;
-      if (p < written.size() && (written[p] == '&' || written[p] == '+')) {
-        ++p;
-        while (p < written.size() && (written[p] == ' ' || written[p] == '\t')) ++p;
-        if (p < written.size() && written[p] == '"') {
-          i = p;
-          continue;
-        }
+  if (at_ == begin) {  // a backslash that begins nothing
+    ++at_;
+    return;
+  }
+  const std::string_view word = code_.substr(begin, at_ - begin);
+  if (basic_ && word == "_") {
+    // A joined line.
+    std::size_t p = at_;
+    while (p < code_.size() && (code_[p] == ' ' || code_[p] == '\t' || code_[p] == '\r')) ++p;
+    if (At(p, '\n')) {
+      at_ = p + 1;
+      return;
+    }
+  }
+  if (basic_ && word == "rem" && tokens->empty()) {
+    at_ = std::min(code_.find('\n', at_), code_.size());
+    return;
+  }
+  tokens->push_back({Token::kName, '\0', word});
+}
+
+// The end of the escape sequence at `at`; `at` itself if none is known there.
+std::size_t CStatements::Escape(std::size_t at, std::string* text) const {
+  if (at + 1 >= code_.size()) return at;
+  const char kind = code_[at + 1];
+  const std::size_t most = kind == 'u' ? 4 : 2;
+  std::uint32_t value = 0;
+  std::size_t p = at + 2;
+  // "\U00000065" is lower-cased by now; four digits of zeros are its first half.
+  std::size_t digits = 0;
+  while (p < code_.size() && digits < most && HexValue(code_[p]) >= 0) {
+    value = value * 16 + static_cast<std::uint32_t>(HexValue(code_[p++]));
+    ++digits;
+  }
+  if ((kind != 'u' && kind != 'x') || digits < most) return at;
+  if (kind == 'u' && value == 0) {
+    digits = 0;
+    while (p < code_.size() && digits < 4 && HexValue(code_[p]) >= 0) {
+      value = value * 16 + static_cast<std::uint32_t>(HexValue(code_[p++]));
+      ++digits;
+    }
+  }
+  const char c = value < 0x80 ? static_cast<char>(value) : '?';
+  *text += c >= 'A' && c <= 'Z' ? static_cast<char>(c | 0x20) : c;
+  return p;
+}
+
+void CStatements::String(std::vector<Token>* tokens, bool verbatim) {
+  const bool doubled = basic_ || verbatim;
+  const char quote = code_[at_];
+  std::size_t begin = ++at_;
+  std::string text;
+  bool changed = false;
+  for (; at_ < code_.size() && (verbatim || code_[at_] != '\n'); ++at_) {
+    if (code_[at_] == quote) {
+      if (!doubled || !At(at_ + 1, quote)) break;
+      text.append(code_, begin, at_ + 1 - begin);
+      changed = true;
+      begin = ++at_ + 1;
+    } else if (code_[at_] == '\\' && !doubled) {
+      text.append(code_, begin, at_ - begin);
+      changed = true;
+      std::size_t next = Escape(at_, &text);
+      if (next == at_) {
+        next = std::min(at_ + 2, code_.size());
+        const char c = at_ + 1 < code_.size() ? code_[at_ + 1] : ' ';
+        text += c == 'n' || c == 'r' ? '\n' : c == 't' ? '\t' : c;
       }
+      begin = next;
+      at_ = next - 1;
+    } else if (static_cast<unsigned char>(code_[at_]) >= 0x80) {
+      at_ += CCharSet::CharacterLength(code_, at_) - 1;
     }
-    joined += written[i];
   }
-  return joined;
+  at_ = std::min(at_, code_.size());
+  begin = std::min(begin, at_);
+  if (changed) {
+    text.append(code_, begin, at_ - begin);
+    strings_.push_back(std::move(text));
+    tokens->push_back({Token::kString, '\0', strings_.back()});
+  } else {
+    tokens->push_back({Token::kString, '\0', code_.substr(begin, at_ - begin)});
+  }
+  if (at_ < code_.size() && code_[at_] == quote) ++at_;
+}
+
+void CStatements::Number(std::vector<Token>* tokens) {
+  const std::size_t begin = at_;
+  at_ += code_[at_] == '&' ? 2 : 1;
+  while (at_ < code_.size() &&
+         (IsWordByte(code_[at_]) || (code_[at_] == '.' && at_ + 1 < code_.size() && IsDigit(code_[at_ + 1])))) {
+    ++at_;
+  }
+  tokens->push_back({Token::kNumber, '\0', code_.substr(begin, at_ - begin)});
+}
+
+// Steps over a regular expression, whose quotes are none of the code's.
+bool CStatements::Regex(const std::vector<Token>& tokens) {
+  if (!tokens.empty() && (tokens.back().kind != Token::kMark || tokens.back().mark == ')' || tokens.back().mark == ']'))
+    return false;
+  constexpr std::size_t kLongest = 512;
+  const std::size_t most = std::min(code_.size(), at_ + kLongest);
+  for (std::size_t p = at_ + 1; p < most && code_[p] != '\n'; ++p) {
+    if (code_[p] == '\\') {
+      ++p;
+    } else if (code_[p] == '/') {
+      at_ = p + 1;
+      while (at_ < code_.size() && IsLetter(code_[at_])) ++at_;
+      return true;
+    }
+  }
+  return false;
+}
+
+bool CStatements::Comment() {
+  const char c = code_[at_];
+  if (basic_) {
+    if (c != '\'') return false;
+    at_ = std::min(code_.find('\n', at_), code_.size());
+    return true;
+  }
+  if (c != '/' || at_ + 1 >= code_.size()) return false;
+  if (code_[at_ + 1] == '*') {
+    const std::size_t close = code_.find("*/", at_ + 2);
+    at_ = close == std::string_view::npos ? code_.size() : close + 2;
+    return true;
+  }
+  if (code_[at_ + 1] != '/') return false;
+  at_ = std::min(code_.find('\n', at_), code_.size());
+  return true;
+}
+
+void CStatements::Mark(std::vector<Token>* tokens) {
+  const char c = code_[at_++];
+  const char next = at_ < code_.size() ? code_[at_] : '\0';
+  char mark = c;
+  if (next == '=' && (c == '=' || c == '!' || c == '<' || c == '>' || c == '+' || c == '&')) {
+    mark = c == '=' ? 'e' : c == '!' ? 'n' : c == '<' ? 'l' : c == '>' ? 'g' : 'a';
+    ++at_;
+    if (At(at_, '=') && (mark == 'e' || mark == 'n')) ++at_;
+  } else if ((c == '<' && next == '>') || (c == '=' && next == '>')) {
+    mark = c == '<' ? 'n' : 'f';
+    ++at_;
+  }
+  tokens->push_back({Token::kMark, mark, code_.substr(at_ - 1, 1)});
 }
 
 }  // namespace qiv

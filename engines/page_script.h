@@ -1,42 +1,67 @@
-// Server code of ASP and ASPX pages: cutting it out of the page, and following what the request says through it.
+// Server code of ASP and ASPX pages: cutting it out of the page, and its statements as tokens.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace qiv {
 
+inline bool Holds(std::string_view text, std::string_view what) { return text.find(what) != std::string_view::npos; }
+
 enum class PageKind : std::uint8_t { kAsp, kAspx };
 
-/// The server code of a lower-cased page: what stands between "<%" and "%>" (directives "<%@" left out) and in script
-/// elements with "runat", each piece ended by a line feed. A page without either marker is taken as code whole (a
-/// handler's class).
-std::string ServerCode(std::string_view page);
-
-/// What the request was seen to reach; a set of bits.
-enum PageReach : std::uint32_t {
-  kReachesCode = 1U << 0,     ///< code that is evaluated
-  kReachesCommand = 1U << 1,  ///< a command or program
-  kReachesFile = 1U << 2,     ///< path of a file that is written
-  kReachesObject = 1U << 3,   ///< the name of an object or type that is created
-  kHiddenCode = 1U << 4,      ///< code that is evaluated comes out of a function of the page or of scrambled text
-  kWritesFile = 1U << 5,      ///< path and content of a file that is written
+enum class ScriptSyntax : std::uint8_t {
+  kBasic,   ///< VBScript, VB.NET: a statement ends with its line or ":"
+  kBraces,  ///< JScript, C#: a statement ends with ";", "{" or "}"
 };
 
-struct PageFlow {
-  std::uint32_t reach = 0;
-  std::string detail;  ///< the word that the request reached first
+struct PageCode {
+  std::string basic;
+  std::string braces;
+  std::string attributes;  ///< of the directives "<%@ ... %>", blanks and quotes left out, one after the other
 };
 
-/// Follows the request through lower-cased server code, statement by statement: a variable whose assigned text holds
-/// the request or such a variable is fed by it, as is a parameter of a function called with it. Words count as whole
-/// words outside strings. Linear in the code; the statements are walked twice, so that functions may stand behind their
-/// use.
-PageFlow FollowPage(std::string_view code, PageKind kind);
+/// The server code of a lower-cased page: what stands between "<%" and "%>", in script elements with "runat", and
+/// behind the directive of a handler or web service, by the language that the page, the element or, without either,
+/// the look of the code says. An object element with "runat" becomes the statement that creates it. A page without any
+/// marker is taken as code whole. Linear.
+PageCode ServerCode(std::string_view page, PageKind kind);
 
-/// The code with joined string pieces ("a"&"b", "a"+"b") closed up and chr(n), chrw(n) written out.
-std::string JoinStrings(std::string_view code);
+struct Token {
+  enum Kind : std::uint8_t { kName, kString, kNumber, kMark };
+  Kind kind = kMark;
+  char mark = '\0';       ///< of kMark: the byte; 'e' "==", 'n' "!=" and "<>", 'l' "<=", 'g' ">=", 'a' "+=", 'f' "=>"
+  std::string_view text;  ///< of the others; strings without quotes, escapes resolved
+};
+
+/// Splits lower-cased code into the tokens of its statements. Comments are left out, joined lines closed up. Views stay
+/// valid as long as the object (strings: until the next statement).
+class CStatements {
+ public:
+  CStatements(std::string_view code, ScriptSyntax syntax) : code_(code), basic_(syntax == ScriptSyntax::kBasic) {}
+
+  /// The next statement, possibly without tokens; false at the end. `*closed_by` is the byte that ended it.
+  bool Next(std::vector<Token>* tokens, char* closed_by);
+
+ private:
+  void Word(std::vector<Token>* tokens);
+  void String(std::vector<Token>* tokens, bool verbatim);
+  std::size_t Escape(std::size_t at, std::string* text) const;
+  void Number(std::vector<Token>* tokens);
+  bool Regex(const std::vector<Token>& tokens);
+  bool Comment();
+  void Mark(std::vector<Token>* tokens);
+  bool At(std::size_t at, char c) const { return at < code_.size() && code_[at] == c; }
+
+  std::string_view code_;
+  bool basic_;
+  std::size_t at_ = 0;
+  std::deque<std::string> names_;
+  std::deque<std::string> strings_;
+};
 
 }  // namespace qiv

@@ -73,6 +73,13 @@ const CWordTable& Table(RiskLanguage language) {
   return language == RiskLanguage::kPhp ? kPhp : language == RiskLanguage::kAsp ? kAsp : kAspx;
 }
 
+// Whether the word is one of a list inside a text: what filters look for, not what the page does.
+bool IsListed(std::string_view text, std::size_t begin, std::size_t end) {
+  const char before = begin > 0 ? text[begin - 1] : ' ';
+  const char behind = end < text.size() ? text[end] : ' ';
+  return before == '|' || behind == '|' || (before == ',' && behind == ',');
+}
+
 }  // namespace
 
 RiskScore ScoreRiskWords(std::string_view text, RiskLanguage language) {
@@ -92,6 +99,7 @@ RiskScore ScoreRiskWords(std::string_view text, RiskLanguage language) {
       hash = (hash ^ static_cast<unsigned char>(c)) * kPrime;
     }
     if (length < 2 || length > kLongestWord) continue;
+    if (language != RiskLanguage::kPhp && IsListed(text, i - length, i)) continue;
     const std::size_t number = table.Find(std::string_view(word, length), hash);
     if (number == kMostWords || met[number]) continue;
     met[number] = true;

