@@ -18,7 +18,8 @@ inline constexpr std::int32_t kPhpRiskLimit = 100;
 inline constexpr std::int32_t kPageRiskLimit = 80;
 
 /// The weights of all different listed words of `text` added up, each counted once, letters compared without case. A
-/// word is a run of letters, digits and "_"; in pages, words of lists ("a|b", ",a,") are left out. Linear; takes no memory.
+/// word is a run of letters, digits and "_"; in pages, words of lists ("a|b", ",a,") are left out. Linear; takes no
+/// memory.
 RiskScore ScoreRiskWords(std::string_view text, RiskLanguage language);
 
 }  // namespace qiv
