@@ -6,16 +6,14 @@ WINEPREFIX=${WINEPREFIX:-$root/build/wine}
 export WINEPREFIX WINEDEBUG="${WINEDEBUG:--all}" WINEDLLOVERRIDES="${WINEDLLOVERRIDES:-mscoree,mshtml=}" DISPLAY=
 export WINEARCH=win64
 mkdir -p "$WINEPREFIX"
-# One program makes the prefix, the others wait for it.
-if [ ! -e "$WINEPREFIX/.ready" ]; then
-  exec 9>"$WINEPREFIX/.lock"
-  flock 9
-  if [ ! -e "$WINEPREFIX/.ready" ]; then
-    /usr/lib/wine/wine64 wineboot --init >/dev/null 2>&1 9>&- && touch "$WINEPREFIX/.ready"
-  fi
-  exec 9>&-
+# Wine's server and the services it runs (services.exe, rpcss.exe and others) inherit the output of the program that
+# first needs them and outlive it: whoever reads that output to its end waits until the server ends. So they are
+# started here, apart, by one of the programs that start at a time, before any program whose output is read. The
+# server exits with 2 where one runs already; it ends five minutes after its last program.
+exec 9>"$WINEPREFIX/.lock"
+flock 9
+if /usr/lib/wine/wineserver -p300 >/dev/null 2>&1 </dev/null 9>&-; then
+  /usr/lib/wine/wine64 wineboot --init >/dev/null 2>&1 </dev/null 9>&-
 fi
-# The server that wine programs share, started apart: one that a program starts keeps that program's output open and
-# writes its own words into it. It ends a minute after its last program.
-/usr/lib/wine/wineserver -p60 >/dev/null 2>&1 </dev/null 9>&- || true
+exec 9>&-
 exec /usr/lib/wine/wine64 "$@"
