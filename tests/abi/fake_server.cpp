@@ -3,9 +3,7 @@
 #include "tests/abi/fake_server.h"
 
 #include "tests/abi/fake_text.h"
-#include "tests/abi/recording_host.h"
-
-proof::Transcript host_transcript;
+#include "tests/abi/natural_stubs.h"
 
 namespace {
 
@@ -27,6 +25,16 @@ void Fault(const char* what) {
   if (outcome->faults < proof::kMaxNotes) outcome->fault[outcome->faults] = what;
   ++outcome->faults;
 }
+
+}  // namespace
+
+template <typename R>
+R stubs::Unexpected(const char* method) {
+  Fault(method);
+  return R();
+}
+
+namespace {
 
 template <int Known>
 void AddHeader(HTTP_HEADERS<Known>& headers, const char* const* names, const char* name, const char* value) {
@@ -76,7 +84,7 @@ void RemoveHeader(HTTP_HEADERS<Known>& headers, const char* const* names, const 
   headers.UnknownHeaderCount = kept;
 }
 
-struct Container : RecordingHttpModuleContextContainer {
+struct Container : stubs::UnexpectedHttpModuleContextContainer {
   IHttpStoredContext* GetModuleContext(HTTP_MODULE_ID id) override {
     if (id != kModuleId) Fault("GetModuleContext: another module's number");
     if (stored != nullptr) ++outcome->contexts_found;
@@ -93,7 +101,7 @@ struct Container : RecordingHttpModuleContextContainer {
   IHttpStoredContext* stored = nullptr;
 };
 
-struct Request : RecordingHttpRequest {
+struct Request : stubs::UnexpectedHttpRequest {
   HTTP_REQUEST* GetRawHttpRequest() override { return &raw; }
   const HTTP_REQUEST* GetRawHttpRequest() const override { return &raw; }
   PCSTR GetHeader(PCSTR name, USHORT* size) const override {
@@ -107,12 +115,8 @@ struct Request : RecordingHttpRequest {
     return FindHeader(raw.Headers, proof::kRequestNames, proof::kRequestNames[id], size);
   }
   PCSTR GetHttpMethod() const override { return scripted->method; }
-  PSOCKADDR GetLocalAddress() const override { return raw.pLocalAddress; }
   PSOCKADDR GetRemoteAddress() const override { return raw.pRemoteAddress; }
   DWORD GetSiteId() const override { return 3; }
-  BOOL GetUrlChanged() const override { return 0; }
-  PCWSTR GetForwardedUrl() const override { return raw.CookedUrl.pFullUrl; }
-  VOID GetHttpVersion(USHORT* major, USHORT* minor) const override { *major = *minor = 1; }
 
   HRESULT ReadEntityBody(VOID* buffer, DWORD size, BOOL async, DWORD* received, BOOL* pending) override {
     ++outcome->reads;
@@ -150,7 +154,7 @@ struct Request : RecordingHttpRequest {
   bool at_end = false;
 };
 
-struct Response : RecordingHttpResponse {
+struct Response : stubs::UnexpectedHttpResponse {
   HTTP_RESPONSE* GetRawHttpResponse() override { return &raw; }
   const HTTP_RESPONSE* GetRawHttpResponse() const override { return &raw; }
   HRESULT SetStatus(USHORT code, PCSTR reason, USHORT, HRESULT, IAppHostConfigException*, BOOL skip) override {
@@ -216,25 +220,15 @@ struct Response : RecordingHttpResponse {
     if (reason != nullptr) *reason = "OK";
     if (reason_size != nullptr) *reason_size = 2;
   }
-  VOID SetNeedDisconnect() override {}
-  VOID DisableKernelCache(ULONG) override {}
-  HRESULT Redirect(PCSTR url, BOOL, BOOL) override {
-    raw.StatusCode = 302;
-    return SetHeader("Location", url, static_cast<USHORT>(proof::Length(url)), 1);
-  }
-
   HTTP_RESPONSE raw;
 };
 
-struct Context : RecordingHttpContext {
+struct Context : stubs::UnexpectedHttpContext {
   IHttpRequest* GetRequest() override { return &request; }
   IHttpResponse* GetResponse() override { return &response; }
-  IHttpConnection* GetConnection() override { return &connection; }
   IHttpModuleContextContainer* GetModuleContextContainer() override { return &container; }
   BOOL GetResponseHeadersSent() const override { return 0; }
-  VOID SetRequestHandled() override {}
   IHttpContext* GetParentContext() const override { return nullptr; }
-  IHttpContext* GetRootContext() const override { return const_cast<Context*>(this); }
   VOID* AllocateRequestMemory(DWORD size) override {
     outcome->request_memory += size;
     return arena.Take(size);
@@ -246,87 +240,30 @@ struct Context : RecordingHttpContext {
     *size = static_cast<DWORD>(proof::Length(text));
     return 0;
   }
-  HRESULT GetServerVariable(PCSTR name, PCWSTR* value, DWORD* size) override {
-    const char* text = Variable(name);
-    if (text == nullptr) return kInvalidIndex;
-    *size = static_cast<DWORD>(proof::Length(text));
-    *value = arena.Widen(text, *size);
-    return 0;
-  }
-  PCWSTR GetPhysicalPath(DWORD* size) override { return Wide("C:\\inetpub\\wwwroot\\index.html", size); }
-  PCWSTR GetScriptTranslated(DWORD* size) override { return GetPhysicalPath(size); }
-  PCWSTR GetScriptName(DWORD* size) const override {
-    if (size != nullptr) *size = request.raw.CookedUrl.AbsPathLength / 2;
-    return path;
-  }
-
-  static PCWSTR Wide(const char* text, DWORD* size) {
-    if (size != nullptr) *size = static_cast<DWORD>(proof::Length(text));
-    return arena.Widen(text, proof::Length(text));
-  }
   const char* Variable(const char* name) const {
-    if (proof::StartsWith(name, "HTTP_")) {
-      char header[128];
-      size_t i = 0;
-      for (; name[5 + i] != 0 && i < sizeof(header) - 1; ++i) header[i] = name[5 + i] == '_' ? '-' : name[5 + i];
-      header[i] = 0;
-      return Same(header, "URL") ? scripted->raw_url : request.GetHeader(header, nullptr);
-    }
-    struct {
-      const char* name;
-      const char* value;
-    } const table[] = {{"REMOTE_ADDR", "203.0.113.9"},
-                       {"REMOTE_HOST", "203.0.113.9"},
-                       {"LOCAL_ADDR", "192.0.2.1"},
-                       {"SERVER_NAME", "localhost"},
-                       {"SERVER_PORT", "80"},
-                       {"SERVER_PORT_SECURE", "0"},
-                       {"HTTPS", "OFF"},
-                       {"REQUEST_METHOD", scripted->method},
-                       {"INSTANCE_ID", "3"},
-                       {"URL", narrow_path},
-                       {"SCRIPT_NAME", narrow_path},
-                       {"PATH_INFO", narrow_path},
-                       {"QUERY_STRING", query},
-                       {"UNENCODED_URL", scripted->raw_url},
-                       {"APP_POOL_ID", "DefaultAppPool"},
-                       {"SERVER_PROTOCOL", "HTTP/1.1"}};
-    for (const auto& row : table) {
-      if (Same(row.name, name)) return row.value;
-    }
-    return nullptr;
+    if (Same(name, "REMOTE_ADDR")) return "203.0.113.9";
+    return Same(name, "HTTP_X_FORWARDED_FOR") ? request.GetHeader("X-Forwarded-For", nullptr) : nullptr;
   }
 
   Request request;
   Response response;
-  RecordingHttpConnection connection;
   Container container;
-  const char* narrow_path = "";
-  const char* query = "";
-  const wchar_t* path = nullptr;
 };
 
-struct Allocator : RecordingModuleAllocator {
+struct Allocator : stubs::UnexpectedModuleAllocator {
   VOID* AllocateMemory(DWORD size) override { return arena.Take(size); }
 };
 
-struct SendProvider : RecordingSendResponseProvider {
+struct SendProvider : stubs::UnexpectedSendResponseProvider {
   BOOL GetHeadersBeingSent() const override { return 1; }
-  DWORD GetFlags() const override { return 0; }
-  VOID SetErrorStatus(HRESULT) override { Fault("ISendResponseProvider.SetErrorStatus"); }
 };
 
-struct EventProvider : RecordingHttpEventProvider {
-  VOID SetErrorStatus(HRESULT) override { Fault("IHttpEventProvider.SetErrorStatus"); }
-};
-
-struct PreBegin : RecordingPreBeginRequestProvider {
+struct PreBegin : stubs::UnexpectedPreBeginRequestProvider {
   IHttpContext* GetHttpContext() override { return context; }
   IHttpContext* context = nullptr;
 };
 
-struct Registration : RecordingHttpModuleRegistrationInfo {
-  PCWSTR GetName() const override { return L"QivIpsIIs"; }
+struct Registration : stubs::UnexpectedHttpModuleRegistrationInfo {
   HTTP_MODULE_ID GetId() const override { return kModuleId; }
   HRESULT SetRequestNotifications(IHttpModuleFactory* a, DWORD b, DWORD c) override {
     factory = a;
@@ -354,12 +291,12 @@ struct Registration : RecordingHttpModuleRegistrationInfo {
 Registration registration;
 Allocator allocator;
 SendProvider send_provider;
-EventProvider event_provider;
+stubs::UnexpectedHttpEventProvider event_provider;
 PreBegin pre_begin;
 SOCKADDR_IN remote = {2, 0x5000, {203, 0, 113, 9}, {}};
 SOCKADDR_IN local = {2, 0x5000, {192, 0, 2, 1}, {}};
 
-void FillUrl(Context& context, HTTP_COOKED_URL& url) {
+void FillUrl(HTTP_COOKED_URL& url) {
   const size_t size = proof::Length(scripted->raw_url);
   size_t path_size = 0;
   while (path_size < size && scripted->raw_url[path_size] != '?') ++path_size;
@@ -376,9 +313,6 @@ void FillUrl(Context& context, HTTP_COOKED_URL& url) {
   url.AbsPathLength = static_cast<USHORT>(path_size * 2);
   url.pQueryString = path_size < size ? wide + kHostSize + path_size : nullptr;
   url.QueryStringLength = static_cast<USHORT>((size - path_size) * 2);
-  context.narrow_path = arena.Copy(scripted->raw_url, path_size);
-  context.query = path_size < size ? scripted->raw_url + path_size + 1 : "";
-  context.path = arena.Widen(scripted->raw_url, path_size);
 }
 
 void FillRequest(Context& context) {
@@ -392,7 +326,7 @@ void FillRequest(Context& context) {
   raw.RawUrlLength = static_cast<USHORT>(proof::Length(scripted->raw_url));
   raw.pRemoteAddress = reinterpret_cast<PSOCKADDR>(&remote);
   raw.pLocalAddress = reinterpret_cast<PSOCKADDR>(&local);
-  FillUrl(context, raw.CookedUrl);
+  FillUrl(raw.CookedUrl);
   for (int i = 0; i < scripted->header_count; ++i) {
     AddHeader(raw.Headers, proof::kRequestNames, scripted->headers[i].name, scripted->headers[i].value);
   }
@@ -426,7 +360,6 @@ void Finish(Context& context) {
     if (Same(headers.pUnknownHeaders[i].pName, "Set-Cookie")) ++outcome->set_cookies;
   }
   if (headers.KnownHeaders[27].pRawValue != nullptr) Fault("Set-Cookie among the known headers");
-  for (int i = 0; i < host_transcript.count && i < proof::kMaxCalls; ++i) Fault(host_transcript.calls[i].name);
 }
 
 }  // namespace
@@ -447,7 +380,6 @@ extern "C" void ServerRequest(const proof::ScriptedRequest* request, proof::Outc
   scripted = request;
   outcome = result;
   arena.Reset();
-  host_transcript.count = 0;
   Context& context = context_storage;
   context.request.offset = context.request.inserted_left = 0;
   context.request.at_end = false;

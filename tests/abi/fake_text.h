@@ -19,13 +19,6 @@ inline bool Same(const char* a, const char* b) {
   return Lower(*a) == Lower(*b);
 }
 
-inline bool StartsWith(const char* text, const char* start) {
-  while (*start != 0) {
-    if (Lower(*text++) != Lower(*start++)) return false;
-  }
-  return true;
-}
-
 /// The names of the known headers by number: 0-19 are shared.
 inline constexpr const char* kRequestNames[41] = {"Cache-Control",
                                                   "Connection",

@@ -1,7 +1,5 @@
 #include "tests/module/fake_server.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <cstring>
 #include <stdexcept>
@@ -13,11 +11,6 @@ namespace qiv::test {
 namespace {
 
 bool SameName(std::string_view a, std::string_view b) { return CCharSet::LowerAscii(a) == CCharSet::LowerAscii(b); }
-
-iis::HRESULT Unexpected() {
-  ADD_FAILURE() << "a call that the module is not meant to make";
-  return iis::kNotSupported;
-}
 
 }  // namespace
 
@@ -69,18 +62,6 @@ iis::PCSTR CFakeRequest::GetHeader(iis::PCSTR name, iis::USHORT* length) const {
 iis::HRESULT CFakeRequest::SetHeader(iis::HTTP_HEADER_ID id, iis::PCSTR value, iis::USHORT length, iis::BOOL) {
   known[id] = std::string(value, length);
   return 0;
-}
-iis::HRESULT CFakeRequest::SetHeader(iis::PCSTR, iis::PCSTR, iis::USHORT, iis::BOOL) { return Unexpected(); }
-iis::HRESULT CFakeRequest::DeleteHeader(iis::HTTP_HEADER_ID) { return Unexpected(); }
-iis::HRESULT CFakeRequest::DeleteHeader(iis::PCSTR) { return Unexpected(); }
-iis::HRESULT CFakeRequest::SetHttpMethod(iis::PCSTR) { return Unexpected(); }
-iis::HRESULT CFakeRequest::SetUrl(iis::PCSTR, iis::DWORD, iis::BOOL) { return Unexpected(); }
-iis::HRESULT CFakeRequest::SetUrl(iis::PCWSTR, iis::DWORD, iis::BOOL) { return Unexpected(); }
-iis::HRESULT CFakeRequest::GetClientCertificate(iis::HTTP_SSL_CLIENT_CERT_INFO**, iis::BOOL*) { return Unexpected(); }
-iis::HRESULT CFakeRequest::NegotiateClientCertificate(iis::BOOL, iis::BOOL*) { return Unexpected(); }
-iis::HRESULT CFakeRequest::GetHeaderChanges(iis::DWORD, iis::DWORD*, iis::PCSTR*, iis::DWORD*, iis::PCSTR**,
-                                            iis::PCSTR**, iis::DWORD*, iis::DWORD*, iis::DWORD**) {
-  return Unexpected();
 }
 
 iis::PSOCKADDR CFakeRequest::GetRemoteAddress() const {

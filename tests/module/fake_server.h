@@ -4,18 +4,25 @@
 // far. Whatever the module is not meant to call fails the test.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <cstddef>
 #include <deque>
-#include <functional>
 #include <limits>
 #include <map>
 #include <memory>
-#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "iis/httpserv.h"
+#include "tests/abi/server_stubs.h"
+
+template <typename R>
+R stubs::Unexpected(const char* method) {
+  ADD_FAILURE() << "a call that the module is not meant to make: " << method;
+  return R();
+}
 
 namespace qiv::test {
 
@@ -35,7 +42,7 @@ struct BodyScript {
   iis::HRESULT insert_result = 0;
 };
 
-class CFakeRequest final : public iis::IHttpRequest {
+class CFakeRequest final : public stubs::UnexpectedHttpRequest {
  public:
   CFakeRequest();
 
@@ -62,27 +69,13 @@ class CFakeRequest final : public iis::IHttpRequest {
   iis::PCSTR GetHeader(iis::HTTP_HEADER_ID id, iis::USHORT* length) const override;
   iis::PCSTR GetHeader(iis::PCSTR name, iis::USHORT* length) const override;
   iis::HRESULT SetHeader(iis::HTTP_HEADER_ID id, iis::PCSTR value, iis::USHORT length, iis::BOOL replace) override;
-  iis::HRESULT SetHeader(iis::PCSTR, iis::PCSTR, iis::USHORT, iis::BOOL) override;
-  iis::HRESULT DeleteHeader(iis::HTTP_HEADER_ID) override;
-  iis::HRESULT DeleteHeader(iis::PCSTR) override;
   iis::PCSTR GetHttpMethod() const override { return method.c_str(); }
-  iis::HRESULT SetHttpMethod(iis::PCSTR) override;
-  iis::HRESULT SetUrl(iis::PCSTR, iis::DWORD, iis::BOOL) override;
-  iis::HRESULT SetUrl(iis::PCWSTR, iis::DWORD, iis::BOOL) override;
-  iis::BOOL GetUrlChanged() const override { return 0; }
-  iis::PCWSTR GetForwardedUrl() const override { return nullptr; }
-  iis::PSOCKADDR GetLocalAddress() const override { return nullptr; }
   iis::PSOCKADDR GetRemoteAddress() const override;
   iis::HRESULT ReadEntityBody(iis::VOID* buffer, iis::DWORD size, iis::BOOL async, iis::DWORD* received,
                               iis::BOOL* pending) override;
   iis::HRESULT InsertEntityBody(iis::VOID* buffer, iis::DWORD size) override;
   iis::DWORD GetRemainingEntityBytes() override;
-  iis::VOID GetHttpVersion(iis::USHORT*, iis::USHORT*) const override {}
-  iis::HRESULT GetClientCertificate(iis::HTTP_SSL_CLIENT_CERT_INFO**, iis::BOOL*) override;
-  iis::HRESULT NegotiateClientCertificate(iis::BOOL, iis::BOOL*) override;
   iis::DWORD GetSiteId() const override { return 7; }
-  iis::HRESULT GetHeaderChanges(iis::DWORD, iis::DWORD*, iis::PCSTR*, iis::DWORD*, iis::PCSTR**, iis::PCSTR**,
-                                iis::DWORD*, iis::DWORD*, iis::DWORD**) override;
 
  private:
   std::string raw_url_;
@@ -91,7 +84,7 @@ class CFakeRequest final : public iis::IHttpRequest {
   bool end_seen_ = false;
 };
 
-class CFakeResponse final : public iis::IHttpResponse {
+class CFakeResponse final : public stubs::UnexpectedHttpResponse {
  public:
   CFakeResponse() { Rebuild(); }
 
@@ -112,7 +105,6 @@ class CFakeResponse final : public iis::IHttpResponse {
 
   const iis::HTTP_RESPONSE* GetRawHttpResponse() const override { return has_raw ? &raw_ : nullptr; }
   iis::HTTP_RESPONSE* GetRawHttpResponse() override { return has_raw ? &raw_ : nullptr; }
-  iis::IHttpCachePolicy* GetCachePolicy() override { return nullptr; }
   iis::HRESULT SetStatus(iis::USHORT code, iis::PCSTR text, iis::USHORT, iis::HRESULT, iis::IAppHostConfigException*,
                          iis::BOOL skip) override;
   iis::HRESULT SetHeader(iis::HTTP_HEADER_ID id, iis::PCSTR value, iis::USHORT length, iis::BOOL replace) override;
@@ -122,30 +114,12 @@ class CFakeResponse final : public iis::IHttpResponse {
   iis::PCSTR GetHeader(iis::HTTP_HEADER_ID id, iis::USHORT* length) const override;
   iis::PCSTR GetHeader(iis::PCSTR name, iis::USHORT* length) const override;
   iis::VOID Clear() override;
-  iis::VOID ClearHeaders() override {}
-  iis::VOID SetNeedDisconnect() override {}
-  iis::VOID ResetConnection() override {}
-  iis::VOID DisableKernelCache(iis::ULONG) override {}
-  iis::BOOL GetKernelCacheEnabled() const override { return 0; }
-  iis::VOID SuppressHeaders() override {}
-  iis::BOOL GetHeadersSuppressed() const override { return 0; }
-  iis::HRESULT Flush(iis::BOOL, iis::BOOL, iis::DWORD*, iis::BOOL*) override { return iis::kNotSupported; }
-  iis::HRESULT Redirect(iis::PCSTR, iis::BOOL, iis::BOOL) override { return iis::kNotSupported; }
-  iis::HRESULT WriteEntityChunkByReference(iis::HTTP_DATA_CHUNK*, iis::LONG) override { return iis::kNotSupported; }
   iis::HRESULT WriteEntityChunks(iis::HTTP_DATA_CHUNK* chunks, iis::DWORD count, iis::BOOL async, iis::BOOL more,
                                  iis::DWORD* sent, iis::BOOL* pending) override;
-  iis::VOID DisableBuffering() override {}
   iis::VOID GetStatus(iis::USHORT* code, iis::USHORT*, iis::PCSTR*, iis::USHORT*, iis::HRESULT*, iis::PCWSTR*,
                       iis::DWORD*, iis::IAppHostConfigException**, iis::BOOL*) override {
     *code = status;
   }
-  iis::HRESULT SetErrorDescription(iis::PCWSTR, iis::DWORD, iis::BOOL) override { return 0; }
-  iis::PCWSTR GetErrorDescription(iis::DWORD*) override { return nullptr; }
-  iis::HRESULT GetHeaderChanges(iis::DWORD, iis::DWORD*, iis::PCSTR*, iis::DWORD*, iis::PCSTR**, iis::PCSTR**,
-                                iis::DWORD*, iis::DWORD*, iis::DWORD**) override {
-    return iis::kNotSupported;
-  }
-  iis::VOID CloseConnection() override {}
 
  private:
   void Rebuild();
@@ -154,7 +128,7 @@ class CFakeResponse final : public iis::IHttpResponse {
   iis::HTTP_RESPONSE raw_{};
 };
 
-class CFakeContainer final : public iis::IHttpModuleContextContainer {
+class CFakeContainer final : public stubs::UnexpectedHttpModuleContextContainer {
  public:
   ~CFakeContainer() { End(); }
   iis::IHttpStoredContext* GetModuleContext(iis::HTTP_MODULE_ID) override { return stored; }
@@ -167,7 +141,7 @@ class CFakeContainer final : public iis::IHttpModuleContextContainer {
   int sets = 0;
 };
 
-class CFakeContext final : public iis::IHttpContext {
+class CFakeContext final : public stubs::UnexpectedHttpContext {
  public:
   CFakeRequest request;
   CFakeResponse response;
@@ -182,76 +156,21 @@ class CFakeContext final : public iis::IHttpContext {
   std::map<std::string, std::string> variables;
   std::vector<std::pair<std::unique_ptr<char[]>, std::size_t>> memory;
 
-  iis::IHttpSite* GetSite() override { return nullptr; }
-  iis::IHttpApplication* GetApplication() override { return nullptr; }
-  iis::IHttpConnection* GetConnection() override { return nullptr; }
   iis::IHttpRequest* GetRequest() override { return has_request ? &request : nullptr; }
   iis::IHttpResponse* GetResponse() override;
   iis::BOOL GetResponseHeadersSent() const override { return headers_sent; }
-  iis::IHttpUser* GetUser() const override { return nullptr; }
   iis::IHttpModuleContextContainer* GetModuleContextContainer() override {
     return has_container ? &container : nullptr;
   }
-  iis::VOID IndicateCompletion(iis::REQUEST_NOTIFICATION_STATUS) override {}
-  iis::HRESULT PostCompletion(iis::DWORD) override { return iis::kNotSupported; }
-  iis::VOID DisableNotifications(iis::DWORD, iis::DWORD) override {}
-  iis::BOOL GetNextNotification(iis::REQUEST_NOTIFICATION_STATUS, iis::DWORD*, iis::BOOL*, iis::CHttpModule**,
-                                iis::IHttpEventProvider**) override {
-    return 0;
-  }
-  iis::BOOL GetIsLastNotification(iis::REQUEST_NOTIFICATION_STATUS) override { return 0; }
-  iis::HRESULT ExecuteRequest(iis::BOOL, iis::IHttpContext*, iis::DWORD, iis::IHttpUser*, iis::BOOL*) override {
-    return iis::kNotSupported;
-  }
-  iis::DWORD GetExecuteFlags() const override { return 0; }
   iis::HRESULT GetServerVariable(iis::PCSTR name, iis::PCSTR* value, iis::DWORD* length) override;
-  iis::HRESULT GetServerVariable(iis::PCSTR, iis::PCWSTR*, iis::DWORD*) override { return iis::kNotSupported; }
-  iis::HRESULT SetServerVariable(iis::PCSTR, iis::PCWSTR) override { return iis::kNotSupported; }
   iis::VOID* AllocateRequestMemory(iis::DWORD size) override;
-  iis::IHttpUrlInfo* GetUrlInfo() override { return nullptr; }
-  iis::IMetadataInfo* GetMetadata() override { return nullptr; }
-  iis::PCWSTR GetPhysicalPath(iis::DWORD*) override { return nullptr; }
-  iis::PCWSTR GetScriptName(iis::DWORD*) const override { return nullptr; }
-  iis::PCWSTR GetScriptTranslated(iis::DWORD*) override { return nullptr; }
-  iis::IScriptMapInfo* GetScriptMap() const override { return nullptr; }
-  iis::VOID SetRequestHandled() override {}
-  iis::IHttpFileInfo* GetFileInfo() const override { return nullptr; }
-  iis::HRESULT MapPath(iis::PCWSTR, iis::PWSTR, iis::DWORD*) override { return iis::kNotSupported; }
-  iis::HRESULT NotifyCustomNotification(iis::ICustomNotificationProvider*, iis::BOOL*) override {
-    return iis::kNotSupported;
-  }
   iis::IHttpContext* GetParentContext() const override { return is_child ? const_cast<CFakeContext*>(this) : nullptr; }
-  iis::IHttpContext* GetRootContext() const override { return nullptr; }
-  iis::HRESULT CloneContext(iis::DWORD, iis::IHttpContext**) override { return iis::kNotSupported; }
-  iis::HRESULT ReleaseClonedContext() override { return iis::kNotSupported; }
-  iis::HRESULT GetCurrentExecutionStats(iis::DWORD*, iis::DWORD*, iis::PCWSTR*, iis::DWORD*, iis::DWORD*,
-                                        iis::DWORD*) const override {
-    return iis::kNotSupported;
-  }
-  iis::IHttpTraceContext* GetTraceContext() const override { return nullptr; }
-  iis::HRESULT GetServerVarChanges(iis::DWORD, iis::DWORD*, iis::DWORD*, iis::PCSTR**, iis::PCWSTR**, iis::DWORD*,
-                                   iis::DWORD**) override {
-    return iis::kNotSupported;
-  }
-  iis::HRESULT CancelIo() override { return iis::kNotSupported; }
-  iis::HRESULT MapHandler(iis::DWORD, iis::PCWSTR, iis::PCWSTR, iis::PCSTR, iis::IScriptMapInfo**, iis::BOOL) override {
-    return iis::kNotSupported;
-  }
-  iis::HRESULT GetExtendedInterface(iis::HTTP_CONTEXT_INTERFACE_VERSION, iis::PVOID*) override {
-    return iis::kNotSupported;
-  }
 };
 
-class CFakeSend final : public iis::ISendResponseProvider {
+class CFakeSend final : public stubs::UnexpectedSendResponseProvider {
  public:
   explicit CFakeSend(bool with_headers) : with_headers_(with_headers) {}
-  iis::VOID SetErrorStatus(iis::HRESULT) override {}
   iis::BOOL GetHeadersBeingSent() const override { return with_headers_; }
-  iis::DWORD GetFlags() const override { return 0; }
-  iis::VOID SetFlags(iis::DWORD) override {}
-  iis::HTTP_LOG_DATA* GetLogData() const override { return nullptr; }
-  iis::HRESULT SetLogData(iis::HTTP_LOG_DATA*) override { return iis::kNotSupported; }
-  iis::BOOL GetReadyToLogData() const override { return 0; }
 
  private:
   bool with_headers_;

@@ -8,6 +8,7 @@
 #include "module/global_module.h"
 #include "module/module_factory.h"
 #include "module/module_state.h"
+#include "tests/module/fake_server.h"
 #include "tests/module/installation.h"
 
 namespace qiv {
@@ -26,13 +27,12 @@ std::string Hex(iis::DWORD value) {
 }
 
 /// Writes down what is registered; each call can be told to fail.
-class CFakeRegistration final : public iis::IHttpModuleRegistrationInfo {
+class CFakeRegistration final : public stubs::UnexpectedHttpModuleRegistrationInfo {
  public:
   ~CFakeRegistration() {
     if (factory) factory->Terminate();
     if (global) global->Terminate();
   }
-  iis::PCWSTR GetName() const override { return u"module"; }
   iis::HTTP_MODULE_ID GetId() const override { return id; }
   iis::HRESULT SetRequestNotifications(iis::IHttpModuleFactory* given, iis::DWORD request, iis::DWORD post) override {
     calls.push_back("request " + Hex(request) + " " + Hex(post));
