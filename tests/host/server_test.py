@@ -207,6 +207,15 @@ class Upstream:
         self.listener.close()
 
 
+def before_the_cut(exchange):
+    """The result of an exchange with a host that cuts off who is silent for a second, which a client on a busy machine may be:
+    then it is tried again."""
+    for _ in range(20):
+        with contextlib.suppress(EOFError, ConnectionError):
+            return exchange()
+    return exchange()
+
+
 def read_request(client):
     """Request line, headers and body as an upstream sees them. The body is given as (size, digest)."""
     line = client.line()
@@ -461,15 +470,20 @@ class Lifetime(unittest.TestCase):
 
     def test_silent_clients_are_cut_off(self):
         with Host("--root", native(self.folder.name), "--timeout", "1", "--quiet") as host:
-            for text in ("", "GET / HTT", "GET / HTTP/1.1\r\nHost: h\r\n\r\n"):
+            for text in ("", "GET / HTT"):
                 with self.subTest(text), host.connect() as client:
                     client.send(text)
-                    if text.endswith("\r\n\r\n"):
-                        self.assertEqual(client.response().status, 200)
                     self.assertTrue(client.closed())
-            with host.connect() as client:
-                client.send("POST / HTTP/1.1\r\nHost: h\r\nX-Do: read\r\nContent-Length: 4\r\n\r\nab")
-                self.assertEqual(client.response().body, b"client lost")
+            def answered():
+                with host.connect() as client:
+                    client.send("GET / HTTP/1.1\r\nHost: h\r\n\r\n")
+                    return client.response().status, client.closed()
+            self.assertEqual(before_the_cut(answered), (200, True))
+            def half_sent():
+                with host.connect() as client:
+                    client.send("POST / HTTP/1.1\r\nHost: h\r\nX-Do: read\r\nContent-Length: 4\r\n\r\nab")
+                    return client.response().body
+            self.assertEqual(before_the_cut(half_sent), b"client lost")
 
     def test_stop_finishes_what_runs(self):
         with Host("--root", native(self.folder.name)) as host:
@@ -650,9 +664,10 @@ class Proxy(unittest.TestCase):
             elif target == "/chunk":
                 client.send("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n3\r\nabc\r\nzz\r\n")
         with self.proxy(handle, "--timeout", "1") as host:
+            self.assertEqual(before_the_cut(lambda: host.get("/silent")).status, 504)
+        with self.proxy(handle) as host:
             self.assertEqual(host.get("/nothing").status, 502)
             self.assertEqual(host.get("/nonsense").status, 502)
-            self.assertEqual(host.get("/silent").status, 504)
             for target in ("/short", "/chunk"):
                 with self.subTest(target):
                     with contextlib.suppress(EOFError):  # reset before the head was read

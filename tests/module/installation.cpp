@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -21,8 +22,14 @@ constexpr char kLibrary[] =
     "<sql_rules>union{*}*{*}union query{*}r1{#}</sql_rules><sql_keys>'{*}*{*}quote{*}k1{#}</sql_keys>"
     "<xss_events>onload{*}*{*}event{*}e1{#}</xss_events><separator>*</separator>";
 
-/// The old content or the new, never a part, whoever reads meanwhile.
-void WriteFile(const std::string& path, const std::string& content) { ASSERT_TRUE(ReplaceFile(path, content)) << path; }
+/// The old content or the new, never a part, whoever reads meanwhile. Every file has a modification time of its own,
+/// however fast one follows another.
+void WriteFile(const std::string& path, const std::string& content) {
+  static const auto start = std::filesystem::file_time_type::clock::now() - std::chrono::hours(1);
+  static std::atomic<int> writes{0};
+  ASSERT_TRUE(ReplaceFile(path, content)) << path;
+  std::filesystem::last_write_time(path, start + std::chrono::seconds(++writes));
+}
 
 std::string ReadFile(const std::string& path) {
   std::ostringstream text;
