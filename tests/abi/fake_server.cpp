@@ -36,15 +36,19 @@ R stubs::Unexpected(const char* method) {
 
 namespace {
 
+/// The place of a known header; null for others. The server keeps Server and Set-Cookie among the unknown ones.
 template <int Known>
-void AddHeader(HTTP_HEADERS<Known>& headers, const char* const* names, const char* name, const char* value) {
+HTTP_KNOWN_HEADER* KnownHeader(HTTP_HEADERS<Known>& headers, const char* name) {
+  const int number = proof::NumberOf(Known == 41 ? proof::kRequestNames : proof::kResponseNames, name);
+  return number < 0 || Same(name, "Server") || Same(name, "Set-Cookie") ? nullptr : &headers.KnownHeaders[number];
+}
+
+template <int Known>
+void AddHeader(HTTP_HEADERS<Known>& headers, const char* name, const char* value) {
   const size_t size = proof::Length(value);
-  // The server keeps its Server and Set-Cookie headers among the unknown ones.
-  for (int i = 0; i < Known; ++i) {
-    if (Same(names[i], name) && !Same(name, "Server") && !Same(name, "Set-Cookie")) {
-      headers.KnownHeaders[i] = {static_cast<USHORT>(size), arena.Copy(value, size)};
-      return;
-    }
+  if (HTTP_KNOWN_HEADER* known = KnownHeader(headers, name)) {
+    *known = {static_cast<USHORT>(size), arena.Copy(value, size)};
+    return;
   }
   auto* list = static_cast<HTTP_UNKNOWN_HEADER*>(
       arena.Take(sizeof(HTTP_UNKNOWN_HEADER) * (headers.UnknownHeaderCount + size_t{1})));
@@ -55,28 +59,30 @@ void AddHeader(HTTP_HEADERS<Known>& headers, const char* const* names, const cha
 }
 
 template <int Known>
-const char* FindHeader(const HTTP_HEADERS<Known>& headers, const char* const* names, const char* name, USHORT* size) {
-  const char* found = nullptr;
-  USHORT length = 0;
-  for (int i = 0; i < Known; ++i) {
-    if (Same(names[i], name))
-      found = headers.KnownHeaders[i].pRawValue, length = headers.KnownHeaders[i].RawValueLength;
+const char* HeaderOf(const HTTP_HEADERS<Known>& headers, int number, USHORT* size) {
+  if (number < 0 || number >= Known) {
+    Fault("a header number that does not exist");
+    return nullptr;
   }
+  if (size != nullptr) *size = headers.KnownHeaders[number].RawValueLength;
+  return headers.KnownHeaders[number].pRawValue;
+}
+
+template <int Known>
+const char* FindHeader(const HTTP_HEADERS<Known>& headers, const char* name, USHORT* size) {
+  const int number = proof::NumberOf(Known == 41 ? proof::kRequestNames : proof::kResponseNames, name);
+  const char* found = number < 0 ? nullptr : HeaderOf(headers, number, size);
   for (int i = 0; found == nullptr && i < headers.UnknownHeaderCount; ++i) {
-    if (Same(headers.pUnknownHeaders[i].pName, name)) {
-      found = headers.pUnknownHeaders[i].pRawValue;
-      length = headers.pUnknownHeaders[i].RawValueLength;
-    }
+    if (!Same(headers.pUnknownHeaders[i].pName, name)) continue;
+    found = headers.pUnknownHeaders[i].pRawValue;
+    if (size != nullptr) *size = headers.pUnknownHeaders[i].RawValueLength;
   }
-  if (size != nullptr) *size = found == nullptr ? 0 : length;
   return found;
 }
 
 template <int Known>
-void RemoveHeader(HTTP_HEADERS<Known>& headers, const char* const* names, const char* name) {
-  for (int i = 0; i < Known; ++i) {
-    if (Same(names[i], name)) headers.KnownHeaders[i] = {0, nullptr};
-  }
+void RemoveHeader(HTTP_HEADERS<Known>& headers, const char* name) {
+  if (HTTP_KNOWN_HEADER* known = KnownHeader(headers, name)) *known = {0, nullptr};
   USHORT kept = 0;
   for (int i = 0; i < headers.UnknownHeaderCount; ++i) {
     if (!Same(headers.pUnknownHeaders[i].pName, name)) headers.pUnknownHeaders[kept++] = headers.pUnknownHeaders[i];
@@ -104,16 +110,8 @@ struct Container : stubs::UnexpectedHttpModuleContextContainer {
 struct Request : stubs::UnexpectedHttpRequest {
   HTTP_REQUEST* GetRawHttpRequest() override { return &raw; }
   const HTTP_REQUEST* GetRawHttpRequest() const override { return &raw; }
-  PCSTR GetHeader(PCSTR name, USHORT* size) const override {
-    return FindHeader(raw.Headers, proof::kRequestNames, name, size);
-  }
-  PCSTR GetHeader(HTTP_HEADER_ID id, USHORT* size) const override {
-    if (static_cast<unsigned>(id) >= 41) {
-      Fault("IHttpRequest.GetHeader: no such number");
-      return nullptr;
-    }
-    return FindHeader(raw.Headers, proof::kRequestNames, proof::kRequestNames[id], size);
-  }
+  PCSTR GetHeader(PCSTR name, USHORT* size) const override { return FindHeader(raw.Headers, name, size); }
+  PCSTR GetHeader(HTTP_HEADER_ID id, USHORT* size) const override { return HeaderOf(raw.Headers, id, size); }
   PCSTR GetHttpMethod() const override { return scripted->method; }
   PSOCKADDR GetRemoteAddress() const override { return raw.pRemoteAddress; }
   DWORD GetSiteId() const override { return 3; }
@@ -166,32 +164,21 @@ struct Response : stubs::UnexpectedHttpResponse {
   }
   HRESULT SetHeader(PCSTR name, PCSTR value, USHORT size, BOOL replace) override {
     if (proof::Length(value) != size) Fault("SetHeader: the size is not that of the value");
-    if (replace != 0) RemoveHeader(raw.Headers, proof::kResponseNames, name);
-    AddHeader(raw.Headers, proof::kResponseNames, name, value);
+    if (replace != 0) RemoveHeader(raw.Headers, name);
+    AddHeader(raw.Headers, name, value);
     return 0;
   }
-  HRESULT SetHeader(HTTP_HEADER_ID id, PCSTR value, USHORT size, BOOL replace) override {
-    if (static_cast<unsigned>(id) < 30) return SetHeader(proof::kResponseNames[id], value, size, replace);
-    Fault("IHttpResponse.SetHeader: no such number");
-    return kInvalidParameter;
+  HRESULT SetHeader(HTTP_HEADER_ID id, PCSTR value, USHORT size, BOOL) override {
+    if (HeaderOf(raw.Headers, id, nullptr) == nullptr && static_cast<unsigned>(id) >= 30) return kInvalidParameter;
+    raw.Headers.KnownHeaders[id] = {size, arena.Copy(value, size)};
+    return 0;
   }
   HRESULT DeleteHeader(PCSTR name) override {
-    RemoveHeader(raw.Headers, proof::kResponseNames, name);
+    RemoveHeader(raw.Headers, name);
     return 0;
   }
-  HRESULT DeleteHeader(HTTP_HEADER_ID id) override {
-    if (static_cast<unsigned>(id) < 30) return DeleteHeader(proof::kResponseNames[id]);
-    Fault("IHttpResponse.DeleteHeader: no such number");
-    return kInvalidParameter;
-  }
-  PCSTR GetHeader(PCSTR name, USHORT* size) const override {
-    return FindHeader(raw.Headers, proof::kResponseNames, name, size);
-  }
-  PCSTR GetHeader(HTTP_HEADER_ID id, USHORT* size) const override {
-    if (static_cast<unsigned>(id) < 30) return GetHeader(proof::kResponseNames[id], size);
-    Fault("IHttpResponse.GetHeader: no such number");
-    return nullptr;
-  }
+  PCSTR GetHeader(PCSTR name, USHORT* size) const override { return FindHeader(raw.Headers, name, size); }
+  PCSTR GetHeader(HTTP_HEADER_ID id, USHORT* size) const override { return HeaderOf(raw.Headers, id, size); }
   VOID Clear() override {
     ClearHeaders();
     raw.StatusCode = 200;
@@ -328,7 +315,7 @@ void FillRequest(Context& context) {
   raw.pLocalAddress = reinterpret_cast<PSOCKADDR>(&local);
   FillUrl(raw.CookedUrl);
   for (int i = 0; i < scripted->header_count; ++i) {
-    AddHeader(raw.Headers, proof::kRequestNames, scripted->headers[i].name, scripted->headers[i].value);
+    AddHeader(raw.Headers, scripted->headers[i].name, scripted->headers[i].value);
   }
   context.response.raw = {};
   context.response.raw.StatusCode = 200;
@@ -340,7 +327,7 @@ void RunHandler(Context& context) {
       {"Server", "Server/10.0"},     {"X-Powered-By", "Framework"}, {"Content-Type", "text/html; charset=utf-8"},
       {"Set-Cookie", "a=1; path=/"}, {"Set-Cookie", "b=2"},         {"Set-Cookie", "c=3; HttpOnly"}};
   for (const auto& header : kHeaders) {
-    AddHeader(context.response.raw.Headers, proof::kResponseNames, header.name, header.value);
+    AddHeader(context.response.raw.Headers, header.name, header.value);
   }
   HTTP_DATA_CHUNK chunk = {};
   static char body[] = "<html><body>application</body></html>";

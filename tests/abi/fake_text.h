@@ -19,79 +19,31 @@ inline bool Same(const char* a, const char* b) {
   return Lower(*a) == Lower(*b);
 }
 
-/// The names of the known headers by number: 0-19 are shared.
-inline constexpr const char* kRequestNames[41] = {"Cache-Control",
-                                                  "Connection",
-                                                  "Date",
-                                                  "Keep-Alive",
-                                                  "Pragma",
-                                                  "Trailer",
-                                                  "Transfer-Encoding",
-                                                  "Upgrade",
-                                                  "Via",
-                                                  "Warning",
-                                                  "Allow",
-                                                  "Content-Length",
-                                                  "Content-Type",
-                                                  "Content-Encoding",
-                                                  "Content-Language",
-                                                  "Content-Location",
-                                                  "Content-MD5",
-                                                  "Content-Range",
-                                                  "Expires",
-                                                  "Last-Modified",
-                                                  "Accept",
-                                                  "Accept-Charset",
-                                                  "Accept-Encoding",
-                                                  "Accept-Language",
-                                                  "Authorization",
-                                                  "Cookie",
-                                                  "Expect",
-                                                  "From",
-                                                  "Host",
-                                                  "If-Match",
-                                                  "If-Modified-Since",
-                                                  "If-None-Match",
-                                                  "If-Range",
-                                                  "If-Unmodified-Since",
-                                                  "Max-Forwards",
-                                                  "Proxy-Authorization",
-                                                  "Referer",
-                                                  "Range",
-                                                  "TE",
-                                                  "Translate",
-                                                  "User-Agent"};
+/// The names of the known headers in order of their numbers, each followed by "|". 0-19 are shared.
+#define QIV_SHARED_NAMES                                                                                 \
+  "Cache-Control|Connection|Date|Keep-Alive|Pragma|Trailer|Transfer-Encoding|Upgrade|Via|Warning|Allow|" \
+  "Content-Length|Content-Type|Content-Encoding|Content-Language|Content-Location|Content-MD5|"          \
+  "Content-Range|Expires|Last-Modified|"
+inline constexpr char kRequestNames[] = QIV_SHARED_NAMES
+    "Accept|Accept-Charset|Accept-Encoding|Accept-Language|Authorization|Cookie|Expect|From|Host|"
+    "If-Match|If-Modified-Since|If-None-Match|If-Range|If-Unmodified-Since|Max-Forwards|"
+    "Proxy-Authorization|Referer|Range|TE|Translate|User-Agent|";
+inline constexpr char kResponseNames[] = QIV_SHARED_NAMES
+    "Accept-Ranges|Age|ETag|Location|Proxy-Authenticate|Retry-After|Server|Set-Cookie|Vary|"
+    "WWW-Authenticate|";
+#undef QIV_SHARED_NAMES
 
-inline constexpr const char* kResponseNames[30] = {"Cache-Control",
-                                                   "Connection",
-                                                   "Date",
-                                                   "Keep-Alive",
-                                                   "Pragma",
-                                                   "Trailer",
-                                                   "Transfer-Encoding",
-                                                   "Upgrade",
-                                                   "Via",
-                                                   "Warning",
-                                                   "Allow",
-                                                   "Content-Length",
-                                                   "Content-Type",
-                                                   "Content-Encoding",
-                                                   "Content-Language",
-                                                   "Content-Location",
-                                                   "Content-MD5",
-                                                   "Content-Range",
-                                                   "Expires",
-                                                   "Last-Modified",
-                                                   "Accept-Ranges",
-                                                   "Age",
-                                                   "ETag",
-                                                   "Location",
-                                                   "Proxy-Authenticate",
-                                                   "Retry-After",
-                                                   "Server",
-                                                   "Set-Cookie",
-                                                   "Vary",
-                                                   "WWW-Authenticate"};
+/// Number of a name in such a list, without case; -1 when it is none.
+inline int NumberOf(const char* names, const char* name) {
+  for (int number = 0; *names != 0; ++number) {
+    size_t i = 0;
+    while (name[i] != 0 && Lower(names[i]) == Lower(name[i])) ++i;
+    if (name[i] == 0 && names[i] == '|') return number;
+    while (*names++ != '|') {
+    }
+  }
+  return -1;
+}
 
 /// Memory of one request, handed out and forgotten as a whole.
 class Arena {

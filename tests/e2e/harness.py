@@ -6,6 +6,7 @@ import json
 import os
 import pathlib
 import shutil
+import signal
 import socket
 import socketserver
 import subprocess
@@ -19,6 +20,7 @@ BIN = pathlib.Path(os.environ.get("QIV_E2E_BIN", SOURCE / ("build/windows/bin" i
 SUFFIX = ".exe" if WINE else ""
 MODULE = "QivIpsIIs.dll" if WINE else "libQivIpsIIs.so"
 START_SECONDS = 120 if WINE else 30
+STOP_SECONDS = 60
 
 
 def native(path):
@@ -66,16 +68,14 @@ class Installation:
         shutil.rmtree(self.directory, ignore_errors=True)
 
 
-class Host:
-    """A running qivhost; leaves with the `with` block."""
+class HostProcess:
+    """A running qivhost that listens on a free port; leaves with the `with` block."""
+    stop_signal = signal.SIGTERM
 
-    def __init__(self, installation, root=None, upstream=None, threads=32, extra=(), address="127.0.0.1"):
-        source = ["--root", native(root)] if root else ["--upstream", f"http://127.0.0.1:{upstream}"]
-        self.address = address
+    def __init__(self, *arguments, address="127.0.0.1"):
         listen = f"[{address}]:0" if ":" in address else f"{address}:0"
-        self.process = subprocess.Popen(
-            command("qivhost", "--module", native(installation.module), "--listen", listen, *source, "--threads",
-                    threads, *extra), stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+        self.process = subprocess.Popen(command("qivhost", "--listen", listen, *arguments), stdin=subprocess.DEVNULL,
+                                        stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
         timer = threading.Timer(START_SECONDS, self.process.kill)
         timer.start()
         self.output = []
@@ -87,7 +87,8 @@ class Host:
         if not self.output or "listening on " not in self.output[-1]:
             raise AssertionError(f"the host did not start: {self.output}")
         self.port = int(self.output[-1].rsplit(":", 1)[1])
-        threading.Thread(target=self._drain, daemon=True).start()
+        self.reader = threading.Thread(target=self._drain, daemon=True)
+        self.reader.start()
 
     def _drain(self):
         for line in self.process.stdout:
@@ -101,14 +102,25 @@ class Host:
 
     def stop(self):
         if self.process.poll() is None:
-            self.process.terminate()
+            self.process.send_signal(self.stop_signal)
             try:
-                self.process.wait(30)
+                self.process.wait(STOP_SECONDS)
             except subprocess.TimeoutExpired:
                 self.process.kill()
                 self.process.wait()
-                raise AssertionError("the host did not stop on SIGTERM")
+                raise AssertionError(f"the host did not stop on {self.stop_signal.name}")
+        self.reader.join(STOP_SECONDS)
+        self.process.stdout.close()
         return self.process.returncode
+
+
+class Host(HostProcess):
+    """A host with an installed module before a folder or an upstream."""
+
+    def __init__(self, installation, root=None, upstream=None, threads=32, extra=(), address="127.0.0.1"):
+        source = ["--root", native(root)] if root else ["--upstream", f"http://127.0.0.1:{upstream}"]
+        self.address = address
+        super().__init__("--module", native(installation.module), *source, "--threads", threads, *extra, address=address)
 
     def get(self, target, headers=None):
         return self.request("GET", target, headers=headers)

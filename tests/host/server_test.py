@@ -9,59 +9,30 @@ import re
 import signal
 import socket
 import subprocess
+import sys
 import tempfile
 import threading
 import time
 import unittest
 
-SOURCE = pathlib.Path(__file__).resolve().parents[2]
-HOST = os.environ["QIV_HOST"]
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "e2e"))
+import harness  # pylint: disable=wrong-import-position
+from harness import WINE, native  # pylint: disable=wrong-import-position
+
 MODULE = os.environ["QIV_HOSTILE_MODULE"]
-WINE = os.environ.get("QIV_WINE") == "1"
 LIMIT = 120
 LARGE = 104857601
 
 
-def native(path):
-    return "Z:" + str(path) if WINE else str(path)
-
-
-def command(*arguments):
-    return ([str(SOURCE / "cmake/run-in-wine.sh")] if WINE else []) + [HOST, *map(str, arguments)]
-
-
-class Host:
-    """A running qivhost."""
+class Host(harness.HostProcess):
+    """A host with the module that misbehaves."""
+    stop_signal = signal.SIGINT
 
     def __init__(self, *arguments, module=True):
-        with_module = ["--module", native(MODULE)] if module else []
-        self.process = subprocess.Popen(command("--listen", "127.0.0.1:0", *with_module, *arguments),
-                                        stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
-        line = self.process.stdout.readline().decode().strip()
-        if not line.startswith("listening on 127.0.0.1:"):
-            raise AssertionError(line)
-        self.port = int(line.rsplit(":", 1)[1])
-        self.output = []
-        self.reader = threading.Thread(target=self._read, daemon=True)
-        self.reader.start()
+        super().__init__(*(["--module", native(MODULE)] if module else []), *arguments)
 
-    def _read(self):
-        for line in self.process.stdout:
-            self.output.append(line.decode(errors="replace").strip())
-
-    def __enter__(self):
-        return self
-
-    def __exit__(self, *_):
-        if self.process.poll() is None:
-            self.process.send_signal(signal.SIGINT)
-        try:
-            code = self.process.wait(LIMIT)
-        except subprocess.TimeoutExpired:
-            self.process.kill()
-            raise
-        self.reader.join(LIMIT)
-        self.process.stdout.close()
+    def stop(self):
+        code = super().stop()
         assert code == 0, (code, self.output)
 
     def connect(self):
@@ -269,7 +240,7 @@ class StaticSite(unittest.TestCase):
     def tearDownClass(cls):
         with cls.host:
             pass
-        assert cls.host.output == ["factory terminated", "global terminated"], cls.host.output
+        assert cls.host.output[1:] == ["factory terminated", "global terminated"], cls.host.output
         cls.folder.cleanup()
 
     def test_files_types_and_default_documents(self):
@@ -519,10 +490,10 @@ class Lifetime(unittest.TestCase):
                                  (["--listen", "127.0.0.1:0", "--root", root, "--module", "missing.so"], "cannot be loaded"),
                                  (["--listen", "192.0.2.77:1", "--root", root], "cannot listen")):
             with self.subTest(arguments):
-                result = subprocess.run(command(*arguments), capture_output=True, timeout=LIMIT, check=False)
+                result = subprocess.run(harness.command("qivhost", *arguments), capture_output=True, timeout=LIMIT, check=False)
                 self.assertEqual(result.returncode, 2)
                 self.assertIn(words, result.stderr.decode())
-        result = subprocess.run(command("--help"), capture_output=True, timeout=LIMIT, check=True)
+        result = subprocess.run(harness.command("qivhost", "--help"), capture_output=True, timeout=LIMIT, check=True)
         self.assertIn(b"--upstream", result.stdout)
 
 

@@ -82,20 +82,6 @@ TEST(File, WhatIsNoFile) {
   EXPECT_FALSE(RemoveFile(directory.Path("missing")));
 }
 
-TEST(File, ModificationTimeTellsWritesWithinASecond) {
-  const CTemporaryDirectory directory;
-  const std::string path = directory.Path("f");
-  std::uint64_t last = 0;
-  for (int i = 0; i < 3; ++i) {
-    ASSERT_TRUE(i == 1 ? ReplaceFile(path, "x") : AppendToFile(path, "x"));
-    const std::uint64_t now = FileModificationTime(path);
-    EXPECT_NE(now, last);
-    EXPECT_EQ(FileModificationTime(path), now);
-    last = now;
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));  // a tick of the system's coarse clock
-  }
-}
-
 TEST(File, ReaderSeesTheOldContentOrTheNew) {
   const CTemporaryDirectory directory;
   const std::string path = directory.Path("f");
