@@ -22,6 +22,8 @@ std::string Bytes(std::size_t size) {
   return text;
 }
 
+constexpr iis::HRESULT kGone = iis::kNetnameDeleted;
+
 struct Case {
   const char* name;
   BodyScript script;
@@ -29,57 +31,25 @@ struct Case {
   bool complete;
 };
 
-BodyScript Script(std::size_t size, void (*change)(BodyScript&) = nullptr) {
-  BodyScript script;
-  script.data = Bytes(size);
-  if (change) change(script);
-  return script;
-}
-
 TEST(BodyReader, GivesEveryByteBackOnceAndInOrder) {
   const Case cases[] = {
-      {"one byte", Script(1), 0, true},
-      {"a piece less one", Script(4095), 0, true},
-      {"a piece", Script(4096), 0, true},
-      {"a piece and one", Script(4097), 0, true},
-      {"one byte a read", Script(3000, [](BodyScript& s) { s.piece = 1; }), 0, true},
-      {"end seen only by a read", Script(9000, [](BodyScript& s) { s.length_known = false; }), 0, true},
-      {"length never known",
-       Script(9000,
-              [](BodyScript& s) {
-                s.length_known = false;
-                s.stays_unknown = true;
-              }),
-       0, true},
-      {"successes without bytes at the end", Script(9000, [](BodyScript& s) { s.empty_success_at_end = true; }), 0,
-       true},
-      {"counts beyond the buffer", Script(8192, [](BodyScript& s) { s.claims_more = true; }), 0, true},
-      {"shorter than declared", Script(5000), 60000, true},
-      {"longer than declared", Script(70000, [](BodyScript& s) { s.length_known = false; }), 10, true},
-      {"much longer than declared", Script(1000001, [](BodyScript& s) { s.length_known = false; }), 1, true},
-      {"nothing at all", Script(0), 10, true},
-      {"the client leaves at once",
-       Script(5000,
-              [](BodyScript& s) {
-                s.fail_at = 0;
-                s.failure = iis::kNetnameDeleted;
-              }),
-       0, false},
-      {"the client leaves midway",
-       Script(50000,
-              [](BodyScript& s) {
-                s.fail_at = 20000;
-                s.failure = iis::kNetnameDeleted;
-              }),
-       0, false},
-      {"the server breaks midway",
-       Script(50000,
-              [](BodyScript& s) {
-                s.fail_at = 20000;
-                s.throws = true;
-              }),
-       0, false},
-      {"the insertion is refused", Script(5000, [](BodyScript& s) { s.insert_result = iis::kInvalidData; }), 0, false},
+      {"one byte", {.data = Bytes(1)}, 0, true},
+      {"a piece less one", {.data = Bytes(4095)}, 0, true},
+      {"a piece", {.data = Bytes(4096)}, 0, true},
+      {"a piece and one", {.data = Bytes(4097)}, 0, true},
+      {"one byte a read", {.data = Bytes(3000), .piece = 1}, 0, true},
+      {"end seen only by a read", {.data = Bytes(9000), .length_known = false}, 0, true},
+      {"length never known", {.data = Bytes(9000), .length_known = false, .stays_unknown = true}, 0, true},
+      {"successes without bytes at the end", {.data = Bytes(9000), .empty_success_at_end = true}, 0, true},
+      {"counts beyond the buffer", {.data = Bytes(8192), .claims_more = true}, 0, true},
+      {"shorter than declared", {.data = Bytes(5000)}, 60000, true},
+      {"longer than declared", {.data = Bytes(70000), .length_known = false}, 10, true},
+      {"much longer than declared", {.data = Bytes(1000001), .length_known = false}, 1, true},
+      {"nothing at all", {}, 10, true},
+      {"the client leaves at once", {.data = Bytes(5000), .fail_at = 0, .failure = kGone}, 0, false},
+      {"the client leaves midway", {.data = Bytes(50000), .fail_at = 20000, .failure = kGone}, 0, false},
+      {"the server breaks midway", {.data = Bytes(50000), .fail_at = 20000, .throws = true}, 0, false},
+      {"the insertion is refused", {.data = Bytes(5000), .insert_result = iis::kInvalidData}, 0, false},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
@@ -98,14 +68,14 @@ TEST(BodyReader, GivesEveryByteBackOnceAndInOrder) {
 
 TEST(BodyReader, LeavesABodyAloneThatItHasNoMemoryFor) {
   CFakeContext context;
-  context.request.body = Script(10000);
+  context.request.body.data = Bytes(10000);
   context.memory_limit = 0;
   EXPECT_FALSE(ReadAndRestoreBody(context, context.request, 10000).complete);
   EXPECT_EQ(context.request.reads, 0);
 
   // Memory for the declared length but not for the true one.
   CFakeContext liar;
-  liar.request.body = Script(200000, [](BodyScript& s) { s.length_known = false; });
+  liar.request.body = {.data = Bytes(200000), .length_known = false};
   liar.memory_limit = 100000;
   EXPECT_FALSE(ReadAndRestoreBody(liar, liar.request, 10).complete);
   EXPECT_EQ(liar.request.ApplicationBody(), liar.request.body.data);

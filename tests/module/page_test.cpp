@@ -8,6 +8,7 @@
 #include "checks/event_recorder.h"
 #include "checks/unlock_registry.h"
 #include "common/char_set.h"
+#include "common/text.h"
 #include "config/page_settings.h"
 #include "config/website_config.h"
 #include "module/facts_collector.h"
@@ -282,33 +283,15 @@ TEST_F(Page, KeepsToItsOptionsAndToWhatTheServerAllows) {
 
 /// Bytes that break out of markup, of an encoding, or of the templates, mixed with random ones.
 std::string Hostile(std::mt19937& random) {
-  static const std::string pieces[] = {"<script>alert(1)</script>",
-                                       "\"",
-                                       "'",
-                                       ">",
-                                       "<",
-                                       "&",
-                                       "{{ip}}",
-                                       "{{secretrkey}}",
-                                       "{{",
-                                       "-->",
-                                       "\x81",
-                                       "\xFE",
-                                       "\xD6\"",
-                                       "\xE4\xB8",
-                                       "%3Cb%3E",
-                                       "%81%22",
-                                       "&lt;",
-                                       "\r\nX: y",
-                                       "+ADw-",
-                                       "//e/",
-                                       "\\",
-                                       std::string(1, '\0'),
-                                       "%00"};
+  using namespace std::string_view_literals;
+  static const std::vector<std::string_view> pieces = Split(
+      "<script>alert(1)</script> \" ' > < & {{ip}} {{secretrkey}} {{ --> \x81 \xFE \xD6\" \xE4\xB8 %3Cb%3E %81%22 "
+      "&lt; \r\nX:y +ADw- //e/ \\ \0 %00"sv,
+      ' ');
   std::string text;
   for (int i = 0; i < 12; ++i) {
-    const std::size_t pick = random() % (std::size(pieces) + 4);
-    text += pick < std::size(pieces) ? pieces[pick] : std::string(1, static_cast<char>(random()));
+    const std::size_t pick = random() % (pieces.size() + 4);
+    text += pick < pieces.size() ? std::string(pieces[pick]) : std::string(1, static_cast<char>(random()));
   }
   return text;
 }
