@@ -168,9 +168,12 @@ struct Response : stubs::UnexpectedHttpResponse {
     AddHeader(raw.Headers, name, value);
     return 0;
   }
-  HRESULT SetHeader(HTTP_HEADER_ID id, PCSTR value, USHORT size, BOOL) override {
+  HRESULT SetHeader(HTTP_HEADER_ID id, PCSTR value, USHORT size, BOOL) override { return Put(id, {size, value}); }
+  HRESULT DeleteHeader(HTTP_HEADER_ID id) override { return Put(id, {0, nullptr}); }
+  HRESULT Put(int id, HTTP_KNOWN_HEADER header) {
     if (HeaderOf(raw.Headers, id, nullptr) == nullptr && static_cast<unsigned>(id) >= 30) return kInvalidParameter;
-    raw.Headers.KnownHeaders[id] = {size, arena.Copy(value, size)};
+    if (header.pRawValue != nullptr) header.pRawValue = arena.Copy(header.pRawValue, header.RawValueLength);
+    raw.Headers.KnownHeaders[id] = header;
     return 0;
   }
   HRESULT DeleteHeader(PCSTR name) override {
