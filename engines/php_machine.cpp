@@ -82,8 +82,8 @@ CPhpMachine::CPhpMachine(std::string_view source, bool in_code) : source_(source
 }
 
 PhpName CPhpMachine::NameOf(PhpToken& token) {
-  if (token.name == kNoName) token.name = names_.Of(TextOf(token), true);
-  return token.name;
+  if (token.code == kNoName) token.code = names_.Of(TextOf(token), true);
+  return token.code;
 }
 
 PhpName CPhpMachine::NameOf(std::string_view text) {
@@ -117,7 +117,7 @@ void CPhpMachine::Pass() {
   PushFrame(FrameKind::kBlock);
   std::size_t earned = 0;  // bytes that the budget was given for
   for (at_ = 0; at_ < tokens_.size(); ++at_) {
-    const std::size_t end = tokens_[at_].end;
+    const std::size_t end = tokens_[at_].End();
     if (end > earned) work_left_ += (end - std::exchange(earned, end)) * kWorkPerByte;
     Token();
   }
@@ -152,6 +152,7 @@ CPhpMachine::Frame* CPhpMachine::PushFrame(FrameKind kind) {
   operand_next_ = true;
   if (frames_.size() >= kMostFrames) {
     ++skipped_;
+    values_.resize(std::min<std::size_t>(values_.size(), frames_.back().values));
     return nullptr;
   }
   const std::size_t number = frames_.size();

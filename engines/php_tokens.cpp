@@ -14,6 +14,8 @@ constexpr std::string_view kOperators2[] = {"->", "::", "=>", "==", "!=", "<>", 
                                             "||", "??", ".=", "+=", "-=", "*=", "/=", "%=", "^=",
                                             "|=", "&=", "++", "--", "<<", ">>", "**"};
 
+constexpr std::string_view kMayGoOn = "=!<>*.?-:&|+/%^";  // the first bytes of the operators above
+
 bool StartsWithNoCase(std::string_view text, std::string_view lower) {
   return text.size() >= lower.size() && std::equal(lower.begin(), lower.end(), text.begin(), [](char a, char b) {
            return a == (b >= 'A' && b <= 'Z' ? static_cast<char>(b | 0x20) : b);
@@ -22,7 +24,10 @@ bool StartsWithNoCase(std::string_view text, std::string_view lower) {
 
 class CLexer {
  public:
-  CLexer(std::string_view source, bool in_code) : source_(source), in_code_(in_code) {}
+  CLexer(std::string_view source, bool in_code)
+      : source_(source.substr(0, PhpToken::kLongestSource)), in_code_(in_code) {
+    tokens_.reserve(source_.size() / kBytesPerToken);
+  }
 
   std::vector<PhpToken> Run() {
     while (at_ < source_.size()) {
@@ -36,11 +41,14 @@ class CLexer {
   }
 
  private:
+  static constexpr std::size_t kBytesPerToken = 4;  // about what programs have
+
   std::string_view Rest() const { return source_.substr(at_); }
+  char Ahead(std::size_t count) const { return at_ + count < source_.size() ? source_[at_ + count] : '\0'; }
 
   void Add(PhpTokenKind kind, std::size_t begin, std::size_t end, std::uint32_t code = 0) {
     tokens_.push_back(
-        {static_cast<std::uint32_t>(begin), static_cast<std::uint32_t>(end), code & 0xFFFFFFU, kind, kNoName});
+        {static_cast<std::uint32_t>(begin), static_cast<std::uint32_t>(end - begin) & 0xFFFFFFU, kind, code});
   }
 
   void Markup() {
@@ -78,7 +86,10 @@ class CLexer {
   }
   static constexpr std::size_t kScriptTag = 64;  // bytes: a longer opening tag is none for PHP
 
-  bool AtClosingTag() const { return Rest().starts_with("?>") || (script_ && StartsWithNoCase(Rest(), "</script")); }
+  bool AtClosingTag() const {
+    return (source_[at_] == '?' && Ahead(1) == '>') ||
+           (script_ && source_[at_] == '<' && StartsWithNoCase(Rest(), "</script"));
+  }
 
   void Close() {
     const bool tag = Rest().starts_with("?>");
@@ -98,11 +109,11 @@ class CLexer {
       ++at_;
     } else if (AtClosingTag()) {
       Close();
-    } else if (c == '#' && !Rest().starts_with("#[")) {
+    } else if (c == '#' && Ahead(1) != '[') {
       LineComment();
-    } else if (Rest().starts_with("//")) {
+    } else if (c == '/' && Ahead(1) == '/') {
       LineComment();
-    } else if (Rest().starts_with("/*")) {
+    } else if (c == '/' && Ahead(1) == '*') {
       const std::size_t end = source_.find("*/", at_ + 2);
       at_ = end == std::string_view::npos ? source_.size() : end + 2;
     } else if (c == '$' && at_ + 1 < source_.size() && IsNameByte(source_[at_ + 1])) {
@@ -113,7 +124,7 @@ class CLexer {
       Name();
     } else if (c == '\'' || c == '"' || c == '`') {
       Quoted(c);
-    } else if (Rest().starts_with("<<<")) {
+    } else if (c == '<' && Ahead(1) == '<' && Ahead(2) == '<') {
       HereDocument();
     } else {
       Operator();
@@ -191,8 +202,10 @@ class CLexer {
   void Operator() {
     const std::string_view rest = Rest();
     std::size_t length = 1;
-    if (const auto is = [rest](std::string_view op) { return rest.starts_with(op); };
-        std::any_of(std::begin(kOperators3), std::end(kOperators3), is)) {
+    if (kMayGoOn.find(rest[0]) == std::string_view::npos) {
+      // a bracket, a comma, a semicolon
+    } else if (const auto is = [rest](std::string_view op) { return rest.starts_with(op); };
+               std::any_of(std::begin(kOperators3), std::end(kOperators3), is)) {
       length = 3;
     } else if (std::any_of(std::begin(kOperators2), std::end(kOperators2), is)) {
       length = 2;

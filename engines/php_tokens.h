@@ -6,8 +6,6 @@
 #include <string_view>
 #include <vector>
 
-#include "engines/php_names.h"
-
 namespace qiv {
 
 enum class PhpTokenKind : std::uint8_t {
@@ -27,15 +25,20 @@ constexpr std::uint32_t PhpOperator(std::string_view bytes) {
   return code;
 }
 
+/// Twelve bytes: a text of nothing but brackets has one for each byte.
 struct PhpToken {
-  std::uint32_t begin;
-  std::uint32_t end;
-  std::uint32_t code : 24;  ///< operator; of strings: the quote, '<' for a here document
-  PhpTokenKind kind : 8;
-  PhpName name = kNoName;  // of variables and names, once somebody asked for it
+  static constexpr std::size_t kLongestSource = (1U << 24) - 1;  ///< bytes; what stands behind them has no tokens
 
-  std::string_view Text(std::string_view source) const { return source.substr(begin, end - begin); }
-  bool Is(std::string_view op) const { return kind == PhpTokenKind::kOperator && code == PhpOperator(op); }
+  std::uint32_t begin;
+  std::uint32_t size : 24;
+  PhpTokenKind kind : 8;
+  /// Of operators their bytes, of strings the quote ('<' for a here document); of variables and names their PhpName,
+  /// once somebody asked for it.
+  std::uint32_t code;
+
+  std::uint32_t End() const { return begin + size; }
+  std::string_view Text(std::string_view source) const { return source.substr(begin, size); }
+  bool Is(std::string_view op) const { return code == PhpOperator(op) && kind == PhpTokenKind::kOperator; }
 };
 
 /// The tokens of `source` without comments and blanks; at most one for each byte. `in_code`: the text begins inside PHP

@@ -43,9 +43,9 @@ std::string BlankFreeLower(std::string_view text) {
   char* out = copy.data();
   for (std::size_t i = 0; i < text.size(); ++i) {
     const char c = text[i];
-    if (static_cast<unsigned char>(c) < 0x80) {
-      if (c == ' ' || c == '\t') continue;
-      *out++ = c >= 'A' && c <= 'Z' ? static_cast<char>(c | 0x20) : c;
+    if (static_cast<unsigned char>(c) < 0x80) {  // without a branch on the byte: blanks come unforeseen
+      *out = static_cast<char>(c | (c >= 'A' && c <= 'Z' ? 0x20 : 0));
+      out += c != ' ' && c != '\t';
     } else {
       *out++ = c;
       if (CCharSet::CharacterLength(text, i) == 2) *out++ = text[++i];

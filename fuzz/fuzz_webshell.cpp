@@ -1,0 +1,34 @@
+// The webshell detectors over any bytes, as a file and as code that a file runs.
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <string_view>
+
+#include "engines/page_script.h"
+#include "engines/php_flow.h"
+#include "engines/webshell_scan.h"
+
+namespace {
+
+void Require(bool holds) {
+  if (!holds) std::abort();
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  static const qiv::CQivLibs libs(qiv::Language::kEnglish, "<trojan_wholeword>1</trojan_wholeword>", "own!mark{#}",
+                                  "known good{#}");
+  const std::string_view text(reinterpret_cast<const char*>(data), size);
+  qiv::WebshellResult result;
+  const bool found = libs.WebshellScan(text, &result);
+  Require(found != result.name.empty());
+  Require(!found || !result.known_good);
+  qiv::WebshellResult again;
+  Require(libs.WebshellScan(text, &again) == found && again == result);
+  // What stands in no page: the walks alone.
+  qiv::FollowPhp(text, true);
+  qiv::FollowPage(text, qiv::PageKind::kAsp);
+  qiv::FollowPage(text, qiv::PageKind::kAspx);
+  return 0;
+}
