@@ -21,7 +21,7 @@ std::uint32_t HashOf(std::string_view text) {
     hash ^= hash >> 35;
   }
   std::uint64_t rest = 0;
-  std::memcpy(&rest, text.data(), text.size());
+  if (!text.empty()) std::memcpy(&rest, text.data(), text.size());
   return MixHash(hash ^ rest);
 }
 
