@@ -4,7 +4,6 @@
 #include <cstdlib>
 #include <string_view>
 
-#include "engines/page_script.h"
 #include "engines/php_flow.h"
 #include "engines/webshell_scan.h"
 
@@ -26,9 +25,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   Require(!found || !result.known_good);
   qiv::WebshellResult again;
   Require(libs.WebshellScan(text, &again) == found && again == result);
-  // What stands in no page: the walks alone.
-  qiv::FollowPhp(text, true);
-  qiv::FollowPage(text, qiv::PageKind::kAsp);
-  qiv::FollowPage(text, qiv::PageKind::kAspx);
+  qiv::FollowPhp(text, true);  // what stands in no page: the walk alone
   return 0;
 }
