@@ -9,7 +9,7 @@ namespace qiv {
 enum CheckStatus : std::int32_t { kUndecided = 0, kAllowed = 1, kBlocked = 2 };
 
 /// The values of CheckResult::kind.
-enum CheckKind : std::int32_t { kKindNone = 0, kKindLists = 3, kKindWebshell = 4, kKindInjection = 5 };
+enum CheckKind : std::int32_t { kKindNone = 0, kKindLists = 3, kKindWebshell = 4, kKindInjection = 5, kKindUpload = 6 };
 
 /// Fresh for each notification. A check leaves status alone, or sets it to 1 or 2 and fills the texts.
 struct CheckResult {

@@ -3,6 +3,7 @@
 #include "checks/injection_check.h"
 #include "checks/lists_check.h"
 #include "checks/smart_blocking.h"
+#include "checks/upload_check.h"
 
 namespace qiv {
 namespace {
@@ -12,6 +13,7 @@ namespace {
 // reads every byte of query, body and headers.
 constexpr CheckRow kRows[] = {
     {"lists", Stage::kLists, ListsCheck},
+    {"upload", Stage::kRequest, UploadCheck},
     {"injection", Stage::kRequest, InjectionCheck},
     {"smart_blocking", Stage::kAfterDecision, SmartBlockingCheck},
 };

@@ -1,0 +1,309 @@
+// Every part of a body is judged by what it says of itself (file names) and by what it is (content), whether it calls
+// itself a file or not: applications save plain fields as files too.
+//
+// Content that holds no script text cannot be a webshell, and is not scanned. A picture that holds script text is
+// refused as it is. Everything else is scanned up to the limits of the scanner (CQivLibs::kLongestText a text,
+// kScannedScript a request). Beyond them padding must not help: what could be run where it is saved (a script's name,
+// or no name that says otherwise) is refused, of other files the first 2 MiB from the first script text on are scanned.
+#include "checks/upload_check.h"
+
+#include <algorithm>
+#include <string>
+#include <string_view>
+
+#include "checks/event_recorder.h"
+#include "checks/file_content.h"
+#include "checks/upload_name.h"
+#include "checks/webshell_finding.h"
+#include "common/char_set.h"
+#include "common/messages.h"
+#include "common/multipart.h"
+#include "common/text.h"
+#include "config/website_config.h"
+#include "engines/decoders.h"
+#include "engines/webshell_scan.h"
+
+namespace qiv {
+namespace {
+
+constexpr std::size_t kNone = std::string_view::npos;
+// Of names and findings in the log, in bytes.
+constexpr std::size_t kLongestShown = 100;
+
+constexpr std::string_view kUploadStatistics = "upload";
+constexpr std::string_view kPhotoStatistics = "photo";
+
+// One file, or one field of a form.
+struct Item {
+  std::string_view field;
+  std::string_view file_name;  // as stated; the first one
+  std::string_view content_type;
+  bool is_file = false;  // it states a file name, or is a whole body
+  bool image_name = false;
+  bool script_name = false;  // or no extension that says otherwise
+};
+
+// Quoted-printable: "=XX" is a byte, "=" at the end of a line joins it with the next.
+std::string DecodeQuotedPrintable(std::string_view text) {
+  std::string decoded;
+  decoded.reserve(text.size());
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (text[i] != '=') {
+      decoded += text[i];
+      continue;
+    }
+    const std::string byte = DecodeHex(text.substr(i + 1, 2));
+    if (byte.size() == 1) {
+      decoded += byte;
+      i += 2;
+    } else if (i + 1 < text.size() && text[i + 1] == '\n') {
+      i += 1;
+    } else if (text.compare(i + 1, 2, "\r\n") == 0) {
+      i += 2;
+    } else {
+      decoded += '=';
+    }
+  }
+  return decoded;
+}
+
+// Whether a text in UTF-16, which its first bytes say, may hold a script.
+bool HoldsWideScript(std::string_view content) {
+  if (!content.starts_with("\xFF\xFE") && !content.starts_with("\xFE\xFF")) return false;
+  return content.find(std::string_view("<\0?", 3)) != kNone || content.find(std::string_view("<\0%", 3)) != kNone;
+}
+
+bool IsDeclaredImage(std::string_view content_type) {
+  constexpr std::string_view kTypes[] = {"image/jpeg", "image/jpg",  "image/pjpeg", "image/png",  "image/x-png",
+                                         "image/gif",  "image/bmp",  "image/webp",  "image/tiff", "image/heic",
+                                         "image/heif", "image/avif", "image/x-icon"};
+  return std::any_of(std::begin(kTypes), std::end(kTypes),
+                     [&](std::string_view type) { return BeginsNoCase(content_type, type); });
+}
+
+class CUploadRun {
+ public:
+  CUploadRun(RequestFacts& facts, CheckResult& result)
+      : facts_(facts), result_(result), base_(facts.config->base), request_(facts.config->request) {}
+
+  void Run() {
+    const bool photo = request_.photo != 0;
+    if (photo && request_.photo_get != 0 && CheckEmbeddedImages(facts_.query, "GET")) return;
+    if (facts_.raw_body.empty() || (!base_.upload && !(photo && request_.photo_post))) return;
+    if (IsMultipartBody(facts_.content_type, facts_.raw_body)) {
+      CheckForm();
+    } else if (IsUploadBody(facts_)) {
+      Item item;
+      item.content_type = facts_.content_type;
+      item.is_file = true;
+      item.script_name = true;
+      item.image_name = IsDeclaredImage(facts_.content_type);
+      CheckContent(item, facts_.raw_body);
+    } else if (photo && request_.photo_post) {
+      CheckEmbeddedImages(facts_.raw_body, "POST");
+    }
+  }
+
+ private:
+  void CheckForm() {
+    const MultipartFault fault =
+        ForEachPart(facts_.content_type, facts_.raw_body, [&](const MultipartPart& part) { return !CheckPart(part); });
+    if (fault != MultipartFault::kNone && result_.status == kUndecided && base_.upload) {
+      Block(Item{}, MessageId::kUploadMalformed, std::to_string(static_cast<int>(fault)));
+    }
+  }
+
+  // This and the following return true when they blocked.
+  bool CheckPart(const MultipartPart& part) {
+    Item item;
+    item.field = part.head.name;
+    item.content_type = part.head.content_type;
+    item.is_file = part.head.has_file_name;
+    item.script_name = part.head.file_name_count == 0;
+    item.image_name = IsDeclaredImage(part.head.content_type) && part.head.has_file_name;
+    for (std::size_t i = 0; i < part.head.file_name_count; ++i) {
+      item.file_name = part.head.file_names[i];
+      if (CheckName(&item, part.content)) return true;
+    }
+    if (CheckContent(item, part.content)) return true;
+    if (part.late_content.size() != part.content.size() && CheckContent(item, part.late_content)) return true;
+    switch (part.head.encoding) {
+      case PartHead::kBase64:
+        return CheckContent(item, DecodeBase64(part.content));
+      case PartHead::kQuotedPrintable:
+        return CheckContent(item, DecodeQuotedPrintable(part.content));
+      case PartHead::kPlain:
+        break;
+    }
+    return !item.is_file && request_.photo != 0 && request_.photo_post && CheckEmbeddedImages(part.content, "POST");
+  }
+
+  bool CheckName(Item* item, std::string_view content) {
+    const UploadName name = ReadUploadName(item->file_name);
+    item->image_name = item->image_name || IsImageExtension(name.extension);
+    item->script_name = item->script_name || name.extension.empty() || IsScriptExtension(name.extension);
+    if (!base_.upload) return false;
+    switch (name.fault) {
+      case NameFault::kNone:
+        break;
+      case NameFault::kDisguised:
+        return Block(*item, MessageId::kUploadDisguised, name.extension);
+      case NameFault::kDoubleExtension:
+        return Block(*item, MessageId::kUploadDoubleExtension, name.extension);
+      case NameFault::kDevice:
+        return Block(*item, MessageId::kUploadDevice, name.base);
+      case NameFault::kTraversal:
+        return Block(*item, MessageId::kUploadTraversal, "..");
+      case NameFault::kControlByte:
+        return Block(*item, MessageId::kUploadControlByte, name.extension);
+      case NameFault::kTooLong:
+        return Block(*item, MessageId::kUploadNameTooLong, std::to_string(item->file_name.size()));
+    }
+    if (!IsAdmittedExtension(name.extension, base_.upload_types)) {
+      return Block(*item, MessageId::kUploadExtension, name.extension);
+    }
+    if (base_.upload_exe && IsExecutableExtension(name.extension)) {
+      return Block(*item, MessageId::kUploadExecutable, name.extension);
+    }
+    return base_.upload_file && SwitchesOnScripts(name.base, content) &&
+           Block(*item, MessageId::kUploadServerConfig, name.base, kWebshellStatistics);
+  }
+
+  bool CheckContent(const Item& item, std::string_view content) {
+    if (content.empty()) return false;
+    if (base_.upload && base_.upload_exe && IsExecutable(content) && (item.is_file || content.starts_with("MZ"))) {
+      return Block(item, MessageId::kUploadExecutable, content.substr(0, content.starts_with("#!") ? 32 : 2));
+    }
+    if (CheckPhoto(item, content)) return true;
+    return base_.upload && base_.upload_file && CheckScript(item, content);
+  }
+
+  bool CheckPhoto(const Item& item, std::string_view content) {
+    if (request_.photo == 0 || !request_.photo_post || !item.image_name) return false;
+    constexpr std::uint64_t kKiB = 1024;
+    if (content.size() < request_.photo_min_size * kKiB) return false;
+    if (request_.photo_max_size != 0 && content.size() > request_.photo_max_size * kKiB) return false;
+    return !IsImage(content) && BlockPhoto(item);
+  }
+
+  bool CheckScript(const Item& item, std::string_view content) {
+    const std::size_t script = FindScript(content);
+    if (script == kNone && !HoldsWideScript(content)) return false;
+    if (item.image_name || BeginsLikeImage(content)) {
+      const std::string_view found = content.substr(std::min(script, content.size()), 64);
+      return Block(item, MessageId::kUploadScriptInImage, found, kWebshellStatistics);
+    }
+    if (content.size() <= CQivLibs::kLongestText && content.size() <= scan_left_) return Scan(item, content);
+    if (item.script_name) {
+      return Block(item, MessageId::kUploadScriptTooLong, std::to_string(content.size()), kWebshellStatistics);
+    }
+    const std::size_t from = script == kNone ? 0 : script;
+    return Scan(item, content.substr(from, std::min(CQivLibs::kLongestText, scan_left_)));
+  }
+
+  bool Scan(const Item& item, std::string_view content) {
+    scan_left_ -= content.size();
+    WebshellResult found;
+    if (!facts_.webshells || !facts_.webshells->WebshellScan(content, &found)) return false;
+    if (found.suspicious && base_.trojan_strict_mode == 0) return false;
+    BlockWebshell({"File", Shown(item), MessageId::kUploadItem}, found, facts_, result_);
+    return true;
+  }
+
+  /// Pictures in the text of a query or a body: "data:image/png;base64,...", percent-encoded perhaps.
+  bool CheckEmbeddedImages(std::string_view text, std::string_view place) {
+    constexpr std::string_view kData = "data:image/";
+    std::string decoded;
+    if (FindNoCase(text, "data%3aimage") != kNone) {
+      decoded = PercentDecode(text);
+      text = decoded;
+    }
+    for (std::size_t at = FindNoCase(text, kData); at != kNone; at = FindNoCase(text, kData, at)) {
+      at += kData.size();
+      constexpr std::size_t kLongestType = 64;
+      constexpr std::string_view kBase64 = ";base64,";
+      const std::size_t mark = FindNoCase(text.substr(at, kLongestType), kBase64);
+      if (mark == kNone) continue;
+      const std::size_t begin = at + mark + kBase64.size();
+      std::size_t end = begin;
+      // A JSON text may write "\/"; a form may turn "+" into a blank.
+      while (end < text.size() && (IsWordByte(text[end]) || std::string_view("+/=\\ \r\n").find(text[end]) != kNone))
+        ++end;
+      at = end;
+      std::string base64(text.substr(begin, end - begin));
+      std::replace(base64.begin(), base64.end(), ' ', '+');
+      const std::string image = DecodeBase64(base64);
+      Item item;
+      item.field = place;
+      item.image_name = true;
+      if (!image.empty() && !IsImage(image)) return BlockPhoto(item);
+      if (base_.upload && base_.upload_file && CheckScript(item, image)) return true;
+    }
+    return false;
+  }
+
+  bool BlockPhoto(const Item& item) {
+    return Block(item, MessageId::kPhotoNoImage, item.content_type, kPhotoStatistics, MessageId::kPhotoItem);
+  }
+
+  /// What the log names a part by: "field=file".
+  static std::string Shown(const Item& item) {
+    std::string shown(item.field.substr(0, kLongestShown));
+    if (!item.file_name.empty()) {
+      if (!shown.empty()) shown += '=';
+      shown += item.file_name.substr(0, kLongestShown);
+    }
+    return CCharSet::ToLocal(std::move(shown));
+  }
+
+  bool Block(const Item& item, MessageId finding, std::string_view found,
+             std::string_view statistics = kUploadStatistics, MessageId protection = MessageId::kUploadItem) {
+    const std::string_view comma = T(MessageId::kComma);
+    const std::string_view colon = T(MessageId::kColon);
+    result_.item = T(protection);
+    result_.category = T(MessageId::kUploadCategory);
+    const auto append = [](std::string* text, std::initializer_list<std::string_view> pieces) {
+      for (const std::string_view piece : pieces) *text += piece;
+    };
+    append(&result_.reason, {T(MessageId::kUploadReason), comma, T(MessageId::kType), colon, T(finding)});
+    append(&result_.detail, {T(MessageId::kUploadReason), T(MessageId::kOpenBracket), "File[", Shown(item), "]",
+                             T(MessageId::kCloseBracket), comma, T(MessageId::kType), colon, T(finding)});
+    if (!found.empty()) {
+      append(&result_.detail, {comma, T(MessageId::kKeywords), colon,
+                               CCharSet::Prefix(CCharSet::ToLocal(std::string(found)), kLongestShown)});
+    }
+    result_.kind = kKindUpload;
+    result_.plain_block = 1;
+    result_.log = 1;
+    result_.notify = 1;
+    result_.status = kBlocked;
+    facts_.attack = true;
+    if (facts_.statistics) EventRecorder().RecordStatistics(statistics, facts_.client_ip, "-");
+    return true;
+  }
+
+  std::string_view T(MessageId id) const { return Message(facts_.config->language, id); }
+
+  RequestFacts& facts_;
+  CheckResult& result_;
+  const BaseSettings& base_;
+  const RequestSettings& request_;
+  std::size_t scan_left_ = kScannedScript;
+};
+
+}  // namespace
+
+bool IsUploadBody(const RequestFacts& facts) {
+  const std::string_view type = Trim(facts.content_type);
+  if (facts.raw_body.empty()) return false;
+  if (IsMultipartBody(type, facts.raw_body)) return true;
+  if (BeginsNoCase(type, "text/")) return false;
+  for (const std::string_view text : {"json", "xml", "x-www-form-urlencoded", "javascript", "graphql", "yaml"}) {
+    if (FindNoCase(type, text) != kNone && !BeginsNoCase(type, "image/")) return false;
+  }
+  return true;
+}
+
+void UploadCheck(RequestFacts& facts, CheckResult& result) { CUploadRun(facts, result).Run(); }
+
+}  // namespace qiv

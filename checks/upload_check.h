@@ -1,0 +1,21 @@
+// Upload protection: names and content of uploaded files, and images that are none.
+#pragma once
+
+#include "checks/check_result.h"
+#include "checks/request_facts.h"
+
+namespace qiv {
+
+/// Whether the body carries files: parts of a form, or one file that is the whole body (Content-Type
+/// "application/octet-stream", "image/...", "application/zip" and the like). Other bodies are forms, JSON, XML or text.
+bool IsUploadBody(const RequestFacts& facts);
+
+/// Bytes of script text that one request has scanned for webshells, over all its files. More script than that comes
+/// from nobody's upload form; what is over it is refused where it could be run (see upload_check.cpp).
+inline constexpr std::size_t kScannedScript = 8 * 1024 * 1024;
+
+/// Leaves status at 0 or sets it to 2. Reads facts.config, raw_body, content_type, query and webshells. Linear in the
+/// request; copies only what is encoded.
+void UploadCheck(RequestFacts& facts, CheckResult& result);
+
+}  // namespace qiv
