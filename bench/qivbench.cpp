@@ -13,6 +13,7 @@
 #include "bench/addresses.h"
 #include "bench/flatness.h"
 #include "bench/texts.h"
+#include "bench/uploads.h"
 #include "checks/injection_check.h"
 #include "common/text.h"
 #include "config/website_config.h"
@@ -202,6 +203,7 @@ void RegisterAll() {
     }
   }
   RegisterAddressBenchmarks();
+  RegisterUploadBenchmarks();
 }
 
 }  // namespace

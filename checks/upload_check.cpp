@@ -88,7 +88,8 @@ class CUploadRun {
 
   void Run() {
     const bool photo = request_.photo != 0;
-    if (photo && request_.photo_get != 0 && CheckEmbeddedImages(facts_.query, "GET")) return;
+    // The query as sent: the normalised one may be in lower case, which is another picture.
+    if (photo && request_.photo_get != 0 && CheckEmbeddedImages(facts_.raw_url, "GET")) return;
     if (facts_.raw_body.empty() || (!base_.upload && !(photo && request_.photo_post))) return;
     if (IsMultipartBody(facts_.content_type, facts_.raw_body)) {
       CheckForm();
@@ -214,7 +215,7 @@ class CUploadRun {
   bool CheckEmbeddedImages(std::string_view text, std::string_view place) {
     constexpr std::string_view kData = "data:image/";
     std::string decoded;
-    if (FindNoCase(text, "data%3aimage") != kNone) {
+    if (FindNoCase(text, "data%3aimage") != kNone || FindNoCase(text, "data:image%2f") != kNone) {
       decoded = PercentDecode(text);
       text = decoded;
     }

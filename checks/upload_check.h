@@ -14,7 +14,7 @@ bool IsUploadBody(const RequestFacts& facts);
 /// from nobody's upload form; what is over it is refused where it could be run (see upload_check.cpp).
 inline constexpr std::size_t kScannedScript = 8 * 1024 * 1024;
 
-/// Leaves status at 0 or sets it to 2. Reads facts.config, raw_body, content_type, query and webshells. Linear in the
+/// Leaves status at 0 or sets it to 2. Reads facts.config, raw_body, raw_url, content_type and webshells. Linear in the
 /// request; copies only what is encoded.
 void UploadCheck(RequestFacts& facts, CheckResult& result);
 

@@ -16,6 +16,30 @@ bool Inside(std::string_view part, std::string_view text) {
   return part.empty() || (part.data() >= text.data() && part.data() + part.size() <= text.data() + text.size());
 }
 
+// Everything on, but for the scan for webshells, which has targets of its own.
+std::shared_ptr<const qiv::WebsiteConfig> Config() {
+  auto config = std::make_shared<qiv::WebsiteConfig>();
+  config->base.upload = config->base.upload_file = config->base.upload_exe = true;
+  config->base.upload_types = ",*,!php,";
+  config->request.photo = config->request.photo_get = 1;
+  config->request.photo_post = true;
+  return config;
+}
+
+void CheckUpload(std::string_view type, std::string_view body) {
+  static const std::shared_ptr<const qiv::WebsiteConfig> config = Config();
+  qiv::RequestFacts facts;
+  facts.config = config;
+  facts.content_type = type;
+  facts.raw_url = type;
+  facts.raw_body = body;
+  qiv::CheckResult result;
+  qiv::UploadCheck(facts, result);
+  const bool blocked = result.status == qiv::kBlocked;
+  Require(blocked || result.status == qiv::kUndecided);
+  Require(blocked != result.reason.empty() && blocked != result.item.empty() && facts.attack == blocked);
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -38,6 +62,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (fault == qiv::MultipartFault::kNone && !body.empty() && body.find("--") == std::string_view::npos) {
     Require(parts == 1);  // without a delimiter the body is one part
   }
+  CheckUpload(type, body);
   std::size_t visited = 0;
   qiv::ForEachPart(type, body, [&](const qiv::MultipartPart&) { return ++visited < 2; });
   Require(visited == (parts < 2 ? parts : 2));

@@ -199,7 +199,8 @@ class CLinter {
   }
 
   void Extensions(const std::string& name, const IJsonValue& value, const std::string& text) {
-    if (WrapExtensions(text).find(",.") != std::string::npos) {
+    const std::string wrapped = WrapExtensions(text);
+    if (wrapped.find(",.") != std::string::npos || wrapped.find(",!.") != std::string::npos) {
       Find(value, Quoted(name) + " names an extension with its dot; extensions are written without");
     }
   }

@@ -93,7 +93,7 @@ qiv::Protection ScriptsOnly(const qiv::Protection& protection) {
   config->sql.get = 0;
   config->sql.post = 0;
   config->sql.header = 0;
-  return {std::move(config), protection.library};
+  return {std::move(config), protection.library, protection.webshells};
 }
 
 bool Measure(const qiv::Protection& protection, const Options& options, qiv::Place place, const std::string& path) {
@@ -104,7 +104,7 @@ bool Measure(const qiv::Protection& protection, const Options& options, qiv::Pla
   }
   Counts tuned;
   Counts held_back;
-  std::array<std::uint64_t, 6> by_mechanism{};
+  std::array<std::uint64_t, 7> by_mechanism{};
   const qiv::Protection scripts_only = ScriptsOnly(protection);
   std::uint64_t mislabelled = 0;
   std::uint64_t number = 0;
@@ -129,13 +129,13 @@ bool Measure(const qiv::Protection& protection, const Options& options, qiv::Pla
     return false;
   }
   if (options.list.empty()) {
-    std::printf("%-32s %-9s %7llu %8s %8s   %6llu %6llu %6llu %6llu %6llu %8llu\n", BaseName(path).c_str(),
+    std::printf("%-32s %-9s %7llu %8s %8s   %6llu %6llu %6llu %6llu %6llu %6llu %8llu\n", BaseName(path).c_str(),
                 std::string(qiv::PlaceName(place)).c_str(),
                 static_cast<unsigned long long>(tuned.lines + held_back.lines), Percent(tuned).c_str(),
                 Percent(held_back).c_str(), static_cast<unsigned long long>(by_mechanism[1]),
                 static_cast<unsigned long long>(by_mechanism[2]), static_cast<unsigned long long>(by_mechanism[3]),
                 static_cast<unsigned long long>(by_mechanism[4]), static_cast<unsigned long long>(by_mechanism[5]),
-                static_cast<unsigned long long>(mislabelled));
+                static_cast<unsigned long long>(by_mechanism[6]), static_cast<unsigned long long>(mislabelled));
   }
   return true;
 }
@@ -156,8 +156,8 @@ int Run(const Options& options) {
         protection.config->get_rules.Rules().size(), protection.config->post_rules.Rules().size(),
         protection.config->header_rules.Rules().size(), protection.library->Keys().size(),
         protection.library->Rules().size(), protection.library->Events().size(), took.count());
-    std::printf("%-32s %-9s %7s %8s %8s   %6s %6s %6s %6s %6s %8s\n", "file", "place", "lines", "tuned %", "held %",
-                "detect", "keywrd", "event", "script", "url", "mislabel");
+    std::printf("%-32s %-9s %7s %8s %8s   %6s %6s %6s %6s %6s %6s %8s\n", "file", "place", "lines", "tuned %", "held %",
+                "detect", "keywrd", "event", "script", "url", "upload", "mislabel");
   }
   bool good = true;
   for (const std::string_view name : qiv::Split(options.places, ',')) {

@@ -6,6 +6,7 @@
 #include "checks/check_result.h"
 #include "checks/injection_check.h"
 #include "checks/request_facts.h"
+#include "checks/upload_check.h"
 #include "common/char_set.h"
 #include "common/text.h"
 #include "config/qiv_config.h"
@@ -14,8 +15,9 @@ namespace qiv {
 namespace {
 
 constexpr std::pair<Place, std::string_view> kPlaces[] = {
-    {Place::kQuery, "query"},        {Place::kForm, "form"},        {Place::kJson, "json"}, {Place::kHeader, "header"},
-    {Place::kRawQuery, "raw-query"}, {Place::kRawBody, "raw-body"}, {Place::kFile, "file"},
+    {Place::kQuery, "query"},   {Place::kForm, "form"},          {Place::kJson, "json"},
+    {Place::kHeader, "header"}, {Place::kRawQuery, "raw-query"}, {Place::kRawBody, "raw-body"},
+    {Place::kFile, "file"},     {Place::kPicture, "picture"},    {Place::kField, "field"},
 };
 
 std::string PercentEncode(std::string_view text, bool blank_as_plus) {
@@ -57,13 +59,14 @@ std::string JsonEscape(std::string_view text) {
   return escaped;
 }
 
-/// A multipart form with one field and one file.
-std::string FileForm(std::string_view content) {
+constexpr std::string_view kFormType = "multipart/form-data; boundary=----FormBoundary7MA4YWxk";
+
+/// A multipart form with two fields, the second one with `parameters` behind its name.
+std::string Form(std::string_view parameters, std::string_view content) {
   std::string form =
       "------FormBoundary7MA4YWxk\r\nContent-Disposition: form-data; name=\"title\"\r\n\r\nSummer\r\n"
-      "------FormBoundary7MA4YWxk\r\nContent-Disposition: form-data; name=\"photo\"; filename=\"summer.jpg\"\r\n"
-      "Content-Type: application/octet-stream\r\n\r\n";
-  form += content;
+      "------FormBoundary7MA4YWxk\r\nContent-Disposition: form-data; name=\"photo\"";
+  form.append(parameters).append("\r\n\r\n").append(content);
   form += "\r\n------FormBoundary7MA4YWxk--\r\n";
   return form;
 }
@@ -98,7 +101,7 @@ Protection LoadProtection(const std::string& module_directory, std::string* erro
   }
   auto english = std::make_shared<WebsiteConfig>(*config.Current());
   english->language = Language::kEnglish;  // MechanismOf reads the texts
-  return {std::move(english), config.Library()};
+  return {std::move(english), config.Library(), config.Webshells()};
 }
 
 bool PlaceFromName(std::string_view name, Place* place) {
@@ -124,6 +127,7 @@ Verdict Judge(const Protection& protection, Place place, std::string_view text) 
   facts.library = protection.library;
   facts.raw_url = "/page.aspx";
   facts.path = facts.raw_url;
+  std::string form;
   switch (place) {
     case Place::kQuery:
       facts.query = Query("id=1&q=" + PercentEncode(text, false) + "&page=2");
@@ -145,10 +149,24 @@ Verdict Judge(const Protection& protection, Place place, std::string_view text) 
       facts.body = Body(text);
       break;
     case Place::kFile:
-      facts.body = Body(FileForm(text));
+      form = Form("; filename=\"summer.dat\"\r\nContent-Type: application/octet-stream", text);
+      break;
+    case Place::kPicture:
+      form = Form("; filename=\"summer.jpg\"\r\nContent-Type: image/jpeg", text);
+      break;
+    case Place::kField:
+      form = Form("", text);
       break;
   }
   CheckResult result;
+  if (!form.empty()) {
+    facts.content_type = kFormType;
+    facts.raw_body = form;
+    facts.body = Body(form);
+    facts.webshells = protection.webshells;
+    UploadCheck(facts, result);
+    if (result.status == kBlocked) return {Mechanism::kUpload, result.rule, result.reason};
+  }
   InjectionCheck(facts, result);
   return {MechanismOf(result), result.rule, result.reason};
 }

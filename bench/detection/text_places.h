@@ -1,4 +1,4 @@
-// A text put into a request at one place, and judged by injection protection as the module would.
+// A text put into a request at one place, and judged by upload and injection protection as the module would.
 #pragma once
 
 #include <memory>
@@ -7,6 +7,7 @@
 
 #include "config/website_config.h"
 #include "engines/injection_library.h"
+#include "engines/webshell_scan.h"
 
 namespace qiv {
 
@@ -18,10 +19,12 @@ enum class Place {
   kRawQuery,  ///< the text is a whole query as sent
   kRawBody,   ///< the text is a whole body as sent
   kFile,      ///< the content of a file in a multipart form
+  kPicture,   ///< the same, the file called a picture
+  kField,     ///< a field of a multipart form
 };
 
 /// What blocked.
-enum class Mechanism { kNone, kDetector, kKeyword, kEvent, kScriptTag, kScriptUrl };
+enum class Mechanism { kNone, kDetector, kKeyword, kEvent, kScriptTag, kScriptUrl, kUpload };
 
 struct Verdict {
   Mechanism mechanism = Mechanism::kNone;
@@ -33,6 +36,7 @@ struct Verdict {
 struct Protection {
   std::shared_ptr<const WebsiteConfig> config;
   std::shared_ptr<const InjectionLibrary> library;
+  std::shared_ptr<const CQivLibs> webshells;
 };
 
 /// Null pointers, with the reason in *error, when the module directory holds no installation that can be loaded.
