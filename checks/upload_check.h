@@ -10,9 +10,9 @@ namespace qiv {
 /// "application/octet-stream", "image/...", "application/zip" and the like). Other bodies are forms, JSON, XML or text.
 bool IsUploadBody(const RequestFacts& facts);
 
-/// Bytes of script text that one request has scanned for webshells, over all its files. More script than that comes
-/// from nobody's upload form; what is over it is refused where it could be run (see upload_check.cpp).
-inline constexpr std::size_t kScannedScript = 8 * 1024 * 1024;
+/// Bytes of script text that one request has scanned for webshells, over all its files: a byte of it takes up to a
+/// microsecond. What is over it is refused where it could be run (see upload_check.cpp).
+inline constexpr std::size_t kScannedScript = 2 * 1024 * 1024;
 
 /// Leaves status at 0 or sets it to 2. Reads facts.config, raw_body, raw_url, content_type and webshells. Linear in the
 /// request; copies only what is encoded.

@@ -1,10 +1,13 @@
-// The multipart reader over any bytes; the first line is the Content-Type. Views inside the body, and what is handed
-// out depends on the bytes alone.
+// The multipart reader and upload protection over any bytes; the first line is the Content-Type. Views inside the body,
+// bounded work, and a decision with its texts or none.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <memory>
 
+#include "checks/upload_check.h"
 #include "common/multipart.h"
+#include "config/website_config.h"
 
 namespace {
 
