@@ -40,7 +40,8 @@ class Uploads(unittest.TestCase):
     def setUpClass(cls):
         cls.installation = Installation(language="en-US", profile=cls.profile)
         if cls.profile == "strict":  # it locks an address at its first attack
-            cls.installation.edit({"website_response": {"lock": "0"}, "website_attack": {"e404": "0"}})
+            cls.installation.edit({"website_response": {"lock": "0", "ret_type": "2"},
+                                   "website_attack": {"e404": "0"}})
         cls.upstream = Upstream()
         cls.host = Host(cls.installation, upstream=cls.upstream.port)
 
