@@ -12,6 +12,7 @@
 #include "common/text.h"
 #include "engines/hiding_analysis.h"
 #include "engines/php_flow.h"
+#include "engines/php_tokens.h"
 #include "engines/risk_words.h"
 #include "engines/virus_builtin.h"
 #include "engines/virus_rule.h"
@@ -25,6 +26,7 @@ constexpr std::size_t kLayerBytesPerByte = 4;  // compressed code grows three- t
 constexpr std::size_t kLayerBytesAnyway = 1 << 18;
 constexpr std::size_t kLargestUploader = 16384;    // bytes: an upload form and what stores it; more is an application
 constexpr std::size_t kLargestStandalone = 32768;  // bytes: a file whose variables come from nowhere
+constexpr std::size_t kLargestPrinter = 4096;      // bytes: shows another host's pages, and nothing else
 constexpr std::size_t kLargestTool = 65536;        // bytes: a tool in one file, not an application's script
 constexpr std::int32_t kLayerRisk = 60;            // the limit for code that was hidden: being hidden says the rest
 
@@ -55,6 +57,7 @@ class CPhpJudge {
         if (IsWeak(finding.kind) == weak && Accept(finding)) return true;
       }
     }
+    if (Encoded(flow)) return true;
     add(flow, 1);
     for (std::size_t i = 0; i < layers.size(); ++i) {
       const std::string code = std::move(layers[i].code);
@@ -108,9 +111,19 @@ class CPhpJudge {
         return Fill(MessageId::kSuspiciousBackdoor, finding.detail);
       case PhpFindingKind::kDownload:
         return Fill(MessageId::kCopyUnknownFile, finding.detail);
+      case PhpFindingKind::kTunnel:
+        return !Has("namespace") && Fill(MessageId::kSuspiciousBackdoor, finding.detail);
+      case PhpFindingKind::kBuiltIn:
+        return Fill(MessageId::kBuiltInType, MessageId::kRiskCharacteristics, MessageId::kLabelFunction,
+                    finding.detail);
       case PhpFindingKind::kTool:
         return standalone_ && text_.size() <= kLargestTool && !Has("defined(") && !Has("@package") &&
                Fill(MessageId::kFileDetector, MessageId::kRiskCharacteristics, MessageId::kLabelParameter,
+                    finding.detail) &&
+               (result_.suspicious = true);
+      case PhpFindingKind::kRemoteText:
+        return standalone_ && text_.size() <= kLargestPrinter && !Has("<form") &&
+               Fill(MessageId::kSuspiciousBackdoor, MessageId::kRiskCharacteristics, MessageId::kLabelInput,
                     finding.detail) &&
                (result_.suspicious = true);
       case PhpFindingKind::kSensitive:
@@ -122,6 +135,16 @@ class CPhpJudge {
       case PhpFindingKind::kUnknownSource:
         return standalone_ && text_.size() <= kLargestStandalone &&
                Fill(MessageId::kExecuteVariables, finding.detail, true);
+    }
+    return false;
+  }
+
+  // Long constant texts that are code once they are decoded.
+  bool Encoded(const PhpFlowResult& flow) {
+    for (const std::string& text : flow.encoded) {
+      if (text.starts_with("<?") && !text.starts_with("<?xml")) return Fill(MessageId::kEncoding, "base64");
+      const RiskScore risk = ScoreRiskWords(text, RiskLanguage::kPhp);
+      if (risk.score >= kLayerRisk) return Fill(MessageId::kEncoding, risk.heaviest);
     }
     return false;
   }
@@ -147,8 +170,32 @@ class CPhpJudge {
       return Fill(MessageId::kRiskCharacteristics, MessageId::kDoubtful,
                   function ? MessageId::kLabelFunction : MessageId::kLabelCharacter, risk.heaviest);
     }
-    return Spelling() || Small();
+    return Spelling() || Characters() || Small();
   }
+
+  // Nothing but operators, brackets and names without letters: the alphabet is computed.
+  bool Characters() {
+    if (text_.size() > kLargestAlphabet) return false;
+    std::size_t operators = 0;
+    std::size_t words = 0;
+    std::size_t blank_names = 0;
+    for (const PhpToken& token : PhpTokens(text_, false)) {
+      const std::string_view name = token.Text(text_);
+      const bool letters = std::count_if(name.begin(), name.end(), IsLetter) > 1;
+      if (token.kind == PhpTokenKind::kOperator) {
+        operators += token.Is("$") || token.Is("==") || token.Is("^") || token.Is("|") || token.Is("~") ||
+                     token.Is("+") || token.Is("++") || token.Is("!") || token.Is(".");
+      } else if (token.kind == PhpTokenKind::kVariable || token.kind == PhpTokenKind::kName) {
+        words += letters;
+        blank_names += !letters && token.kind == PhpTokenKind::kVariable;
+      }
+    }
+    return operators >= kMostAlphabetOperators && words <= operators / kMostAlphabetOperators &&
+           blank_names >= kMostAlphabetOperators / 2 &&
+           Fill(MessageId::kSuspiciousCharacter, MessageId::kRiskCharacteristics, MessageId::kLabelCharacter, "^");
+  }
+  static constexpr std::size_t kLargestAlphabet = 65536;    // bytes: such files are short
+  static constexpr std::size_t kMostAlphabetOperators = 6;  // to every word; programs have more words than these
 
   // Names of nothing but "_", counted up letter by letter; labels and jumps that scramble the order of statements.
   bool Spelling() {

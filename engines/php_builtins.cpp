@@ -221,7 +221,8 @@ HidingWay WayOf(std::string_view name) {
 // Functions that leave a plain text plain: their result hides nothing that was not hidden before.
 bool IsPlainPass(std::string_view name) {
   return name == "trim" || name == "ltrim" || name == "rtrim" || name == "strtolower" || name == "strtoupper" ||
-         name == "ucfirst" || name == "lcfirst" || name == "strval" || name == "explode" || name == "array_values";
+         name == "ucfirst" || name == "lcfirst" || name == "strval" || name == "basename" || name == "explode" ||
+         name == "array_values";
 }
 
 // Text to text, with the texts of all arguments known. False: not one of these.
@@ -302,6 +303,10 @@ bool IsDangerousName(std::string_view name) {
   }
 }
 
+bool IsRemoteAddress(std::string_view text) {
+  return text.starts_with("http://") || text.starts_with("https://") || text.starts_with("ftp://");
+}
+
 bool IsPhpRunner(std::string_view lower_name) {
   if (lower_name == "eval") return true;
   const PhpFunction* const function = FindPhpFunction(lower_name);
@@ -325,7 +330,8 @@ bool PhpTextOf(const PhpValue& value, std::string* text) {
 PhpValue EvaluatePhpFunction(std::string_view name, std::span<const PhpValue> arguments, std::size_t limit) {
   PhpValue result;
   for (const PhpValue& argument : arguments) result.Join(argument);
-  result.origin &= ~static_cast<std::uint32_t>(kArrayLiteral | kClosure);
+  result.origin &= ~static_cast<std::uint32_t>(kArrayLiteral | kClosure | kOwnFile);
+  if (name == "basename") result.origin &= ~static_cast<std::uint32_t>(kWholeRequest);
   std::string text;
   bool known = false;
   if (name == "str_replace" || name == "str_ireplace") {

@@ -41,6 +41,9 @@ const PhpFunction* FindPhpFunction(std::string_view name);
 /// Whether running it from a hidden name tells the file apart: code and command functions, decoders, writers.
 bool IsDangerousName(std::string_view lower_name);
 
+/// Whether a text begins with the address of another host.
+bool IsRemoteAddress(std::string_view text);
+
 /// A function that makes the request run when it is given as a callback.
 bool IsPhpRunner(std::string_view lower_name);
 

@@ -31,7 +31,10 @@ enum class PhpFindingKind : std::uint8_t {
   kHidden,         ///< a dangerous call behind a disguise
   kNetworkCode,    ///< what another host sends is run
   kDownload,       ///< a script is fetched from another host
+  kTunnel,         ///< opens a socket where the request wants it
+  kBuiltIn,        ///< a method of PHP's own classes is handed what runs code
   kTool,           ///< works on the files, folders, hosts or databases that the request names
+  kRemoteText,     ///< prints what another host sends
   kSensitive,      ///< reads the system's accounts
   kMail,           ///< sends what the request says to whom it says
   kUnknownSource,  ///< runs a variable that nothing in the file assigns
@@ -46,6 +49,7 @@ struct PhpFinding {
 struct PhpFlowResult {
   std::vector<PhpFinding> findings;  ///< in the order met; at most kMostFindings
   std::vector<std::string> nested;   ///< code that the file runs or decodes; each to be judged as code
+  std::vector<std::string> encoded;  ///< what long constant texts turn out to be, decoded; nobody says what for
   bool standalone = true;            ///< no include, class, namespace, or function called that the file does not define
 };
 

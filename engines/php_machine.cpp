@@ -107,6 +107,10 @@ void CPhpMachine::Pass() {
   argument_keys_.clear();
   argument_names_.clear();
   next_function_ = 0;
+  made_.clear();
+  handlers_.clear();
+  arrows_.clear();
+  stray_braces_ = 0;
   scope_ = 0;
   function_ = 0;
   pending_scope_ = 0;
@@ -232,10 +236,33 @@ void CPhpMachine::Apply(const Operation& operation) {
           function.has_return = true;
         }
         break;
+      case kEchoCode:
+        printed_.Join(right.value.Taint());
+        if (right.value.Has(kFromNetwork)) Report(PhpFindingKind::kRemoteText, "echo");
+        break;
+      case kArrowCode:
+        if (!arrows_.empty()) {
+          Function& function = functions_[arrows_.back()];
+          function.returns = right.value;
+          function.has_return = true;
+          result.value.origin = kClosure;
+          result.value.function = arrows_.back() + 1;
+          arrows_.pop_back();
+        }
+        break;
+      case PhpOperator("..."):  // the request fills all arguments: also the callback among them
+        if (frames_.back().kind == FrameKind::kCall && right.value.Has(kWholeRequest)) {
+          const PhpFunction* const function = FindPhpFunction(names_.Text(frames_.back().callee.name));
+          if (!frames_.back().named || (function != nullptr && (function->kind == PhpFunctionKind::kCallback ||
+                                                                function->kind == PhpFunctionKind::kPattern))) {
+            Report(PhpFindingKind::kRequestCall, function != nullptr ? function->name : "$");
+          }
+        }
+        result = std::move(right);
+        break;
       case PhpOperator("@"):
       case PhpOperator("&"):
       case PhpOperator("+"):
-      case PhpOperator("..."):
         result = std::move(right);
         break;
       case kPlainCast:
@@ -383,6 +410,7 @@ void CPhpMachine::EndStatement() {
   values_.resize(std::min<std::size_t>(values_.size(), frame.values));
   operand_next_ = true;
   if (frame.kind == FrameKind::kBlock) weak_ = false;
+  pending_new_ = false;
   pending_scope_ = 0;
 }
 
@@ -398,6 +426,10 @@ void CPhpMachine::OpenBracket(char bracket) {
     return;
   }
   if (bracket == '{') {
+    if (at_ > 0 && tokens_[at_ - 1].Is("(") && frames_.back().kind == FrameKind::kCall) {
+      ++stray_braces_;
+      return;
+    }
     if (!IsIndexBrace()) return OpenBlock();
     bracket = '[';
   }
@@ -414,6 +446,7 @@ void CPhpMachine::OpenBracket(char bracket) {
     Operand callee = PopOperand();
     Frame& frame = *PushFrame(FrameKind::kCall);
     frame.named = callee.is_name;
+    frame.is_new = std::exchange(pending_new_, false);
     frame.callee = std::move(callee);
     return;
   }
@@ -446,10 +479,17 @@ void CPhpMachine::OpenBlock() {
 
 // A "}" also closes the brackets that were left open inside its block.
 void CPhpMachine::CloseBlock() {
+  if (stray_braces_ > 0 && frames_.back().kind == FrameKind::kCall) {
+    --stray_braces_;
+    return;
+  }
   if (frames_.back().kind == FrameKind::kVariable) {
     Reduce(kLowest);
     const Operand name = PopOperand();
     frames_.pop_back();
+    if (name.value.Has(kFromRequest)) {
+      if (Function* const get = FindUser("__get")) CallUser(*get, std::span(&name.value, 1));
+    }
     operand_next_ = true;
     Operand operand;
     if (name.value.HasText()) {

@@ -77,6 +77,7 @@ class CPhpMachine {
   static constexpr std::uint32_t kSuperScope = 0xFFFFFFFF;   // superglobals
   static constexpr std::uint32_t kMemberScope = 0xFFFFFFFE;  // properties, of whatever object
   static constexpr std::uint32_t kConstScope = 0xFFFFFFFD;
+  static constexpr std::string_view kMadeFunction = "\1lambda";  // names those of create_function, and no others
 
   struct Operand {
     PhpValue value;
@@ -97,6 +98,7 @@ class CPhpMachine {
   static constexpr int kCoalesce = 4;
   static constexpr int kUnary = 16;
   // Codes of operations that are words.
+  static constexpr std::uint32_t kArrowCode = PhpOperator("fn");
   static constexpr std::uint32_t kIncludeCode = PhpOperator("inc");
   static constexpr std::uint32_t kReturnCode = PhpOperator("ret");
   static constexpr std::uint32_t kEchoCode = PhpOperator("ech");
@@ -149,7 +151,9 @@ class CPhpMachine {
     bool is_global = false;  // in a function: it stands for the file's variable of its name
   };
   struct Function {
+    PhpName name = kNoName;
     std::vector<PhpName> parameters;
+    std::vector<bool> by_reference;  // in step with parameters
     std::vector<PhpValue> values;
     PhpValue returns;
     bool has_return = false;
@@ -220,6 +224,10 @@ class CPhpMachine {
   PhpValue Call(Frame& frame, std::span<PhpValue> arguments);
   PhpValue CallNamed(std::string_view name, std::span<PhpValue> arguments, bool hidden, HidingWay way);
   PhpValue CallKnown(const PhpFunction& function, std::span<PhpValue> arguments);
+  void GiveBack(const Frame& frame);
+  void CallBack(Function& user, std::string_view caller, const PhpValue& value);
+  PhpValue New(Frame& frame, std::span<PhpValue> arguments);
+  PhpValue CallMade(std::string_view name, std::span<const PhpValue> arguments);
   PhpValue CallMember(std::string_view name, std::span<PhpValue> arguments, const Operand& callee);
   PhpValue CallUser(Function& function, std::span<const PhpValue> arguments);
   Function* FindUser(PhpName lower_name);
@@ -234,8 +242,14 @@ class CPhpMachine {
   void Move(std::string_view name, std::span<const PhpValue> arguments);
   PhpValue Read(std::string_view name, std::span<const PhpValue> arguments);
   void Include(const PhpValue& path);
+  void RunHandlers(const PhpValue& given);
+  void ReportRunners(std::span<const PhpValue> arguments, const PhpValue& object, bool built_in);
+  void Mail(std::span<const PhpValue> arguments);
+  void Literal(std::string_view text);
+  void ArrowFunction();
   void Report(PhpFindingKind kind, std::string_view detail, HidingWay way = HidingWay::kNone);
   void AddNested(std::string_view text);
+  bool IsAdded(std::vector<std::string>* texts, std::string_view text);
 
   std::string_view source_;
   CPhpNames names_;
@@ -265,6 +279,17 @@ class CPhpMachine {
   bool weak_ = false;               // in a branch without braces
   bool request_variables_ = false;  // the request may set any variable
   bool com_objects_ = false;
+  bool unserialized_ = false;        // the request may set any property
+  PhpValue printed_;                 // what the file prints, without its text
+  PhpValue thrown_;                  // what its exceptions say
+  std::vector<Function*> handlers_;  // functions called for errors and output
+  struct Made {
+    std::string parameters;
+    std::string body;
+  };
+  std::vector<Made> made_;             // by create_function
+  std::vector<std::uint32_t> arrows_;  // the functions whose "fn (...) =>" has been met but not its end
+  std::size_t stray_braces_ = 0;       // "({": no PHP, but files that lost their quotes hold it
   std::size_t work_left_ = 0;
   std::size_t nested_left_ = 0;
   PhpFlowResult result_;

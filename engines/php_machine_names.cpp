@@ -24,7 +24,7 @@ constexpr Keyword kKeywords[] = {
     {"echo", PhpWord::kEcho},
     {"print", PhpWord::kEcho},
     {"throw", PhpWord::kEcho},
-    {"yield", PhpWord::kEcho},
+    {"yield", PhpWord::kReturn},
     {"case", PhpWord::kEcho},
     {"if", PhpWord::kStatement},
     {"elseif", PhpWord::kStatement},
@@ -101,7 +101,20 @@ void CPhpMachine::OnName(PhpToken& token) {
   const PhpWord word = FactsOf(operand.name).word;
   if (!member && word != PhpWord::kNone && OnKeyword(word)) return;
   operand.is_name = NextIs("(") || NextIs("::");
-  if (!operand.is_name && word != PhpWord::kBoolean) {
+  if (!operand.is_name) pending_new_ = false;
+  const std::string_view lower = names_.Text(operand.name);
+  if (NextIs("(") && NextIs("...", 2) && NextIs(")", 3)) {  // the function itself as a value
+    at_ += 3;
+    operand.is_name = false;
+    operand.value = PhpValue::OfText(std::string(lower));
+    return PushOperand(std::move(operand));
+  }
+  if (lower.starts_with("__") && lower.ends_with("__")) {  // what PHP fills in
+    if (lower == "__file__") operand.value.origin = kOwnFile;
+    if (lower == "__function__" && function_ != 0) {
+      operand.value = PhpValue::OfText(std::string(names_.Text(functions_[function_ - 1].name)));
+    }
+  } else if (!operand.is_name && word != PhpWord::kBoolean) {
     const Variable& constant = variables_[KeyIn(kConstScope, name) - 1];
     operand.value = constant.assigned ? constant.value : PhpValue::OfLasting(word == PhpWord::kNull ? "" : text);
   }
@@ -196,10 +209,8 @@ bool CPhpMachine::OnStructure(PhpWord word) {
     case PhpWord::kFunction:
       return Declaration(operand_next_ && (NextIs("(") || (NextIs("&") && NextIs("(", 2)))), true;
     case PhpWord::kArrowFunction:
-      if (!NextIs("(")) return false;
-      SkipTo("=>", ";");
-      if (NextIs("=>")) ++at_;
-      return true;
+      if (!NextIs("(") && !(NextIs("&") && NextIs("(", 2))) return false;
+      return ArrowFunction(), true;
     case PhpWord::kClass:
       if (!Next() || (Next()->kind != PhpTokenKind::kName && !pending_new_)) return false;
       result_.standalone &= pending_new_;
@@ -235,6 +246,29 @@ bool CPhpMachine::OnStructure(PhpWord word) {
   }
 }
 
+// "fn (parameters) => expression": the expression is walked where it stands.
+void CPhpMachine::ArrowFunction() {
+  const std::uint32_t number = next_function_;
+  if (next_function_ + 1 < kMostFunctions) ++next_function_;
+  if (number == functions_.size()) functions_.emplace_back();
+  Function& function = functions_[number];
+  function.parameters.clear();
+  while (Next() && !NextIs("=>") && !NextIs(";")) {
+    ++at_;
+    if (tokens_[at_].kind == PhpTokenKind::kVariable && function.parameters.size() < kMostParameters) {
+      function.parameters.push_back(NameOf(tokens_[at_]));
+    }
+  }
+  if (NextIs("=>")) ++at_;
+  function.by_reference.assign(function.parameters.size(), false);
+  if (function.values.size() < function.parameters.size()) function.values.resize(function.parameters.size());
+  for (std::size_t i = 0; i < function.parameters.size(); ++i) {
+    Store(KeyOf(function.parameters[i]), function.values[i], false);
+  }
+  arrows_.push_back(number);
+  Prefix(kArrowCode);
+}
+
 // "function name(parameters)", "function (parameters) use (variables)"; the body's block comes next.
 void CPhpMachine::Declaration(bool is_closure) {
   while (NextIs("&")) ++at_;
@@ -249,6 +283,7 @@ void CPhpMachine::Declaration(bool is_closure) {
   std::vector<PhpName> parameters;
   int depth = 0;
   bool in_use = false;
+  std::vector<bool> by_reference;
   std::vector<PhpName> used;
   while (Next() && !NextIs("{") && !NextIs(";")) {
     ++at_;
@@ -258,7 +293,10 @@ void CPhpMachine::Declaration(bool is_closure) {
     if (token.kind == PhpTokenKind::kName && depth == 0 && TextOf(token) == "use") in_use = true;
     if (token.kind == PhpTokenKind::kVariable && depth == 1) {
       std::vector<PhpName>& list = in_use ? used : parameters;
-      if (list.size() < kMostParameters) list.push_back(NameOf(token));
+      if (list.size() < kMostParameters) {
+        list.push_back(NameOf(token));
+        if (!in_use) by_reference.push_back(tokens_[at_ - 1].Is("&"));
+      }
     }
     if (depth < 0) break;
   }
@@ -269,6 +307,8 @@ void CPhpMachine::Declaration(bool is_closure) {
   }
   if (function.values.size() < parameters.size()) function.values.resize(parameters.size());
   function.parameters = std::move(parameters);
+  function.by_reference = std::move(by_reference);
+  function.name = name;
   std::vector<PhpValue> carried;
   for (const PhpName variable : used) carried.push_back(Load(KeyOf(variable)));
   if (is_closure) {
@@ -325,9 +365,10 @@ void CPhpMachine::OnString(const PhpToken& token) {
     } else if (Spend(inner.size())) {
       operand.value = PhpValue::OfText(PhpUnquote(inner, static_cast<char>(token.code), &escapes));
       if (escapes) {
-        operand.value.origin = kComputed;
+        operand.value.origin = kComputed | kEscaped;
         operand.value.way = HidingWay::kCharacters;
       }
+      if (pass_ == 1) Literal(operand.value.Text());
     }
   } else {
     operand.value = Template(inner, '"');
@@ -364,6 +405,7 @@ void CPhpMachine::OnMember() {
              (next.kind == PhpTokenKind::kVariable && is_static && !called)) {
     operand.key = KeyIn(kMemberScope, NameOf(next));
     operand.value = Load(operand.key);
+    if (object.value.Has(kWholeRequest)) operand.value.origin |= object.value.origin & kFromRequest;
   } else if (called) {
     operand.is_name = true;
     operand.is_member = true;

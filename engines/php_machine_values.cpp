@@ -27,8 +27,8 @@ constexpr Superglobal kSuperglobals[] = {
     {"HTTP_RAW_POST_DATA", kRequest},
     {"_FILES", kFromUpload},
     {"HTTP_POST_FILES", kFromUpload},
-    {"_SERVER", 0},
-    {"HTTP_SERVER_VARS", 0},
+    {"_SERVER", kServerList},
+    {"HTTP_SERVER_VARS", kServerList},
     {"_ENV", 0},
     {"GLOBALS", 0},
     {"_SESSION", 0},
@@ -38,6 +38,19 @@ constexpr Superglobal kSuperglobals[] = {
 bool IsClientHeader(std::string_view key) {
   return (key.starts_with("HTTP_") && key != "HTTP_HOST" && key != "HTTP_HTTPS") || key == "QUERY_STRING" ||
          key == "PATH_INFO" || key == "ORIG_PATH_INFO" || key == "PHP_AUTH_USER" || key == "PHP_AUTH_PW";
+}
+
+// What an element of $_SERVER tells.
+std::uint32_t ServerOrigin(std::string_view key) {
+  if (IsClientHeader(key)) return kRequest;
+  if (key == "SCRIPT_FILENAME" || key == "PATH_TRANSLATED" || key == "PHP_SELF" || key == "SCRIPT_NAME") {
+    return kOwnFile | kHostFacts;
+  }
+  if (key == "DOCUMENT_ROOT" || key == "SERVER_ADDR" || key == "SERVER_NAME" || key == "REQUEST_URI" ||
+      key == "HTTP_HOST") {
+    return kHostFacts;
+  }
+  return !key.empty() && IsDigit(key[0]) ? std::uint32_t{kFromRequest} : 0;
 }
 
 }  // namespace
@@ -110,6 +123,7 @@ PhpValue CPhpMachine::Load(VariableKey key) {
   if (variable.scope == kSuperScope) {
     value.origin |= kSuperglobals[FactsOf(variable.name).superglobal - 1].origin;
   } else if (!variable.assigned) {
+    if (unserialized_ && variable.scope == kMemberScope) value.origin |= kFromRequest;
     if (request_variables_ && variable.scope != kMemberScope) value.origin |= kRequest;
     if (pass_ > 0 && variable.scope == 0) value.origin |= kNeverAssigned;
   }
@@ -130,6 +144,7 @@ void CPhpMachine::Store(VariableKey key, const PhpValue& value, bool join) {
   const auto depth = static_cast<std::uint32_t>(frames_.size());
   PhpValue stored = value;
   stored.origin &= ~static_cast<std::uint32_t>(kNeverAssigned);
+  if (variable.scope == kMemberScope) stored.origin &= ~static_cast<std::uint32_t>(kDerived);
   if (variable.assigned && (join || weak_ || depth > variable.depth || variable.scope == kMemberScope)) {
     const std::uint32_t keep = variable.value.origin;
     if (!stored.HasText() && !stored.array && !stored.is_number && !join) {
@@ -192,6 +207,12 @@ void CPhpMachine::Assign(std::uint32_t code, Operand& target, PhpValue value) {
     return;
   }
   if (target.key == 0) return;
+  const Variable& assigned = variables_[target.key - 1];
+  if (assigned.scope == kSuperScope && names_.Text(assigned.name) == "GLOBALS" && !target.indexed && value.array &&
+      Spend(value.array->size())) {
+    for (const auto& [name, element] : *value.array) Store(KeyIn(0, name), element, false);
+    return;
+  }
   if (code != PhpOperator("=")) {
     PhpValue old = std::move(target.value);
     // The variable lets go of its text, which then can be added to in place.
@@ -241,8 +262,10 @@ void CPhpMachine::Increment(std::uint32_t code, bool prefix) {
 PhpValue CPhpMachine::Concatenate(PhpValue left, const PhpValue& right) {
   PhpValue result = left.Taint();
   result.Join(right);
-  result.origin &= ~static_cast<std::uint32_t>(kWholeRequest | kArrayLiteral | kClosure);
+  result.origin &= ~static_cast<std::uint32_t>(kWholeRequest | kArrayLiteral | kClosure | kOwnFile | kRemotePath);
   const bool left_empty = left.HasText() && left.Text().empty();
+  const bool remote = left.Has(kRemotePath) || IsRemoteAddress(left.Text());
+  if (remote || (left_empty && right.Has(kRemotePath))) result.origin |= kRemotePath;
   if (left.Has(kWholeRequest) || (left_empty && right.Has(kWholeRequest))) result.origin |= kWholeRequest;
   std::string a;
   std::string b;
@@ -389,13 +412,19 @@ CPhpMachine::Operand CPhpMachine::Element(const Operand& base, const PhpValue* i
     operand.indexed = false;
     return operand;
   }
-  if (super == "_SERVER" || super == "HTTP_SERVER_VARS") {
-    if (IsClientHeader(names_.Text(operand.index))) operand.value.origin = kRequest;
+  if (base.value.Has(kServerList)) {
+    operand.value.origin = operand.index != kNoName ? ServerOrigin(names_.Text(operand.index)) : kServerList;
+    if ((operand.index & kNumberName) != 0) operand.value.origin = kFromRequest;
     return operand;
   }
   operand.value = base.value.Taint();
   operand.value.origin &= ~static_cast<std::uint32_t>(kArrayLiteral | kComputed);
-  if (base.value.Has(kFromUpload) && names_.Text(operand.index) == "tmp_name") operand.value.origin |= kTempUpload;
+  if (base.value.Has(kFromUpload)) {
+    const std::string_view part = names_.Text(operand.index);
+    if (part == "tmp_name") operand.value.origin |= kTempUpload;
+    if (part == "name" || part == "type") operand.value.origin |= kFromRequest;
+  }
+  if (super == "_SESSION") operand.value.origin |= kNeverAssigned;
   if (operand.index == kNoName) {
     if (base.value.array && base.value.array->size() != 0) operand.value = Each(base.value);
     return operand;
@@ -420,7 +449,8 @@ CPhpMachine::Operand CPhpMachine::Element(const Operand& base, const PhpValue* i
 // What "foreach" gives of a list: the origins of all elements and the text of the first.
 PhpValue CPhpMachine::Each(const PhpValue& list) {
   PhpValue value = list.Taint();
-  value.origin &= ~static_cast<std::uint32_t>(kArrayLiteral);
+  if (value.Has(kServerList)) value.origin |= kFromRequest;
+  value.origin &= ~static_cast<std::uint32_t>(kArrayLiteral | kServerList);
   if (list.array && list.array->size() != 0) {
     value.text = (*list.array)[0].second.text;
     value.array = (*list.array)[0].second.array;
@@ -430,6 +460,7 @@ PhpValue CPhpMachine::Each(const PhpValue& list) {
 
 // A string with variables in it.
 PhpValue CPhpMachine::Template(std::string_view inner, char quote) {
+  constexpr std::size_t kLongestCall = 256;  // bytes: a longer call inside a string is not looked into
   PhpValue value = PhpValue::OfText(std::string());
   std::size_t plain = 0;
   bool unclosed = false;  // no "}" follows; it is not looked for again
@@ -457,6 +488,13 @@ PhpValue CPhpMachine::Template(std::string_view inner, char quote) {
       continue;
     }
     if (end == begin || IsDigit(inner[begin])) continue;
+    if (i > 0 && inner[i - 1] == '{') {  // "{$name[...](...)}" calls
+      const std::string_view expression = inner.substr(i, kLongestCall);
+      const std::size_t close = expression.find('}');
+      if (close != std::string_view::npos && expression.substr(0, close).find('(') != std::string_view::npos) {
+        AddNested(expression.substr(0, close));
+      }
+    }
     add_plain(i > 0 && inner[i - 1] == '{' ? i - 1 : i);
     Operand operand = Lookup(names_.Of(inner.substr(begin, end - begin), true));
     if (brace && end < inner.size() && inner[end] == '}') ++end;

@@ -261,6 +261,14 @@ std::string PhpUnquote(std::string_view inner, char quote, bool* escapes) {
     } else if (next == 'x' || (next >= '0' && next <= '7')) {
       used = NumericEscape(inner, i + 1, &byte);
       if (used != 0 && escapes != nullptr && (IsLetter(byte) || byte == '_')) *escapes = true;
+    } else if (next == 'u' && i + 2 < inner.size() && inner[i + 2] == '{') {
+      std::size_t p = i + 3;
+      int value = 0;
+      for (; p < inner.size() && p < i + 11 && HexValue(inner[p]) >= 0; ++p)
+        value = (value * 16 + HexValue(inner[p])) & 0xFFFFFF;
+      byte = value < 0x80 ? static_cast<char>(value) : '?';
+      used = p < inner.size() && inner[p] == '}' ? p - i : 0;
+      if (used != 0 && escapes != nullptr && IsLetter(byte)) *escapes = true;
     } else if (const std::size_t at = std::string_view("nrtv$\"\\`").find(next); at != std::string_view::npos) {
       byte = "\n\r\t\v$\"\\`"[at];
     } else {

@@ -26,6 +26,12 @@ enum PhpOrigin : std::uint32_t {
   kNeverAssigned = 1U << 8,  ///< a variable the file does not assign
   kClosure = 1U << 9,        ///< an anonymous function
   kTempUpload = 1U << 10,    ///< the name of an uploaded temporary file
+  kServerList = 1U << 11,    ///< $_SERVER as a whole: what the client wrote is among its elements
+  kOwnFile = 1U << 12,       ///< the path of the file itself
+  kRemotePath = 1U << 13,    ///< a text that begins with the address of another host
+  kEscaped = 1U << 15,       ///< letters of it were written as escapes
+  kDerived = 1U << 16,       ///< some function made it of what the request says
+  kHostFacts = 1U << 14,     ///< where the file lies and under which name the host is reached
 };
 
 /// The way in which a text was hidden; the first one that was met.
