@@ -259,7 +259,7 @@ PhpValue CPhpMachine::CallNamed(std::string_view name, std::span<PhpValue> argum
         if (variable.scope == kMemberScope && variable.assigned) variable.value.origin |= kFromRequest;
       }
     }
-    unserialized_ |= AnyHas(arguments, kFromRequest);
+    unserialized_ |= name == "unserialize" && AnyHas(arguments, kFromRequest);
   }
   PhpValue value;
   if (name == "unserialize" && AnyHas(arguments, kFromRequest)) value.origin |= kFromRequest;

@@ -355,31 +355,6 @@ void CPhpMachine::OnVariable(PhpToken& token) {
   PushOperand(std::move(operand));
 }
 
-void CPhpMachine::OnString(const PhpToken& token) {
-  Operand operand;
-  const std::string_view inner = TextOf(token);
-  if (token.kind == PhpTokenKind::kString) {
-    bool escapes = false;
-    if (inner.find('\\') == std::string_view::npos) {
-      operand.value = PhpValue::OfLasting(inner);
-    } else if (Spend(inner.size())) {
-      operand.value = PhpValue::OfText(PhpUnquote(inner, static_cast<char>(token.code), &escapes));
-      if (escapes) {
-        operand.value.origin = kComputed | kEscaped;
-        operand.value.way = HidingWay::kCharacters;
-      }
-      if (pass_ == 1) Literal(operand.value.Text());
-    }
-  } else {
-    operand.value = Template(inner, '"');
-    if (token.kind == PhpTokenKind::kCommand) {
-      RunCommand("shell_exec", std::span<const PhpValue>(&operand.value, 1));
-      operand.value = {};
-    }
-  }
-  PushOperand(std::move(operand));
-}
-
 // "->name", "::name", "::$name": a property, or what is called next.
 void CPhpMachine::OnMember() {
   const bool is_static = tokens_[at_].Is("::");
@@ -413,68 +388,6 @@ void CPhpMachine::OnMember() {
     if (method.HasText()) operand.name = names_.Lower(NameOf(method.Text()));
   }
   PushOperand(std::move(operand));
-}
-
-void CPhpMachine::CloseBracket(char bracket) {
-  if (skipped_ > 0) {
-    --skipped_;
-    operand_next_ = bracket == '}';
-    return;
-  }
-  if (bracket == '}' && !(frames_.back().kind == FrameKind::kIndex && frames_.size() > 1)) return CloseBlock();
-  if (frames_.back().kind == FrameKind::kBlock) return;  // one too many
-  const bool empty = values_.size() <= frames_.back().values && operations_.size() <= frames_.back().operations;
-  if (frames_.back().kind == FrameKind::kCall || frames_.back().kind == FrameKind::kArray) {
-    if (!empty) Comma();
-  } else {
-    Reduce(kLowest);
-  }
-  Operand inner = PopOperand();
-  Frame frame = std::move(frames_.back());
-  frames_.pop_back();
-  values_.resize(std::min<std::size_t>(values_.size(), frame.values));
-  operand_next_ = true;
-  Operand result;
-  switch (frame.kind) {
-    case FrameKind::kIndex:
-      result = Element(frame.callee, empty ? nullptr : &inner.value);
-      break;
-    case FrameKind::kArray:
-    case FrameKind::kCall: {
-      const std::span<PhpValue> arguments(arguments_.data() + frame.arguments, arguments_.size() - frame.arguments);
-      const bool list = frame.kind == FrameKind::kArray;
-      if (list) {
-        if (NextIs("=")) {
-          result.list = std::make_shared<std::vector<VariableKey>>(
-              argument_keys_.begin() + static_cast<std::ptrdiff_t>(frame.arguments), argument_keys_.end());
-        }
-        for (const PhpValue& argument : arguments) result.value.Join(argument);
-        result.value.origin = (result.value.origin & ~static_cast<std::uint32_t>(kClosure)) | kArrayLiteral;
-        if (arguments.size() <= kMostElements) {
-          result.value.array = NewArray();
-          result.value.array->elements.reserve(arguments.size());
-          for (std::size_t i = 0; i < arguments.size(); ++i) {
-            const PhpName key = argument_names_[frame.arguments + i];
-            result.value.array->Add(key == kNoName || key == kEmptyName ? NameOfNumber(i) : key, arguments[i]);
-          }
-          if (!Account(&*result.value.array)) result.value.array = {};
-        }
-      } else {
-        result.value = Call(frame, arguments);
-      }
-      DropArguments(frame.arguments);
-      break;
-    }
-    default: {
-      result = std::move(inner);
-      result.is_name = false;
-      if (frame.statement) {
-        weak_ = true;
-        return;
-      }
-    }
-  }
-  PushOperand(std::move(result));
 }
 
 }  // namespace qiv
