@@ -24,7 +24,7 @@ constexpr std::size_t kSmallPage = 4096;        // a page that does little but w
 constexpr std::size_t kReaderPage = 2048;       // a page that does nothing but show any file of the disk
 constexpr std::size_t kWriterPage = 16384;      // the same, anywhere on the disk
 // Where the request was not seen to name anything.
-constexpr std::int32_t kSilentAspLimit = 160;
+constexpr std::int32_t kSilentAspLimit = 120;
 constexpr std::int32_t kSilentAspxLimit = 110;
 constexpr std::string_view kInclude = "<!--#include";
 constexpr std::string_view kIncludeBlank = "<!--#include ";
@@ -62,8 +62,9 @@ std::string_view ScriptPart(std::string_view text) {
 
 // What a short page says once its removal texts, blanks and string joins are gone.
 std::string JoinedCopy(const CVirusLibrary& library, std::string_view text) {
-  std::string copy = WithoutBlanks(text);
+  std::string copy(text);
   for (const std::string& removed : library.Removal()) copy = ReplaceAll(copy, removed, "");
+  copy = WithoutBlanks(copy);
   for (const std::string_view join : {"\"+\"", "'+'", "\"&\"", "'&'"}) copy = ReplaceAll(copy, join, "");
   return copy;
 }
@@ -163,7 +164,9 @@ bool ReadsAnyFile(std::uint32_t reach, std::string_view page, const PageCode& co
 // page's own; below the site's root, applications write files for those who are signed in.
 bool WritesAnyFile(std::uint32_t reach, std::string_view page, const PageCode& code) {
   if ((reach & kContentRequested) == 0 || IsPart(page, code)) return false;
+  if ((reach & kWritesItself) != 0) return true;
   if ((reach & kPathRequested) != 0) return page.size() <= kWriterPage;
+  if ((reach & kPathBelow) != 0 && page.size() <= kReaderPage && !Holds(page, "session")) return true;
   return (reach & kPathMapped) != 0 && page.size() <= kSmallPage && !Holds(page, "session");
 }
 
@@ -178,9 +181,9 @@ std::int32_t Weight(std::uint32_t reach) {
   return sum;
 }
 
-// The request names a database server and says what it is to run.
+// The request names a database server and says what it is to run, or where its tables are written to.
 bool IsSqlConsole(std::uint32_t reach, std::string_view page, const PageCode& code) {
-  return (reach & kConnects) != 0 && (reach & kRunsSql) != 0 && !IsPart(page, code);
+  return (reach & kConnects) != 0 && (reach & (kRunsSql | kPathMapped | kPathRequested)) != 0 && !IsPart(page, code);
 }
 
 // Whether the words are a shell's: many, or some in a page that works on what the request names. Articles and forums
@@ -236,6 +239,7 @@ bool AnalyseAsp(const CVirusLibrary& library, std::string_view text, Language la
   const bool is_php = page.find("<?php") < page.find("<%");  // its own analysis found nothing
   if (!is_php && SpeaksLikeShell(page, code, flow.reach, PageKind::kAsp, &word))
     return Fill(language, MessageId::kSuspectedFiles, word, result);
+  if (Holds(text, "#@~^") && !IsPart(page, code)) return Fill(language, MessageId::kAspVariant, "#@~^", result, true);
   if (IncludesPicture(page)) return Fill(language, MessageId::kSuspiciousReference, kInclude, result, true);
   return false;
 }

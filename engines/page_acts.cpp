@@ -27,7 +27,10 @@ void CPageFollower::RunsCode(const PageValue& value, std::string_view word) {
 }
 
 void CPageFollower::Path(const PageValue& path, std::string_view word) {
-  if ((path.marks & kFed) == 0 || (path.marks & kLed) != 0) return;
+  if ((path.marks & kSelf) != 0) Reach(kWritesItself, word);
+  if ((path.marks & kFed) == 0) return;
+  if (word != "saveas") Reach(kPathBelow, word);
+  if ((path.marks & kLed) != 0) return;
   if ((path.marks & kMapped) == 0) {
     Reach(kPathRequested, word);
   } else if ((path.marks & kPiece) == 0) {

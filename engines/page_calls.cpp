@@ -97,8 +97,11 @@ PageValue CPageFollower::ReadMember(std::string_view word, const PageValue& rece
 PageValue CPageFollower::FromRequest(std::string_view member, const std::vector<PageValue>& arguments) const {
   PageValue value;
   value.name = member;
+  constexpr std::string_view kSelfNames[] = {"script_name", "path_info", "path_translated", "url", "physicalpath"};
+  if (IsOneOf(member, kSelfNames)) value.marks |= kSelf;
   if (member == "servervariables" && !arguments.empty()) {
     const PageValue& key = arguments[0];
+    if (key.known && IsOneOf(key.text, kSelfNames)) value.marks |= kSelf;
     if (key.known && !key.text.starts_with("http_") && key.text != "query_string" && !key.text.starts_with("all_"))
       return value;
   } else if (IsServersOwn(member) || member == "files") {
@@ -146,7 +149,13 @@ PageValue CPageFollower::Call(Frame* frame) {
   if (!callee.empty() && functions_.contains(callee) && (!member || frame->receiver.object == PageObject::kNone)) {
     return CallFunction(callee, arguments);
   }
-  if (!arguments.empty() && (arguments[0].marks & kFed) != 0) Connects(callee, arguments[0]);
+  if (!arguments.empty() && (arguments[0].marks & kFed) != 0) {
+    Connects(callee, arguments[0]);
+    if (frame->receiver.name == "server" && (callee == "execute" || callee == "transfer") &&
+        (arguments[0].marks & kLed) == 0) {
+      Reach(kReadsRequested, callee);  // another page, as it likes
+    }
+  }
   if (const PageWord* const word = Find(callee, member)) return Act(*word, frame);
   if (frame->callee.empty() && !callee.empty()) {  // a function that stands behind an alias
     if (const PageWord* const word = FindPageWord(callee)) return Act(*word, frame);
@@ -173,6 +182,7 @@ PageValue CPageFollower::Call(Frame* frame) {
       hot_method_ = hot_method_ || IsHot(arguments[0].text);
     }
   }
+  if (member && frame->receiver.object == PageObject::kOther && !arguments.empty()) Opaque(callee, arguments[0]);
   std::size_t known = 0;
   for (const PageValue& argument : arguments) {
     if ((argument.marks & kSql) != 0) return result;
@@ -216,6 +226,15 @@ void CPageFollower::Follow(const PageValue& value) {
   if (!followed_.insert(text).second) return;
   parts_.push_back({text, basic_ ? ScriptSyntax::kBasic : ScriptSyntax::kBraces});
   changed_ = true;
+}
+
+// Long texts without a blank that an object of another maker is to make sense of.
+void CPageFollower::Opaque(std::string_view callee, const PageValue& value) {
+  constexpr std::size_t kOpaqueLiteral = 128;  // bytes
+  constexpr std::size_t kOpaquePage = 16384;   // bytes of such texts, of which the page consists all but for a fifth
+  if (!value.known || value.text.size() < kOpaqueLiteral || value.text.find(' ') != std::string::npos) return;
+  opaque_ += value.text.size();
+  if (opaque_ >= kOpaquePage && opaque_ >= parts_[0].code.size() / 5 * 4) Reach(kHiddenCode, callee);
 }
 
 // A server or a statement that the request names, by what it is handed to.

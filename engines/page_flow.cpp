@@ -15,6 +15,7 @@ constexpr int kPasses = 3;  // what a call says reaches a function's result, and
 PageFlow CPageFollower::Run() {
   for (int pass = 0; pass < kPasses; ++pass) {
     changed_ = false;
+    opaque_ = 0;
     for (std::size_t i = 0; i < parts_.size(); ++i) Walk(parts_[i]);
     if (!changed_) break;
   }

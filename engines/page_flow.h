@@ -27,6 +27,8 @@ enum PageReach : std::uint32_t {
   kConnects = 1U << 14,         ///< the request names a server that is connected to
   kRunsSql = 1U << 15,          ///< the request is a statement that a database runs
   kRunsText = 1U << 12,         ///< a database is told to run programs
+  kPathBelow = 1U << 16,        ///< the request says a piece of the path of a text file that is written
+  kWritesItself = 1U << 17,     ///< the page is the file that is written
 };
 
 struct PageFlow {

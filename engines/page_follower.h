@@ -104,6 +104,7 @@ class CPageFollower {
   PageValue OpenFile(const PageWord& word, const Frame& frame);
   void WritesFile(const PageWord& word, const Frame& frame);
   void ActOnText(const PageWord& word, Frame* frame, PageValue* result);
+  void Opaque(std::string_view callee, const PageValue& value);
   void Connects(std::string_view callee, const PageValue& value);
   PageValue Create(const std::vector<PageValue>& arguments);
   void RunsCode(const PageValue& value, std::string_view word);
@@ -133,6 +134,7 @@ class CPageFollower {
   std::string_view function_;
   PageValue with_;
   bool shell_made_ = false;
+  std::size_t opaque_ = 0;     // bytes of texts that only an object makes sense of, in this pass
   bool hot_method_ = false;    // a method that runs or loads is asked for by its name
   bool trusted_xslt_ = false;  // style sheets may hold scripts
   std::size_t copies_left_;

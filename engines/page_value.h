@@ -23,6 +23,7 @@ enum ValueMark : std::uint32_t {
   kNet = 1U << 7,      ///< another server's answer
   kLed = 1U << 8,      ///< begins with text that is not the request's
   kServer = 1U << 9,   ///< says how to reach a database
+  kSelf = 1U << 10,    ///< the page's own path
 };
 
 enum class PageObject : std::uint8_t { kNone, kRequest, kShell, kFso, kFile, kHttp, kEngine, kResponse, kOther };

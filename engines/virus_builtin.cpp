@@ -186,7 +186,6 @@ constexpr Row kAspObjects[] = {
     {"request", "++", kSuspected, kSuspectedChinese, kAspWrites, 1024},
     {"eval", "++", "ASP backdoor", "ASP后门", kAspRunsRequest, 0},
     {"execute", "++", "ASP backdoor", "ASP后门", kExecuteRequest, 1024},
-    {"runat=", "!", "ASP backdoor", "ASP后门", kElementRuns, 0},
     {"executeglobal", "++", "ASP backdoor", "ASP后门", kAspRunsGlobal, 0},
     {"scripting.filesystemobject", "++", kSuspected, kSuspectedChinese, kAspShell, 4096},
     {"<!--#include", "!", "Suspicious reference", "可疑引用", kIncludePaths, 512},
@@ -194,6 +193,7 @@ constexpr Row kAspObjects[] = {
     {"microsoft.xmlhttp", "++", kSuspected, kSuspectedChinese, kAspFetches, 2048},
     {"adodb.stream", "++", kSuspected, kSuspectedChinese, kStreamFetches, 2048},
     {"server.mappath", "++", kSuspected, kSuspectedChinese, kAspShell, 2048},
+    {"runat=", "!", "ASP backdoor", "ASP后门", kElementRuns, 0},
 };
 
 // Words of articles, filters and forums as well: they count in a page that runs what it is told.

@@ -25,6 +25,7 @@
 #include <unordered_map>
 #include <utility>
 
+#include "common/char_set.h"
 #include "common/text.h"
 
 namespace qiv {
@@ -34,7 +35,7 @@ CVirusLibrary::CVirusLibrary(Parts parts)
   std::vector<std::string> patterns;
   for (const std::string& code : parts.free_code) patterns.push_back(BlankFreeLower(code));
   free_code_end_ = patterns.size();
-  for (std::string& text : removal_) text = BlankFreeLower(text);
+  for (std::string& text : removal_) text = CCharSet::LowerAscii(std::string_view(text));
   std::erase(removal_, std::string());
 
   std::unordered_map<std::string_view, std::uint32_t> numbers;

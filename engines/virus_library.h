@@ -15,7 +15,8 @@ namespace qiv {
 /// Immutable once built; one object serves all threads.
 class CVirusLibrary {
  public:
-  /// What a library is made of. Free code and removal texts are brought into the form of BlankFreeLower here.
+  /// What a library is made of. Free code is brought into the form of BlankFreeLower here, removal texts are
+  /// lower-cased.
   struct Parts {
     std::vector<VirusRule> rules;
     std::vector<std::string> free_code;

@@ -60,12 +60,13 @@ bool CQivLibs::WebshellScan(std::string_view text, WebshellResult* result) const
     narrow = NarrowUtf16(text, text[0] == '\xFE');
     text = narrow;
   }
-  CVirusLibrary::Match match;
-  if (CCharSet::IsAscii(text)) {
-    match = library_.Find(BlankFreeLower(text), size);
-  } else {
-    match = library_.Find(BlankFreeLower(CCharSet::ToLocal(std::string(text))), size);
+  std::string converted;
+  std::string_view local = text;
+  if (!CCharSet::IsAscii(text)) {
+    converted = CCharSet::ToLocal(std::string(text));
+    local = converted;
   }
+  const CVirusLibrary::Match match = library_.Find(BlankFreeLower(local), size);
   if (match.known_good) {
     result->known_good = true;
     return false;
@@ -77,7 +78,7 @@ bool CQivLibs::WebshellScan(std::string_view text, WebshellResult* result) const
   }
   if (text.find("<?") != std::string_view::npos && AnalysePhp(text, language_, result)) return true;
   if (text.find("<%") == std::string_view::npos) return false;
-  return AnalyseAsp(library_, text, language_, result) || AnalyseAspx(text, language_, result);
+  return AnalyseAsp(library_, local, language_, result) || AnalyseAspx(local, language_, result);
 }
 
 bool CQivLibs::WebshellScan(std::string* text, WebshellResult* result) const {
