@@ -163,11 +163,16 @@ bool ReadsAnyFile(std::uint32_t reach, std::string_view page, const PageCode& co
 // The request names a file and says what is written to it, in a page that does little else. A session may be such a
 // page's own; below the site's root, applications write files for those who are signed in.
 bool WritesAnyFile(std::uint32_t reach, std::string_view page, const PageCode& code) {
-  if ((reach & kContentRequested) == 0 || IsPart(page, code)) return false;
-  if ((reach & kWritesItself) != 0) return true;
-  if ((reach & kPathRequested) != 0) return page.size() <= kWriterPage;
-  if ((reach & kPathBelow) != 0 && page.size() <= kReaderPage && !Holds(page, "session")) return true;
-  return (reach & kPathMapped) != 0 && page.size() <= kSmallPage && !Holds(page, "session");
+  if (IsPart(page, code)) return false;
+  if ((reach & kWritesItself) != 0 && (reach & kContentRequested) != 0) return true;
+  if (page.size() > kWriterPage) return false;
+  const bool uploads = Holds(page, "request.files") || Holds(page, "postedfile");
+  if ((reach & kWritesItself) != 0 && uploads) return true;
+  if ((reach & kContentRequested) == 0) return false;
+  if ((reach & kPathRequested) != 0) return true;
+  if (Holds(page, "session")) return false;
+  return ((reach & kPathBelow) != 0 && page.size() <= kReaderPage) ||
+         ((reach & kPathMapped) != 0 && page.size() <= kSmallPage);
 }
 
 std::int32_t Weight(std::uint32_t reach) {
@@ -257,8 +262,8 @@ bool AnalyseAspx(std::string_view text, Language language, WebshellResult* resul
     return Fill(language, MessageId::kAspxVariant, flow.detail, result);
   // JScript pages evaluate text with the page's rights; ordinary ones hardly ever do.
   if ((flow.reach & kEvaluates) != 0 && !code.braces.empty() && Holds(page, "jscript") &&
-      !Holds(code.attributes, "@language="))
-    return Fill(language, MessageId::kAspxVariant, flow.detail, result);
+      !Holds(code.attributes, "@language=") && (is_aspx || code.basic.empty()))
+    return Fill(language, MessageId::kAspxVariant, "eval", result);
   if (WritesAnyFile(flow.reach, page, code) || ReadsAnyFile(flow.reach, page, code) ||
       IsSqlConsole(flow.reach, page, code))
     return Fill(language, MessageId::kSuspectedFiles, flow.detail, result);

@@ -21,15 +21,16 @@ void CPageFollower::RunsCode(const PageValue& value, std::string_view word) {
     Follow(value);
   } else if ((value.marks & kDecoded) != 0 || ((value.marks & kNet) != 0 && basic_)) {
     Reach(kHiddenCode, word);
-  } else if ((value.marks & kFile) == 0) {
+  } else if ((value.marks & (kFile | kJson)) == 0) {
     Reach(kEvaluates, word);
   }
 }
 
 void CPageFollower::Path(const PageValue& path, std::string_view word) {
-  if ((path.marks & kSelf) != 0) Reach(kWritesItself, word);
+  const bool uploads = word == "saveas" || word == "filestream";
+  if ((path.marks & kSelf) != 0 || (uploads && (path.marks & kHere) != 0)) Reach(kWritesItself, word);
   if ((path.marks & kFed) == 0) return;
-  if (word != "saveas") Reach(kPathBelow, word);
+  if (word != "saveas" && !service_) Reach(kPathBelow, word);
   if ((path.marks & kLed) != 0) return;
   if ((path.marks & kMapped) == 0) {
     Reach(kPathRequested, word);
@@ -91,7 +92,7 @@ PageValue CPageFollower::Act(const PageWord& word, Frame* frame) {
       break;
     case PageCall::kReads:
       result.marks = frame->receiver.marks & (kFed | kNet | kFile);
-      if (frame->receiver.object == PageObject::kHttp) result.marks |= kNet;
+      if (frame->receiver.object == PageObject::kHttp || word.word.starts_with("download")) result.marks |= kNet;
       if (frame->receiver.object == PageObject::kFile) result.marks |= kFile;
       return result;
     case PageCall::kClean:
@@ -99,6 +100,7 @@ PageValue CPageFollower::Act(const PageWord& word, Frame* frame) {
       return result;
     case PageCall::kMaps:
       result.marks |= kMapped;
+      if (first.known && (first.text == "." || first.text == "./")) result.marks |= kHere;
       return result;
     case PageCall::kCharacter:
     case PageCall::kReverse:
@@ -132,7 +134,7 @@ void CPageFollower::Loads(const PageWord& word, const Frame& frame, std::uint32_
                                            "xamlservices", "activator",     "scriptblock"};
   if (!IsOneOf(name, kAlways) && !IsOneOf(frame.receiver.name, kLoaders) && !(name == "load" && trusted_xslt_)) return;
   if ((marks & kFed) != 0 && (marks & kPiece) == 0) Reach(kReachesCode, name);
-  if ((marks & kDecoded) != 0) Reach(kHiddenCode, name);
+  if ((marks & (kDecoded | kNet)) != 0) Reach(kHiddenCode, name);
 }
 
 // Whether the call runs a program.
@@ -160,7 +162,7 @@ PageValue CPageFollower::OpenFile(const PageWord& word, const Frame& frame) {
   file.object = PageObject::kFile;
   file.marks = kFile;
   if (arguments.empty()) {
-    Path(frame.receiver, word.word);  // of a file's description
+    if (word.call == PageCall::kWritesPath) Path(frame.receiver, word.word);  // of a file's description
     return file;
   }
   const PageValue& first = arguments[0];

@@ -240,11 +240,13 @@ void CPageFollower::Opaque(std::string_view callee, const PageValue& value) {
 // A server or a statement that the request names, by what it is handed to.
 void CPageFollower::Connects(std::string_view callee, const PageValue& value) {
   constexpr std::string_view kSockets[] = {"ipendpoint", "tcpclient", "connect", "beginconnect"};
-  constexpr std::string_view kStatements[] = {"sqlcommand",       "oledbcommand", "sqldataadapter",
-                                              "oledbdataadapter", "odbccommand",  "execute"};
-  const bool database = callee == "open" || callee.ends_with("connection");
+  constexpr std::string_view kStatements[] = {"sqlcommand",  "oledbcommand", "sqldataadapter", "oledbdataadapter",
+                                              "odbccommand", "execute",      "commandtext"};
+  if ((value.marks & kProgram) != 0) Reach(kReachesCommand, "xp_cmdshell");
+  const bool whole = callee.ends_with("connection") && (value.marks & kLed) == 0;
+  const bool database = callee == "open" || callee == "connectionstring" || callee.ends_with("connection");
   const bool socket = IsOneOf(callee, kSockets);
-  if ((database && (value.marks & kServer) != 0) || socket) Reach(kConnects, callee);
+  if ((database && (value.marks & kServer) != 0) || whole || socket) Reach(kConnects, callee);
   if ((value.marks & (kPiece | kSql)) == 0 && IsOneOf(callee, kStatements)) {
     Reach(kRunsSql, callee);
   }

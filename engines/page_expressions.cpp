@@ -62,7 +62,8 @@ void CPageFollower::Step(const Token& token, bool condition) {
           frame.current.marks |= kServer;
         constexpr std::string_view kRuns[] = {".xp_cmdshell", "exec xp_cmdshell", ".sp_oacreate", "exec sp_oacreate"};
         if (std::any_of(std::begin(kRuns), std::end(kRuns), [&](std::string_view r) { return Holds(token.text, r); }))
-          flow_.reach |= kRunsText;
+          frame.current.marks |= kProgram;
+        if ((frame.current.marks & kProgram) != 0) flow_.reach |= kRunsText;
       }
   }
 }
@@ -251,6 +252,7 @@ void CPageFollower::Combine(PageValue* left, char mark, PageValue right) const {
     // What is picked out of a text and set between words of code is a name or a number.
     if (!left_fed && left_known && (right.marks & kDecoded) != 0) left->marks &= ~static_cast<std::uint32_t>(kDecoded);
     if (led) left->marks |= kLed;
+    if (!basic_ && left->text == "(" && !right.known) left->marks |= kJson;
   } else {
     left->known = Join(left, mark, right, basic_);
     left->marks |= right.marks;
@@ -325,6 +327,7 @@ void CPageFollower::Assign() {
     frame.value.known = false;
   }
   for (const Target& target : targets_) {
+    if (target.member && (frame.value.marks & kFed) != 0) Connects(target.name, frame.value);
     if (target.member && (frame.value.marks & kFed) != 0 &&
         (target.name == "arguments" ||
          (target.name == "filename" && (target.receiver == "startinfo" || target.object == PageObject::kShell)))) {

@@ -157,7 +157,7 @@ void CPageFollower::Declare(std::size_t name, std::size_t end) {
   for (std::size_t i = 0; i < function.parameters.size(); ++i) {
     PageValue& parameter = variables_[function.parameters[i]];
     parameter = {};
-    parameter.marks = function.marks[i];
+    parameter.marks = function.marks[i] | (service_ ? kFed : 0U);
   }
 }
 

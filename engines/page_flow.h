@@ -28,7 +28,7 @@ enum PageReach : std::uint32_t {
   kRunsSql = 1U << 15,          ///< the request is a statement that a database runs
   kRunsText = 1U << 12,         ///< a database is told to run programs
   kPathBelow = 1U << 16,        ///< the request says a piece of the path of a text file that is written
-  kWritesItself = 1U << 17,     ///< the page is the file that is written
+  kWritesItself = 1U << 17,     ///< the page is the file that is written, or an upload is put beside it
 };
 
 struct PageFlow {

