@@ -110,7 +110,7 @@ TEST(WebshellScan, NamesWhatPagesDo) {
       {"<%set f=fso.opentextfile(server.mappath(request.servervariables(\"script_name\")),8)\nf.writeline "
        "request(\"a\")%>",
        "Suspected dangerous files"},
-      {"<%c.execute(\"exec master.dbo.xp_cmdshell '\"&request(\"c\")&\"'\")%>", "ASP variant backdoor"},
+      {"<%c.execute(\"exec master.dbo.xp_cmdshell '\"&request(\"c\")&\"'\")%>", "ASP backdoor"},
       {"<%@ codepage = 65000 %>+ADw-", "UTF-7 encoded script"},
       {"<%@ Page Language=\"C#\" %><% Process.Start(Request[\"c\"]); %>", "ASPX variant backdoor"},
       {"<%@ Page Language=\"C#\" %><script runat=server>void R(string c) { P.Start(\"cmd\", c); } void L() { "
