@@ -18,6 +18,7 @@
 #include "common/text.h"
 #include "config/website_config.h"
 #include "engines/sql_injection_detector.h"
+#include "engines/webshell_scan.h"
 #include "engines/xss_detector.h"
 #include "host/in_process.h"
 #include "module/module_state.h"
@@ -180,6 +181,16 @@ void Normalize(benchmark::State& state, const TextKind* kind) {
   CountBytes(state);
 }
 
+void ScanScript(benchmark::State& state, const TextKind* kind) {
+  static const CQivLibs libs(Language::kEnglish);
+  const std::string text = TextOf(*kind, state);
+  for (auto _ : state) {
+    WebshellResult result;
+    benchmark::DoNotOptimize(libs.WebshellScan(std::string_view(text), &result));
+  }
+  CountBytes(state);
+}
+
 void RegisterAll() {
   for (const DecisionCase& decision : kDecisions) {
     for (const bool with_module : {true, false}) {
@@ -201,6 +212,12 @@ void RegisterAll() {
       const std::string name = std::string(detector.name) + ":" + kind.name;
       benchmark::RegisterBenchmark(name.c_str(), detector.run, &kind)->RangeMultiplier(16)->Range(kSmallest, kLargest);
     }
+  }
+  for (const TextKind& kind : ScriptKinds()) {
+    const std::string name = std::string("webshell:") + kind.name;
+    benchmark::RegisterBenchmark(name.c_str(), ScanScript, &kind)
+        ->RangeMultiplier(16)
+        ->Range(kSmallest, static_cast<std::int64_t>(CQivLibs::kLongestText));
   }
   RegisterAddressBenchmarks();
   RegisterUploadBenchmarks();

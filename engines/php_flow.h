@@ -7,8 +7,10 @@
 // behind its call and a value carried round a loop are seen. Arguments of "eval" and decoded texts come back as nested
 // code for the caller to judge.
 //
-// Work and memory are bounded by the length of the text: the bytes of all constant texts put together, and the elements
-// of all arrays copied, come out of one budget; when it is used up, texts are no longer known but origins still flow.
+// Work and memory are bounded by the length of the text: the bytes of all texts that are put together, and the elements
+// of all arrays that are copied, come out of one budget. Each byte of the source earns its part when the walk reaches
+// it, so that whatever stands before a piece of code cannot use up what that code earns. When nothing is left, texts
+// are no longer known but origins still flow. Names are numbers (php_names.h); every stack has a limit.
 #pragma once
 
 #include <cstddef>

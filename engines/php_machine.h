@@ -60,7 +60,7 @@ class CPhpMachine {
   static constexpr std::size_t kMostNested = 64;
   static constexpr std::size_t kWorkPerByte = 8;       // budget for each byte of source: layers of decoding, with room
   static constexpr std::size_t kWorkAnyway = 1 << 18;  // and for the shortest
-  static constexpr std::size_t kElementWork = 8;       // what it costs to copy an element, in bytes of text
+  static constexpr std::size_t kElementWork = 24;      // what it costs to copy an element, in bytes of text
   static constexpr std::size_t kMostElements = 4096;   // of an array that is followed
   static constexpr std::size_t kMostArguments = 1 << 16;  // of all calls and arrays that are open
   static constexpr std::size_t kMostParameters = 64;      // of a function; more are not bound
