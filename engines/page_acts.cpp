@@ -43,19 +43,19 @@ PageValue CPageFollower::Create(const std::vector<PageValue>& arguments) {
   PageValue made;
   made.object = PageObject::kOther;
   if (arguments.empty() || !arguments[0].known) return made;
-  const std::string& name = arguments[0].text;
-  made.object = ObjectOf(name);
-  if (made.object == PageObject::kShell) {
-    shell_made_ = true;
-    Reach(kMakesShell, name);
-  } else if (made.object == PageObject::kFso || made.object == PageObject::kFile) {
-    Reach(kMakesFiles, name);
+  std::string_view name;
+  made.object = ObjectOf(arguments[0].text, &name);
+  const bool files = made.object == PageObject::kFso || made.object == PageObject::kFile;
+  const bool runs = made.object == PageObject::kShell || made.object == PageObject::kEngine;
+  if (!files && !runs) return made;
+  shell_made_ = shell_made_ || made.object == PageObject::kShell;
+  if (made.object != PageObject::kEngine) Reach(files ? kMakesFiles : kMakesShell, name);
+  const auto [written, is_new] = written_.try_emplace(name, false);
+  if (is_new) {
+    written->second =
+        std::any_of(parts_.begin(), parts_.end(), [name](const Part& part) { return Holds(part.code, name); });
   }
-  if (made.object == PageObject::kOther || made.object == PageObject::kHttp) return made;
-  const bool written =
-      std::any_of(parts_.begin(), parts_.end(), [&](const Part& part) { return Holds(part.code, name); });
-  if (!written)
-    Reach(made.object == PageObject::kShell || made.object == PageObject::kEngine ? kHiddenObject : kHiddenFiles, name);
+  if (!written->second) Reach(files ? kHiddenFiles : kHiddenObject, name);
   return made;
 }
 

@@ -129,6 +129,7 @@ class CPageFollower {
   std::unordered_set<std::string_view> followed_;
   std::unordered_map<std::string_view, PageValue> variables_;
   std::unordered_map<std::string_view, Function> functions_;
+  std::unordered_map<std::string_view, bool> written_;  // by part of an object's name: whether the code holds it
   std::vector<Token> tokens_;
   std::vector<Frame> frames_;
   std::size_t depth_ = 0;

@@ -169,7 +169,7 @@ const PageWord* FindPageWord(std::string_view word) {
   return found == kTable.end() ? nullptr : found->second;
 }
 
-PageObject ObjectOf(std::string_view name) {
+PageObject ObjectOf(std::string_view name, std::string_view* part) {
   constexpr struct {
     std::string_view part;
     PageObject object;
@@ -190,7 +190,9 @@ PageObject ObjectOf(std::string_view name) {
       {"winhttp", PageObject::kHttp},
   };
   for (const auto& row : kObjects) {
-    if (name.find(row.part) != std::string_view::npos) return row.object;
+    if (name.find(row.part) == std::string_view::npos) continue;
+    *part = row.part;
+    return row.object;
   }
   return PageObject::kOther;
 }

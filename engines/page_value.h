@@ -93,8 +93,8 @@ bool IsOneOf(std::string_view word, const List& list) {
 /// The word's row, or null.
 const PageWord* FindPageWord(std::string_view word);
 
-/// What kind of object the program identifier or class identifier names.
-PageObject ObjectOf(std::string_view name);
+/// What kind of object the program identifier or class identifier names; `*part` is the part of it that says so.
+PageObject ObjectOf(std::string_view name, std::string_view* part);
 
 /// Whether a method of this name, asked for by it, runs or loads what it is given.
 bool IsHot(std::string_view name);
