@@ -207,8 +207,10 @@ void CPageFollower::ActOnText(const PageWord& word, Frame* frame, PageValue* res
     values->insert(values->begin(), frame->receiver);
   result->marks |= frame->receiver.marks;
   result->known = WorkOut(word.call, *values, &result->text);
-  if (result->known && result->text.size() > copies_left_) result->known = false;
-  if (result->known) copies_left_ -= result->text.size();
+  if (result->known && result->text.size() > kShortText) {
+    result->known = result->text.size() <= copies_left_;
+    if (result->known) copies_left_ -= result->text.size();
+  }
   const bool decodes = word.call != PageCall::kReplace && word.call != PageCall::kCase;
   const bool picks = word.call == PageCall::kMid && values->size() > 2 && (*values)[2].text == "1";
   if (!result->known && (picks || (decodes && (result->marks & kLong) != 0))) result->marks |= kDecoded;

@@ -7,7 +7,7 @@
 namespace qiv {
 namespace {
 
-constexpr std::size_t kMostLayers = 256;   // texts that are evaluated
+constexpr std::size_t kMostLayers = 4096;  // texts that are evaluated
 constexpr std::size_t kShortestLayer = 6;  // bytes: a shorter text calls nothing with anything
 constexpr std::size_t kLongestIndex = 8;   // bytes: elements of a longer index are not told apart
 
@@ -219,9 +219,10 @@ void CPageFollower::Reach(std::uint32_t reach, std::string_view word) {
 }
 
 void CPageFollower::Follow(const PageValue& value) {
-  if (value.text.size() < kShortestLayer || parts_.size() >= kMostLayers || value.text.size() > copies_left_) return;
+  if (value.text.size() < kShortestLayer || parts_.size() >= kMostLayers) return;
+  if (value.text.size() > kShortText && value.text.size() > copies_left_) return;
   if (value.text.find_first_of(" (\n") == std::string::npos) return;
-  copies_left_ -= value.text.size();
+  if (value.text.size() > kShortText) copies_left_ -= value.text.size();
   const std::string_view text = Keep(value.text);
   if (!followed_.insert(text).second) return;
   parts_.push_back({text, basic_ ? ScriptSyntax::kBasic : ScriptSyntax::kBraces});

@@ -47,12 +47,7 @@ void CPageFollower::Step(const Token& token, bool condition) {
       frame.state = State::kValue;
       frame.current.Clear();
       frame.current.known = true;
-      if (token.text.size() <= copies_left_) {
-        copies_left_ -= token.text.size();
-        frame.current.text = token.text;
-      } else {
-        frame.current.known = false;
-      }
+      frame.current.text = token.text;
       if (token.kind == Token::kString) {
         if (token.text.size() >= kLongLiteral) frame.current.marks |= kLong;
         if (BeginsLikeSql(token.text)) frame.current.marks |= kSql;
@@ -367,8 +362,9 @@ void CPageFollower::Set(std::string_view name, const PageValue& value, bool appe
 }
 
 PageValue CPageFollower::Copy(const PageValue& value) {
-  if (!value.known || value.text.size() <= copies_left_) {
-    if (value.known) copies_left_ -= value.text.size();
+  if (!value.known || value.text.size() <= kShortText) return value;
+  if (value.text.size() <= copies_left_) {
+    copies_left_ -= value.text.size();
     return value;
   }
   PageValue copy;

@@ -83,6 +83,10 @@ struct PageWord {
   bool aspx;
 };
 
+/// Bytes of a text that may always be copied; longer ones take from what the code's length allows. So what stands in
+/// front of a few short lines cannot use up what they need.
+inline constexpr std::size_t kShortText = 256;
+
 inline constexpr std::size_t kManyArguments = 10;  ///< character codes one after the other
 
 template <typename List>
