@@ -27,6 +27,7 @@ constexpr std::size_t kLayerBytesAnyway = 1 << 18;
 constexpr std::size_t kLargestUploader = 16384;    // bytes: an upload form and what stores it; more is an application
 constexpr std::size_t kLargestStandalone = 32768;  // bytes: a file whose variables come from nowhere
 constexpr std::size_t kLargestPrinter = 4096;      // bytes: shows another host's pages, and nothing else
+constexpr std::size_t kSmallProgram = 10240;       // bytes: a class of a framework seldom fits
 constexpr std::size_t kLargestTool = 65536;        // bytes: a tool in one file, not an application's script
 constexpr std::int32_t kLayerRisk = 60;            // the limit for code that was hidden: being hidden says the rest
 
@@ -81,8 +82,8 @@ class CPhpJudge {
     result_.suspicious = suspicious;
     return true;
   }
-  bool Fill(MessageId name, MessageId category, MessageId label, std::string_view detail) {
-    Fill(name, std::string(Message(language_, label)) + ": " + std::string(detail));
+  bool Fill(MessageId name, MessageId category, MessageId label, std::string_view detail, bool suspicious = false) {
+    Fill(name, std::string(Message(language_, label)) + ": " + std::string(detail), suspicious);
     result_.category = Message(language_, category);
     return true;
   }
@@ -96,6 +97,8 @@ class CPhpJudge {
         return Fill(MessageId::kBackdoor, finding.detail);
       case PhpFindingKind::kHidden:
       case PhpFindingKind::kRequestCall:
+        // Frameworks keep factories in variables.
+        if (finding.detail == "$" && text_.size() > kSmallProgram && Has("namespace")) return false;
         // An unknown function that is given the request: in a program of several files it may be anything.
         if (finding.detail.empty() && !standalone_) return false;
         Fill(MessageId::kBackdoor, finding.detail);
@@ -170,8 +173,35 @@ class CPhpJudge {
       return Fill(MessageId::kRiskCharacteristics, MessageId::kDoubtful,
                   function ? MessageId::kLabelFunction : MessageId::kLabelCharacter, risk.heaviest);
     }
-    return Spelling() || Characters() || Small();
+    return Spelling() || Characters() || Small() || Page();
   }
+
+  // A script by itself: neither part of a program nor a definition that others use.
+  bool IsScript() {
+    for (const std::string_view part : {"require", "include", "namespace", "define(", "@package"}) {
+      if (Has(part)) return false;
+    }
+    return text_.find("class ") == std::string_view::npos && text_.find("interface ") == std::string_view::npos;
+  }
+
+  // What small pages do, told by their words alone.
+  bool Page() {
+    if (text_.size() > kLargestPage || !IsScript()) return false;
+    if ((Has("copy(\"http") || Has("copy('http")) && Has(".php")) return Fill(MessageId::kCopyUnknownFile, "copy");
+    const bool stores = Has("copy(") || Has("move_uploaded_file(") || Has("file_put_contents(");
+    if (Has("_files[") && stores && Has("<form") && Has("submit") && !Has("function") && !Has("exit")) {
+      return Fill(MessageId::kFileUploader, MessageId::kRiskCharacteristics, MessageId::kLabelFile, "_FILES", true);
+    }
+    if (Has("@ord($") && Has("array") && (Has("isset") || Has("elseif") || Has("else"))) {
+      return Fill(MessageId::kSuspiciousComputation, MessageId::kRiskCharacteristics, MessageId::kLabelFunction, "ord",
+                  true);
+    }
+    if (Has("rot13") && (Has("_get[") || Has("_post[") || Has("_request[") || Has("_server[")) && Has("str_rot13(")) {
+      return Fill(MessageId::kEncoding, MessageId::kRiskCharacteristics, MessageId::kLabelFunction, "str_rot13", true);
+    }
+    return false;
+  }
+  static constexpr std::size_t kLargestPage = 4096;  // bytes
 
   // Nothing but operators, brackets and names without letters: the alphabet is computed.
   bool Characters() {
@@ -203,9 +233,19 @@ class CPhpJudge {
     std::size_t increments = 0;
     std::size_t jumps = 0;
     std::size_t escapes = 0;
+    std::size_t foreign_names = 0;
+    std::size_t look_alikes = 0;
     const std::string_view text = text_;
     for (std::size_t i = 0; i + 4 < text.size(); ++i) {
       const char c = text[i];
+      if (c == '$') {
+        foreign_names += static_cast<unsigned char>(text[i + 1]) >= 0x80;
+        const std::size_t end = std::min(text.find_first_not_of("O0_", i + 1), text.size());
+        const std::size_t other = std::min(text.find_first_not_of("Il1_", i + 1), text.size());
+        const std::size_t length = std::max(end, other) - i - 1;
+        if (length >= kLookAlike && !IsWordByte(text[std::min(i + 1 + length, text.size() - 1)]) && text[i + 1] != '_')
+          ++look_alikes;
+      }
       if (c == '$' && text[i + 1] == '_') {
         std::size_t end = i + 1;
         while (end < text.size() && text[end] == '_') ++end;
@@ -221,17 +261,36 @@ class CPhpJudge {
     }
     if (blank_names >= kMostBlankNames && increments >= kMostBlankNames / 2)
       return Fill(MessageId::kSuspiciousVariable, "$_");
+    if (look_alikes >= kMostLookAlikes || (foreign_names >= kMostForeignNames && HasForeignNames())) {
+      return Fill(MessageId::kSuspiciousVariable, MessageId::kRiskCharacteristics, MessageId::kLabelVariable,
+                  look_alikes >= kMostLookAlikes ? "$O0" : "$");
+    }
     if (jumps >= kMostJumps && escapes >= kMostEscapes && !Has("namespace"))
       return Fill(MessageId::kSuspiciousComputation, "goto");
     return false;
   }
   static constexpr std::size_t kMostBlankNames = 20;  // programs use "$_" now and then, not as their alphabet
+  // Variables named in bytes that are no text: not dollar signs in binary strings.
+  bool HasForeignNames() const {
+    if (CCharSet::IsValidUtf8(text_)) return false;
+    const std::vector<PhpToken> tokens = PhpTokens(text_, false);
+    return static_cast<std::size_t>(std::count_if(tokens.begin(), tokens.end(), [this](const PhpToken& token) {
+             return token.kind == PhpTokenKind::kVariable && static_cast<unsigned char>(token.Text(text_)[0]) >= 0x80;
+           })) >= kMostForeignNames;
+  }
   static constexpr std::size_t kMostJumps = 20;
+  static constexpr std::size_t kLookAlike = 4;          // letters of a name that are hard to tell apart
+  static constexpr std::size_t kMostLookAlikes = 10;    // encoders name everything so
+  static constexpr std::size_t kMostForeignNames = 10;  // names in no encoding that people write in
   static constexpr std::size_t kMostEscapes = 40;
 
   bool Small() {
     constexpr std::size_t kSmall = 1024;
     if (text_.size() > kSmall) return false;
+    if (standalone_ && Has("$_session[") && (Has("]=base64_decode($_") || Has("]=hex2bin($_"))) {
+      return Fill(MessageId::kSuspiciousVariable, MessageId::kRiskCharacteristics, MessageId::kLabelVariable,
+                  "$_SESSION");
+    }
     if (Copy().size() <= kPhpinfo && (Has("phpinfo();") || Has("phpinfo()"))) {
       return Fill(MessageId::kInformationLeakage, "phpinfo()", true);
     }

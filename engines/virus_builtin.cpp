@@ -66,18 +66,73 @@ constexpr std::string_view kRequestOnly[] = {"_get[",       "_post[",     "_cook
                                              "--namespace", "--@package", "--defined(", "--@license",  "--extends",
                                              "--require",   "--include",  "--$this->",  "--@copyright"};
 
-// Sinks that make a request run; joined to a source.
-constexpr std::string_view kExecution[] = {
-    "eval($_",         "exec($_",       "assert($_",          "passthru($_",       "shell_exec($_",
-    "proc_open($_",    "system($_",     "create_function($_", "call_user_func($_", "call_user_func_array($_",
-    "preg_replace($_", "array_walk($_", "popen($_",           "extract($_"};
+// The same with every source; for words that say enough by themselves.
+constexpr std::string_view kAnySource[] = {
+    "_get",        "_post",     "_cookie",           "_request",    "_global",     "_server",    "query_string",
+    "php://input", "http_get",  "file_get_contents", "--namespace", "--@package",  "--defined(", "--@license",
+    "--extends",   "--require", "--include",         "--$this->",   "--@copyright"};
 
+// Sinks that make a request run, with what makes them do so.
+constexpr std::string_view kExecution[] = {"eval($_",
+                                           "exec($_",
+                                           "'exec'++$_post++'_",
+                                           "execute++system($_",
+                                           "assert($_",
+                                           "passthru($_",
+                                           "session_start++eval($_",
+                                           "shell_exec($_",
+                                           "proc_open($_",
+                                           "pfsockopen($_",
+                                           "system($_",
+                                           "create_function($_",
+                                           "create_function('',$_",
+                                           "call_user_func($_",
+                                           "call_user_func_array($_",
+                                           "array_walk_recursive($_",
+                                           "array_walk($_",
+                                           "usort($_",
+                                           "uasort($_",
+                                           "array_intersect_uassoc(array($_",
+                                           "array_intersect_ukey(array($_",
+                                           "ob_start(function++eval(++$_",
+                                           "register_shutdown_function($_",
+                                           "unserialize($_++eval(",
+                                           "popen($_",
+                                           "extract($_",
+                                           "preg_replace($_",
+                                           "preg_replace(++/e++,$_post",
+                                           "preg_ireplace(++,$_post",
+                                           "preg_filter++/e++,$_post",
+                                           "mb_ereg_replace++,$_post++'e'"};
+
+// Names of command interpreters, with what carries their output.
 constexpr std::string_view kCommandMarkers[] = {"system32++$_", "cmd.exe++$_", "--namespace", "--@license"};
+constexpr std::string_view kWriters[] = {
+    "fwrite++$_",         "move_uploaded_file++$_", "curl_init++$_", "curl_exec++$_", "fopen++$_",
+    "set_time_limit++$_", "sendmail++$_",           "--namespace",   "--@license",    "--@package"};
 
 constexpr std::string_view kSpareNamespace[] = {"--namespace", "--defined(", "--@package", "--@license"};
 
 constexpr std::string_view kPhpTag[] = {"<?"};
-constexpr std::string_view kEvalDecoders[] = {"base64_decode(", "gzinflate(", "str_rot13("};
+constexpr std::string_view kEvalDecoders[] = {"base64_decode(", "gzinflate(",      "str_rot13(",  "str_replace(",
+                                              "str_ireplace(",  "substr_replace(", "strtoupper(", "urldecode("};
+constexpr std::string_view kPatternRuns[] = {"/e',$_get[",
+                                             "/e\",$_get[",
+                                             "/e',$_post[",
+                                             "/e\",$_post[",
+                                             "/e',$_request[",
+                                             "/e\",$_request[",
+                                             "/e',$_cookie[",
+                                             "/e\",$_cookie[",
+                                             "preg_replace($_get[",
+                                             "preg_replace($_post[",
+                                             "preg_replace($_request["};
+constexpr std::string_view kScriptRuns[] = {"eval($_", "assert($_", "system($_", "passthru($_", "exec($_"};
+constexpr std::string_view kStyleSheetRuns[] = {"assert", "system",      "passthru",   "shell_exec",
+                                                "eval",   "--namespace", "--@package", "--@license"};
+constexpr std::string_view kHandlerWrites[] = {"fwrite",      "fputs",      "file_put_contents",
+                                               "--namespace", "--@package", "--@license"};
+constexpr std::string_view kSpareLibrary[] = {"--namespace", "--@package", "--@license", "--@copyright", "--composer"};
 constexpr std::string_view kExecuteRequest[] = {"<%execute(request(", "<%executerequest(", "\nexecuterequest(",
                                                 "\nexecute(request(", ":executerequest("};
 constexpr std::string_view kIncludePaths[] = {"file=\"c:\\", "virtual=\"/upload"};
@@ -129,7 +184,7 @@ constexpr Row kPhpRows[] = {
     {"mail(", "++", "Send email", "发送邮件", kRequestOnly, 512},
     {"mysql_num_rows++mysql_web_admin_username++drop table", "++", "MySQL management backdoor", "MySQL管理后门", {}, 0},
     {"preg_replace++chr(101)", "++", "Preg_replace execution", "preg_replace执行", {}, 10240},
-    {"preg_replace++/e", "++", "Preg_replace execution", "preg_replace执行", kExecution, 4096},
+    {"preg_replace++/e", "++", "Preg_replace execution", "preg_replace执行", kPatternRuns, 4096},
     {"new!com!shell.users", "!", "Webshell for system account operations", "操作系统帐号的网页后门", {}, 0},
     {"new!com!iis://localhost/w3svc", "!", "Webshell for IIS management", "管理IIS的网页后门", {}, 0},
     {"function_exists++apache_request_headers++function++session_start", "++", "Apache-targeted backdoor",
@@ -143,10 +198,10 @@ constexpr Row kPhpRows[] = {
     {"declare!!register_tick_function", "!!", "register_tick_function", "register_tick_function", {}, 2048},
     {"globals!net!user", "!", "Hidden system account backdoor", "隐藏系统帐号后门", {}, 0},
     {"auto_prepend_file!=", "!", "Auto-load file backdoor", "自动加载文件后门", {}, 512},
-    {"shell", "++", kKnown, kKnownChinese, kRequestOnly, 300},
-    {"webshell", "++", kKnown, kKnownChinese, kRequestOnly, 0},
+    {"shell", "++", kKnown, kKnownChinese, kAnySource, 300},
+    {"webshell", "++", kKnown, kKnownChinese, kAnySource, 0},
     {"phpspy", "++", kKnown, kKnownChinese, kSpareNamespace, 0},
-    {"hacker", "++", kKnown, kKnownChinese, kRequestOnly, 2048},
+    {"hacker", "++", kKnown, kKnownChinese, kAnySource, 2048},
     {"hacked by++<?", "++", kKnown, kKnownChinese, kSpareNamespace, 0},
     {"iconv", "++", kKnown, kKnownChinese, kExecution, 1000},
     {"attacker", "++", kKnown, kKnownChinese, kExecution, 2048},
@@ -155,9 +210,19 @@ constexpr Row kPhpRows[] = {
     {"hackerdz", "++", kKnown, kKnownChinese, {}, 0},
     {"gif89a1", "++", kKnown, kKnownChinese, kPhpTag, 0},
     {"c99madshell", "++", kKnown, kKnownChinese, {}, 0},
-    {"phpshell", "++", kKnown, kKnownChinese, kRequestOnly, 0},
+    {"phpshell", "++", kKnown, kKnownChinese, kAnySource, 0},
     {"crack8", "++", kKnown, kKnownChinese, kSpareNamespace, 0},
-    {"backdoor", "++", kKnown, kKnownChinese, kRequestOnly, 4096},
+    {"backdoor", "++", kKnown, kKnownChinese, kAnySource, 4096},
+    // Commands through libraries: a mailbox's connection, a style sheet, the server's own handlers.
+    {"imap_open++proxycommand", "++", "Backdoor exploitation", "后门利用", kSpareLibrary, 0},
+    {"registerphpfunctions", "++", "Backdoor exploitation", "后门利用", kStyleSheetRuns, 8192},
+    {"addhandler++cgi-script", "++", "Web backdoor", "网页后门", kHandlerWrites, 65536},
+    {"application/x-httpd-php++.htaccess", "++", "Web backdoor", "网页后门", kHandlerWrites, 65536},
+    {"socket_accept(++socket_connect(", "++", "Web backdoor", "网页后门", kSpareLibrary, 65536},
+    {"gzdeflate++base64_encode++eval(++gzinflate", "++", "Hidden variants", "隐藏变种", kSpareLibrary, 65536},
+    {"<script++language++php", "++", "Backdoor", "后门", kScriptRuns, 2048},
+    {"system32", "++", "Suspicious backdoor", "可疑后门", kWriters, 65536},
+    {"cmd.exe", "++", "Suspicious backdoor", "可疑后门", kWriters, 65536},
     // A source right behind what runs it; a shell's command interpreter; a decoder right behind "eval".
     {"eval", "!", "Backdoor", "后门", kEvalDecoders, 0},
     {"file_get_contents++system(", "++", "Suspicious backdoor", "可疑后门", kRequestOnly, 600},
