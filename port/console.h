@@ -12,4 +12,7 @@ std::vector<std::string> CommandLineArguments(int argc, char** argv);
 /// Standard input and output carry bytes as they are, and a console shows UTF-8. Call once, before any of them is used.
 void PrepareStandardStreams();
 
+/// Columns of the terminal that standard error goes to; 0 when it goes elsewhere.
+int TerminalWidth();
+
 }  // namespace qiv

@@ -15,6 +15,7 @@
 #include "module/register_module.h"
 #include "tools/commands.h"
 #include "tools/files.h"
+#include "tools/printable.h"
 #include "tools/report.h"
 
 namespace qiv {
@@ -78,15 +79,6 @@ std::string JsonLine(const Decision& decision) {
   line.SetText("refusal", decision.refusal);
   line.Set("status", std::make_unique<JsonNumber>(std::to_string(decision.status)));
   return WriteJson(line) + "\n";
-}
-
-/// What a terminal may be shown: texts can quote the request.
-std::string Printable(std::string_view local) {
-  std::string text = CCharSet::LocalToUtf8(local);
-  for (char& c : text) {
-    if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) c = ' ';
-  }
-  return text;
 }
 
 std::string ReadableText(const Decision& decision) {

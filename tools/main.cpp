@@ -25,6 +25,7 @@ int main(int argc, char** argv) {
   qiv::AddAreaCommand(&app, &exit_code);
   qiv::AddListCommands(&app, &exit_code);
   qiv::AddLogCommand(&app, &exit_code);
+  qiv::AddScanCommand(&app, &exit_code);
   qiv::AddServiceCommand(&app, &exit_code);
 
   std::vector<std::string> arguments = qiv::CommandLineArguments(argc, argv);

@@ -1,5 +1,8 @@
 #include "port/console.h"
 
+#include <sys/ioctl.h>
+#include <unistd.h>
+
 namespace qiv {
 
 std::vector<std::string> CommandLineArguments(int argc, char** argv) {
@@ -7,5 +10,12 @@ std::vector<std::string> CommandLineArguments(int argc, char** argv) {
 }
 
 void PrepareStandardStreams() {}
+
+int TerminalWidth() {
+  constexpr int kUsualWidth = 80;  // of a terminal that does not say
+  winsize size{};
+  if (::isatty(STDERR_FILENO) == 0) return 0;
+  return ::ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : kUsualWidth;
+}
 
 }  // namespace qiv

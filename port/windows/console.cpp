@@ -28,4 +28,10 @@ void PrepareStandardStreams() {
   SetConsoleOutputCP(CP_UTF8);
 }
 
+int TerminalWidth() {
+  CONSOLE_SCREEN_BUFFER_INFO info;
+  if (!GetConsoleScreenBufferInfo(GetStdHandle(STD_ERROR_HANDLE), &info)) return 0;
+  return info.srWindow.Right - info.srWindow.Left + 1;
+}
+
 }  // namespace qiv

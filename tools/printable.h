@@ -1,0 +1,16 @@
+// Texts and paths as a terminal or a log may be shown them: UTF-8, without control characters.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace qiv {
+
+/// GBK to UTF-8; control characters become blanks: texts can quote a request or a file.
+std::string Printable(std::string_view local);
+
+/// A path as it is; bytes that are no UTF-8 and control characters become "\xHH", and then also "\" becomes "\x5C", so
+/// that the bytes can be told.
+std::string PrintablePath(std::string_view path);
+
+}  // namespace qiv
