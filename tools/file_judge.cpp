@@ -58,7 +58,8 @@ bool IsNamedAsScript(const std::string& path) {
 
 CFileJudge::CFileJudge(Language language, std::string_view library_text, std::string_view user_rules,
                        std::string_view free_code)
-    : libs_(language, library_text, user_rules, free_code),
+    : language_(language),
+      libs_(language, library_text, user_rules, free_code),
       own_rules_(OwnRules(language, library_text, user_rules, free_code)) {}
 
 FileVerdict CFileJudge::Judge(const std::string& path, Cores* cores, const std::atomic<bool>& stop) const {
@@ -144,11 +145,20 @@ void CFileJudge::JudgeText(const std::string& text, bool is_named, FileVerdict* 
   }
 }
 
+bool CFileJudge::IsByWordsAlone(const WebshellResult& finding) const {
+  return finding.name == Message(language_, MessageId::kRiskCharacteristics) ||
+         finding.name == Message(language_, MessageId::kSuspectedFiles);
+}
+
 bool CFileJudge::Scan(std::string_view text, bool is_named, FileVerdict* verdict) const {
   verdict->judged = true;
-  verdict->found = libs_.WebshellScan(text, &verdict->finding);
-  if (verdict->finding.suspicious && !is_named) verdict->found = false;
-  return verdict->found;
+  WebshellResult finding;
+  if (!libs_.WebshellScan(text, &finding)) return false;
+  // A document about scripts holds their words as well.
+  if (!is_named && IsByWordsAlone(finding)) finding.suspicious = true;
+  verdict->found = true;
+  verdict->finding = std::move(finding);
+  return true;
 }
 
 void CFileJudge::JudgeLong(const std::string& path, bool is_named, Cores* cores, const std::atomic<bool>& stop,

@@ -25,8 +25,8 @@ struct FileVerdict {
 /// Immutable; one object serves all threads.
 ///
 /// A file that is named as a script is shown to the detectors whole. Of any other file they see the server code alone,
-/// if it holds any, and weak findings in it do not count. A file without server code is held against the installation's
-/// own signatures alone: the built-in ones are words that ordinary documents hold too.
+/// if it holds any, and words of the trade alone are a weak finding. A file without server code is held against the
+/// installation's own signatures alone: the built-in ones are words that ordinary documents hold too.
 class CFileJudge {
  public:
   /// What an installation has in addition to the built-in rules, as CQivLibs takes it; each may be empty.
@@ -42,8 +42,10 @@ class CFileJudge {
   void JudgeText(const std::string& text, bool is_named, FileVerdict* verdict) const;
   void JudgeLong(const std::string& path, bool is_named, std::counting_semaphore<>* cores,
                  const std::atomic<bool>& stop, FileVerdict* verdict) const;
+  bool IsByWordsAlone(const WebshellResult& finding) const;
   bool Scan(std::string_view text, bool is_named, FileVerdict* verdict) const;
 
+  const Language language_;
   CQivLibs libs_;
   CVirusLibrary own_rules_;
 };
