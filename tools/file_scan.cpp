@@ -36,9 +36,10 @@ FileScanTotals CFileScan::Run(std::vector<std::string> paths, TreeWalkOptions op
                               const OnTick& on_tick) {
   CTreeWalk walk(std::move(paths), std::move(options));
   std::vector<std::thread> threads;
-  workers_ = 2 * jobs_;
+  const unsigned workers = 2 * jobs_;
+  workers_ = workers;  // before the first of them can end
   threads.emplace_back([this, &walk] { Walk(&walk); });
-  for (unsigned i = 0; i < workers_; ++i) threads.emplace_back([this] { Work(); });
+  for (unsigned i = 0; i < workers; ++i) threads.emplace_back([this] { Work(); });
   bool over = false;
   while (!over) {
     FileScanTotals totals;

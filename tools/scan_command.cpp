@@ -12,9 +12,9 @@
 
 #include "common/char_set.h"
 #include "common/json.h"
-#include "common/text.h"
 #include "config/address_libraries.h"
 #include "config/config_parser.h"
+#include "config/trojan_library.h"
 #include "config/website_config.h"
 #include "port/clock.h"
 #include "port/console.h"
@@ -30,7 +30,6 @@
 namespace qiv {
 namespace {
 
-constexpr std::uint64_t kLibraryMaxBytes = 16U << 20;  // of an enciphered library
 constexpr unsigned kMostJobs = 256;
 
 struct ScanOptions {
@@ -140,10 +139,10 @@ bool LoadRules(const std::string& directory, Rules* rules, Language* language) {
   const std::string library = module + "config/_trojan.db";
   if (!IsFile(library)) return true;
   std::string enciphered;
-  if (ReadWholeFile(library, kLibraryMaxBytes, &enciphered) == ReadFileResult::kOk) {
+  if (ReadWholeFile(library, CTrojanLibrary::kFileMaxBytes, &enciphered) == ReadFileResult::kOk) {
     rules->library = CCharSet::ToLocal(DecipherPieces(enciphered));
   }
-  if (TaggedPart(rules->library, "trojan_rules").empty() && TaggedPart(rules->library, "trojan_free").empty()) {
+  if (!IsTrojanLibrary(rules->library)) {
     PrintError(library, "is no webshell library");
     return false;
   }

@@ -2,14 +2,21 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <memory>
 #include <string>
+#include <string_view>
+#include <vector>
 
+#include "common/json.h"
 #include "config/config_parser.h"
 #include "engines/injection_library.h"
 #include "port/file.h"
 #include "tests/port/temporary_directory.h"
 #include "tools/files.h"
 #include "tools/library_files.h"
+#include "tools/utf8_text.h"
 
 namespace qiv {
 namespace {
@@ -172,6 +179,79 @@ TEST(Qivctl, ChecksRequestsAndWritesNothing) {
   ReplaceFile(module + "/config/_config.db", "no configuration");
   EXPECT_EQ(Qivctl(check + form).exit_code, 2);
   EXPECT_EQ(Qivctl("check --config " + directory.Path("none") + " " + form).exit_code, 2);
+}
+
+TEST(Qivctl, ScansFilesAndFolders) {
+  const CTemporaryDirectory directory;
+  const std::string tree = directory.Path("tree");
+  MakeDirectories(tree + "/sub");
+  ReplaceFile(tree + "/ok.php", "<?php echo 1;");
+  const Outcome clean = Qivctl("scan " + tree);
+  EXPECT_EQ(clean.exit_code, 0) << clean.output;
+  EXPECT_NE(clean.output.find("1 files, 0 MiB in "), std::string::npos);
+
+  ReplaceFile(tree + "/sub/caf\xE9.php", "<?php eval($_POST[1]); // \xC4\xE3");
+  ReplaceFile(tree + "/sub/up.php", "<?php move_uploaded_file($_FILES['f']['tmp_name'], $_FILES['f']['name']);");
+  // None of these may hold up the scan or send it round in circles.
+  ASSERT_EQ(std::system(("cd " + tree + " && ln -s .. sub/loop && ln -s nowhere dangling && mkfifo fifo").c_str()), 0);
+  const std::filesystem::path before = std::filesystem::current_path();
+  std::filesystem::current_path(tree);
+  for (int depth = 0; depth < 30; ++depth) {  // together longer than a path may be
+    std::filesystem::create_directory(std::string(200, '0'));
+    std::filesystem::current_path(std::string(200, '0'));
+  }
+  std::filesystem::current_path(before);
+  const std::string in_sub = tree + "/sub/caf\\xE9.php: Backdoor";
+  for (const std::string follow : {"", " --follow"}) {
+    const Outcome found = Qivctl("scan --jobs 3 " + tree + follow);
+    EXPECT_EQ(found.exit_code, 1);
+    EXPECT_NE(found.output.find("WEBSHELL    " + in_sub), std::string::npos) << found.output;
+    EXPECT_NE(found.output.find("\nsuspicious  " + tree + "/sub/up.php: "), std::string::npos) << found.output;
+    EXPECT_NE(found.output.find("the folder cannot be read"), std::string::npos) << "too long a path";
+    EXPECT_EQ(found.output.find("links not followed") == std::string::npos, !follow.empty()) << found.output;
+  }
+  const Outcome left_out = Qivctl("scan --no-suspicious --exclude '0*' --exclude '*.php' " + tree);
+  EXPECT_EQ(left_out.exit_code, 0) << left_out.output;
+  EXPECT_EQ(Qivctl("scan /proc/self/mem").output.find("qivctl: /proc/self/mem: cannot be read\n"), 0U);
+  EXPECT_EQ(Qivctl("scan " + tree + "/ok.php " + tree + "/none").exit_code, 2);
+  EXPECT_EQ(Qivctl("scan").exit_code, 2);
+
+  const Outcome json = Qivctl("scan --json --exclude '0*' --language zh-CN " + tree);
+  const std::vector<std::string_view> lines = SplitUtf8(json.output, "\n");
+  ASSERT_EQ(lines.size(), 4U) << json.output;
+  const std::unique_ptr<IJsonValue> finding = ParseJson(lines[0]);
+  ASSERT_TRUE(finding) << lines[0];
+  EXPECT_EQ(finding->AsObject()->GetText("path"), tree + "/sub/caf\\xE9.php");
+  EXPECT_EQ(finding->AsObject()->GetText("finding"), "后门");
+  EXPECT_EQ(finding->AsObject()->GetText("suspicious"), "false");
+  EXPECT_NE(lines[2].find("\"findings\":1,\"suspicious\":1,\"errors\":0"), std::string_view::npos) << lines[2];
+}
+
+TEST(Qivctl, ScansWithAnInstallationsOwnRules) {
+  const CTemporaryDirectory directory;
+  const std::string module = directory.Path("m");
+  ASSERT_EQ(Qivctl("init " + module + " --language zh-CN --rules " QIV_SOURCE_ROOT "/rules").exit_code, 0);
+  const std::string page = directory.Path("page.html");
+  ReplaceFile(page, "<p>own evil sign</p>");
+  const std::string scan = "scan --config " + module + " " + page;
+  EXPECT_EQ(Qivctl(scan).exit_code, 0);
+  const std::string library = module + "/config/_trojan.db";
+  const std::string text = "<trojan_rules>own evil sign{*}0{*}Mine{#}</trojan_rules>";
+  ReplaceFile(library, Qivctl("encrypt", text).output);
+  EXPECT_EQ(Qivctl(scan).output.find("WEBSHELL    " + page + ": Mine (ownevilsign)\n"), 0U);
+  ReplaceFile(library, "no library");
+  EXPECT_EQ(Qivctl(scan).exit_code, 2);
+  EXPECT_EQ(Qivctl("scan --config " + directory.Path("none") + " " + page).exit_code, 2);
+}
+
+TEST(Qivctl, AScanCanBeInterrupted) {
+  const CTemporaryDirectory directory;
+  std::string code = "<?php ";
+  while (code.size() < (1U << 17)) code += "$a" + std::to_string(code.size() % 97) + " = $b['c'] . strrev('x');\n";
+  for (int i = 0; i < 100; ++i) ReplaceFile(directory.Path(std::to_string(i) + ".php"), code);
+  const Outcome stopped =
+      Qivctl("--help >/dev/null; timeout -s INT 0.5 " QIVCTL " scan --jobs 1 " + directory.Root().string());
+  EXPECT_EQ(stopped.output.find("Stopped. "), 0U) << stopped.output;
 }
 
 TEST(Files, FindTheModuleDirectory) {
