@@ -11,6 +11,7 @@
 #include "tools/library_files.h"
 #include "tools/rule_file.h"
 #include "tools/settings_document.h"
+#include "tools/trojan_files.h"
 
 namespace qiv {
 namespace {
@@ -101,6 +102,8 @@ int InitInstallation(const InitOptions& options) {
   int library_exit = kExitOk;
   const std::string library = PackLibrary(rules + "/library", form, &library_exit);
   exit_code = std::max(exit_code, library_exit);
+  const std::string trojans = PackTrojanFiles(rules + "/trojan", options.language, &library_exit);
+  exit_code = std::max(exit_code, library_exit);
   if (exit_code == kExitError) return exit_code;
 
   CReport report(rules + "/settings/" + options.profile + ".json");
@@ -110,7 +113,8 @@ int InitInstallation(const InitOptions& options) {
   if (exit_code == kExitError) return exit_code;
   return std::max(exit_code, WriteFiles(options, {{options.directory + "/settings.json", settings_text},
                                                   {options.directory + "/config/_config.db", packed},
-                                                  {options.directory + "/config/_sql.db", library}}));
+                                                  {options.directory + "/config/_sql.db", library},
+                                                  {options.directory + "/config/_trojan.db", trojans}}));
 }
 
 }  // namespace qiv

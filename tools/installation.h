@@ -15,8 +15,9 @@ struct InitOptions {
   bool force = false;                      ///< overwrite what is there
 };
 
-/// Creates DIR/settings.json, DIR/config/_config.db, DIR/config/_sql.db and DIR/debug. Writes nothing when one of the
-/// files is there already (unless forced) or when the data is faulty. Messages go to stderr; the exit code.
+/// Creates DIR/settings.json, DIR/config/_config.db, DIR/config/_sql.db, DIR/config/_trojan.db and DIR/debug. Writes
+/// nothing when one of the files is there already (unless forced) or when the data is faulty. Messages go to stderr;
+/// the exit code.
 int InitInstallation(const InitOptions& options);
 
 }  // namespace qiv

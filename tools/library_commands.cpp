@@ -8,6 +8,7 @@
 #include "tools/commands.h"
 #include "tools/files.h"
 #include "tools/library_files.h"
+#include "tools/trojan_files.h"
 
 namespace qiv {
 namespace {
@@ -19,18 +20,35 @@ struct LibraryOptions {
   bool user_defined = false;
 };
 
+int Store(const LibraryOptions& options, const std::string& name, const std::string& stored) {
+  const std::string path = options.output + "/" + name;
+  if (MakeDirectories(options.output) && ReplaceFile(path, stored)) return kExitOk;
+  CReport report(path);
+  report.Error(0, "cannot be written");
+  return report.Print();
+}
+
 int Pack(const LibraryOptions& options) {
   RecordForm form;
   form.language = options.language == "zh-CN" ? Language::kChinese : Language::kEnglish;
   form.user_defined = options.user_defined;
   int exit_code = kExitOk;
+  if (HoldsTrojanFiles(options.input)) {
+    const std::string stored = PackTrojanFiles(options.input, form.language, &exit_code);
+    return exit_code == kExitOk ? Store(options, "_trojan.db", stored) : exit_code;
+  }
   const std::string stored = PackLibrary(options.input, form, &exit_code);
   if (exit_code != kExitOk) return exit_code;
-  const std::string path = options.output + "/" + (options.user_defined ? "_sql_user.db" : "_sql.db");
-  if (MakeDirectories(options.output) && ReplaceFile(path, stored)) return kExitOk;
-  CReport report(path);
-  report.Error(0, "cannot be written");
-  return report.Print();
+  return Store(options, options.user_defined ? "_sql_user.db" : "_sql.db", stored);
+}
+
+void PutList(const LibraryOptions& options, const std::string& name, const std::string& text, CReport* report) {
+  const std::string path = options.output + "/" + name + ".txt";
+  if (options.output.empty()) {
+    WriteOutput("# " + name + "\n" + text);
+  } else if (!ReplaceFile(path, text)) {
+    report->Error(0, path + " cannot be written");
+  }
 }
 
 int Unpack(const LibraryOptions& options) {
@@ -41,17 +59,13 @@ int Unpack(const LibraryOptions& options) {
     return report.Print();
   }
   const std::vector<LibraryList> lists = UnpackLibrary(text, options.user_defined);
-  if (lists.empty()) report.Error(0, "is no library: it holds none of the lists, or is enciphered with another key");
-  if (!options.output.empty()) MakeDirectories(options.output);
-  for (const LibraryList& list : lists) {
-    const std::string name(list.name);
-    const std::string path = options.output + "/" + name + ".txt";
-    if (options.output.empty()) {
-      WriteOutput("# " + name + "\n" + WriteRuleFile(list.rules));
-    } else if (!ReplaceFile(path, WriteRuleFile(list.rules))) {
-      report.Error(0, path + " cannot be written");
-    }
+  const std::vector<TrojanFile> trojan_files = UnpackTrojanFiles(text);
+  if (lists.empty() && trojan_files.empty()) {
+    report.Error(0, "is no library: it holds none of the lists, or is enciphered with another key");
   }
+  if (!options.output.empty()) MakeDirectories(options.output);
+  for (const LibraryList& list : lists) PutList(options, std::string(list.name), WriteRuleFile(list.rules), &report);
+  for (const TrojanFile& file : trojan_files) PutList(options, file.name, file.text, &report);
   return report.Print();
 }
 
@@ -63,8 +77,11 @@ void AddLibraryCommand(CLI::App* app, int* exit_code) {
   const auto options = std::make_shared<LibraryOptions>();
 
   CLI::App* const pack = library->add_subcommand("pack", "Turn a folder of rule files into a library");
-  pack->add_option("folder", options->input, "holds sql_rules.txt, sql_keys.txt, xss_events.txt")->required();
-  pack->add_option("-o,--output", options->output, "the folder that receives _sql.db")->required();
+  pack->add_option(
+          "folder", options->input,
+          "holds sql_rules.txt, sql_keys.txt, xss_events.txt; or trojan_rules.txt, trojan_free.txt, trojan_removal.txt")
+      ->required();
+  pack->add_option("-o,--output", options->output, "the folder that receives _sql.db or _trojan.db")->required();
   pack->add_option("--language", options->language, "language of the remarks")
       ->capture_default_str()
       ->check(CLI::IsMember({"en-US", "zh-CN"}));
@@ -72,7 +89,7 @@ void AddLibraryCommand(CLI::App* app, int* exit_code) {
   pack->callback([options, exit_code] { *exit_code = Pack(*options); });
 
   CLI::App* const unpack = library->add_subcommand("unpack", "Print a library as rule files");
-  unpack->add_option("file", options->input, "the _sql.db, or - for standard input")->required();
+  unpack->add_option("file", options->input, "the _sql.db or _trojan.db, or - for standard input")->required();
   unpack->add_option("-o,--output", options->output, "a folder that receives the rule files instead");
   unpack->add_flag("--user", options->user_defined, "it is a user-defined library");
   unpack->callback([options, exit_code] { *exit_code = Unpack(*options); });

@@ -16,6 +16,7 @@
 #include "tests/port/temporary_directory.h"
 #include "tools/files.h"
 #include "tools/library_files.h"
+#include "tools/trojan_files.h"
 #include "tools/utf8_text.h"
 
 namespace qiv {
@@ -116,6 +117,7 @@ TEST(Qivctl, InitMakesAnInstallationThatLoads) {
     const std::vector<LibraryList> lists = UnpackLibrary(Content(module + "/config/_sql.db"), false);
     ASSERT_EQ(lists.size(), 3U);
     for (const LibraryList& list : lists) EXPECT_FALSE(list.rules.empty()) << list.name;
+    EXPECT_EQ(UnpackTrojanFiles(Content(module + "/config/_trojan.db")).size(), 2U);
     EXPECT_NE(FileModificationTime(module + "/debug"), 0U);
     EXPECT_EQ(Qivctl("lint " + module + "/settings.json").output, "");
     // The settings beside the module are the source of what it reads.
@@ -152,6 +154,26 @@ TEST(Qivctl, LibrariesGoThereAndBack) {
   EXPECT_FALSE(IsFile(directory.Path("stored2/_sql.db")));
   EXPECT_EQ(Qivctl("library unpack " + plain + "/sql_rules.txt").exit_code, 2);
   EXPECT_EQ(Qivctl("library pack " + directory.Path("stored") + " -o " + directory.Path("stored2")).exit_code, 2);
+}
+
+TEST(Qivctl, TheWebshellLibraryGoesThereAndBack) {
+  const CTemporaryDirectory directory;
+  const std::string plain = directory.Path("plain");
+  const std::string stored = directory.Path("stored");
+  MakeDirectories(plain);
+  ReplaceFile(plain + "/trojan_rules.txt", "# ours\r\nmyshell++<%--good\tasp\t4096\tMy shell\t我的木马\r\n\n");
+  ReplaceFile(plain + "/trojan_free.txt", "our editor\n");
+  ASSERT_EQ(Qivctl("library pack " + plain + " -o " + stored + " --language zh-CN").exit_code, 0);
+  EXPECT_EQ(Qivctl("library unpack " + stored + "/_trojan.db").output,
+            "# trojan_rules\nmyshell++<%--good\tasp\t4096\t我的木马\t我的木马\n# trojan_free\nour editor\n");
+  for (const std::string bad : {"a\tphp\t0\tname", "++\tphp\t0\ta\tb", "a\tjsp\t0\ta\tb", "a\tphp\tx\ta\tb",
+                                "a\tphp\t0\t\t", "a{*}b\tphp\t0\ta\tb"}) {
+    ReplaceFile(plain + "/trojan_rules.txt", "\n" + bad);
+    const Outcome pack = Qivctl("library pack " + plain + " -o " + directory.Path("stored2"));
+    EXPECT_EQ(pack.exit_code, 2) << bad;
+    EXPECT_EQ(pack.output.find("qivctl: " + plain + "/trojan_rules.txt:2: "), 0U) << pack.output;
+  }
+  EXPECT_FALSE(IsFile(directory.Path("stored2/_trojan.db")));
 }
 
 TEST(Qivctl, ChecksRequestsAndWritesNothing) {
