@@ -4,6 +4,8 @@
 #include "checks/lists_check.h"
 #include "checks/smart_blocking.h"
 #include "checks/upload_check.h"
+#include "checks/webshell_check.h"
+#include "checks/webshell_output_check.h"
 
 namespace qiv {
 namespace {
@@ -14,7 +16,9 @@ namespace {
 constexpr CheckRow kRows[] = {
     {"lists", Stage::kLists, ListsCheck},
     {"upload", Stage::kRequest, UploadCheck},
+    {"webshell", Stage::kRequest, WebshellCheck},
     {"injection", Stage::kRequest, InjectionCheck},
+    {"webshell_output", Stage::kResponseBody, WebshellOutputCheck},
     {"smart_blocking", Stage::kAfterDecision, SmartBlockingCheck},
 };
 

@@ -44,6 +44,8 @@ struct RequestFacts {
   /// memory, valid as long as the request.
   std::string_view raw_body;
   std::string_view keyed_body;
+  /// The head of the application's answer as it is sent, when a check wants it and it is uncompressed text; phase 3.
+  CSharedText response_body;
   std::string method;
   std::string cookie;
   bool proxy_seen = false;

@@ -50,7 +50,8 @@ void BlockWebshell(const WebshellPlace& place, const WebshellResult& found, Requ
   result.notify = 1;
   result.status = kBlocked;
   facts.attack = true;
-  if (facts.statistics) {
+  // The lists leave only the first phase countable.
+  if (facts.statistics || facts.phase == kPhasePostExecute) {
     EventRecorder().RecordStatistics(place.statistics, facts.client_ip,
                                      found.rule.empty() ? std::string_view("-") : std::string_view(found.rule));
   }

@@ -7,6 +7,7 @@
 #include "module/facts_collector.h"
 #include "module/page_writer.h"
 #include "module/response_hardening.h"
+#include "module/response_reader.h"
 #include "port/clock.h"
 
 namespace qiv {
@@ -90,9 +91,11 @@ void CPipeline::RunAfterDecision(RequestFacts& facts, CheckResult& result) const
   }
 }
 
-void CPipeline::WriteBlockPage(RequestFacts& facts, const CheckResult& result) {
+void CPipeline::WriteBlockPage(RequestFacts& facts, const CheckResult& result, bool reset_response) {
   try {
-    WritePage(facts, result, contexts_, PageOptions{});
+    PageOptions options;
+    options.reset_response = reset_response;
+    WritePage(facts, result, contexts_, options);
   } catch (const std::bad_alloc&) {
     // What is missing of the page or of its record stays missing.
   }
@@ -127,6 +130,13 @@ iis::REQUEST_NOTIFICATION_STATUS CPipeline::BeginRequest(iis::IHttpContext& cont
   return blocked ? RQ_NOTIFICATION_FINISH_REQUEST : RQ_NOTIFICATION_CONTINUE;
 }
 
+/// A blocked response goes out in no part: the page takes its place.
+void CPipeline::InspectResponse(RequestFacts& facts, CheckResult& result) {
+  if (WantsResponse(*facts.config)) ReadResponse(facts);
+  RunStage(Stage::kResponseBody, facts, result);
+  if (result.status == kBlocked) WriteBlockPage(facts, result, true);
+}
+
 iis::REQUEST_NOTIFICATION_STATUS CPipeline::PostExecuteRequestHandler(iis::IHttpContext& context) {
   if (!config_.IsConfigValid()) return RQ_NOTIFICATION_CONTINUE;
   RequestFacts facts;
@@ -140,7 +150,7 @@ iis::REQUEST_NOTIFICATION_STATUS CPipeline::PostExecuteRequestHandler(iis::IHttp
       HardenResponse(facts, result);
       if (result.status == kBlocked) WriteBlockPage(facts, result);
     }
-    if (result.status != kBlocked && !contexts_.PageWritten(context)) RunStage(Stage::kResponseBody, facts, result);
+    if (result.status != kBlocked && !contexts_.PageWritten(context)) InspectResponse(facts, result);
     if (result.status != kBlocked) return RQ_NOTIFICATION_CONTINUE;
   }
   RunAfterDecision(facts, result);

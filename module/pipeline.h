@@ -32,7 +32,8 @@ class CPipeline {
   bool LoadOrRebuild(iis::IHttpContext& context, Phase phase, RequestFacts& facts);
   void RunStage(Stage stage, RequestFacts& facts, CheckResult& result) const;
   void RunAfterDecision(RequestFacts& facts, CheckResult& result) const;
-  void WriteBlockPage(RequestFacts& facts, const CheckResult& result);
+  void WriteBlockPage(RequestFacts& facts, const CheckResult& result, bool reset_response = false);
+  void InspectResponse(RequestFacts& facts, CheckResult& result);
 
   CQivConfig& config_;
   CStoredContexts& contexts_;

@@ -28,6 +28,11 @@ ReadFileResult ReadWholeFile(const std::string& path, std::uint64_t limit, std::
 /// at or before `offset`.
 ReadFileResult ReadFilePart(const std::string& path, std::uint64_t offset, std::size_t limit, std::string* content);
 
+/// Reads at most `limit` bytes from `offset` on through an open file of somebody else (a HANDLE; elsewhere a descriptor
+/// held in a pointer), by absolute offsets. The file may be opened for overlapped or unbuffered reading.
+/// kOk with less, or nothing, when the file ends before.
+ReadFileResult ReadHandlePart(void* file, std::uint64_t offset, std::size_t limit, std::string* content);
+
 /// Appends `data` with ONE system call, creating the file when missing, so that records of several threads and
 /// processes never mix (Windows: access FILE_APPEND_DATA | SYNCHRONIZE only; Linux: O_APPEND). False when it was not
 /// written whole.

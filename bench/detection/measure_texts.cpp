@@ -1,4 +1,5 @@
-// measure_texts: how many of the lines of some text files injection protection blocks, and by what.
+// measure_texts: how many of the lines of some text files injection protection blocks, and by what; or
+// the search for webshells in requests.
 //
 // Each line is one text (see UnescapeLine). It is put into a request at each chosen place and goes through the same
 // decoding, settings, rules and check as in the module. For tuning the rules on one part of a collection and judging
@@ -29,10 +30,11 @@ struct Options {
   std::string module_directory;
   std::string places = "query,form,json,header";
   std::vector<std::string> files;
-  std::string list;      ///< "hits", "misses" or "mislabelled" of the tuned part are listed
-  std::size_t join = 0;  ///< lines are joined to texts of at least this many bytes; 0: each line is a text
-  bool whole = false;    ///< a file is one text, byte for byte
-  unsigned rounds = 1;   ///< the lines are joined that often, each time in another order
+  std::string list;        ///< "hits", "misses" or "mislabelled" of the tuned part are listed
+  std::size_t join = 0;    ///< lines are joined to texts of at least this many bytes; 0: each line is a text
+  bool webshells = false;  ///< the search for webshells in requests judges
+  bool whole = false;      ///< a file is one text, byte for byte
+  unsigned rounds = 1;     ///< the lines are joined that often, each time in another order
 };
 
 struct Counts {
@@ -109,10 +111,11 @@ bool Measure(const qiv::Protection& protection, const Options& options, qiv::Pla
   std::uint64_t mislabelled = 0;
   std::uint64_t number = 0;
   ForEachText(options, file, [&](const std::string& text) {
-    const qiv::Verdict verdict = qiv::Judge(protection, place, text);
+    const qiv::Verdict verdict = qiv::Judge(protection, place, text, options.webshells);
     const bool blocked = verdict.mechanism != qiv::Mechanism::kNone;
     const bool as_sql = verdict.mechanism == qiv::Mechanism::kDetector || verdict.mechanism == qiv::Mechanism::kKeyword;
-    const bool is_mislabelled = as_sql && qiv::Judge(scripts_only, place, text).mechanism != qiv::Mechanism::kNone;
+    const bool is_mislabelled =
+        as_sql && !options.webshells && qiv::Judge(scripts_only, place, text).mechanism != qiv::Mechanism::kNone;
     mislabelled += is_mislabelled;
     const bool is_held_back = IsHeldBack(number++);
     Counts& counts = is_held_back ? held_back : tuned;
@@ -186,6 +189,8 @@ int main(int argc, char** argv) {
   app.add_option("-j,--join", options.join, "join the lines to texts of at least this many bytes");
   app.add_option("-r,--rounds", options.rounds, "join the lines that often, in another order each time");
   app.add_flag("-w,--whole", options.whole, "each file is one text");
+  app.add_flag("--webshells", options.webshells,
+               "the search for webshells in requests instead of injection protection");
   app.add_option("files", options.files, "one text a line; %0D, %0A and %00 are bytes")->required();
   CLI11_PARSE(app, argc, argv);
   return Run(options);

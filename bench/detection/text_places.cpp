@@ -7,6 +7,7 @@
 #include "checks/injection_check.h"
 #include "checks/request_facts.h"
 #include "checks/upload_check.h"
+#include "checks/webshell_check.h"
 #include "common/char_set.h"
 #include "common/text.h"
 #include "config/qiv_config.h"
@@ -82,6 +83,7 @@ CSharedText Body(std::string_view raw) {
 
 Mechanism MechanismOf(const CheckResult& result) {
   if (result.status != kBlocked) return Mechanism::kNone;
+  if (result.kind == kKindWebshell) return Mechanism::kDetector;
   const std::string& reason = result.reason;
   if (result.item.starts_with("XSS")) {
     if (reason.find("HTML event") != std::string::npos) return Mechanism::kEvent;
@@ -121,32 +123,37 @@ std::string_view PlaceName(Place place) {
   return {};
 }
 
-Verdict Judge(const Protection& protection, Place place, std::string_view text) {
+Verdict Judge(const Protection& protection, Place place, std::string_view text, bool webshells) {
   RequestFacts facts;
   facts.config = protection.config;
   facts.library = protection.library;
+  facts.webshells = protection.webshells;
   facts.raw_url = "/page.aspx";
   facts.path = facts.raw_url;
   std::string form;
+  std::string query;
+  std::string body;
   switch (place) {
     case Place::kQuery:
-      facts.query = Query("id=1&q=" + PercentEncode(text, false) + "&page=2");
+      query = "id=1&q=" + PercentEncode(text, false) + "&page=2";
       break;
     case Place::kForm:
-      facts.body = Body("id=1&q=" + PercentEncode(text, true) + "&page=2");
+      facts.content_type = "application/x-www-form-urlencoded";
+      body = "id=1&q=" + PercentEncode(text, true) + "&page=2";
       break;
     case Place::kJson:
-      facts.body = Body("{\"id\":1,\"q\":\"" + JsonEscape(text) + "\",\"page\":2}");
+      facts.content_type = "application/json";
+      body = "{\"id\":1,\"q\":\"" + JsonEscape(text) + "\",\"page\":2}";
       break;
     case Place::kHeader:
       facts.all_headers = text;
       facts.headers.push_back({40, "User-Agent", std::string(text)});
       break;
     case Place::kRawQuery:
-      facts.query = Query(text);
+      query = text;
       break;
     case Place::kRawBody:
-      facts.body = Body(text);
+      body = text;
       break;
     case Place::kFile:
       form = Form("; filename=\"summer.dat\"\r\nContent-Type: application/octet-stream", text);
@@ -158,17 +165,20 @@ Verdict Judge(const Protection& protection, Place place, std::string_view text) 
       form = Form("", text);
       break;
   }
+  if (!query.empty()) facts.raw_url += "?" + query;
+  facts.query = Query(query);
+  facts.body = Body(body);
+  facts.raw_body = body;
   CheckResult result;
   if (!form.empty()) {
     facts.content_type = kFormType;
     facts.raw_body = form;
     facts.body = Body(form);
-    facts.webshells = protection.webshells;
-    UploadCheck(facts, result);
+    if (!webshells) UploadCheck(facts, result);
     if (result.status == kBlocked) return {Mechanism::kUpload, result.rule, result.reason};
   }
-  InjectionCheck(facts, result);
-  return {MechanismOf(result), result.rule, result.reason};
+  webshells ? WebshellCheck(facts, result) : InjectionCheck(facts, result);
+  return {MechanismOf(result), result.rule, webshells ? result.detail : result.reason};
 }
 
 std::string UnescapeLine(std::string_view line) {

@@ -29,7 +29,7 @@ enum class Mechanism { kNone, kDetector, kKeyword, kEvent, kScriptTag, kScriptUr
 struct Verdict {
   Mechanism mechanism = Mechanism::kNone;
   std::string rule;    ///< identifier, empty for XSS
-  std::string reason;  ///< as on the page
+  std::string reason;  ///< as on the page; of a webshell as in the log
 };
 
 /// Settings and library as loaded; shared by all requests.
@@ -46,7 +46,8 @@ Protection LoadProtection(const std::string& module_directory, std::string* erro
 bool PlaceFromName(std::string_view name, Place* place);
 std::string_view PlaceName(Place place);
 
-Verdict Judge(const Protection& protection, Place place, std::string_view text);
+/// By injection protection, or by the search for webshells in requests (whose findings count as the detector's).
+Verdict Judge(const Protection& protection, Place place, std::string_view text, bool webshells = false);
 
 /// "%0D", "%0A" and "%00" become the bytes they stand for: how files of texts write them. Nothing else is decoded.
 std::string UnescapeLine(std::string_view line);

@@ -103,18 +103,14 @@ ReadFileResult ReadWholeFile(const std::string& path, std::uint64_t limit, std::
   return ReadFileResult::kOk;
 }
 
-ReadFileResult ReadFilePart(const std::string& path, std::uint64_t offset, std::size_t limit, std::string* content) {
-  content->clear();
-  const CDescriptor file(OpenRetrying(path, O_RDONLY | O_NONBLOCK, 0));
-  struct stat info;
-  if (file.Get() < 0 || ::fstat(file.Get(), &info) != 0 || !S_ISREG(info.st_mode)) return ReadFileResult::kUnreadable;
-  const auto size = static_cast<std::uint64_t>(info.st_size);
-  if (size <= offset) return ReadFileResult::kOk;
-  content->resize(static_cast<std::size_t>(std::min<std::uint64_t>(size - offset, limit)));
+namespace {
+
+/// Fills *content from `offset` on, and cuts it to what there was.
+ReadFileResult ReadAt(int descriptor, std::uint64_t offset, std::string* content) {
   std::size_t used = 0;
   while (used < content->size()) {
     const ssize_t got =
-        ::pread(file.Get(), content->data() + used, content->size() - used, static_cast<off_t>(offset + used));
+        ::pread(descriptor, content->data() + used, content->size() - used, static_cast<off_t>(offset + used));
     if (got < 0 && errno == EINTR) continue;
     if (got < 0) {
       content->clear();
@@ -125,6 +121,30 @@ ReadFileResult ReadFilePart(const std::string& path, std::uint64_t offset, std::
   }
   content->resize(used);
   return ReadFileResult::kOk;
+}
+
+}  // namespace
+
+ReadFileResult ReadFilePart(const std::string& path, std::uint64_t offset, std::size_t limit, std::string* content) {
+  content->clear();
+  const CDescriptor file(OpenRetrying(path, O_RDONLY | O_NONBLOCK, 0));
+  struct stat info;
+  if (file.Get() < 0 || ::fstat(file.Get(), &info) != 0 || !S_ISREG(info.st_mode)) return ReadFileResult::kUnreadable;
+  const auto size = static_cast<std::uint64_t>(info.st_size);
+  if (size <= offset) return ReadFileResult::kOk;
+  content->resize(static_cast<std::size_t>(std::min<std::uint64_t>(size - offset, limit)));
+  return ReadAt(file.Get(), offset, content);
+}
+
+ReadFileResult ReadHandlePart(void* file, std::uint64_t offset, std::size_t limit, std::string* content) {
+  content->clear();
+  const int descriptor = static_cast<int>(reinterpret_cast<std::intptr_t>(file));
+  struct stat info;
+  if (descriptor < 0 || ::fstat(descriptor, &info) != 0 || !S_ISREG(info.st_mode)) return ReadFileResult::kUnreadable;
+  const auto size = static_cast<std::uint64_t>(info.st_size);
+  if (size <= offset) return ReadFileResult::kOk;
+  content->resize(static_cast<std::size_t>(std::min<std::uint64_t>(size - offset, limit)));
+  return ReadAt(descriptor, offset, content);
 }
 
 bool AppendToFile(const std::string& path, std::string_view data) {

@@ -3,6 +3,7 @@
 #include <windows.h>
 
 #include <atomic>
+#include <cstring>
 
 #include "port/windows/wide_path.h"
 
@@ -150,6 +151,45 @@ ReadFileResult ReadFilePart(const std::string& path, std::uint64_t offset, std::
   }
   content->resize(used);
   return ReadFileResult::kOk;
+}
+
+ReadFileResult ReadHandlePart(void* file, std::uint64_t offset, std::size_t limit, std::string* content) {
+  // Unbuffered files are read in whole pages, into memory that begins at one.
+  constexpr std::uint64_t kPage = 4096;
+  content->clear();
+  LARGE_INTEGER size;
+  if (GetFileType(file) != FILE_TYPE_DISK || !GetFileSizeEx(file, &size)) return ReadFileResult::kUnreadable;
+  const auto end = static_cast<std::uint64_t>(size.QuadPart);
+  if (end <= offset || limit == 0) return ReadFileResult::kOk;
+  const std::uint64_t wanted = end - offset < limit ? end - offset : limit;
+  const std::uint64_t begin = offset / kPage * kPage;
+  const std::uint64_t span = (offset + wanted - begin + kPage - 1) / kPage * kPage;
+  if (span > kMaxPiece) return ReadFileResult::kTooLarge;
+  content->resize(static_cast<std::size_t>(wanted));  // first, as it may throw
+  std::size_t used = 0;
+  const CHandle ready(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+  void* const pages = VirtualAlloc(nullptr, static_cast<SIZE_T>(span), MEM_COMMIT | MEM_RESERVE, PAGE_READWRITE);
+  ReadFileResult result = ReadFileResult::kUnreadable;
+  if (ready.Get() != nullptr && pages != nullptr) {
+    OVERLAPPED position{};
+    position.Offset = static_cast<DWORD>(begin);
+    position.OffsetHigh = static_cast<DWORD>(begin >> 32);
+    // With the lowest bit set, a completion port that the file may belong to hears nothing of this.
+    position.hEvent = reinterpret_cast<HANDLE>(reinterpret_cast<ULONG_PTR>(ready.Get()) | 1);
+    DWORD got = 0;
+    const bool started =
+        ReadFile(file, pages, static_cast<DWORD>(span), nullptr, &position) || GetLastError() == ERROR_IO_PENDING;
+    const bool finished = started && GetOverlappedResult(file, &position, &got, TRUE);
+    if (finished || GetLastError() == ERROR_HANDLE_EOF) {
+      const std::uint64_t skipped = offset - begin;
+      if (got > skipped) used = static_cast<std::size_t>(got - skipped < wanted ? got - skipped : wanted);
+      if (used != 0) std::memcpy(content->data(), static_cast<const char*>(pages) + skipped, used);
+      result = ReadFileResult::kOk;
+    }
+  }
+  if (pages != nullptr) VirtualFree(pages, 0, MEM_RELEASE);
+  content->resize(used);
+  return result;
 }
 
 bool AppendToFile(const std::string& path, std::string_view data) {

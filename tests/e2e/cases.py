@@ -3,7 +3,7 @@
 import pathlib
 import re
 
-EXPECTATIONS = {"pass", "sql-get", "sql-post", "sql-header", "xss-get", "xss-post", "xss-header", "upload"}
+EXPECTATIONS = {"pass", "sql-get", "sql-post", "sql-header", "xss-get", "xss-post", "xss-header", "upload", "webshell"}
 ESCAPE = re.compile(r"\\(r|n|t|\\|x[0-9a-fA-F]{2})")
 
 

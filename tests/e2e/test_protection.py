@@ -46,7 +46,8 @@ class Protection(unittest.TestCase):
                     place = {"get": "GET", "post": "POST", "header": "Header"}[expected.split("-")[1]]
                     self.assertIn(f"{ITEM['sql']}({place})".encode(), page)
                 if blocked:
-                    self.assertEqual("upload" in expected, decision["check"] == "upload", decision)
+                    for check in ("upload", "webshell"):
+                        self.assertEqual(expected == check, decision["check"] == check, decision)
                     note = re.search(rb"Remark: (.*?)<br>", page)[1].decode()
                     self.assertEqual(decision["item"], note)
 

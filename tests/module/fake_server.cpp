@@ -104,8 +104,23 @@ iis::DWORD CFakeRequest::GetRemainingEntityBytes() {
 void CFakeResponse::Rebuild() {
   raw_.Headers.UnknownHeaderCount = static_cast<iis::USHORT>(headers_.size());
   raw_.Headers.pUnknownHeaders = headers_.empty() ? nullptr : headers_.data();
+  raw_.EntityChunkCount = static_cast<iis::USHORT>(chunks_.size());
+  raw_.pEntityChunks = chunks_.empty() ? nullptr : chunks_.data();
   // The server keeps these three as unknown headers; their known slots are there but empty.
   for (const int id : {iis::HttpHeaderServer, iis::HttpHeaderSetCookie}) raw_.Headers.KnownHeaders[id] = {0, ""};
+}
+
+void CFakeResponse::AddChunk(const std::string& text) {
+  texts_.push_back(text);
+  texts_.back().shrink_to_fit();
+  iis::HTTP_DATA_CHUNK chunk{};
+  chunk.FromMemory = {texts_.back().data(), static_cast<iis::ULONG>(text.size())};
+  AddChunk(chunk);
+}
+
+void CFakeResponse::AddChunk(const iis::HTTP_DATA_CHUNK& chunk) {
+  chunks_.push_back(chunk);
+  Rebuild();
 }
 
 void CFakeResponse::Add(const std::string& name, const std::string& value) {
@@ -182,6 +197,7 @@ iis::VOID CFakeResponse::Clear() {
   headers_.clear();
   known.clear();
   body.clear();
+  chunks_.clear();
   status = 200;
   Rebuild();
 }

@@ -91,6 +91,9 @@ class CFakeResponse final : public stubs::UnexpectedHttpResponse {
   /// All values of a header, in order, read from the raw response as it would go on the wire.
   std::vector<std::string> Values(const std::string& name) const;
   void Add(const std::string& name, const std::string& value);
+  /// What the application has written, kept in the raw response: a piece in memory, or any other chunk.
+  void AddChunk(const std::string& text);
+  void AddChunk(const iis::HTTP_DATA_CHUNK& chunk);
 
   bool has_raw = true;
   std::uint16_t status = 200;
@@ -125,6 +128,7 @@ class CFakeResponse final : public stubs::UnexpectedHttpResponse {
   void Rebuild();
   std::deque<std::string> texts_;  ///< names and values that raw headers point to
   std::vector<iis::HTTP_UNKNOWN_HEADER> headers_;
+  std::vector<iis::HTTP_DATA_CHUNK> chunks_;
   iis::HTTP_RESPONSE raw_{};
 };
 

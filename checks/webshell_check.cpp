@@ -1,0 +1,162 @@
+// Each place is searched as a whole for anything that could be code, in the form the facts hold it in. Only if there is
+// any, its values are decoded one by one and judged:
+//   - code without a page around it, by itself (engines/code_fragment.h);
+//   - a script ("<?", "<%"), and code that names the request ("$_"), by the detectors of webshell files.
+// Values in base64 cannot be seen in the whole text: what looks like one is decoded, a few KiB of it.
+#include "checks/webshell_check.h"
+
+#include <string>
+#include <string_view>
+
+#include "checks/request_values.h"
+#include "checks/webshell_finding.h"
+#include "common/char_set.h"
+#include "common/text.h"
+#include "config/website_config.h"
+#include "engines/code_fragment.h"
+#include "engines/virus_rule.h"
+#include "engines/webshell_scan.h"
+
+namespace qiv {
+namespace {
+
+// The detectors of files take up to a microsecond a byte: all texts of one request together are analysed up to the
+// longest that is scanned at all. Fragments are looked for at a fraction of that cost.
+constexpr std::size_t kScannedBytes = CQivLibs::kLongestText;
+constexpr std::size_t kFragmentBytes = 8 * CQivLibs::kLongestText;
+constexpr std::size_t kLongestFragment = 64 * 1024;  // clients send some KiB; judged as if it stood in a page
+constexpr std::size_t kEncodedBytes = 8 * 1024;      // of a value in base64, enough for where its script begins
+constexpr std::size_t kEncodedScript = 256 * 1024;   // of one that begins like a script
+
+/// Whether a value begins like base64, "%2B", "%2F" and "%3D" in it: a look at a few bytes.
+bool BeginsEncoded(std::string_view raw) {
+  constexpr std::size_t kLooked = 32;
+  if (raw.size() < kLooked) return false;
+  for (std::size_t i = 0; i < kLooked; ++i) {
+    if (IsWordByte(raw[i]) || raw[i] == '+' || raw[i] == '/' || raw[i] == '-') continue;
+    if (raw[i] != '%' || i + 2 >= raw.size()) return false;
+    const std::string code = CCharSet::LowerBytes(raw.substr(i + 1, 2));
+    if (code != "2b" && code != "2f" && code != "3d") return false;
+    i += 2;
+  }
+  return true;
+}
+
+class CWebshellRun {
+ public:
+  CWebshellRun(RequestFacts& facts, CheckResult& result)
+      : facts_(facts), result_(result), site_(*facts.config), libs_(*facts.webshells) {}
+
+  void Run() {
+    const BaseSettings& base = site_.base;
+    const ValueVisitor visit = [this](const RequestValue& value) { return !Judge(value); };
+    if (base.trojan_get != 0 && !facts_.query.empty()) {
+      place_ = "GET";
+      hints_ = CodeHints(facts_.query);
+      if (!ForEachQueryValue(facts_, visit)) return;
+    }
+    if (base.trojan_post && !facts_.raw_body.empty()) {
+      place_ = "POST";
+      const BodyForm form = BodyFormOf(facts_);
+      direct_ = form == BodyForm::kRaw;
+      hints_ = CodeHints(facts_.body);
+      // Words can be written in escapes.
+      const bool escaped = form == BodyForm::kJson && facts_.body.View().find("\\u00") != std::string_view::npos;
+      if (escaped) hints_ |= kHintCall;
+      if (!ForEachBodyValue(facts_, visit)) return;
+    }
+    if (base.trojan_header != 0) {
+      place_ = "Header";
+      direct_ = true;
+      hints_ = kHintCall;  // too short to be looked at twice
+      ForEachHeaderValue(facts_, visit);
+    }
+  }
+
+ private:
+  /// True when the request was blocked.
+  bool Judge(const RequestValue& value) {
+    if (JudgeEncoded(value)) return true;
+    return hints_ != 0 && JudgeText(value, value.Decoded(&room_));
+  }
+
+  bool JudgeText(const RequestValue& value, std::string_view text) {
+    const std::uint32_t hints = CodeHints(text);
+    if (hints == 0) return false;
+    WebshellResult found;
+    const bool strict = site_.base.trojan_strict_mode != 0;
+    if (Spend(text.size(), &fragment_budget_)) {
+      const FragmentStrength strength = AnalyseFragment(text, site_.language, &found);
+      // Nobody runs a command from a query, a header or a body that is no form; in a form people edit pages.
+      const bool planted = (hints & kHintPhpTag) != 0 && direct_;
+      const bool counts =
+          strength == FragmentStrength::kStrong || (strength == FragmentStrength::kWeak && (strict || planted));
+      if (counts && !libs_.Library().Find(BlankFreeLower(text), text.size()).known_good) return Block(value, found);
+    }
+    return Scan(text, hints, &found) && (strict || !found.suspicious) && Block(value, found);
+  }
+
+  /// By the detectors of files.
+  bool Scan(std::string_view text, std::uint32_t hints, WebshellResult* found) {
+    if ((hints & (kHintPhpTag | kHintPageTag)) != 0) {
+      return Spend(text.size(), &scan_budget_) && libs_.WebshellScan(text, found);
+    }
+    if ((hints & kHintSource) == 0 || text.size() > kLongestFragment || !Spend(text.size(), &scan_budget_))
+      return false;
+    std::string page = "<?php ";
+    page += text;
+    page += ';';
+    return libs_.WebshellScan(std::string_view(page), found);
+  }
+
+  bool JudgeEncoded(const RequestValue& value) {
+    if (!BeginsEncoded(value.raw)) return false;
+    std::string room;
+    std::string plain = DecodeEncodedText(value.Decoded(&room, kEncodedBytes), kEncodedBytes);
+    const std::uint32_t hints = plain.empty() ? 0 : CodeHints(plain);
+    if (hints == 0) return false;
+    WebshellResult found;
+    if ((hints & (kHintPhpTag | kHintPageTag)) == 0) {
+      return Spend(plain.size(), &fragment_budget_) &&
+             AnalyseFragment(plain, site_.language, &found) == FragmentStrength::kStrong && Block(value, found);
+    }
+    plain = DecodeEncodedText(value.Decoded(&room, kEncodedScript), kEncodedScript);
+    const bool strict = site_.base.trojan_strict_mode != 0;
+    return Scan(plain, hints, &found) && (strict || !found.suspicious) && Block(value, found);
+  }
+
+  static bool Spend(std::size_t bytes, std::size_t* budget) {
+    if (bytes > *budget) return false;
+    *budget -= bytes;
+    return true;
+  }
+
+  bool Block(const RequestValue& value, const WebshellResult& found) {
+    std::string room;
+    WebshellPlace place;
+    place.place = place_;
+    place.name = RequestValue{{}, value.name, value.encoding}.Decoded(&room);
+    BlockWebshell(place, found, facts_, result_);
+    return true;
+  }
+
+  RequestFacts& facts_;
+  CheckResult& result_;
+  const WebsiteConfig& site_;
+  const CQivLibs& libs_;
+  std::string_view place_;
+  std::uint32_t hints_ = 0;  // of the place as a whole
+  bool direct_ = true;       // nobody edits pages there
+  std::size_t scan_budget_ = kScannedBytes;
+  std::size_t fragment_budget_ = kFragmentBytes;
+  std::string room_;
+};
+
+}  // namespace
+
+void WebshellCheck(RequestFacts& facts, CheckResult& result) {
+  if (facts.config->base.trojan == 0 || !facts.webshells) return;
+  CWebshellRun(facts, result).Run();
+}
+
+}  // namespace qiv

@@ -1,0 +1,38 @@
+#include "checks/webshell_output_check.h"
+
+#include "checks/webshell_finding.h"
+#include "config/website_config.h"
+#include "engines/code_fragment.h"
+#include "engines/webshell_output.h"
+#include "engines/webshell_scan.h"
+
+namespace qiv {
+namespace {
+
+// The detectors of files take up to a microsecond a byte, and a site may show source on purpose, on every request.
+constexpr std::size_t kScannedSource = 64 * 1024;
+
+}  // namespace
+
+void WebshellOutputCheck(RequestFacts& facts, CheckResult& result) {
+  const WebsiteConfig& site = *facts.config;
+  const std::string_view text = facts.response_body;
+  if (site.base.trojan == 0 || site.base.trojan_webout == 0 || !facts.webshells || text.empty()) return;
+
+  WebshellPlace place;
+  place.place = "Response";
+  place.statistics = kWebshellOutputStatistics;
+  WebshellResult found;
+  if (IsWebshellOutput(text, site.language, &found)) {
+    BlockWebshell(place, found, facts, result);
+    return;
+  }
+  if ((CodeHints(text) & (kHintPhpTag | kHintPageTag)) == 0) return;
+  const bool strict = site.base.trojan_strict_mode != 0;
+  if (facts.webshells->WebshellScan(text.substr(0, kScannedSource), &found) && (strict || !found.suspicious)) {
+    place.name = Message(site.language, MessageId::kScriptSource);
+    BlockWebshell(place, found, facts, result);
+  }
+}
+
+}  // namespace qiv
