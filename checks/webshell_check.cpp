@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 
+#include "checks/file_content.h"
 #include "checks/request_values.h"
 #include "checks/webshell_finding.h"
 #include "common/char_set.h"
@@ -88,7 +89,7 @@ class CWebshellRun {
     if (Spend(text.size(), &fragment_budget_)) {
       const FragmentStrength strength = AnalyseFragment(text, site_.language, &found);
       // Nobody runs a command from a query, a header or a body that is no form; in a form people edit pages.
-      const bool planted = (hints & kHintPhpTag) != 0 && direct_;
+      const bool planted = (hints & kHintPhpTag) != 0 && direct_ && FindScript(text) != std::string_view::npos;
       const bool counts =
           strength == FragmentStrength::kStrong || (strength == FragmentStrength::kWeak && (strict || planted));
       if (counts && !libs_.Library().Find(BlankFreeLower(text), text.size()).known_good) return Block(value, found);
@@ -99,10 +100,12 @@ class CWebshellRun {
   /// By the detectors of files.
   bool Scan(std::string_view text, std::uint32_t hints, WebshellResult* found) {
     if ((hints & (kHintPhpTag | kHintPageTag)) != 0) {
-      return Spend(text.size(), &scan_budget_) && libs_.WebshellScan(text, found);
+      // In packed or random bytes the marks stand by chance.
+      return FindScript(text) != std::string_view::npos && Spend(text.size(), &scan_budget_) &&
+             libs_.WebshellScan(text, found);
     }
-    if ((hints & kHintSource) == 0 || text.size() > kLongestFragment || !Spend(text.size(), &scan_budget_))
-      return false;
+    const bool worth = (hints & kHintSource) != 0 && text.size() <= kLongestFragment;
+    if (!worth || text.find('\0') != std::string_view::npos || !Spend(text.size(), &scan_budget_)) return false;
     std::string page = "<?php ";
     page += text;
     page += ';';

@@ -1,8 +1,8 @@
 #include "checks/webshell_output_check.h"
 
+#include "checks/file_content.h"
 #include "checks/webshell_finding.h"
 #include "config/website_config.h"
-#include "engines/code_fragment.h"
 #include "engines/webshell_output.h"
 #include "engines/webshell_scan.h"
 
@@ -27,7 +27,7 @@ void WebshellOutputCheck(RequestFacts& facts, CheckResult& result) {
     BlockWebshell(place, found, facts, result);
     return;
   }
-  if ((CodeHints(text) & (kHintPhpTag | kHintPageTag)) == 0) return;
+  if (FindScript(text) == std::string_view::npos) return;
   const bool strict = site.base.trojan_strict_mode != 0;
   if (facts.webshells->WebshellScan(text.substr(0, kScannedSource), &found) && (strict || !found.suspicious)) {
     place.name = Message(site.language, MessageId::kScriptSource);

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <random>
+
 #include "common/text.h"
 #include "engines/code_fragment.h"
 #include "engines/webshell_scan.h"
@@ -192,6 +194,19 @@ TEST_F(WebshellCheckTest, LooksOnlyWhereItIsSwitchedOn) {
   site_->base.trojan = 1;
   facts_.webshells = nullptr;
   EXPECT_EQ(places(), "") << "nothing to look with";
+}
+
+TEST_F(WebshellCheckTest, MarksStandInPackedBytesByChance) {
+  std::mt19937 random(1);
+  site_->base.trojan_strict_mode = 1;
+  for (int round = 0; round < 20; ++round) {
+    std::string bytes(round % 2 == 0 ? 100'000 : 60'000, '\0');
+    for (char& byte : bytes) byte = static_cast<char>(random());
+    bytes.replace(5000, 2, round % 3 == 0 ? "<%" : "<?");
+    bytes.replace(9000, 2, "$_");
+    Body("application/octet-stream", bytes);
+    EXPECT_EQ(Run(), "");
+  }
 }
 
 TEST_F(WebshellCheckTest, FilesAreTheUploadChecks) {
