@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdint>
 #include <initializer_list>
+#include <string>
 
 #include "common/text.h"
 
@@ -126,11 +127,50 @@ constexpr bool IsText(char c) { return (c >= ' ' && c <= '~') || c == '\t' || c 
 constexpr std::size_t kScriptRun = 20;
 constexpr std::size_t kClosedRun = 5;
 constexpr std::size_t kWordRun = 6;
-constexpr std::size_t kWordsWithin = 64;  // bytes behind the mark in which such a word is looked for
+constexpr std::size_t kLongestWord = 8;  // of kWords
 
 constexpr std::string_view kWords[] = {"eval",     "exec",    "request", "assert",   "system",
                                        "passthru", "include", "require", "response", "server.",
                                        "$_get",    "$_post",  "$_req",   "$_cook",   "$_serv"};
+
+// Searches for one word from growing positions: each byte is passed once. From a smaller one, a short way.
+class CAhead {
+ public:
+  CAhead(std::string_view text, std::string_view lower) : text_(text), lower_(lower) {}
+  std::size_t Find(std::size_t from) {
+    constexpr std::size_t kShortWay = 1024;
+    if (from < from_) return FindNoCase(text_.substr(0, from + kShortWay), lower_, from);
+    if (!searched_ || (at_ != kNone && at_ < from)) at_ = FindNoCase(text_, lower_, from);
+    from_ = from;
+    searched_ = true;
+    return at_;
+  }
+
+ private:
+  std::string_view text_;
+  std::string_view lower_;
+  std::size_t from_ = 0;
+  std::size_t at_ = 0;
+  bool searched_ = false;
+};
+
+// Comments in front of a script, which may hold any bytes: where it goes on. `at`: behind "<?" or "<%". Who writes more
+// than kMostComments means them to hide it: they count as script.
+constexpr int kMostComments = 8;
+
+std::size_t SkipComments(std::string_view text, std::size_t at, CAhead* comment_end, CAhead* line_end) {
+  for (int comment = 0;; ++comment) {
+    std::size_t begin = std::min(text.find_first_not_of("=@ \t\r\n", at), text.size());
+    const bool block = text.compare(begin, 2, "/*") == 0;
+    const bool line =
+        text.compare(begin, 2, "//") == 0 || text.compare(begin, 1, "#") == 0 || text.compare(begin, 1, "'") == 0;
+    if (!block && !line) return at;
+    if (comment == kMostComments) return kNone;
+    begin = block ? comment_end->Find(begin + 2) : line_end->Find(begin);
+    if (begin == kNone) return text.size();
+    at = begin + (block ? 2 : 1);
+  }
+}
 
 // What stands behind "<?" or "<%"; `mark` and ">" close it.
 bool IsScriptBody(std::string_view body, char mark) {
@@ -142,30 +182,44 @@ bool IsScriptBody(std::string_view body, char mark) {
   if (run >= kScriptRun) return true;
   if (run < kWordRun) return false;
   if (run == body.size()) return true;  // text to the end of the file
-  const std::string_view front = body.substr(0, kWordsWithin);
+  const std::string_view front = body.substr(0, run + kLongestWord);
   return std::any_of(std::begin(kWords), std::end(kWords), [&](std::string_view word) {
     const std::size_t at = FindNoCase(front, word);
     return at != kNone && at < run;
   });
 }
 
-bool IsPhp(std::string_view behind) {
-  if (BeginsNoCase(behind, "php"))
-    return behind.size() == 3 || IsSpace(behind[3]) || IsScriptBody(behind.substr(3), '?');
-  for (const std::string_view markup : {"xml", "xpacket", "adobe-", "mso-", "aid ", "import"}) {
-    if (BeginsNoCase(behind, markup)) return false;
-  }
-  return IsScriptBody(behind, '?');
+// "<?xml version=", "<?xml-stylesheet type=", "<?xml:namespace prefix =": two words and "=" are no PHP.
+bool IsMarkup(std::string_view behind) {
+  constexpr std::string_view kMarkup[] = {"xml:namespace", "xml", "xpacket", "adobe-", "mso-", "aid", "import"};
+  const auto* const markup = std::find_if(std::begin(kMarkup), std::end(kMarkup),
+                                          [&](std::string_view name) { return BeginsNoCase(behind, name); });
+  if (markup == std::end(kMarkup)) return false;
+  std::size_t at = markup->size();
+  const auto skip_word = [&] {
+    const std::size_t begin = at;
+    while (at < behind.size() && (IsWordByte(behind[at]) || behind[at] == '-')) ++at;
+    return at != begin;
+  };
+  const auto skip_blanks = [&] {
+    const std::size_t begin = at;
+    while (at < behind.size() && IsSpace(behind[at])) ++at;
+    return at != begin;
+  };
+  skip_word();
+  if (!skip_blanks() || !skip_word()) return false;
+  skip_blanks();
+  return at < behind.size() && behind[at] == '=';
 }
 
-// "<script ...>" that runs on the server.
-bool IsServerTag(std::string_view behind) {
-  constexpr std::size_t kLongestTag = 512;
-  if (!BeginsNoCase(behind, "script")) return false;
-  const std::string_view tag = behind.substr(0, std::min(behind.find('>'), kLongestTag));
-  if (FindNoCase(tag, "runat") != kNone) return true;
-  const std::size_t language = FindNoCase(tag, "language");
-  return language != kNone && FindNoCase(tag, "php", language) != kNone;
+// "<script language=php>"; `behind`: what follows "<script".
+bool IsPhpTag(std::string_view behind) {
+  for (const std::string_view word : {"language", "=", "php"}) {
+    behind.remove_prefix(std::min(behind.find_first_not_of(" \t\r\n\"'"), behind.size()));
+    if (!BeginsNoCase(behind, word)) return false;
+    behind.remove_prefix(word.size());
+  }
+  return true;
 }
 
 bool IsServerInclude(std::string_view behind) {
@@ -210,18 +264,32 @@ bool IsExecutable(std::string_view content) {
 }
 
 std::size_t FindScript(std::string_view content, std::size_t from) {
+  // By chance the marks occur in binary files alone.
+  const bool text = content.find('\0') == kNone;
+  CAhead comment_end(content, "*/");
+  CAhead line_end(content, "\n");
+  CAhead runat(content, "runat");
+  const auto is_script = [&](std::size_t at, char mark) {
+    if (text) return at < content.size();
+    const std::size_t body = SkipComments(content, at, &comment_end, &line_end);
+    return body == kNone || IsScriptBody(content.substr(body), mark);
+  };
   for (std::size_t at = content.find('<', from); at != kNone; at = content.find('<', at + 1)) {
     const std::string_view behind = content.substr(std::min(at + 2, content.size()));
     switch (Byte(content, at + 1)) {
       case '?':
-        if (IsPhp(behind)) return at;
+        if (BeginsNoCase(behind, "php")) {
+          if (behind.size() == 3 || IsSpace(behind[3]) || is_script(at + 5, '?')) return at;
+        } else if (!IsMarkup(behind) && is_script(at + 2, '?')) {
+          return at;
+        }
         break;
       case '%':
-        if (IsScriptBody(behind, '%')) return at;
+        if (is_script(at + 2, '%')) return at;
         break;
       case 's':
-      case 'S':
-        if (IsServerTag(content.substr(at + 1))) return at;
+      case 'S':  // an attribute's text may hold ">": where the tag ends is not looked at
+        if (BeginsNoCase(behind, "cript") && (IsPhpTag(behind.substr(5)) || runat.Find(at) != kNone)) return at;
         break;
       case '!':
         if (IsServerInclude(content.substr(at + 1))) return at;
@@ -234,8 +302,15 @@ std::size_t FindScript(std::string_view content, std::size_t from) {
 }
 
 bool SwitchesOnScripts(std::string_view base, std::string_view content) {
-  constexpr std::size_t kLongestConfig = 256 * 1024;
+  constexpr std::size_t kLongestConfig = 512 * 1024;
   content = content.substr(0, kLongestConfig);
+  std::string narrow;
+  if (content.find('\0') != kNone) {  // UTF-16
+    narrow = content;
+    narrow.erase(std::remove(narrow.begin(), narrow.end(), '\0'), narrow.end());
+    content = narrow;
+  }
+  base = base.substr(0, base.find_last_not_of(". \t") + 1);  // as Windows stores it
   const auto holds = [&](std::initializer_list<std::string_view> words) {
     return std::any_of(words.begin(), words.end(),
                        [&](std::string_view word) { return FindNoCase(content, word) != kNone; });

@@ -8,6 +8,7 @@
 #include "checks/upload_check.h"
 
 #include <algorithm>
+#include <iterator>
 #include <string>
 #include <string_view>
 
@@ -67,10 +68,16 @@ std::string DecodeQuotedPrintable(std::string_view text) {
   return decoded;
 }
 
-// Whether a text in UTF-16, which its first bytes say, may hold a script.
-bool HoldsWideScript(std::string_view content) {
-  if (!content.starts_with("\xFF\xFE") && !content.starts_with("\xFE\xFF")) return false;
-  return content.find(std::string_view("<\0?", 3)) != kNone || content.find(std::string_view("<\0%", 3)) != kNone;
+constexpr std::string_view kUtf32Little("\xFF\xFE\0\0", 4);
+constexpr std::string_view kUtf32Big("\0\0\xFE\xFF", 4);
+
+// The ASCII bytes of a text in UTF-16 or UTF-32, which its first bytes say; empty for other content.
+std::string AsciiOfWide(std::string_view content) {
+  std::string ascii;
+  if (!content.starts_with("\xFF\xFE") && !content.starts_with("\xFE\xFF") && !content.starts_with(kUtf32Big))
+    return ascii;
+  std::copy_if(content.begin(), content.end(), std::back_inserter(ascii), [](char c) { return c > '\0' && c <= '~'; });
+  return ascii;
 }
 
 bool IsDeclaredImage(std::string_view content_type) {
@@ -124,9 +131,11 @@ class CUploadRun {
     item.image_name = IsDeclaredImage(part.head.content_type) && part.head.has_file_name;
     for (std::size_t i = 0; i < part.head.file_name_count; ++i) {
       item.file_name = part.head.file_names[i];
-      if (CheckName(&item, part.content)) return true;
+      if (CheckName(&item, part.text)) return true;
     }
     if (CheckContent(item, part.content)) return true;
+    // Some parsers end the headers at a line that begins with NUL, or that is longer than their buffer.
+    if (FindScript(part.head_text) != kNone && CheckContent(item, part.text)) return true;
     if (part.late_content.size() != part.content.size() && CheckContent(item, part.late_content)) return true;
     switch (part.head.encoding) {
       case PartHead::kBase64:
@@ -188,18 +197,23 @@ class CUploadRun {
   }
 
   bool CheckScript(const Item& item, std::string_view content) {
-    const std::size_t script = FindScript(content);
-    if (script == kNone && !HoldsWideScript(content)) return false;
+    std::size_t script = FindScript(content);
+    std::string ascii;
+    if (script == kNone) {
+      ascii = AsciiOfWide(content);
+      if (FindScript(ascii) == kNone) return false;
+      if (content.starts_with(kUtf32Little) || content.starts_with(kUtf32Big)) content = ascii;
+      script = 0;
+    }
     if (item.image_name || BeginsLikeImage(content)) {
-      const std::string_view found = content.substr(std::min(script, content.size()), 64);
+      const std::string_view found = content.substr(script, 64);
       return Block(item, MessageId::kUploadScriptInImage, found, kWebshellStatistics);
     }
     if (content.size() <= CQivLibs::kLongestText && content.size() <= scan_left_) return Scan(item, content);
     if (item.script_name) {
       return Block(item, MessageId::kUploadScriptTooLong, std::to_string(content.size()), kWebshellStatistics);
     }
-    const std::size_t from = script == kNone ? 0 : script;
-    return Scan(item, content.substr(from, std::min(CQivLibs::kLongestText, scan_left_)));
+    return Scan(item, content.substr(script, std::min(CQivLibs::kLongestText, scan_left_)));
   }
 
   bool Scan(const Item& item, std::string_view content) {

@@ -111,6 +111,16 @@ bool HoldsDotDot(std::string_view path) {
 // Windows stores no trailing dots and blanks.
 std::string_view WithoutTrailing(std::string_view name) { return name.substr(0, name.find_last_not_of(". \t") + 1); }
 
+// "ph>" and "<<" find a file that is there; behind "php" some conversions drop a byte that is half a character.
+bool IsDisguisedExtension(std::string_view extension) {
+  if (extension.find_first_of("<>*?|") != kNone) return true;
+  const auto* const end = std::find_if(extension.begin(), extension.end(), [](char c) {
+    return !CCharSet::IsAscii({&c, 1});
+  });
+  return end != extension.end() &&
+         IsScriptExtension(extension.substr(0, static_cast<std::size_t>(end - extension.begin())));
+}
+
 std::string_view LastExtension(std::string_view name) {
   const std::size_t dot = name.rfind('.');
   return dot == kNone ? std::string_view() : Trim(name.substr(dot + 1));
@@ -163,8 +173,10 @@ UploadName ReadUploadName(std::string_view raw) {
     raw = raw.substr(0, kLongestUploadName);
   }
   std::string whole = Folded(PercentDecode(WithoutCharset(raw)));
-  std::transform(whole.begin(), whole.end(), whole.begin(),
-                 [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c | 0x20) : c; });
+  // Windows takes '"' for a dot where it searches a file.
+  std::transform(whole.begin(), whole.end(), whole.begin(), [](char c) {
+    return c == '"' ? '.' : IsLetter(c) ? static_cast<char>(c | 0x20) : c;
+  });
 
   // Extensions are ASCII, and none of "./:" is a trail byte. A backslash may be one: then the base is cut short, which
   // leaves its end as it is.
@@ -181,7 +193,8 @@ UploadName ReadUploadName(std::string_view raw) {
   if (name.fault != NameFault::kNone) return name;
   if (HoldsDotDot(whole)) {
     name.fault = NameFault::kTraversal;
-  } else if ((trailing && IsScriptExtension(name.extension)) || name.base.find(":$") != kNone) {
+  } else if ((trailing && IsScriptExtension(name.extension)) || name.base.find(":$") != kNone ||
+             IsDisguisedExtension(name.extension)) {
     name.fault = NameFault::kDisguised;
   } else if (name.fault = InnerFault(whole, extension_at, name.extension); name.fault != NameFault::kNone) {
     return name;

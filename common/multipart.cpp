@@ -124,9 +124,19 @@ void AddFileNames(std::string_view text, PartHead* head) {
   if (text.empty()) return;
   const char quote = text.front();
   if (quote != '"' && quote != '\'') {
-    const std::string_view line = FirstLine(text);
-    AddFileName(line.substr(0, line.find(';')), head);
-    AddFileName(line.substr(0, line.find_first_of("; \t")), head);
+    const std::size_t end = std::min(text.find_first_of(";\r\n"), text.size());
+    const std::string_view value = text.substr(0, end);
+    AddFileName(value, head);
+    AddFileName(value.substr(0, value.find_first_of(" \t")), head);
+    // To some, quotes inside hold a ";", and a line without ":" goes on with the line before it.
+    if (value.find_first_of("\"'") != kNone) {
+      const std::string_view word = text.substr(0, text.find_first_of(" \t\r\n"));
+      AddFileName(word.substr(0, word.find_last_not_of(';') + 1), head);
+    }
+    const std::size_t next = end + LineEnd(text, end);
+    if (next > end && next < text.size() && !IsSpace(text[next]) && FirstLine(text.substr(next)).find(':') == kNone) {
+      AddFileName(text.substr(0, next + 1), head);
+    }
     return;
   }
   for (const auto& [escapes, lead_bytes] : {std::pair{true, true}, {true, false}, {false, false}}) {
@@ -147,8 +157,29 @@ std::size_t ValueBegin(std::string_view text, std::size_t at) {
   return at;
 }
 
+bool IsShown(char c) { return c >= ' ' && c <= '~'; }
+
+// How many "filename=" stand in the text, or in what is left of it without bytes that are not shown.
+std::size_t CountFileNames(std::string_view text, bool shown_only) {
+  constexpr std::string_view kWord = "filename=";  // its first letter stands in it once
+  std::size_t count = 0;
+  std::size_t matched = 0;
+  for (const char c : text) {
+    if (shown_only && !IsShown(c)) continue;
+    const char lower = IsLetter(c) ? static_cast<char>(c | 0x20) : c;
+    matched = lower == kWord[matched] ? matched + 1 : lower == kWord.front() ? 1 : 0;
+    if (matched < kWord.size()) continue;
+    matched = 0;
+    ++count;
+  }
+  return count;
+}
+
 PartHead ReadHead(std::string_view text) {
   PartHead head;
+  head.hidden_file_name = CountFileNames(text, true) != CountFileNames(text, false);
+  std::size_t stated = 0;
+  std::size_t name = kNone;
   constexpr std::string_view kName = "name";
   constexpr std::string_view kFile = "file";
   for (std::size_t at = FindNoCase(text, kName); at != kNone; at = FindNoCase(text, kName, at + kName.size())) {
@@ -158,12 +189,16 @@ PartHead ReadHead(std::string_view text) {
     if (file) {
       head.has_file_name = true;
       AddFileNames(text.substr(value), &head);
+      // "filename*1" goes on with a name; no form is sent with it.
+      const std::size_t digit = at + kName.size() + 1;
+      const bool goes_on = text[digit - 1] == '*' && digit < text.size() && IsDigit(text[digit]) && text[digit] != '0';
+      head.too_many_file_names = head.too_many_file_names || goes_on || ++stated > kMostFileNames;
       if (head.too_many_file_names) break;
     } else if (at == 0 || !IsWordByte(text[at - 1])) {
-      std::size_t pos = value;
-      head.name = TakeHeaderValue(text, &pos);
+      name = value;
     }
   }
+  if (name != kNone) head.name = TakeHeaderValue(text, &name);
   constexpr std::string_view kType = "content-type";
   const std::size_t type = FindNoCase(text, kType);
   if (type != kNone) {
@@ -200,7 +235,7 @@ std::string_view TakeHeaderValue(std::string_view text, std::size_t* pos) {
 
 MultipartPart ReadPart(std::string_view piece) {
   MultipartPart part;
-  part.content = part.late_content = piece;
+  part.text = part.content = part.late_content = piece;
   const std::size_t first_line_end = LineEnd(piece, 0);
   if (first_line_end != 0) {
     part.content = part.late_content = piece.substr(first_line_end);
@@ -209,18 +244,15 @@ MultipartPart ReadPart(std::string_view piece) {
   // The first blank line by each reading of line ends.
   const std::string_view front = piece.substr(0, kLongestPartHead);
   const std::size_t strict = front.find("\r\n\r\n");
-  std::size_t first = front.find("\n\n");
-  std::size_t content = first == kNone ? kNone : first + 2;
-  for (const std::string_view blank : {std::string_view("\n\r\n"), std::string_view("\r\r")}) {
+  std::size_t first = kNone;
+  std::size_t head_end = 0;
+  for (const std::string_view blank : {"\n\n", "\n\r\n", "\r\r"}) {
     const std::size_t at = front.find(blank);
     if (at >= first) continue;
+    // Who reads lines that end with a line feed reads on behind two carriage returns.
+    if (head_end == 0 || blank != "\r\r") head_end = at;
     first = at;
-    content = at + blank.size();
-  }
-  std::size_t head_end = 0;
-  if (first != kNone) {
-    part.content = part.late_content = piece.substr(content);
-    head_end = first;
+    part.content = part.late_content = piece.substr(at + blank.size());
   }
   if (strict != kNone) {
     part.late_content = piece.substr(strict + 4);
@@ -228,7 +260,7 @@ MultipartPart ReadPart(std::string_view piece) {
   }
   const bool has_head = first != kNone || strict != kNone;
   part.head_text = WithoutLineEnd(front.substr(0, has_head ? head_end : 0));
-  part.head_too_long = !has_head && piece.size() > front.size() && FindNoCase(front, "content-disposition") != kNone;
+  part.head_too_long = !has_head && piece.size() > front.size() && FindNoCase(piece, "content-disposition") != kNone;
   part.head = ReadHead(has_head ? part.head_text : front);
   return part;
 }
@@ -253,6 +285,35 @@ std::string_view GuessDelimiter(std::string_view text, std::size_t* at) {
 
 namespace {
 
+// The first line, when it stands again and headers of a part follow it: pages that take bodies apart themselves go by
+// it, whatever it and the Content-Type are. Empty when it is none.
+std::string_view FirstLineDelimiter(std::string_view body) {
+  const std::string_view line = body.substr(0, body.substr(0, kLongestBoundary).find("\r\n"));
+  if (line.empty() || line.size() > kLongestBoundary || line.find('\n') != kNone) return {};
+  const std::string_view rest = body.substr(std::min(line.size() + 2, body.size()));
+  const std::size_t head_end = rest.substr(0, kLongestPartHead).find("\r\n\r\n");
+  if (head_end == kNone || FindNoCase(rest.substr(0, head_end), "name=\"") == kNone) return {};
+  return rest.find(line, head_end) == kNone ? std::string_view() : line;
+}
+
+// Whether the headers of parts are read as ASCII: no charset is named, or one that holds ASCII.
+bool IsAsciiCharset(std::string_view content_type) {
+  constexpr std::string_view kCharset = "charset";
+  constexpr std::string_view kKnown[] = {"utf-8", "utf8",  "us-ascii", "ascii", "gb",  "big5", "iso-8859-", "iso8859",
+                                         "latin", "cp936", "windows-", "shift", "x-s", "euc-", "koi8"};
+  for (std::size_t at = FindNoCase(content_type, kCharset); at != kNone;
+       at = FindNoCase(content_type, kCharset, at + kCharset.size())) {
+    const std::string_view value = Trim(content_type.substr(at + kCharset.size()));
+    if (!value.starts_with('=')) continue;
+    const std::string_view charset = Trim(TrimBytes(Trim(value.substr(1)), "\"'"));
+    if (std::none_of(std::begin(kKnown), std::end(kKnown),
+                     [&](std::string_view known) { return BeginsNoCase(charset, known); })) {
+      return false;
+    }
+  }
+  return true;
+}
+
 // The delimiters that parsers may read out of a content type, and the one that the body itself shows.
 class CDelimiters {
  public:
@@ -267,16 +328,21 @@ class CDelimiters {
     // The body's own first line, which some parsers take whatever the type says.
     std::size_t at = 0;
     const std::string_view guess = GuessDelimiter(body.substr(0, kLongestPartHead), &at);
-    if (!guess.empty()) Add(guess.substr(2));
+    if (guess.size() > kLongestBoundary + 2) fault_ = MultipartFault::kBoundaryTooLong;
+    if (!guess.empty()) delimiters_.emplace_back(guess);
+    const std::string_view line = FirstLineDelimiter(body);
+    if (!line.empty()) delimiters_.emplace_back(line);
     std::sort(delimiters_.begin(), delimiters_.end());
     delimiters_.erase(std::unique(delimiters_.begin(), delimiters_.end()), delimiters_.end());
   }
 
   const std::vector<std::string>& List() const { return delimiters_; }
-  bool TooLong() const { return too_long_; }
+  MultipartFault Fault() const { return fault_; }
 
  private:
   void AddValue(std::string_view value) {
+    Add(value.substr(0, value.find_first_of(";,")));
+    if (value.starts_with('"')) Add(Quoted(value, 1, '"', false, false));
     value = Trim(value);
     Add(value.substr(0, value.find_first_of(";,")));
     Add(value.substr(0, value.find_first_of(" ,")));
@@ -286,17 +352,22 @@ class CDelimiters {
     Add(Quoted(value, 1, value.front(), true, false));
   }
 
+  // With and without the blanks around it: some parsers keep them.
   void Add(std::string_view boundary) {
-    boundary = Trim(boundary);
     if (boundary.size() > kLongestBoundary) {
-      too_long_ = true;
-    } else if (boundary.find_first_of("\r\n") == kNone) {
-      delimiters_.push_back("--" + std::string(boundary));
+      fault_ = MultipartFault::kBoundaryTooLong;
+      return;
+    }
+    for (const std::string_view text : {boundary, Trim(boundary)}) {
+      if (text.find_first_of("\r\n") != kNone) continue;
+      delimiters_.push_back("--" + std::string(text));
+      if (!std::all_of(text.begin(), text.end(), [](char c) { return IsShown(c) || c == '\t'; }))
+        fault_ = MultipartFault::kBoundaryBytes;
     }
   }
 
   std::vector<std::string> delimiters_;
-  bool too_long_ = false;
+  MultipartFault fault_ = MultipartFault::kNone;
 };
 
 class CPartWalk {
@@ -323,10 +394,9 @@ class CPartWalk {
 
   void WalkLevel(const Level& level) {
     const CDelimiters delimiters(level.content_type, level.body);
-    if (delimiters.TooLong()) {
-      fault_ = MultipartFault::kBoundaryTooLong;
-      return;
-    }
+    fault_ = delimiters.Fault();
+    if (fault_ == MultipartFault::kNone && !IsAsciiCharset(level.content_type)) fault_ = MultipartFault::kCharset;
+    if (fault_ != MultipartFault::kNone) return;
     bool found = false;
     for (const std::string& delimiter : delimiters.List()) {
       // The loosest reading tells which of the others differ from it.
@@ -345,7 +415,7 @@ class CPartWalk {
 
   static MultipartPart ReadWhole(std::string_view body) {
     MultipartPart part;
-    part.content = part.late_content = body;
+    part.text = part.content = part.late_content = body;
     return part;
   }
 
@@ -368,7 +438,9 @@ class CPartWalk {
   }
 
   bool Visit(const MultipartPart& part, const Level& level) {
+    if (++parts_ > kMostParts) fault_ = MultipartFault::kTooManyParts;
     if (part.head_too_long) fault_ = MultipartFault::kHeadTooLong;
+    if (part.head.hidden_file_name) fault_ = MultipartFault::kHiddenFileName;
     if (part.head.too_many_file_names) fault_ = MultipartFault::kTooManyFileNames;
     if (fault_ != MultipartFault::kNone) return false;
     stopped_ = !visit_(part);
@@ -384,6 +456,7 @@ class CPartWalk {
 
   const std::function<bool(const MultipartPart&)>& visit_;
   std::size_t budget_;
+  std::size_t parts_ = 0;
   std::vector<Level> stack_;  // at most one per part
   MultipartFault fault_ = MultipartFault::kNone;
   bool stopped_ = false;
@@ -394,7 +467,7 @@ class CPartWalk {
 bool IsMultipartBody(std::string_view content_type, std::string_view body) {
   if (FindNoCase(content_type, "multipart") != kNone || FindNoCase(content_type, "boundary") != kNone) return true;
   std::size_t at = 0;
-  return !GuessDelimiter(body.substr(0, kLongestPartHead), &at).empty();
+  return !GuessDelimiter(body.substr(0, kLongestPartHead), &at).empty() || !FirstLineDelimiter(body).empty();
 }
 
 MultipartFault ForEachPart(std::string_view content_type, std::string_view body,

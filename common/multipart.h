@@ -77,11 +77,15 @@ struct PartHead {
   std::size_t file_name_count = 0;
   bool has_file_name = false;  ///< a "filename" parameter stands there, be it empty
   bool too_many_file_names = false;
+  /// Without control and non-ASCII bytes more "filename=" stand there: some parsers join broken lines, others compare
+  /// texts without characters that are not shown.
+  bool hidden_file_name = false;
   std::string_view content_type;
   Encoding encoding = kPlain;
 };
 
 struct MultipartPart {
+  std::string_view text;  ///< headers and content
   /// All headers, without the blank line; empty when there is none.
   std::string_view head_text;
   /// What follows the first blank line in any reading; everything when there is no blank line.
@@ -89,7 +93,7 @@ struct MultipartPart {
   /// What follows the first line that is blank by CR LF alone; the same as `content` unless a part mixes line ends.
   std::string_view late_content;
   PartHead head;
-  bool head_too_long = false;  ///< it states a content disposition and no blank line within kLongestPartHead
+  bool head_too_long = false;  ///< no blank line within kLongestPartHead, and a content disposition somewhere
 };
 
 /// Splits the text of a piece into headers and content, and reads the headers.
@@ -100,13 +104,26 @@ MultipartPart ReadPart(std::string_view piece);
 std::string_view GuessDelimiter(std::string_view text, std::size_t* at);
 
 /// What keeps a body from being read in all of its readings. No ordinary client makes such a body.
-enum class MultipartFault { kNone, kBoundaryTooLong, kTooManyReadings, kTooDeep, kHeadTooLong, kTooManyFileNames };
+enum class MultipartFault {
+  kNone,
+  kBoundaryTooLong,
+  kTooManyReadings,
+  kTooDeep,
+  kHeadTooLong,
+  kTooManyFileNames,
+  kHiddenFileName,
+  kTooManyParts,
+  kBoundaryBytes,  ///< a boundary that is not ASCII: parsers replace its other bytes
+  kCharset,        ///< headers in a charset in which ASCII bytes are not ASCII characters, such as UTF-7 and EBCDIC
+};
 
 /// The longest boundary, in bytes. The standard allows 70.
 inline constexpr std::size_t kLongestBoundary = 256;
 /// Passes over bytes of the body, in multiples of its length: a body with one boundary read in one way takes one, one
 /// that nests a body in it two.
 inline constexpr std::size_t kMostPasses = 12;
+/// Parts that are handed out, over all readings; servers take a thousand of one body.
+inline constexpr std::size_t kMostParts = 100'000;
 /// Parts inside parts.
 inline constexpr int kDeepestPart = 3;
 

@@ -52,7 +52,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   std::size_t parts = 0;
   std::size_t bytes = 0;
   const qiv::MultipartFault fault = qiv::ForEachPart(type, body, [&](const qiv::MultipartPart& part) {
-    Require(Inside(part.head_text, body) && Inside(part.content, body) && Inside(part.late_content, body));
+    Require(Inside(part.text, body) && Inside(part.head_text, body) && Inside(part.content, body) &&
+            Inside(part.late_content, body));
     Require(Inside(part.head.name, body) && Inside(part.head.content_type, body));
     for (std::size_t i = 0; i < part.head.file_name_count; ++i) {
       Require(!part.head.file_names[i].empty() && Inside(part.head.file_names[i], body));
@@ -62,7 +63,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     return true;
   });
   Require(bytes <= (qiv::kMostPasses + 1) * (size + 1024));
-  if (fault == qiv::MultipartFault::kNone && !body.empty() && body.find("--") == std::string_view::npos) {
+  const bool delimited = body.find("--") != std::string_view::npos ||
+                         (body.find("\r\n") != std::string_view::npos && body.find('=') != std::string_view::npos);
+  if (fault == qiv::MultipartFault::kNone && !body.empty() && !delimited) {
     Require(parts == 1);  // without a delimiter the body is one part
   }
   CheckUpload(type, body);

@@ -54,6 +54,9 @@ TEST(UploadName, ReadsWhatServersRead) {
       {"x.php\0.jpg"s, "jpg", kDisguised},
       {"x.php.", "php", kDisguised},
       {"x.php. .", "php", kDisguised},
+      {"x.ph>", "ph>", kDisguised},
+      {"x\"php", "php", kNone},
+      {"x.php\xD6", "php\xD6", kDisguised},
       {"x.asp::$DATA", "asp", kDisguised},
       {"x.txt::$DATA", "txt::$data", kDisguised},
       {"x.asp:.jpg", "asp", kDisguised},
@@ -137,12 +140,15 @@ TEST(FileContent, FindsScriptText) {
   for (const std::string& script :
        {"\xFF<?php echo 1;"s, "<?PHP\n"s, "<?=`$_GET[1]`?>"s, "<?=$_GET[1]\xFF"s, "<? eval($x)\xFF"s,
         "<%eval request(1)%>"s, "<%@ Page Language=\"C#\" %>"s, "<% Execute(\xB0\xA1"s, "<script runat=\"server\">"s,
-        "<SCRIPT language = PHP >"s, "<!--#exec cmd=\"x\" -->"s, "<?@$a($b)?>"s, "\xFF<?$a=$b;"s}) {
+        "<SCRIPT language = PHP >"s, "<script a=\">\" "s + std::string(999, ' ') + "runat=server>", "<?xml:eval(1);"s,
+        "<?xml and eval(1);"s, "\0<?=/*\xFF*/ //\xFF\neval($x);\xFF"s, "<%'\xD6\xD0\r\neval x"s,
+        "<!--#exec cmd=\"x\" -->"s, "<?@$a($b)?>"s, "\xFF<?$a=$b;"s}) {
     EXPECT_NE(FindScript(script), std::string_view::npos) << script;
   }
   for (const std::string& other :
-       {"<?xml version=\"1.0\" encoding=\"utf-8\"?>"s, "<?xpacket begin=\"\" id=\"W5M0MpCehiHzreSzNTczkc9d\"?>"s,
-        "a <% b"s, "<?\x80 \x90 text text"s, "<script>alert(1)</script>"s, "<?phpx\x80"s, "1 <? 2"s, "<%"s, "<?"s, "<"s,
+       {"<?xml version=\"1.0\" encoding=\"utf-8\"?>"s, "<?xml:namespace prefix = o ns=\"a\" />"s,
+        "<?xpacket begin=\"\" id=\"W5M0MpCehiHzreSzNTczkc9d\"?>"s, "\0a <% b"s, "\0<?\x80 \x90 text text"s,
+        "<script>alert(1)</script>"s, "\0<?phpx\x80"s, "\0<? 2"s, "\0<?/*\xFF"s, "<%"s, "<?"s, "<"s,
         "<?mso-application progid=\"Excel.Sheet\"?>"s}) {
     EXPECT_EQ(FindScript(other), std::string_view::npos) << other;
   }
@@ -232,7 +238,12 @@ TEST_F(UploadCheckTest, JudgesFilesByNameAndContent) {
       {".htaccess", "Options -Indexes", ""},
       {"web.config", "<configuration><system.webServer><handlers accessPolicy=\"Script\"/>",
        "File that turns on scripts"},
-      {".user.ini", "auto_prepend_file=a.jpg", "File that turns on scripts"},
+      {".user.ini.", "auto_prepend_file=a.jpg", "File that turns on scripts"},
+      {"web.config", "<\0h\0a\0n\0d\0l\0e\0r\0s\0"s, "File that turns on scripts"},
+      {"a.asp",
+       "\0\0\xFE\xFF\0\0\0<\0\0\0%\0\0\0e\0\0\0v\0\0\0a\0\0\0l\0\0\0 \0\0\0r\0\0\0e\0\0\0q\0\0\0u\0\0\0e\0\0\0s\0\0\0t"
+       "\0\0\0(\0\0\0001\0\0\0)\0\0\0%\0\0\0>"s,
+       "ASP backdoor"},
   };
   for (const Case& item : cases)
     EXPECT_EQ(CheckFile(item.name, item.content), item.finding) << item.name << item.content;
@@ -244,6 +255,7 @@ TEST_F(UploadCheckTest, JudgesWhateverAPartCallsItself) {
       {"name=text", "an ordinary text, 5 < 6 and <% some signs", ""},
       {"name=text", "MZ", ""},
       {"name=text", kShell, "Backdoor"},
+      {"name=text\r\n\0\r\n"s + kShell, "", "Backdoor"},
       {"name=text", kProgram, "Executable file"},
       {"name=text", "data:image/png;base64," + base64, "Not an image"},
       {"name=text\r\nContent-Transfer-Encoding: base64", base64, "Backdoor"},

@@ -84,15 +84,21 @@ TEST(Multipart, HandsOutEveryReading) {
       {kType, "--b1\r\nH filename=\"x\"\r\n\r\nA--b1\r\nB\r\n--b1--", "A--b1\r\nB", nullptr},
       {"multipart/form-data; boundary=no", "--own\r\nContent-Type: a/b\r\nH filename=\"x\"\r\n\r\nA\r\n--own--", "A",
        "x"},
+      {"multipart/form-data; boundary= b 1", "-- b\r\nX: y\r\nH filename=\"x\"\r\n\r\nA\r\n-- b--", "A", "x"},
+      {"multipart/form-data; boundary=\" b\"", "-- b\r\nX: y\r\nH filename=\"x\"\r\n\r\nA\r\n-- b--", "A", "x"},
+      {"text/plain", "QQ\r\nsome name=\"f\"; filename=\"x\"\r\n\r\nA\r\nQQ--", "A", "x"},
       {"multipart/form-data; boundary=", "--\r\nH filename=\"x\"\r\n\r\nA\r\n----", "A", "x"},
       // Ends of the headers.
       {kType, "--b1\r\nH name=a\n\nX\r\n\r\nMZ\r\n--b1--", "MZ", nullptr},
       {kType, "--b1\r\nH name=\"a\r\r\"; filename=\"x\"\r\n\r\nA\r\n--b1--", "A", "x"},
+      {kType, "--b1\nX: a\r\rb\nH filename=\"x\"\n\nA\n--b1--", "A", "x"},
       {kType, "--b1\r\n\r\nno headers\r\n--b1--", "no headers", nullptr},
       // File names.
       {kType, "--b1\r\nH filename=x y;\r\n\r\n--b1--", nullptr, "x y"},
       {kType, "--b1\r\nH filename=x y;\r\n\r\n--b1--", nullptr, "x"},
       {kType, "--b1\r\nH filename='x'\r\n\r\n--b1--", nullptr, "x"},
+      {kType, "--b1\r\nH filename=a';'x; b\r\n\r\n--b1--", nullptr, "a';'x"},
+      {kType, "--b1\r\nH filename=a\r\nx\r\n\r\n--b1--", nullptr, "a\r\nx"},
       {kType, "--b1\r\nH FileName = \"x\"\r\n\r\n--b1--", nullptr, "x"},
       {kType, "--b1\r\nH filename=\"a.jpg\"; filename=\"x\"\r\n\r\n--b1--", nullptr, "x"},
       {kType, "--b1\r\nH filename=\"x\"; filename=\"a.jpg\"\r\n\r\n--b1--", nullptr, "x"},
@@ -158,10 +164,19 @@ TEST(Multipart, KeepsItsLimits) {
       {type, nested, MultipartFault::kTooDeep},
       {readings, std::string(2000, 'x'), MultipartFault::kTooManyReadings},
       {type + std::string(kLongestBoundary, 'b'), "x", MultipartFault::kBoundaryTooLong},
+      {type + "\xE9", "x", MultipartFault::kBoundaryBytes},
+      {type + "; charset=ibm037", "x", MultipartFault::kCharset},
+      {type + "; charset=\"UTF-8\"", "x", MultipartFault::kNone},
+      {type, Body("--b\r\nH file\r\nname=x\r\n\r\n--b--"), MultipartFault::kHiddenFileName},
+      {type, Body("--b\r\nH file\xC2\xADname=x; filename=y\r\n\r\n--b--"), MultipartFault::kHiddenFileName},
+      {type, Body("--b\r\nH filename*0=x; filename*1=y\r\n\r\n--b--"), MultipartFault::kTooManyFileNames},
+      {type, Body("--b\r\nX: ") + head + Body("\r\nH name=a\r\n\r\n<?"), MultipartFault::kHeadTooLong},
+      {type, ReplaceAll(std::string(kMostParts, '.'), ".", "--b\r\n"), MultipartFault::kTooManyParts},
       {type, Body("--b\r\nH name=a\r\n") + head + "\r\n\r\n<?", MultipartFault::kHeadTooLong},
       {type, Body("--b\r\nH name=a\r\n\r\n") + head + "<?", MultipartFault::kNone},
   };
-  for (const auto& [content_type, body, fault] : cases) EXPECT_EQ(Read(content_type, body).fault, fault) << body;
+  for (const auto& [content_type, body, fault] : cases)
+    EXPECT_EQ(Read(content_type, body).fault, fault) << body.substr(0, 200);
 }
 
 }  // namespace
