@@ -249,10 +249,12 @@ MultipartPart ReadPart(std::string_view piece) {
   for (const std::string_view blank : {"\n\n", "\n\r\n", "\r\r"}) {
     const std::size_t at = front.find(blank);
     if (at >= first) continue;
-    // Who reads lines that end with a line feed reads on behind two carriage returns.
-    if (head_end == 0 || blank != "\r\r") head_end = at;
     first = at;
-    part.content = part.late_content = piece.substr(at + blank.size());
+    part.content = piece.substr(at + blank.size());
+    // Who reads lines that end with a line feed reads on behind two carriage returns.
+    if (head_end != 0 && blank == "\r\r") continue;
+    part.late_content = part.content;
+    head_end = at;
   }
   if (strict != kNone) {
     part.late_content = piece.substr(strict + 4);

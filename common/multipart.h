@@ -90,7 +90,8 @@ struct MultipartPart {
   std::string_view head_text;
   /// What follows the first blank line in any reading; everything when there is no blank line.
   std::string_view content;
-  /// What follows the first line that is blank by CR LF alone; the same as `content` unless a part mixes line ends.
+  /// What follows the first line that is blank in the strictest reading; the same as `content` unless a part mixes line
+  /// ends.
   std::string_view late_content;
   PartHead head;
   bool head_too_long = false;  ///< no blank line within kLongestPartHead, and a content disposition somewhere

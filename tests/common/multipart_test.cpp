@@ -171,7 +171,7 @@ TEST(Multipart, KeepsItsLimits) {
       {type, Body("--b\r\nH file\xC2\xADname=x; filename=y\r\n\r\n--b--"), MultipartFault::kHiddenFileName},
       {type, Body("--b\r\nH filename*0=x; filename*1=y\r\n\r\n--b--"), MultipartFault::kTooManyFileNames},
       {type, Body("--b\r\nX: ") + head + Body("\r\nH name=a\r\n\r\n<?"), MultipartFault::kHeadTooLong},
-      {type, ReplaceAll(std::string(kMostParts, '.'), ".", "--b\r\n"), MultipartFault::kTooManyParts},
+      {type, ReplaceAll(std::string(kMostParts + 1, '.'), ".", "--b\r\n"), MultipartFault::kTooManyParts},
       {type, Body("--b\r\nH name=a\r\n") + head + "\r\n\r\n<?", MultipartFault::kHeadTooLong},
       {type, Body("--b\r\nH name=a\r\n\r\n") + head + "<?", MultipartFault::kNone},
   };
