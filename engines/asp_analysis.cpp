@@ -225,7 +225,7 @@ bool AnalyseAsp(const CVirusLibrary& library, std::string_view text, Language la
     *result = {rule->name, {}, rule->terms.front(), rule->terms.front(), kAspRuleKind, rule->size_limit, false, false};
     return true;
   }
-  const PageCode code = ServerCode(page, PageKind::kAsp);
+  const PageCode code = ServerCode(page);
   if (IsAspx(page, code)) return false;      // its own analysis follows it
   if (HasAspxDirective(code)) return false;  // the other analysis follows it
   const PageFlow flow = FollowPage(code, PageKind::kAsp);
@@ -253,7 +253,7 @@ bool AnalyseAspx(std::string_view text, Language language, WebshellResult* resul
   const std::string page = PlainPage(text);
   if (page.size() > kLargestScript && Holds(page, "standard jet db")) return false;
   if (IsLargeOrdinaryPage(page)) return false;
-  const PageCode code = ServerCode(page, PageKind::kAspx);
+  const PageCode code = ServerCode(page);
   const bool is_aspx = IsAspx(page, code);
   // VBScript declares no types.
   if (!is_aspx && text.size() > kSmallPage && code.braces.empty() && !Holds(code.basic, " as ")) return false;

@@ -53,7 +53,7 @@ bool LooksBraced(std::string_view code) {
 
 class CCutter {
  public:
-  CCutter(std::string_view page, PageKind kind) : page_(page), aspx_(kind == PageKind::kAspx) {}
+  explicit CCutter(std::string_view page) : page_(page) {}
 
   PageCode Run() {
     for (std::size_t p = page_.find('<'); p != std::string_view::npos;) p = page_.find('<', Cut(p));
@@ -130,7 +130,6 @@ class CCutter {
   }
 
   std::string_view page_;
-  bool aspx_;
   bool any_ = false;
   std::size_t handler_ = 0;  // where a handler's class begins
   std::string_view language_;
@@ -139,7 +138,7 @@ class CCutter {
 
 }  // namespace
 
-PageCode ServerCode(std::string_view page, PageKind kind) { return CCutter(page, kind).Run(); }
+PageCode ServerCode(std::string_view page) { return CCutter(page).Run(); }
 
 bool CStatements::Next(std::vector<Token>* tokens, char* closed_by) {
   tokens->clear();

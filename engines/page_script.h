@@ -29,7 +29,7 @@ struct PageCode {
 /// behind the directive of a handler or web service, by the language that the page, the element or, without either,
 /// the look of the code says. An object element with "runat" becomes the statement that creates it. A page without any
 /// marker is taken as code whole. Linear.
-PageCode ServerCode(std::string_view page, PageKind kind);
+PageCode ServerCode(std::string_view page);
 
 struct Token {
   enum Kind : std::uint8_t { kName, kString, kNumber, kMark };

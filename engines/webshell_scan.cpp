@@ -77,7 +77,10 @@ bool CQivLibs::WebshellScan(std::string_view text, WebshellResult* result) const
     return true;
   }
   if (text.find("<?") != std::string_view::npos && AnalysePhp(text, language_, result)) return true;
-  if (text.find("<%") == std::string_view::npos) return false;
+  // A page may consist of "<script runat=server>" alone.
+  constexpr std::size_t kNone = std::string_view::npos;
+  if (text.find("<%") == kNone && (FindNoCase(text, "<script") == kNone || FindNoCase(text, "runat") == kNone))
+    return false;
   return AnalyseAsp(library_, local, language_, result) || AnalyseAspx(local, language_, result);
 }
 

@@ -239,6 +239,8 @@ TEST(WebshellScan, NamesWhatPagesDo) {
       {"<%@ Page Language=\"C#\" %><script runat=server>void R(string c) { P.Start(\"cmd\", c); } void L() { "
        "R(Request.Form[\"c\"]); }</script>",
        "ASPX variant backdoor"},
+      {"<script language='C#' runat=server>void Page_Load() { Process.Start(\"cmd\", Request[\"c\"]); }</script>",
+       "ASPX variant backdoor"},
       {"<%@ Page Language=\"VB\" %><script runat=server>Dim p As New Process()\np.StartInfo.Arguments=Request(\"c\")\n"
        "</script>",
        "ASPX variant backdoor"},
@@ -378,7 +380,7 @@ TEST(WebshellScan, NeverReadsBehindItsText) {
     WebshellResult result;
     Libs().WebshellScan(text, &result);
     FollowPhp(text, true);
-    for (const PageKind kind : {PageKind::kAsp, PageKind::kAspx}) FollowPage(ServerCode(text, kind), kind);
+    for (const PageKind kind : {PageKind::kAsp, PageKind::kAspx}) FollowPage(ServerCode(text), kind);
     DecodeEncodedScript(text);
   });
 }
