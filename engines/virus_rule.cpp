@@ -1,5 +1,7 @@
 #include "engines/virus_rule.h"
 
+#include <utility>
+
 #include "common/char_set.h"
 #include "common/text.h"
 
@@ -14,14 +16,25 @@ void AddTerms(std::string_view piece, std::string_view separator, std::vector<st
 
 }  // namespace
 
+std::size_t FindExclusion(std::string_view pattern, std::size_t from) {
+  std::size_t found = pattern.find("--", from);
+  while (found != std::string_view::npos && pattern.substr(0, found).ends_with("<!"))
+    found = pattern.find("--", found + 2);
+  return found;
+}
+
 VirusRule ParseVirusPattern(std::string_view pattern) {
   const std::string text = BlankFreeLower(pattern);
   VirusRule rule;
-  if (text.find("--") != std::string::npos) {
+  if (std::size_t begin = FindExclusion(text); begin != std::string::npos) {
     rule.kind = PatternKind::kExcluding;
-    const std::size_t first = text.find("--");
-    AddTerms(std::string_view(text).substr(0, first), "++", &rule.terms);
-    AddTerms(std::string_view(text).substr(first), "--", &rule.excluded);
+    AddTerms(std::string_view(text).substr(0, begin), "++", &rule.terms);
+    while (begin != std::string::npos) {
+      const std::size_t end = FindExclusion(text, begin + 2);
+      std::string term = text.substr(begin + 2, end == std::string::npos ? end : end - begin - 2);
+      if (!term.empty()) rule.excluded.push_back(std::move(term));
+      begin = end;
+    }
   } else if (text.find("++") != std::string::npos) {
     rule.kind = PatternKind::kAllOf;
     AddTerms(text, "++", &rule.terms);

@@ -34,6 +34,9 @@ struct VirusRule {
 /// left out. Name and numbers stay at their defaults.
 VirusRule ParseVirusPattern(std::string_view pattern);
 
+/// The first "--" of `pattern` at or after `from` that divides it, or npos. The one of "<!--" belongs to its term.
+std::size_t FindExclusion(std::string_view pattern, std::size_t from = 0);
+
 /// The form in which texts are held against the library: without blanks and tabs, "A"-"Z" lower-cased; trail bytes of
 /// double-byte characters are kept as they are.
 std::string BlankFreeLower(std::string_view text);

@@ -30,9 +30,10 @@ void AddVirusRule(std::string* text, std::string_view pattern, std::string_view 
                   std::span<const std::string_view> extra_terms, std::uint32_t number, std::uint32_t kind) {
   std::string first = CCharSet::LowerAscii(pattern);
   std::string excluded;
-  if (const std::size_t dashes = first.find("--"); dashes != std::string::npos) {
+  if (const std::size_t dashes = FindExclusion(first); dashes != std::string::npos) {
     excluded = first.substr(dashes);
     first.resize(dashes);
+    if (!extra_terms.empty()) first = ReplaceAll(first, "!!", "++");
   }
   bool has_others = false;
   for (const std::string_view term : extra_terms) {

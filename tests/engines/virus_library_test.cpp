@@ -103,6 +103,7 @@ TEST(VirusLibrary, ReadsThePatternLanguage) {
   EXPECT_EQ(excluding.kind, PatternKind::kExcluding);
   EXPECT_EQ(excluding.terms, (std::vector<std::string>{"gzuncompress", "base64_decode"}));
   EXPECT_EQ(excluding.excluded, (std::vector<std::string>{"namespace", "defined("}));
+  EXPECT_EQ(ParseVirusPattern("a--<!--#include--b").excluded, (std::vector<std::string>{"<!--#include", "b"}));
   EXPECT_EQ(ParseVirusPattern("a!!b++c!d").kind, PatternKind::kAllOf);
   EXPECT_EQ(ParseVirusPattern("a!!b!c").terms, (std::vector<std::string>{"a", "b!c"}));
   EXPECT_EQ(ParseVirusPattern("a!b").kind, PatternKind::kNearSequence);
@@ -124,10 +125,10 @@ TEST(VirusLibrary, ReadsRecordsOfSevenAndEightFields) {
 TEST(VirusLibrary, ExtraTermsAddOrSpare) {
   std::string text;
   const std::string_view extra[] = {"Eval(", "--defined(", "system("};
-  AddVirusRule(&text, "Array--Namespace", "++", "n", extra, 7, 4);
+  AddVirusRule(&text, "A!!Rray--Namespace", "++", "n", extra, 7, 4);
   EXPECT_EQ(text,
-            "array++eval(--namespace--defined({*}0{*}n{*}0{*}0{*}4{*}7{#}"
-            "array++system(--namespace--defined({*}0{*}n{*}0{*}0{*}4{*}7{#}");
+            "a++rray++eval(--namespace--defined({*}0{*}n{*}0{*}0{*}4{*}7{#}"
+            "a++rray++system(--namespace--defined({*}0{*}n{*}0{*}0{*}4{*}7{#}");
 }
 
 }  // namespace
