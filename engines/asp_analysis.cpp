@@ -19,7 +19,7 @@ namespace {
 
 constexpr std::size_t kLargestScript = 105472;  // a longer file with a database's signature is one
 constexpr std::size_t kLargePage = 102400;      // longer pages that begin like an application's are one
-constexpr std::size_t kVariantLimit = 2048;     // step 7 is for short files
+constexpr std::size_t kVariantLimit = 2048;     // only short files are called variants
 constexpr std::size_t kSmallPage = 4096;        // a page that does little but write a file the request names
 constexpr std::size_t kReaderPage = 2048;       // a page that does nothing but show any file of the disk
 constexpr std::size_t kWriterPage = 16384;      // the same, anywhere on the disk
@@ -216,7 +216,7 @@ bool SpeaksLikeShell(std::string_view page, const PageCode& code, std::uint32_t 
 
 bool AnalyseAsp(const CVirusLibrary& library, std::string_view text, Language language, WebshellResult* result) {
   const std::string page = PlainPage(text);
-  if (page.size() > kLargestScript && Holds(page, "standard jet db")) return false;
+  if (text.size() > kLargestScript && Holds(page, "standard jet db")) return false;
   if (Holds(WithoutBlanks(page), "@codepage=65000"))
     return Fill(language, MessageId::kUtf7Script, "@codepage=65000", result);
   if (IsLargeOrdinaryPage(page)) return false;
@@ -229,12 +229,12 @@ bool AnalyseAsp(const CVirusLibrary& library, std::string_view text, Language la
   if (IsAspx(page, code)) return false;      // its own analysis follows it
   if (HasAspxDirective(code)) return false;  // the other analysis follows it
   const PageFlow flow = FollowPage(code, PageKind::kAsp);
+  const MessageId variant = text.size() < kVariantLimit ? MessageId::kAspVariant : MessageId::kAspBackdoor;
   if ((flow.reach & (kReachesCode | kReachesCommand)) != 0) {
     const bool joined = !Holds(page, flow.detail);  // the word shows only once the strings are joined
-    return Fill(language, joined ? MessageId::kAspVariant : MessageId::kAspBackdoor, flow.detail, result);
+    return Fill(language, joined ? variant : MessageId::kAspBackdoor, flow.detail, result);
   }
-  if ((flow.reach & (kHiddenCode | kHiddenObject)) != 0)
-    return Fill(language, MessageId::kAspVariant, flow.detail, result);
+  if ((flow.reach & (kHiddenCode | kHiddenObject)) != 0) return Fill(language, variant, flow.detail, result);
   if (text.size() < kVariantLimit && IsVariant(library, page))
     return Fill(language, MessageId::kAspVariant, "eval", result);
   if (WritesAnyFile(flow.reach, page, code) || ReadsAnyFile(flow.reach, page, code) ||
@@ -244,14 +244,14 @@ bool AnalyseAsp(const CVirusLibrary& library, std::string_view text, Language la
   const bool is_php = page.find("<?php") < page.find("<%");  // its own analysis found nothing
   if (!is_php && SpeaksLikeShell(page, code, flow.reach, PageKind::kAsp, &word))
     return Fill(language, MessageId::kSuspectedFiles, word, result);
-  if (Holds(text, "#@~^") && !IsPart(page, code)) return Fill(language, MessageId::kAspVariant, "#@~^", result, true);
+  if (Holds(text, "#@~^") && !IsPart(page, code)) return Fill(language, variant, "#@~^", result, true);
   if (IncludesPicture(page)) return Fill(language, MessageId::kSuspiciousReference, kInclude, result, true);
   return false;
 }
 
 bool AnalyseAspx(std::string_view text, Language language, WebshellResult* result) {
   const std::string page = PlainPage(text);
-  if (page.size() > kLargestScript && Holds(page, "standard jet db")) return false;
+  if (text.size() > kLargestScript && Holds(page, "standard jet db")) return false;
   if (IsLargeOrdinaryPage(page)) return false;
   const PageCode code = ServerCode(page);
   const bool is_aspx = IsAspx(page, code);

@@ -169,9 +169,10 @@ class CPhpJudge {
     if (Has("@include(\"") && Has("e_d(") && !Has("define(")) return Fill(MessageId::kPhpShield, "E_D(");
     const RiskScore risk = ScoreRiskWords(text_, RiskLanguage::kPhp);
     if (risk.score >= kPhpRiskLimit) {
-      const bool function = Has(std::string(risk.heaviest) + "(");
-      return Fill(MessageId::kRiskCharacteristics, MessageId::kDoubtful,
-                  function ? MessageId::kLabelFunction : MessageId::kLabelCharacter, risk.heaviest);
+      return Has(std::string(risk.heaviest) + "(")
+                 ? Fill(MessageId::kRiskCharacteristics, MessageId::kDoubtful, MessageId::kLabelFunction, risk.heaviest)
+                 : Fill(MessageId::kDoubtful, MessageId::kRiskCharacteristics, MessageId::kLabelCharacter,
+                        risk.heaviest);
     }
     return Spelling() || Characters() || Small() || Page();
   }
@@ -294,7 +295,8 @@ class CPhpJudge {
     if (Copy().size() <= kPhpinfo && (Has("phpinfo();") || Has("phpinfo()"))) {
       return Fill(MessageId::kInformationLeakage, "phpinfo()", true);
     }
-    if (Has("readdir") && Has("is_writable") && (Has("_get") || Has("_post") || Has("_request")) && !Has("define(")) {
+    if (Has("readdir") && Has("is_writable") && (Has("_get") || Has("_post") || Has("_request") || Has("table")) &&
+        !Has("define(")) {
       return Fill(MessageId::kFileDetector, "readdir", true);
     }
     if (Has("pcntl_fork") && Has("while") && Has("exec(")) return Fill(MessageId::kProcessCreation, "pcntl_fork", true);

@@ -60,6 +60,9 @@ constexpr std::string_view kFrameworks[] = {"--defined('in_phpcms')",
 constexpr std::string_view kOrdinaryCode[] = {"--namespace", "--interface", "--@package", "--defined(", "--@license",
                                               "--extends",   "--require",   "--include",  "--$this->",  "--@copyright",
                                               "--abstract",  "--@return",   "--composer"};
+constexpr std::string_view kOrdinaryScript[] = {
+    "<?",        "--namespace", "--interface", "--@package",   "--defined(", "--@license", "--extends",
+    "--require", "--include",   "--$this->",   "--@copyright", "--abstract", "--@return",  "--composer"};
 
 // A request source and, of what follows, none of the marks of ordinary code.
 constexpr std::string_view kRequestOnly[] = {"_get[",       "_post[",     "_cookie[",   "_request[",   "php://input",
@@ -112,6 +115,7 @@ constexpr std::string_view kWriters[] = {
     "set_time_limit++$_", "sendmail++$_",           "--namespace",   "--@license",    "--@package"};
 
 constexpr std::string_view kSpareNamespace[] = {"--namespace", "--defined(", "--@package", "--@license"};
+constexpr std::string_view kTagSpareNamespace[] = {"<?", "--namespace", "--defined(", "--@package", "--@license"};
 
 constexpr std::string_view kPhpTag[] = {"<?"};
 constexpr std::string_view kEvalDecoders[] = {"base64_decode(", "gzinflate(",      "str_rot13(",  "str_replace(",
@@ -135,8 +139,8 @@ constexpr std::string_view kHandlerWrites[] = {"fwrite",      "fputs",      "fil
 constexpr std::string_view kSpareLibrary[] = {"--namespace", "--@package", "--@license", "--@copyright", "--composer"};
 constexpr std::string_view kExecuteRequest[] = {"<%execute(request(", "<%executerequest(", "\nexecuterequest(",
                                                 "\nexecute(request(", ":executerequest("};
-constexpr std::string_view kIncludePaths[] = {"file=\"c:\\", "virtual=\"/upload"};
-constexpr std::string_view kAspTag[] = {"<%"};
+constexpr std::string_view kIncludePaths[] = {"<!--#includefile=\"c:\\", "<!--#includevirtual=\"/upload"};
+constexpr std::string_view kAspTag[] = {"<%", "--<%@page", "--<%@webhandler"};
 constexpr std::string_view kShellRuns[] = {"createobject(\"wscript.shell\")++.exec(request",
                                            "createobject(\"wscript.shell\")++cmd.exe++request(++stdout"};
 // A script element needs no "<%": its tag, what runs, and the request, one close behind the other.
@@ -161,30 +165,30 @@ constexpr Row kPhpRows[] = {
     {"ReflectionFunction", "++", "ReflectionFunction", "ReflectionFunction", kOrdinaryCode, 600},
     {"ReflectionClass++>getDocComment++", "++", "ReflectionClass execution risk", "ReflectionClass执行风险",
      kOrdinaryCode, 1000},
-    {"invoke++<?", "++", "Invoke execution", "invoke执行", kOrdinaryCode, 1024},
+    {"invoke", "++", "Invoke execution", "invoke执行", kOrdinaryScript, 1024},
     {">createFunction(++>execute(", "++", "CreateFunction function", "createFunction函数", kOrdinaryCode, 2048},
-    {"eval!!gzuncompress!!base64_decode", "!!", "Eval execution", "eval执行", {}, 10240},
+    {"eval!!gzuncompress!!base64_decode", "++", "Eval execution", "eval执行", {}, 10240},
     {"curl_exec++foreach++base64_decode--require_once--require--include--include_once", "++", "Web backdoor",
      "网页后门", kFrameworks, 6500},
-    {"range!!foreach!!as!!is_dir--require_once--require--include--include_once", "!!", "Web backdoor", "网页后门",
+    {"range!!foreach!!as!!is_dir--require_once--require--include--include_once", "++", "Web backdoor", "网页后门",
      kFrameworks, 6535},
-    {"require_once--define(--php", "++", "Suspicious reference", "可疑引用", kPhpTag, 256},
-    {"require--define(--php", "++", "Suspicious reference", "可疑引用", kPhpTag, 256},
-    {"include_once--define(--php", "++", "Suspicious reference", "可疑引用", kPhpTag, 256},
-    {"include--define(--php", "++", "Suspicious reference", "可疑引用", kPhpTag, 256},
+    {"require_once--define(--php", "++", "Suspicious reference", "可疑引用", kPhpTag, 300},
+    {"require--define(--php", "++", "Suspicious reference", "可疑引用", kPhpTag, 300},
+    {"include_once--define(--php", "++", "Suspicious reference", "可疑引用", kPhpTag, 300},
+    {"include--define(--php", "++", "Suspicious reference", "可疑引用", kPhpTag, 300},
     {"array--namespace", "++", "Suspicious backdoor", "可疑后门", kExecution, 2048},
     {"new memcache", "++", "Memcache", "Memcache后门", kRequestOnly, 1024},
-    {"preg_replace_callback!!create_function", "!!", "Backdoor exploitation", "后门利用", {}, 1024},
+    {"preg_replace_callback!!create_function", "++", "Backdoor exploitation", "后门利用", {}, 1024},
     {"rmdir(++is_file(++mkdir(--defined(--require_once--require--include--include_once", "++", "File management",
-     "文件管理", kRequestOnly, 20480},
+     "文件管理", kRequestOnly, 10240},
     {"readdir(++fread(--defined(--require_once--require--include--include_once", "++", "File management", "文件管理",
-     kRequestOnly, 20480},
+     kRequestOnly, 10240},
     {"curl_exec++fwrite++wp--class", "++", "WordPress webshell injection", "WordPress挂马", kFrameworks, 2048},
-    {"while++mail(", "++", "Batch send emails", "批量发送邮件", kRequestOnly, 4096},
-    {"mail(", "++", "Send email", "发送邮件", kRequestOnly, 512},
+    {"while++mail(", "++", "Batch send emails", "批量发送邮件", kRequestOnly, 6500},
+    {"mail(", "++", "Send email", "发送邮件", kRequestOnly, 600},
     {"mysql_num_rows++mysql_web_admin_username++drop table", "++", "MySQL management backdoor", "MySQL管理后门", {}, 0},
     {"preg_replace++chr(101)", "++", "Preg_replace execution", "preg_replace执行", {}, 10240},
-    {"preg_replace++/e", "++", "Preg_replace execution", "preg_replace执行", kPatternRuns, 4096},
+    {"preg_replace++/e", "++", "Preg_replace execution", "preg_replace执行", kPatternRuns, 6500},
     {"new!com!shell.users", "!", "Webshell for system account operations", "操作系统帐号的网页后门", {}, 0},
     {"new!com!iis://localhost/w3svc", "!", "Webshell for IIS management", "管理IIS的网页后门", {}, 0},
     {"function_exists++apache_request_headers++function++session_start", "++", "Apache-targeted backdoor",
@@ -195,43 +199,43 @@ constexpr Row kPhpRows[] = {
     {"base!(32*2)", "!", "Hidden variants", "隐藏变种", {}, 0},
     {"str_rot13++gzinflate++base64_decode", "++", "Hidden variants", "隐藏变种", {}, 0},
     {"mysql_connect++mysql_select_db++mysql_query++gzopen++base64_encode++mail", "++", "MySQL", "MySQL", {}, 0},
-    {"declare!!register_tick_function", "!!", "register_tick_function", "register_tick_function", {}, 2048},
+    {"declare!!register_tick_function", "++", "register_tick_function", "register_tick_function", {}, 2048},
     {"globals!net!user", "!", "Hidden system account backdoor", "隐藏系统帐号后门", {}, 0},
-    {"auto_prepend_file!=", "!", "Auto-load file backdoor", "自动加载文件后门", {}, 512},
+    {"auto_prepend_file!=", "!", "Auto-load file backdoor", "自动加载文件后门", {}, 600},
     {"shell", "++", kKnown, kKnownChinese, kAnySource, 300},
     {"webshell", "++", kKnown, kKnownChinese, kAnySource, 0},
     {"phpspy", "++", kKnown, kKnownChinese, kSpareNamespace, 0},
     {"hacker", "++", kKnown, kKnownChinese, kAnySource, 2048},
-    {"hacked by++<?", "++", kKnown, kKnownChinese, kSpareNamespace, 0},
+    {"hacked by", "++", kKnown, kKnownChinese, kTagSpareNamespace, 0},
     {"iconv", "++", kKnown, kKnownChinese, kExecution, 1000},
     {"attacker", "++", kKnown, kKnownChinese, kExecution, 2048},
     {"namespace", "++", kKnown, kKnownChinese, kExecution, 1000},
     {"worm", "++", kKnown, kKnownChinese, kExecution, 2048},
-    {"hackerdz", "++", kKnown, kKnownChinese, {}, 0},
+    {"hackerdz", "++", kKnown, kKnownChinese, kPhpTag, 0},
     {"gif89a1", "++", kKnown, kKnownChinese, kPhpTag, 0},
-    {"c99madshell", "++", kKnown, kKnownChinese, {}, 0},
+    {"c99madshell", "++", kKnown, kKnownChinese, kPhpTag, 0},
     {"phpshell", "++", kKnown, kKnownChinese, kAnySource, 0},
-    {"crack8", "++", kKnown, kKnownChinese, kSpareNamespace, 0},
-    {"backdoor", "++", kKnown, kKnownChinese, kAnySource, 4096},
+    {"crack8", "++", kKnown, kKnownChinese, kTagSpareNamespace, 0},
+    {"backdoor", "++", kKnown, kKnownChinese, kAnySource, 6500},
     // Commands through libraries: a mailbox's connection, a style sheet, the server's own handlers.
     {"imap_open++proxycommand", "++", "Backdoor exploitation", "后门利用", kSpareLibrary, 0},
-    {"registerphpfunctions", "++", "Backdoor exploitation", "后门利用", kStyleSheetRuns, 8192},
-    {"addhandler++cgi-script", "++", "Web backdoor", "网页后门", kHandlerWrites, 65536},
-    {"application/x-httpd-php++.htaccess", "++", "Web backdoor", "网页后门", kHandlerWrites, 65536},
-    {"socket_accept(++socket_connect(", "++", "Web backdoor", "网页后门", kSpareLibrary, 65536},
-    {"gzdeflate++base64_encode++eval(++gzinflate", "++", "Hidden variants", "隐藏变种", kSpareLibrary, 65536},
+    {"registerphpfunctions", "++", "Backdoor exploitation", "后门利用", kStyleSheetRuns, 10240},
+    {"addhandler++cgi-script", "++", "Web backdoor", "网页后门", kHandlerWrites, 10240},
+    {"application/x-httpd-php++.htaccess", "++", "Web backdoor", "网页后门", kHandlerWrites, 10240},
+    {"socket_accept(++socket_connect(", "++", "Web backdoor", "网页后门", kSpareLibrary, 0},
+    {"gzdeflate++base64_encode++eval(++gzinflate", "++", "Hidden variants", "隐藏变种", kSpareLibrary, 10240},
     {"<script++language++php", "++", "Backdoor", "后门", kScriptRuns, 2048},
-    {"system32", "++", "Suspicious backdoor", "可疑后门", kWriters, 65536},
-    {"cmd.exe", "++", "Suspicious backdoor", "可疑后门", kWriters, 65536},
+    {"system32", "++", "Suspicious backdoor", "可疑后门", kWriters, 10240},
+    {"cmd.exe", "++", "Suspicious backdoor", "可疑后门", kWriters, 10240},
     // A source right behind what runs it; a shell's command interpreter; a decoder right behind "eval".
     {"eval", "!", "Backdoor", "后门", kEvalDecoders, 0},
     {"file_get_contents++system(", "++", "Suspicious backdoor", "可疑后门", kRequestOnly, 600},
-    {"passthru(", "++", "Suspicious backdoor", "可疑后门", kCommandMarkers, 65536},
+    {"passthru(", "++", "Suspicious backdoor", "可疑后门", kCommandMarkers, 10240},
 };
 
-constexpr std::string_view kAspRunsRequest[] = {"eval(request(", "eval(request.", "evalrequest(",
-                                                "evalrequest.",  "eval(request[", "eval(\"request("};
-constexpr std::string_view kAspRunsGlobal[] = {"executeglobal(request", "executeglobalrequest"};
+constexpr std::string_view kAspRunsRequest[] = {"eval(request(", "eval(request.",   "evalrequest(", "evalrequest.",
+                                                "eval(request[", "eval(\"request(", "--<%@page"};
+constexpr std::string_view kAspRunsGlobal[] = {"executeglobal(request", "executeglobalrequest", "--<%@page"};
 // The request is what an object runs or fetches; an object by itself is what component tests look for.
 constexpr std::string_view kAspShell[] = {"wscript.shell++.execrequest",
                                           "wscript.shell++.exec(request",
@@ -252,9 +256,9 @@ constexpr Row kAspObjects[] = {
     {"eval", "++", "ASP backdoor", "ASP后门", kAspRunsRequest, 0},
     {"execute", "++", "ASP backdoor", "ASP后门", kExecuteRequest, 1024},
     {"executeglobal", "++", "ASP backdoor", "ASP后门", kAspRunsGlobal, 0},
-    {"scripting.filesystemobject", "++", kSuspected, kSuspectedChinese, kAspShell, 4096},
-    {"<!--#include", "!", "Suspicious reference", "可疑引用", kIncludePaths, 512},
-    {"server.createobject", "++", kSuspected, kSuspectedChinese, kAspShell, 4096},
+    {"scripting.filesystemobject", "++", kSuspected, kSuspectedChinese, kAspShell, 6500},
+    {"<!--#include", "++", "Suspicious reference", "可疑引用", kIncludePaths, 600},
+    {"server.createobject", "++", kSuspected, kSuspectedChinese, kAspShell, 6500},
     {"microsoft.xmlhttp", "++", kSuspected, kSuspectedChinese, kAspFetches, 2048},
     {"adodb.stream", "++", kSuspected, kSuspectedChinese, kStreamFetches, 2048},
     {"server.mappath", "++", kSuspected, kSuspectedChinese, kAspShell, 2048},
@@ -272,8 +276,8 @@ constexpr std::string_view kAspRunsAny[] = {"wscript.shell++.exec(++request",
                                             "exec master.dbo.xp_cmdshell++request",
                                             "exec master..xp_cmdshell++request"};
 
-constexpr std::uint32_t kShellSize = 262144;  // bytes: larger than any shell that was seen
-constexpr std::uint32_t kDefacedSize = 16384;
+constexpr std::uint32_t kShellSize = 0;        // shells come in every size
+constexpr std::uint32_t kDefacedSize = 10240;  // bytes
 
 constexpr std::string_view kDefaced[] = {"<%++request(++.createtextfile(", "<%++request(++savetofile",
                                          "<%++request(++cmd.exe"};
@@ -305,6 +309,56 @@ constexpr Row kAspDownloaders[] = {
     {"adodb.stream++responseBody++http:/--<!--#include", "++", kSuspected, kSuspectedChinese, {}, 2048},
 };
 
+// The request is run, started, loaded, compiled or written by a page of ASPX.
+constexpr std::string_view kAspxRunsRequest[] = {
+    "<%@page++eval(request(", "<%@page++eval(request.", "<%@page++eval(request[",  "<%@page++evalrequest(",
+    "<%@page++evalrequest.",  "<%@page++evalrequest[",  "<%@page++eval(\"request("};
+constexpr std::string_view kAspxRunsGlobal[] = {"<%@page++executeglobal(request", "<%@page++executeglobalrequest"};
+constexpr std::string_view kAspxRunsSql[] = {"<%@page++xp_cmdshell++request[", "<%@page++xp_cmdshell++request.",
+                                             "<%@page++xp_cmdshell++request("};
+constexpr std::string_view kAspxWrites[] = {"<%@page++.writealltext(request", "<%@page++.writeallbytes(request",
+                                            "<%@page++.appendalltext(request", "<%@page++newstreamwriter(request"};
+constexpr std::string_view kAspxObjectWrites[] = {"<%@page++.createtextfile(request", "<%@page++.opentextfile(request"};
+constexpr std::string_view kAspxRunsAny[] = {"<%@page++processstartinfo++request",
+                                             "<%@page++process.start(++request",
+                                             "<%@page++processstartinfo++postback",
+                                             "<%@page++newprocess(++.text",
+                                             "<%@page++compileassemblyfromsource++request",
+                                             "<%@page++assembly.load(++request",
+                                             "<%@page++eval(request",
+                                             "<%@page++xp_cmdshell++request",
+                                             "<%@webhandler++processstartinfo++request",
+                                             "<%@webhandler++process.start(++request",
+                                             "<%@webhandler++assembly.load(++request"};
+constexpr std::string_view kAspxTag[] = {"<%@page", "<%@webhandler"};
+constexpr std::string_view kVariant = "ASPX variant backdoor";
+constexpr std::string_view kVariantChinese = "ASPX变种后门";
+
+constexpr Row kAspxObjects[] = {
+    {"request", "++", kSuspected, kSuspectedChinese, kAspxWrites, 2048},
+    {"eval", "++", kVariant, kVariantChinese, kAspxRunsRequest, 0},
+    {"execute", "++", kVariant, kVariantChinese, kAspxRunsSql, 0},
+    {"executeglobal", "++", kVariant, kVariantChinese, kAspxRunsGlobal, 0},
+    {"scripting.filesystemobject", "++", kSuspected, kSuspectedChinese, kAspxObjectWrites, 2048},
+};
+
+constexpr Row kAspxWords[] = {
+    {"shell", "++", kKnown, kKnownChinese, kAspxRunsAny, kShellSize},
+    {"webshell", "++", kKnown, kKnownChinese, kAspxRunsAny, kShellSize},
+    {"aspspyder", "++", kKnown, kKnownChinese, kAspxTag, kShellSize},
+    {"hacker", "++", kKnown, kKnownChinese, kAspxRunsAny, kShellSize},
+    {"hacked by", "++", kKnown, kKnownChinese, kAspxRunsAny, kShellSize},
+    {"attacker", "++", kKnown, kKnownChinese, kAspxRunsAny, kShellSize},
+    {"worm", "++", kKnown, kKnownChinese, kAspxRunsAny, kShellSize},
+    {"hackerdz", "++", kKnown, kKnownChinese, kAspxTag, kShellSize},
+    {"gif89a1", "++", kKnown, kKnownChinese, kAspxTag, kShellSize},
+    {"c99madshell", "++", kKnown, kKnownChinese, kAspxTag, kShellSize},
+    {"aspshell", "++", kKnown, kKnownChinese, kAspxRunsAny, kShellSize},
+    {"crack8", "++", kKnown, kKnownChinese, kAspxTag, kShellSize},
+    {"backdoor", "++", kKnown, kKnownChinese, kAspxRunsAny, kShellSize},
+    {"hacking", "++", kKnown, kKnownChinese, kAspxRunsAny, kShellSize},
+};
+
 // The records of ASPX rules carry one more "0" than those of ASP rules.
 void AddAspxField(std::string* text, std::size_t from) {
   constexpr std::string_view kShort = "{*}0{*}0{*}";
@@ -331,8 +385,8 @@ std::string BuiltinVirusRules(Language language) {
   AddRows(kAspWords, language, kAspRuleKind, &text);
   AddRows(kAspDownloaders, language, kAspRuleKind, &text);
   const std::size_t aspx = text.size();
-  AddRows(std::span(kAspObjects).first(5), language, kAspRuleKind, &text);
-  AddRows(kAspWords, language, kAspRuleKind, &text);
+  AddRows(kAspxObjects, language, kAspRuleKind, &text);
+  AddRows(kAspxWords, language, kAspRuleKind, &text);
   AddAspxField(&text, aspx);
   return text;
 }

@@ -9,8 +9,6 @@
 #include "engines/php_flow.h"
 #include "engines/php_tokens.h"
 #include "engines/script_encoding.h"
-#include "engines/virus_builtin.h"
-#include "engines/virus_text.h"
 #include "tests/engines/text_generator.h"
 
 namespace qiv {
@@ -58,6 +56,15 @@ TEST(WebshellScan, NamesWhatPhpDoes) {
       {"<?php copy('http://x.test/a.txt', 'a.php');", "Copy unknown file download"},
       {"<?php include $_GET['page'];", "Suspicious reference"},
       {"<?php phpinfo();", "May cause information leakage"},
+      {"<?php @Include(\"a.php\"); E_D('x'); ?>", "PHP Shield encryption (may hide backdoor)"},
+      {"<?php eval('/* webshell backconnect */');", "Suspected risk"},
+      {"<form><?php move_uploaded_file($_FILES['f']['tmp_name'], $_FILES['f']['name']);", "File uploader"},
+      {"<?php while ($f = readdir($d)) if (is_writable($f)) echo \"<table><td>$f\";", "File detector"},
+      {"<?php eval($code);", "Execute variables, source value"},
+      {"<?php foreach (array(1) as $c) if (isset($c)) $s .= chr(@ord($c) - 1);", "Suspicious computation"},
+      {"<?php while (pcntl_fork()) $db->exec('x');", "Process creation"},
+      {"<?php // webshell, backconnect", "Doubtful"},
+      {"<?php bindshell(); // backconnect, portscan", "Risk characteristics"},
   };
   for (const Case& c : cases) EXPECT_EQ(Finding(c.text), c.name) << c.text;
 }
@@ -138,43 +145,6 @@ TEST(WebshellScan, NamesFeaturesWithLabels) {
     EXPECT_TRUE(Libs().WebshellScan(c.text, &result)) << c.text;
     const std::string finding = result.category + "/" + result.name + "/" + result.detail;
     EXPECT_TRUE(finding.starts_with(c.finding)) << finding;
-  }
-}
-
-// The rows that have a fixed place and a fixed limit, in both languages.
-TEST(WebshellScan, KeepsTheOrderOfItsTable) {
-  struct Row {
-    std::string_view term;
-    std::string_view english;
-    std::string_view chinese;
-    std::uint32_t limit;
-  };
-  const Row rows[] = {
-      {"uasort", "uasort Backdoor", "uasort后门", 300},
-      {"uksort", "uksort Backdoor", "uksort后门", 300},
-      {"register_shutdown_function", "register_shutdown_function", "register_shutdown_function", 600},
-      {"reflectionfunction", "ReflectionFunction", "ReflectionFunction", 600},
-      {"reflectionclass", "ReflectionClass execution risk", "ReflectionClass执行风险", 1000},
-      {"invoke", "Invoke execution", "invoke执行", 1024},
-      {">createfunction(", "CreateFunction function", "createFunction函数", 2048},
-      {"eval", "Eval execution", "eval执行", 10240},
-      {"curl_exec", "Web backdoor", "网页后门", 6500},
-      {"range!!foreach!!as!!is_dir", "Web backdoor", "网页后门", 6535},
-  };
-  for (const Language language : {Language::kEnglish, Language::kChinese}) {
-    const std::string text = BuiltinVirusRules(language);
-    const std::vector<VirusRule> rules = ParseVirusRules(text, "");
-    for (std::size_t i = 0; i < std::size(rows); ++i) {
-      const std::string name =
-          language == Language::kEnglish ? std::string(rows[i].english) : CCharSet::Utf8ToLocal(rows[i].chinese);
-      EXPECT_EQ(rules[i].name, name);
-      EXPECT_EQ(rules[i].terms[0], rows[i].term);
-      EXPECT_EQ(rules[i].size_limit, rows[i].limit);
-    }
-    for (const VirusRule& rule : rules) {
-      EXPECT_FALSE(rule.name.empty());
-      EXPECT_TRUE(rule.number == kPhpRuleKind || rule.number == kAspRuleKind);
-    }
   }
 }
 
@@ -304,12 +274,18 @@ TEST(WebshellScan, KeepsItsLimits) {
   std::string nested = "<?php ";
   for (int i = 0; i < 200000; ++i) nested += "$a=[$a];";  // as deep as the text is long
   EXPECT_EQ(Finding(nested + "eval($_POST[1]);"), "Backdoor");
-  std::string rule = "eval x gzuncompress y base64_decode";
+  std::string rule = "eval for more than ten gzuncompress y base64_decode";
   rule.resize(10240, '.');
   EXPECT_EQ(Finding(rule), "Hidden backdoor");  // before the sequence rules
   EXPECT_EQ(Finding("eval ( gzuncompress"), "Hidden backdoor");
   EXPECT_EQ(Finding("gzuncompress base64_decode namespace"), "");
-  EXPECT_EQ(Finding("adodb.stream responseBody http:/"), "Suspected dangerous files");
+  rule += " namespace";
+  rule.erase(60, 10);
+  EXPECT_EQ(Finding(rule), "Eval execution");
+  EXPECT_EQ(Finding(rule + "."), "");
+  EXPECT_EQ(Finding("uasort array" + std::string(288, '.')), "uasort Backdoor");
+  EXPECT_EQ(Finding("uasort array" + std::string(289, '.')), "");
+  EXPECT_EQ(Finding("adodb.stream responseBody http:/ <!-- -->"), "Suspected dangerous files");
   EXPECT_EQ(Finding("adodb.stream responseBody http:/ <!--#include"), "");
   EXPECT_EQ(Finding("<% standard jet db @codepage=65000" + std::string(105472, ' ')), "");
   EXPECT_EQ(Finding("<%x<!--#include file=\"a\"--> \nx=request(\"a\")\nexecute x\n" + std::string(102400, ' ')), "");
