@@ -26,6 +26,9 @@ constexpr std::size_t kWriterPage = 16384;      // the same, anywhere on the dis
 // Where the request was not seen to name anything.
 constexpr std::int32_t kSilentAspLimit = 120;
 constexpr std::int32_t kSilentAspxLimit = 110;
+// Of the code alone of an ASPX page whose class lies nowhere else. Ordinary ones hold next to none: most score
+// below 40.
+constexpr std::int32_t kOwnPageLimit = 65;
 constexpr std::string_view kInclude = "<!--#include";
 constexpr std::string_view kIncludeBlank = "<!--#include ";
 
@@ -150,7 +153,10 @@ std::string PlainPage(std::string_view text) {
 
 // Whether the page is a part of an application: it includes others, or its class lies elsewhere.
 bool IsPart(std::string_view page, const PageCode& code) {
-  constexpr std::string_view kParts[] = {"codebehind=", "codefile=", "inherits=", "masterpagefile=", "src="};
+  constexpr std::string_view kParts[] = {"codebehind=", "codefile=", "masterpagefile=", "src="};
+  const std::size_t inherits = code.attributes.find("inherits=");
+  if (inherits != std::string::npos && !code.attributes.substr(inherits).starts_with("inherits=system.web.ui."))
+    return true;
   return Holds(page, kInclude) || Holds(page, "user.identity") || Holds(page, "isauthenticated") ||
          std::any_of(std::begin(kParts), std::end(kParts),
                      [&](std::string_view p) { return Holds(code.attributes, p); });
@@ -212,6 +218,15 @@ bool SpeaksLikeShell(std::string_view page, const PageCode& code, std::uint32_t 
   return risk.score + Weight(reach) >= (strong ? kPageRiskLimit : silent);
 }
 
+// Ordinary pages leave to their class what they do; of those that hold it themselves and use what the request says,
+// few of the trade's words in the code itself are enough.
+bool CodeSpeaksLikeShell(std::string_view page, const PageCode& code, std::uint32_t reach, std::string_view* word) {
+  if ((reach & kHearsClient) == 0 || IsPart(page, code)) return false;
+  const RiskScore risk = ScoreRiskWords(code.basic + "\n" + code.braces + "\n" + code.attributes, RiskLanguage::kAspx);
+  *word = risk.heaviest;
+  return risk.score + Weight(reach) >= kOwnPageLimit;
+}
+
 }  // namespace
 
 bool AnalyseAsp(const CVirusLibrary& library, std::string_view text, Language language, WebshellResult* result) {
@@ -261,7 +276,8 @@ bool AnalyseAspx(std::string_view text, Language language, WebshellResult* resul
   if ((flow.reach & (kReachesCode | kReachesCommand | kHiddenCode | kHiddenObject)) != 0)
     return Fill(language, MessageId::kAspxVariant, flow.detail, result);
   // JScript pages evaluate text with the page's rights; ordinary ones hardly ever do.
-  if ((flow.reach & kEvaluates) != 0 && !code.braces.empty() && Holds(page, "jscript") &&
+  if ((flow.reach & kEvaluates) != 0 && !code.braces.empty() &&
+      (Holds(page, "jscript") || Holds(code.attributes, "language=javascript")) &&
       !Holds(code.attributes, "@language=") && (is_aspx || code.basic.empty()))
     return Fill(language, MessageId::kAspxVariant, "eval", result);
   if (WritesAnyFile(flow.reach, page, code) || ReadsAnyFile(flow.reach, page, code) ||
@@ -270,6 +286,12 @@ bool AnalyseAspx(std::string_view text, Language language, WebshellResult* resul
   std::string_view word;
   if (is_aspx && SpeaksLikeShell(page, code, flow.reach, PageKind::kAspx, &word))
     return Fill(language, MessageId::kSuspectedFiles, word, result);
+  if (is_aspx && CodeSpeaksLikeShell(page, code, flow.reach, &word))
+    return Fill(language, MessageId::kSuspectedFiles, word, result);
+  // Examples in books do so as well.
+  if ((flow.reach & kUploadsToRoot) != 0 && page.size() <= kReaderPage && !IsPart(page, code) &&
+      !Holds(page, "getextension") && !Holds(page, "contenttype"))
+    return Fill(language, MessageId::kSuspectedFiles, flow.detail, result, true);
   return false;
 }
 

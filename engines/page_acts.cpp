@@ -5,6 +5,11 @@
 namespace qiv {
 namespace {
 
+constexpr std::size_t kFewestVeiled = 2;  // types and methods whose names are hidden: one may come out of a setting
+
+// Names of other objects' methods as well.
+constexpr std::string_view kFileMethods[] = {"create", "delete", "move", "copy"};
+
 // Names under which what is written goes to the client or a log.
 bool IsOutput(std::string_view name) {
   constexpr std::string_view kNames[] = {"out", "output", "writer", "console", "trace", "debug", "document", "context"};
@@ -29,6 +34,7 @@ void CPageFollower::RunsCode(const PageValue& value, std::string_view word) {
 void CPageFollower::Path(const PageValue& path, std::string_view word) {
   const bool uploads = word == "saveas" || word == "filestream";
   if ((path.marks & kSelf) != 0 || (uploads && (path.marks & kHere) != 0)) Reach(kWritesItself, word);
+  if (word == "saveas" && (path.marks & kRoot) != 0) Reach(kUploadsToRoot, word);
   if ((path.marks & kFed) == 0) return;
   if (word != "saveas" && !service_) Reach(kPathBelow, word);
   if ((path.marks & kLed) != 0) return;
@@ -83,7 +89,8 @@ PageValue CPageFollower::Act(const PageWord& word, Frame* frame) {
       return Create(frame->arguments);
     case PageCall::kWritesPath:
     case PageCall::kReadsPath:
-      if (word.word == "create" && frame->receiver.name != "file") break;
+      if (IsOneOf(word.word, kFileMethods) && frame->receiver.name != "file" && frame->receiver.name != "directory")
+        break;
       return OpenFile(word, *frame);
     case PageCall::kWritesFile:
     case PageCall::kFetchesFile:
@@ -93,6 +100,7 @@ PageValue CPageFollower::Act(const PageWord& word, Frame* frame) {
     case PageCall::kReads:
       result.marks = frame->receiver.marks & (kFed | kNet | kFile);
       if (frame->receiver.object == PageObject::kHttp || word.word.starts_with("download")) result.marks |= kNet;
+      if (word.word.starts_with("download")) result.marks |= first.marks & (kFed | kLed | kPiece);
       if (frame->receiver.object == PageObject::kFile) result.marks |= kFile;
       return result;
     case PageCall::kClean:
@@ -101,6 +109,7 @@ PageValue CPageFollower::Act(const PageWord& word, Frame* frame) {
     case PageCall::kMaps:
       result.marks |= kMapped;
       if (first.known && (first.text == "." || first.text == "./")) result.marks |= kHere;
+      if (first.known && (first.text == "~/" || first.text == "~" || first.text == "/")) result.marks |= kRoot;
       return result;
     case PageCall::kCharacter:
     case PageCall::kReverse:
@@ -112,6 +121,7 @@ PageValue CPageFollower::Act(const PageWord& word, Frame* frame) {
       return result;
     case PageCall::kBase64:
       if ((result.marks & kLong) != 0) result.marks |= kDecoded;
+      if (first.known) result.marks |= kVeiled;
       return result;
     case PageCall::kNone:
       break;
@@ -124,14 +134,23 @@ PageValue CPageFollower::Act(const PageWord& word, Frame* frame) {
 void CPageFollower::Loads(const PageWord& word, const Frame& frame, std::uint32_t marks) {
   const std::string_view name = word.word;
   if (word.call == PageCall::kInvokes) {
-    const bool hot = hot_method_ || (!frame.arguments.empty() && IsHot(frame.arguments[0].text));
+    const bool hot =
+        hot_method_ || veiled_methods_ >= kFewestVeiled || (!frame.arguments.empty() && IsHot(frame.arguments[0].text));
     if (hot && (marks & kFed) != 0) Reach(kReachesCode, name);
     return;
   }
-  constexpr std::string_view kAlways[] = {"deserialize",    "compileassemblyfromsource", "addscript",
-                                          "unsafeloadfrom", "createinstancefrom",        "invokescript"};
+  constexpr std::string_view kAlways[] = {"deserialize",
+                                          "compileassemblyfromsource",
+                                          "addscript",
+                                          "unsafeloadfrom",
+                                          "createinstancefrom",
+                                          "invokescript",
+                                          "parsecontrol",
+                                          "parsetemplate",
+                                          "compileassemblyfromfile"};
   constexpr std::string_view kLoaders[] = {"assembly",     "currentdomain", "appdomain",  "xamlreader",
                                            "xamlservices", "activator",     "scriptblock"};
+  if (name == "deserialize" && frame.receiver.object == PageObject::kOther) return;  // makes one type alone
   if (!IsOneOf(name, kAlways) && !IsOneOf(frame.receiver.name, kLoaders) && !(name == "load" && trusted_xslt_)) return;
   if ((marks & kFed) != 0 && (marks & kPiece) == 0) Reach(kReachesCode, name);
   if ((marks & (kDecoded | kNet)) != 0) Reach(kHiddenCode, name);
@@ -162,10 +181,14 @@ PageValue CPageFollower::OpenFile(const PageWord& word, const Frame& frame) {
   file.object = PageObject::kFile;
   file.marks = kFile;
   if (arguments.empty()) {
-    if (word.call == PageCall::kWritesPath) Path(frame.receiver, word.word);  // of a file's description
+    const PageValue& described = frame.receiver;  // a file's description
+    if (word.call == PageCall::kWritesPath) Path(described, word.word);
+    if (word.call == PageCall::kReadsPath && (described.marks & (kFed | kMapped | kLed)) == kFed)
+      Reach(kReadsRequested, word.word);
     return file;
   }
   const PageValue& first = arguments[0];
+  if (word.word == "fileinfo") file.marks = first.marks;  // a path yet
   const bool reads = word.call == PageCall::kReadsPath ||
                      (word.word == "opentextfile" && (arguments.size() < 2 || arguments[1].text == "1"));
   if (first.name == "inputstream" || first.object == PageObject::kRequest) {

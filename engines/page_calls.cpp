@@ -9,6 +9,7 @@ namespace {
 
 constexpr std::size_t kMostLayers = 4096;  // texts that are evaluated
 constexpr std::size_t kShortestLayer = 6;  // bytes: a shorter text calls nothing with anything
+constexpr std::size_t kShortestName = 4;   // bytes: a type or method that runs something has a longer name
 constexpr std::size_t kLongestIndex = 8;   // bytes: elements of a longer index are not told apart
 
 }  // namespace
@@ -31,6 +32,7 @@ PageValue CPageFollower::ReadWord(std::string_view word) {
   PageValue value;
   value.name = word;
   if (word == "request") {
+    flow_.reach |= kHearsClient;
     value.marks = kFed;
     value.object = PageObject::kRequest;
     return value;
@@ -82,11 +84,14 @@ PageValue CPageFollower::ReadMember(std::string_view word, const PageValue& rece
     value.alias = row->word;
   }
   value.marks = receiver.marks & ~static_cast<std::uint32_t>(kSql);
+  if (word == "query" && receiver.name == "url") value.marks = kFed;
   if (aspx_ && value.marks == 0 && (word == "text" || word == "value" || word == "selectedvalue") &&
-      !variables_.contains(receiver.name)) {
+      (receiver.object == PageObject::kControl || !variables_.contains(receiver.name))) {
+    flow_.reach |= kHearsClient;
     value.marks = kFed;
   }
-  if (word == "startinfo") value.object = PageObject::kShell;
+  if (word == "startinfo" || (aspx_ && word == "process")) value.object = PageObject::kShell;
+  trusted_xslt_ = trusted_xslt_ || word == "trustedxslt";
   if (const auto variable = variables_.find(word); variable != variables_.end()) {
     value.marks |= variable->second.marks;
     value.object = variable->second.object;
@@ -130,7 +135,23 @@ PageValue CPageFollower::CallFunction(std::string_view name, const std::vector<P
   std::uint32_t absent = taken & ~given;
   if ((given & kLong) != 0) absent &= ~static_cast<std::uint32_t>(kDecoded);
   result.marks = function.returns & ~absent;
+  if (arguments.size() == 1 && arguments[0].known && arguments[0].text.size() >= kShortestName) result.marks |= kVeiled;
   return result;
+}
+
+// What a method puts into its argument, or into its own object.
+void CPageFollower::PassOn(std::string_view callee, const Frame& frame) {
+  const PageValue& first = frame.arguments[0];
+  if ((callee == "read" || callee == "copyto") && (frame.receiver.marks & kFed) != 0) {
+    if (callee == "copyto" && first.object == PageObject::kFile) Reach(kContentRequested, callee);
+    if (const auto into = variables_.find(first.name); into != variables_.end()) into->second.marks |= kFed;
+  }
+  constexpr std::string_view kTakes[] = {"loadxml", "append",   "appendline", "appendformat",
+                                         "add",     "addrange", "insert"};
+  if ((first.marks & kFed) != 0 && IsOneOf(callee, kTakes)) {
+    if (const auto into = variables_.find(frame.receiver.name); into != variables_.end())
+      into->second.marks |= first.marks & (kFed | kPiece | kLed | kSql | kMapped);
+  }
 }
 
 PageValue CPageFollower::Call(Frame* frame) {
@@ -144,7 +165,14 @@ PageValue CPageFollower::Call(Frame* frame) {
     if (variable != variables_.end() && !variable->second.alias.empty()) callee = variable->second.alias;
   }
   const std::vector<PageValue>& arguments = frame->arguments;
-  if (callee == "request") return FromRequest(callee, arguments);
+  if (callee == "request") {
+    flow_.reach |= kHearsClient;
+    return FromRequest(callee, arguments);
+  }
+  if (member && !arguments.empty()) PassOn(callee, *frame);
+  if (frame->receiver.object == PageObject::kRequest && callee == "mappath") {
+    if (const PageWord* const word = Find(callee, member)) return Act(*word, frame);
+  }
   if (frame->receiver.object == PageObject::kRequest) return FromRequest(member ? callee : "item", arguments);
   if (!callee.empty() && functions_.contains(callee) && (!member || frame->receiver.object == PageObject::kNone)) {
     return CallFunction(callee, arguments);
@@ -171,6 +199,18 @@ PageValue CPageFollower::Call(Frame* frame) {
     result.name = name;
     return result;
   }
+  constexpr std::string_view kControls[] = {"textbox", "hiddenfield", "htmltextarea", "htmlinputtext",
+                                            "htmlinputhidden"};
+  if (arguments.empty() && IsOneOf(callee, kControls)) result.object = PageObject::kControl;
+  if (arguments.empty() && callee == "javascriptserializer") result.object = PageObject::kOther;
+  if (!arguments.empty() && aspx_) {
+    if (callee == "function" && frame->made) RunsCode(arguments.back(), callee);
+    constexpr std::string_view kNamed[] = {"gettype", "getmethod", "getproperty", "createinstance"};
+    if ((arguments[0].marks & kVeiled) != 0 && IsOneOf(callee, kNamed)) ++veiled_methods_;
+    if (callee == "createinstance") result.object = arguments[0].object;  // of a type that was asked for by its name
+    if (callee == "xmlserializer" && (result.marks & kFed) == 0) result.object = PageObject::kOther;
+    if (callee == "guid" && arguments[0].known) return arguments[0];
+  }
   if (!arguments.empty() && arguments[0].known) {
     if (callee.empty() || callee == "getref") {  // an element, or a function, by its name
       if (const PageWord* const word = FindPageWord(arguments[0].text)) result.alias = word->word;
@@ -190,6 +230,8 @@ PageValue CPageFollower::Call(Frame* frame) {
     known += argument.known ? 1 : 0;
   }
   if (known >= kManyArguments) result.marks |= kLong;
+  if (callee == "combine" && !arguments.empty() && (arguments[0].marks & (kFed | kMapped | kLed)) == kFed)
+    result.marks &= ~static_cast<std::uint32_t>(kMapped);
   const std::string_view whole = callee.empty() ? frame->receiver.name : callee;
   if (!member && !whole.empty() && arguments.size() == 1 && known == 1 &&
       arguments[0].text.size() <= kLongestIndex) {  // an element

@@ -74,6 +74,7 @@ void CPageFollower::Word(std::string_view word) {
   }
   constexpr std::string_view kBasicMarks[] = {"and",  "or", "not",  "xor", "mod",    "is",     "isnot",
                                               "like", "to", "step", "eqv", "orelse", "andalso"};
+  made_next_ = made_next_ || word == "new";
   if (word == "new" || word == "typeof" || word == "byval" || word == "byref" || word == "await" || word == "ref" ||
       word == "out" || word == "addressof") {
     return;
@@ -98,8 +99,10 @@ void CPageFollower::Word(std::string_view word) {
     }
     return;
   }
+  const bool made = std::exchange(made_next_, false);
   BeginOperand();
   Frame& now = Top();
+  now.word_made = made;
   now.state = State::kWord;
   now.word = word;
   now.word_member = false;
@@ -239,6 +242,8 @@ void CPageFollower::Combine(PageValue* left, char mark, PageValue right) const {
     const bool left_known = left->known && !Parts(left->text, true);
     const bool led = right_fed && !left_fed && !(left->known && Parts(left->text, true));
     const bool piece = led || (left_fed && !right_fed && !(right.known && Parts(right.text, false)));
+    // A file's name behind a folder that the request says is a path of the whole disk.
+    if ((left->marks & (kFed | kMapped | kLed)) == kFed) right.marks &= ~static_cast<std::uint32_t>(kMapped);
     const bool known = Join(left, mark, right, basic_);
     left->known = known;
     if (known && left->text.size() >= kLongLiteral) left->marks |= kLong;
@@ -251,7 +256,8 @@ void CPageFollower::Combine(PageValue* left, char mark, PageValue right) const {
   } else {
     left->known = Join(left, mark, right, basic_);
     left->marks |= right.marks;
-    if (kArithmetic.find(mark) != std::string_view::npos) left->marks &= kLong | (mark == 'x' ? kFed : 0U);
+    const bool keeps = mark == 'x' || (mark == '^' && !basic_);  // a comparison; bytes unscrambled with a key
+    if (kArithmetic.find(mark) != std::string_view::npos) left->marks &= kLong | (keeps ? kFed : 0U);
   }
   left->object = PageObject::kNone;
   left->alias = {};
@@ -275,6 +281,7 @@ void CPageFollower::Open(bool call, bool without_brackets) {
   Frame& next = frames_[++depth_];
   next.Clear();
   next.call = call;
+  next.made = std::exchange(frame.word_made, false);
   next.without_brackets = without_brackets;
   if (call) {
     if (frame.state == State::kWord) {
@@ -292,6 +299,7 @@ void CPageFollower::Close() {
   if (Top().has_value || Top().state != State::kNone || !Top().call) FinishArgument();
   Frame& frame = Top();
   PageValue result;
+  const std::string_view element = frame.call && frame.callee.empty() ? frame.receiver.name : std::string_view{};
   if (frame.call) {
     result = Call(&frame);
   } else if (!frame.arguments.empty()) {
@@ -303,6 +311,7 @@ void CPageFollower::Close() {
   --depth_;
   Top().state = State::kValue;
   Top().current = std::move(result);
+  Top().element = element;
 }
 
 void CPageFollower::Equals(bool appends) {
@@ -311,6 +320,7 @@ void CPageFollower::Equals(bool appends) {
     targets_.push_back({frame.word, frame.word_member, appends, frame.word_receiver.name, frame.word_receiver.object});
   } else if (frame.state == State::kValue) {
     targets_.push_back({frame.current.name, false, appends, {}, PageObject::kNone});
+    targets_.back().element = frame.element;
   }
   frames_[0].Clear();
 }
@@ -323,14 +333,20 @@ void CPageFollower::Assign() {
   }
   for (const Target& target : targets_) {
     if (target.member && (frame.value.marks & kFed) != 0) Connects(target.name, frame.value);
-    if (target.member && (frame.value.marks & kFed) != 0 &&
-        (target.name == "arguments" ||
-         (target.name == "filename" && (target.receiver == "startinfo" || target.object == PageObject::kShell)))) {
+    if ((target.member || initialises_) && (frame.value.marks & kFed) != 0 &&
+        (target.name == "arguments" || (target.name == "filename" && (initialises_ || target.receiver == "startinfo" ||
+                                                                      target.object == PageObject::kShell)))) {
       Reach(kReachesCommand, target.name);
     }
     // Of other objects' members nothing is kept: one object's text is not another's.
     const bool own = !target.member || target.receiver.empty() || target.receiver == "this" || target.receiver == "me";
-    if (own && !target.name.empty()) Set(target.name, frame.value, target.appends);
+    if (target.name.empty()) {
+      // An element: the list holds what it is given.
+      const auto list = variables_.find(target.element);
+      if (list != variables_.end()) list->second.marks |= frame.value.marks & kFed;
+    } else if (own) {
+      Set(target.name, frame.value, target.appends);
+    }
   }
   targets_.clear();
 }

@@ -30,6 +30,9 @@ void CPageFollower::Walk(Part part) {
   char closed_by = '\n';
   while (statements.Next(&tokens_, &closed_by)) {
     if (!tokens_.empty()) Statement(closed_by);
+    initialises_ = closed_by == '{' && std::any_of(tokens_.begin(), tokens_.end(), [](const Token& token) {
+                     return token.kind == Token::kName && token.text == "processstartinfo";
+                   });
   }
 }
 
@@ -119,7 +122,10 @@ bool CPageFollower::Declares(char closed_by) {
     if (word == "end" || word == "exit") return false;
     if (word == "function" || word == "sub" || (basic_ && word == "property")) {
       name = i + 1;
-      if (basic_ && word == "property") ++name;  // get, let, set
+      if (word == "property" && name < tokens_.size() &&
+          IsOneOf(tokens_[name].text, std::initializer_list<std::string_view>{"get", "let", "set"})) {
+        ++name;
+      }
       break;
     }
   }
@@ -135,9 +141,24 @@ bool CPageFollower::Declares(char closed_by) {
       break;
     }
   }
+  if (name >= tokens_.size() && !basic_ && closed_by == '{' && DeclaresProperty()) return true;
   if (name >= tokens_.size() || tokens_[name].kind != Token::kName) return false;
   if (!basic_ && (name + 1 >= tokens_.size() || tokens_[name + 1].mark != '(')) return false;
   Declare(name, tokens_.size());
+  return true;
+}
+
+// "type name {": what its "get" returns is what reading the name gives.
+bool CPageFollower::DeclaresProperty() {
+  constexpr std::string_view kNotProperties[] = {"class", "namespace", "interface", "struct", "enum",  "new",
+                                                 "else",  "do",        "try",       "return", "throw", "unsafe"};
+  if (tokens_.size() < 2 || tokens_.size() > 6) return false;
+  const bool names = std::all_of(tokens_.begin(), tokens_.end(), [&](const Token& token) {
+    return token.kind == Token::kName && !IsOneOf(token.text, kNotProperties);
+  });
+  if (!names) return false;
+  function_ = tokens_.back().text;
+  functions_[function_].parameters.clear();
   return true;
 }
 
@@ -153,11 +174,13 @@ void CPageFollower::Declare(std::size_t name, std::size_t end) {
       function.parameters.push_back(tokens_[i].text);
     if (tokens_[i].mark == ')') break;
   }
+  const bool called_back = function_ == "raisecallbackevent" || function_ == "raisepostbackevent";
   function.marks.resize(std::max(function.marks.size(), function.parameters.size()));
   for (std::size_t i = 0; i < function.parameters.size(); ++i) {
     PageValue& parameter = variables_[function.parameters[i]];
     parameter = {};
-    parameter.marks = function.marks[i] | (service_ ? kFed : 0U);
+    if (service_) flow_.reach |= kHearsClient;
+    parameter.marks = function.marks[i] | (service_ || called_back ? kFed : 0U);
   }
 }
 

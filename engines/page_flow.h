@@ -29,6 +29,8 @@ enum PageReach : std::uint32_t {
   kRunsText = 1U << 12,         ///< a database is told to run programs
   kPathBelow = 1U << 16,        ///< the request says a piece of the path of a text file that is written
   kWritesItself = 1U << 17,     ///< the page is the file that is written, or an upload is put beside it
+  kUploadsToRoot = 1U << 19,    ///< an upload is put into the site's root folder
+  kHearsClient = 1U << 18,      ///< the code uses something that the request says
 };
 
 struct PageFlow {

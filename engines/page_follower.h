@@ -21,7 +21,8 @@ namespace qiv {
 class CPageFollower {
  public:
   CPageFollower(const PageCode& code, PageKind kind)
-      : service_(Holds(code.attributes, "@webservice")),
+      : service_(Holds(code.attributes, "@webservice") || Holds(code.braces, "[webmethod") ||
+                 Holds(code.basic, "<webmethod") || Holds(code.braces, "services.webmethod")),
         aspx_(kind == PageKind::kAspx),
         copies_left_(4 * (code.basic.size() + code.braces.size()) + 65536) {
     if (!code.basic.empty()) parts_.push_back({code.basic, ScriptSyntax::kBasic});
@@ -50,22 +51,25 @@ class CPageFollower {
     bool has_value = false;
     bool behind_dot = false;
     bool word_member = false;
+    bool made = false;       // the call stands behind "new"
+    bool word_made = false;  // the word does
     char mark = ' ';
     State state = State::kNone;
     std::string_view callee;
     std::string_view word;
-    std::string_view each;  // the variable that walks over what follows "in"
-    PageValue receiver;     // of the callee
+    std::string_view element;  // the list that `current` was picked out of
+    std::string_view each;     // the variable that walks over what follows "in"
+    PageValue receiver;        // of the callee
     PageValue word_receiver;
     PageValue current;
     PageValue value;
     std::vector<PageValue> arguments;
 
     void Clear() {
-      call = without_brackets = member = compares = has_value = behind_dot = word_member = false;
+      call = without_brackets = member = compares = has_value = behind_dot = word_member = made = word_made = false;
       mark = ' ';
       state = State::kNone;
-      callee = word = each = {};
+      callee = word = element = each = {};
       for (PageValue* const part : {&receiver, &word_receiver, &current, &value}) part->Clear();
       arguments.clear();
     }
@@ -76,11 +80,13 @@ class CPageFollower {
     bool appends = false;
     std::string_view receiver;
     PageObject object = PageObject::kNone;
+    std::string_view element = {};  // the list it is an element of, where it has no name of its own
   };
 
   void Walk(Part part);
   void Statement(char closed_by);
   bool Declares(char closed_by);
+  bool DeclaresProperty();
   void Declare(std::size_t name, std::size_t end);
   void Segment(std::size_t begin, std::size_t end, bool condition);
   void Step(const Token& token, bool condition);
@@ -107,6 +113,7 @@ class CPageFollower {
   void WritesFile(const PageWord& word, const Frame& frame);
   void ActOnText(const PageWord& word, Frame* frame, PageValue* result);
   void Opaque(std::string_view callee, const PageValue& value);
+  void PassOn(std::string_view callee, const Frame& frame);
   void Connects(std::string_view callee, const PageValue& value);
   PageValue Create(const std::vector<PageValue>& arguments);
   void RunsCode(const PageValue& value, std::string_view word);
@@ -138,9 +145,12 @@ class CPageFollower {
   std::string_view function_;
   PageValue with_;
   bool shell_made_ = false;
-  std::size_t opaque_ = 0;     // bytes of texts that only an object makes sense of, in this pass
-  bool hot_method_ = false;    // a method that runs or loads is asked for by its name
-  bool trusted_xslt_ = false;  // style sheets may hold scripts
+  std::size_t opaque_ = 0;          // bytes of texts that only an object makes sense of, in this pass
+  bool hot_method_ = false;         // a method that runs or loads is asked for by its name
+  std::size_t veiled_methods_ = 0;  // types and methods asked for by names that are not written out
+  bool made_next_ = false;          // the last word was "new"
+  bool initialises_ = false;        // the statement names the fields of a program's start that is being made
+  bool trusted_xslt_ = false;       // style sheets may hold scripts
   std::size_t copies_left_;
   PageFlow flow_;
 };

@@ -27,9 +27,22 @@ enum ValueMark : std::uint32_t {
   kHere = 1U << 13,     ///< the page's folder
   kProgram = 1U << 11,  ///< a statement that has a database run a program
   kJson = 1U << 12,     ///< text of another's in round brackets, as data is evaluated
+  kRoot = 1U << 15,     ///< the site's root folder
+  kVeiled = 1U << 14,   ///< worked out of a literal by a function of the page, or by a decoding
 };
 
-enum class PageObject : std::uint8_t { kNone, kRequest, kShell, kFso, kFile, kHttp, kEngine, kResponse, kOther };
+enum class PageObject : std::uint8_t {
+  kNone,
+  kRequest,
+  kShell,
+  kFso,
+  kFile,
+  kHttp,
+  kEngine,
+  kResponse,
+  kControl,
+  kOther
+};
 
 struct PageValue {
   std::uint32_t marks = 0;

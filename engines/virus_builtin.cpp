@@ -146,6 +146,10 @@ constexpr std::string_view kShellRuns[] = {"createobject(\"wscript.shell\")++.ex
 // A script element needs no "<%": its tag, what runs, and the request, one close behind the other.
 constexpr std::string_view kElementRuns[] = {">!eval!request", ">!execute!request", ">!executeglobal!request"};
 
+// A data source of the page that calls what runs programs, or reads and writes files; without any code.
+constexpr std::string_view kSourceRuns[] = {"typename=\"system.diagnostics.process", "typename=\"system.io.file",
+                                            "typename=\"system.reflection.assembly"};
+
 struct Row {
   std::string_view pattern;
   std::string_view joined_by;
@@ -263,6 +267,7 @@ constexpr Row kAspObjects[] = {
     {"adodb.stream", "++", kSuspected, kSuspectedChinese, kStreamFetches, 2048},
     {"server.mappath", "++", kSuspected, kSuspectedChinese, kAspShell, 2048},
     {"runat=", "!", "ASP backdoor", "ASP后门", kElementRuns, 0},
+    {"objectdatasource", "++", kSuspected, kSuspectedChinese, kSourceRuns, 0},
 };
 
 // Words of articles, filters and forums as well: they count in a page that runs what it is told.

