@@ -215,7 +215,7 @@ constexpr Row kPhpRows[] = {
     {"attacker", "++", kKnown, kKnownChinese, kExecution, 2048},
     {"namespace", "++", kKnown, kKnownChinese, kExecution, 1000},
     {"worm", "++", kKnown, kKnownChinese, kExecution, 2048},
-    {"hackerdz", "++", kKnown, kKnownChinese, kPhpTag, 0},
+    {"hackerdz", "++", kKnown, kKnownChinese, {}, 0},
     {"gif89a1", "++", kKnown, kKnownChinese, kPhpTag, 0},
     {"c99madshell", "++", kKnown, kKnownChinese, kPhpTag, 0},
     {"phpshell", "++", kKnown, kKnownChinese, kAnySource, 0},
