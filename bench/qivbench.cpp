@@ -12,8 +12,10 @@
 
 #include "bench/addresses.h"
 #include "bench/flatness.h"
+#include "bench/request_webshells.h"
 #include "bench/texts.h"
 #include "bench/uploads.h"
+#include "bench/webshell_texts.h"
 #include "checks/injection_check.h"
 #include "common/text.h"
 #include "config/website_config.h"
@@ -181,9 +183,9 @@ void Normalize(benchmark::State& state, const TextKind* kind) {
   CountBytes(state);
 }
 
-void ScanScript(benchmark::State& state, const TextKind* kind) {
+void ScanScript(benchmark::State& state, const WebshellText* kind) {
   static const CQivLibs libs(Language::kEnglish);
-  const std::string text = TextOf(*kind, state);
+  const std::string text = kind->make(libs.Library(), static_cast<std::size_t>(state.range(0)));
   for (auto _ : state) {
     WebshellResult result;
     benchmark::DoNotOptimize(libs.WebshellScan(std::string_view(text), &result));
@@ -213,7 +215,7 @@ void RegisterAll() {
       benchmark::RegisterBenchmark(name.c_str(), detector.run, &kind)->RangeMultiplier(16)->Range(kSmallest, kLargest);
     }
   }
-  for (const TextKind& kind : ScriptKinds()) {
+  for (const WebshellText& kind : WebshellTexts()) {
     const std::string name = std::string("webshell:") + kind.name;
     benchmark::RegisterBenchmark(name.c_str(), ScanScript, &kind)
         ->RangeMultiplier(16)
@@ -221,6 +223,7 @@ void RegisterAll() {
   }
   RegisterAddressBenchmarks();
   RegisterUploadBenchmarks();
+  RegisterRequestWebshellBenchmarks();
 }
 
 }  // namespace

@@ -44,39 +44,9 @@ constexpr TextKind kKinds[] = {
     {"lead_bytes", LeadBytes},
 };
 
-// A class and a function as applications hold them.
-std::string OrdinaryScript() {
-  return "<?php\n/** Keeps the items of a list. */\nclass ItemList extends Base {\n  private $items = array();\n"
-         "  public function add($item, $position = null) {\n    if ($position === null) {\n      $this->items[] = "
-         "$item;\n"
-         "    } else {\n      array_splice($this->items, (int)$position, 0, array($item));\n    }\n"
-         "    return $this->count() > 0 ? sprintf('%d items', count($this->items)) : \"no item\";\n  }\n}\n"
-         "function format_title($title, $length = 40) {\n  $title = trim(strip_tags($title));\n"
-         "  foreach (explode(' ', $title) as $key => $word) $words[$key] = ucfirst($word);\n"
-         "  return substr(implode(' ', $words), 0, $length) . '...';\n}\n?>\n";
-}
-// Without an end: what is open, waits or grows is as long as the text.
-std::string OpenBrackets() { return "<?php ((((((((((((((((((((((((((((((((((((((((((((((((((((((((("; }
-std::string OpenCalls() { return "<?php f(f(f(f(f(f(f(f(f(f(f(f(f(f(f(f(f(f(f(f(f(f(f(f(f(f(f("; }
-std::string Assignments() { return "<?php $a=$a=$a=$a=$a=$a=$a=$a=$a=$a=$a=$a=$a=$a=$a=$a=$a=$a="; }
-std::string GrowingTexts() { return "<?php $a=$a.$a;$a=$a.$a;$a.='xy';$b=$a.$b;$a=$a.$a;?>"; }
-std::string GrowingArrays() { return "<?php $a[]=1;$b=$a;$a[]=$a;$b['x']=$a;?>"; }
-std::string Pages() { return "<% a=b+c\r\nd=a & \"x\" & chr(65)\r\ne=f(d)\r\n %>"; }
-
-constexpr TextKind kScripts[] = {
-    {"ordinary", OrdinaryScript},
-    {"open_brackets", OpenBrackets},
-    {"open_calls", OpenCalls},
-    {"assignments", Assignments},
-    {"growing_texts", GrowingTexts},
-    {"growing_arrays", GrowingArrays},
-    {"pages", Pages},
-};
-
 }  // namespace
 
 std::span<const TextKind> TextKinds() { return kKinds; }
-std::span<const TextKind> ScriptKinds() { return kScripts; }
 
 std::string Repeat(const std::string& unit, std::size_t bytes) {
   std::string text;

@@ -16,9 +16,6 @@ struct TextKind {
 /// The ordinary text first.
 std::span<const TextKind> TextKinds();
 
-/// Scripts: each unit opens its own "<?php" or "<%"; the ordinary one first.
-std::span<const TextKind> ScriptKinds();
-
 /// `unit` repeated and cut to exactly `bytes` bytes.
 std::string Repeat(const std::string& unit, std::size_t bytes);
 

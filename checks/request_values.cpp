@@ -40,10 +40,12 @@ bool VisitJson(std::string_view text, const ValueVisitor& visit) {
   for (std::size_t at = text.find('"'); at != kEnd; at = text.find('"', at + 1)) {
     const std::size_t begin = at + 1;
     at = begin;
-    while ((at = text.find_first_of("\"\\", at)) != kEnd && text[at] == '\\') at += 2;
+    while (at < text.size() && text[at] != '"') at += text[at] == '\\' ? 2 : 1;
+    if (at >= text.size()) at = kEnd;
     const std::string_view string = text.substr(begin, at == kEnd ? kEnd : at - begin);
-    const std::size_t next = at == kEnd ? kEnd : text.find_first_not_of(" \t\r\n", at + 1);
-    const bool is_name = next != kEnd && text[next] == ':';
+    std::size_t next = at == kEnd ? text.size() : at + 1;
+    while (next < text.size() && IsSpace(text[next])) ++next;
+    const bool is_name = next < text.size() && text[next] == ':';
     if (!string.empty() && !visit({is_name ? std::string_view() : name, string, RequestValue::kJson})) return false;
     name = is_name ? string : std::string_view();
     if (at == kEnd) break;

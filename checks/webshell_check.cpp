@@ -2,7 +2,8 @@
 // any, its values are decoded one by one and judged:
 //   - code without a page around it, by itself (engines/code_fragment.h);
 //   - a script ("<?", "<%"), and code that names the request ("$_"), by the detectors of webshell files.
-// Values in base64 cannot be seen in the whole text: what looks like one is decoded, a few KiB of it.
+// Values in base64 cannot be seen in the whole text: where enough of its letters stand in a row, what begins so is
+// decoded, a few KiB of it.
 #include "checks/webshell_check.h"
 
 #include <string>
@@ -21,24 +22,42 @@
 namespace qiv {
 namespace {
 
-// The detectors of files take up to a microsecond a byte: all texts of one request together are analysed up to the
-// longest that is scanned at all. Fragments are looked for at a fraction of that cost.
+// The detectors of files take up to half a microsecond a byte, and some microseconds for the shortest text, which count
+// as bytes: all texts of one request together are analysed up to the longest that is scanned at all, a second of work.
+// Fragments are looked for at up to 0.2 microseconds a byte.
 constexpr std::size_t kScannedBytes = CQivLibs::kLongestText;
-constexpr std::size_t kFragmentBytes = 8 * CQivLibs::kLongestText;
+constexpr std::size_t kScanStartBytes = 64;
+constexpr std::size_t kFragmentBytes = 2 * CQivLibs::kLongestText;
 constexpr std::size_t kLongestFragment = 64 * 1024;  // clients send some KiB; judged as if it stood in a page
 constexpr std::size_t kEncodedBytes = 8 * 1024;      // of a value in base64, enough for where its script begins
 constexpr std::size_t kEncodedScript = 256 * 1024;   // of one that begins like a script
 
-/// Whether a value begins like base64, "%2B", "%2F" and "%3D" in it: a look at a few bytes.
+constexpr std::size_t kShortestEncoded = 32;  // bytes as sent; nothing shorter is code that does harm
+
+/// Whether the byte at `i` can be of base64, "+", "/" and "=" as "%2B", "%2F" and "%3D" in it.
+bool IsEncodedByte(std::string_view raw, std::size_t i) {
+  const char c = raw[i];
+  if (IsWordByte(c) || c == '+' || c == '/' || c == '-') return true;
+  if (c != '%' || i + 2 >= raw.size()) return false;
+  const std::string code = CCharSet::LowerBytes(raw.substr(i + 1, 2));
+  return code == "2b" || code == "2f" || code == "3d";
+}
+
+/// Whether kShortestEncoded such bytes stand in a row. Looks at one byte in many: from the end of each possible row.
+bool HoldsEncoded(std::string_view raw) {
+  std::size_t begin = 0;
+  while (raw.size() - begin >= kShortestEncoded) {
+    std::size_t end = begin + kShortestEncoded;
+    while (end > begin && IsEncodedByte(raw, end - 1)) --end;
+    if (end == begin) return true;
+    begin = end;
+  }
+  return false;
+}
+
 bool BeginsEncoded(std::string_view raw) {
-  constexpr std::size_t kLooked = 32;
-  if (raw.size() < kLooked) return false;
-  for (std::size_t i = 0; i < kLooked; ++i) {
-    if (IsWordByte(raw[i]) || raw[i] == '+' || raw[i] == '/' || raw[i] == '-') continue;
-    if (raw[i] != '%' || i + 2 >= raw.size()) return false;
-    const std::string code = CCharSet::LowerBytes(raw.substr(i + 1, 2));
-    if (code != "2b" && code != "2f" && code != "3d") return false;
-    i += 2;
+  for (std::size_t i = 0; i < kShortestEncoded; ++i) {
+    if (i >= raw.size() || !IsEncodedByte(raw, i)) return false;
   }
   return true;
 }
@@ -54,7 +73,7 @@ class CWebshellRun {
     if (base.trojan_get != 0 && !facts_.query.empty()) {
       place_ = "GET";
       hints_ = CodeHints(facts_.query);
-      if (!ForEachQueryValue(facts_, visit)) return;
+      if (IsWorthAWalk(facts_.raw_url) && !ForEachQueryValue(facts_, visit)) return;
     }
     if (base.trojan_post && !facts_.raw_body.empty()) {
       place_ = "POST";
@@ -64,7 +83,7 @@ class CWebshellRun {
       // Words can be written in escapes.
       const bool escaped = form == BodyForm::kJson && facts_.body.View().find("\\u00") != std::string_view::npos;
       if (escaped) hints_ |= kHintCall;
-      if (!ForEachBodyValue(facts_, visit)) return;
+      if (IsWorthAWalk(facts_.raw_body) && !ForEachBodyValue(facts_, visit)) return;
     }
     if (base.trojan_header != 0) {
       place_ = "Header";
@@ -75,6 +94,8 @@ class CWebshellRun {
   }
 
  private:
+  bool IsWorthAWalk(std::string_view raw) const { return hints_ != 0 || HoldsEncoded(raw); }
+
   /// True when the request was blocked.
   bool Judge(const RequestValue& value) {
     if (JudgeEncoded(value)) return true;
@@ -101,11 +122,12 @@ class CWebshellRun {
   bool Scan(std::string_view text, std::uint32_t hints, WebshellResult* found) {
     if ((hints & (kHintPhpTag | kHintPageTag)) != 0) {
       // In packed or random bytes the marks stand by chance.
-      return FindScript(text) != std::string_view::npos && Spend(text.size(), &scan_budget_) &&
+      return FindScript(text) != std::string_view::npos && Spend(text.size() + kScanStartBytes, &scan_budget_) &&
              libs_.WebshellScan(text, found);
     }
     const bool worth = (hints & kHintSource) != 0 && text.size() <= kLongestFragment;
-    if (!worth || text.find('\0') != std::string_view::npos || !Spend(text.size(), &scan_budget_)) return false;
+    if (!worth || text.find('\0') != std::string_view::npos || !Spend(text.size() + kScanStartBytes, &scan_budget_))
+      return false;
     std::string page = "<?php ";
     page += text;
     page += ';';
@@ -150,7 +172,7 @@ class CWebshellRun {
   std::string_view place_;
   std::uint32_t hints_ = 0;  // of the place as a whole
   bool direct_ = true;       // nobody edits pages there
-  std::size_t scan_budget_ = kScannedBytes;
+  std::size_t scan_budget_ = kScannedBytes + kScanStartBytes;
   std::size_t fragment_budget_ = kFragmentBytes;
   std::string room_;
 };

@@ -229,7 +229,7 @@ class CFragment {
       default:
         return;
     }
-    if (strength_ == FragmentStrength::kNone && IsStatement(before)) {
+    if (strength_ == FragmentStrength::kNone && IsStatement(before) && IsText(call.argument)) {
       strength_ = FragmentStrength::kWeak;
       where_ = call.begin;
     }
@@ -298,6 +298,13 @@ class CFragment {
       if (left.size() >= word.size() && CShortWord(left.substr(left.size() - word.size())).View() == word) return true;
     }
     return false;
+  }
+
+  /// Packed bytes hold short words in front of parentheses by chance.
+  bool IsText(std::size_t argument) const {
+    const std::string_view own = ArgumentOf(text_.substr(argument, kArgumentView));
+    return std::all_of(own.begin(), own.end(),
+                       [](char c) { return IsSpace(c) || (static_cast<unsigned char>(c) >= 0x20 && c != 0x7F); });
   }
 
   bool IsAnswered() const {

@@ -204,6 +204,7 @@ TEST_F(WebshellCheckTest, MarksStandInPackedBytesByChance) {
     for (char& byte : bytes) byte = static_cast<char>(random());
     bytes.replace(5000, 2, round % 3 == 0 ? "<%" : "<?");
     bytes.replace(9000, 2, "$_");
+    bytes.replace(9100, 9, ";system(\x01");
     Body("application/octet-stream", bytes);
     EXPECT_EQ(Run(), "");
   }

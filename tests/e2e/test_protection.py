@@ -1,8 +1,10 @@
 """A protected site as a visitor meets it: what passes, what is stopped, and with which page."""
+import http.server
 import json
 import re
 import tempfile
 import pathlib
+import threading
 import unittest
 
 import cases
@@ -77,6 +79,55 @@ class Protection(unittest.TestCase):
     def test_server_banner_is_hidden_and_responses_hardened(self):
         _, headers, _ = self.host.get("/")
         self.assertNotIn("x-powered-by", headers)
+
+
+class Responses(unittest.TestCase):
+    PAGE = b"<!DOCTYPE html><title>Shop</title><form><input name=q></form><p>Rename, upload or print.</p>\n"
+    PANEL = (b"<title>FilesMan</title> Uname: Linux web 5.10 User: 33 Safe mode: OFF<form action='?' method=post>"
+             b"<input type='hidden' name=c><input type=file name=f><textarea name=x></textarea></form> drwxr-xr-x "
+             b"Rename Chmod Symlink Back connect Bruteforce")
+    LARGE = PAGE * (3_000_000 // len(PAGE))
+
+    def test_a_consoles_page_is_replaced_and_ordinary_pages_pass_whole(self):
+        installation = Installation()
+        self.addCleanup(installation.remove)
+        pages = {"page.html": self.PAGE, "large.html": self.LARGE, "panel.html": self.PANEL}
+        with site() as root:
+            for name, page in pages.items():
+                (root / name).write_bytes(page)
+            with Host(installation, root=root) as host:
+                self.assertEqual(host.get("/page.html")[::2], (200, self.PAGE))
+                self.assertEqual(host.get("/large.html")[::2], (200, self.LARGE))
+                status, _, page = host.get("/panel.html")
+                self.assertEqual((status, b"Access denied" in page, b"FilesMan" in page), (403, True, False))
+            installation.edit({"website_base": {"trojan_webout": "0"}})
+            with Host(installation, root=root) as host:
+                self.assertEqual(host.get("/panel.html")[::2], (200, self.PANEL))
+
+    def test_a_page_in_pieces_passes_whole(self):
+        class Pieces(http.server.BaseHTTPRequestHandler):
+            protocol_version = "HTTP/1.1"
+
+            def do_GET(self):
+                self.send_response(200)
+                self.send_header("Content-Type", "text/html")
+                self.send_header("Transfer-Encoding", "chunked")
+                self.end_headers()
+                for at in range(0, len(Responses.LARGE), 70_001):
+                    piece = Responses.LARGE[at:at + 70_001]
+                    self.wfile.write(b"%x\r\n%s\r\n" % (len(piece), piece))
+                self.wfile.write(b"0\r\n\r\n")
+
+            def log_message(self, *_):
+                pass
+
+        installation = Installation()
+        self.addCleanup(installation.remove)
+        with http.server.ThreadingHTTPServer(("127.0.0.1", 0), Pieces) as upstream:
+            threading.Thread(target=upstream.serve_forever, daemon=True).start()
+            with Host(installation, upstream=upstream.server_port) as host:
+                self.assertEqual(host.get("/")[::2], (200, self.LARGE))
+            upstream.shutdown()
 
 
 class Languages(unittest.TestCase):
