@@ -22,6 +22,7 @@
 #include "common/text.h"
 #include "config/website_config.h"
 #include "engines/decoders.h"
+#include "engines/script_content.h"
 #include "engines/webshell_scan.h"
 
 namespace qiv {
@@ -209,6 +210,8 @@ class CUploadRun {
       const std::string_view found = content.substr(script, 64);
       return Block(item, MessageId::kUploadScriptInImage, found, kWebshellStatistics);
     }
+    const bool named_script = item.script_name && !item.file_name.empty();
+    if (!named_script && script != 0 && content.find('\0') != kNone) return ScanCode(item, content);
     if (content.size() <= CQivLibs::kLongestText && content.size() <= scan_left_) return Scan(item, content);
     if (item.script_name) {
       return Block(item, MessageId::kUploadScriptTooLong, std::to_string(content.size()), kWebshellStatistics);
@@ -223,6 +226,22 @@ class CUploadRun {
     if (found.suspicious && base_.trojan_strict_mode == 0) return false;
     BlockWebshell({"File", Shown(item), MessageId::kUploadItem}, found, facts_, result_);
     return true;
+  }
+
+  /// Of binary files that are no scripts by name, the code that a server would run: the bytes between hold marks, calls
+  /// and variables by chance.
+  bool ScanCode(const Item& item, std::string_view content) {
+    bool blocked = false;
+    ForEachServerCode(content, [&](std::string_view part) {
+      const bool fits = part.size() <= scan_left_;
+      if (fits) {
+        blocked = Scan(item, part);
+      } else if (item.script_name) {
+        blocked = Block(item, MessageId::kUploadScriptTooLong, std::to_string(part.size()), kWebshellStatistics);
+      }
+      return fits && !blocked;
+    });
+    return blocked;
   }
 
   /// Pictures in the text of a query or a body: "data:image/png;base64,...", percent-encoded perhaps.

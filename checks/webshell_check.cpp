@@ -16,6 +16,7 @@
 #include "common/text.h"
 #include "config/website_config.h"
 #include "engines/code_fragment.h"
+#include "engines/script_content.h"
 #include "engines/virus_rule.h"
 #include "engines/webshell_scan.h"
 
@@ -122,16 +123,22 @@ class CWebshellRun {
   bool Scan(std::string_view text, std::uint32_t hints, WebshellResult* found) {
     if ((hints & (kHintPhpTag | kHintPageTag)) != 0) {
       // In packed or random bytes the marks stand by chance.
-      return FindScript(text) != std::string_view::npos && Spend(text.size() + kScanStartBytes, &scan_budget_) &&
-             libs_.WebshellScan(text, found);
+      if (FindScript(text) == std::string_view::npos) return false;
+      if (text.find('\0') == std::string_view::npos) return ScanText(text, found);
+      bool hit = false;
+      ForEachServerCode(text, [&](std::string_view part) { return !(hit = ScanText(part, found)); });
+      return hit;
     }
     const bool worth = (hints & kHintSource) != 0 && text.size() <= kLongestFragment;
-    if (!worth || text.find('\0') != std::string_view::npos || !Spend(text.size() + kScanStartBytes, &scan_budget_))
-      return false;
+    if (!worth || text.find('\0') != std::string_view::npos) return false;
     std::string page = "<?php ";
     page += text;
     page += ';';
-    return libs_.WebshellScan(std::string_view(page), found);
+    return ScanText(page, found);
+  }
+
+  bool ScanText(std::string_view text, WebshellResult* found) {
+    return Spend(text.size() + kScanStartBytes, &scan_budget_) && libs_.WebshellScan(text, found);
   }
 
   bool JudgeEncoded(const RequestValue& value) {

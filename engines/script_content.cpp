@@ -30,11 +30,11 @@ constexpr Ending kEndings[] = {
     {"php", ScriptLanguage::kPhp},     {"php3", ScriptLanguage::kPhp},    {"php4", ScriptLanguage::kPhp},
     {"php5", ScriptLanguage::kPhp},    {"php7", ScriptLanguage::kPhp},    {"php8", ScriptLanguage::kPhp},
     {"phtml", ScriptLanguage::kPhp},   {"pht", ScriptLanguage::kPhp},     {"phps", ScriptLanguage::kPhp},
-    {"phar", ScriptLanguage::kPhp},    {"inc", ScriptLanguage::kPhp},     {"asp", ScriptLanguage::kAsp},
-    {"asa", ScriptLanguage::kAsp},     {"cer", ScriptLanguage::kAsp},     {"cdx", ScriptLanguage::kAsp},
-    {"aspx", ScriptLanguage::kAspx},   {"ashx", ScriptLanguage::kAspx},   {"asmx", ScriptLanguage::kAspx},
-    {"ascx", ScriptLanguage::kAspx},   {"asax", ScriptLanguage::kAspx},   {"master", ScriptLanguage::kAspx},
-    {"cshtml", ScriptLanguage::kAspx}, {"vbhtml", ScriptLanguage::kAspx},
+    {"phar", ScriptLanguage::kPhp},    {"asp", ScriptLanguage::kAsp},     {"asa", ScriptLanguage::kAsp},
+    {"cer", ScriptLanguage::kAsp},     {"cdx", ScriptLanguage::kAsp},     {"aspx", ScriptLanguage::kAspx},
+    {"ashx", ScriptLanguage::kAspx},   {"asmx", ScriptLanguage::kAspx},   {"ascx", ScriptLanguage::kAspx},
+    {"asax", ScriptLanguage::kAspx},   {"master", ScriptLanguage::kAspx}, {"cshtml", ScriptLanguage::kAspx},
+    {"vbhtml", ScriptLanguage::kAspx},
 };
 
 bool StartsWith(std::string_view text, std::string_view lower) {
@@ -60,7 +60,8 @@ bool OpensAnything(std::string_view rest) {
 bool CodeMayFollow(std::string_view rest) {
   rest = rest.substr(0, kBehindMark);
   for (std::size_t i = 0; i < rest.size(); ++i) {
-    if (OpensAnything(rest.substr(i))) return true;
+    if (OpensAnything(rest.substr(i)) || rest.substr(i).starts_with("?>") || rest.substr(i).starts_with("%>"))
+      return true;
     if (IsControl(rest[i])) return false;
   }
   return true;
@@ -360,6 +361,15 @@ void CServerCode::Emit(std::size_t size) {
   if (state_ != State::kMarkup) part_ = (is_php_ ? "<?php " : "<% ") + rest;
   statement_end_ = 0;
   open_block_ = 0;
+}
+
+void ForEachServerCode(std::string_view text, const CServerCode::OnPart& on_part) {
+  bool wanted = true;
+  const auto pass_on = [&](std::string_view part) { return wanted = on_part(part); };
+  for (const CodeFamily family : {CodeFamily::kPhp, CodeFamily::kPhpShort, CodeFamily::kAsp}) {
+    CServerCode code(family, false, pass_on);
+    if (wanted && code.Add(text)) code.End();
+  }
 }
 
 }  // namespace qiv

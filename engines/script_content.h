@@ -89,4 +89,8 @@ class CServerCode {
   std::size_t statement_end_ = 0;  // in part_, the last one
 };
 
+/// The server code of a text that is no script by name, of every family in turn, while on_part wants more: in packed
+/// bytes marks, calls and variables stand by chance.
+void ForEachServerCode(std::string_view text, const CServerCode::OnPart& on_part);
+
 }  // namespace qiv

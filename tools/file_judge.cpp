@@ -1,6 +1,8 @@
 #include "tools/file_judge.h"
 
+#include <algorithm>
 #include <cstddef>
+#include <iterator>
 #include <optional>
 #include <utility>
 
@@ -146,8 +148,9 @@ void CFileJudge::JudgeText(const std::string& text, bool is_named, FileVerdict* 
 }
 
 bool CFileJudge::IsByWordsAlone(const WebshellResult& finding) const {
-  return finding.name == Message(language_, MessageId::kRiskCharacteristics) ||
-         finding.name == Message(language_, MessageId::kSuspectedFiles);
+  constexpr MessageId kByWords[] = {MessageId::kRiskCharacteristics, MessageId::kDoubtful, MessageId::kSuspectedFiles};
+  return std::any_of(std::begin(kByWords), std::end(kByWords),
+                     [&](MessageId id) { return finding.name == Message(language_, id); });
 }
 
 bool CFileJudge::Scan(std::string_view text, bool is_named, FileVerdict* verdict) const {

@@ -208,6 +208,12 @@ TEST_F(WebshellCheckTest, MarksStandInPackedBytesByChance) {
     Body("application/octet-stream", bytes);
     EXPECT_EQ(Run(), "");
   }
+  const std::string part = "--b\r\nContent-Disposition: form-data; name=\"f\"\r\n\r\n";
+  const std::string begin = std::string("\0\0PK", 4) + "<?echo trim($title, 1, 2, 3, 4);";
+  Body("multipart/form-data; boundary=b", part + begin + "\x01\x02 $f=$_GET[1];\x03 $f($_GET[2]);\x04\r\n--b--\r\n");
+  EXPECT_EQ(Run(), "") << "no server runs it";
+  Body("multipart/form-data; boundary=b", part + begin + "$f=$_GET[1]; $f($_GET[2]); ?>\x04\r\n--b--\r\n");
+  EXPECT_NE(Run(), "");
 }
 
 TEST_F(WebshellCheckTest, FilesAreTheUploadChecks) {

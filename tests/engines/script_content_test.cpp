@@ -16,8 +16,8 @@ TEST(ScriptContent, TellsWhereServerCodeMayBegin) {
   const std::string wide = "\xFF\xFE<\0%\0e\0v\0a\0l\0"s;
   const std::string wide_other_end = "\xFE\xFF\0<\0?\0p"s;
   for (const std::string& text :
-       {"<?php x"s, "\xFF\xD8\x01<?PHP\n"s, "<?=1"s, "<?eval(1);"s, "<%eval request(1)%>"s, "<% '\x01\x02"s,
-        "<?/*\x01*/x"s, "<SCRIPT Language=VBScript RUNAT=Server>"s, "<script language='php'>"s, "<?"s,
+       {"<?php x"s, "\xFF\xD8\x01<?PHP\n"s, "<?=1"s, "<?eval(1);"s, "<?$f(1)?>\x04"s, "<%eval request(1)%>"s,
+        "<% '\x01\x02"s, "<?/*\x01*/x"s, "<SCRIPT Language=VBScript RUNAT=Server>"s, "<script language='php'>"s, "<?"s,
         "<?xml version='1.0'?><?php"s, "<%rem \x01"s, wide, wide_other_end}) {
     EXPECT_TRUE(HoldsServerCode(text)) << text;
   }
@@ -29,14 +29,14 @@ TEST(ScriptContent, TellsWhereServerCodeMayBegin) {
 }
 
 TEST(ScriptContent, ReadsNamesAsServersDo) {
-  for (const std::string name : {"a.php", "A.PHP", "a.php.jpg", "a.phtml", "x.inc", "a.pHp7"}) {
+  for (const std::string name : {"a.php", "A.PHP", "a.php.jpg", "a.phtml", "a.pHp7"}) {
     EXPECT_EQ(ScriptLanguageOfName(name), ScriptLanguage::kPhp) << name;
   }
   for (const std::string name : {"a.asp", "a.asp;.jpg", "a.cer", "a.asp.txt"}) {
     EXPECT_EQ(ScriptLanguageOfName(name), ScriptLanguage::kAsp) << name;
   }
   EXPECT_EQ(ScriptLanguageOfName("a.ashx"), ScriptLanguage::kAspx);
-  for (const std::string name : {"php", "a.js", "a.phpx", "", ".", "a.;.php"}) {
+  for (const std::string name : {"php", "a.js", "a.inc", "a.phpx", "", ".", "a.;.php"}) {
     EXPECT_EQ(ScriptLanguageOfName(name), ScriptLanguage::kNone) << name;
   }
 }
