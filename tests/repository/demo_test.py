@@ -18,13 +18,19 @@ def free_port():
         return probe.getsockname()[1]
 
 
+def heed_interrupts():
+    """What was started in the background of a script ignores SIGINT, and so would its children."""
+    signal.signal(signal.SIGINT, signal.SIG_DFL)
+
+
 class Demo:
     """A running ./run.sh; what it printed up to "Ctrl-C stops it." is in `text`."""
 
     def __init__(self, *options):
         self.port = free_port()
         self.process = subprocess.Popen(["./run.sh", "--port", str(self.port), *options], cwd=ROOT, stdin=subprocess.DEVNULL,
-                                        stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, start_new_session=True)
+                                        stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, start_new_session=True,
+                                        preexec_fn=heed_interrupts)
         timer = threading.Timer(START_SECONDS, self.process.kill)
         timer.start()
         self.text = ""
