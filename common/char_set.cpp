@@ -1,5 +1,6 @@
 #include "common/char_set.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 
@@ -69,8 +70,9 @@ std::string CCharSet::Utf8ToLocal(std::string_view text) { return Utf8ToGbk(text
 void CCharSet::LowerAscii(std::string* text) {
   const std::size_t size = text->size();
   char* bytes = text->data();
+  unsigned after_lead = 0;  // the byte before begins a character of two bytes, if this one can be its second
   for (std::size_t pos = 0; pos < size;) {
-    if (pos + 8 <= size) {
+    if (after_lead == 0 && pos + 8 <= size) {
       const std::uint64_t word = LoadWord(bytes + pos);
       if ((word & kHighBits) == 0) {
         const std::uint64_t lower = LowerWord(word);
@@ -79,9 +81,16 @@ void CCharSet::LowerAscii(std::string* text) {
         continue;
       }
     }
-    const std::size_t length = CharacterLength(*text, pos);
-    if (bytes[pos] >= 'A' && bytes[pos] <= 'Z') bytes[pos] = static_cast<char>(bytes[pos] | 0x20);
-    pos += length;
+    // Without branches: in packed bytes each would be a guess.
+    for (const std::size_t end = std::min(pos + 8, size); pos < end; ++pos) {
+      const auto c = static_cast<unsigned char>(bytes[pos]);
+      const unsigned is_trail =
+          static_cast<unsigned>(c >= 0x40) & static_cast<unsigned>(c <= 0xFE) & static_cast<unsigned>(c != 0x7F);
+      const unsigned fresh = 1U ^ (after_lead & is_trail);
+      const unsigned is_upper = static_cast<unsigned>(c - unsigned{'A'} < 26U);
+      bytes[pos] = static_cast<char>(c | ((is_upper & fresh) << 5U));
+      after_lead = fresh & static_cast<unsigned>(c - 0x81U <= 0xFEU - 0x81U);
+    }
   }
 }
 
