@@ -5,7 +5,7 @@
 #include <span>
 #include <string>
 
-#include "engines/virus_library.h"
+#include "engines/webshell/signatures/signature_library.h"
 
 namespace qiv::bench {
 

@@ -18,4 +18,16 @@ IEventRecorder& EventRecorder() { return *recorder_in_use; }
 
 void SetEventRecorder(IEventRecorder* recorder) { recorder_in_use = recorder ? recorder : &no_recorder; }
 
+void BlockPlainly(CheckKind kind, std::string_view statistics, RequestFacts& facts, CheckResult& result) {
+  result.status = kBlocked;
+  result.kind = kind;
+  result.plain_block = 1;
+  result.log = 1;
+  result.notify = 1;
+  facts.attack = true;
+  if (statistics.empty()) return;
+  const std::string_view rule = result.rule.empty() ? std::string_view("-") : std::string_view(result.rule);
+  EventRecorder().RecordStatistics(statistics, facts.client_ip, rule);
+}
+
 }  // namespace qiv

@@ -27,4 +27,8 @@ IEventRecorder& EventRecorder();
 /// Not owned; null restores the one that does nothing. Call it before requests run.
 void SetEventRecorder(IEventRecorder* recorder);
 
+/// What every plain block does beside its texts and rule: blocks, to be logged, reported and counted towards a lock,
+/// and marks the request as an attack. Counted in `statistics` unless empty.
+void BlockPlainly(CheckKind kind, std::string_view statistics, RequestFacts& facts, CheckResult& result);
+
 }  // namespace qiv

@@ -13,10 +13,11 @@
 #include "checks/event_recorder.h"
 #include "common/char_set.h"
 #include "common/messages.h"
+#include "common/text.h"
 #include "config/website_config.h"
-#include "engines/match_excerpt.h"
-#include "engines/sql_injection_detector.h"
-#include "engines/xss_detector.h"
+#include "engines/injection/match_excerpt.h"
+#include "engines/injection/sql_injection_detector.h"
+#include "engines/injection/xss_detector.h"
 
 namespace qiv {
 namespace {
@@ -164,7 +165,7 @@ class CInjectionRun {
     if (place.place == Place::kPost) {
       const std::string excerpt = xss ? MatchExcerpt(text, hit.match.shown) : MatchExcerpt(text, hit.match.words);
       if (!excerpt.empty())
-        Append(result_.detail, {T(MessageId::kComma), T(MessageId::kConnective), T(MessageId::kColon), excerpt});
+        AppendAll(&result_.detail, {T(MessageId::kComma), T(MessageId::kConnective), T(MessageId::kColon), excerpt});
     }
     if (place.place == Place::kHeader) AppendHeaderLocator(hit);
     if (sql_.*place.strict) {
@@ -193,29 +194,31 @@ class CInjectionRun {
 
   void WriteSqlTexts(const PlaceTraits& place, const Hit& hit) {
     result_.item.clear();
-    Append(result_.item, {T(MessageId::kSqlItem), T(MessageId::kOpenBracket), place.name, T(MessageId::kCloseBracket)});
+    AppendAll(&result_.item,
+              {T(MessageId::kSqlItem), T(MessageId::kOpenBracket), place.name, T(MessageId::kCloseBracket)});
     result_.reason = T(MessageId::kSqlReason);
     if (hit.semantic) {
-      Append(result_.reason, {T(MessageId::kOpenBracket), T(MessageId::kCloudMatching), T(MessageId::kCloseBracket)});
+      AppendAll(&result_.reason,
+                {T(MessageId::kOpenBracket), T(MessageId::kCloudMatching), T(MessageId::kCloseBracket)});
     }
-    Append(result_.reason, {T(MessageId::kComma), T(MessageId::kKeywords), T(MessageId::kColon), hit.match.shown});
+    AppendAll(&result_.reason, {T(MessageId::kComma), T(MessageId::kKeywords), T(MessageId::kColon), hit.match.shown});
     result_.detail = result_.reason;
   }
 
   void WriteXssTexts(const PlaceTraits& place, const Hit& hit) {
     result_.item = T(MessageId::kXssItem);
     result_.reason = T(MessageId::kXssReason);
-    Append(result_.reason, {T(MessageId::kOpenBracket), place.name, T(MessageId::kCloseBracket), T(MessageId::kComma),
-                            T(MessageId::kType), T(MessageId::kColon), hit.xss_type});
+    AppendAll(&result_.reason, {T(MessageId::kOpenBracket), place.name, T(MessageId::kCloseBracket),
+                                T(MessageId::kComma), T(MessageId::kType), T(MessageId::kColon), hit.xss_type});
     result_.detail = result_.reason;
-    Append(result_.detail, {T(MessageId::kComma), T(MessageId::kKeywords), T(MessageId::kColon), hit.match.shown});
+    AppendAll(&result_.detail, {T(MessageId::kComma), T(MessageId::kKeywords), T(MessageId::kColon), hit.match.shown});
   }
 
   void AppendRemark(const PlaceTraits& place, std::string_view remark) {
     if (remark.empty()) return;
-    Append(result_.detail, {T(MessageId::kOpenBracket)});
-    if (place.place == Place::kHeader) Append(result_.detail, {T(MessageId::kRemark), T(MessageId::kColon)});
-    Append(result_.detail, {remark, T(MessageId::kCloseBracket)});
+    AppendAll(&result_.detail, {T(MessageId::kOpenBracket)});
+    if (place.place == Place::kHeader) AppendAll(&result_.detail, {T(MessageId::kRemark), T(MessageId::kColon)});
+    AppendAll(&result_.detail, {remark, T(MessageId::kCloseBracket)});
   }
 
   /// Names the header that holds the rule's first word, else the one the detector hit in, else "(Merge)".
@@ -234,16 +237,12 @@ class CInjectionRun {
     std::string name;
     std::string value;
     if (!header) {
-      Append(name, {T(MessageId::kOpenBracket), T(MessageId::kMerge), T(MessageId::kCloseBracket)});
+      AppendAll(&name, {T(MessageId::kOpenBracket), T(MessageId::kMerge), T(MessageId::kCloseBracket)});
     } else {
       name = header->name.empty() ? std::to_string(header - facts_.headers.data()) : std::string(header->name);
       value = CCharSet::ToLocal(header->value);
     }
-    Append(result_.detail, {T(MessageId::kOpenBracket), "Header[", name, "]=", value, T(MessageId::kCloseBracket)});
-  }
-
-  static void Append(std::string& text, std::initializer_list<std::string_view> pieces) {
-    for (const std::string_view piece : pieces) text += piece;
+    AppendAll(&result_.detail, {T(MessageId::kOpenBracket), "Header[", name, "]=", value, T(MessageId::kCloseBracket)});
   }
 
   std::string_view T(MessageId id) const { return Message(language_, id); }

@@ -6,6 +6,7 @@
 #include "common/char_set.h"
 #include "common/multipart.h"
 #include "common/text.h"
+#include "port/code_page.h"
 
 namespace qiv {
 namespace {
@@ -53,18 +54,8 @@ bool VisitJson(std::string_view text, const ValueVisitor& visit) {
   return true;
 }
 
-void AppendUtf8(std::uint32_t unit, std::string* out) {
-  if (unit < 0x80) {
-    *out += static_cast<char>(unit);
-  } else if (unit < 0x800) {
-    *out += {static_cast<char>(0xC0 | unit >> 6), static_cast<char>(0x80 | (unit & 0x3F))};
-  } else {
-    *out += {static_cast<char>(0xE0 | unit >> 12), static_cast<char>(0x80 | (unit >> 6 & 0x3F)),
-             static_cast<char>(0x80 | (unit & 0x3F))};
-  }
-}
-
-/// "\uXXXX" becomes UTF-8, half of a surrogate pair by itself: enough to find ASCII words. What is malformed stays.
+/// "\uXXXX" becomes UTF-8, half of a surrogate pair a mark of its own: enough to find ASCII words. What is malformed
+/// stays.
 std::string UnescapeJson(std::string_view text) {
   constexpr std::string_view kShort = "bfnrt";
   constexpr std::string_view kMeaning = "\b\f\n\r\t";
@@ -88,9 +79,10 @@ std::string UnescapeJson(std::string_view text) {
         plain += kind;
         continue;
       }
-      AppendUtf8(
-          static_cast<std::uint32_t>(static_cast<unsigned char>(bytes[0])) << 8 | static_cast<unsigned char>(bytes[1]),
-          &plain);
+      const auto byte = [&](std::size_t at) { return static_cast<char32_t>(static_cast<unsigned char>(bytes[at])); };
+      const char32_t unit = byte(0) << 8U | byte(1);
+      constexpr char32_t kReplacement = 0xFFFD;
+      AppendUtf8(unit >= 0xD800 && unit < 0xE000 ? kReplacement : unit, &plain);
       text.remove_prefix(4);
     }
   }

@@ -21,9 +21,9 @@
 #include "common/multipart.h"
 #include "common/text.h"
 #include "config/website_config.h"
-#include "engines/decoders.h"
-#include "engines/script_content.h"
-#include "engines/webshell_scan.h"
+#include "engines/webshell/decoding/decoders.h"
+#include "engines/webshell/script_content.h"
+#include "engines/webshell/webshell_scan.h"
 
 namespace qiv {
 namespace {
@@ -44,30 +44,6 @@ struct Item {
   bool image_name = false;
   bool script_name = false;  // or no extension that says otherwise
 };
-
-// Quoted-printable: "=XX" is a byte, "=" at the end of a line joins it with the next.
-std::string DecodeQuotedPrintable(std::string_view text) {
-  std::string decoded;
-  decoded.reserve(text.size());
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    if (text[i] != '=') {
-      decoded += text[i];
-      continue;
-    }
-    const std::string byte = DecodeHex(text.substr(i + 1, 2));
-    if (byte.size() == 1) {
-      decoded += byte;
-      i += 2;
-    } else if (i + 1 < text.size() && text[i + 1] == '\n') {
-      i += 1;
-    } else if (text.compare(i + 1, 2, "\r\n") == 0) {
-      i += 2;
-    } else {
-      decoded += '=';
-    }
-  }
-  return decoded;
-}
 
 constexpr std::string_view kUtf32Little("\xFF\xFE\0\0", 4);
 constexpr std::string_view kUtf32Big("\0\0\xFE\xFF", 4);
@@ -282,12 +258,12 @@ class CUploadRun {
 
   /// What the log names a part by: "field=file".
   static std::string Shown(const Item& item) {
-    std::string shown(item.field.substr(0, kLongestShown));
-    if (!item.file_name.empty()) {
-      if (!shown.empty()) shown += '=';
-      shown += item.file_name.substr(0, kLongestShown);
-    }
-    return CCharSet::ToLocal(std::move(shown));
+    const auto local = [](std::string_view text) {
+      return CCharSet::Prefix(CCharSet::ToLocal(std::string(text)), kLongestShown);
+    };
+    std::string shown = local(item.field);
+    if (!item.file_name.empty()) AppendAll(&shown, {shown.empty() ? "" : "=", local(item.file_name)});
+    return shown;
   }
 
   bool Block(const Item& item, MessageId finding, std::string_view found,
@@ -296,23 +272,14 @@ class CUploadRun {
     const std::string_view colon = T(MessageId::kColon);
     result_.item = T(protection);
     result_.category = T(MessageId::kUploadCategory);
-    const auto append = [](std::string* text, std::initializer_list<std::string_view> pieces) {
-      for (const std::string_view piece : pieces) *text += piece;
-    };
-    append(&result_.reason, {T(MessageId::kUploadReason), comma, T(MessageId::kType), colon, T(finding)});
-    append(&result_.detail, {T(MessageId::kUploadReason), T(MessageId::kOpenBracket), "File[", Shown(item), "]",
-                             T(MessageId::kCloseBracket), comma, T(MessageId::kType), colon, T(finding)});
+    AppendAll(&result_.reason, {T(MessageId::kUploadReason), comma, T(MessageId::kType), colon, T(finding)});
+    AppendAll(&result_.detail, {T(MessageId::kUploadReason), T(MessageId::kOpenBracket), "File[", Shown(item), "]",
+                                T(MessageId::kCloseBracket), comma, T(MessageId::kType), colon, T(finding)});
     if (!found.empty()) {
-      append(&result_.detail, {comma, T(MessageId::kKeywords), colon,
-                               CCharSet::Prefix(CCharSet::ToLocal(std::string(found)), kLongestShown)});
+      AppendAll(&result_.detail, {comma, T(MessageId::kKeywords), colon,
+                                  CCharSet::Prefix(CCharSet::ToLocal(std::string(found)), kLongestShown)});
     }
-    result_.kind = kKindUpload;
-    result_.plain_block = 1;
-    result_.log = 1;
-    result_.notify = 1;
-    result_.status = kBlocked;
-    facts_.attack = true;
-    if (facts_.statistics) EventRecorder().RecordStatistics(statistics, facts_.client_ip, "-");
+    BlockPlainly(kKindUpload, facts_.statistics ? statistics : "", facts_, result_);
     return true;
   }
 

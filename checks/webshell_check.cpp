@@ -1,6 +1,6 @@
 // Each place is searched as a whole for anything that could be code, in the form the facts hold it in. Only if there is
 // any, its values are decoded one by one and judged:
-//   - code without a page around it, by itself (engines/code_fragment.h);
+//   - code without a page around it, by itself (engines/webshell/request_code.h);
 //   - a script ("<?", "<%"), and code that names the request ("$_"), by the detectors of webshell files.
 // Values in base64 cannot be seen in the whole text: where enough of its letters stand in a row, what begins so is
 // decoded, a few KiB of it.
@@ -15,10 +15,10 @@
 #include "common/char_set.h"
 #include "common/text.h"
 #include "config/website_config.h"
-#include "engines/code_fragment.h"
-#include "engines/script_content.h"
-#include "engines/virus_rule.h"
-#include "engines/webshell_scan.h"
+#include "engines/webshell/request_code.h"
+#include "engines/webshell/script_content.h"
+#include "engines/webshell/signatures/signature_rule.h"
+#include "engines/webshell/webshell_scan.h"
 
 namespace qiv {
 namespace {
@@ -80,11 +80,13 @@ class CWebshellRun {
       place_ = "POST";
       const BodyForm form = BodyFormOf(facts_);
       direct_ = form == BodyForm::kRaw;
-      hints_ = CodeHints(facts_.body);
+      // Most of a multipart form are files, which are not this check's: its fields are looked at one by one.
+      const bool multipart = form == BodyForm::kMultipart;
+      hints_ = multipart ? kHintCall : CodeHints(facts_.body);
       // Words can be written in escapes.
       const bool escaped = form == BodyForm::kJson && facts_.body.View().find("\\u00") != std::string_view::npos;
       if (escaped) hints_ |= kHintCall;
-      if (IsWorthAWalk(facts_.raw_body) && !ForEachBodyValue(facts_, visit)) return;
+      if ((multipart || IsWorthAWalk(facts_.raw_body)) && !ForEachBodyValue(facts_, visit)) return;
     }
     if (base.trojan_header != 0) {
       place_ = "Header";
@@ -167,7 +169,8 @@ class CWebshellRun {
     std::string room;
     WebshellPlace place;
     place.place = place_;
-    place.name = RequestValue{{}, value.name, value.encoding}.Decoded(&room);
+    room = CCharSet::ToLocal(std::string(RequestValue{{}, value.name, value.encoding}.Decoded(&room)));
+    place.name = room;
     BlockWebshell(place, found, facts_, result_);
     return true;
   }

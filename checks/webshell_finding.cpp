@@ -1,11 +1,11 @@
 #include "checks/webshell_finding.h"
 
 #include <cstddef>
-#include <initializer_list>
 #include <string>
 
 #include "checks/event_recorder.h"
 #include "common/char_set.h"
+#include "common/text.h"
 #include "config/website_config.h"
 
 namespace qiv {
@@ -14,10 +14,6 @@ namespace {
 // Names and matched texts come from the client: what a line of the log needs of them, in bytes.
 constexpr std::size_t kLongestName = 100;
 constexpr std::size_t kLongestDetail = 300;
-
-void Append(std::string* text, std::initializer_list<std::string_view> pieces) {
-  for (const std::string_view piece : pieces) *text += piece;
-}
 
 }  // namespace
 
@@ -29,32 +25,25 @@ void BlockWebshell(const WebshellPlace& place, const WebshellResult& found, Requ
   const std::string_view colon = text(MessageId::kColon);
 
   result.item = text(place.item);
-  Append(&result.item, {open, place.place, close});
+  AppendAll(&result.item, {open, place.place, close});
   result.category = text(MessageId::kWebshellCategory);
   result.reason = text(MessageId::kWebshellReason);
   result.detail = result.reason;
-  Append(&result.reason, {open, place.place, close, comma, text(MessageId::kType), colon, found.name});
+  AppendAll(&result.reason, {open, place.place, close, comma, text(MessageId::kType), colon, found.name});
 
-  Append(&result.detail, {open, place.place});
-  if (!place.name.empty()) Append(&result.detail, {"[", CCharSet::Prefix(place.name, kLongestName), "]"});
-  Append(&result.detail, {close, comma, text(MessageId::kType), colon, found.name});
-  if (!found.category.empty()) Append(&result.detail, {open, found.category, close});
+  AppendAll(&result.detail, {open, place.place});
+  if (!place.name.empty()) AppendAll(&result.detail, {"[", CCharSet::Prefix(place.name, kLongestName), "]"});
+  AppendAll(&result.detail, {close, comma, text(MessageId::kType), colon, found.name});
+  if (!found.category.empty()) AppendAll(&result.detail, {open, found.category, close});
   if (!found.detail.empty()) {
-    Append(&result.detail, {comma, text(MessageId::kKeywords), colon, CCharSet::Prefix(found.detail, kLongestDetail)});
+    AppendAll(&result.detail, {comma, text(MessageId::kKeywords), colon,
+                               CCharSet::Prefix(CCharSet::ToLocal(found.detail), kLongestDetail)});
   }
 
   result.rule = found.rule;
-  result.kind = kKindWebshell;
-  result.plain_block = 1;
-  result.log = 1;
-  result.notify = 1;
-  result.status = kBlocked;
-  facts.attack = true;
   // The lists leave only the first phase countable.
-  if (facts.statistics || facts.phase == kPhasePostExecute) {
-    EventRecorder().RecordStatistics(place.statistics, facts.client_ip,
-                                     found.rule.empty() ? std::string_view("-") : std::string_view(found.rule));
-  }
+  BlockPlainly(kKindWebshell, facts.statistics || facts.phase == kPhasePostExecute ? place.statistics : "", facts,
+               result);
 }
 
 }  // namespace qiv

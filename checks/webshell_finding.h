@@ -6,7 +6,7 @@
 #include "checks/check_result.h"
 #include "checks/request_facts.h"
 #include "common/messages.h"
-#include "engines/webshell_result.h"
+#include "engines/webshell/webshell_result.h"
 
 namespace qiv {
 

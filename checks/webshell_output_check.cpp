@@ -3,8 +3,8 @@
 #include "checks/file_content.h"
 #include "checks/webshell_finding.h"
 #include "config/website_config.h"
-#include "engines/webshell_output.h"
-#include "engines/webshell_scan.h"
+#include "engines/webshell/webshell_output.h"
+#include "engines/webshell/webshell_scan.h"
 
 namespace qiv {
 namespace {

@@ -74,6 +74,10 @@ std::size_t FindNoCase(std::string_view text, std::string_view lower, std::size_
   return found == text.end() ? std::string_view::npos : static_cast<std::size_t>(found - text.begin());
 }
 
+void AppendAll(std::string* text, std::initializer_list<std::string_view> pieces) {
+  for (const std::string_view piece : pieces) *text += piece;
+}
+
 std::string_view Trim(std::string_view text) {
   while (!text.empty() && IsSpace(text.front())) text.remove_prefix(1);
   while (!text.empty() && IsSpace(text.back())) text.remove_suffix(1);

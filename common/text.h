@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <initializer_list>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -17,6 +18,8 @@ constexpr bool IsLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && 
 /// ASCII letter, digit or "_".
 constexpr bool IsWordByte(char c) { return IsLetter(c) || IsDigit(c) || c == '_'; }
 
+/// Appends all of them.
+void AppendAll(std::string* text, std::initializer_list<std::string_view> pieces);
 /// Without leading and trailing white space.
 std::string_view Trim(std::string_view text);
 /// Without leading and trailing bytes that occur in `bytes`.

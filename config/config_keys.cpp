@@ -32,7 +32,7 @@ constexpr ConfigKey kKeys[] = {
 #include "config/keys_protect.def"
 #undef QIV_SECTION
 #define QIV_SECTION "website_sql"
-#include "engines/injection_keys.def"
+#include "engines/injection/injection_keys.def"
 #undef QIV_SECTION
 #define QIV_SECTION "website_attack"
 #include "config/keys_attack.def"

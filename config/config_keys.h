@@ -1,6 +1,6 @@
 // The one table of configuration keys: what the loader, lint, pack, unpack and the reference page know of them.
 //
-// It is made of the keys_*.def files (and engines/injection_keys.def), one row a key:
+// It is made of the keys_*.def files (and engines/injection/injection_keys.def), one row a key:
 //   QIV_<TYPE>(member, key, meaning)
 // in the order in which keys are read. The meaning is English Markdown with unit and range. The same files declare the
 // members of the records in website_config.h and read their values in config_parser.cpp. All of this is thread safe.

@@ -15,7 +15,7 @@
 #include "config/address_sets.h"
 #include "config/page_settings.h"
 #include "config/value_lists.h"
-#include "engines/rule_text.h"
+#include "engines/injection/rule_text.h"
 #include "port/file.h"
 
 namespace qiv {
@@ -74,7 +74,7 @@ void ReadKeys(const CSection& section, ProtectSettings* out) {
 #include "config/keys_protect.def"
 }
 void ReadKeys(const CSection& section, InjectionSettings* out) {
-#include "engines/injection_keys.def"
+#include "engines/injection/injection_keys.def"
 }
 void ReadKeys(const CSection& section, AttackSettings* out) {
 #include "config/keys_attack.def"

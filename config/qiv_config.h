@@ -8,9 +8,9 @@
 
 #include "common/published.h"
 #include "config/config_parser.h"
-#include "config/trojan_library.h"
+#include "config/webshell_library.h"
 #include "config/website_config.h"
-#include "engines/injection_library.h"
+#include "engines/injection/injection_library.h"
 #include "port/clock.h"
 #include "port/critical_section.h"
 

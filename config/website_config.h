@@ -9,8 +9,8 @@
 #include "common/language.h"
 #include "config/list_settings.h"
 #include "config/url_exemptions.h"
-#include "engines/injection_settings.h"
-#include "engines/keyword_rules.h"
+#include "engines/injection/injection_settings.h"
+#include "engines/injection/keyword_rules.h"
 
 namespace qiv {
 

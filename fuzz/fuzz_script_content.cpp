@@ -5,8 +5,8 @@
 #include <cstdlib>
 #include <string>
 
-#include "engines/script_content.h"
-#include "engines/webshell_scan.h"
+#include "engines/webshell/script_content.h"
+#include "engines/webshell/webshell_scan.h"
 
 namespace {
 

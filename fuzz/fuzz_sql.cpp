@@ -3,8 +3,8 @@
 #include <cstdint>
 #include <cstdlib>
 
-#include "engines/sql_injection_detector.h"
-#include "tests/engines/slow_detectors.h"
+#include "engines/injection/sql_injection_detector.h"
+#include "tests/engines/injection/slow_detectors.h"
 
 namespace {
 

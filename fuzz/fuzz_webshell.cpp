@@ -4,8 +4,8 @@
 #include <cstdlib>
 #include <string_view>
 
-#include "engines/php_flow.h"
-#include "engines/webshell_scan.h"
+#include "engines/webshell/php/flow.h"
+#include "engines/webshell/webshell_scan.h"
 
 namespace {
 

@@ -12,8 +12,8 @@
 #include "common/multipart.h"
 #include "common/text.h"
 #include "config/website_config.h"
-#include "engines/code_fragment.h"
-#include "engines/webshell_scan.h"
+#include "engines/webshell/request_code.h"
+#include "engines/webshell/webshell_scan.h"
 
 namespace {
 

@@ -3,8 +3,8 @@
 #include <cstdint>
 #include <cstdlib>
 
-#include "engines/xss_detector.h"
-#include "tests/engines/slow_detectors.h"
+#include "engines/injection/xss_detector.h"
+#include "tests/engines/injection/slow_detectors.h"
 
 namespace {
 

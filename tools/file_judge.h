@@ -8,8 +8,8 @@
 #include <string_view>
 
 #include "common/language.h"
-#include "engines/virus_library.h"
-#include "engines/webshell_scan.h"
+#include "engines/webshell/signatures/signature_library.h"
+#include "engines/webshell/webshell_scan.h"
 
 namespace qiv {
 

@@ -11,7 +11,7 @@
 #include "tools/library_files.h"
 #include "tools/rule_file.h"
 #include "tools/settings_document.h"
-#include "tools/trojan_files.h"
+#include "tools/webshell_files.h"
 
 namespace qiv {
 namespace {
@@ -102,7 +102,7 @@ int InitInstallation(const InitOptions& options) {
   int library_exit = kExitOk;
   const std::string library = PackLibrary(rules + "/library", form, &library_exit);
   exit_code = std::max(exit_code, library_exit);
-  const std::string trojans = PackTrojanFiles(rules + "/trojan", options.language, &library_exit);
+  const std::string trojans = PackTrojanFiles(rules + "/webshell", options.language, &library_exit);
   exit_code = std::max(exit_code, library_exit);
   if (exit_code == kExitError) return exit_code;
 

@@ -8,7 +8,7 @@
 #include "tools/commands.h"
 #include "tools/files.h"
 #include "tools/library_files.h"
-#include "tools/trojan_files.h"
+#include "tools/webshell_files.h"
 
 namespace qiv {
 namespace {

@@ -6,7 +6,7 @@
 #include "common/aes.h"
 #include "common/char_set.h"
 #include "common/text.h"
-#include "engines/rule_text.h"
+#include "engines/injection/rule_text.h"
 #include "tools/files.h"
 
 namespace qiv {

@@ -5,7 +5,7 @@
 
 #include "common/char_set.h"
 #include "common/text.h"
-#include "engines/rule_text.h"
+#include "engines/injection/rule_text.h"
 #include "tools/utf8_text.h"
 
 namespace qiv {

@@ -14,7 +14,7 @@
 #include "common/json.h"
 #include "config/address_libraries.h"
 #include "config/config_parser.h"
-#include "config/trojan_library.h"
+#include "config/webshell_library.h"
 #include "config/website_config.h"
 #include "port/clock.h"
 #include "port/console.h"

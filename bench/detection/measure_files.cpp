@@ -24,8 +24,8 @@
 
 #include "bench/webshell_texts.h"
 #include "common/text.h"
-#include "engines/script_content.h"
-#include "engines/webshell_scan.h"
+#include "engines/webshell/script_content.h"
+#include "engines/webshell/webshell_scan.h"
 
 namespace {
 

@@ -6,8 +6,8 @@
 #include <string_view>
 
 #include "config/website_config.h"
-#include "engines/injection_library.h"
-#include "engines/webshell_scan.h"
+#include "engines/injection/injection_library.h"
+#include "engines/webshell/webshell_scan.h"
 
 namespace qiv {
 

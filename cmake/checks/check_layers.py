@@ -2,7 +2,8 @@
 """Refuses upward includes, and OS headers, OS conditionals and third-party headers outside the folders that may have them.
 
 Layers, lowest first: port, common, engines, config, checks, module. A folder includes itself and what stands below it.
-iis/ stands apart: the module and the host meet in it."""
+iis/ stands apart: the module and the host meet in it. Of the rooms of engines/ neither knows the other, and those of
+webshell/ stand in an order of their own."""
 import pathlib
 import re
 import sys
@@ -17,6 +18,31 @@ ALLOWED["host"] = {"host", "iis", "port"}
 EVERYTHING = set(LAYERS) | {"iis", "host", "tools", "tests", "bench", "fuzz"}
 for free in ("tools", "tests", "bench", "fuzz"):
     ALLOWED[free] = EVERYTHING - ({"tests"} if free == "tools" else set())
+
+# Rooms of engines/: what each may include of the others.
+ROOMS = {
+    "engines/injection/": (),
+    "engines/webshell/": ("engines/webshell/",),
+    "engines/webshell/decoding/": (),
+    "engines/webshell/signatures/": (),
+    "engines/webshell/flow/": ("engines/webshell/decoding/",),
+}
+for follower in ("engines/webshell/php/", "engines/webshell/page/"):
+    # The headers of webshell/ itself are words and results; no follower knows the other.
+    ROOMS[follower] = tuple(f"engines/webshell/{room}" for room in ("decoding/", "signatures/", "flow/", ""))
+
+
+def room_of(name):
+    """The innermost room of a file, with its trailing slash."""
+    return max((room for room in ROOMS if name.startswith(room)), key=len, default="")
+
+
+def is_open_to(room, included):
+    """Whether a file of `room` may include the engine header `included`."""
+    other = room_of(included)
+    if other == room or room == "engines/webshell/" and other.startswith(room):
+        return True
+    return other in ROOMS[room]
 
 OS_FOLDERS = ("port/", "iis/", "host/", "tests/port/", "tests/host/", "tests/abi/", "tests/e2e/")
 OS_HEADER = re.compile(
@@ -55,6 +81,8 @@ def faults_of_file(name, source, root=cpp_text.ROOT):
                 add(match.start(2), f'"{own}": write the path from the root of the repository')
         elif folder in ALLOWED and own.split("/")[0] not in ALLOWED[folder]:
             add(match.start(2), f'"{own}": {folder}/ may include only {", ".join(sorted(ALLOWED[folder]))}')
+        elif room_of(name) and room_of(own) and not is_open_to(room_of(name), own):
+            add(match.start(2), f'"{own}": {room_of(name)} may not include {room_of(own)}')
     if not os_allowed:
         for match in OS_CONDITIONAL.finditer(code):
             add(match.end(), "conditional on the operating system or compiler; it belongs to port/")

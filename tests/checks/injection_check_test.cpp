@@ -11,7 +11,7 @@
 #include "checks/event_recorder.h"
 #include "common/char_set.h"
 #include "config/website_config.h"
-#include "engines/injection_library.h"
+#include "engines/injection/injection_library.h"
 
 namespace qiv {
 namespace {

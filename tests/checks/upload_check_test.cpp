@@ -7,7 +7,7 @@
 #include "checks/upload_name.h"
 #include "common/char_set.h"
 #include "common/text.h"
-#include "engines/webshell_scan.h"
+#include "engines/webshell/webshell_scan.h"
 #include "tests/checks/check_fixture.h"
 
 namespace qiv {

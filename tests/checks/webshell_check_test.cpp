@@ -5,8 +5,8 @@
 #include <random>
 
 #include "common/text.h"
-#include "engines/code_fragment.h"
-#include "engines/webshell_scan.h"
+#include "engines/webshell/request_code.h"
+#include "engines/webshell/webshell_scan.h"
 #include "tests/checks/check_fixture.h"
 
 namespace qiv {

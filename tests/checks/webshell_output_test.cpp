@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include "engines/webshell_output.h"
-#include "engines/webshell_scan.h"
+#include "engines/webshell/webshell_output.h"
+#include "engines/webshell/webshell_scan.h"
 #include "tests/checks/check_fixture.h"
 
 namespace qiv {

@@ -27,12 +27,18 @@ class Layers(unittest.TestCase):
         ("module/a.cpp", "#include <sys/stat.h>\n", "OS header"),
         ("engines/a.cpp", "#if defined(_WIN32)\n#endif\n", "conditional"),
         ("config/a.cpp", "#ifdef __linux__\n#endif\n", "conditional"),
+        ("engines/injection/a.cpp", '#include "engines/webshell/x.h"\n', "may not include"),
+        ("engines/webshell/php/a.cpp", '#include "engines/webshell/page/x.h"\n', "may not include"),
+        ("engines/webshell/flow/a.cpp", '#include "engines/webshell/x.h"\n', "may not include"),
         ("module/a.cpp", "#include <boost/asio.hpp>\n", "only below host/"),
         ("module/a.cpp", '#include "stored_context.h"\n', "from the root"),
     ]
     GOOD = [
         ("config/a.h", '#include "common/x.h"\n#include <string>\n'),
         ("module/a.h", '#include "iis/httpserv.h"\n'),
+        ("engines/webshell/php/a.cpp", '#include "engines/webshell/flow/x.h"\n#include "engines/webshell/x.h"\n'),
+        ("engines/webshell/a.cpp", '#include "engines/webshell/page/x.h"\n'),
+        ("checks/a.cpp", '#include "engines/webshell/x.h"\n#include "engines/injection/x.h"\n'),
         ("common/a.cpp", '// #include "module/x.h"\n/*\n#include <windows.h>\n#ifdef _WIN32\n*/\n'),
         ("common/a.cpp", 'const char* x = R"(\n#include <windows.h>\n)";\n'),
         ("common/a.cpp", "int n = 1'000;\n#if defined(QIV_SOMETHING)\n#endif\nint m = 2'0;\n"),

@@ -11,12 +11,12 @@
 
 #include "common/json.h"
 #include "config/config_parser.h"
-#include "engines/injection_library.h"
+#include "engines/injection/injection_library.h"
 #include "port/file.h"
 #include "tests/port/temporary_directory.h"
 #include "tools/files.h"
 #include "tools/library_files.h"
-#include "tools/trojan_files.h"
+#include "tools/webshell_files.h"
 #include "tools/utf8_text.h"
 
 namespace qiv {

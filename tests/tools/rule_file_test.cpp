@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "common/char_set.h"
-#include "engines/rule_text.h"
+#include "engines/injection/rule_text.h"
 
 namespace qiv {
 namespace {

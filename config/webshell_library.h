@@ -1,0 +1,62 @@
+// The webshell library: config/_trojan.db, the built-in rules and the site's own entries, kept up to date.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "common/language.h"
+#include "common/published.h"
+#include "engines/webshell/webshell_scan.h"
+#include "port/critical_section.h"
+
+namespace qiv {
+
+struct WebsiteConfig;
+
+/// Thread safe. What is in force is immutable; a reader takes a counted reference without a lock.
+class CTrojanLibrary {
+ public:
+  /// Of the enciphered file, in bytes: half of it is text, some hundred thousand rules. The automaton over them takes
+  /// some 20 times the text.
+  static constexpr std::uint64_t kFileMaxBytes = 16U << 20;
+
+  explicit CTrojanLibrary(std::string path);
+
+  enum class Outcome {
+    kUnchanged,
+    kReplaced,
+    kAgain,  ///< the file cannot be opened now, or memory ran out: what is in force stays, to be tried again
+  };
+  /// Builds the library anew when the file's modification time, the language, or the site's own rules and exempt code
+  /// differ from what is in force. A file that holds none of the library's lists, is cut off, or is too large, counts
+  /// as unchanged; one that is gone, as empty.
+  Outcome Reload(const WebsiteConfig& site);
+
+  /// Null until the first Reload.
+  std::shared_ptr<const CQivLibs> Current() const { return library_.Load(); }
+
+ private:
+  bool TakeFile() QIV_REQUIRES(lock_);
+
+  const std::string path_;
+  CPublished<CQivLibs> library_;
+
+  CCriticalSection lock_;
+  // What `library_` was built from.
+  std::uint64_t file_time_ QIV_GUARDED_BY(lock_) = 0;  ///< 0: no file
+  std::string text_ QIV_GUARDED_BY(lock_);             ///< of the last good file, deciphered
+  bool stale_ QIV_GUARDED_BY(lock_) = true;            ///< `text_` is newer than `library_`
+  Language language_ QIV_GUARDED_BY(lock_) = Language::kEnglish;
+  std::string user_rules_ QIV_GUARDED_BY(lock_);
+  std::string free_code_ QIV_GUARDED_BY(lock_);
+};
+
+/// Whether a deciphered text is a webshell library: it holds at least one of the lists (kTrojanTags), and each
+/// that it opens is closed.
+bool IsTrojanLibrary(std::string_view text);
+
+/// The lists of the library, as the tags that enclose them.
+inline constexpr std::string_view kTrojanTags[] = {"trojan_rules", "trojan_free", "trojan_removal", "trojan_wholeword"};
+
+}  // namespace qiv

@@ -1,0 +1,261 @@
+// The three XSS checks, each one pass over the text.
+//
+// Each check is described by looking at every occurrence of a name, and around it: back to the nearest "<", from there
+// forward to white space, behind the name over white space and quotes. Taken literally that reads the same bytes again
+// for every occurrence, and an attacker can write many names around one long run. So what was read is kept:
+//  - Occurrences are taken in order of position. The nearest "<" before one, and whether white space lies between them,
+//    follow from the last "<" and the last white space before it, which one scan that only moves forward keeps current.
+//    The state of the attribute scan of the URL check belongs to the current "<" and goes on where it stopped.
+//  - Behind a name, white space is skipped to a "=", and quotes and white space behind the "=". Two names may end in
+//    the same run (names of a library may hold anything), so the last run of each kind is remembered: a skip that
+//    enters it jumps to its end. A run of the first kind is thus read once. A run of the second kind begins behind a
+//    "=" and holds none, so that no two of them overlap.
+//  - A skip that begins before the remembered run of white space reads on from there at most as far as the names'
+//    lengths differ.
+//  - Only the winning occurrence's fragment is measured, at the end; a hit is replaced only by one of an earlier event.
+// Every byte is therefore read a fixed number of times, whatever the text.
+// Tested by tests/engines/injection/xss_detector_test.cpp: against the description taken literally, and by counting bytes read.
+#include "engines/injection/xss_detector.h"
+
+#include <algorithm>
+#include <limits>
+
+#include "common/messages.h"
+#include "common/text.h"
+
+namespace qiv {
+namespace {
+
+constexpr std::size_t kNone = std::string_view::npos;
+constexpr std::string_view kScript = "<script";
+constexpr std::string_view kScriptFragment = "<script>";
+constexpr std::string_view kJavascript = "javascript:";
+
+constexpr bool IsQuoteOrSpace(char c) { return c == '\'' || c == '"' || IsSpace(c); }
+constexpr bool IsNameStart(char c) { return IsLetter(c) || c == '_'; }
+
+// Skips bytes of one kind; remembers the furthest run it read.
+class CRunSkipper {
+ public:
+  CRunSkipper(std::string_view text, bool (*is_in_run)(char)) : text_(text), is_in_run_(is_in_run) {}
+
+  // First position at or after `pos` that is not in the run.
+  std::size_t Skip(std::size_t pos) {
+    const std::size_t from = pos;
+    while (pos < text_.size()) {
+      if (pos >= begin_ && pos < end_) {
+        pos = end_;
+        break;
+      }
+      ++work_;
+      if (!is_in_run_(text_[pos])) break;
+      ++pos;
+    }
+    if (pos > end_) {
+      begin_ = from;
+      end_ = pos;
+    }
+    return pos;
+  }
+
+  std::size_t Work() const { return work_; }
+
+ private:
+  std::string_view text_;
+  bool (*is_in_run_)(char);
+  std::size_t begin_ = 0;
+  std::size_t end_ = 0;
+  std::size_t work_ = 0;
+};
+
+// The tests around one occurrence of an event name. Occurrences come in order of position.
+class CEventScan {
+ public:
+  explicit CEventScan(std::string_view text) : text_(text), spaces_(text, IsSpace), quotes_(text, IsQuoteOrSpace) {}
+
+  // Whether the name at [begin, end) is an attribute with a script-like value.
+  bool IsHit(std::size_t begin, std::size_t end) {
+    if (begin < kFirstPosition || !IsQuoteOrSpace(text_[begin - 1])) return false;
+    if (end < text_.size() && IsWordByte(text_[end])) return false;
+    for (; scanned_ < begin; ++scanned_) {
+      if (text_[scanned_] == '<') tag_ = scanned_;
+      if (IsSpace(text_[scanned_])) space_ = scanned_;
+    }
+    if (tag_ == kNone || !IsLetter(text_[tag_ + 1]) || space_ == kNone || space_ < tag_) return false;
+    const std::size_t equals = spaces_.Skip(end);
+    if (equals == text_.size() || text_[equals] != '=') return false;
+    value_ = quotes_.Skip(equals + 1);
+    return value_ < text_.size() && (text_[value_] == '/' || IsNameStart(text_[value_]));
+  }
+
+  std::size_t Tag() const { return tag_; }      // the "<" before the last hit
+  std::size_t Value() const { return value_; }  // the value's first byte
+  std::size_t Work() const { return scanned_ + spaces_.Work() + quotes_.Work(); }
+
+ private:
+  static constexpr std::size_t kFirstPosition = 3;  // "<a " comes before the first attribute
+
+  std::string_view text_;
+  std::size_t scanned_ = 0;  // tag_ and space_ are the last ones before it
+  std::size_t tag_ = kNone;
+  std::size_t space_ = kNone;
+  std::size_t value_ = 0;
+  CRunSkipper spaces_;
+  CRunSkipper quotes_;
+};
+
+// How far the attribute before a "javascript:" has been read: tag name, white space, attribute name, "=".
+class CAttributeScan {
+ public:
+  explicit CAttributeScan(std::string_view text) : text_(text) {}
+
+  // Whether the nearest "<" before `limit` is followed by a tag name, white space, and an attribute up to its "=", all
+  // before `limit`. Limits must grow.
+  bool HasAttribute(std::size_t limit) {
+    const std::size_t tag = text_.substr(scanned_, limit - scanned_).rfind('<');
+    if (tag != kNone) {
+      tag_ = scanned_ + tag;
+      pos_ = tag_ + 1;
+      stage_ = IsNameStart(text_[pos_]) ? Stage::kTagName : Stage::kFailed;
+    }
+    work_ += limit - scanned_;
+    scanned_ = limit;
+    const std::size_t from = pos_;
+    Advance(limit);
+    work_ += pos_ - from;
+    return stage_ == Stage::kEquals;
+  }
+
+  std::size_t Tag() const { return tag_; }
+  std::size_t Work() const { return work_; }
+
+ private:
+  enum class Stage { kFailed, kTagName, kGap, kAttribute, kEquals };
+
+  void Advance(std::size_t limit) {
+    if (stage_ == Stage::kTagName) {
+      while (pos_ < limit && !IsSpace(text_[pos_])) ++pos_;
+      if (pos_ < limit) stage_ = Stage::kGap;
+    }
+    if (stage_ == Stage::kGap) {
+      while (pos_ < limit && IsSpace(text_[pos_])) ++pos_;
+      if (pos_ < limit) stage_ = IsNameStart(text_[pos_]) ? Stage::kAttribute : Stage::kFailed;
+    }
+    if (stage_ == Stage::kAttribute) {
+      while (pos_ < limit && text_[pos_] != '=') ++pos_;
+      if (pos_ < limit) stage_ = Stage::kEquals;
+    }
+  }
+
+  std::string_view text_;
+  std::size_t scanned_ = 0;  // tag_ is the last "<" before it
+  std::size_t tag_ = kNone;
+  std::size_t pos_ = 0;
+  Stage stage_ = Stage::kFailed;
+  std::size_t work_ = 0;
+};
+
+void AddWork(std::size_t* work, std::size_t amount) {
+  if (work != nullptr) *work += amount;
+}
+
+}  // namespace
+
+std::string_view XssDetector::EventCheck(std::string_view text, const InjectionLibrary& library, std::size_t* work) {
+  const CMultiPattern& events = library.EventPatterns();
+  CEventScan scan(text);
+  std::uint32_t best = std::numeric_limits<std::uint32_t>::max();
+  std::size_t tag = kNone;
+  std::size_t value = 0;
+  events.FindByStart(text, [&](std::size_t start, const std::uint32_t* names, std::uint32_t count) {
+    for (std::uint32_t i = 0; i < count; ++i) {
+      if (names[i] >= best || !scan.IsHit(start, start + events.PatternLength(names[i]))) continue;
+      best = names[i];
+      tag = scan.Tag();
+      value = scan.Value();
+    }
+    return best != 0;
+  });
+  AddWork(work, scan.Work());
+  if (tag == kNone) return {};
+  std::size_t end = value;
+  while (text[value] != '/' && end < text.size() && !IsQuoteOrSpace(text[end]) && text[end] != '>') ++end;
+  AddWork(work, end - value);
+  return text.substr(tag, end - tag);
+}
+
+std::string_view XssDetector::ScriptTagCheck(std::string_view text, std::size_t* work) {
+  for (std::size_t pos = text.find(kScript); pos != kNone; pos = text.find(kScript, pos)) {
+    const std::size_t begin = pos + kScript.size();
+    pos = begin;
+    while (pos < text.size() && IsSpace(text[pos])) ++pos;
+    AddWork(work, pos - begin + 1);
+    if (pos == text.size()) break;
+    if (text[pos] == '>') return kScriptFragment;
+  }
+  return {};
+}
+
+std::string_view XssDetector::JavascriptUrlCheck(std::string_view text, std::size_t* work) {
+  CAttributeScan scan(text);
+  for (std::size_t pos = text.find(kJavascript); pos != kNone; pos = text.find(kJavascript, pos)) {
+    const std::size_t begin = pos;
+    pos += kJavascript.size();
+    if (pos == text.size()) break;
+    if ((text[pos] != '/' && !IsNameStart(text[pos])) || !scan.HasAttribute(begin)) continue;
+    std::size_t end = pos;
+    while (end < text.size() && !IsSpace(text[end])) ++end;
+    AddWork(work, scan.Work() + end - pos);
+    return text.substr(scan.Tag(), end - scan.Tag());
+  }
+  AddWork(work, scan.Work());
+  return {};
+}
+
+namespace {
+
+// `text` without "+".
+std::string_view CheckBlanked(std::string_view text, const InjectionSettings& settings, const InjectionLibrary& library,
+                              std::string* fragment, bool per_parameter) {
+  const auto examine = [&](std::string_view value) -> std::string_view {
+    const auto report = [&](std::string_view found, MessageId type) -> std::string_view {
+      if (found.empty()) return {};
+      fragment->assign(found);
+      return Message(settings.language, type);
+    };
+    std::string_view type;
+    if (settings.xss_html_action != 0) type = report(XssDetector::EventCheck(value, library), MessageId::kXssHtmlEvent);
+    if (type.empty() && settings.xss_script_block != 0) {
+      type = report(XssDetector::ScriptTagCheck(value), MessageId::kXssScriptTag);
+    }
+    if (type.empty() && settings.xss_script_load != 0) {
+      type = report(XssDetector::JavascriptUrlCheck(value), MessageId::kXssScriptLoading);
+    }
+    return type;
+  };
+  if (!per_parameter) return examine(text);
+  std::string_view type;
+  ForEachParameter(text, [&](const Parameter& parameter) {
+    type = examine(parameter.value);
+    return type.empty();
+  });
+  return type;
+}
+
+}  // namespace
+
+std::string_view XssDetector::Check(std::string* text, const InjectionSettings& settings,
+                                    const InjectionLibrary& library, std::string* fragment, bool per_parameter) {
+  std::replace(text->begin(), text->end(), '+', ' ');
+  return CheckBlanked(*text, settings, library, fragment, per_parameter);
+}
+
+std::string_view XssDetector::CheckText(std::string_view text, const InjectionSettings& settings,
+                                        const InjectionLibrary& library, std::string* fragment, bool per_parameter) {
+  if (settings.xss_html_action == 0 && settings.xss_script_block == 0 && settings.xss_script_load == 0) return {};
+  if (text.find('+') == kNone) return CheckBlanked(text, settings, library, fragment, per_parameter);
+  std::string copy(text);
+  return Check(&copy, settings, library, fragment, per_parameter);
+}
+
+}  // namespace qiv

@@ -1,0 +1,47 @@
+// Following what the request says through the server code of a page.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "engines/webshell/page/script.h"
+
+namespace qiv {
+
+/// What was seen; a set of bits.
+enum PageReach : std::uint32_t {
+  kReachesCode = 1U << 0,       ///< the request becomes code that is evaluated or loaded
+  kReachesCommand = 1U << 1,    ///< the request becomes a command or program
+  kHiddenCode = 1U << 2,        ///< code that is evaluated comes out of scrambled text, or from another server
+  kHiddenObject = 1U << 3,      ///< an object that runs programs, created by a name put together from pieces
+  kHiddenFiles = 1U << 4,       ///< the same for objects that work on files
+  kPathRequested = 1U << 5,     ///< the request names the file that is written, as a path of the whole disk
+  kPathMapped = 1U << 6,        ///< the same, below the site's root
+  kContentRequested = 1U << 7,  ///< the request is what is written to a file
+  kReadsRequested = 1U << 8,    ///< the request names a file that is read, as a path of the whole disk
+  kMakesShell = 1U << 9,        ///< an object or process that runs programs is created
+  kMakesFiles = 1U << 10,       ///< an object that works on files is created
+  kEvaluates = 1U << 11,        ///< something that is not written out in the code is evaluated
+  kUsesShell = 1U << 13,        ///< such an object or process is told to run something
+  kConnects = 1U << 14,         ///< the request names a server that is connected to
+  kRunsSql = 1U << 15,          ///< the request is a statement that a database runs
+  kRunsText = 1U << 12,         ///< a database is told to run programs
+  kPathBelow = 1U << 16,        ///< the request says a piece of the path of a text file that is written
+  kWritesItself = 1U << 17,     ///< the page is the file that is written, or an upload is put beside it
+  kUploadsToRoot = 1U << 19,    ///< an upload is put into the site's root folder
+  kHearsClient = 1U << 18,      ///< the code uses something that the request says
+};
+
+struct PageFlow {
+  std::uint32_t reach = 0;
+  std::string detail;   ///< the word that the request, or scrambled text, reached first
+  bool hidden = false;  ///< that word is not written out in the code
+};
+
+/// Follows the request through lower-cased server code, statement by statement: variables, functions and their
+/// parameters, members; texts that are put together are worked out, and text that is evaluated is followed in its turn.
+/// Linear in the code: a fixed number of passes; texts worked out are bounded by the code's length.
+PageFlow FollowPage(const PageCode& code, PageKind kind);
+
+}  // namespace qiv

@@ -1,0 +1,158 @@
+// The walk through a page's code: state that page_flow.cpp (statements), page_expressions.cpp,
+// page_calls.cpp (what words and calls mean) and page_acts.cpp (what the words that do something do) share.
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <iterator>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <unordered_set>
+#include <vector>
+
+#include "engines/webshell/page/flow.h"
+#include "engines/webshell/page/value.h"
+
+namespace qiv {
+
+class CPageFollower {
+ public:
+  CPageFollower(const PageCode& code, PageKind kind)
+      : service_(Holds(code.attributes, "@webservice") || Holds(code.braces, "[webmethod") ||
+                 Holds(code.basic, "<webmethod") || Holds(code.braces, "services.webmethod")),
+        aspx_(kind == PageKind::kAspx),
+        copies_left_(4 * (code.basic.size() + code.braces.size()) + 65536) {
+    if (!code.basic.empty()) parts_.push_back({code.basic, ScriptSyntax::kBasic});
+    if (!code.braces.empty()) parts_.push_back({code.braces, ScriptSyntax::kBraces});
+  }
+
+  PageFlow Run();
+
+ private:
+  struct Part {
+    std::string_view code;
+    ScriptSyntax syntax;
+  };
+  struct Function {
+    std::vector<std::string_view> parameters;
+    std::vector<std::uint32_t> marks;  // of the parameters, from all calls
+    std::uint32_t returns = 0;
+  };
+  enum class State : std::uint8_t { kNone, kWord, kValue };
+  // An open bracket, a call without brackets, or the statement itself.
+  struct Frame {
+    bool call = false;
+    bool without_brackets = false;
+    bool member = false;  // the callee stands behind a "."
+    bool compares = false;
+    bool has_value = false;
+    bool behind_dot = false;
+    bool word_member = false;
+    bool made = false;       // the call stands behind "new"
+    bool word_made = false;  // the word does
+    char mark = ' ';
+    State state = State::kNone;
+    std::string_view callee;
+    std::string_view word;
+    std::string_view element;  // the list that `current` was picked out of
+    std::string_view each;     // the variable that walks over what follows "in"
+    PageValue receiver;        // of the callee
+    PageValue word_receiver;
+    PageValue current;
+    PageValue value;
+    std::vector<PageValue> arguments;
+
+    void Clear() {
+      call = without_brackets = member = compares = has_value = behind_dot = word_member = made = word_made = false;
+      mark = ' ';
+      state = State::kNone;
+      callee = word = element = each = {};
+      for (PageValue* const part : {&receiver, &word_receiver, &current, &value}) part->Clear();
+      arguments.clear();
+    }
+  };
+  struct Target {
+    std::string_view name;
+    bool member = false;
+    bool appends = false;
+    std::string_view receiver;
+    PageObject object = PageObject::kNone;
+    std::string_view element = {};  // the list it is an element of, where it has no name of its own
+  };
+
+  void Walk(Part part);
+  void Statement(char closed_by);
+  bool Declares(char closed_by);
+  bool DeclaresProperty();
+  void Declare(std::size_t name, std::size_t end);
+  void Segment(std::size_t begin, std::size_t end, bool condition);
+  void Step(const Token& token, bool condition);
+  void Word(std::string_view word);
+  void Mark(char mark, bool condition);
+  void BeginOperand();
+  void FinishOperand(char next);
+  void FinishArgument();
+  void Open(bool call, bool without_brackets);
+  void Close();
+  void Equals(bool appends);
+  void Assign();
+  void Set(std::string_view name, const PageValue& value, bool appends);
+  void Combine(PageValue* left, char mark, PageValue right) const;
+  PageValue ReadWord(std::string_view word);
+  PageValue ReadMember(std::string_view word, const PageValue& receiver);
+  PageValue Call(Frame* frame);
+  PageValue CallFunction(std::string_view name, const std::vector<PageValue>& arguments);
+  PageValue FromRequest(std::string_view member, const std::vector<PageValue>& arguments) const;
+  PageValue Act(const PageWord& word, Frame* frame);
+  void Loads(const PageWord& word, const Frame& frame, std::uint32_t marks);
+  bool Runs(const PageWord& word, const Frame& frame, std::uint32_t marks);
+  PageValue OpenFile(const PageWord& word, const Frame& frame);
+  void WritesFile(const PageWord& word, const Frame& frame);
+  void ActOnText(const PageWord& word, Frame* frame, PageValue* result);
+  void Opaque(std::string_view callee, const PageValue& value);
+  void PassOn(std::string_view callee, const Frame& frame);
+  void Connects(std::string_view callee, const PageValue& value);
+  PageValue Create(const std::vector<PageValue>& arguments);
+  void RunsCode(const PageValue& value, std::string_view word);
+  void Path(const PageValue& path, std::string_view word);
+  void Reach(std::uint32_t reach, std::string_view word);
+  void Follow(const PageValue& value);
+  const PageWord* Find(std::string_view word, bool member) const;
+  std::string_view Keep(std::string text);
+  PageValue Copy(const PageValue& value);
+  Frame& Top() { return frames_[depth_]; }
+
+  bool service_;  // clients call the functions: what they are given is the request
+  bool aspx_;
+  bool basic_ = true;
+  bool changed_ = false;
+  std::vector<Part> parts_;
+  std::deque<CStatements> statements_;  // keep the names
+  std::deque<std::string> texts_;
+  std::unordered_set<std::string_view> kept_;
+  std::unordered_set<std::string_view> followed_;
+  std::unordered_map<std::string_view, PageValue> variables_;
+  std::unordered_map<std::string_view, Function> functions_;
+  std::unordered_map<std::string_view, bool> written_;  // by part of an object's name: whether the code holds it
+  std::vector<Token> tokens_;
+  std::vector<Frame> frames_;
+  std::size_t depth_ = 0;
+  std::size_t ignored_ = 0;  // brackets opened below the deepest
+  std::vector<Target> targets_;
+  std::string_view function_;
+  PageValue with_;
+  bool shell_made_ = false;
+  std::size_t opaque_ = 0;          // bytes of texts that only an object makes sense of, in this pass
+  bool hot_method_ = false;         // a method that runs or loads is asked for by its name
+  std::size_t veiled_methods_ = 0;  // types and methods asked for by names that are not written out
+  bool made_next_ = false;          // the last word was "new"
+  bool initialises_ = false;        // the statement names the fields of a program's start that is being made
+  bool trusted_xslt_ = false;       // style sheets may hold scripts
+  std::size_t copies_left_;
+  PageFlow flow_;
+};
+
+}  // namespace qiv

@@ -1,0 +1,15 @@
+// Judges a PHP text by what it does.
+#pragma once
+
+#include <string_view>
+
+#include "common/language.h"
+#include "engines/webshell/webshell_result.h"
+
+namespace qiv {
+
+/// Whether `text` (bytes of a file that holds "<?") does what a backdoor does; fills `result` with the first finding.
+/// Linear; memory is bounded by a multiple of the text.
+bool AnalysePhp(std::string_view text, Language language, WebshellResult* result);
+
+}  // namespace qiv

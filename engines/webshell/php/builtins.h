@@ -1,0 +1,57 @@
+// What PHP's own functions do to a value that is known, and what kind of functions they are.
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string_view>
+
+#include "engines/webshell/php/value.h"
+
+namespace qiv {
+
+enum class PhpFunctionKind : std::uint8_t {
+  kUnknown,
+  kCode,       ///< runs its first argument as code
+  kCommand,    ///< runs its first argument as a command
+  kCallback,   ///< calls one of its arguments
+  kPattern,    ///< a regular expression that may run its replacement
+  kMakeCode,   ///< create_function
+  kWrite,      ///< file_put_contents, fwrite
+  kOpen,       ///< fopen
+  kMove,       ///< copies or moves an uploaded file
+  kRead,       ///< the content of a file or address
+  kSource,     ///< the request's text
+  kExtract,    ///< makes variables of an array's elements
+  kPass,       ///< gives back (a part of) what it is given
+  kDecode,     ///< the same, decoded
+  kVariables,  ///< func_get_args and the like
+  kRemove,     ///< removes a file or folder
+  kMail,       ///< mail
+};
+
+struct PhpFunction {
+  std::string_view name;
+  PhpFunctionKind kind;
+  std::int8_t callback = 0;  ///< of kCallback: which argument, from 0; negative: from the last
+};
+
+/// The function of that lower-case name, or null.
+const PhpFunction* FindPhpFunction(std::string_view name);
+
+/// Whether running it from a hidden name tells the file apart: code and command functions, decoders, writers.
+bool IsDangerousName(std::string_view lower_name);
+
+/// Whether a text begins with the address of another host.
+bool IsRemoteAddress(std::string_view text);
+
+/// A function that makes the request run when it is given as a callback.
+bool IsPhpRunner(std::string_view lower_name);
+
+/// What the function gives for arguments whose texts are known; a value without text when it cannot be told.
+/// `limit`: the most bytes the text may have.
+PhpValue EvaluatePhpFunction(std::string_view lower_name, std::span<const PhpValue> arguments, std::size_t limit);
+
+/// The text that an argument stands for ("Array" for an array, digits for a number), if it is known.
+bool PhpTextOf(const PhpValue& value, std::string* text);
+
+}  // namespace qiv

@@ -1,0 +1,50 @@
+// The detectors for the ways of hiding are the evaluation of values itself (php_builtins, php_machine_values): each
+// records on a value the first disguise it went through. Here the way gets its name.
+#include "engines/webshell/php/hiding_analysis.h"
+
+#include "common/messages.h"
+
+namespace qiv {
+namespace {
+
+MessageId NameOf(HidingWay way) {
+  switch (way) {
+    case HidingWay::kConcatenation:
+      return MessageId::kHiddenByConcatenation;
+    case HidingWay::kCharacters:
+      return MessageId::kHiddenByCharacters;
+    case HidingWay::kUrl:
+      return MessageId::kHiddenByUrl;
+    case HidingWay::kReplacement:
+      return MessageId::kHiddenByReplacement;
+    case HidingWay::kReversed:
+      return MessageId::kHiddenByReversal;
+    case HidingWay::kCharacterCodes:
+      return MessageId::kHiddenByCodes;
+    case HidingWay::kBase64:
+      return MessageId::kHiddenByBase64;
+    case HidingWay::kNone:
+    case HidingWay::kOther:
+      break;
+  }
+  return MessageId::kHiddenFeatures;
+}
+
+}  // namespace
+
+void ReportHiding(const PhpFinding& finding, Language language, WebshellResult* result) {
+  result->category = Message(language, MessageId::kHide);
+  if (finding.kind == PhpFindingKind::kRequestCall) {
+    result->name = Message(language, MessageId::kVariantBackdoor);
+    result->detail = finding.detail;
+    return;
+  }
+  result->name = Message(language, NameOf(finding.way));
+  if (finding.way == HidingWay::kCharacterCodes) {
+    result->detail = std::string(Message(language, MessageId::kLabelFunction)) + ": CHR()";
+  } else {
+    result->detail = finding.detail;
+  }
+}
+
+}  // namespace qiv

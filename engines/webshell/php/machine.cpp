@@ -1,0 +1,417 @@
+#include "engines/webshell/php/machine.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "common/char_set.h"
+#include "common/text.h"
+
+namespace qiv {
+namespace {
+
+int BinaryPrecedence(std::uint32_t code) {
+  switch (code) {
+    case PhpOperator("**"):
+      return 15;
+    case PhpOperator("*"):
+    case PhpOperator("/"):
+    case PhpOperator("%"):
+      return 13;
+    case PhpOperator("+"):
+    case PhpOperator("-"):
+    case PhpOperator("."):
+      return 12;
+    case PhpOperator("<<"):
+    case PhpOperator(">>"):
+      return 11;
+    case PhpOperator("<"):
+    case PhpOperator(">"):
+    case PhpOperator("<="):
+    case PhpOperator(">="):
+      return 10;
+    case PhpOperator("=="):
+    case PhpOperator("!="):
+    case PhpOperator("<>"):
+    case PhpOperator("==="):
+    case PhpOperator("!=="):
+    case PhpOperator("<=>"):
+      return 9;
+    case PhpOperator("&"):
+      return 8;
+    case PhpOperator("^"):
+      return 7;
+    case PhpOperator("|"):
+      return 6;
+    case PhpOperator("&&"):
+    case PhpOperator("||"):
+      return 5;
+    case PhpOperator("?\?"):
+      return 4;
+    default:
+      return -1;
+  }
+}
+
+bool IsAssignment(std::uint32_t code) {
+  switch (code) {
+    case PhpOperator("="):
+    case PhpOperator(".="):
+    case PhpOperator("+="):
+    case PhpOperator("-="):
+    case PhpOperator("*="):
+    case PhpOperator("/="):
+    case PhpOperator("%="):
+    case PhpOperator("^="):
+    case PhpOperator("|="):
+    case PhpOperator("&="):
+    case PhpOperator("?\?="):
+    case PhpOperator("<<="):
+    case PhpOperator(">>="):
+    case PhpOperator("**="):
+      return true;
+    default:
+      return false;
+  }
+}
+
+}  // namespace
+
+CPhpMachine::CPhpMachine(std::string_view source, bool in_code) : source_(source), tokens_(PhpTokens(source, in_code)) {
+  work_left_ = kWorkAnyway;
+  nested_left_ = kWorkAnyway + source.size() * 4;
+}
+
+PhpName CPhpMachine::NameOf(PhpToken& token) {
+  if (token.code == kNoName) token.code = names_.Of(TextOf(token), true);
+  return token.code;
+}
+
+PhpName CPhpMachine::NameOf(std::string_view text) {
+  constexpr std::size_t kShort = 64;  // bytes that are read whatever the budget
+  return text.size() <= kShort || Spend(text.size()) ? names_.Of(text) : kNoName;
+}
+
+PhpFlowResult CPhpMachine::Run() {
+  for (pass_ = 0; pass_ < kPasses; ++pass_) {
+    Pass();
+    if (!result_.findings.empty() && pass_ > 0) break;
+  }
+  return std::move(result_);
+}
+
+void CPhpMachine::Pass() {
+  values_.clear();
+  operations_.clear();
+  frames_.clear();
+  arguments_.clear();
+  argument_keys_.clear();
+  argument_names_.clear();
+  next_function_ = 0;
+  made_.clear();
+  handlers_.clear();
+  arrows_.clear();
+  stray_braces_ = 0;
+  scope_ = 0;
+  function_ = 0;
+  pending_scope_ = 0;
+  pending_class_ = false;
+  weak_ = false;
+  operand_next_ = true;
+  skipped_ = 0;
+  PushFrame(FrameKind::kBlock);
+  std::size_t earned = 0;  // bytes that the budget was given for
+  for (at_ = 0; at_ < tokens_.size(); ++at_) {
+    const std::size_t end = tokens_[at_].End();
+    if (end > earned) work_left_ += (end - std::exchange(earned, end)) * kWorkPerByte;
+    Token();
+  }
+  EndStatement();
+}
+
+void CPhpMachine::Token() {
+  PhpToken& token = tokens_[at_];
+  switch (token.kind) {
+    case PhpTokenKind::kVariable:
+      OnVariable(token);
+      break;
+    case PhpTokenKind::kName:
+      OnName(token);
+      break;
+    case PhpTokenKind::kString:
+    case PhpTokenKind::kTemplate:
+    case PhpTokenKind::kCommand:
+      OnString(token);
+      break;
+    case PhpTokenKind::kMarkup:
+      EndStatement();
+      break;
+    case PhpTokenKind::kOperator:
+      OnOperator(token);
+      break;
+  }
+}
+
+// Null when brackets stand too deep: this one is only counted.
+CPhpMachine::Frame* CPhpMachine::PushFrame(FrameKind kind) {
+  operand_next_ = true;
+  if (frames_.size() >= kMostFrames) {
+    ++skipped_;
+    values_.resize(std::min<std::size_t>(values_.size(), frames_.back().values));
+    return nullptr;
+  }
+  const std::size_t number = frames_.size();
+  const std::uint32_t block = kind == FrameKind::kBlock ? static_cast<std::uint32_t>(number) : frames_.back().block;
+  Frame& frame = frames_.emplace_back();
+  frame.kind = kind;
+  frame.values = static_cast<std::uint32_t>(values_.size());
+  frame.operations = static_cast<std::uint32_t>(operations_.size());
+  frame.arguments = static_cast<std::uint32_t>(arguments_.size());
+  frame.block = block;
+  frame.scope = scope_;
+  frame.function = function_;
+  return &frame;
+}
+
+void CPhpMachine::DropArguments(std::size_t count) {
+  arguments_.resize(std::min(arguments_.size(), count));
+  argument_keys_.resize(arguments_.size());
+  argument_names_.resize(arguments_.size());
+}
+
+void CPhpMachine::PushOperand(Operand operand) {
+  // Without an operator between them only the last counts.
+  if (!operand_next_) values_.resize(std::max<std::size_t>(frames_.back().values, values_.size() - 1));
+  if (InForeach() && operand.key != 0) Store(operand.key, frames_.back().element, false);
+  values_.push_back(std::move(operand));
+  operand_next_ = false;
+}
+
+CPhpMachine::Operand CPhpMachine::PopOperand() {
+  if (values_.size() <= frames_.back().values) return {};
+  Operand operand = std::move(values_.back());
+  values_.pop_back();
+  return operand;
+}
+
+void CPhpMachine::PushOperation(std::uint32_t code, int precedence, bool unary, bool keep_left) {
+  if (!unary && !keep_left) Reduce(precedence);
+  PushPending({code, precedence, unary});
+  operand_next_ = true;
+}
+
+// A chain that is longer than anybody writes is applied as far as it goes.
+void CPhpMachine::PushPending(Operation operation) {
+  if (operations_.size() - frames_.back().operations >= kMostPending) Reduce(kLowest);
+  operations_.push_back(operation);
+}
+
+// Applies what binds at least as tightly.
+void CPhpMachine::Reduce(int precedence) {
+  while (operations_.size() > frames_.back().operations && operations_.back().precedence >= precedence) {
+    const Operation operation = operations_.back();
+    operations_.pop_back();
+    Apply(operation);
+  }
+}
+
+void CPhpMachine::Apply(const Operation& operation) {
+  Operand right = PopOperand();
+  Operand result;
+  if (operation.unary) {
+    switch (operation.code) {
+      case kIncludeCode:
+        Include(right.value);
+        break;
+      case kReturnCode:
+        if (function_ != 0) {
+          Function& function = functions_[function_ - 1];
+          const std::uint32_t origin = function.returns.origin;
+          if (!function.has_return) {
+            function.returns = right.value;
+          } else if (!right.value.HasText() || !SameText(right.value, function.returns)) {
+            function.returns = function.returns.Taint();
+            function.returns.Join(right.value);
+          }
+          function.returns.origin |= origin;
+          function.has_return = true;
+        }
+        break;
+      case kEchoCode:
+        printed_.Join(right.value.Taint());
+        if (right.value.Has(kFromNetwork)) Report(PhpFindingKind::kRemoteText, "echo");
+        break;
+      case kArrowCode:
+        if (!arrows_.empty()) {
+          Function& function = functions_[arrows_.back()];
+          function.returns = right.value;
+          function.has_return = true;
+          result.value.origin = kClosure;
+          result.value.function = arrows_.back() + 1;
+          arrows_.pop_back();
+        }
+        break;
+      case PhpOperator("..."):  // the request fills all arguments: also the callback among them
+        if (frames_.back().kind == FrameKind::kCall && right.value.Has(kWholeRequest)) {
+          const PhpFunction* const function = FindPhpFunction(names_.Text(frames_.back().callee.name));
+          if (!frames_.back().named || (function != nullptr && (function->kind == PhpFunctionKind::kCallback ||
+                                                                function->kind == PhpFunctionKind::kPattern))) {
+            Report(PhpFindingKind::kRequestCall, function != nullptr ? function->name : "$");
+          }
+        }
+        result = std::move(right);
+        break;
+      case PhpOperator("@"):
+      case PhpOperator("&"):
+      case PhpOperator("+"):
+        result = std::move(right);
+        break;
+      case kPlainCast:
+        result.value = right.value;
+        break;
+      case PhpOperator("~"):
+        result.value = Bitwise(operation.code, right.value, right.value);
+        break;
+      case PhpOperator("-"):
+        if (right.value.is_number) result.value = PhpValue::OfNumber(-right.value.number);
+        break;
+      case PhpOperator("!"):
+        result.value = PhpValue::OfNumber(0);
+        result.value.is_number = false;
+        break;
+      default:
+        break;
+    }
+  } else {
+    Operand left = PopOperand();
+    if (IsAssignment(operation.code)) {
+      Assign(operation.code, left, right.value);
+      result = std::move(left);
+      result.value = std::move(right.value);
+    } else if (operation.code == PhpOperator("?")) {
+      result = std::move(right);
+    } else {
+      result.value = Binary(operation.code, std::move(left.value), right.value);
+    }
+  }
+  values_.push_back(std::move(result));
+}
+
+void CPhpMachine::OnOperator(const PhpToken& token) {
+  const std::uint32_t code = token.code;
+  switch (code) {
+    case PhpOperator("("):
+      return OpenBracket('(');
+    case PhpOperator("["):
+      return OpenBracket('[');
+    case PhpOperator("{"):
+      return OpenBracket('{');
+    case PhpOperator(")"):
+      return CloseBracket(')');
+    case PhpOperator("]"):
+      return CloseBracket(']');
+    case PhpOperator("}"):
+      return CloseBracket('}');
+    case PhpOperator(";"):
+      return EndStatement();
+    case PhpOperator(","):
+      return Comma();
+    case PhpOperator("=>"):
+      return Arrow();
+    case PhpOperator("?"):
+    case PhpOperator(":"):
+      return Ternary();
+    case PhpOperator("->"):
+    case PhpOperator("?->"):
+    case PhpOperator("::"):
+      return OnMember();
+    case PhpOperator("++"):
+    case PhpOperator("--"):
+      return Increment(code, operand_next_);
+    default:
+      break;
+  }
+  if (code == PhpOperator("$") && operand_next_) {  // "$$name", "${...}"
+    if (!NextIs("{")) return PushPending({code, kUnary + 1, true});
+    ++at_;
+    PushFrame(FrameKind::kVariable);
+    return;
+  }
+  if (operand_next_) {
+    PushPending({code, kUnary, true});
+  } else if (IsAssignment(code)) {
+    PushOperation(code, kAssignment, false, true);
+  } else if (const int precedence = BinaryPrecedence(code); precedence >= 0) {
+    PushOperation(code, precedence, false);
+  }
+}
+
+void CPhpMachine::Ternary() {
+  if (tokens_[at_].Is("?")) {
+    if (operand_next_) return;  // a nullable type
+    if (NextIs(":")) {
+      ++at_;
+      return PushOperation(PhpOperator("?\?"), kTernary, false);
+    }
+    Reduce(kTernary);
+    PopOperand();  // the condition
+    operations_.push_back({PhpOperator("?"), kTernary - 1, true});
+    operand_next_ = true;
+    return;
+  }
+  Reduce(kTernary);
+  if (operations_.size() > frames_.back().operations && operations_.back().code == PhpOperator("?")) {
+    operations_.pop_back();
+    operations_.push_back({PhpOperator("?\?"), kTernary, false});
+    operand_next_ = true;
+  } else if (frames_.back().kind == FrameKind::kBlock) {
+    EndStatement();  // a label, a case, "if (...):"
+  }
+}
+
+void CPhpMachine::Comma() {
+  Frame& frame = frames_.back();
+  Reduce(kLowest);
+  if (frame.kind == FrameKind::kCall || frame.kind == FrameKind::kArray) {
+    if (values_.size() > frame.values) {
+      Operand operand = PopOperand();
+      if (arguments_.size() - frame.arguments > kMostElements || arguments_.size() >= kMostArguments) {
+        if (arguments_.size() > frame.arguments) arguments_.back().Join(operand.value);
+      } else {
+        argument_keys_.push_back(operand.indexed ? 0 : operand.key);
+        arguments_.push_back(std::move(operand.value));
+        argument_names_.push_back(frame.has_key ? frame.array_key : kNoName);
+      }
+      if (frame.kind == FrameKind::kArray && arguments_.size() > frame.arguments) {
+        arguments_.back().Join(std::exchange(frame.element, PhpValue()));
+      }
+    }
+    frame.has_key = false;
+  }
+  values_.resize(std::min<std::size_t>(values_.size(), frame.values));
+  operand_next_ = true;
+}
+
+// "key => value" in an array; what "foreach" gives.
+void CPhpMachine::Arrow() {
+  Reduce(kLowest);
+  const Operand key = PopOperand();
+  Frame& frame = frames_.back();
+  if (frame.kind == FrameKind::kArray) {
+    frame.element = key.value.Taint();
+    frame.array_key = IndexOf(key.value);
+    frame.has_key = frame.array_key != kNoName;
+  }
+  operand_next_ = true;
+}
+
+void CPhpMachine::EndStatement() {
+  Reduce(kLowest);
+  Frame& frame = frames_.back();
+  values_.resize(std::min<std::size_t>(values_.size(), frame.values));
+  operand_next_ = true;
+  if (frame.kind == FrameKind::kBlock) weak_ = false;
+  pending_new_ = false;
+  pending_scope_ = 0;
+}
+
+}  // namespace qiv

@@ -1,0 +1,283 @@
+#include "engines/webshell/php/tokens.h"
+
+#include <algorithm>
+
+#include "common/text.h"
+
+namespace qiv {
+namespace {
+
+constexpr bool IsNameByte(char c) { return IsWordByte(c) || static_cast<unsigned char>(c) >= 0x80; }
+
+constexpr std::string_view kOperators3[] = {"===", "!==", "<=>", "**=", "<<=", ">>=", "...", "?->", "?\?="};
+constexpr std::string_view kOperators2[] = {"->", "::", "=>", "==", "!=", "<>", "<=", ">=", "&&",
+                                            "||", "??", ".=", "+=", "-=", "*=", "/=", "%=", "^=",
+                                            "|=", "&=", "++", "--", "<<", ">>", "**"};
+
+constexpr std::string_view kMayGoOn = "=!<>*.?-:&|+/%^";  // the first bytes of the operators above
+
+bool StartsWithNoCase(std::string_view text, std::string_view lower) {
+  return text.size() >= lower.size() && std::equal(lower.begin(), lower.end(), text.begin(), [](char a, char b) {
+           return a == (b >= 'A' && b <= 'Z' ? static_cast<char>(b | 0x20) : b);
+         });
+}
+
+class CLexer {
+ public:
+  CLexer(std::string_view source, bool in_code)
+      : source_(source.substr(0, PhpToken::kLongestSource)), in_code_(in_code) {
+    tokens_.reserve(source_.size() / kBytesPerToken);
+  }
+
+  std::vector<PhpToken> Run() {
+    while (at_ < source_.size()) {
+      if (in_code_) {
+        Code();
+      } else {
+        Markup();
+      }
+    }
+    return std::move(tokens_);
+  }
+
+ private:
+  static constexpr std::size_t kBytesPerToken = 4;  // about what programs have
+
+  std::string_view Rest() const { return source_.substr(at_); }
+  char Ahead(std::size_t count) const { return at_ + count < source_.size() ? source_[at_ + count] : '\0'; }
+
+  void Add(PhpTokenKind kind, std::size_t begin, std::size_t end, std::uint32_t code = 0) {
+    tokens_.push_back(
+        {static_cast<std::uint32_t>(begin), static_cast<std::uint32_t>(end - begin) & 0xFFFFFFU, kind, code});
+  }
+
+  void Markup() {
+    const std::size_t begin = at_;
+    std::size_t open = source_.size();
+    std::size_t code = open;
+    for (std::size_t p = source_.find('<', at_); p != std::string_view::npos; p = source_.find('<', p + 1)) {
+      const std::string_view rest = source_.substr(p);
+      std::size_t length = 0;
+      if (StartsWithNoCase(rest, "<?php")) {
+        length = 5;
+      } else if (rest.starts_with("<?=")) {
+        length = 3;
+      } else if (rest.starts_with("<?") && !StartsWithNoCase(rest, "<?xml")) {
+        length = 2;
+      } else if (StartsWithNoCase(rest, "<script")) {
+        const std::size_t close = rest.substr(0, kScriptTag).find('>');
+        if (close == std::string_view::npos) continue;
+        std::string tag(rest.substr(0, close));
+        std::transform(tag.begin(), tag.end(), tag.begin(),
+                       [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c | 0x20) : c; });
+        if (tag.find("php") == std::string::npos || tag.find("language") == std::string::npos) continue;
+        length = close + 1;
+        script_ = true;
+      } else {
+        continue;
+      }
+      open = p;
+      code = p + length;
+      break;
+    }
+    Add(PhpTokenKind::kMarkup, begin, open);
+    at_ = code;
+    in_code_ = true;
+  }
+  static constexpr std::size_t kScriptTag = 64;  // bytes: a longer opening tag is none for PHP
+
+  bool AtClosingTag() const {
+    return (source_[at_] == '?' && Ahead(1) == '>') ||
+           (script_ && source_[at_] == '<' && StartsWithNoCase(Rest(), "</script"));
+  }
+
+  void Close() {
+    const bool tag = Rest().starts_with("?>");
+    Add(PhpTokenKind::kOperator, at_, at_, PhpOperator(";"));
+    at_ += tag ? 2 : 8;
+    in_code_ = false;
+    script_ = false;
+  }
+
+  void LineComment() {
+    while (at_ < source_.size() && source_[at_] != '\n' && source_[at_] != '\r' && !AtClosingTag()) ++at_;
+  }
+
+  void Code() {
+    const char c = source_[at_];
+    if (IsSpace(c) || c == '\0') {
+      ++at_;
+    } else if (AtClosingTag()) {
+      Close();
+    } else if (c == '#' && Ahead(1) != '[') {
+      LineComment();
+    } else if (c == '/' && Ahead(1) == '/') {
+      LineComment();
+    } else if (c == '/' && Ahead(1) == '*') {
+      const std::size_t end = source_.find("*/", at_ + 2);
+      at_ = end == std::string_view::npos ? source_.size() : end + 2;
+    } else if (c == '$' && at_ + 1 < source_.size() && IsNameByte(source_[at_ + 1])) {
+      const std::size_t end = NameEnd(at_ + 1);
+      Add(PhpTokenKind::kVariable, at_ + 1, end);
+      at_ = end;
+    } else if (IsNameByte(c) || (c == '\\' && at_ + 1 < source_.size() && IsNameByte(source_[at_ + 1]))) {
+      Name();
+    } else if (c == '\'' || c == '"' || c == '`') {
+      Quoted(c);
+    } else if (c == '<' && Ahead(1) == '<' && Ahead(2) == '<') {
+      HereDocument();
+    } else {
+      Operator();
+    }
+  }
+
+  std::size_t NameEnd(std::size_t at) const {
+    while (at < source_.size() && IsNameByte(source_[at])) ++at;
+    return at;
+  }
+
+  // A name with its namespace, or a number; of the namespace only the last part is kept.
+  void Name() {
+    std::size_t begin = at_;
+    if (source_[begin] == '\\') ++begin;
+    std::size_t end = NameEnd(begin);
+    while (end + 1 < source_.size() && source_[end] == '\\' && IsNameByte(source_[end + 1])) {
+      begin = end + 1;
+      end = NameEnd(begin);
+    }
+    if (IsDigit(source_[begin]) && end + 1 < source_.size() && source_[end] == '.' && IsDigit(source_[end + 1])) {
+      end = NameEnd(end + 1);
+    }
+    Add(PhpTokenKind::kName, begin, end);
+    at_ = end;
+  }
+
+  void Quoted(char quote) {
+    std::size_t p = at_ + 1;
+    bool variables = false;
+    while (p < source_.size() && source_[p] != quote) {
+      if (source_[p] == '\\') {
+        ++p;
+      } else if (source_[p] == '$' && quote != '\'' && p + 1 < source_.size() &&
+                 (IsNameByte(source_[p + 1]) || source_[p + 1] == '{')) {
+        variables |= !IsDigit(source_[p + 1]);
+      }
+      ++p;
+    }
+    const std::size_t end = std::min(p, source_.size());
+    const PhpTokenKind kind = quote == '`' ? PhpTokenKind::kCommand
+                              : variables  ? PhpTokenKind::kTemplate
+                                           : PhpTokenKind::kString;
+    Add(kind, at_ + 1, end, static_cast<unsigned char>(quote));
+    at_ = std::min(end + 1, source_.size());
+  }
+
+  void HereDocument() {
+    std::size_t p = at_ + 3;
+    while (p < source_.size() && (source_[p] == ' ' || source_[p] == '\t')) ++p;
+    const char quote = p < source_.size() && (source_[p] == '\'' || source_[p] == '"') ? source_[p++] : '\0';
+    const std::size_t name_end = NameEnd(p);
+    const std::string_view name = source_.substr(p, name_end - p);
+    std::size_t line = source_.find('\n', name_end);
+    if (name.empty() || line == std::string_view::npos) return Operator();
+    const std::size_t begin = line + 1;
+    std::size_t end = source_.size();
+    std::size_t after = end;
+    // The closing name stands first on its line, perhaps behind blanks.
+    while (line != std::string_view::npos) {
+      std::size_t q = line + 1;
+      while (q < source_.size() && (source_[q] == ' ' || source_[q] == '\t')) ++q;
+      if (source_.substr(q).starts_with(name) && NameEnd(q) == q + name.size()) {
+        end = std::max(begin, line);
+        after = q + name.size();
+        break;
+      }
+      line = source_.find('\n', line + 1);
+    }
+    const bool variables = quote != '\'' && source_.substr(begin, end - begin).find('$') != std::string_view::npos;
+    Add(variables ? PhpTokenKind::kTemplate : PhpTokenKind::kString, begin, end, quote == '\'' ? 'n' : '<');
+    at_ = after;
+  }
+
+  void Operator() {
+    const std::string_view rest = Rest();
+    std::size_t length = 1;
+    if (kMayGoOn.find(rest[0]) == std::string_view::npos) {
+      // a bracket, a comma, a semicolon
+    } else if (const auto is = [rest](std::string_view op) { return rest.starts_with(op); };
+               std::any_of(std::begin(kOperators3), std::end(kOperators3), is)) {
+      length = 3;
+    } else if (std::any_of(std::begin(kOperators2), std::end(kOperators2), is)) {
+      length = 2;
+    }
+    Add(PhpTokenKind::kOperator, at_, at_ + length, PhpOperator(rest.substr(0, length)));
+    at_ += length;
+  }
+
+  std::string_view source_;
+  std::size_t at_ = 0;
+  bool in_code_;
+  bool script_ = false;  // inside "<script language=php>"
+  std::vector<PhpToken> tokens_;
+};
+
+int HexValue(char c) {
+  if (IsDigit(c)) return c - '0';
+  c = static_cast<char>(c | 0x20);
+  return c >= 'a' && c <= 'f' ? c - 'a' + 10 : -1;
+}
+
+// A hexadecimal or octal escape at text[at], behind the backslash; bytes consumed, 0 for none.
+std::size_t NumericEscape(std::string_view text, std::size_t at, char* byte) {
+  std::size_t p = at;
+  int value = 0;
+  if (text[p] == 'x' && p + 1 < text.size() && HexValue(text[p + 1]) >= 0) {
+    for (++p; p < text.size() && p < at + 3 && HexValue(text[p]) >= 0; ++p) value = value * 16 + HexValue(text[p]);
+  } else {
+    for (; p < text.size() && p < at + 3 && text[p] >= '0' && text[p] <= '7'; ++p) value = value * 8 + (text[p] - '0');
+  }
+  *byte = static_cast<char>(value);
+  return p - at;
+}
+
+}  // namespace
+
+std::vector<PhpToken> PhpTokens(std::string_view source, bool in_code) { return CLexer(source, in_code).Run(); }
+
+std::string PhpUnquote(std::string_view inner, char quote, bool* escapes) {
+  std::string text;
+  if (quote == 'n') return std::string(inner);
+  text.reserve(inner.size());
+  for (std::size_t i = 0; i < inner.size(); ++i) {
+    if (inner[i] != '\\' || i + 1 == inner.size()) {
+      text += inner[i];
+      continue;
+    }
+    const char next = inner[i + 1];
+    char byte = next;
+    std::size_t used = 1;
+    if (quote == '\'') {
+      if (next != '\'' && next != '\\') used = 0;
+    } else if (next == 'x' || (next >= '0' && next <= '7')) {
+      used = NumericEscape(inner, i + 1, &byte);
+      if (used != 0 && escapes != nullptr && (IsLetter(byte) || byte == '_')) *escapes = true;
+    } else if (next == 'u' && i + 2 < inner.size() && inner[i + 2] == '{') {
+      std::size_t p = i + 3;
+      int value = 0;
+      for (; p < inner.size() && p < i + 11 && HexValue(inner[p]) >= 0; ++p)
+        value = (value * 16 + HexValue(inner[p])) & 0xFFFFFF;
+      byte = value < 0x80 ? static_cast<char>(value) : '?';
+      used = p < inner.size() && inner[p] == '}' ? p - i : 0;
+      if (used != 0 && escapes != nullptr && IsLetter(byte)) *escapes = true;
+    } else if (const std::size_t at = std::string_view("nrtv$\"\\`").find(next); at != std::string_view::npos) {
+      byte = "\n\r\t\v$\"\\`"[at];
+    } else {
+      used = 0;
+    }
+    text += used == 0 ? '\\' : byte;
+    i += used;
+  }
+  return text;
+}
+
+}  // namespace qiv

@@ -1,0 +1,378 @@
+// The text is visited at its opening parentheses. In front of each stands a word or none; only words of one list are
+// looked at further: what their argument begins with, through the decoders around it, and a short piece of it.
+#include "engines/webshell/request_code.h"
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+
+#include "common/char_set.h"
+#include "common/messages.h"
+#include "common/text.h"
+#include "engines/webshell/decoding/decoders.h"
+
+namespace qiv {
+namespace {
+
+constexpr std::size_t kNone = std::string_view::npos;
+constexpr std::size_t kLongestWord = 32;    // bytes; longer than any word of the list
+constexpr std::size_t kMostBlanks = 16;     // between a word and its parenthesis; a comment is at most that long
+constexpr std::size_t kMostDecoders = 8;    // around one another; known clients use four
+constexpr std::size_t kArgumentView = 200;  // bytes of an argument that are looked at; enough for the longest decoders
+constexpr std::size_t kDetailBytes = 120;   // of the code, in events
+
+enum class WordKind : std::uint8_t {
+  kNoWord,
+  kCode,     // evaluates code
+  kCommand,  // runs a command
+  kDecoder,
+  kSetup,  // prepares the interpreter for what follows
+  kProbe,  // shows that code runs
+  kWrite,  // writes a file
+};
+
+struct Word {
+  std::string_view text;
+  WordKind kind;
+};
+
+// Sorted by text.
+constexpr Word kWords[] = {
+    {"assert", WordKind::kCode},
+    {"base64_decode", WordKind::kDecoder},
+    {"chr", WordKind::kDecoder},
+    {"chrw", WordKind::kDecoder},
+    {"convert_uudecode", WordKind::kDecoder},
+    {"create_function", WordKind::kCode},
+    {"error_reporting", WordKind::kSetup},
+    {"eval", WordKind::kCode},
+    {"exec", WordKind::kCommand},
+    {"execute", WordKind::kCode},
+    {"executeglobal", WordKind::kCode},
+    {"file_put_contents", WordKind::kWrite},
+    {"gzdecode", WordKind::kDecoder},
+    {"gzinflate", WordKind::kDecoder},
+    {"gzuncompress", WordKind::kDecoder},
+    {"hex2bin", WordKind::kDecoder},
+    {"ignore_user_abort", WordKind::kSetup},
+    {"ini_set", WordKind::kSetup},
+    {"pack", WordKind::kDecoder},
+    {"passthru", WordKind::kCommand},
+    {"pcntl_exec", WordKind::kCommand},
+    {"phpinfo", WordKind::kProbe},
+    {"popen", WordKind::kCommand},
+    {"proc_open", WordKind::kCommand},
+    {"rawurldecode", WordKind::kDecoder},
+    {"set_magic_quotes_runtime", WordKind::kSetup},
+    {"set_time_limit", WordKind::kSetup},
+    {"shell_exec", WordKind::kCommand},
+    {"str_rot13", WordKind::kDecoder},
+    {"strrev", WordKind::kDecoder},
+    {"system", WordKind::kCommand},
+    {"urldecode", WordKind::kDecoder},
+};
+static_assert(std::is_sorted(std::begin(kWords), std::end(kWords),
+                             [](const Word& a, const Word& b) { return a.text < b.text; }));
+
+// The request, as PHP and then as ASP pages name it. "request." alone is a variable of ordinary scripts.
+constexpr std::string_view kPhpSources[] = {"$_post",   "$_get",          "$_request", "$_cookie", "$_server",
+                                            "$_files",  "php://input",    "${_post}",  "${_get}",  "${_request}",
+                                            "$globals", "getallheaders(", "${\"_p",    "${\"_g",   "${\"_r"};
+constexpr std::string_view kAspSources[] = {
+    "request(",        "request[",         "request.item", "request.form", "request.querystring",
+    "request.cookies", "frombase64string("};
+
+constexpr std::string_view kAnswerOpens = "->|";
+constexpr std::string_view kAnswerCloses = "|<-";
+
+char Lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c | 0x20) : c; }
+
+/// A lower-cased word of the text on the stack.
+class CShortWord {
+ public:
+  explicit CShortWord(std::string_view text) : size_(std::min(text.size(), kLongestWord)) {
+    std::transform(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(size_), bytes_.begin(), Lower);
+  }
+  std::string_view View() const { return {bytes_.data(), size_}; }
+
+ private:
+  std::array<char, kLongestWord> bytes_;
+  std::size_t size_;
+};
+
+WordKind KindOf(std::string_view word) {
+  if (word.size() < 3 || word.size() >= kLongestWord) return WordKind::kNoWord;
+  const CShortWord lower(word);
+  const auto* const found = std::lower_bound(std::begin(kWords), std::end(kWords), lower.View(),
+                                             [](const Word& a, std::string_view b) { return a.text < b; });
+  return found != std::end(kWords) && found->text == lower.View() ? found->kind : WordKind::kNoWord;
+}
+
+/// A call: the word in front of a parenthesis.
+struct Call {
+  std::size_t begin = 0;     // of the word
+  std::size_t argument = 0;  // behind the parenthesis
+  std::string_view word;
+  WordKind kind = WordKind::kNoWord;
+};
+
+/// The call whose parenthesis is at `open`; kNoWord for none of the list, and for a method.
+Call CallAt(std::string_view text, std::size_t open) {
+  std::size_t end = open;
+  for (std::size_t i = 0; i < kMostBlanks && end > 0; ++i) {
+    if (IsSpace(text[end - 1]) || text[end - 1] == '+') {  // a blank of a form that is not decoded
+      --end;
+    } else if (text.substr(0, end).ends_with("*/")) {
+      const std::size_t from = end > kMostBlanks ? end - kMostBlanks : 0;
+      const std::size_t comment = text.substr(from, end - 2 - from).rfind("/*");
+      if (comment == kNone) break;
+      end = from + comment;
+    } else {
+      break;
+    }
+  }
+  std::size_t begin = end;
+  while (begin > 0 && end - begin < kLongestWord && IsWordByte(text[begin - 1])) --begin;
+  Call call{begin, open + 1, text.substr(begin, end - begin), WordKind::kNoWord};
+  if (begin > 0) {
+    const char before = text[begin - 1];
+    const bool method = before == '.' || before == '$' || (before == '>' && begin > 1 && text[begin - 2] == '-') ||
+                        (before == ':' && begin > 1 && text[begin - 2] == ':');
+    if (method) return call;
+  }
+  call.kind = KindOf(call.word);
+  return call;
+}
+
+/// Calls visit(position) for every "(" until it returns false.
+template <typename Visit>
+void ForEachParenthesis(std::string_view text, Visit&& visit) {
+  for (std::size_t at = text.find('('); at != kNone; at = text.find('(', at + 1)) {
+    if (!visit(at)) return;
+  }
+}
+
+bool IsXmlInstruction(std::string_view behind_mark) {
+  for (const std::string_view name : {"xml", "mso", "xpacket", "import"}) {
+    if (CShortWord(behind_mark.substr(0, name.size())).View() == name) return true;
+  }
+  return false;
+}
+
+std::uint32_t TagHints(std::string_view text) {
+  std::uint32_t hints = 0;
+  for (std::size_t at = text.find('<'); at != kNone && at + 1 < text.size(); at = text.find('<', at + 1)) {
+    if (text[at + 1] == '%') hints |= kHintPageTag;
+    if (text[at + 1] == '?' && !IsXmlInstruction(text.substr(at + 2))) hints |= kHintPhpTag;
+    if (hints == (kHintPageTag | kHintPhpTag)) break;
+  }
+  return hints;
+}
+
+template <typename List>
+bool HoldsAny(std::string_view lower, const List& words) {
+  return std::any_of(std::begin(words), std::end(words),
+                     [lower](std::string_view word) { return lower.find(word) != kNone; });
+}
+
+/// The words of the list as objects of their own: "$request[" and "http.request(" are others.
+bool HoldsAspSource(std::string_view lower) {
+  for (const std::string_view source : kAspSources) {
+    for (std::size_t at = lower.find(source); at != kNone; at = lower.find(source, at + 1)) {
+      if (at == 0) return true;
+      const char before = lower[at - 1];
+      const bool other = IsWordByte(before) || before == '$' || before == '>' || before == ':' || before == '.';
+      if (!other || source == "frombase64string(") return true;
+    }
+  }
+  return false;
+}
+
+// One walk over the calls of a text.
+class CFragment {
+ public:
+  explicit CFragment(std::string_view text) : text_(text) {}
+
+  FragmentStrength Judge() {
+    ForEachParenthesis(text_, [this](std::size_t open) {
+      OnCall(CallAt(text_, open), open);
+      return strength_ != FragmentStrength::kStrong;
+    });
+    if (strength_ != FragmentStrength::kStrong && IsAnswered()) Found(text_.find(kAnswerOpens));
+    return strength_;
+  }
+
+  std::string_view Detail() const { return CCharSet::Prefix(text_.substr(where_), kDetailBytes); }
+
+ private:
+  void OnCall(const Call& call, std::size_t open) {
+    // "${@word(" and "{${word(": code inside a text, whatever the word.
+    const std::string_view before = text_.substr(0, call.begin);
+    const bool interpolated = before.ends_with("${@") || (before.ends_with("{${") && call.kind != WordKind::kNoWord);
+    if (!call.word.empty() && interpolated) return Found(call.begin);
+    switch (call.kind) {
+      case WordKind::kCode:
+        if (RunsInput(call, true)) return Found(call.begin);
+        break;
+      case WordKind::kCommand:
+        if (RunsInput(call, false)) return Found(call.begin);
+        break;
+      case WordKind::kSetup:
+        if (!before.ends_with('@') || !IsSwitchedOff(open)) return;
+        // Ordinary code switches one thing off, perhaps again and again.
+        if (silent_setup_.empty()) silent_setup_ = call.word;
+        if (call.word.size() != silent_setup_.size()) return Found(call.begin);
+        return;
+      case WordKind::kProbe:
+      case WordKind::kWrite:
+        break;
+      default:
+        return;
+    }
+    if (strength_ == FragmentStrength::kNone && IsStatement(before) && IsText(call.argument)) {
+      strength_ = FragmentStrength::kWeak;
+      where_ = call.begin;
+    }
+  }
+
+  /// Whether the argument is the request, or comes out of a decoder.
+  bool RunsInput(const Call& call, bool code) const {
+    std::size_t at = call.argument;
+    std::size_t decoders = 0;
+    while (decoders < kMostDecoders) {
+      at = std::min(text_.find_first_not_of(" \t\r\n@(\"'", at), text_.size());
+      std::size_t end = at;
+      while (end < text_.size() && end - at < kLongestWord && IsWordByte(text_[end])) ++end;
+      if (KindOf(text_.substr(at, end - at)) != WordKind::kDecoder) break;
+      const std::size_t open = text_.find_first_not_of(" \t\r\n", end);
+      if (open == kNone || text_[open] != '(') break;
+      ++decoders;
+      at = open + 1;
+    }
+    if (code && decoders != 0) return true;
+    const std::string argument = CCharSet::LowerBytes(ArgumentOf(text_.substr(call.argument, kArgumentView)));
+    const std::string_view own = argument;
+    if (HoldsAny(own, kPhpSources)) return true;
+    if (!code) return false;
+    if (HoldsAspSource(own)) return true;
+    // Code in quotes: eval("Ex"&cHr(101)&"cute(""Server.ScriptTimeout=3600:On Error Resume Next..."")")
+    return own.find("on error resume next") != kNone || own.find("server.scripttimeout") != kNone ||
+           own.find("\"&chr(") != kNone;
+  }
+
+  /// Up to the parenthesis that closes the call; quoted ones do not count.
+  static std::string_view ArgumentOf(std::string_view text) {
+    int depth = 0;
+    char quote = '\0';
+    for (std::size_t i = 0; i < text.size(); ++i) {
+      const char c = text[i];
+      if (quote != '\0') {
+        if (c == '\\') ++i;
+        if (c == quote) quote = '\0';
+      } else if (c == '"' || c == '\'') {
+        quote = c;
+      } else if (c == '(') {
+        ++depth;
+      } else if (c == ')' && --depth < 0) {
+        return text.substr(0, i);
+      }
+    }
+    return text;
+  }
+
+  /// ("display_errors","0"), (0).
+  bool IsSwitchedOff(std::size_t open) const {
+    const std::string_view argument = text_.substr(open + 1, kArgumentView);
+    const std::size_t close = argument.find(')');
+    if (close == kNone) return false;
+    return TrimBytes(argument.substr(0, close), " \t\"'").ends_with('0');
+  }
+
+  /// Whether what stands before a word can end a statement, so that the word begins one.
+  static bool IsStatement(std::string_view before) {
+    const std::string_view left = before.substr(0, before.find_last_not_of(" \t\r\n@") + 1);
+    if (left.empty()) return true;
+    constexpr std::string_view kOpeners = ";{}=?%";
+    if (kOpeners.find(left.back()) != kNone) return true;
+    for (const std::string_view word : {"echo", "print", "die(", "exit(", "php"}) {
+      if (left.size() >= word.size() && CShortWord(left.substr(left.size() - word.size())).View() == word) return true;
+    }
+    return false;
+  }
+
+  /// Packed bytes hold short words in front of parentheses by chance.
+  bool IsText(std::size_t argument) const {
+    const std::string_view own = ArgumentOf(text_.substr(argument, kArgumentView));
+    return std::all_of(own.begin(), own.end(),
+                       [](char c) { return IsSpace(c) || (static_cast<unsigned char>(c) >= 0x20 && c != 0x7F); });
+  }
+
+  bool IsAnswered() const {
+    const std::size_t opens = text_.find("\"->|");
+    return opens != kNone && text_.find(kAnswerCloses, opens) != kNone;
+  }
+
+  void Found(std::size_t where) {
+    strength_ = FragmentStrength::kStrong;
+    where_ = where;
+  }
+
+  std::string_view text_;
+  FragmentStrength strength_ = FragmentStrength::kNone;
+  std::size_t where_ = 0;
+  std::string_view silent_setup_;  // the first setup without messages; the words of the list differ in length
+};
+
+bool IsBase64(char c) { return IsLetter(c) || IsDigit(c) || c == '+' || c == '/' || c == ' ' || c == '-' || c == '_'; }
+
+}  // namespace
+
+std::uint32_t CodeHints(std::string_view text) {
+  std::uint32_t hints = TagHints(text);
+  for (std::size_t at = text.find('$'); at != kNone; at = text.find('$', at + 1)) {
+    if (at + 1 < text.size() && text[at + 1] == '_') {
+      hints |= kHintSource;
+      break;
+    }
+  }
+  ForEachParenthesis(text, [&](std::size_t open) {
+    const Call call = CallAt(text, open);
+    const bool interpolated = call.begin >= 3 && text.substr(call.begin - 3, 3) == "${@";
+    if (call.kind == WordKind::kNoWord && !interpolated) return true;
+    hints |= kHintCall;
+    return false;
+  });
+  if (text.find(kAnswerOpens) != kNone) hints |= kHintMarker;
+  return hints;
+}
+
+FragmentStrength AnalyseFragment(std::string_view text, Language language, WebshellResult* result) {
+  CFragment fragment(text);
+  const FragmentStrength strength = fragment.Judge();
+  if (strength == FragmentStrength::kNone) return strength;
+  *result = {};
+  result->name = Message(language, MessageId::kCodeInRequest);
+  result->detail = fragment.Detail();
+  result->suspicious = strength == FragmentStrength::kWeak;
+  return strength;
+}
+
+std::string DecodeEncodedText(std::string_view text, std::size_t most) {
+  constexpr std::size_t kShortest = 32;  // nothing shorter is code that does harm
+  text = Trim(text);
+  if (text.size() < kShortest || text.find('\0') != kNone) return {};
+  std::string_view piece = text.substr(0, most);
+  const std::size_t end = std::min(piece.find('='), piece.size());
+  // Words and paths are base64 as well, so the decoded text decides. A blank is a "+" that a form's decoding changed.
+  if (!std::all_of(piece.begin(), piece.begin() + static_cast<std::ptrdiff_t>(end), IsBase64)) return {};
+  piece = piece.substr(0, end);
+  std::string plain;
+  const std::size_t blank = piece.find(' ');
+  plain = blank == kNone ? DecodeBase64(piece) : DecodeBase64(ReplaceAll(piece, " ", "+"));
+  const auto printable = [](char c) { return IsSpace(c) || (static_cast<unsigned char>(c) >= 0x20 && c != 0x7F); };
+  const std::size_t head = std::min<std::size_t>(plain.size(), kShortest);
+  if (!std::all_of(plain.begin(), plain.begin() + static_cast<std::ptrdiff_t>(head), printable)) return {};
+  return plain;
+}
+
+}  // namespace qiv

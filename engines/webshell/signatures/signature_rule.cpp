@@ -1,0 +1,71 @@
+#include "engines/webshell/signatures/signature_rule.h"
+
+#include <utility>
+
+#include "common/char_set.h"
+#include "common/text.h"
+
+namespace qiv {
+namespace {
+
+void AddTerms(std::string_view piece, std::string_view separator, std::vector<std::string>* terms) {
+  for (const std::string_view term : Split(piece, separator)) {
+    if (!term.empty()) terms->emplace_back(term);
+  }
+}
+
+}  // namespace
+
+std::size_t FindExclusion(std::string_view pattern, std::size_t from) {
+  std::size_t found = pattern.find("--", from);
+  while (found != std::string_view::npos && pattern.substr(0, found).ends_with("<!"))
+    found = pattern.find("--", found + 2);
+  return found;
+}
+
+VirusRule ParseVirusPattern(std::string_view pattern) {
+  const std::string text = BlankFreeLower(pattern);
+  VirusRule rule;
+  if (std::size_t begin = FindExclusion(text); begin != std::string::npos) {
+    rule.kind = PatternKind::kExcluding;
+    AddTerms(std::string_view(text).substr(0, begin), "++", &rule.terms);
+    while (begin != std::string::npos) {
+      const std::size_t end = FindExclusion(text, begin + 2);
+      std::string term = text.substr(begin + 2, end == std::string::npos ? end : end - begin - 2);
+      if (!term.empty()) rule.excluded.push_back(std::move(term));
+      begin = end;
+    }
+  } else if (text.find("++") != std::string::npos) {
+    rule.kind = PatternKind::kAllOf;
+    AddTerms(text, "++", &rule.terms);
+  } else if (text.find("!!") != std::string::npos) {
+    rule.kind = PatternKind::kSequence;
+    AddTerms(text, "!!", &rule.terms);
+  } else if (text.find('!') != std::string::npos) {
+    rule.kind = PatternKind::kNearSequence;
+    AddTerms(text, "!", &rule.terms);
+  } else if (!text.empty()) {
+    rule.terms.push_back(text);
+  }
+  return rule;
+}
+
+std::string BlankFreeLower(std::string_view text) {
+  std::string copy;
+  copy.resize(text.size());
+  char* out = copy.data();
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const char c = text[i];
+    if (static_cast<unsigned char>(c) < 0x80) {  // without a branch on the byte: blanks come unforeseen
+      *out = static_cast<char>(c | (c >= 'A' && c <= 'Z' ? 0x20 : 0));
+      out += c != ' ' && c != '\t';
+    } else {
+      *out++ = c;
+      if (CCharSet::CharacterLength(text, i) == 2) *out++ = text[++i];
+    }
+  }
+  copy.resize(static_cast<std::size_t>(out - copy.data()));
+  return copy;
+}
+
+}  // namespace qiv

@@ -1,0 +1,93 @@
+#include "engines/webshell/webshell_scan.h"
+
+#include <utility>
+
+#include "common/char_set.h"
+#include "common/messages.h"
+#include "common/text.h"
+#include "engines/webshell/page/asp_analysis.h"
+#include "engines/webshell/php/analysis.h"
+#include "engines/webshell/signatures/builtin_signatures.h"
+#include "engines/webshell/signatures/signature_text.h"
+
+namespace qiv {
+namespace {
+
+CVirusLibrary BuildLibrary(Language language, std::string_view text, std::string_view user_rules,
+                           std::string_view free_code) {
+  CVirusLibrary::Parts parts;
+  const std::string_view own_name = Message(language, MessageId::kUserSignature);
+  const std::string builtin = BuiltinVirusRules(language);
+  for (const std::string_view list : {TaggedPart(text, "trojan_rules"), user_rules, std::string_view(builtin)}) {
+    for (VirusRule& rule : ParseVirusRules(list, own_name)) parts.rules.push_back(std::move(rule));
+  }
+  for (const std::string_view list : {TaggedPart(text, "trojan_free"), free_code}) {
+    for (std::string& code : ParseVirusTexts(list)) parts.free_code.push_back(std::move(code));
+  }
+  parts.removal = BuiltinRemoval();
+  for (std::string& removed : ParseVirusTexts(TaggedPart(text, "trojan_removal")))
+    parts.removal.push_back(std::move(removed));
+  parts.whole_word = Trim(TaggedPart(text, "trojan_wholeword")) == "1";
+  return CVirusLibrary(std::move(parts));
+}
+
+// A text in UTF-16 as single bytes; what is no ASCII becomes "?".
+std::string NarrowUtf16(std::string_view text, bool big_endian) {
+  std::string narrow;
+  narrow.reserve(text.size() / 2);
+  for (std::size_t i = 2; i + 1 < text.size(); i += 2) {
+    const char low = text[i + (big_endian ? 1 : 0)];
+    const char high = text[i + (big_endian ? 0 : 1)];
+    narrow += high == '\0' && static_cast<unsigned char>(low) < 0x80 ? low : '?';
+  }
+  return narrow;
+}
+
+}  // namespace
+
+CQivLibs::CQivLibs(Language language) : CQivLibs(language, {}, {}, {}) {}
+
+CQivLibs::CQivLibs(Language language, std::string_view library_text, std::string_view user_rules,
+                   std::string_view free_code)
+    : language_(language), library_(BuildLibrary(language, library_text, user_rules, free_code)) {}
+
+bool CQivLibs::WebshellScan(std::string_view text, WebshellResult* result) const {
+  result->known_good = false;
+  if (text.empty() || text.size() > kLongestText) return false;
+  const std::size_t size = text.size();
+  std::string narrow;
+  if (text.starts_with("\xFF\xFE") || text.starts_with("\xFE\xFF")) {
+    narrow = NarrowUtf16(text, text[0] == '\xFE');
+    text = narrow;
+  }
+  std::string converted;
+  std::string_view local = text;
+  if (!CCharSet::IsAscii(text)) {
+    converted = CCharSet::ToLocal(std::string(text));
+    local = converted;
+  }
+  const CVirusLibrary::Match match = library_.Find(BlankFreeLower(local), size);
+  if (match.known_good) {
+    result->known_good = true;
+    return false;
+  }
+  if (match.rule != nullptr) {
+    const VirusRule& rule = *match.rule;
+    *result = {rule.name, {}, rule.terms.front(), rule.terms.front(), rule.number, rule.size_limit, false, false};
+    return true;
+  }
+  if (text.find("<?") != std::string_view::npos && AnalysePhp(text, language_, result)) return true;
+  // A page may consist of "<script runat=server>" alone.
+  constexpr std::size_t kNone = std::string_view::npos;
+  if (text.find("<%") == kNone && (FindNoCase(text, "<script") == kNone || FindNoCase(text, "runat") == kNone))
+    return false;
+  return AnalyseAsp(library_, local, language_, result) || AnalyseAspx(local, language_, result);
+}
+
+bool CQivLibs::WebshellScan(std::string* text, WebshellResult* result) const {
+  const bool found = WebshellScan(std::string_view(*text), result);
+  if (result->known_good) text->clear();
+  return found;
+}
+
+}  // namespace qiv

@@ -1,0 +1,45 @@
+// The entry of the webshell detectors: every check of a file's content calls it.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+#include "common/language.h"
+#include "engines/webshell/signatures/signature_library.h"
+#include "engines/webshell/webshell_result.h"
+
+namespace qiv {
+
+/// The libraries that all requests share. Immutable once built and replaced whole on reload; one object serves any
+/// number of threads.
+class CQivLibs {
+ public:
+  /// Longer texts are not scanned.
+  static constexpr std::size_t kLongestText = 2 * 1024 * 1024;
+
+  /// The built-in rules alone.
+  explicit CQivLibs(Language language);
+
+  /// `library_text`: the deciphered library file (tags <trojan_rules>, <trojan_free>, <trojan_removal>,
+  /// <trojan_wholeword>; may be empty), whose rules come before the built-in ones. `user_rules` and `free_code` are a
+  /// site's own signatures and exempt code, in the form of those lists (virus_text.h).
+  CQivLibs(Language language, std::string_view library_text, std::string_view user_rules, std::string_view free_code);
+
+  /// Whether the content of a file or of a request is a webshell; on a hit, and only then, `*result` is filled (but for
+  /// known_good, which is always set). At most 2 MiB of text; a scan takes a few copies of it and, of a script, 12
+  /// bytes for each token and some 80 for each different variable: less than 64 MiB whatever the text, and for a text
+  /// without "<?", "<%" or "<script runat" nothing but one copy.
+  bool WebshellScan(std::string_view text, WebshellResult* result) const;
+
+  /// The same; a text that holds known-good code is cleared.
+  bool WebshellScan(std::string* text, WebshellResult* result) const;
+
+  const CVirusLibrary& Library() const { return library_; }
+
+ private:
+  Language language_;
+  CVirusLibrary library_;
+};
+
+}  // namespace qiv

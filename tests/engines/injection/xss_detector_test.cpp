@@ -1,0 +1,157 @@
+#include "engines/injection/xss_detector.h"
+
+#include <gtest/gtest.h>
+
+#include <utility>
+
+#include "tests/engines/injection/slow_detectors.h"
+#include "tests/engines/text_generator.h"
+
+namespace qiv {
+namespace {
+
+InjectionLibrary Events(const std::vector<std::string>& names) {
+  return InjectionLibrary({}, {}, slow::OneWordRules(names));
+}
+
+void CompareEvents(std::string_view text, const InjectionLibrary& library) {
+  ASSERT_EQ(XssDetector::EventCheck(text, library), slow::EventCheck(text, library.Events()))
+      << "text: " << testing::PrintToString(std::string(text));
+}
+
+TEST(XssEventCheck, AgreesWithRepeatedSearches) {
+  // Also names that no library should hold: made of blanks, quotes, "=" and "<".
+  const InjectionLibrary libraries[] = {
+      Events({"o", "oo", "o", "o o"}),
+      Events({"oo", "=", " ", "o ", "\"", "o="}),
+      Events({"<o", "/o", "o\"=", "oo="}),
+  };
+  const Tokens tokens = {"<", "o", " ", "=", "\"", "/", "1"};
+  for (const InjectionLibrary& library : libraries) {
+    ForEachSequence(tokens, 6, [&](std::string_view text) { CompareEvents(text, library); });
+    ForRandomSequences(tokens, 40, 60000, [&](std::string_view text) { CompareEvents(text, library); });
+  }
+  const InjectionLibrary real = Events({"onload", "onerror", "onclick", "onloadx", "on"});
+  const Tokens words = {"<img",   "<a",      "<",       ">",  " ", " ", "\t", "=", "=",        "'",    "\"",
+                        "onload", "onerror", "onclick", "on", "x", "1", "_",  "/", "alert(1)", "\xC1", "&"};
+  ForRandomSequences(words, 20, 60000, [&](std::string_view text) { CompareEvents(text, real); });
+}
+
+TEST(XssTagChecks, AgreeWithRepeatedSearches) {
+  const Tokens script = {"<script", "<", "script", " ", "\v", ">", "x"};
+  ForEachSequence(script, 5, [](std::string_view text) {
+    ASSERT_EQ(XssDetector::ScriptTagCheck(text), slow::ScriptTagCheck(text)) << text;
+  });
+  const auto compare = [](std::string_view text) {
+    ASSERT_EQ(XssDetector::JavascriptUrlCheck(text), slow::JavascriptUrlCheck(text)) << text;
+  };
+  const Tokens url = {"<", "a", "_", " ", "=", "javascript:", "/", "1"};
+  ForEachSequence(url, 6, compare);
+  ForRandomSequences(url, 40, 60000, compare);
+}
+
+TEST(XssDetector, Cases) {
+  const InjectionLibrary library = Events({"onerror", "onload"});
+  InjectionSettings settings;
+  settings.xss_html_action = settings.xss_script_block = settings.xss_script_load = 1;
+  struct Case {
+    std::string text;
+    std::string_view type;
+    std::string_view fragment;
+  };
+  Case cases[] = {
+      {"<img src=x onerror=alert(1)>", "HTML event", "<img src=x onerror=alert(1)"},
+      {"<img+src=x+onerror=alert(1)>", "HTML event", "<img src=x onerror=alert(1)"},
+      {"<img onload=f onerror=g>", "HTML event", "<img onload=f onerror=g"},  // list order before text order
+      {"<img onerror = \" /x", "HTML event", "<img onerror = \" "},
+      {"onerror=alert(1)", "", ""},
+      {"<p onerror=1>", "", ""},
+      {"<p onerror=(f)>", "", ""},
+      {"<p xonerror=f>", "", ""},
+      {"<p/onerror=f>", "", ""},
+      {"< p onerror=f>", "", ""},
+      {"a<script>", "Script label", "<script>"},
+      {"<script >", "Script label", "<script>"},
+      {"<script src=a.js>", "", ""},
+      {"<SCRIPT>", "", ""},
+      {"<a href=javascript:alert(1)>", "Script loading", "<a href=javascript:alert(1)>"},
+      {"<a href=javascript:1>", "", ""},
+      {"<a href=javascript:", "", ""},
+      {"javascript:alert(1)", "", ""},
+      {"<script><p onerror=f>", "HTML event", "<p onerror=f"},  // the order of the checks decides
+  };
+  for (Case& c : cases) {
+    std::string fragment;
+    EXPECT_EQ(XssDetector::CheckText(c.text, settings, library, &fragment, false), c.type) << c.text;
+    EXPECT_EQ(std::exchange(fragment, ""), c.fragment) << c.text;
+    EXPECT_EQ(XssDetector::Check(&c.text, settings, library, &fragment, false), c.type) << c.text;
+    EXPECT_EQ(fragment, c.fragment) << c.text;
+  }
+}
+
+TEST(XssDetector, SwitchesLanguageAndParameters) {
+  const InjectionLibrary library = Events({"onerror"});
+  const std::string text = "q=<p onerror=f>&r=<script>&s=<a b=javascript:c>";
+  const struct {
+    int event, script, url;
+    Language language;
+    std::string_view type, fragment;
+  } cases[] = {
+      {1, 1, 1, Language::kEnglish, "HTML event", "<p onerror=f"},
+      {0, 1, 1, Language::kEnglish, "Script label", "<script>"},
+      {0, 0, 1, Language::kEnglish, "Script loading", "<a b=javascript:c>"},
+      {0, 0, 0, Language::kEnglish, "", ""},
+      {1, 0, 0, Language::kChinese, "HTML\xCA\xC2\xBC\xFE", "<p onerror=f"},
+      {0, 1, 0, Language::kChinese, "Script\xB1\xEA\xC7\xA9", "<script>"},
+      {0, 0, 1, Language::kChinese, "\xBD\xC5\xB1\xBE\xBC\xD3\xD4\xD8", "<a b=javascript:c>"},
+  };
+  for (const auto& c : cases) {
+    InjectionSettings settings;
+    settings.xss_html_action = c.event;
+    settings.xss_script_block = c.script;
+    settings.xss_script_load = c.url;
+    settings.language = c.language;
+    std::string fragment;
+    EXPECT_EQ(XssDetector::CheckText(text, settings, library, &fragment, true), c.type);
+    EXPECT_EQ(fragment, c.fragment);
+  }
+  InjectionSettings settings;
+  settings.xss_html_action = 1;
+  std::string split = "a=<p x&b onerror=f";  // a hit as one text, none by parameters
+  std::string fragment;
+  EXPECT_EQ(XssDetector::Check(&split, settings, library, &fragment, true), "");
+  EXPECT_EQ(XssDetector::Check(&split, settings, library, &fragment, false), "HTML event");
+}
+
+// Texts that make a repeated search read the same bytes for every occurrence.
+TEST(XssDetector, ReadsEveryByteAFixedNumberOfTimes) {
+  constexpr std::size_t kSize = 1 << 14;
+  constexpr std::size_t kFactor = 6;
+  const InjectionLibrary library = Events({"onx", "onx ", "onx   ", " ", "  ", "'", "=", "onx=", "'onx"});
+  const struct {
+    std::string_view once, repeated;
+  } cases[] = {
+      {"", "<a onx"},          {"<a ", "onx "},         {"<a", "'onx'"},
+      {"<a x", " "},           {"<a ", "'onx =' "},     {"<a ", "onx= ' '"},
+      {"<a onx=", "'"},        {"<a onx", " "},         {"<a ", "="},
+      {"<a b", " ="},          {"", "<script "},        {"<script", " "},
+      {"<a ", "javascript:x"}, {"", "<a javascript:x"}, {"<", "javascript:x "},
+      {"<a b", "javascript:"}, {"", "<ajavascript:x"},  {"<a  ", "  javascript:x"},
+  };
+  for (const auto& [once, repeated] : cases) {
+    std::string text(once);
+    while (text.size() < kSize) text += repeated;
+    std::size_t work = 0;
+    XssDetector::EventCheck(text, library, &work);
+    EXPECT_LE(work, kFactor * text.size()) << "event: " << once << repeated;
+    work = 0;
+    XssDetector::ScriptTagCheck(text, &work);
+    EXPECT_LE(work, kFactor * text.size()) << "script: " << once << repeated;
+    work = 0;
+    XssDetector::JavascriptUrlCheck(text, &work);
+    EXPECT_LE(work, kFactor * text.size()) << "url: " << once << repeated;
+  }
+}
+
+}  // namespace
+}  // namespace qiv

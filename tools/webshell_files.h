@@ -1,0 +1,34 @@
+// The webshell library between the plain files of rules/webshell and its stored form, _trojan.db.
+//
+// trojan_rules.txt: one rule a line, five fields divided by tabs:
+//
+//   pattern <TAB> php or asp <TAB> size limit in bytes, 0 none <TAB> English name <TAB> Chinese name
+//
+// trojan_free.txt: code that is never taken for a webshell, trojan_removal.txt: texts that scatter words, each one a
+// line. UTF-8. Empty lines and lines that begin with "#" say nothing.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "common/language.h"
+
+namespace qiv {
+
+/// Whether the folder holds one of the files.
+bool HoldsTrojanFiles(const std::string& directory);
+
+/// The text of _trojan.db. Empty when something was an error; every message names its file and line, and goes to stderr
+/// at once.
+std::string PackTrojanFiles(const std::string& directory, Language language, int* exit_code);
+
+/// One of the files.
+struct TrojanFile {
+  std::string name;  ///< without ".txt"
+  std::string text;
+};
+/// The files of a stored library; both names of a rule are the stored one. Empty when the text is no such library.
+std::vector<TrojanFile> UnpackTrojanFiles(std::string_view file_text);
+
+}  // namespace qiv
