@@ -19,7 +19,7 @@ std::string Fill(std::string_view head, const std::string& unit, std::size_t byt
 }
 
 template <const std::string_view& head, const auto& unit>
-std::string Units(const CVirusLibrary&, std::size_t bytes) {
+std::string Units(const CSignatureLibrary&, std::size_t bytes) {
   return Fill(head, std::string(unit), bytes);
 }
 
@@ -60,7 +60,7 @@ constexpr std::string_view kAspChars = "chr(101)&";
 constexpr std::string_view kAspAssignments = "a=request(b)\nb=a\n";
 constexpr std::string_view kAspBraces = "execute(";
 
-std::string ManyVariables(const CVirusLibrary&, std::size_t bytes) {
+std::string ManyVariables(const CSignatureLibrary&, std::size_t bytes) {
   std::string text(kPhp);
   for (std::size_t i = 1; text.size() < bytes; ++i) {
     text += "$v" + std::to_string(i) + "=$v" + std::to_string(i - 1) + ".'x';";
@@ -69,7 +69,9 @@ std::string ManyVariables(const CVirusLibrary&, std::size_t bytes) {
   return text;
 }
 
-std::string LongLiteral(const CVirusLibrary&, std::size_t bytes) { return Fill("<?php $a='", "x", bytes - 2) + "';"; }
+std::string LongLiteral(const CSignatureLibrary&, std::size_t bytes) {
+  return Fill("<?php $a='", "x", bytes - 2) + "';";
+}
 
 std::string Base64(std::string_view text) {
   constexpr std::string_view kDigits = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
@@ -84,7 +86,7 @@ std::string Base64(std::string_view text) {
   return coded;
 }
 
-std::string Base64Layers(const CVirusLibrary&, std::size_t bytes) {
+std::string Base64Layers(const CSignatureLibrary&, std::size_t bytes) {
   std::string code = "echo 1;";
   while (true) {
     code.resize((code.size() + 2) / 3 * 3, ' ');
@@ -96,33 +98,33 @@ std::string Base64Layers(const CVirusLibrary&, std::size_t bytes) {
 }
 
 /// Every term without its last letter, again and again.
-std::string CutTerms(const CVirusLibrary& library, std::size_t bytes) {
+std::string CutTerms(const CSignatureLibrary& library, std::size_t bytes) {
   std::string unit;
-  for (const VirusRule& rule : library.Rules()) {
+  for (const SignatureRule& rule : library.Rules()) {
     for (const std::string& term : rule.terms) unit += term.substr(0, term.size() - 1);
   }
   return Fill(kNoHead, unit, bytes);
 }
 
 /// The first letters of every term, each many times.
-std::string FirstLetters(const CVirusLibrary& library, std::size_t bytes) {
+std::string FirstLetters(const CSignatureLibrary& library, std::size_t bytes) {
   std::string unit;
-  for (const VirusRule& rule : library.Rules()) {
+  for (const SignatureRule& rule : library.Rules()) {
     for (const std::string& term : rule.terms) unit += Repeat(term.substr(0, 3), 30);
   }
   return Fill(kNoHead, unit, bytes);
 }
 
 /// Every sequence rule up to its last term, which never comes, or too late.
-std::string CutSequences(const CVirusLibrary& library, std::size_t bytes) {
+std::string CutSequences(const CSignatureLibrary& library, std::size_t bytes) {
   std::string unit;
-  for (const VirusRule& rule : library.Rules()) {
+  for (const SignatureRule& rule : library.Rules()) {
     const bool is_near = rule.kind == PatternKind::kNearSequence;
     if (!is_near && rule.kind != PatternKind::kSequence) continue;
     for (int again = 0; again < 3; ++again) {
       for (std::size_t i = 0; i + 1 < rule.terms.size(); ++i) unit += rule.terms[i];
     }
-    if (is_near) unit += std::string(CVirusLibrary::kNearGap + 1, '.') + rule.terms.back();
+    if (is_near) unit += std::string(CSignatureLibrary::kNearGap + 1, '.') + rule.terms.back();
   }
   return Fill(kNoHead, unit, bytes);
 }

@@ -12,7 +12,7 @@ namespace qiv::bench {
 struct WebshellText {
   const char* name;
   /// Exactly `bytes` bytes. Those against the signatures are made of the library's own terms.
-  std::string (*make)(const CVirusLibrary& library, std::size_t bytes);
+  std::string (*make)(const CSignatureLibrary& library, std::size_t bytes);
 };
 
 /// The ordinary texts first.

@@ -259,7 +259,8 @@ class CUploadRun {
   /// What the log names a part by: "field=file".
   static std::string Shown(const Item& item) {
     const auto local = [](std::string_view text) {
-      return CCharSet::Prefix(CCharSet::ToLocal(std::string(text)), kLongestShown);
+      const std::string whole = CCharSet::ToLocal(std::string(text));
+      return std::string(CCharSet::Prefix(whole, kLongestShown));
     };
     std::string shown = local(item.field);
     if (!item.file_name.empty()) AppendAll(&shown, {shown.empty() ? "" : "=", local(item.file_name)});

@@ -47,7 +47,7 @@ ConfigPaths::ConfigPaths(std::string directory)
       ipv4_areas(ConfigFile(module_directory, "iplib.db")),
       ipv6_areas(ConfigFile(module_directory, "iplibv6.db")),
       bad_ips(ConfigFile(module_directory, "_badip.db")),
-      trojan_library(ConfigFile(module_directory, "_trojan.db")),
+      webshell_library(ConfigFile(module_directory, "_trojan.db")),
       log_directory(module_directory + "debug" + kPathSeparator) {}
 
 CQivConfig::CQivConfig(std::string module_directory, Clock clock)
@@ -55,7 +55,7 @@ CQivConfig::CQivConfig(std::string module_directory, Clock clock)
       clock_(clock),
       current_(std::make_shared<WebsiteConfig>()),
       library_(std::make_shared<InjectionLibrary>()),
-      trojans_(paths_.trojan_library) {}
+      webshells_(paths_.webshell_library) {}
 
 CQivConfig::~CQivConfig() = default;
 
@@ -82,10 +82,10 @@ void CQivConfig::Refresh(std::int64_t now) {
   bool reloaded = ReloadConfig();
   // A new configuration finds its libraries in place even while the flag keeps them from being watched, at the next
   // tick if they cannot be read just now.
-  if (reloaded) library_wanted_ = trojans_wanted_ = true;
+  if (reloaded) library_wanted_ = webshells_wanted_ = true;
   const bool library_enabled = IsLibraryEnabled();
   if (library_enabled || library_wanted_) reloaded |= ReloadInjectionLibrary();
-  if (library_enabled || trojans_wanted_) reloaded |= ReloadTrojanLibrary();
+  if (library_enabled || webshells_wanted_) reloaded |= ReloadWebshellLibrary();
   if (tick_client_ == nullptr) return;
   if (library_enabled) reloaded |= tick_client_->OnServiceTick(now);
   if (reloaded) tick_client_->OnReloaded(now);
@@ -164,10 +164,10 @@ bool CQivConfig::ReloadInjectionLibrary() {
   return true;
 }
 
-bool CQivConfig::ReloadTrojanLibrary() {
-  const CTrojanLibrary::Outcome outcome = trojans_.Reload(*Current());
-  trojans_wanted_ = outcome == CTrojanLibrary::Outcome::kAgain;
-  return outcome == CTrojanLibrary::Outcome::kReplaced;
+bool CQivConfig::ReloadWebshellLibrary() {
+  const CWebshellLibrary::Outcome outcome = webshells_.Reload(*Current());
+  webshells_wanted_ = outcome == CWebshellLibrary::Outcome::kAgain;
+  return outcome == CWebshellLibrary::Outcome::kReplaced;
 }
 
 bool CQivConfig::IsConfigValid() const {

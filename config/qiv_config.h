@@ -29,7 +29,7 @@ struct ConfigPaths {
   std::string ipv4_areas;        ///< config/iplib.db
   std::string ipv6_areas;        ///< config/iplibv6.db
   std::string bad_ips;           ///< config/_badip.db
-  std::string trojan_library;    ///< config/_trojan.db
+  std::string webshell_library;  ///< config/_trojan.db
   std::string log_directory;     ///< debug/
 };
 
@@ -76,7 +76,7 @@ class CQivConfig {
   std::shared_ptr<const WebsiteConfig> Current() const { return current_.Load(); }
   std::shared_ptr<const InjectionLibrary> Library() const { return library_.Load(); }
   /// The webshell library. Null until a configuration was loaded.
-  std::shared_ptr<const CQivLibs> Webshells() const { return trojans_.Current(); }
+  std::shared_ptr<const CQivLibs> Webshells() const { return webshells_.Current(); }
 
   /// The identifier the server gave this module; null before registration.
   void* ModuleId() const { return module_id_.load(); }
@@ -89,7 +89,7 @@ class CQivConfig {
   ConfigStatus SwapConfig();
   void SetSwitches(bool valid);
   bool ReloadInjectionLibrary();
-  bool ReloadTrojanLibrary();
+  bool ReloadWebshellLibrary();
 
   const ConfigPaths paths_;
   const Clock clock_;
@@ -98,11 +98,11 @@ class CQivConfig {
   std::atomic<bool> refreshing_{false};  ///< a thread is inside Refresh
   // A configuration was loaded and its libraries not yet; inside Refresh only.
   bool library_wanted_ = false;
-  bool trojans_wanted_ = false;
+  bool webshells_wanted_ = false;
   std::atomic<ConfigStatus> last_status_{ConfigStatus::kUnreadable};
   CPublished<WebsiteConfig> current_;
   CPublished<InjectionLibrary> library_;
-  CTrojanLibrary trojans_;
+  CWebshellLibrary webshells_;
 
   mutable CCriticalSection config_check_lock_;
   std::int64_t last_check_ QIV_GUARDED_BY(config_check_lock_) = 0;  ///< seconds; 0: never

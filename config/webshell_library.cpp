@@ -11,9 +11,9 @@
 
 namespace qiv {
 
-bool IsTrojanLibrary(std::string_view text) {
+bool IsWebshellLibrary(std::string_view text) {
   std::size_t lists = 0;
-  for (const std::string_view tag : kTrojanTags) {
+  for (const std::string_view tag : kWebshellTags) {
     if (!HasTag(text, tag)) continue;
     if (text.find("</" + std::string(tag) + ">") == std::string_view::npos) return false;
     ++lists;
@@ -21,10 +21,10 @@ bool IsTrojanLibrary(std::string_view text) {
   return lists != 0;
 }
 
-CTrojanLibrary::CTrojanLibrary(std::string path) : path_(std::move(path)), library_(nullptr) {}
+CWebshellLibrary::CWebshellLibrary(std::string path) : path_(std::move(path)), library_(nullptr) {}
 
 /// False when the file is there but cannot be opened.
-bool CTrojanLibrary::TakeFile() {
+bool CWebshellLibrary::TakeFile() {
   // Taken before the content: a file written meanwhile is read again.
   const std::uint64_t time = FileModificationTime(path_);
   if (time == file_time_) return true;
@@ -40,7 +40,7 @@ bool CTrojanLibrary::TakeFile() {
         break;
       case ReadFileResult::kOk:
         text = CCharSet::ToLocal(DecipherPieces(enciphered));
-        good = IsTrojanLibrary(text);
+        good = IsWebshellLibrary(text);
         break;
     }
   }
@@ -52,7 +52,7 @@ bool CTrojanLibrary::TakeFile() {
   return true;
 }
 
-CTrojanLibrary::Outcome CTrojanLibrary::Reload(const WebsiteConfig& site) {
+CWebshellLibrary::Outcome CWebshellLibrary::Reload(const WebsiteConfig& site) {
   const CAutoLock lock(lock_);
   try {
     const bool opened = TakeFile();

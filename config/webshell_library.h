@@ -15,13 +15,13 @@ namespace qiv {
 struct WebsiteConfig;
 
 /// Thread safe. What is in force is immutable; a reader takes a counted reference without a lock.
-class CTrojanLibrary {
+class CWebshellLibrary {
  public:
   /// Of the enciphered file, in bytes: half of it is text, some hundred thousand rules. The automaton over them takes
   /// some 20 times the text.
   static constexpr std::uint64_t kFileMaxBytes = 16U << 20;
 
-  explicit CTrojanLibrary(std::string path);
+  explicit CWebshellLibrary(std::string path);
 
   enum class Outcome {
     kUnchanged,
@@ -52,11 +52,12 @@ class CTrojanLibrary {
   std::string free_code_ QIV_GUARDED_BY(lock_);
 };
 
-/// Whether a deciphered text is a webshell library: it holds at least one of the lists (kTrojanTags), and each
+/// Whether a deciphered text is a webshell library: it holds at least one of the lists (kWebshellTags), and each
 /// that it opens is closed.
-bool IsTrojanLibrary(std::string_view text);
+bool IsWebshellLibrary(std::string_view text);
 
 /// The lists of the library, as the tags that enclose them.
-inline constexpr std::string_view kTrojanTags[] = {"trojan_rules", "trojan_free", "trojan_removal", "trojan_wholeword"};
+inline constexpr std::string_view kWebshellTags[] = {"trojan_rules", "trojan_free", "trojan_removal",
+                                                     "trojan_wholeword"};
 
 }  // namespace qiv

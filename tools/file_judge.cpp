@@ -36,18 +36,18 @@ class CHeldCore {
   Cores* const cores_;
 };
 
-CVirusLibrary OwnRules(Language language, std::string_view library_text, std::string_view user_rules,
-                       std::string_view free_code) {
-  CVirusLibrary::Parts parts;
+CSignatureLibrary OwnRules(Language language, std::string_view library_text, std::string_view user_rules,
+                           std::string_view free_code) {
+  CSignatureLibrary::Parts parts;
   const std::string_view name = Message(language, MessageId::kUserSignature);
   for (const std::string_view list : {TaggedPart(library_text, "trojan_rules"), user_rules}) {
-    for (VirusRule& rule : ParseVirusRules(list, name)) parts.rules.push_back(std::move(rule));
+    for (SignatureRule& rule : ParseSignatureRules(list, name)) parts.rules.push_back(std::move(rule));
   }
   for (const std::string_view list : {TaggedPart(library_text, "trojan_free"), free_code}) {
-    for (std::string& code : ParseVirusTexts(list)) parts.free_code.push_back(std::move(code));
+    for (std::string& code : ParseSignatureTexts(list)) parts.free_code.push_back(std::move(code));
   }
   parts.whole_word = Trim(TaggedPart(library_text, "trojan_wholeword")) == "1";
-  return CVirusLibrary(std::move(parts));
+  return CSignatureLibrary(std::move(parts));
 }
 
 bool IsNamedAsScript(const std::string& path) {
@@ -136,7 +136,7 @@ void CFileJudge::JudgeText(const std::string& text, bool is_named, FileVerdict* 
   }
   if (!is_named && !verdict->found && !own_rules_.Rules().empty()) {
     const std::string copy = BlankFreeLower(CCharSet::ToLocal(text));
-    if (const VirusRule* const rule = own_rules_.Find(copy, text.size()).rule) {
+    if (const SignatureRule* const rule = own_rules_.Find(copy, text.size()).rule) {
       verdict->found = true;
       verdict->finding = {};
       verdict->finding.name = rule->name;

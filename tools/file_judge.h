@@ -47,7 +47,7 @@ class CFileJudge {
 
   const Language language_;
   CQivLibs libs_;
-  CVirusLibrary own_rules_;
+  CSignatureLibrary own_rules_;
 };
 
 }  // namespace qiv

@@ -102,7 +102,7 @@ int InitInstallation(const InitOptions& options) {
   int library_exit = kExitOk;
   const std::string library = PackLibrary(rules + "/library", form, &library_exit);
   exit_code = std::max(exit_code, library_exit);
-  const std::string trojans = PackTrojanFiles(rules + "/webshell", options.language, &library_exit);
+  const std::string webshells = PackWebshellFiles(rules + "/webshell", options.language, &library_exit);
   exit_code = std::max(exit_code, library_exit);
   if (exit_code == kExitError) return exit_code;
 
@@ -114,7 +114,7 @@ int InitInstallation(const InitOptions& options) {
   return std::max(exit_code, WriteFiles(options, {{options.directory + "/settings.json", settings_text},
                                                   {options.directory + "/config/_config.db", packed},
                                                   {options.directory + "/config/_sql.db", library},
-                                                  {options.directory + "/config/_trojan.db", trojans}}));
+                                                  {options.directory + "/config/_trojan.db", webshells}}));
 }
 
 }  // namespace qiv

@@ -33,8 +33,8 @@ int Pack(const LibraryOptions& options) {
   form.language = options.language == "zh-CN" ? Language::kChinese : Language::kEnglish;
   form.user_defined = options.user_defined;
   int exit_code = kExitOk;
-  if (HoldsTrojanFiles(options.input)) {
-    const std::string stored = PackTrojanFiles(options.input, form.language, &exit_code);
+  if (HoldsWebshellFiles(options.input)) {
+    const std::string stored = PackWebshellFiles(options.input, form.language, &exit_code);
     return exit_code == kExitOk ? Store(options, "_trojan.db", stored) : exit_code;
   }
   const std::string stored = PackLibrary(options.input, form, &exit_code);
@@ -59,13 +59,13 @@ int Unpack(const LibraryOptions& options) {
     return report.Print();
   }
   const std::vector<LibraryList> lists = UnpackLibrary(text, options.user_defined);
-  const std::vector<TrojanFile> trojan_files = UnpackTrojanFiles(text);
-  if (lists.empty() && trojan_files.empty()) {
+  const std::vector<WebshellFile> webshell_files = UnpackWebshellFiles(text);
+  if (lists.empty() && webshell_files.empty()) {
     report.Error(0, "is no library: it holds none of the lists, or is enciphered with another key");
   }
   if (!options.output.empty()) MakeDirectories(options.output);
   for (const LibraryList& list : lists) PutList(options, std::string(list.name), WriteRuleFile(list.rules), &report);
-  for (const TrojanFile& file : trojan_files) PutList(options, file.name, file.text, &report);
+  for (const WebshellFile& file : webshell_files) PutList(options, file.name, file.text, &report);
   return report.Print();
 }
 

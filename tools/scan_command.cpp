@@ -139,10 +139,10 @@ bool LoadRules(const std::string& directory, Rules* rules, Language* language) {
   const std::string library = module + "config/_trojan.db";
   if (!IsFile(library)) return true;
   std::string enciphered;
-  if (ReadWholeFile(library, CTrojanLibrary::kFileMaxBytes, &enciphered) == ReadFileResult::kOk) {
+  if (ReadWholeFile(library, CWebshellLibrary::kFileMaxBytes, &enciphered) == ReadFileResult::kOk) {
     rules->library = CCharSet::ToLocal(DecipherPieces(enciphered));
   }
-  if (!IsTrojanLibrary(rules->library)) {
+  if (!IsWebshellLibrary(rules->library)) {
     PrintError(library, "is no webshell library");
     return false;
   }

@@ -35,14 +35,14 @@ std::string RuleRecord(std::string_view text, Language language, std::size_t lin
     return {};
   }
   const std::string pattern = CCharSet::ToLocal(std::string(fields[0]));
-  if (ParseVirusPattern(pattern).terms.empty()) report->Error(line, "the pattern looks for nothing");
+  if (ParseSignaturePattern(pattern).terms.empty()) report->Error(line, "the pattern looks for nothing");
   if (fields[1] != kPhp && fields[1] != kAsp) report->Error(line, "the second field is php or asp");
   const std::uint32_t limit = DigitsToNumber(fields[2]);
   if (limit == 0 && fields[2] != "0") report->Error(line, "the third field is a number of bytes, 0 for no limit");
   const std::string name = CCharSet::ToLocal(std::string(fields[language == Language::kChinese ? 4 : 3]));
   if (name.empty()) report->Error(line, "the rule has no name");
   std::string record;
-  AddVirusRule(&record, pattern, "++", name, {}, limit, fields[1] == kPhp ? kPhpRuleKind : kAspRuleKind);
+  AddSignatureRule(&record, pattern, "++", name, {}, limit, fields[1] == kPhp ? kPhpRuleKind : kAspRuleKind);
   return record;
 }
 
@@ -79,12 +79,12 @@ std::string UnpackRule(std::string_view record) {
 
 }  // namespace
 
-bool HoldsTrojanFiles(const std::string& directory) {
+bool HoldsWebshellFiles(const std::string& directory) {
   return std::any_of(kLists.begin(), kLists.end(),
                      [&](std::string_view name) { return IsFile(PathOf(directory, name)); });
 }
 
-std::string PackTrojanFiles(const std::string& directory, Language language, int* exit_code) {
+std::string PackWebshellFiles(const std::string& directory, Language language, int* exit_code) {
   std::string stored;
   *exit_code = kExitOk;
   for (const std::string_view name : kLists) {
@@ -100,13 +100,13 @@ std::string PackTrojanFiles(const std::string& directory, Language language, int
   return *exit_code == kExitOk ? encrypt_text("", CCharSet::LocalToUtf8(stored)) + "\n" : std::string();
 }
 
-std::vector<TrojanFile> UnpackTrojanFiles(std::string_view file_text) {
+std::vector<WebshellFile> UnpackWebshellFiles(std::string_view file_text) {
   const std::string text = CCharSet::ToLocal(decrypt_text("", Trim(file_text)));
-  std::vector<TrojanFile> files;
-  if (!IsTrojanLibrary(text)) return files;
+  std::vector<WebshellFile> files;
+  if (!IsWebshellLibrary(text)) return files;
   for (const std::string_view name : kLists) {
     if (!HasTag(text, name)) continue;
-    TrojanFile file{std::string(name), {}};
+    WebshellFile file{std::string(name), {}};
     for (std::string_view record : Split(TaggedPart(text, name), "{#}")) {
       record = TrimBytes(record, "\r\n");
       if (record.empty()) continue;

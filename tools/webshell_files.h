@@ -17,18 +17,18 @@
 namespace qiv {
 
 /// Whether the folder holds one of the files.
-bool HoldsTrojanFiles(const std::string& directory);
+bool HoldsWebshellFiles(const std::string& directory);
 
 /// The text of _trojan.db. Empty when something was an error; every message names its file and line, and goes to stderr
 /// at once.
-std::string PackTrojanFiles(const std::string& directory, Language language, int* exit_code);
+std::string PackWebshellFiles(const std::string& directory, Language language, int* exit_code);
 
 /// One of the files.
-struct TrojanFile {
+struct WebshellFile {
   std::string name;  ///< without ".txt"
   std::string text;
 };
 /// The files of a stored library; both names of a rule are the stored one. Empty when the text is no such library.
-std::vector<TrojanFile> UnpackTrojanFiles(std::string_view file_text);
+std::vector<WebshellFile> UnpackWebshellFiles(std::string_view file_text);
 
 }  // namespace qiv

@@ -14,7 +14,8 @@
 //    lengths differ.
 //  - Only the winning occurrence's fragment is measured, at the end; a hit is replaced only by one of an earlier event.
 // Every byte is therefore read a fixed number of times, whatever the text.
-// Tested by tests/engines/injection/xss_detector_test.cpp: against the description taken literally, and by counting bytes read.
+// Tested by tests/engines/injection/xss_detector_test.cpp: against the description taken literally, and by counting
+// bytes read.
 #include "engines/injection/xss_detector.h"
 
 #include <algorithm>

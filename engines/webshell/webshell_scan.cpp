@@ -13,22 +13,22 @@
 namespace qiv {
 namespace {
 
-CVirusLibrary BuildLibrary(Language language, std::string_view text, std::string_view user_rules,
-                           std::string_view free_code) {
-  CVirusLibrary::Parts parts;
+CSignatureLibrary BuildLibrary(Language language, std::string_view text, std::string_view user_rules,
+                               std::string_view free_code) {
+  CSignatureLibrary::Parts parts;
   const std::string_view own_name = Message(language, MessageId::kUserSignature);
-  const std::string builtin = BuiltinVirusRules(language);
+  const std::string builtin = BuiltinSignatures(language);
   for (const std::string_view list : {TaggedPart(text, "trojan_rules"), user_rules, std::string_view(builtin)}) {
-    for (VirusRule& rule : ParseVirusRules(list, own_name)) parts.rules.push_back(std::move(rule));
+    for (SignatureRule& rule : ParseSignatureRules(list, own_name)) parts.rules.push_back(std::move(rule));
   }
   for (const std::string_view list : {TaggedPart(text, "trojan_free"), free_code}) {
-    for (std::string& code : ParseVirusTexts(list)) parts.free_code.push_back(std::move(code));
+    for (std::string& code : ParseSignatureTexts(list)) parts.free_code.push_back(std::move(code));
   }
   parts.removal = BuiltinRemoval();
-  for (std::string& removed : ParseVirusTexts(TaggedPart(text, "trojan_removal")))
+  for (std::string& removed : ParseSignatureTexts(TaggedPart(text, "trojan_removal")))
     parts.removal.push_back(std::move(removed));
   parts.whole_word = Trim(TaggedPart(text, "trojan_wholeword")) == "1";
-  return CVirusLibrary(std::move(parts));
+  return CSignatureLibrary(std::move(parts));
 }
 
 // A text in UTF-16 as single bytes; what is no ASCII becomes "?".
@@ -66,13 +66,13 @@ bool CQivLibs::WebshellScan(std::string_view text, WebshellResult* result) const
     converted = CCharSet::ToLocal(std::string(text));
     local = converted;
   }
-  const CVirusLibrary::Match match = library_.Find(BlankFreeLower(local), size);
+  const CSignatureLibrary::Match match = library_.Find(BlankFreeLower(local), size);
   if (match.known_good) {
     result->known_good = true;
     return false;
   }
   if (match.rule != nullptr) {
-    const VirusRule& rule = *match.rule;
+    const SignatureRule& rule = *match.rule;
     *result = {rule.name, {}, rule.terms.front(), rule.terms.front(), rule.number, rule.size_limit, false, false};
     return true;
   }

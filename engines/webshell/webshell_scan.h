@@ -23,7 +23,7 @@ class CQivLibs {
 
   /// `library_text`: the deciphered library file (tags <trojan_rules>, <trojan_free>, <trojan_removal>,
   /// <trojan_wholeword>; may be empty), whose rules come before the built-in ones. `user_rules` and `free_code` are a
-  /// site's own signatures and exempt code, in the form of those lists (virus_text.h).
+  /// site's own signatures and exempt code, in the form of those lists (signature_text.h).
   CQivLibs(Language language, std::string_view library_text, std::string_view user_rules, std::string_view free_code);
 
   /// Whether the content of a file or of a request is a webshell; on a hit, and only then, `*result` is filled (but for
@@ -35,11 +35,11 @@ class CQivLibs {
   /// The same; a text that holds known-good code is cleared.
   bool WebshellScan(std::string* text, WebshellResult* result) const;
 
-  const CVirusLibrary& Library() const { return library_; }
+  const CSignatureLibrary& Library() const { return library_; }
 
  private:
   Language language_;
-  CVirusLibrary library_;
+  CSignatureLibrary library_;
 };
 
 }  // namespace qiv

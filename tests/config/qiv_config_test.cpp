@@ -220,7 +220,7 @@ std::string Finding(const std::shared_ptr<const CQivLibs>& library, std::string_
   return library->WebshellScan(text, &result) ? result.name : result.known_good ? "known good" : "";
 }
 
-std::string TrojanText(const std::string& word) {
+std::string WebshellLibraryText(const std::string& word) {
   return encrypt_text("", "<trojan_rules>" + word + "{*}0{*}named " + word + "{*}0{*}0{*}4{*}0{#}</trojan_rules>" +
                               "<trojan_free>good" + word + "{#}</trojan_free>");
 }
@@ -231,7 +231,7 @@ std::string SiteText(const std::string& other) {
 
 TEST_F(QivConfig, TheWebshellLibraryFollowsFileSiteAndLanguage) {
   constexpr std::string_view kShell = "<?php eval($_POST[1]);";
-  Write("_trojan.db", TrojanText("one"));
+  Write("_trojan.db", WebshellLibraryText("one"));
   Tick();
   EXPECT_EQ(config_.Webshells(), nullptr) << "no configuration yet";
   Write(Numbered(1, false));
@@ -241,7 +241,7 @@ TEST_F(QivConfig, TheWebshellLibraryFollowsFileSiteAndLanguage) {
   EXPECT_EQ(Finding(first, "a one"), "named one");
   EXPECT_EQ(Finding(first, "a goodone"), "known good");
   EXPECT_EQ(Finding(first, kShell), "Backdoor") << "the built-in detectors stay";
-  Write("_trojan.db", TrojanText("two"));
+  Write("_trojan.db", WebshellLibraryText("two"));
   Tick();
   EXPECT_EQ(config_.Webshells(), first) << "not watched while the flag is off";
   Write(SiteText(""));
@@ -283,7 +283,7 @@ TEST_F(QivConfig, TheWebshellLibraryFollowsFileSiteAndLanguage) {
   EXPECT_NE(Finding(config_.Webshells(), "mine"), "");
 
   Write("_trojan.db", "x");
-  std::filesystem::resize_file(std::filesystem::u8path(File("_trojan.db")), CTrojanLibrary::kFileMaxBytes + 1);
+  std::filesystem::resize_file(std::filesystem::u8path(File("_trojan.db")), CWebshellLibrary::kFileMaxBytes + 1);
   Tick();
   EXPECT_NE(Finding(config_.Webshells(), "mine"), "");
 }
@@ -328,7 +328,7 @@ TEST_F(QivConfig, TickClientsRideAlong) {
 
 TEST_F(QivConfig, SixteenReadersWhileReloading) {
   constexpr int kReloads = 60;
-  Write("_trojan.db", TrojanText("word"));
+  Write("_trojan.db", WebshellLibraryText("word"));
   Write(Numbered(1));
   Tick();
   std::atomic<bool> done{false};
@@ -348,7 +348,7 @@ TEST_F(QivConfig, SixteenReadersWhileReloading) {
     });
   }
   for (int number = 2; number <= kReloads; ++number) {
-    if (number % 4 == 0) Write("_trojan.db", TrojanText("word"));
+    if (number % 4 == 0) Write("_trojan.db", WebshellLibraryText("word"));
     Write(Numbered(number, number % 2 == 0));
     test_now += 2;
     while (Number() != number) {  // any of the threads may make the tick

@@ -16,8 +16,8 @@
 #include "tests/port/temporary_directory.h"
 #include "tools/files.h"
 #include "tools/library_files.h"
-#include "tools/webshell_files.h"
 #include "tools/utf8_text.h"
+#include "tools/webshell_files.h"
 
 namespace qiv {
 namespace {
@@ -117,7 +117,7 @@ TEST(Qivctl, InitMakesAnInstallationThatLoads) {
     const std::vector<LibraryList> lists = UnpackLibrary(Content(module + "/config/_sql.db"), false);
     ASSERT_EQ(lists.size(), 3U);
     for (const LibraryList& list : lists) EXPECT_FALSE(list.rules.empty()) << list.name;
-    EXPECT_EQ(UnpackTrojanFiles(Content(module + "/config/_trojan.db")).size(), 2U);
+    EXPECT_EQ(UnpackWebshellFiles(Content(module + "/config/_trojan.db")).size(), 2U);
     EXPECT_NE(FileModificationTime(module + "/debug"), 0U);
     EXPECT_EQ(Qivctl("lint " + module + "/settings.json").output, "");
     // The settings beside the module are the source of what it reads.

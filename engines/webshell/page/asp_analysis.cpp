@@ -8,9 +8,9 @@
 #include "common/messages.h"
 #include "common/text.h"
 #include "engines/webshell/decoding/decoders.h"
+#include "engines/webshell/decoding/script_encoding.h"
 #include "engines/webshell/page/flow.h"
 #include "engines/webshell/risk_words.h"
-#include "engines/webshell/decoding/script_encoding.h"
 #include "engines/webshell/signatures/builtin_signatures.h"
 #include "engines/webshell/signatures/signature_rule.h"
 
@@ -64,7 +64,7 @@ std::string_view ScriptPart(std::string_view text) {
 }
 
 // What a short page says once its removal texts, blanks and string joins are gone.
-std::string JoinedCopy(const CVirusLibrary& library, std::string_view text) {
+std::string JoinedCopy(const CSignatureLibrary& library, std::string_view text) {
   std::string copy(text);
   for (const std::string& removed : library.Removal()) copy = ReplaceAll(copy, removed, "");
   copy = WithoutBlanks(copy);
@@ -85,7 +85,7 @@ bool RunsRequest(std::string_view copy) {
   return false;
 }
 
-bool IsVariant(const CVirusLibrary& library, std::string_view text) {
+bool IsVariant(const CSignatureLibrary& library, std::string_view text) {
   std::string copy = JoinedCopy(library, text);
   if (RunsRequest(copy)) return true;
   if (Holds(copy, "strreverse") || Holds(copy, "reverse(")) {
@@ -229,14 +229,14 @@ bool CodeSpeaksLikeShell(std::string_view page, const PageCode& code, std::uint3
 
 }  // namespace
 
-bool AnalyseAsp(const CVirusLibrary& library, std::string_view text, Language language, WebshellResult* result) {
+bool AnalyseAsp(const CSignatureLibrary& library, std::string_view text, Language language, WebshellResult* result) {
   const std::string page = PlainPage(text);
   if (text.size() > kLargestScript && Holds(page, "standard jet db")) return false;
   if (Holds(WithoutBlanks(page), "@codepage=65000"))
     return Fill(language, MessageId::kUtf7Script, "@codepage=65000", result);
   if (IsLargeOrdinaryPage(page)) return false;
   const std::string_view script = ScriptPart(page);
-  if (const VirusRule* const rule = library.Find(BlankFreeLower(script), text.size()).rule) {
+  if (const SignatureRule* const rule = library.Find(BlankFreeLower(script), text.size()).rule) {
     *result = {rule->name, {}, rule->terms.front(), rule->terms.front(), kAspRuleKind, rule->size_limit, false, false};
     return true;
   }

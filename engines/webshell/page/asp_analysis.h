@@ -10,7 +10,7 @@
 namespace qiv {
 
 /// Whether `text` (bytes of a file that holds "<%") is an ASP backdoor; fills `result` with the first finding. Linear.
-bool AnalyseAsp(const CVirusLibrary& library, std::string_view text, Language language, WebshellResult* result);
+bool AnalyseAsp(const CSignatureLibrary& library, std::string_view text, Language language, WebshellResult* result);
 
 /// The same for ASPX pages and handlers.
 bool AnalyseAspx(std::string_view text, Language language, WebshellResult* result);

@@ -377,13 +377,13 @@ void AddRows(std::span<const Row> rows, Language language, std::uint32_t kind, s
   for (const Row& row : rows) {
     const std::string name =
         language == Language::kChinese ? CCharSet::Utf8ToLocal(row.chinese) : std::string(row.english);
-    AddVirusRule(text, row.pattern, row.joined_by, name, row.extra, row.number, kind);
+    AddSignatureRule(text, row.pattern, row.joined_by, name, row.extra, row.number, kind);
   }
 }
 
 }  // namespace
 
-std::string BuiltinVirusRules(Language language) {
+std::string BuiltinSignatures(Language language) {
   std::string text;
   AddRows(kPhpRows, language, kPhpRuleKind, &text);
   AddRows(kAspObjects, language, kAspRuleKind, &text);

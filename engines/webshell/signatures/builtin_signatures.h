@@ -14,9 +14,9 @@ namespace qiv {
 inline constexpr std::uint32_t kPhpRuleKind = 4;
 inline constexpr std::uint32_t kAspRuleKind = 5;
 
-/// The built-in rules in their order, PHP, ASP, ASPX, with display names in `language` (GBK). See virus_text.h for the
-/// form.
-std::string BuiltinVirusRules(Language language);
+/// The built-in rules in their order, PHP, ASP, ASPX, with display names in `language` (GBK). See signature_text.h for
+/// the form.
+std::string BuiltinSignatures(Language language);
 
 /// Texts that scatter a word without changing what it does: deleted before a page is judged for variants.
 std::vector<std::string> BuiltinRemoval();

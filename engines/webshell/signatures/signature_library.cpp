@@ -30,7 +30,7 @@
 
 namespace qiv {
 
-CVirusLibrary::CVirusLibrary(Parts parts)
+CSignatureLibrary::CSignatureLibrary(Parts parts)
     : rules_(std::move(parts.rules)), removal_(std::move(parts.removal)), whole_word_(parts.whole_word) {
   std::vector<std::string> patterns;
   for (const std::string& code : parts.free_code) patterns.push_back(BlankFreeLower(code));
@@ -51,7 +51,7 @@ CVirusLibrary::CVirusLibrary(Parts parts)
   rule_terms_.resize(rules_.size());
   ordered_of_rule_.resize(rules_.size());
   for (std::uint32_t r = 0; r < rules_.size(); ++r) {
-    const VirusRule& rule = rules_[r];
+    const SignatureRule& rule = rules_[r];
     if (rule.terms.empty()) continue;
     order_.push_back(r);
     for (const std::string& term : rule.terms) rule_terms_[r].push_back(number_of(term));
@@ -76,14 +76,14 @@ CVirusLibrary::CVirusLibrary(Parts parts)
   terms_ = CMultiPattern(patterns);
 }
 
-bool CVirusLibrary::IsWholeWord(std::string_view text, std::size_t begin, std::size_t end) const {
+bool CSignatureLibrary::IsWholeWord(std::string_view text, std::size_t begin, std::size_t end) const {
   return (begin == 0 || !IsWordByte(text[begin - 1])) && (end == text.size() || !IsWordByte(text[end]));
 }
 
 // One search. Its memory is taken when the first term occurs, and never grows.
-class CVirusLibrary::CSearch {
+class CSignatureLibrary::CSearch {
  public:
-  CSearch(const CVirusLibrary& library, std::string_view text) : library_(library), text_(text) {}
+  CSearch(const CSignatureLibrary& library, std::string_view text) : library_(library), text_(text) {}
 
   bool OnOccurrence(std::uint32_t term, std::size_t begin) {
     if (term < library_.free_code_end_) {
@@ -111,7 +111,7 @@ class CVirusLibrary::CSearch {
 
   bool Hits(std::uint32_t rule) const {
     if (seen_.empty()) return false;
-    const VirusRule& pattern = library_.rules_[rule];
+    const SignatureRule& pattern = library_.rules_[rule];
     if (pattern.kind == PatternKind::kSequence || pattern.kind == PatternKind::kNearSequence) {
       return progress_[library_.ordered_of_rule_[rule]].hit;
     }
@@ -179,7 +179,7 @@ class CVirusLibrary::CSearch {
     }
   }
 
-  const CVirusLibrary& library_;
+  const CSignatureLibrary& library_;
   std::string_view text_;
   bool known_good_ = false;
   std::vector<std::uint8_t> seen_;  // per term
@@ -188,7 +188,7 @@ class CVirusLibrary::CSearch {
   std::vector<std::uint32_t> room_;
 };
 
-CVirusLibrary::Match CVirusLibrary::Find(std::string_view text, std::size_t size) const {
+CSignatureLibrary::Match CSignatureLibrary::Find(std::string_view text, std::size_t size) const {
   CSearch search(*this, text);
   terms_.Find(text, [&](std::uint32_t term, std::size_t begin) { return search.OnOccurrence(term, begin); });
   if (search.KnownGood()) return {true, nullptr};

@@ -13,12 +13,12 @@
 namespace qiv {
 
 /// Immutable once built; one object serves all threads.
-class CVirusLibrary {
+class CSignatureLibrary {
  public:
   /// What a library is made of. Free code is brought into the form of BlankFreeLower here, removal texts are
   /// lower-cased.
   struct Parts {
-    std::vector<VirusRule> rules;
+    std::vector<SignatureRule> rules;
     std::vector<std::string> free_code;
     std::vector<std::string> removal;
     bool whole_word = false;  ///< terms count only where no word byte stands before or behind them
@@ -28,12 +28,12 @@ class CVirusLibrary {
   static constexpr std::size_t kNearGap = 10;
   static constexpr std::size_t kNearGapWholeWord = 20;
 
-  CVirusLibrary() = default;
-  explicit CVirusLibrary(Parts parts);
+  CSignatureLibrary() = default;
+  explicit CSignatureLibrary(Parts parts);
 
   struct Match {
-    bool known_good = false;          ///< the text holds known-good code; no rule was asked
-    const VirusRule* rule = nullptr;  ///< the first rule that hits, or null
+    bool known_good = false;              ///< the text holds known-good code; no rule was asked
+    const SignatureRule* rule = nullptr;  ///< the first rule that hits, or null
   };
 
   /// Holds `text` (in the form of BlankFreeLower) against the library: known-good code first, then the kinds in their
@@ -41,7 +41,7 @@ class CVirusLibrary {
   /// that the text was made from. One pass over the text.
   Match Find(std::string_view text, std::size_t size) const;
 
-  const std::vector<VirusRule>& Rules() const { return rules_; }
+  const std::vector<SignatureRule>& Rules() const { return rules_; }
   const std::vector<std::string>& Removal() const { return removal_; }
 
  private:
@@ -58,11 +58,11 @@ class CVirusLibrary {
     bool near;
   };
 
-  class CSearch;  // virus_library.cpp
+  class CSearch;  // signature_library.cpp
 
   bool IsWholeWord(std::string_view text, std::size_t begin, std::size_t end) const;
 
-  std::vector<VirusRule> rules_;
+  std::vector<SignatureRule> rules_;
   std::vector<std::string> removal_;
   bool whole_word_ = false;
   std::vector<std::uint32_t> order_;  // rules by kind, then library order

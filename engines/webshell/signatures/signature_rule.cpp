@@ -23,9 +23,9 @@ std::size_t FindExclusion(std::string_view pattern, std::size_t from) {
   return found;
 }
 
-VirusRule ParseVirusPattern(std::string_view pattern) {
+SignatureRule ParseSignaturePattern(std::string_view pattern) {
   const std::string text = BlankFreeLower(pattern);
-  VirusRule rule;
+  SignatureRule rule;
   if (std::size_t begin = FindExclusion(text); begin != std::string::npos) {
     rule.kind = PatternKind::kExcluding;
     AddTerms(std::string_view(text).substr(0, begin), "++", &rule.terms);

@@ -1,4 +1,4 @@
-// One rule of the virus library and the pattern language it is written in.
+// One rule of the signature library and the pattern language it is written in.
 #pragma once
 
 #include <array>
@@ -19,7 +19,7 @@ enum class PatternKind : std::uint8_t {
 };
 
 /// Terms are lower-cased, without blanks and tabs, like the texts they are held against. Never empty.
-struct VirusRule {
+struct SignatureRule {
   PatternKind kind = PatternKind::kPlain;
   std::vector<std::string> terms;     ///< required; a rule without any never hits
   std::vector<std::string> excluded;  ///< of kExcluding
@@ -27,12 +27,12 @@ struct VirusRule {
   std::uint32_t number = 0;           ///< rule kind number: 4 PHP, 5 ASP and ASPX
   std::uint32_t size_limit = 0;       ///< bytes; longer texts are spared; 0: no limit
 
-  bool operator==(const VirusRule&) const = default;
+  bool operator==(const SignatureRule&) const = default;
 };
 
 /// Kind and terms of `pattern`; the first operator present in the order "--", "++", "!!", "!" decides. Empty pieces are
 /// left out. Name and numbers stay at their defaults.
-VirusRule ParseVirusPattern(std::string_view pattern);
+SignatureRule ParseSignaturePattern(std::string_view pattern);
 
 /// The first "--" of `pattern` at or after `from` that divides it, or npos. The one of "<!--" belongs to its term.
 std::size_t FindExclusion(std::string_view pattern, std::size_t from = 0);

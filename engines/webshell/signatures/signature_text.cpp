@@ -26,8 +26,8 @@ std::vector<std::string_view> Records(std::string_view text) {
 
 }  // namespace
 
-void AddVirusRule(std::string* text, std::string_view pattern, std::string_view joined_by, std::string_view name,
-                  std::span<const std::string_view> extra_terms, std::uint32_t number, std::uint32_t kind) {
+void AddSignatureRule(std::string* text, std::string_view pattern, std::string_view joined_by, std::string_view name,
+                      std::span<const std::string_view> extra_terms, std::uint32_t number, std::uint32_t kind) {
   std::string first = CCharSet::LowerAscii(pattern);
   std::string excluded;
   if (const std::size_t dashes = FindExclusion(first); dashes != std::string::npos) {
@@ -50,12 +50,12 @@ void AddVirusRule(std::string* text, std::string_view pattern, std::string_view 
   }
 }
 
-std::vector<VirusRule> ParseVirusRules(std::string_view text, std::string_view default_name) {
-  std::vector<VirusRule> rules;
+std::vector<SignatureRule> ParseSignatureRules(std::string_view text, std::string_view default_name) {
+  std::vector<SignatureRule> rules;
   for (const std::string_view record : Records(text)) {
     const std::vector<std::string_view> fields = Split(record, "{*}");
     if (fields.empty()) continue;
-    VirusRule rule = ParseVirusPattern(fields[0]);
+    SignatureRule rule = ParseSignaturePattern(fields[0]);
     if (rule.terms.empty()) continue;
     if (fields.size() > 2) rule.name = fields[2];
     if (rule.name.empty()) rule.name = default_name;
@@ -69,7 +69,7 @@ std::vector<VirusRule> ParseVirusRules(std::string_view text, std::string_view d
   return rules;
 }
 
-std::vector<std::string> ParseVirusTexts(std::string_view text) {
+std::vector<std::string> ParseSignatureTexts(std::string_view text) {
   std::vector<std::string> texts;
   for (const std::string_view record : Records(text)) {
     const std::string_view first = record.substr(0, record.find("{*}"));

@@ -91,10 +91,10 @@ Tables FixedRows() {
   return {rows, asp, aspx};
 }
 
-TEST(VirusBuiltin, KeepsItsTables) {
+TEST(BuiltinSignatures, KeepsItsTables) {
   const auto [rows, asp, aspx] = FixedRows();
-  const std::vector<VirusRule> english = ParseVirusRules(BuiltinVirusRules(Language::kEnglish), "");
-  const std::vector<VirusRule> chinese = ParseVirusRules(BuiltinVirusRules(Language::kChinese), "");
+  const std::vector<SignatureRule> english = ParseSignatureRules(BuiltinSignatures(Language::kEnglish), "");
+  const std::vector<SignatureRule> chinese = ParseSignatureRules(BuiltinSignatures(Language::kChinese), "");
   ASSERT_EQ(english.size(), chinese.size());
   const auto begins = [](const std::vector<std::string>& terms, const std::vector<std::string>& first) {
     return terms.size() >= first.size() && std::equal(first.begin(), first.end(), terms.begin());
@@ -103,9 +103,9 @@ TEST(VirusBuiltin, KeepsItsTables) {
   std::size_t aspx_records = 0;
   for (std::size_t i = 0; i < rows.size(); ++i) {
     const Row& row = rows[i];
-    const VirusRule wanted = ParseVirusPattern(row.pattern);
+    const SignatureRule wanted = ParseSignaturePattern(row.pattern);
     const std::uint32_t kind = i < asp ? kPhpRuleKind : kAspRuleKind;
-    const auto fits = [&](const VirusRule& rule) {
+    const auto fits = [&](const SignatureRule& rule) {
       return rule.number == kind && begins(rule.terms, wanted.terms) && begins(rule.excluded, wanted.excluded) &&
              (row.english.empty() || rule.name == row.english);
     };
@@ -123,14 +123,14 @@ TEST(VirusBuiltin, KeepsItsTables) {
     if (i == aspx) aspx_records = english.size() - r;
     ++r;
   }
-  const std::string text = BuiltinVirusRules(Language::kEnglish);
+  const std::string text = BuiltinSignatures(Language::kEnglish);
   const std::vector<std::string_view> records = Split(text, "{#}");
   EXPECT_EQ(static_cast<std::size_t>(std::count_if(
                 records.begin(), records.end(),
                 [](std::string_view record) { return record.find("{*}0{*}0{*}0{*}5{*}") != std::string_view::npos; })),
             aspx_records);
 
-  for (const VirusRule& rule : english) {  // none that cannot hit
+  for (const SignatureRule& rule : english) {  // none that cannot hit
     for (const std::string& term : rule.terms) {
       EXPECT_EQ(term.find("!!"), std::string::npos) << term;
       for (const std::string& excluded : rule.excluded) EXPECT_EQ(term.find(excluded), std::string::npos) << term;
@@ -139,7 +139,7 @@ TEST(VirusBuiltin, KeepsItsTables) {
   }
 }
 
-TEST(VirusBuiltin, SparesKnownFrameworks) {
+TEST(BuiltinSignatures, SparesKnownFrameworks) {
   const CQivLibs libs(Language::kEnglish);
   const auto finding = [&](std::string_view mark) {
     WebshellResult result;

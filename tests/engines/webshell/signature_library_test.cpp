@@ -16,13 +16,13 @@ namespace {
 // The library taken literally: kind by kind, rule by rule, searching again from a later first occurrence.
 class CSlowLibrary {
  public:
-  CSlowLibrary(std::vector<VirusRule> rules, bool whole_word) : rules_(std::move(rules)), whole_word_(whole_word) {}
+  CSlowLibrary(std::vector<SignatureRule> rules, bool whole_word) : rules_(std::move(rules)), whole_word_(whole_word) {}
 
   int Find(std::string_view text, std::size_t size) const {
     for (const PatternKind kind : {PatternKind::kPlain, PatternKind::kAllOf, PatternKind::kExcluding,
                                    PatternKind::kSequence, PatternKind::kNearSequence}) {
       for (std::size_t r = 0; r < rules_.size(); ++r) {
-        const VirusRule& rule = rules_[r];
+        const SignatureRule& rule = rules_[r];
         if (rule.kind != kind || rule.terms.empty() || (rule.size_limit != 0 && rule.size_limit < size)) continue;
         if (Hits(rule, text)) return static_cast<int>(r);
       }
@@ -40,7 +40,7 @@ class CSlowLibrary {
     return std::string_view::npos;
   }
 
-  bool Hits(const VirusRule& rule, std::string_view text) const {
+  bool Hits(const SignatureRule& rule, std::string_view text) const {
     for (const std::string& term : rule.excluded) {
       if (Search(text, term, 0) != std::string_view::npos) return false;
     }
@@ -63,22 +63,22 @@ class CSlowLibrary {
     return false;
   }
 
-  std::vector<VirusRule> rules_;
+  std::vector<SignatureRule> rules_;
   bool whole_word_;
 };
 
-std::vector<VirusRule> Rules(const std::vector<std::string>& patterns) {
-  std::vector<VirusRule> rules;
-  for (const std::string& pattern : patterns) rules.push_back(ParseVirusPattern(pattern));
+std::vector<SignatureRule> Rules(const std::vector<std::string>& patterns) {
+  std::vector<SignatureRule> rules;
+  for (const std::string& pattern : patterns) rules.push_back(ParseSignaturePattern(pattern));
   return rules;
 }
 
 void Compare(const std::vector<std::string>& patterns, const Tokens& tokens, std::size_t longest) {
   for (const bool whole_word : {false, true}) {
-    const CVirusLibrary fast({Rules(patterns), {}, {}, whole_word});
+    const CSignatureLibrary fast({Rules(patterns), {}, {}, whole_word});
     const CSlowLibrary slow(Rules(patterns), whole_word);
     const auto compare = [&](std::string_view text) {
-      const VirusRule* const rule = fast.Find(text, text.size()).rule;
+      const SignatureRule* const rule = fast.Find(text, text.size()).rule;
       ASSERT_EQ(rule == nullptr ? -1 : rule - fast.Rules().data(), slow.Find(text, text.size()))
           << patterns[0] << (whole_word ? " whole: " : ": ") << testing::PrintToString(std::string(text));
     };
@@ -87,7 +87,7 @@ void Compare(const std::vector<std::string>& patterns, const Tokens& tokens, std
   }
 }
 
-TEST(VirusLibrary, FindsWhatTheSearchWithRestartsFinds) {
+TEST(SignatureLibrary, FindsWhatTheSearchWithRestartsFinds) {
   Compare({"a!b!c"}, {"a", "b", "c", "."}, 7);
   Compare({"a!b!c"}, {"a", "b", "c", ".....", "......"}, 6);
   Compare({"aa!ab!ba"}, {"a", "b", ".....", "."}, 8);  // terms that overlap each other
@@ -98,21 +98,21 @@ TEST(VirusLibrary, FindsWhatTheSearchWithRestartsFinds) {
   Compare({"b!a", "a!!b", "b++a--c", "--a", "a++++b", ""}, {"a", "b", "c"}, 6);
 }
 
-TEST(VirusLibrary, ReadsThePatternLanguage) {
-  const VirusRule excluding = ParseVirusPattern("Gzuncompress++base64_decode--name space--defined(");
+TEST(SignatureLibrary, ReadsThePatternLanguage) {
+  const SignatureRule excluding = ParseSignaturePattern("Gzuncompress++base64_decode--name space--defined(");
   EXPECT_EQ(excluding.kind, PatternKind::kExcluding);
   EXPECT_EQ(excluding.terms, (std::vector<std::string>{"gzuncompress", "base64_decode"}));
   EXPECT_EQ(excluding.excluded, (std::vector<std::string>{"namespace", "defined("}));
-  EXPECT_EQ(ParseVirusPattern("a--<!--#include--b").excluded, (std::vector<std::string>{"<!--#include", "b"}));
-  EXPECT_EQ(ParseVirusPattern("a!!b++c!d").kind, PatternKind::kAllOf);
-  EXPECT_EQ(ParseVirusPattern("a!!b!c").terms, (std::vector<std::string>{"a", "b!c"}));
-  EXPECT_EQ(ParseVirusPattern("a!b").kind, PatternKind::kNearSequence);
-  EXPECT_EQ(ParseVirusPattern("x++>y++").terms, (std::vector<std::string>{"x", ">y"}));
+  EXPECT_EQ(ParseSignaturePattern("a--<!--#include--b").excluded, (std::vector<std::string>{"<!--#include", "b"}));
+  EXPECT_EQ(ParseSignaturePattern("a!!b++c!d").kind, PatternKind::kAllOf);
+  EXPECT_EQ(ParseSignaturePattern("a!!b!c").terms, (std::vector<std::string>{"a", "b!c"}));
+  EXPECT_EQ(ParseSignaturePattern("a!b").kind, PatternKind::kNearSequence);
+  EXPECT_EQ(ParseSignaturePattern("x++>y++").terms, (std::vector<std::string>{"x", ">y"}));
 }
 
-TEST(VirusLibrary, ReadsRecordsOfSevenAndEightFields) {
-  const std::vector<VirusRule> rules =
-      ParseVirusRules("ab{*}0{*}Name{*}0{*}0{*}4{*}300{#}\r\ncd{*}0{*}{*}0{*}0{*}0{*}5{*}0{#}ef{#}{*}0{*}x{#}", "mine");
+TEST(SignatureLibrary, ReadsRecordsOfSevenAndEightFields) {
+  const std::vector<SignatureRule> rules = ParseSignatureRules(
+      "ab{*}0{*}Name{*}0{*}0{*}4{*}300{#}\r\ncd{*}0{*}{*}0{*}0{*}0{*}5{*}0{#}ef{#}{*}0{*}x{#}", "mine");
   ASSERT_EQ(rules.size(), 3U);
   EXPECT_EQ(rules[0].name, "Name");
   EXPECT_EQ(rules[0].size_limit, 300U);
@@ -122,10 +122,10 @@ TEST(VirusLibrary, ReadsRecordsOfSevenAndEightFields) {
   EXPECT_EQ(rules[2].number, 4U);
 }
 
-TEST(VirusLibrary, ExtraTermsAddOrSpare) {
+TEST(SignatureLibrary, ExtraTermsAddOrSpare) {
   std::string text;
   const std::string_view extra[] = {"Eval(", "--defined(", "system("};
-  AddVirusRule(&text, "A!!Rray--Namespace", "++", "n", extra, 7, 4);
+  AddSignatureRule(&text, "A!!Rray--Namespace", "++", "n", extra, 7, 4);
   EXPECT_EQ(text,
             "a++rray++eval(--namespace--defined({*}0{*}n{*}0{*}0{*}4{*}7{#}"
             "a++rray++system(--namespace--defined({*}0{*}n{*}0{*}0{*}4{*}7{#}");

@@ -5,10 +5,10 @@
 #include "common/char_set.h"
 #include "engines/webshell/decoding/decoders.h"
 #include "engines/webshell/decoding/inflate.h"
+#include "engines/webshell/decoding/script_encoding.h"
 #include "engines/webshell/page/flow.h"
 #include "engines/webshell/php/flow.h"
 #include "engines/webshell/php/tokens.h"
-#include "engines/webshell/decoding/script_encoding.h"
 #include "tests/engines/text_generator.h"
 
 namespace qiv {
