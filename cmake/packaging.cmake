@@ -1,6 +1,11 @@
 # package_zip: build/QivIpsIIs-windows-x64.zip, what an administrator unpacks on a server. `cmake --install` lays out the
 # same folder elsewhere.
-install(TARGETS QivIpsIIs RUNTIME DESTINATION . LIBRARY DESTINATION .)
+# The module file is completed beside its place and renamed: a server that has the old one mapped keeps it whole.
+install(TARGETS QivIpsIIs RUNTIME DESTINATION .new LIBRARY DESTINATION .new)
+install(CODE "
+  set(place \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}\")
+  file(RENAME \"\${place}/.new/$<TARGET_FILE_NAME:QivIpsIIs>\" \"\${place}/$<TARGET_FILE_NAME:QivIpsIIs>\")
+  file(REMOVE_RECURSE \"\${place}/.new\")")
 install(TARGETS qivctl RUNTIME DESTINATION .)
 install(DIRECTORY rules DESTINATION . PATTERN "README.md" EXCLUDE PATTERN "generate" EXCLUDE)
 install(FILES packaging/install.ps1 packaging/uninstall.ps1 packaging/README.md DESTINATION .)

@@ -37,6 +37,17 @@ function Invoke-Checked([string] $Program, [string[]] $Arguments) {
     if ($LASTEXITCODE -ne 0) { throw "$Program $($Arguments -join ' ') ended with $LASTEXITCODE`n$output" }
 }
 
+# A program file goes beside its place and is renamed, so that nobody ever sees a part of one. What a process still has
+# loaded cannot be written over, but it can be renamed; it is deleted by the next installation.
+function Install-Program([string] $Name) {
+    $place = Join-Path $Target $Name
+    Get-ChildItem -Path $Target -Filter "$Name.*.old" | Remove-Item -Force -ErrorAction SilentlyContinue
+    Copy-Item -Force (Join-Path $source $Name) "$place.new"
+    if (Test-Path $place) { Move-Item -Force $place "$place.$(Get-Date -Format yyyyMMddHHmmss).old" }
+    Move-Item -Force "$place.new" $place
+    Get-ChildItem -Path $Target -Filter "$Name.*.old" | Remove-Item -Force -ErrorAction SilentlyContinue
+}
+
 $identity = [Security.Principal.WindowsPrincipal][Security.Principal.WindowsIdentity]::GetCurrent()
 if (-not $identity.IsInRole([Security.Principal.WindowsBuiltInRole]::Administrator)) {
     throw 'Run this from an elevated PowerShell (as administrator).'
@@ -47,7 +58,7 @@ foreach ($file in "$module.dll", 'qivctl.exe', 'rules') {
     if (-not (Test-Path (Join-Path $source $file))) { throw "$file is missing beside install.ps1; unpack the whole archive." }
 }
 
-# An update replaces a file that worker processes hold open, so the module leaves them first.
+# Worker processes keep the module that they have loaded; an update ends them so that the new one serves.
 $registered = (& $appcmd list module $module) -ne $null
 if ($registered) {
     Write-Host 'Stopping IIS for the update'
@@ -58,7 +69,8 @@ try {
     foreach ($folder in $Target, (Join-Path $Target 'config'), (Join-Path $Target 'debug')) {
         New-Item -ItemType Directory -Force -Path $folder | Out-Null
     }
-    Copy-Item -Force (Join-Path $source "$module.dll"), (Join-Path $source 'qivctl.exe') $Target
+    Install-Program "$module.dll"
+    Install-Program 'qivctl.exe'
     Copy-Item -Recurse -Force (Join-Path $source 'rules') $Target
     Copy-Item -Force (Join-Path $source 'uninstall.ps1') $Target
 

@@ -44,14 +44,19 @@ class Installation:
 
     def __init__(self, language=None, profile=None, configured=True):
         self.directory = pathlib.Path(tempfile.mkdtemp(prefix="qiv-e2e-"))
-        shutil.copy(BIN / MODULE, self.directory / MODULE)
         self.module = self.directory / MODULE
+        self.replace_module()
         self.config_file = self.directory / "config" / "_config.db"
         self.settings = self.directory / "settings.json"
         self.log = self.directory / "debug" / "_log.log"
         if configured:
             options = (["--language", language] if language else []) + (["--profile", profile] if profile else [])
             run("qivctl", "init", native(self.directory), *options, "--rules", native(SOURCE / "rules"))
+
+    def replace_module(self):
+        """Renamed into place: writing into a file that a process has mapped takes the code from under it."""
+        beside = shutil.copy(BIN / MODULE, self.directory / (MODULE + ".new"))
+        os.replace(beside, self.module)
 
     def edit(self, changes):
         """`changes`: per section the members to set."""

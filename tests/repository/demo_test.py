@@ -26,10 +26,10 @@ def heed_interrupts():
 class Demo:
     """A running ./run.sh; what it printed up to "Ctrl-C stops it." is in `text`."""
 
-    def __init__(self, *options):
+    def __init__(self, *options, folder=ROOT):
         self.port = free_port()
-        self.process = subprocess.Popen(["./run.sh", "--port", str(self.port), *options], cwd=ROOT, stdin=subprocess.DEVNULL,
-                                        stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, start_new_session=True,
+        self.process = subprocess.Popen([str(ROOT / "run.sh"), "--port", str(self.port), *options], cwd=folder,
+                                        stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, start_new_session=True,
                                         preexec_fn=heed_interrupts)
         timer = threading.Timer(START_SECONDS, self.process.kill)
         timer.start()
@@ -95,8 +95,34 @@ class RunScript(unittest.TestCase):
         self.check("--language", "zh-CN", words="zh")
         self.check("--language", "en-US", words="en")
 
+    def test_a_second_one_leaves_the_first_alone(self):
+        kept = [ROOT / "build/demo" / name for name in ("config/_config.db", "settings.json", "host.log")]
+
+        def works(demo):
+            codes = [answer(line)[0] for _, line in demo.requests()]
+            self.assertEqual([code < 400 for code in codes], [True, False, False, False], demo.text)
+
+        def second(*options):
+            return subprocess.run(["./run.sh", *options], cwd=ROOT, capture_output=True, text=True, check=False, timeout=START_SECONDS)
+
+        with Demo(folder=ROOT / "docs") as first:
+            works(first)
+            before = [(path.read_bytes(), path.stat().st_mtime_ns) for path in kept]
+            taken = second("--port", str(first.port), "--fresh")
+            self.assertEqual(taken.returncode, 1)
+            self.assertIn(f"127.0.0.1:{first.port} already", taken.stderr)
+            self.assertIn("a running demo uses", second("--port", str(free_port()), "--fresh").stderr)
+            with Demo() as beside:
+                works(beside)
+                works(first)
+            works(first)
+            self.assertEqual([(path.read_bytes(), path.stat().st_mtime_ns) for path in kept], before)
+            # What it printed can be typed where it was started.
+            lists = re.search(r"^Who is locked out: +(.*?)   ", first.text, re.M)[1]
+            subprocess.run(["bash", "-c", lists], cwd=ROOT / "docs", check=True, capture_output=True)
+
     def test_wrong_options_are_refused(self):
-        for options in (["--language", "fr"], ["--port", "x"], ["--port"], ["--nonsense"]):
+        for options in (["--language", "fr"], ["--port", "x"], ["--port", "655350"], ["--port"], ["--nonsense"]):
             result = subprocess.run(["./run.sh", *options], cwd=ROOT, capture_output=True, check=False, timeout=60)
             self.assertEqual(result.returncode, 2, options)
 
