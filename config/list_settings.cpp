@@ -35,7 +35,7 @@ std::string_view CTextList::FirstIn(std::string_view value) const {
 PreparedLists PrepareLists(const ListSettings& lists, std::string_view sys_trust_ip) {
   PreparedLists prepared;
   prepared.allow_urls = CUrlExemptions(lists.allow_urls);
-  prepared.deny_urls = CUrlExemptions(lists.deny_urls);
+  prepared.deny_urls = CUrlBlackList(lists.deny_urls);
   prepared.allow_uas = CTextList(lists.allow_uas);
   prepared.deny_uas = CTextList(lists.deny_uas);
   prepared.allow_rfs = CTextList(lists.allow_rfs);

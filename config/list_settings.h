@@ -9,6 +9,7 @@
 #include "common/area_library.h"
 #include "common/ip_address.h"
 #include "common/multi_pattern.h"
+#include "config/url_black_list.h"
 #include "config/url_exemptions.h"
 
 namespace qiv {
@@ -35,7 +36,7 @@ class CTextList {
 
 struct PreparedLists {
   CUrlExemptions allow_urls;
-  CUrlExemptions deny_urls;
+  CUrlBlackList deny_urls;
   CTextList allow_uas;
   CTextList deny_uas;
   CTextList allow_rfs;

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "common/text.h"
+#include "config/url_black_list.h"
 
 namespace qiv {
 namespace {
@@ -63,6 +64,54 @@ TEST(UrlExemptions, MatchesItems) {
   }
   EXPECT_TRUE(CUrlExemptions("||").Empty());
   EXPECT_FALSE(CUrlExemptions("a").Empty());
+}
+
+TEST(UrlBlackList, SeesThroughSpellings) {
+  struct BlackCase {
+    const char* setting;
+    const char* raw_url;
+    bool listed;
+  };
+  const BlackCase cases[] = {
+      {"/secret", "/%73ecret", true},
+      {"/secret", "/SECRET/", true},
+      {"/Secret", "/sEcret.txt", true},
+      {"/%73ecret", "/Secret", true},
+      {"/secret", "/%2573ecret", true},
+      {"/secret", "/%25252573ecret", true},
+      {"/a/secret", "/a/%2e%2e/a/.//x/..\\secret", true},
+      {"/a/secret", "/a%5csecret?x", true},
+      {"/a/secret", "/a;v=1/secret", true},
+      {"/a/secret", "/A./secret", true},
+      {"/a/secret", "/a%20/secret", true},
+      {"/secret/", "/SECRET/%252e%252e/x", true},  // whoever decodes once serves it from there
+      {"/secret/", "/SECRET/%2e%2e/x", false},
+      {"/secret", "/secre", false},
+      {"/secret", "/x?y=/SECRET", false},  // as sent it would match, but other spellings count in the path alone
+      {"/secret", "/x?y=/secret", true},
+      {"/%2e%2e/", "/a/b", false},
+      {"//", "/a/b", false},
+      {"\\", "/a/b", false},
+      {";", "/a/b;x", true},
+      // Pages with parameters.
+      {"/p.asp?cmd", "/P.asp?x=1&%63MD=2", true},
+      {"/p.asp?cmd", "/q/../%50.asp?cmd=2", true},
+      {"/p.asp?cmd", "/P.asp?x=1", false},
+      {"/p.asp?cmd", "/P.aspx?cmd=1", false},
+      {"?cmd", "/any?CMD", true},
+      // Chinese, in either encoding on either side, with a letter as a trail byte.
+      {"/\xC4\xE3", "/%E4%BD%A0", true},
+      {"/\xC4\xE3", "/%c4%e3", true},
+      {"/%E4%BD%A0", "/A/%25C4%25E3", true},
+      {"/%C4%E3", "/%E4%BD%A0/%FF", true},
+      {"/\x81\x41", "/%81%61", false},
+      {"/\x81\x5C", "/x/../%81%5C", true},
+      {"/\x81\x5C/b", "/%E4%B9%97/B", true},
+  };
+  for (const BlackCase& c : cases) {
+    const std::string_view path = std::string_view(c.raw_url).substr(0, std::string_view(c.raw_url).find('?'));
+    EXPECT_EQ(CUrlBlackList(c.setting).Matches(c.raw_url, path), c.listed) << c.setting << " " << c.raw_url;
+  }
 }
 
 /// The rule as it is told: item by item, piece by piece. For ASCII settings without escapes.
