@@ -28,6 +28,17 @@ ReadFileResult ReadWholeFile(const std::string& path, std::uint64_t limit, std::
 /// at or before `offset`.
 ReadFileResult ReadFilePart(const std::string& path, std::uint64_t offset, std::size_t limit, std::string* content);
 
+/// A stretch of a file, from the byte at `begin` up to the one before `end`.
+struct FileRange {
+  std::uint64_t begin = 0;
+  std::uint64_t end = 0;
+};
+
+/// The first stretch at or after `offset` that may hold anything but zero bytes: the rest of a sparse file takes no
+/// room on the disk and reads as zeros. Empty (begin == end) when there is none before the end of the file. From
+/// `offset` without an end where the system cannot tell or the file cannot be opened: whoever reads there finds out.
+FileRange NextData(const std::string& path, std::uint64_t offset);
+
 /// Reads at most `limit` bytes from `offset` on through an open file of somebody else (a HANDLE; elsewhere a descriptor
 /// held in a pointer), by absolute offsets. The file may be opened for overlapped or unbuffered reading.
 /// kOk with less, or nothing, when the file ends before.

@@ -20,6 +20,9 @@ namespace {
 
 constexpr std::size_t kPiece = std::size_t{4} << 20;  // of a long file, read at once
 
+/// Stands for a hole of any length in a sparse file; of even length, for texts of two bytes a character.
+constexpr std::string_view kHole{"\0\0\0\0", 4};
+
 /// Server code beyond it is no script that somebody wrote; judging it could take hours.
 constexpr int kMostParts = 32;
 
@@ -171,8 +174,16 @@ void CFileJudge::JudgeLong(const std::string& path, bool is_named, Cores* cores,
   // Not beyond the size at the beginning: a log may grow for ever.
   const std::uint64_t size = FileSize(path).value_or(0);
   std::string piece;
-  while (!stop && verdict->bytes < size) {
-    if (ReadFilePart(path, verdict->bytes, kPiece, &piece) != ReadFileResult::kOk) {
+  FileRange data;
+  for (std::uint64_t at = 0; !stop && at < size; at += piece.size()) {
+    if (at >= data.end) {
+      data = NextData(path, at);
+      if (data.begin == data.end) break;
+      if (data.begin > at && !code.Add(kHole)) return;
+      at = data.begin;
+    }
+    const auto wanted = static_cast<std::size_t>(std::min<std::uint64_t>(kPiece, data.end - at));
+    if (ReadFilePart(path, at, wanted, &piece) != ReadFileResult::kOk) {
       verdict->error = "cannot be read to its end";
       break;
     }

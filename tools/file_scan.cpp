@@ -12,6 +12,9 @@ namespace {
 /// Some 150 bytes each: the walk runs ahead, so that it soon knows how many files there are, but not without bound.
 constexpr std::size_t kMostAhead = std::size_t{1} << 19;
 
+/// Findings that wait for somebody slow to read them.
+constexpr std::size_t kMostUntold = 1024;
+
 constexpr std::chrono::milliseconds kTick{100};
 
 FileVerdict JudgeWithoutThrowing(const CFileJudge& judge, const std::string& path, std::counting_semaphore<>* cores,
@@ -40,28 +43,29 @@ FileScanTotals CFileScan::Run(std::vector<std::string> paths, TreeWalkOptions op
   workers_ = workers;  // before the first of them can end
   threads.emplace_back([this, &walk] { Walk(&walk); });
   for (unsigned i = 0; i < workers; ++i) threads.emplace_back([this] { Work(); });
-  bool over = false;
-  while (!over) {
+  auto next_tick = std::chrono::steady_clock::now() + kTick;
+  for (bool over = false; !over;) {
     FileScanTotals totals;
+    std::vector<FileScanResult> found;
     {
       std::unique_lock<std::mutex> lock(lock_);
-      over = over_.wait_for(lock, kTick, [this] { return workers_ == 0; });
+      news_.wait_until(lock, next_tick, [this] { return workers_ == 0 || !found_.empty(); });
+      over = workers_ == 0;
+      found.swap(found_);
       totals = totals_;
     }
-    if (over) {
-      for (std::thread& thread : threads) thread.join();
-    }
-    // When stopped, files that were finished are told although one before them was not.
-    for (Job& job : TakeDone(!over)) {
-      if (job.verdict) on_result({std::move(job.path), std::move(*job.verdict)});
-    }
-    if (!over && !stop_ && !on_tick(totals)) {
+    told_.notify_all();
+    for (const FileScanResult& result : found) on_result(result);
+    if (std::chrono::steady_clock::now() < next_tick) continue;
+    next_tick = std::chrono::steady_clock::now() + kTick;
+    if (!stop_ && !on_tick(totals)) {
       stop_ = true;
       const std::lock_guard<std::mutex> lock(lock_);
       room_.notify_all();
       work_.notify_all();
     }
   }
+  for (std::thread& thread : threads) thread.join();
   totals_.stopped = stop_;
   return totals_;
 }
@@ -72,12 +76,8 @@ void CFileScan::Walk(CTreeWalk* walk) {
     std::unique_lock<std::mutex> lock(lock_);
     room_.wait(lock, [this] { return stop_ || queue_.size() < kMostAhead; });
     if (stop_) return;
-    queue_.push_back({std::move(step.path), nullptr, false});
+    queue_.push_back(std::move(step));
     ++totals_.met;
-    if (!step.error.empty()) {
-      queue_.back().verdict = std::make_unique<FileVerdict>();
-      queue_.back().verdict->error = std::move(step.error);
-    }
     lock.unlock();
     work_.notify_one();
   }
@@ -91,46 +91,32 @@ void CFileScan::Walk(CTreeWalk* walk) {
 void CFileScan::Work() {
   std::unique_lock<std::mutex> lock(lock_);
   while (true) {
-    work_.wait(lock, [this] { return stop_ || walked_ || waiting_ < queue_.size(); });
-    if (stop_ || waiting_ == queue_.size()) break;
-    Job& job = queue_[waiting_++];
-    FileVerdict verdict;
-    if (job.verdict) {
-      verdict = std::move(*job.verdict);
-    } else {
-      lock.unlock();
-      verdict = JudgeWithoutThrowing(judge_, job.path, &cores_, stop_);
-      lock.lock();
-    }
-    Finish(&job, std::move(verdict));
+    work_.wait(lock, [this] { return stop_ || walked_ || !queue_.empty(); });
+    if (stop_ || queue_.empty()) break;
+    CTreeWalk::Step step = std::move(queue_.front());
+    queue_.pop_front();
+    if (queue_.size() + 1 == kMostAhead) room_.notify_one();
+    lock.unlock();
+    FileScanResult result{std::move(step.path), {}};
+    result.verdict.error = std::move(step.error);
+    if (result.verdict.error.empty()) result.verdict = JudgeWithoutThrowing(judge_, result.path, &cores_, stop_);
+    lock.lock();
+    Finish(std::move(result), &lock);
   }
-  if (--workers_ == 0) over_.notify_one();
+  if (--workers_ == 0) news_.notify_one();
 }
 
-void CFileScan::Finish(Job* job, FileVerdict verdict) {
+void CFileScan::Finish(FileScanResult result, std::unique_lock<std::mutex>* lock) {
+  const FileVerdict& verdict = result.verdict;
   ++totals_.done;
   totals_.bytes += verdict.bytes;
   totals_.judged += verdict.judged;
   totals_.errors += !verdict.error.empty();
   if (verdict.found) ++(verdict.finding.suspicious ? totals_.suspicious : totals_.findings);
-  if (verdict.found || !verdict.error.empty()) {
-    job->verdict = std::make_unique<FileVerdict>(std::move(verdict));
-  } else {
-    job->path = {};
-  }
-  job->done = true;
-}
-
-std::deque<CFileScan::Job> CFileScan::TakeDone(bool in_order) {
-  std::deque<Job> done;
-  const std::lock_guard<std::mutex> lock(lock_);
-  while (!queue_.empty() && (queue_.front().done || !in_order)) {
-    if (queue_.front().done && queue_.front().verdict) done.push_back(std::move(queue_.front()));
-    queue_.pop_front();
-    if (waiting_ > 0) --waiting_;
-  }
-  room_.notify_all();
-  return done;
+  if (!verdict.found && verdict.error.empty()) return;
+  told_.wait(*lock, [this] { return found_.size() < kMostUntold; });
+  found_.push_back(std::move(result));
+  news_.notify_one();
 }
 
 }  // namespace qiv

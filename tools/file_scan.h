@@ -1,4 +1,4 @@
-// Judges all files below some paths, with several threads, and tells the results in the order of the paths.
+// Judges all files below some paths, with several threads, and tells the results as they are found.
 //
 // One thread walks ahead; the others take file after file, read it and judge it. Twice as many of them as processors
 // are to be used: half may wait for the disk while the others compute. The caller's thread hands the results on.
@@ -10,7 +10,6 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
-#include <memory>
 #include <mutex>
 #include <semaphore>
 #include <string>
@@ -41,7 +40,7 @@ struct FileScanResult {
 
 class CFileScan {
  public:
-  /// For every finding and error, in the order of the given paths and, below each, of the paths' bytes.
+  /// For every finding and error, as soon as it is known: the order is that of the files' being done.
   using OnResult = std::function<void(const FileScanResult&)>;
   /// Some times a second; false stops the scan soon: files under way are finished, the rest is left.
   using OnTick = std::function<bool(const FileScanTotals&)>;
@@ -54,16 +53,9 @@ class CFileScan {
                      const OnTick& on_tick);
 
  private:
-  struct Job {
-    std::string path;
-    std::unique_ptr<FileVerdict> verdict;  ///< when there is something to tell
-    bool done = false;
-  };
-
   void Walk(CTreeWalk* walk);
   void Work();
-  std::deque<Job> TakeDone(bool in_order);
-  void Finish(Job* job, FileVerdict verdict);
+  void Finish(FileScanResult result, std::unique_lock<std::mutex>* lock);
 
   const CFileJudge& judge_;
   const unsigned jobs_;
@@ -73,11 +65,12 @@ class CFileScan {
   std::mutex lock_;  // guards what follows
   std::condition_variable room_;
   std::condition_variable work_;
-  std::condition_variable over_;
-  std::deque<Job> queue_;    // from the first file whose result has not been taken
-  std::size_t waiting_ = 0;  // index of the first job that nobody has begun
-  bool walked_ = false;      // nothing more will come
-  unsigned workers_ = 0;     // that have not ended
+  std::condition_variable told_;
+  std::condition_variable news_;
+  std::deque<CTreeWalk::Step> queue_;  // that nobody has begun
+  std::vector<FileScanResult> found_;  // not told yet
+  bool walked_ = false;                // nothing more will come
+  unsigned workers_ = 0;               // that have not ended
   FileScanTotals totals_;
 };
 

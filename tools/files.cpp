@@ -50,6 +50,8 @@ void WriteOutput(std::string_view text) {
   std::fflush(stdout);
 }
 
+bool OutputArrived() { return std::fflush(stdout) == 0 && std::ferror(stdout) == 0; }
+
 std::string ResolveModuleDirectory(const std::string& given) {
   std::string directory = given;
   while (directory.size() > 1 && IsSeparator(directory.back())) directory.pop_back();

@@ -8,9 +8,12 @@
 
 #include "port/console.h"
 #include "tools/commands.h"
+#include "tools/files.h"
 #include "tools/report.h"
 
-int main(int argc, char** argv) {
+namespace {
+
+int Run(int argc, char** argv) {
   qiv::PrepareStandardStreams();
   CLI::App app{"Operator tool of the web application firewall", "qivctl"};
   app.allow_windows_style_options(false);  // "/a/path" is a path on every system
@@ -40,4 +43,14 @@ int main(int argc, char** argv) {
     return report.Print();
   }
   return exit_code;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const int exit_code = Run(argc, argv);
+  if (qiv::OutputArrived()) return exit_code;
+  qiv::CReport report("standard output");
+  report.Error(0, "not everything could be written to it");
+  return report.Print();
 }

@@ -9,8 +9,9 @@ namespace qiv {
 
 // Exit codes of every command.
 inline constexpr int kExitOk = 0;
-inline constexpr int kExitFinding = 1;  ///< something doubtful was found
-inline constexpr int kExitError = 2;    ///< the command could not do its work
+inline constexpr int kExitFinding = 1;   ///< something doubtful was found
+inline constexpr int kExitError = 2;     ///< the command could not do its work
+inline constexpr int kExitSignal = 128;  ///< and the signal's number: it was interrupted (130 for Ctrl-C)
 
 class CReport {
  public:

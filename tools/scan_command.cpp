@@ -50,11 +50,11 @@ struct Rules {
   std::string free_code;
 };
 
-volatile std::sig_atomic_t interrupted = 0;
+volatile std::sig_atomic_t interrupted = 0;  // the signal's number
 
 // The first interruption ends the scan in order, a second one at once.
 void OnInterrupt(int signal) {
-  interrupted = 1;
+  interrupted = signal;
   std::signal(signal, SIG_DFL);
 }
 
@@ -162,7 +162,7 @@ FileScanTotals RunScan(const ScanOptions& options, const CFileJudge& judge, std:
       },
       [&](const FileScanTotals& totals) {
         progress.Show(totals, MonotonicMicroseconds());
-        return interrupted == 0;
+        return interrupted == 0 && OutputArrived();
       });
 }
 
@@ -182,6 +182,7 @@ int Scan(const ScanOptions& given) {
   const FileScanTotals totals = RunScan(options, judge, begin);
   const double seconds = static_cast<double>(MonotonicMicroseconds() - begin) * 1e-6;
   WriteOutput(options.json ? JsonSummary(totals, seconds) : ReadableSummary(totals, seconds));
+  if (interrupted != 0) return kExitSignal + interrupted;
   // A finding first: no unreadable file may hide it from whoever asks for the exit code alone.
   if (totals.findings > 0 || (totals.suspicious > 0 && !options.no_suspicious)) return kExitFinding;
   return totals.errors > 0 || totals.stopped ? kExitError : kExitOk;
@@ -191,8 +192,9 @@ int Scan(const ScanOptions& given) {
 
 void AddScanCommand(CLI::App* app, int* exit_code) {
   const auto options = std::make_shared<ScanOptions>();
-  CLI::App* const command = app->add_subcommand(
-      "scan", "Look for webshells in files and folders. Exit code 0: none, 1: a finding, 2: something cannot be read");
+  CLI::App* const command = app->add_subcommand("scan",
+                                                "Look for webshells in files and folders. Exit code 0: none, 1: a "
+                                                "finding, 2: something cannot be read, 130: interrupted");
   command->add_option("paths", options->paths, "Files and folders")->required();
   command->add_flag("--json", options->json, "One JSON object a line, the last one with the sums");
   command->add_option("--jobs", options->jobs, "Processors to use; all unless given")->check(CLI::Range(1U, kMostJobs));

@@ -10,6 +10,7 @@ namespace qiv {
 namespace {
 
 constexpr std::size_t kBarColumns = 24;
+constexpr int kEcho = 2;          // columns of "^C", which the terminal itself writes behind the bar
 constexpr double kSoonest = 1.0;  // seconds before which a rate says nothing
 
 std::string TwoDigits(std::uint64_t number) { return (number < 10 ? "0" : "") + std::to_string(number); }
@@ -60,7 +61,7 @@ void CScanProgress::Show(const FileScanTotals& totals, std::int64_t now) {
   const int width = TerminalWidth();
   if (width == 0) return;
   // One column less: a terminal that is written to its edge goes to the next line.
-  std::string line = ProgressLine(totals, static_cast<double>(now - begin_) * 1e-6, width - 1);
+  std::string line = ProgressLine(totals, static_cast<double>(now - begin_) * 1e-6, width - 1 - kEcho);
   const std::size_t columns = line.size();
   if (columns < shown_) line.append(shown_ - columns, ' ');
   shown_ = columns;
@@ -71,7 +72,7 @@ void CScanProgress::Show(const FileScanTotals& totals, std::int64_t now) {
 
 void CScanProgress::Clear() {
   if (shown_ == 0) return;
-  const std::string line = "\r" + std::string(shown_, ' ') + "\r";
+  const std::string line = "\r" + std::string(shown_ + kEcho, ' ') + "\r";
   std::fwrite(line.data(), 1, line.size(), stderr);
   std::fflush(stderr);
   shown_ = 0;

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <limits>
 #include <new>
 
 namespace qiv {
@@ -134,6 +135,16 @@ ReadFileResult ReadFilePart(const std::string& path, std::uint64_t offset, std::
   if (size <= offset) return ReadFileResult::kOk;
   content->resize(static_cast<std::size_t>(std::min<std::uint64_t>(size - offset, limit)));
   return ReadAt(file.Get(), offset, content);
+}
+
+FileRange NextData(const std::string& path, std::uint64_t offset) {
+  const FileRange unknown{offset, std::numeric_limits<std::uint64_t>::max()};
+  const CDescriptor file(OpenRetrying(path, O_RDONLY | O_NONBLOCK, 0));
+  if (file.Get() < 0) return unknown;
+  const off_t begin = ::lseek(file.Get(), static_cast<off_t>(offset), SEEK_DATA);
+  if (begin < 0) return errno == ENXIO ? FileRange{offset, offset} : unknown;
+  const off_t end = ::lseek(file.Get(), begin, SEEK_HOLE);
+  return end < 0 ? unknown : FileRange{static_cast<std::uint64_t>(begin), static_cast<std::uint64_t>(end)};
 }
 
 ReadFileResult ReadHandlePart(void* file, std::uint64_t offset, std::size_t limit, std::string* content) {

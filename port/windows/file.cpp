@@ -1,9 +1,11 @@
 #include "port/file.h"
 
 #include <windows.h>
+#include <winioctl.h>
 
 #include <atomic>
 #include <cstring>
+#include <limits>
 
 #include "port/windows/wide_path.h"
 
@@ -151,6 +153,28 @@ ReadFileResult ReadFilePart(const std::string& path, std::uint64_t offset, std::
   }
   content->resize(used);
   return ReadFileResult::kOk;
+}
+
+FileRange NextData(const std::string& path, std::uint64_t offset) {
+  const FileRange unknown{offset, std::numeric_limits<std::uint64_t>::max()};
+  const CHandle file(Open(path, GENERIC_READ, OPEN_EXISTING));
+  LARGE_INTEGER size;
+  if (!file.Valid() || !GetFileSizeEx(file.Get(), &size)) return unknown;
+  if (static_cast<std::uint64_t>(size.QuadPart) <= offset) return {offset, offset};
+  FILE_ALLOCATED_RANGE_BUFFER asked{};
+  asked.FileOffset.QuadPart = static_cast<LONGLONG>(offset);
+  asked.Length.QuadPart = size.QuadPart - static_cast<LONGLONG>(offset);
+  FILE_ALLOCATED_RANGE_BUFFER first{};
+  DWORD got = 0;
+  // There may be more stretches than the one that there is room for.
+  if (!DeviceIoControl(file.Get(), FSCTL_QUERY_ALLOCATED_RANGES, &asked, sizeof asked, &first, sizeof first, &got,
+                       nullptr) &&
+      GetLastError() != ERROR_MORE_DATA) {
+    return unknown;
+  }
+  if (got < sizeof first) return {offset, offset};
+  const auto begin = static_cast<std::uint64_t>(first.FileOffset.QuadPart);
+  return {begin > offset ? begin : offset, begin + static_cast<std::uint64_t>(first.Length.QuadPart)};
 }
 
 ReadFileResult ReadHandlePart(void* file, std::uint64_t offset, std::size_t limit, std::string* content) {

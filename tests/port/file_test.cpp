@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <filesystem>
+#include <fstream>
 #include <map>
 #include <thread>
 #include <vector>
@@ -59,6 +61,38 @@ TEST(File, ReadsAPart) {
   content = "left over";
   EXPECT_EQ(ReadFilePart(directory.Path("missing"), 0, 10, &content), ReadFileResult::kUnreadable);
   EXPECT_EQ(content, "");
+}
+
+TEST(File, FindsTheDataOfASparseFile) {
+  const CTemporaryDirectory directory;
+  const std::string path = directory.Path("f");
+  constexpr std::uint64_t kSize = std::uint64_t{1} << 43;
+  constexpr std::uint64_t kMiddle = std::uint64_t{1} << 42;
+  ASSERT_TRUE(ReplaceFile(path, "begin"));
+  {
+    std::fstream file(directory.Root() / "f", std::ios::in | std::ios::out | std::ios::binary);
+    file.seekp(static_cast<std::streamoff>(kMiddle)).write("middle", 6);
+  }
+  std::error_code error;
+  std::filesystem::resize_file(directory.Root() / "f", kSize, error);
+  if (error) GTEST_SKIP() << error.message();
+  if (NextData(path, 0).end > kMiddle) GTEST_SKIP() << "the file system does not tell where files have holes";
+  std::string data;
+  int ranges = 0;
+  std::uint64_t at = 0;
+  for (FileRange range; (range = NextData(path, at), range.begin < range.end); at = range.end) {
+    ASSERT_LE(at, range.begin);
+    ASSERT_LE(range.end - range.begin, 1U << 20);
+    ASSERT_LT(++ranges, 10);
+    std::string piece;
+    ASSERT_EQ(ReadFilePart(path, range.begin, static_cast<std::size_t>(range.end - range.begin), &piece),
+              ReadFileResult::kOk);
+    for (const char c : piece) {
+      if (c != '\0') data += c;
+    }
+  }
+  EXPECT_EQ(data, "beginmiddle");
+  EXPECT_GT(NextData(directory.Path("missing"), 7).end, kSize);
 }
 
 TEST(File, WhatIsNoFile) {

@@ -96,7 +96,7 @@ class RunScript(unittest.TestCase):
         self.check("--language", "en-US", words="en")
 
     def test_a_second_one_leaves_the_first_alone(self):
-        kept = [ROOT / "build/demo" / name for name in ("config/_config.db", "settings.json", "host.log")]
+        kept = [ROOT / "build/demo" / name for name in ("config/_config.db", "settings.json")]
 
         def works(demo):
             codes = [answer(line)[0] for _, line in demo.requests()]
@@ -107,7 +107,9 @@ class RunScript(unittest.TestCase):
 
         with Demo(folder=ROOT / "docs") as first:
             works(first)
+            host_log = ROOT / "build/demo/host.log"
             before = [(path.read_bytes(), path.stat().st_mtime_ns) for path in kept]
+            said = host_log.read_text()
             taken = second("--port", str(first.port), "--fresh")
             self.assertEqual(taken.returncode, 1)
             self.assertIn(f"127.0.0.1:{first.port} already", taken.stderr)
@@ -117,6 +119,7 @@ class RunScript(unittest.TestCase):
                 works(first)
             works(first)
             self.assertEqual([(path.read_bytes(), path.stat().st_mtime_ns) for path in kept], before)
+            self.assertEqual(host_log.read_text()[:len(said)], said)
             # What it printed can be typed where it was started.
             lists = re.search(r"^Who is locked out: +(.*?)   ", first.text, re.M)[1]
             subprocess.run(["bash", "-c", lists], cwd=ROOT / "docs", check=True, capture_output=True)

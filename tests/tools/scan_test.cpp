@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <fstream>
 #include <thread>
 
 #include "port/file.h"
@@ -123,7 +124,7 @@ TEST(FileJudge, LooksAtContentAndName) {
   EXPECT_EQ(Judged(judge, directory.Path("vanished.php")), "");
 }
 
-TEST(FileScan, TellsResultsInOrder) {
+TEST(FileScan, TellsEachResultOnce) {
   const CTemporaryDirectory directory;
   std::vector<std::string> expected;
   for (int i = 0; i < 120; ++i) {
@@ -134,6 +135,7 @@ TEST(FileScan, TellsResultsInOrder) {
   std::sort(expected.begin(), expected.end());
   const std::string missing = directory.Path("none");
   expected.push_back(missing);
+  std::sort(expected.begin(), expected.end());
   const CFileJudge judge(Language::kEnglish, "", "", "");
   for (const unsigned jobs : {1U, 8U}) {
     std::vector<std::string> told;
@@ -141,6 +143,7 @@ TEST(FileScan, TellsResultsInOrder) {
     const FileScanTotals totals = scan.Run(
         {directory.Path("t"), missing}, {}, [&](const FileScanResult& result) { told.push_back(result.path); },
         [](const FileScanTotals&) { return true; });
+    std::sort(told.begin(), told.end());
     EXPECT_EQ(told, expected) << jobs;
     EXPECT_EQ(totals.done, 121U);
     EXPECT_EQ(totals.findings, 120U);
@@ -150,10 +153,42 @@ TEST(FileScan, TellsResultsInOrder) {
   }
 }
 
-TEST(FileScan, StopsSoon) {
-  const CTemporaryDirectory directory;
+std::string CodeThatTakesTime() {
   std::string code = "<?php ";
   while (code.size() < (1U << 17)) code += "$a" + std::to_string(code.size() % 97) + " = $b['c'] . strrev('x');\n";
+  return code;
+}
+
+TEST(FileScan, LetsNoFileHoldBackOthers) {
+  const CTemporaryDirectory directory;
+  Put(directory, "t/1.php", CodeThatTakesTime() + "eval($_POST[1]);");
+  Put(directory, "t/2.php", kShell);
+  Put(directory, "t/3.php", "<?php ");  // and holes of several terabytes around code
+  {
+    std::fstream file(directory.Root() / "t" / "3.php", std::ios::in | std::ios::out | std::ios::binary);
+    file.seekp(std::streamoff{1} << 42).write(" eval($_POST[1]);", 17);
+  }
+  std::error_code error;
+  std::filesystem::resize_file(directory.Root() / "t" / "3.php", std::uintmax_t{15} << 40, error);
+  // Not every file system tells where files have holes.
+  const bool is_sparse = !error && NextData(directory.Path("t/3.php"), 0).end < 1U << 20;
+  if (!is_sparse) std::filesystem::remove(directory.Root() / "t" / "3.php");
+  const std::size_t files = is_sparse ? 3 : 2;
+  const CFileJudge judge(Language::kEnglish, "", "", "");
+  CFileScan scan(judge, 2);
+  std::vector<std::string> told;
+  const FileScanTotals totals = scan.Run(
+      {directory.Path("t")}, {}, [&](const FileScanResult& result) { told.push_back(result.path); },
+      [](const FileScanTotals&) { return true; });
+  EXPECT_EQ(told.size(), files);
+  EXPECT_EQ(totals.findings, files);
+  EXPECT_LT(totals.bytes, 1U << 20);
+  EXPECT_EQ(told.back(), directory.Path("t/1.php"));
+}
+
+TEST(FileScan, StopsSoon) {
+  const CTemporaryDirectory directory;
+  const std::string code = CodeThatTakesTime();
   for (int i = 0; i < 40; ++i) Put(directory, "t/" + std::to_string(i) + ".php", code);
   const CFileJudge judge(Language::kEnglish, "", "", "");
   CFileScan scan(judge, 1);
