@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <iostream>
 #include <string>
 #include <vector>
 
@@ -13,7 +14,17 @@
 
 namespace {
 
-int Run(int argc, char** argv) {
+/// The exit code of a command, once it is known whether its output arrived.
+int AfterOutput(int exit_code) {
+  if (std::cout.flush() && qiv::OutputIsGood()) return exit_code;
+  qiv::CReport report("standard output");
+  report.Error(0, "cannot be written");
+  return report.Print();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
   qiv::PrepareStandardStreams();
   CLI::App app{"Operator tool of the web application firewall", "qivctl"};
   app.allow_windows_style_options(false);  // "/a/path" is a path on every system
@@ -36,21 +47,11 @@ int Run(int argc, char** argv) {
   try {
     app.parse(arguments);
   } catch (const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? qiv::kExitOk : qiv::kExitError;
+    return AfterOutput(app.exit(error) == 0 ? qiv::kExitOk : qiv::kExitError);
   } catch (const std::exception& error) {
     qiv::CReport report("internal error");
     report.Error(0, error.what());
     return report.Print();
   }
-  return exit_code;
-}
-
-}  // namespace
-
-int main(int argc, char** argv) {
-  const int exit_code = Run(argc, argv);
-  if (qiv::OutputArrived()) return exit_code;
-  qiv::CReport report("standard output");
-  report.Error(0, "not everything could be written to it");
-  return report.Print();
+  return AfterOutput(exit_code);
 }

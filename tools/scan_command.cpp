@@ -162,7 +162,7 @@ FileScanTotals RunScan(const ScanOptions& options, const CFileJudge& judge, std:
       },
       [&](const FileScanTotals& totals) {
         progress.Show(totals, MonotonicMicroseconds());
-        return interrupted == 0 && OutputArrived();
+        return interrupted == 0 && OutputIsGood();
       });
 }
 
