@@ -5,6 +5,8 @@
 #include <new>
 #include <stdexcept>
 
+#include "base/hex.h"
+
 namespace qiv {
 namespace {
 
@@ -129,15 +131,15 @@ constexpr unsigned kNoDigit = 255;
 consteval std::array<std::uint8_t, 256> MakeDigitValues() {
   std::array<std::uint8_t, 256> values{};
   values.fill(kNoDigit);
-  for (unsigned i = 0; i < 10; ++i) values['0' + i] = static_cast<std::uint8_t>(i);
-  for (unsigned i = 0; i < 6; ++i) values['a' + i] = values['A' + i] = static_cast<std::uint8_t>(10 + i);
+  for (unsigned i = 0; i < values.size(); ++i) {
+    if (const int value = HexValue(static_cast<char>(i)); value >= 0) values[i] = static_cast<std::uint8_t>(value);
+  }
   return values;
 }
 
 constexpr std::array<std::uint8_t, 256> kDigitValues = MakeDigitValues();
 
 std::string EncryptWith(const CAES& cipher, std::string_view plain) {
-  static constexpr char kDigits[] = "0123456789ABCDEF";
   std::string hex;
   hex.reserve((plain.size() + CAES::kBlockSize - 1) / CAES::kBlockSize * CAES::kBlockSize * 2);
   for (std::size_t pos = 0; pos < plain.size(); pos += CAES::kBlockSize) {
@@ -146,8 +148,8 @@ std::string EncryptWith(const CAES& cipher, std::string_view plain) {
     cipher.EncryptBlock(block);
     char digits[2 * CAES::kBlockSize];
     for (std::size_t i = 0; i < CAES::kBlockSize; ++i) {
-      digits[2 * i] = kDigits[block[i] >> 4];
-      digits[2 * i + 1] = kDigits[block[i] & 0x0F];
+      digits[2 * i] = kHexDigits[block[i] >> 4];
+      digits[2 * i + 1] = kHexDigits[block[i] & 0x0F];
     }
     hex.append(digits, sizeof(digits));
   }

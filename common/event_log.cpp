@@ -3,6 +3,7 @@
 #include <exception>
 #include <random>
 
+#include "base/hex.h"
 #include "common/char_set.h"
 #include "common/json.h"
 #include "port/clock.h"
@@ -196,9 +197,8 @@ std::string CEventLog::NewEventId() {
   value = (value ^ value >> 30) * 0xBF58476D1CE4E5B9U;
   value = (value ^ value >> 27) * 0x94D049BB133111EBU;
   value ^= value >> 31;
-  static constexpr char kDigits[] = "0123456789abcdef";
   std::string id(16, '0');
-  for (std::size_t i = 0; i < id.size(); ++i) id[i] = kDigits[value >> (60 - 4 * i) & 0xF];
+  for (std::size_t i = 0; i < id.size(); ++i) id[i] = kLowerHexDigits[value >> (60 - 4 * i) & 0xF];
   return id;
 }
 

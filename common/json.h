@@ -160,10 +160,18 @@ struct JsonError {
   std::string message;
 };
 
+/// A key that an object had already: which, and where its two values begin (bytes from the start of the text).
+struct JsonDuplicate {
+  std::string key;
+  std::size_t first = 0;
+  std::size_t second = 0;
+};
+
 /// Reads one value with nothing but white space around it (a leading UTF-8 byte order mark is skipped). Null, with
 /// `error` (when given) filled in, when the text is no JSON; strings must be valid UTF-8, and an escaped surrogate must
-/// come in a pair.
-std::unique_ptr<IJsonValue> ParseJson(std::string_view text, JsonError* error = nullptr);
+/// come in a pair. `duplicates`, when given, gets every key that replaced another.
+std::unique_ptr<IJsonValue> ParseJson(std::string_view text, JsonError* error = nullptr,
+                                      std::vector<JsonDuplicate>* duplicates = nullptr);
 
 /// Line of a byte offset, counted from 1.
 std::size_t JsonLine(std::string_view text, std::size_t offset);

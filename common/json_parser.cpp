@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "base/hex.h"
 #include "common/json.h"
 #include "port/code_page.h"
 
@@ -11,7 +12,8 @@ namespace {
 
 class CJsonParser {
  public:
-  CJsonParser(std::string_view text, JsonError* error) : text_(text), error_(error) {}
+  CJsonParser(std::string_view text, JsonError* error, std::vector<JsonDuplicate>* duplicates)
+      : text_(text), error_(error), duplicates_(duplicates) {}
 
   std::unique_ptr<IJsonValue> Run() {
     if (text_.starts_with("\xEF\xBB\xBF")) pos_ = 3;
@@ -128,7 +130,12 @@ class CJsonParser {
   bool Attach(std::unique_ptr<IJsonValue>* value, bool* closed) {
     Frame& frame = open_.back();
     if (frame.is_object) {
-      static_cast<JsonObject&>(*frame.container).Set(std::move(frame.key), std::move(*value));
+      auto& object = static_cast<JsonObject&>(*frame.container);
+      if (duplicates_ != nullptr) {
+        const IJsonValue* const first = object.Find(frame.key);
+        if (first != nullptr) duplicates_->push_back({frame.key, first->Offset(), (*value)->Offset()});
+      }
+      object.Set(std::move(frame.key), std::move(*value));
     } else {
       static_cast<JsonArray&>(*frame.container).Append(std::move(*value));
     }
@@ -226,30 +233,24 @@ class CJsonParser {
   }
 
   bool ReadHex(char32_t* code) {
-    for (int i = 0; i < 4; ++i, ++pos_) {
-      const char c = pos_ < text_.size() ? text_[pos_] : '\0';
-      const char lower = static_cast<char>(c | 0x20);
-      if (c >= '0' && c <= '9') {
-        *code = *code << 4 | static_cast<char32_t>(c - '0');
-      } else if (lower >= 'a' && lower <= 'f') {
-        *code = *code << 4 | static_cast<char32_t>(lower - 'a' + 10);
-      } else {
-        return false;
-      }
-    }
+    const int value = HexNumber(text_, pos_, 4);
+    if (value < 0) return false;
+    *code = static_cast<char32_t>(value);
+    pos_ += 4;
     return true;
   }
 
   std::string_view text_;
   JsonError* error_;
+  std::vector<JsonDuplicate>* duplicates_;
   std::size_t pos_ = 0;
   std::vector<Frame> open_;
 };
 
 }  // namespace
 
-std::unique_ptr<IJsonValue> ParseJson(std::string_view text, JsonError* error) {
-  return CJsonParser(text, error).Run();
+std::unique_ptr<IJsonValue> ParseJson(std::string_view text, JsonError* error, std::vector<JsonDuplicate>* duplicates) {
+  return CJsonParser(text, error, duplicates).Run();
 }
 
 }  // namespace qiv

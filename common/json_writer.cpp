@@ -2,6 +2,7 @@
 #include <string>
 #include <vector>
 
+#include "base/hex.h"
 #include "common/json.h"
 #include "port/code_page.h"
 
@@ -14,9 +15,8 @@ bool IsPlain(char c) {
 }
 
 void AppendEscaped(char32_t code, std::string* out) {
-  static constexpr char kDigits[] = "0123456789abcdef";
   out->append("\\u");
-  for (int shift = 12; shift >= 0; shift -= 4) out->push_back(kDigits[code >> shift & 0xF]);
+  for (int shift = 12; shift >= 0; shift -= 4) out->push_back(kLowerHexDigits[code >> shift & 0xF]);
 }
 
 void AppendCharacter(char32_t code, std::string* out) {

@@ -4,30 +4,12 @@
 #include <limits>
 #include <utility>
 
+#include "base/hex.h"
 #include "common/char_set.h"
 #include "port/code_page.h"
 
 namespace qiv {
 namespace {
-
-constexpr int HexValue(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  return -1;
-}
-
-// Value of `digits` hexadecimal digits at `pos`, or -1.
-int HexNumber(std::string_view text, std::size_t pos, std::size_t digits) {
-  if (text.size() < pos + digits) return -1;
-  int value = 0;
-  for (std::size_t i = 0; i < digits; ++i) {
-    const int digit = HexValue(text[pos + i]);
-    if (digit < 0) return -1;
-    value = value * 16 + digit;
-  }
-  return value;
-}
 
 // The UTF-16 unit of a "%uXXXX" at `pos`, or -1.
 int EscapedUnit(std::string_view text, std::size_t pos) {
@@ -51,8 +33,6 @@ std::string_view Reference(char c) {
       return {};
   }
 }
-
-constexpr char LowerByte(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c | 0x20) : c; }
 
 constexpr bool IsControl(char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; }
 
@@ -141,7 +121,7 @@ std::string PercentDecode(std::string_view text) {
     result.append(text.substr(pos, percent - pos));
     pos = percent;
     if (pos == text.size()) break;
-    if (const int byte = HexNumber(text, pos + 1, 2); byte >= 0) {
+    if (const int byte = EscapedByte(text, pos); byte >= 0) {
       result.push_back(static_cast<char>(byte));
       pos += 3;
       continue;

@@ -9,14 +9,9 @@
 #include <string_view>
 #include <vector>
 
-namespace qiv {
+#include "base/ascii.h"
 
-/// The six white-space bytes: blank, tab, line feed, vertical tab, form feed, carriage return.
-constexpr bool IsSpace(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
-constexpr bool IsDigit(char c) { return c >= '0' && c <= '9'; }
-constexpr bool IsLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
-/// ASCII letter, digit or "_".
-constexpr bool IsWordByte(char c) { return IsLetter(c) || IsDigit(c) || c == '_'; }
+namespace qiv {
 
 /// Appends all of them.
 void AppendAll(std::string* text, std::initializer_list<std::string_view> pieces);

@@ -1,9 +1,11 @@
 // qivctl encrypt, decrypt.
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <string>
 #include <string_view>
 
+#include "base/hex.h"
 #include "common/aes.h"
 #include "tools/commands.h"
 #include "tools/files.h"
@@ -13,13 +15,13 @@
 namespace qiv {
 namespace {
 
-constexpr std::string_view kHexDigits = "0123456789abcdefABCDEF";
 constexpr std::size_t kBlockDigits = 2 * CAES::kBlockSize;
 
 /// What a line cannot be used for; null when nothing is wrong with it.
 const char* Fault(std::string_view line, bool encrypt) {
   if (encrypt) return line.find('\0') == std::string_view::npos ? nullptr : "a text with a zero byte cannot be carried";
-  if (line.find_first_not_of(kHexDigits) != std::string_view::npos) return "the line is not hexadecimal";
+  if (!std::all_of(line.begin(), line.end(), [](char c) { return HexValue(c) >= 0; }))
+    return "the line is not hexadecimal";
   return line.size() % kBlockDigits == 0 ? nullptr : "the line is no whole number of 32-digit blocks";
 }
 

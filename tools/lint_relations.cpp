@@ -4,6 +4,7 @@
 #include <array>
 
 #include "common/text.h"
+#include "tools/lock_obstacles.h"
 #include "tools/utf8_text.h"
 
 namespace qiv {
@@ -154,6 +155,80 @@ void Pages(const CSettingsDocument& settings, std::vector<LintRemark>* remarks) 
   }
 }
 
+/// White lists of URLs, with what switches each of them on.
+struct WhiteList {
+  std::string_view section;
+  std::string_view key;
+  std::string_view master;
+};
+constexpr WhiteList kWhiteLists[] = {{"website_lists", "allow_urls", "status_url"},
+                                     {"website_sql", "allow_urls", "allow"},
+                                     {"website_attack", "cc_allow_urls", "cc"}};
+
+void WhiteLists(const CSettingsDocument& settings, std::vector<LintRemark>* remarks) {
+  for (const WhiteList& list : kWhiteLists) {
+    if (!IsOn(settings, list.section, list.master)) continue;
+    const std::string text = settings.TextOf(list.section, list.key);
+    for (const std::string_view item : SplitUtf8(text, "|")) {
+      if (item.empty() || item.find('?') != std::string_view::npos) continue;
+      const std::string quoted(item);
+      remarks->push_back({settings.Find(list.section, list.key),
+                          "\"" + std::string(list.key) + "\" holds \"" + quoted +
+                              "\", which counts anywhere in a URL: any request passes that ends in \"&z=" + quoted +
+                              "\"; \"page?name\" opens less",
+                          true});
+      break;  // the others are alike
+    }
+  }
+}
+
+void Cookies(const CSettingsDocument& settings, std::vector<LintRemark>* remarks) {
+  constexpr std::string_view kSection = "website_request";
+  const std::string same_site = Lower(settings.TextOf(kSection, "csrf_mode"));
+  const bool states_site = !same_site.empty() && same_site != "0";
+  if (!IsOn(settings, kSection, "cookie") || (!states_site && !IsOn(settings, kSection, "xss_mode"))) return;
+  remarks->push_back({settings.Find(kSection, "cookie"),
+                      "\"cookie\" puts a placeholder cookie on every answer that sets none: caches and content "
+                      "delivery networks then keep no answer",
+                      true});
+  if (states_site) {
+    remarks->push_back({settings.Find(kSection, "csrf_mode"),
+                        "\"csrf_mode\" changes cookies that state SameSite=None too: single sign-on and payment "
+                        "frames of other sites lose them",
+                        true});
+  }
+}
+
+void Locks(const CSettingsDocument& settings, std::vector<LintRemark>* remarks) {
+  const std::string minutes = settings.TextOf("website_other", "sys_temp_time");
+  if (!minutes.empty() && minutes.find_first_not_of('0') == std::string::npos) {
+    remarks->push_back(
+        {settings.Find("website_other", "sys_temp_time"), "\"sys_temp_time\" 0 is taken as 720 minutes"});
+  }
+  constexpr std::string_view kSection = "website_response";
+  const bool locks = IsOn(settings, kSection, "lock") && IsOn(settings, kSection, "lock_freq") &&
+                     IsOn(settings, kSection, "lock_time");
+  if (locks && ToNumber(settings.TextOf(kSection, "lock_freq")) == 1) {
+    remarks->push_back(
+        {settings.Find(kSection, "lock_freq"), "\"lock_freq\" 1 locks a client at its first blocked request"});
+  }
+  const bool asks =
+      locks || IsAnyOn(settings, "website_sql", "get_mode post_mode header_mode") ||
+      IsAnyOn(settings, "website_lists", "url_lock_use_firewall ua_lock_use_firewall rfs_lock_use_firewall") ||
+      (IsOn(settings, "website_attack", "cc") && IsOn(settings, "website_attack", "cc_strict_mode"));
+  if (!asks) return;
+  LockSwitches switches;
+  switches.protection = settings.TextOf("", "website_on_servers") == "1";
+  switches.service_link = settings.TextOf("", "sys_is_qiv") == "1";
+  switches.e404 = IsOn(settings, "website_attack", "e404");
+  switches.ipv6 = settings.TextOf("", "enable_ipv6prot") == "1";
+  for (LockObstacle& obstacle : LockObstacles(switches)) {
+    const IJsonValue* value = settings.Find(obstacle.section, obstacle.key);
+    if (value == nullptr && locks) value = settings.Find(kSection, "lock");
+    remarks->push_back({value, std::move(obstacle.message)});
+  }
+}
+
 void Bodies(const CSettingsDocument& settings, std::vector<LintRemark>* remarks) {
   for (const auto& [section, key, master] : {std::array<std::string_view, 3>{"website_base", "badcode_post", "badcode"},
                                              {"website_request", "photo_post", "photo"}}) {
@@ -228,6 +303,9 @@ std::vector<LintRemark> LintRelations(const CSettingsDocument& settings) {
   Scripts(settings, &remarks);
   Pages(settings, &remarks);
   Bodies(settings, &remarks);
+  WhiteLists(settings, &remarks);
+  Cookies(settings, &remarks);
+  Locks(settings, &remarks);
   Items(settings, "website_attack", "overflow_httpheader_rules", IsHeaderLimit, "\"Name:limit\"", &remarks);
   Items(settings, "website_protect", "timelimit_auth_times", IsTimeSpan, "a time span", &remarks);
   return remarks;

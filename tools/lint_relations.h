@@ -14,6 +14,7 @@ std::string LintChoice(const ConfigKey& key, const std::string& text);
 struct LintRemark {
   const IJsonValue* value;  ///< where; null for the file as a whole
   std::string message;
+  bool is_note = false;  ///< in order, but it may do more than its writer knows
 };
 
 /// Features that are switched on without what they need.

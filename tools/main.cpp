@@ -7,10 +7,12 @@
 #include <string>
 #include <vector>
 
+#include "base/version.h"
 #include "port/console.h"
 #include "tools/commands.h"
 #include "tools/files.h"
 #include "tools/report.h"
+#include "tools/suggestion.h"
 
 namespace {
 
@@ -22,6 +24,43 @@ int AfterOutput(int exit_code) {
   return report.Print();
 }
 
+/// The names of a command's own commands, or of its options.
+std::vector<std::string> NamesOf(const CLI::App& command, bool options) {
+  std::vector<std::string> names;
+  if (options) {
+    for (const CLI::Option* const option : command.get_options()) {
+      for (const std::string& name : option->get_lnames()) names.push_back("--" + name);
+    }
+  } else {
+    for (const CLI::App* const inner : command.get_subcommands([](const CLI::App*) { return true; })) {
+      names.push_back(inner->get_name());
+    }
+  }
+  return names;
+}
+
+/// What is wrong with the command line, with the nearest name of what is unknown.
+int UsageError(const CLI::App& app, const CLI::ParseError& error) {
+  const CLI::App* command = &app;
+  std::string path = app.get_name();
+  while (!command->get_subcommands().empty()) {
+    command = command->get_subcommands().front();
+    path += " " + command->get_name();
+  }
+  std::string message = error.what();
+  const std::vector<std::string> unknown = app.remaining(true);
+  if (!unknown.empty()) {
+    const std::string name = unknown.front().substr(0, unknown.front().find('='));
+    const bool is_option = name.size() > 1 && name.front() == '-';
+    const std::vector<std::string> known = NamesOf(*command, is_option);
+    const std::string kind = is_option ? "option" : known.empty() ? "argument" : "command";
+    message = "unknown " + kind + " \"" + name + "\"" + qiv::Suggestion(name, {known.begin(), known.end()});
+  }
+  qiv::CReport report("command line");
+  report.Error(0, message + "; \"" + path + " --help\" says what there is");
+  return report.Print();
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -29,6 +68,7 @@ int main(int argc, char** argv) {
   CLI::App app{"Operator tool of the web application firewall", "qivctl"};
   app.allow_windows_style_options(false);  // "/a/path" is a path on every system
   app.require_subcommand(1);
+  app.set_version_flag("--version", "qivctl " + std::string(qiv::kVersion));
   int exit_code = qiv::kExitOk;
   qiv::AddInitCommand(&app, &exit_code);
   qiv::AddSettingsCommands(&app, &exit_code);
@@ -47,7 +87,8 @@ int main(int argc, char** argv) {
   try {
     app.parse(arguments);
   } catch (const CLI::ParseError& error) {
-    return AfterOutput(app.exit(error) == 0 ? qiv::kExitOk : qiv::kExitError);
+    if (error.get_exit_code() != static_cast<int>(CLI::ExitCodes::Success)) return UsageError(app, error);
+    return AfterOutput(app.exit(error));
   } catch (const std::exception& error) {
     qiv::CReport report("internal error");
     report.Error(0, error.what());

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "base/hex.h"
 #include "common/char_set.h"
 
 namespace qiv {
@@ -46,13 +47,12 @@ std::string Printable(std::string_view local) {
 
 std::string PrintablePath(std::string_view path) {
   if (IsPlainPath(path)) return std::string(path);
-  constexpr char kDigits[] = "0123456789ABCDEF";
   std::string text;
   for (std::size_t i = 0; i < path.size();) {
     const std::size_t length = path[i] == '\\' ? 0 : ShownLength(path.substr(i));
     if (length == 0) {
-      const auto byte = static_cast<unsigned char>(path[i]);
-      text.append("\\x").append(1, kDigits[byte >> 4]).append(1, kDigits[byte & 15]);
+      text += "\\x";
+      AppendHexByte(path[i], &text);
     }
     text += path.substr(i, length);
     i += length == 0 ? 1 : length;

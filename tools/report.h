@@ -1,4 +1,4 @@
-// What qivctl has to say about a file: findings and errors, each with its line.
+// What qivctl has to say about a file: notes, findings and errors, each with its line.
 #pragma once
 
 #include <cstddef>
@@ -19,6 +19,8 @@ class CReport {
 
   /// `line` counts from 1; 0 when the message concerns no line.
   void Finding(std::size_t line, std::string message) { entries_.push_back({line, kExitFinding, std::move(message)}); }
+  /// What is in order, but may do more than its writer knows.
+  void Note(std::size_t line, const std::string& message) { entries_.push_back({line, kExitOk, "note: " + message}); }
   void Error(std::size_t line, std::string message) { entries_.push_back({line, kExitError, std::move(message)}); }
 
   bool HasError() const { return ExitCode() == kExitError; }

@@ -3,6 +3,7 @@
 #include <optional>
 #include <utility>
 
+#include "base/hex.h"
 #include "common/char_set.h"
 #include "common/text.h"
 #include "engines/injection/rule_text.h"
@@ -13,13 +14,6 @@ namespace {
 
 constexpr std::size_t kFields = 5;
 
-int HexDigit(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  return -1;
-}
-
 /// Every "%" must begin an escape; nothing otherwise.
 std::optional<std::string> Unescape(std::string_view text) {
   std::string plain;
@@ -28,19 +22,18 @@ std::optional<std::string> Unescape(std::string_view text) {
       plain += text[i];
       continue;
     }
-    const int high = i + 1 < text.size() ? HexDigit(text[i + 1]) : -1;
-    const int low = i + 2 < text.size() ? HexDigit(text[i + 2]) : -1;
-    if (high < 0 || low < 0) return std::nullopt;
-    plain += static_cast<char>(high * 16 + low);
+    const int byte = EscapedByte(text, i);
+    if (byte < 0) return std::nullopt;
+    plain += static_cast<char>(byte);
     i += 2;
   }
   return plain;
 }
 
 std::string HexEscape(char c) {
-  constexpr std::string_view kDigits = "0123456789ABCDEF";
-  const auto byte = static_cast<unsigned char>(c);
-  return {'%', kDigits[byte >> 4], kDigits[byte & 15]};
+  std::string escape;
+  AppendEscapedByte(c, &escape);
+  return escape;
 }
 
 std::string Escape(std::string_view text) {

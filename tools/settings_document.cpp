@@ -26,7 +26,8 @@ std::unique_ptr<CSettingsDocument> CSettingsDocument::Parse(std::string text, CR
   JsonError error;
   auto document = std::make_unique<CSettingsDocument>();
   document->text_ = std::move(text);
-  document->root_ = ParseJson(document->text_, &error);
+  std::vector<JsonDuplicate> duplicates;
+  document->root_ = ParseJson(document->text_, &error, &duplicates);
   if (document->root_ == nullptr) {
     report->Error(JsonLine(document->text_, error.offset), error.message);
     return nullptr;
@@ -34,6 +35,11 @@ std::unique_ptr<CSettingsDocument> CSettingsDocument::Parse(std::string text, CR
   if (document->root_->AsObject() == nullptr) {
     report->Error(1, "the settings are no JSON object");
     return nullptr;
+  }
+  for (const JsonDuplicate& twice : duplicates) {
+    report->Finding(JsonLine(document->text_, twice.second),
+                    "\"" + twice.key + "\" was set on line " + std::to_string(JsonLine(document->text_, twice.first)) +
+                        " already; what stands there is lost");
   }
   return document;
 }

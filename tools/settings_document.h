@@ -15,7 +15,7 @@ namespace qiv {
 /// A settings text taken apart. Values keep their place in the text.
 class CSettingsDocument {
  public:
-  /// Null, with the error in *report, when the text is no JSON object.
+  /// Null, with the error in *report, when the text is no JSON object. A finding for each key that is there twice.
   static std::unique_ptr<CSettingsDocument> Parse(std::string text, CReport* report);
 
   const JsonObject& Root() const { return *root_->AsObject(); }

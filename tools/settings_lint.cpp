@@ -11,44 +11,13 @@
 #include "common/text.h"
 #include "config/value_lists.h"
 #include "tools/lint_relations.h"
+#include "tools/suggestion.h"
 #include "tools/utf8_text.h"
 
 namespace qiv {
 namespace {
 
 std::string Quoted(std::string_view text) { return "\"" + std::string(text) + "\""; }
-
-/// Number of single-byte insertions, removals and replacements between two words; by rows, for short words.
-std::size_t EditDistance(std::string_view a, std::string_view b) {
-  std::vector<std::size_t> row(b.size() + 1);
-  for (std::size_t j = 0; j <= b.size(); ++j) row[j] = j;
-  for (std::size_t i = 0; i < a.size(); ++i) {
-    std::size_t diagonal = row[0];
-    row[0] = i + 1;
-    for (std::size_t j = 0; j < b.size(); ++j) {
-      const std::size_t replaced = diagonal + (a[i] == b[j] ? 0 : 1);
-      diagonal = row[j + 1];
-      row[j + 1] = std::min({replaced, row[j] + 1, row[j + 1] + 1});
-    }
-  }
-  return row.back();
-}
-
-/// " (did you mean ...?)" or nothing.
-std::string Suggestion(std::string_view name, const std::vector<std::string_view>& known) {
-  constexpr std::size_t kLongestName = 64;
-  if (name.size() > kLongestName) return {};
-  std::string_view best;
-  std::size_t best_distance = name.size() / 3 + 1;
-  for (const std::string_view candidate : known) {
-    const std::size_t distance = EditDistance(name, candidate);
-    if (distance <= best_distance && (best.empty() || distance < best_distance)) {
-      best = candidate;
-      best_distance = distance;
-    }
-  }
-  return best.empty() ? std::string() : " (did you mean " + Quoted(best) + "?)";
-}
 
 std::vector<std::string_view> KnownKeys(std::string_view section) {
   std::vector<std::string_view> names;
@@ -89,7 +58,12 @@ class CLinter {
       }
     }
     for (const LintRemark& remark : LintRelations(settings_)) {
-      report_.Finding(remark.value == nullptr ? 0 : settings_.Line(*remark.value), remark.message);
+      const std::size_t line = remark.value == nullptr ? 0 : settings_.Line(*remark.value);
+      if (remark.is_note) {
+        report_.Note(line, remark.message);
+      } else {
+        report_.Finding(line, remark.message);
+      }
     }
   }
 

@@ -7,7 +7,9 @@
 #include "common/aes.h"
 #include "common/text.h"
 #include "config/config_parser.h"
+#include "config/local_form.h"
 #include "tools/settings_document.h"
+#include "tools/utf8_text.h"
 
 namespace qiv {
 namespace {
@@ -107,6 +109,23 @@ class CPacker {
   /// JSON in which no "<" stands, so that no value can be taken for a tag.
   static std::string JsonText(const IJsonValue& value) { return ReplaceAll(WriteJson(value), "<", "\\u003c"); }
 
+  /// The module leaves out the items that its code page cannot hold; here is somebody who can write them otherwise.
+  void CheckItems(const IJsonValue& value, std::string_view name, KeyType type) {
+    if (const JsonArray* const array = value.AsArray()) {
+      for (const std::unique_ptr<IJsonValue>& item : array->Items()) CheckItem(*item, item->Text(), name, type);
+    } else {
+      const std::string text = value.Text();
+      for (const std::string_view item : SplitUtf8(text, KeySeparator(type))) CheckItem(value, item, name, type);
+    }
+  }
+
+  void CheckItem(const IJsonValue& value, std::string_view item, std::string_view name, KeyType type) {
+    if (ItemSurvives(type, item)) return;
+    report_.Error(settings_.Line(value), "\"" + std::string(name) +
+                                             "\" has an entry with characters that GBK does not" +
+                                             " have, so the module cannot look for it: \"" + std::string(item) + "\"");
+  }
+
   std::string TextOfValue(const IJsonValue& value, std::string_view name, KeyType type) {
     std::string text;
     if (!ValueText(value, type, &text)) {
@@ -117,6 +136,7 @@ class CPacker {
     } else if (text.find('\0') != std::string::npos) {
       report_.Error(settings_.Line(value), "\"" + std::string(name) + "\" holds a zero byte");
     }
+    CheckItems(value, name, type);
     return text;
   }
 
@@ -159,6 +179,7 @@ class CPacker {
       const auto& [name, item] = *member;
       const ConfigKey* const key = FindConfigKey(section, name);
       std::string text;
+      if (key != nullptr) CheckItems(*item, name, key->type);
       if (key != nullptr && (item->AsArray() != nullptr || item->AsObject() != nullptr)) {
         if (!ValueText(*item, key->type, &text)) {
           report_.Error(settings_.Line(*item), "\"" + name + "\" is no text, number or array of them");

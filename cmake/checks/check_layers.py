@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Refuses upward includes, and OS headers, OS conditionals and third-party headers outside the folders that may have them.
 
-Layers, lowest first: port, common, engines, config, checks, module. A folder includes itself and what stands below it.
+Layers, lowest first: port, base, common, engines, config, checks, module. A folder includes itself and what stands below it.
 iis/ stands apart: the module and the host meet in it. Of the rooms of engines/ neither knows the other, and those of
 webshell/ stand in an order of their own."""
 import pathlib
@@ -10,11 +10,12 @@ import sys
 
 import cpp_text
 
-LAYERS = ["port", "common", "engines", "config", "checks", "module"]
+LAYERS = ["port", "base", "common", "engines", "config", "checks", "module"]
 ALLOWED = {folder: set(LAYERS[:i + 1]) for i, folder in enumerate(LAYERS)}
+ALLOWED["base"] = {"base"}  # beside port/
 ALLOWED["module"] |= {"iis"}
 ALLOWED["iis"] = {"iis"}
-ALLOWED["host"] = {"host", "iis", "port"}
+ALLOWED["host"] = {"host", "iis", "base", "port"}
 EVERYTHING = set(LAYERS) | {"iis", "host", "tools", "tests", "bench", "fuzz"}
 for free in ("tools", "tests", "bench", "fuzz"):
     ALLOWED[free] = EVERYTHING - ({"tests"} if free == "tools" else set())

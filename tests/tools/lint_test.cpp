@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstring>
 #include <memory>
 #include <string>
 
@@ -111,14 +113,47 @@ TEST(Lint, SaysWhatIsDoubtfulAndWhere) {
        "\"xss_post\" is on, but no key that captures the body is, as \"post\" would"},
       {"'website_request': {'photo_post': 1}", "\"photo_post\" is on, but \"photo\" is off"},
       {"'extend_functions': 'website_jss'", "\"extend_functions\" names \"website_jss\"; known is \"website_js\""},
+      // Keys that are there twice, in one object or as sections.
+      {"'website_sql': {'get': 0}, 'website_sql': {'post': 0}",
+       "\"website_sql\" was set on line 2 already; what stands there is lost"},
+      {"'website_response': {'passwd': '0',\n'passwd': '0'}",
+       "\"passwd\" was set on line 2 already; what stands there is lost"},
+      // Locks.
+      {"'website_other': {'sys_temp_time': '0'}", "\"sys_temp_time\" 0 is taken as 720 minutes"},
+      {"'sys_is_qiv': '1', 'enable_ipv6prot': '1', 'website_attack': {'e404': 1, 'e404_lock_freq': 1, "
+       "'e404_lock_time': 1}, "
+       "'website_response': {'lock': 1, 'lock_freq': 1, 'lock_time': 5}",
+       "\"lock_freq\" 1 locks a client at its first blocked request"},
+      {"'enable_ipv6prot': '1', 'website_attack': {'e404': 1, 'e404_lock_freq': 1, 'e404_lock_time': 1}, "
+       "'website_response': {'lock': 1, 'lock_freq': 2, 'lock_time': 5}",
+       "locks keep nobody out: \"sys_is_qiv\" is not \"1\", so the module does not read the lists"},
+      {"'sys_is_qiv': '1', 'enable_ipv6prot': '1', 'website_lists': {'url_lock_use_firewall': 1}",
+       "locks keep nobody out: the deny list is consulted only while \"e404\" of website_attack is on"},
+      // What is in order, but does more than it seems.
+      {"'website_lists': {'status_url': 1, 'allow_urls': '/p?id|/open'}",
+       "note: \"allow_urls\" holds \"/open\", which counts anywhere in a URL: any request passes that ends in "
+       "\"&z=/open\"; "
+       "\"page?name\" opens less"},
+      {"'website_request': {'cookie': 1, 'xss_mode': 1}",
+       "note: \"cookie\" puts a placeholder cookie on every answer that sets none: caches and content delivery "
+       "networks "
+       "then keep no answer"},
       // What cannot be packed.
+      {"'website_lists': {'deny_urls': ['/a', '/\xF0\x9F\x98\x80']}",
+       "\"deny_urls\" has an entry with characters that GBK does not have, so the module cannot look for it: "
+       "\"/\xF0\x9F\x98\x80\""},
+      {"'website_lists': {'deny_uas': 'x|\xE4\xBD\xA0|\xF0\x9F\x98\x80'}",
+       "\"deny_uas\" has an entry with characters that GBK does not have, so the module cannot look for it: "
+       "\"\xF0\x9F\x98\x80\""},
       {"'website_sql': []", "\"website_sql\" is no object"},
       {"'website_sql': {'get': {}}", "\"get\" is no text, number or array of them"},
       {"'website_other': {'sys_log_ex': '</website_other>'}",
        "\"sys_log_ex\" holds the tag <website_other>, as the file's own"},
   };
-  for (const Case& c : cases)
-    EXPECT_EQ(Lint(Website(c.more)), "qivctl: s.json:2: " + std::string(c.said) + "\n") << c.more;
+  for (const Case& c : cases) {
+    const std::string line = std::to_string(2 + std::count(c.more, c.more + std::strlen(c.more), '\n'));
+    EXPECT_EQ(Lint(Website(c.more)), "qivctl: s.json:" + line + ": " + c.said + "\n") << c.more;
+  }
 }
 
 TEST(Lint, OrdersByLineAndNamesTheFileAlone) {

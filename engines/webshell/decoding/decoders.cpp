@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdint>
 
+#include "base/hex.h"
 #include "common/text.h"
 
 namespace qiv {
@@ -13,12 +14,6 @@ int Base64Value(char c) {
   if (c >= 'a' && c <= 'z') return c - 'a' + 26;
   if (IsDigit(c)) return c - '0' + 52;
   return c == '+' ? 62 : c == '/' ? 63 : -1;
-}
-
-int HexValue(char c) {
-  if (IsDigit(c)) return c - '0';
-  c = static_cast<char>(c | 0x20);
-  return c >= 'a' && c <= 'f' ? c - 'a' + 10 : -1;
 }
 
 }  // namespace
@@ -47,10 +42,9 @@ std::string DecodeBase64(std::string_view text) {
 std::string DecodeHex(std::string_view text) {
   std::string decoded;
   for (std::size_t i = 0; i + 1 < text.size(); i += 2) {
-    const int high = HexValue(text[i]);
-    const int low = HexValue(text[i + 1]);
-    if (high < 0 || low < 0) return {};
-    decoded += static_cast<char>(high * 16 + low);
+    const int byte = HexNumber(text, i, 2);
+    if (byte < 0) return {};
+    decoded += static_cast<char>(byte);
   }
   return decoded;
 }
@@ -69,8 +63,8 @@ std::string DecodeUrl(std::string_view text, bool plus) {
   std::string decoded;
   decoded.reserve(text.size());
   for (std::size_t i = 0; i < text.size(); ++i) {
-    if (text[i] == '%' && i + 2 < text.size() && HexValue(text[i + 1]) >= 0 && HexValue(text[i + 2]) >= 0) {
-      decoded += static_cast<char>(HexValue(text[i + 1]) * 16 + HexValue(text[i + 2]));
+    if (const int byte = EscapedByte(text, i); byte >= 0) {
+      decoded += static_cast<char>(byte);
       i += 2;
     } else {
       decoded += plus && text[i] == '+' ? ' ' : text[i];
