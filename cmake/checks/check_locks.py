@@ -12,7 +12,7 @@ import sys
 
 import cpp_text
 
-FOLDERS = ("port/", "common/", "engines/", "config/", "checks/", "module/")
+FOLDERS = ("port/", "base/", "common/", "engines/", "config/", "checks/", "module/")
 
 
 def clang_command(source, root):
