@@ -1,34 +1,17 @@
-// Small helpers over bytes, without locale.
+// Pieces of the protocol's grammar, without locale.
 #pragma once
 
 #include <cstdint>
 #include <string>
 #include <string_view>
 
+#include "base/ascii.h"
+
 namespace qiv::host {
-
-constexpr char LowerAscii(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; }
-
-constexpr bool EqualsIgnoreCase(std::string_view a, std::string_view b) {
-  if (a.size() != b.size()) return false;
-  for (std::size_t i = 0; i < a.size(); ++i) {
-    if (LowerAscii(a[i]) != LowerAscii(b[i])) return false;
-  }
-  return true;
-}
-
-constexpr bool IsDigit(char c) { return c >= '0' && c <= '9'; }
-
-/// Value of a hexadecimal digit, -1 for any other byte.
-constexpr int HexValue(char c) {
-  if (IsDigit(c)) return c - '0';
-  const char lower = LowerAscii(c);
-  return lower >= 'a' && lower <= 'f' ? lower - 'a' + 10 : -1;
-}
 
 /// RFC 9110 token characters: methods and header names.
 constexpr bool IsTokenChar(char c) {
-  if (IsDigit(c) || (LowerAscii(c) >= 'a' && LowerAscii(c) <= 'z')) return true;
+  if (IsDigit(c) || IsLetter(c)) return true;
   return std::string_view("!#$%&'*+-.^_`|~").find(c) != std::string_view::npos;
 }
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "base/hex.h"
 #include "host/ascii.h"
 #include "host/http_parser.h"
 
@@ -15,12 +16,8 @@ bool Fail(const char* text, const char** reason) {
 
 /// Takes %uXXXX at the front of `text`.
 bool TakeWideEscape(std::string_view* text, char16_t* unit) {
-  if (text->size() < 6) return false;
-  int value = 0;
-  for (const char c : text->substr(2, 4)) {
-    if (HexValue(c) < 0) return false;
-    value = value * 16 + HexValue(c);
-  }
+  const int value = HexNumber(*text, 2, 4);
+  if (value < 0) return false;
   *unit = static_cast<char16_t>(value);
   text->remove_prefix(6);
   return true;
@@ -80,8 +77,9 @@ bool DecodePath(std::string_view path, std::u16string* out, const char** reason)
       out->push_back(unit);
       continue;
     }
-    if (path.size() < 3 || HexValue(path[1]) < 0 || HexValue(path[2]) < 0) return Fail("Invalid URL.", reason);
-    c = static_cast<char>(HexValue(path[1]) * 16 + HexValue(path[2]));
+    const int byte = EscapedByte(path, 0);
+    if (byte < 0) return Fail("Invalid URL.", reason);
+    c = static_cast<char>(byte);
     if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) return Fail("Invalid URL.", reason);
     bytes.push_back(c);
     path.remove_prefix(3);

@@ -6,6 +6,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "base/hex.h"
 #include "host/ascii.h"
 #include "host/cooked_url.h"
 #include "host/header_names.h"
@@ -87,7 +88,7 @@ bool CHostRequest::BuildHeaders(std::span<const HeaderView> headers) {
       while (place < merged.size() && !EqualsIgnoreCase(merged[place].name, header.name)) ++place;
     } else {
       std::string key(header.name);
-      for (char& c : key) c = LowerAscii(c);
+      for (char& c : key) c = LowerByte(c);
       place = places.try_emplace(std::move(key), merged.size()).first->second;
     }
     if (place == merged.size()) {
@@ -172,13 +173,12 @@ iis::HRESULT CHostRequest::SetUrl(iis::PCWSTR url, iis::DWORD length, iis::BOOL 
   if (url == nullptr || length == 0 || length >= kMaxHeadBytes) return kInvalidArgument;
   std::string target;
   for (std::size_t i = 0; i < length; ++i) {
-    static const char kDigits[] = "0123456789ABCDEF";
     const unsigned unit = url[i];
     if (unit < 0x80) {
       target.push_back(static_cast<char>(unit));
     } else {
       target += "%u";
-      for (int shift = 12; shift >= 0; shift -= 4) target.push_back(kDigits[(unit >> shift) & 15]);
+      for (int shift = 12; shift >= 0; shift -= 4) target.push_back(kHexDigits[(unit >> shift) & 15]);
     }
   }
   return SetUrl(target.c_str(), static_cast<iis::DWORD>(target.size()), reset_query);

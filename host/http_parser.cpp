@@ -4,6 +4,7 @@
 #include <cstring>
 #include <memory>
 
+#include "base/hex.h"
 #include "host/ascii.h"
 
 namespace qiv::host {
@@ -80,7 +81,7 @@ bool IsValidHost(std::string_view host) {
     if (colon != std::string_view::npos) port = host.substr(colon);
     if (name.empty() || name.size() > 255) return false;
     for (const char c : name) {
-      const char lower = LowerAscii(c);
+      const char lower = LowerByte(c);
       const bool plain = IsDigit(c) || (lower >= 'a' && lower <= 'z') || c == '-' || c == '.' || c == '_' || c == '~';
       // Names in other scripts may arrive as UTF-8.
       if (!plain && static_cast<unsigned char>(c) < 0x80) return false;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <bit>
 
+#include "base/hex.h"
 #include "host/module_file.h"
 #include "host/registered_module.h"
 #include "host/results.h"
@@ -136,10 +137,9 @@ bool CModuleHost::Load(const std::string& path, std::string* error) {
   files_.push_back(file);
   const iis::HRESULT result = Register(entry);
   if (iis::Succeeded(result)) return true;
-  static const char kDigits[] = "0123456789abcdef";
   *error = path + ": RegisterModule failed with 0x";
   for (int shift = 28; shift >= 0; shift -= 4) {
-    error->push_back(kDigits[static_cast<std::uint32_t>(result) >> shift & 15u]);
+    error->push_back(kLowerHexDigits[static_cast<std::uint32_t>(result) >> shift & 15u]);
   }
   return false;
 }

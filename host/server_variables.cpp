@@ -133,7 +133,7 @@ const Variable kVariables[] = {
      [](CHostContext& c, VariableValue* v) {
        v->bytes = Secure(c) ? "ON" : "OFF";
        if (!c.options().https_lower_case) return;
-       for (char& letter : v->bytes) letter = LowerAscii(letter);
+       for (char& letter : v->bytes) letter = LowerByte(letter);
      }},
     {"HTTPS_KEYSIZE", nullptr},
     {"HTTPS_SECRETKEYSIZE", nullptr},

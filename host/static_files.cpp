@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 
+#include "base/hex.h"
 #include "host/ascii.h"
 #include "host/file_handle.h"
 #include "host/header_names.h"
@@ -49,15 +50,13 @@ void RefuseMethod(CHostContext& context) {
 
 /// The Location of a folder without its slash: the raw path (still encoded) with the slash, and the query.
 std::string WithSlash(CHostContext& context) {
-  static const char kDigits[] = "0123456789ABCDEF";
   const iis::HTTP_COOKED_URL& url = context.request().GetRawHttpRequest()->CookedUrl;
   std::string location;
   for (const char c : Utf16ToUtf8({url.pAbsPath, url.AbsPathLength / sizeof(iis::WCHAR)})) {
-    const auto byte = static_cast<unsigned char>(c);
     if (IsTokenChar(c) || c == '/') {
       location.push_back(c);
     } else {
-      location.append({'%', kDigits[byte >> 4], kDigits[byte & 15]});
+      AppendEscapedByte(c, &location);
     }
   }
   location.push_back('/');
