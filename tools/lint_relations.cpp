@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <utility>
 
 #include "common/text.h"
 #include "tools/lock_obstacles.h"
@@ -199,6 +200,23 @@ void Cookies(const CSettingsDocument& settings, std::vector<LintRemark>* remarks
   }
 }
 
+/// A switch that asks for locks; null when none does. `smart`: smart blocking is on.
+const IJsonValue* FirstThatLocks(const CSettingsDocument& settings, bool smart) {
+  constexpr std::pair<std::string_view, std::string_view> kSwitches[] = {{"website_sql", "get_mode"},
+                                                                         {"website_sql", "post_mode"},
+                                                                         {"website_sql", "header_mode"},
+                                                                         {"website_lists", "url_lock_use_firewall"},
+                                                                         {"website_lists", "ua_lock_use_firewall"},
+                                                                         {"website_lists", "rfs_lock_use_firewall"},
+                                                                         {"website_attack", "cc_strict_mode"}};
+  if (smart) return settings.Find("website_response", "lock");
+  for (const auto& [section, key] : kSwitches) {
+    const bool counts = key != "cc_strict_mode" || IsOn(settings, section, "cc");
+    if (counts && IsOn(settings, section, key)) return settings.Find(section, key);
+  }
+  return nullptr;
+}
+
 void Locks(const CSettingsDocument& settings, std::vector<LintRemark>* remarks) {
   const std::string minutes = settings.TextOf("website_other", "sys_temp_time");
   if (!minutes.empty() && minutes.find_first_not_of('0') == std::string::npos) {
@@ -212,11 +230,8 @@ void Locks(const CSettingsDocument& settings, std::vector<LintRemark>* remarks) 
     remarks->push_back(
         {settings.Find(kSection, "lock_freq"), "\"lock_freq\" 1 locks a client at its first blocked request"});
   }
-  const bool asks =
-      locks || IsAnyOn(settings, "website_sql", "get_mode post_mode header_mode") ||
-      IsAnyOn(settings, "website_lists", "url_lock_use_firewall ua_lock_use_firewall rfs_lock_use_firewall") ||
-      (IsOn(settings, "website_attack", "cc") && IsOn(settings, "website_attack", "cc_strict_mode"));
-  if (!asks) return;
+  const IJsonValue* const asker = FirstThatLocks(settings, locks);
+  if (asker == nullptr) return;
   LockSwitches switches;
   switches.protection = settings.TextOf("", "website_on_servers") == "1";
   switches.service_link = settings.TextOf("", "sys_is_qiv") == "1";
@@ -224,8 +239,7 @@ void Locks(const CSettingsDocument& settings, std::vector<LintRemark>* remarks) 
   switches.ipv6 = settings.TextOf("", "enable_ipv6prot") == "1";
   for (LockObstacle& obstacle : LockObstacles(switches)) {
     const IJsonValue* value = settings.Find(obstacle.section, obstacle.key);
-    if (value == nullptr && locks) value = settings.Find(kSection, "lock");
-    remarks->push_back({value, std::move(obstacle.message)});
+    remarks->push_back({value == nullptr ? asker : value, std::move(obstacle.message)});
   }
 }
 
