@@ -101,7 +101,7 @@ TEST(Qivctl, ExitCodesSayWhatHappened) {
     EXPECT_EQ(run.exit_code, 2) << arguments;
     EXPECT_EQ(run.output.find("qivctl: command line: " + message), 0U) << run.output;
   }
-  for (const std::string arguments : {"unpack " + directory.Path("out.db"), std::string("--help"), "scan " + good}) {
+  for (const std::string& arguments : {"unpack " + directory.Path("out.db"), std::string("--help"), "scan " + good}) {
     const Outcome full = Shell(QIVCTL " " + arguments + " >/dev/full");
     EXPECT_EQ(full.exit_code, 2) << arguments;
     EXPECT_EQ(full.output, "qivctl: standard output: cannot be written\n") << arguments;
