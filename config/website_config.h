@@ -14,8 +14,8 @@
 
 namespace qiv {
 
-// What a row of the key table becomes; how its value is written and held: KeyType in config_keys.h. Lists and texts are
-// in GBK.
+// What a row of the key table becomes; how its value is written and held: KeyType in config_keys.h. Lists are in GBK,
+// and so are texts, save one with a character that has no GBK form: that stays in UTF-8 as a whole.
 #define QIV_NUMBER(member, key, reader, meaning) std::int32_t member = 0;
 #define QIV_DIGITS(member, key, reader, meaning) std::uint32_t member = 0;
 #define QIV_CHOICE(member, key, reader, meaning) std::int32_t member = 0;
