@@ -206,7 +206,7 @@ TEST(Qivctl, ChecksRequestsAndWritesNothing) {
   const std::string stream = frame("GET /?id=1+union+select+1,2+from+users HTTP/1.1\nHost: h\n\n") +
                              frame(std::string("POST / HTTP/1.1\nHost: h\nContent-Type: text/plain\n"
                                                "Content-Length: 3\n\n%\n\0",
-                                               70)) +
+                                               71)) +
                              frame("GET / HTTP/9\n\n");
   const std::string batch = check.substr(0, check.size() - 1) + " --batch";
   const Outcome lines = Qivctl(batch, stream);

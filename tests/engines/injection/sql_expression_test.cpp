@@ -130,7 +130,8 @@ TEST(SqlExpression, LeavesProseAlone) {
            "0x1F",
            "a-b-c",
            "C:\\a'b",
-           "\xD6\xEC'\xE9F\xBB\xF9 or \xD6\xEC",
+           "\xD6\xEC'\xE9"
+           "F\xBB\xF9 or \xD6\xEC",
            "\"Server\" - \"Roles\" and select \"Web\" there",
            "Keep order from 'IN' clause",
            "a 'b' like 'c'",
