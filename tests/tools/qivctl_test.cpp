@@ -213,7 +213,7 @@ TEST(Qivctl, ChecksRequestsAndWritesNothing) {
   EXPECT_EQ(lines.exit_code, 1);
   EXPECT_TRUE(lines.output.starts_with("blocked\t403\tinjection\tSQL Injection Protection(GET)\tDeny SQL"))
       << lines.output;
-  EXPECT_NE(lines.output.find("\npass\t0\t\t\t\t\nrefused\t505\t\t\t"), std::string::npos) << lines.output;
+  EXPECT_NE(lines.output.find("\npass\t0\t\t\t\t\nrefused\t400\t\t\t"), std::string::npos) << lines.output;
   const std::pair<const char*, const char*> bad_frames[] = {
       {"%% 4\nGET", "request 1 ends before the length that it states"},
       {"%% 99999999999\n", "request 1 is larger than 101 MiB"},
