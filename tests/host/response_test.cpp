@@ -278,7 +278,11 @@ TEST(Response, RedirectClearAndReset) {
     EXPECT_EQ(r->SetStatus(500, "Bad", 0, kOk, nullptr, 1), 0);
     EXPECT_LT(r->SetStatus(500, std::string(2000, 'r').c_str(), 0, kOk, nullptr, 1), 0);
     EXPECT_LT(r->SetStatus(500, "a\r\nb", 0, kOk, nullptr, 1), 0);
+    EXPECT_TRUE(r->GetKernelCacheEnabled());
+    r->DisableKernelCache(9);
+    r->DisableKernelCache(4);
     r->Clear();
+    EXPECT_FALSE(r->GetKernelCacheEnabled()) << "what Clear takes back is what the client would see";
     iis::USHORT status = 0;
     iis::BOOL skip = 1;
     r->GetStatus(&status, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, &skip);
@@ -288,6 +292,8 @@ TEST(Response, RedirectClearAndReset) {
   });
   EXPECT_EQ(response.body, "kept");
   EXPECT_FALSE(response.Header("X-Gone"));
+
+  EXPECT_EQ(response.kernel_cache_disabled, (std::vector<iis::ULONG>{9, 4}));
 
   response = RunInProcess(host, request, [](iis::IHttpContext& context) {
     context.GetResponse()->ResetConnection();
