@@ -8,6 +8,7 @@ namespace qiv::host {
 namespace {
 
 constexpr std::size_t kMaxUpstreamHead = 256 * 1024;
+constexpr std::size_t kMaxUpgrade = 256;  ///< a protocol's name
 
 /// "HTTP/1.x NNN reason"; the reason and its blank may be missing.
 bool ParseStatusLine(std::string_view line, UpstreamHead* head) {
@@ -84,6 +85,7 @@ UpstreamParse ParseUpstreamHead(std::string_view buffer, UpstreamHead* head) {
     const std::string_view value = TrimBlanks(line.substr(colon + 1));
     if (!TakeFraming(name, value, head, &coding)) return UpstreamParse::kMalformed;
     if (EqualsIgnoreCase(name, "Connection")) connection.append(connection.empty() ? "" : ",").append(value);
+    if (EqualsIgnoreCase(name, "Upgrade")) head->upgrade = value.substr(0, kMaxUpgrade);
     fields.emplace_back(name, value);
   }
   if (ListHolds(connection, "close")) head->keep_alive = false;

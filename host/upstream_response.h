@@ -16,6 +16,7 @@ struct UpstreamHead {
   std::string reason;
   std::vector<std::pair<std::string, std::string>> headers;  ///< end-to-end headers, in order, without Content-Length
   std::optional<std::uint64_t> content_length;
+  std::string upgrade;  ///< the protocol agreed upon with a status of 101
   bool chunked = false;
   bool keep_alive = true;
   std::size_t size = 0;  ///< bytes of the buffer that the head takes
