@@ -60,10 +60,7 @@ std::string ParseUpstream(const std::string& text, CommandLine* result) {
 ParsedOptions ParseCommandLine(const std::vector<std::string>& arguments, CommandLine* result, std::string* text) {
   CLI::App app("Serves a folder, or another server, over HTTP with a native module in between.", "qivhost");
   const auto seconds = [&](const char* name, unsigned* value, const char* meaning) {
-    app.add_option(name, *value, meaning)
-        ->capture_default_str()
-        ->check(CLI::Range(1u, kLongestTimeout))
-        ->type_name("SECONDS");
+    app.add_option(name, *value, meaning)->check(CLI::Range(1u, kLongestTimeout))->type_name("SECONDS");
   };
   std::string listen;
   std::string upstream;
@@ -87,9 +84,11 @@ ParsedOptions ParseCommandLine(const std::vector<std::string>& arguments, Comman
   app.add_option("--site-id", result->site_id, "site number that the module sees")
       ->capture_default_str()
       ->check(CLI::Range(1u, 0xFFFFFFFFu));
-  seconds("--timeout", &result->timeout_seconds, "silence of a client, an upstream or a tunnel that is borne");
-  seconds("--head-timeout", &result->head_timeout_seconds, "time for a whole request head");
-  seconds("--drain-timeout", &result->drain_timeout_seconds, "time to read on after an answer that came early");
+  seconds("--timeout", &result->timeout_seconds,
+          "silence of a client, an upstream or a tunnel that is borne, 120 if not given");
+  seconds("--head-timeout", &result->head_timeout_seconds, "time for a whole request head, if not as --timeout");
+  seconds("--drain-timeout", &result->drain_timeout_seconds,
+          "time to read on after an early answer, if not as --timeout");
   app.add_option("--min-rate", result->least_rate, "bytes a second that bodies and responses must move, 0 for none")
       ->capture_default_str()
       ->check(CLI::Range(0u, 1u << 30));
@@ -99,6 +98,8 @@ ParsedOptions ParseCommandLine(const std::vector<std::string>& arguments, Comman
   app.set_version_flag("--version", std::string("qivhost ") + kVersion);
   try {
     app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
+    if (result->head_timeout_seconds == 0) result->head_timeout_seconds = result->timeout_seconds;
+    if (result->drain_timeout_seconds == 0) result->drain_timeout_seconds = result->timeout_seconds;
     if (result->root.empty() && upstream.empty()) throw CLI::RequiredError("--root or --upstream");
   } catch (const CLI::CallForHelp&) {
     *text = app.help();
@@ -107,7 +108,8 @@ ParsedOptions ParseCommandLine(const std::vector<std::string>& arguments, Comman
     *text = std::string(version.what()) + "\n";
     return ParsedOptions::kShown;
   } catch (const CLI::ParseError& error) {
-    *text = error.what();
+    const std::vector<std::string> extras = app.remaining();
+    *text = extras.empty() ? error.what() : "unknown option " + extras.front();
     return ParsedOptions::kWrong;
   }
   return ParsedOptions::kServe;

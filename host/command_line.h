@@ -18,9 +18,9 @@ struct CommandLine {
   unsigned waiting_threads = 256;
   std::uint32_t site_id = 1;
   unsigned timeout_seconds = 120;
-  unsigned head_timeout_seconds = 120;
-  unsigned drain_timeout_seconds = 120;
-  unsigned least_rate = 240;  ///< bytes a second
+  unsigned head_timeout_seconds = 0;   ///< 0: as timeout_seconds
+  unsigned drain_timeout_seconds = 0;  ///< 0: as timeout_seconds
+  unsigned least_rate = 240;           ///< bytes a second
   bool trust_forwarded = false;
   bool quiet = false;
 };

@@ -97,6 +97,7 @@ struct CProxy::Exchange {
   bool chunked = false;    ///< the body goes out in chunks
   bool upgrade = false;    ///< the client asks for another protocol
   std::string input;       ///< read from the upstream and not yet used
+  CUpstreamReader reader;
   UpstreamHead head;
   std::unique_ptr<char[]> piece;
 };
@@ -270,13 +271,15 @@ CProxy::Outcome CProxy::ReadMore(Exchange& exchange) {
 }
 
 CProxy::Outcome CProxy::ReadHead(Exchange& exchange) {
+  const bool is_head = std::string_view(exchange.context.request().GetHttpMethod()) == "HEAD";
+  exchange.reader.Begin(is_head);
   for (;;) {
-    const UpstreamParse parsed = ParseUpstreamHead(exchange.input, &exchange.head);
+    const UpstreamParse parsed = exchange.reader.ReadHead(&exchange.input, &exchange.head);
     if (parsed == UpstreamParse::kMalformed) return Outcome::kBadGateway;
     if (parsed == UpstreamParse::kComplete) {
-      exchange.input.erase(0, exchange.head.size);
       if (exchange.head.status == 101) return exchange.upgrade ? Outcome::kDone : Outcome::kBadGateway;
       if (exchange.head.status >= 200) return Outcome::kDone;
+      exchange.reader.Begin(is_head);
       continue;
     }
     const bool nothing_yet = exchange.input.empty();
@@ -290,51 +293,24 @@ CProxy::Outcome CProxy::ReadHead(Exchange& exchange) {
 /// The response body, in the pieces in which it comes; a short announced one in a single piece.
 CProxy::Outcome CProxy::PassBody(Exchange& exchange) {
   CHostResponse& response = exchange.context.response();
-  const UpstreamHead& head = exchange.head;
-  const bool none = std::string_view(exchange.context.request().GetHttpMethod()) == "HEAD" || head.status == 204 ||
-                    head.status == 304;
-  if (none) return Outcome::kDone;
-  CChunkedDecoder decoder;
-  std::uint64_t left = head.content_length.value_or(0);
-  const bool until_close = !head.chunked && !head.content_length;
-  const bool at_once = head.content_length && *head.content_length <= kBufferedLength;
+  const bool at_once = exchange.head.content_length && *exchange.head.content_length <= kBufferedLength;
   std::string body;
-  bool over = !head.chunked && !until_close && left == 0;
-  while (!over) {
-    if (exchange.input.empty()) {
-      const Outcome more = ReadMore(exchange);
-      if (more == Outcome::kBadGateway && until_close) {
-        exchange.head.keep_alive = false;
-        break;
-      }
-      if (more != Outcome::kDone) return more;
+  for (;;) {
+    const UpstreamParse parsed = exchange.reader.ReadBody(&exchange.input, &body);
+    if (parsed == UpstreamParse::kMalformed) return Outcome::kBadGateway;
+    if (parsed == UpstreamParse::kComplete) break;
+    if (!body.empty() && !at_once) {
+      iis::HTTP_DATA_CHUNK chunk{};
+      chunk.FromMemory.pBuffer = body.data();
+      chunk.FromMemory.BufferLength = static_cast<iis::ULONG>(body.size());
+      iis::DWORD sent = 0;
+      response.WriteEntityChunkByReference(&chunk, -1);
+      if (iis::Failed(response.Flush(0, 1, &sent, nullptr))) return Outcome::kAborted;
+      body.clear();
     }
-    if (head.chunked) {
-      std::string_view view = exchange.input;
-      const std::size_t at = body.size();
-      std::size_t got = 0;
-      body.resize(at + view.size());
-      const CChunkedDecoder::Status status = decoder.Decode(&view, body.data() + at, body.size() - at, &got);
-      body.resize(at + got);
-      exchange.input.erase(0, exchange.input.size() - view.size());
-      if (status == CChunkedDecoder::Status::kMalformed) return Outcome::kBadGateway;
-      over = status == CChunkedDecoder::Status::kDone;
-    } else {
-      const auto take = until_close ? exchange.input.size()
-                                    : static_cast<std::size_t>(std::min<std::uint64_t>(left, exchange.input.size()));
-      body.append(exchange.input, 0, take);
-      exchange.input.erase(0, take);
-      left -= until_close ? 0 : take;
-      over = !until_close && left == 0;
-    }
-    if (body.empty() || over || at_once) continue;
-    iis::HTTP_DATA_CHUNK chunk{};
-    chunk.FromMemory.pBuffer = body.data();
-    chunk.FromMemory.BufferLength = static_cast<iis::ULONG>(body.size());
-    iis::DWORD sent = 0;
-    response.WriteEntityChunkByReference(&chunk, -1);
-    if (iis::Failed(response.Flush(0, 1, &sent, nullptr))) return Outcome::kAborted;
-    body.clear();
+    const Outcome more = ReadMore(exchange);
+    if (more == Outcome::kBadGateway && exchange.reader.EndsHere()) break;
+    if (more != Outcome::kDone) return more;
   }
   if (!body.empty()) {
     iis::HTTP_DATA_CHUNK chunk{};
@@ -376,7 +352,8 @@ CProxy::Outcome CProxy::Run(Exchange& exchange) {
   }
   if (head.status == 101) return SwitchProtocol(exchange);
   outcome = PassBody(exchange);
-  const bool clean = outcome == Outcome::kDone && head.keep_alive && exchange.body_whole && exchange.input.empty();
+  const bool clean =
+      outcome == Outcome::kDone && exchange.reader.keeps_alive() && exchange.body_whole && exchange.input.empty();
   if (clean) GiveBack(std::move(exchange.socket));
   return outcome;
 }

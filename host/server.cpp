@@ -119,8 +119,8 @@ void ServerState::AwaitSignal() {
       std::fflush(stdout);
       std::_Exit(kSecondSignalStatus);
     }
-    self->BeginStop();
     self->AwaitSignal();
+    self->BeginStop();
   });
 }
 
