@@ -274,7 +274,10 @@ bool CClient::SendTail() {
   const IoStatus status = wire_.tail().Write(handle_, &moved);
   wire_.send_pace().Moved(moved);
   if (status == IoStatus::kWouldBlock) WaitWithin(wire_.send_pace(), true);
-  return status == IoStatus::kDone && Finish();
+  if (status == IoStatus::kDone && !wire_.has_failed()) return Finish();
+  // What the system still holds of a response that will not be whole goes too.
+  if (status != IoStatus::kWouldBlock) PrepareReset(handle_);
+  return false;
 }
 
 /// The response is out.

@@ -106,7 +106,7 @@ COwnedSocket CProxy::TakeIdle() {
   for (;;) {
     COwnedSocket socket;
     {
-      const std::lock_guard<std::mutex> lock(idle_lock_);
+      const CAutoLock hold(idle_lock_);
       if (idle_.empty()) return {};
       socket = std::move(idle_.back());
       idle_.pop_back();
@@ -118,7 +118,7 @@ COwnedSocket CProxy::TakeIdle() {
 }
 
 void CProxy::GiveBack(COwnedSocket socket) {
-  const std::lock_guard<std::mutex> lock(idle_lock_);
+  const CAutoLock hold(idle_lock_);
   if (idle_.size() < kMaxIdle) idle_.push_back(std::move(socket));
 }
 

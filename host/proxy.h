@@ -2,15 +2,14 @@
 #pragma once
 
 #include <cstdint>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "host/http_parser.h"
 #include "host/pipeline.h"
 #include "host/socket.h"
 #include "host/upstream_response.h"
+#include "port/critical_section.h"
 
 namespace qiv::host {
 
@@ -50,8 +49,8 @@ class CProxy final : public IRequestHandler {
   void GiveBack(COwnedSocket socket);
 
   const ProxySettings settings_;
-  std::mutex idle_lock_;
-  std::vector<COwnedSocket> idle_;  ///< guarded by idle_lock_
+  CCriticalSection idle_lock_;
+  std::vector<COwnedSocket> idle_ QIV_GUARDED_BY(idle_lock_);
 };
 
 }  // namespace qiv::host

@@ -59,6 +59,7 @@ class CSocketWire final : public IWire {
   BodyState SkipBody();
   /// Whether the connection serves on, once the tail is out and the body skipped.
   bool keeps() const { return !reset_ && !failed_ && !body_lost_ && complete_ && framer_.keep_alive(); }
+  bool has_failed() const { return failed_; }  ///< part of a response could not be sent
   bool was_reset() const { return reset_; }
   bool waits_for_continue() const { return continue_wanted_; }
   std::uint64_t bytes_sent() const { return bytes_sent_; }

@@ -1,5 +1,6 @@
 #include "host/upstream_response.h"
 
+#include <limits>
 #include <utility>
 
 // Asio, below Beast, needs std::exchange before its own headers.
@@ -33,7 +34,7 @@ CUpstreamReader::~CUpstreamReader() = default;
 void CUpstreamReader::Begin(bool to_head_request) {
   parser_ = std::make_unique<Parser>();
   parser_->parser.header_limit(kMaxUpstreamHead);
-  parser_->parser.body_limit(boost::none);
+  parser_->parser.body_limit(std::numeric_limits<std::uint64_t>::max());
   parser_->parser.skip(to_head_request);
 }
 
