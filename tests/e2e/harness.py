@@ -130,7 +130,7 @@ class Client:
     def response(self, head=False):
         status, headers = self.head()
         response = Response(status, headers, b"", True)
-        if head or status in (100, 204, 304):
+        if head or status < 200 or status in (204, 304):
             return response
         try:
             if response.header("Transfer-Encoding") == "chunked":

@@ -529,9 +529,9 @@ class Proxy(unittest.TestCase):
                 client.buffer = b""
             return ended.set()
         ask = "GET / HTTP/1.1\r\nHost: h\r\nConnection: keep-alive, Upgrade\r\nUpgrade: websocket\r\n\r\n"
-        large = bytes(range(256)) * 4000
-        with self.proxy(handle, "--threads", "2") as host, contextlib.ExitStack() as stack:
-            for _ in range(6):  # more than there are threads
+        large = bytes(range(256)) * 1000
+        with self.proxy(handle) as host, contextlib.ExitStack() as stack:
+            for _ in range(18):  # more than there are threads
                 client = stack.enter_context(host.connect())
                 client.send(ask + "first")
                 response = client.response()
