@@ -35,6 +35,20 @@ iis::USHORT ResponseStatus(iis::IHttpContext& context) {
   return status;
 }
 
+/// Whether who asks, when, how often or from where decides: the same URL is then not for everybody, and an answer that
+/// the system's own cache gave would pass by all of this.
+bool DependsOnClient(const WebsiteConfig& config) {
+  const ListSettings& lists = config.lists;
+  return lists.status_url || lists.status_ua || lists.status_rf || lists.status_iparea || lists.status_malice ||
+         config.attack.e404 || config.attack.cc || config.attack.agent || config.attack.spider || config.protect.link ||
+         config.protect.admin || config.protect.timelimit;
+}
+
+void KeepFromKernelCache(iis::IHttpContext& context) {
+  constexpr iis::ULONG kByHandler = 9;  // the server's number for "a handler or module wants it so"
+  if (iis::IHttpResponse* response = context.GetResponse()) response->DisableKernelCache(kByHandler);
+}
+
 void HardenResponse(const RequestFacts& facts, CheckResult& result) {
   HideServerHeaders(facts, result);
   CookieAndFrameHeaders(facts);
@@ -107,6 +121,7 @@ iis::REQUEST_NOTIFICATION_STATUS CPipeline::BeginRequest(iis::IHttpContext& cont
 
   RequestFacts facts;
   StartRecord(context, kPhaseBegin, facts);
+  if (DependsOnClient(*facts.config)) KeepFromKernelCache(context);
   if (!CollectFacts(context, facts)) return RQ_NOTIFICATION_CONTINUE;
   if (IsUnprotectedIpv6(facts)) return RQ_NOTIFICATION_CONTINUE;
   if (!ReadHeadersAndBody(context, facts, true)) return RQ_NOTIFICATION_CONTINUE;
@@ -164,14 +179,15 @@ iis::REQUEST_NOTIFICATION_STATUS CPipeline::SendResponse(iis::IHttpContext& cont
   if (!LoadOrRebuild(context, kPhaseSendResponse, facts)) return RQ_NOTIFICATION_CONTINUE;
   if (IsUnprotectedIpv6(facts)) return RQ_NOTIFICATION_CONTINUE;
 
+  // A response goes out in any number of sends; only the one with the headers can still be changed, and counts.
+  const bool with_headers = (!provider || provider->GetHeadersBeingSent()) && !context.GetResponseHeadersSent();
+  if (with_headers && !facts.event_id.empty()) KeepPageHeaders(facts);
+
   const iis::USHORT status = ResponseStatus(context);
   CheckResult result;
   RunStage(Stage::kLists, facts, result);
   if (result.status == kAllowed) return RQ_NOTIFICATION_CONTINUE;
   if (result.status == kBlocked) return RQ_NOTIFICATION_FINISH_REQUEST;
-
-  // A response goes out in any number of sends; only the one with the headers can still be changed, and counts.
-  const bool with_headers = (!provider || provider->GetHeadersBeingSent()) && !context.GetResponseHeadersSent();
   if (!with_headers) return RQ_NOTIFICATION_CONTINUE;
   HardenResponse(facts, result);
   if (result.status == kBlocked) {

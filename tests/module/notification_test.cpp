@@ -58,6 +58,77 @@ TEST_F(Notification, BlocksAnAttackWithOnePageAndOneEvent) {
   }
 }
 
+constexpr char kCookie[] = "hidden=value; Secure; HttpOnly; SameSite=Lax";
+constexpr char kFrames[] = "X-Frame-Options";
+using Values = std::vector<std::string>;
+
+void Append(test::CFakeResponse& response, const char* name, const std::string& value) {
+  response.SetHeader(name, value.data(), static_cast<iis::USHORT>(value.size()), 0);
+}
+void Replace(test::CFakeResponse& response, const char* name, const std::string& value) {
+  response.SetHeader(name, value.data(), static_cast<iis::USHORT>(value.size()), 1);
+}
+
+// The first notification sets it, then others append to it, replace it or clear it all, then the later notifications.
+TEST_F(Notification, SendsOneValueOfEachHeaderItSets) {
+  using R = test::CFakeResponse;
+  constexpr auto kType = iis::HttpHeaderContentType;
+  const std::string a = std::string("a=1; ") + kCookie;
+  const std::string b = std::string("b=2; ") + kCookie;
+  struct {
+    const char* name;
+    void (*others)(R&);
+    Values expected;
+    bool blocked = false;
+  } const cases[] = {
+      {kFrames, [](R&) {}, {"SAMEORIGIN"}},
+      {kFrames, [](R& r) { Append(r, kFrames, "SAMEORIGIN"); }, {"SAMEORIGIN"}},
+      {kFrames, [](R& r) { Append(r, kFrames, "DENY"); }, {"SAMEORIGIN"}},
+      {kFrames, [](R& r) { r.Add(kFrames, "DENY"); }, {"SAMEORIGIN"}},
+      {kFrames, [](R& r) { Replace(r, kFrames, "DENY"); }, {"SAMEORIGIN"}},
+      {kFrames, [](R& r) { r.Clear(); }, {"SAMEORIGIN"}},
+      {"Set-Cookie", [](R&) {}, {kCookie}},
+      {"Set-Cookie", [](R& r) { Append(r, "Set-Cookie", "a=1"), Append(r, "Set-Cookie", "b=2"); }, {a, b}},
+      {"Set-Cookie", [](R& r) { r.joins_cookies = true, Append(r, "Set-Cookie", "a=1"); }, {a}},
+      {"Set-Cookie", [](R& r) { Replace(r, "Set-Cookie", "a=1"); }, {a}},
+      {"Set-Cookie", [](R& r) { r.Clear(), Append(r, "Set-Cookie", "a=1"); }, {a}},
+      {"Set-Cookie", [](R& r) { r.Clear(); }, {kCookie}},
+      {"X-Qiv-Dropped", [](R& r) { Append(r, "Set-Cookie", "a=1"); }, {}},
+      {"X-Qiv-Event", [](R&) {}, {}},
+      {"X-Qiv-Event", [](R&) {}, {"ID"}, true},
+      {"X-Qiv-Event", [](R& r) { Append(r, "X-Qiv-Event", "x"); }, {"ID"}, true},
+      {"X-Qiv-Event", [](R& r) { Replace(r, "x-qiv-event", "x"); }, {"ID"}, true},
+      {"X-Qiv-Event", [](R& r) { r.Clear(); }, {"ID"}, true},
+      {"", [](R&) {}, {"text/html; charset=utf-8"}, true},
+      {"", [](R& r) { r.SetHeader(kType, "text/css", 8, 0); }, {"text/html; charset=utf-8"}, true},
+      {"", [](R& r) { r.SetHeader(kType, "text/css", 8, 1); }, {"text/css"}, true},  // another's response by now
+      {"", [](R& r) { r.Clear(); }, {""}, true},
+  };
+  test::Site site = test::InjectionSite();
+  site.sections["website_request"] =
+      R"("cookie":"1","xss_mode":"1","csrf_mode":"1","xframe":"1","xframe_type":"SAMEORIGIN")";
+  installation_.Write(site);
+  InitialiseModule(installation_.Directory(), true);
+  ModuleConfig().RefreshTick();
+  for (const auto& c : cases) {
+    SCOPED_TRACE(std::string(*c.name ? c.name : "Content-Type") + " row " + std::to_string(&c - cases));
+    CFakeContext context;
+    if (c.blocked) context.request.SetUrl("/a.asp?id=1%27%20union%20select%201");
+    ASSERT_EQ(module_->OnBeginRequest(&context, nullptr), c.blocked ? kFinish : kContinue);
+    c.others(context.response);
+    if (!c.blocked) module_->OnPostExecuteRequestHandler(&context, nullptr);
+    test::CFakeSend send(true);
+    for (int sends = 0; sends < 2; ++sends) module_->OnSendResponse(&context, &send);
+    Values values = *c.name ? context.response.Values(c.name) : Values{context.response.known[kType]};
+    for (std::string& value : values) {
+      const bool logged =
+          value.size() == 16 && installation_.Log().find("\"event_id\":\"" + value) != std::string::npos;
+      if (logged) value = "ID";
+    }
+    EXPECT_EQ(values, c.expected);
+  }
+}
+
 TEST_F(Notification, LooksAtNoRequestThatAnotherRequestMade) {
   attack_.is_child = true;
   EXPECT_EQ(module_->OnBeginRequest(&attack_, nullptr), kContinue);
