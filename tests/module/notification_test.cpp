@@ -183,6 +183,57 @@ TEST_F(Notification, TellsTheFirewallService) {
   EXPECT_EQ(out[3], "tongji sql_act - 203.0.113.7 r1 1 - -");
 }
 
+TEST_F(Notification, SendsNoNoticeWhereTheSiteWantsNone) {
+  for (const bool notice : {false, true}) {
+    const test::CInstallation installation;
+    test::Site site = LinkedSite();
+    site.sections["website_response"] = notice ? R"("notice":"1")" : R"("notice":"0")";
+    installation.Write(site);
+    InitialiseModule(installation.Directory(), true);
+    ModuleConfig().RefreshTick();
+    CFakeContext attack;
+    attack.request.SetUrl("/a.asp?id=1%27%20union%20select%201");
+    EXPECT_EQ(module_->OnBeginRequest(&attack, nullptr), kFinish);
+    State().service.Finish();
+    std::size_t notices = 0;
+    for (const std::string& line : installation.Out()) notices += line.starts_with("msg ");
+    EXPECT_EQ(notices, notice ? 1u : 0u);
+    EXPECT_FALSE(installation.Out().empty()) << "blocks are counted in any case";
+  }
+}
+
+// One request that several checks would stop: which of them comes first.
+TEST_F(Notification, AsksTheChecksInTheirOrder) {
+  const std::pair<const char*, const char*> cases[] = {
+      {R"("upload":"1","upload_file":"1","upload_types":"*|!php","trojan":"1","trojan_post":"1")", "upload"},
+      {R"("trojan":"1","trojan_post":"1")", "webshell"},
+      {"", "injection"},
+  };
+  const std::string body =
+      "--b\r\nContent-Disposition: form-data; name=\"f\"; filename=\"a.php\"\r\n\r\n"
+      "<?php eval($_POST[1]); ?>\r\n--b--\r\n";
+  for (const bool listed : {false, true}) {
+    for (const auto& [members, check] : cases) {
+      const test::CInstallation installation;
+      test::Site site = LinkedSite();
+      site.sections["website_base"] = members;
+      installation.Write(site);
+      if (listed) installation.Deny("203.0.113.7");
+      InitialiseModule(installation.Directory(), true);
+      ModuleConfig().RefreshTick();
+      CFakeContext attack;
+      attack.request.SetUrl("/a.asp?id=1%27%20union%20select%201");
+      attack.request.method = "POST";
+      attack.request.body.data = body;
+      attack.request.known[iis::HttpHeaderContentType] = "multipart/form-data; boundary=b";
+      attack.request.known[iis::HttpHeaderContentLength] = std::to_string(body.size());
+      EXPECT_EQ(module_->OnBeginRequest(&attack, nullptr), kFinish);
+      const std::string expected = std::string(R"("check":")") + (listed ? "lists" : check) + "\"";
+      EXPECT_NE(installation.Log().find(expected), std::string::npos) << expected << installation.Log();
+    }
+  }
+}
+
 TEST_F(Notification, DeniesWhomTheFirewallServiceLists) {
   installation_.Write(LinkedSite());
   installation_.Deny("203.0.113.7");
