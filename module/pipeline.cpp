@@ -1,13 +1,16 @@
 #include "module/pipeline.h"
 
 #include <new>
+#include <string>
 
 #include "checks/event_recorder.h"
+#include "common/state_recorder.h"
 #include "config/website_config.h"
 #include "module/facts_collector.h"
 #include "module/page_writer.h"
 #include "module/response_hardening.h"
 #include "module/response_reader.h"
+#include "module/secrets.h"
 #include "port/clock.h"
 
 namespace qiv {
@@ -42,6 +45,19 @@ bool DependsOnClient(const WebsiteConfig& config) {
   return lists.status_url || lists.status_ua || lists.status_rf || lists.status_iparea || lists.status_malice ||
          config.attack.e404 || config.attack.cc || config.attack.agent || config.attack.spider || config.protect.link ||
          config.protect.admin || config.protect.timelimit;
+}
+
+/// A body that the checks wanted and did not get is what somebody should know of.
+void ReportUnreadBody(const RequestFacts& facts, CStateRecorder& states) {
+  static constexpr MessageId kReasons[] = {MessageId::kStateBodyTooLarge, MessageId::kStateBodyUnreadable,
+                                           MessageId::kStateBodyNoMemory};
+  if (facts.unread_body == UnreadBody::kNot) return;
+  try {
+    const std::string what = facts.method + " " + WithoutSecrets(facts.raw_url);
+    states.Happened(StateKind::kBody, kReasons[static_cast<std::size_t>(facts.unread_body) - 1], what);
+  } catch (const std::bad_alloc&) {
+    // The checks go on.
+  }
 }
 
 void KeepFromKernelCache(iis::IHttpContext& context) {
@@ -125,6 +141,7 @@ iis::REQUEST_NOTIFICATION_STATUS CPipeline::BeginRequest(iis::IHttpContext& cont
   if (!CollectFacts(context, facts)) return RQ_NOTIFICATION_CONTINUE;
   if (IsUnprotectedIpv6(facts)) return RQ_NOTIFICATION_CONTINUE;
   if (!ReadHeadersAndBody(context, facts, true)) return RQ_NOTIFICATION_CONTINUE;
+  ReportUnreadBody(facts, *config_.States());
   contexts_.Save(context, facts);  // without it the later notifications read the request again
 
   CheckResult result;

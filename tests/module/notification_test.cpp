@@ -148,6 +148,32 @@ TEST_F(Notification, KeepsExceptionsInsideAndLogsOneAMinute) {
   EXPECT_NE(installation_.Log().find("no response today"), std::string::npos);
 }
 
+TEST_F(Notification, TellsOnceAMinuteOfBodiesThatItCouldNotExamine) {
+  const std::pair<const char*, void (*)(CFakeContext&)> cases[] = {
+      {"could not be read",
+       [](CFakeContext& c) { c.request.body.fail_at = 0, c.request.body.failure = iis::kNetnameDeleted; }},
+      {"too large", [](CFakeContext& c) { c.request.known[iis::HttpHeaderContentLength] = "104857601"; }},
+      {"out of memory", [](CFakeContext& c) { c.memory_limit = 2; }},
+  };
+  std::size_t events = Events();
+  for (const auto& [reason, change] : cases) {
+    for (int request = 0; request < 2; ++request) {
+      CFakeContext context;
+      context.request.SetUrl("/up?password=hunter2");
+      context.request.method = "POST";
+      context.request.body.data = "a=1";
+      context.request.known[iis::HttpHeaderContentType] = "text/plain";
+      context.request.known[iis::HttpHeaderContentLength] = "3";
+      change(context);
+      EXPECT_EQ(module_->OnBeginRequest(&context, nullptr), kContinue);
+      EXPECT_EQ(context.request.ApplicationBody(), "a=1");
+    }
+    EXPECT_EQ(Events(), ++events) << reason;
+    EXPECT_NE(installation_.Log().find(reason), std::string::npos) << installation_.Log();
+  }
+  EXPECT_NE(installation_.Log().find("POST /up?password=***"), std::string::npos) << installation_.Log();
+}
+
 /// A linked site that locks who attacks, gives notices and asks the deny list.
 test::Site LinkedSite() {
   test::Site site = test::InjectionSite();
