@@ -219,8 +219,7 @@ void CPageFollower::WritesFile(const PageWord& word, const Frame& frame) {
     } else if (!IsOutput(frame.receiver.name)) {
       Reach(kContentRequested, word.word);
     }
-    if (const auto variable = variables_.find(frame.receiver.name); variable != variables_.end())
-      variable->second.marks |= kFed;
+    if (PageValue* const variable = scope_.Find(frame.receiver.name)) variable->marks |= kFed;
   }
 }
 
