@@ -10,6 +10,7 @@
 #include <new>
 #include <system_error>
 
+#include "engines/webshell/page/asp_analysis.h"
 #include "engines/webshell/webshell_scan.h"
 #include "host/in_process.h"
 #include "module/module_state.h"
@@ -58,7 +59,7 @@ void operator delete[](void* memory, const std::nothrow_t&) noexcept { Free(memo
 namespace qiv::bench {
 namespace {
 
-constexpr std::size_t kEngineKinds = 3;  // the first ones are texts, not requests
+constexpr std::size_t kEngineKinds = 4;  // the first ones are texts, not requests
 
 host::InProcessRequest RequestOf(std::string_view kind, std::string text) {
   host::InProcessRequest request;
@@ -126,7 +127,12 @@ Cost CCosts::Measure(const Mix& mix, std::size_t bytes, int rounds) {
       blocked = host::RunInProcess(parts_->modules, request, handler).status != 200;
     } else {
       WebshellResult result;
-      blocked = parts_->libs.WebshellScan(std::string_view(text), &result);
+      if (kind == "asp" || kind == "aspx") {
+        blocked = AnalyseAsp(parts_->libs.Library(), text, Language::kEnglish, &result) ||
+                  AnalyseAspx(text, Language::kEnglish, &result);
+      } else {
+        blocked = parts_->libs.WebshellScan(std::string_view(text), &result);
+      }
     }
     const double seconds = static_cast<double>(std::clock() - begin) / CLOCKS_PER_SEC;
     const double ns = seconds * 1e9 / static_cast<double>(bytes);

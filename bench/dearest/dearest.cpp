@@ -1,8 +1,8 @@
 // dearest: searches for the inputs that cost the protection most, in processor time and memory, by the byte.
 //
 // Mixes of one to eight tokens are made at random, and the dearest found so far are changed a little; each is measured
-// at 64 KiB, and one that may be dearer than the dearest known of its kind at 512 KiB as well, several times over. What
-// is found is printed at once, and a table at the end.
+// at 16 KiB, if that is promising at 64 KiB, and one that may be dearer than the dearest known of its kind at 512 KiB
+// as well, several times over. What is found is printed at once, and a table at the end.
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
@@ -22,11 +22,13 @@
 namespace qiv::bench {
 namespace {
 
+constexpr std::size_t kFirst = 16 << 10;  // tells what is worth a longer look
 constexpr std::size_t kSmall = 64 << 10;
 constexpr std::size_t kLarge = 512 << 10;
 constexpr int kRounds = 3;           // the least of so many counts: machines are shared
 constexpr std::size_t kKept = 12;    // of each kind, to be changed
 constexpr double kMemoryWorth = 25;  // ns/byte that once the input's size in memory is worth, to order by
+constexpr double kFirstShare = 0.7;  // of the least price kept: dearer at first is measured in full
 constexpr double kNoise = 1.1;       // dearer by less may be chance
 
 struct Options {
@@ -68,9 +70,11 @@ void Print(const char* why, const Found& found) {
 
 void Try(CCosts& costs, const Mix& mix, Search* search) {
   ++search->tried;
+  const bool full = search->pool.size() == kKept;
+  if (full && Price(costs.Measure(mix, kFirst, 1)) < Price(search->pool.back().small) * kFirstShare) return;
   Found found{mix, costs.Measure(mix, kSmall, 1), {}};
   const double price = Price(found.small);
-  if (search->pool.size() == kKept && price <= Price(search->pool.back().small)) return;
+  if (full && price <= Price(search->pool.back().small)) return;
   found.small = costs.Measure(mix, kSmall, kRounds);
   const auto same = std::find_if(search->pool.begin(), search->pool.end(),
                                  [&](const Found& other) { return other.mix.Shown() == mix.Shown(); });
