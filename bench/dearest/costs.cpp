@@ -128,8 +128,7 @@ Cost CCosts::Measure(const Mix& mix, std::size_t bytes, int rounds) {
     } else {
       WebshellResult result;
       if (kind == "asp" || kind == "aspx") {
-        blocked = AnalyseAsp(parts_->libs.Library(), text, Language::kEnglish, &result) ||
-                  AnalyseAspx(text, Language::kEnglish, &result);
+        blocked = AnalysePage(parts_->libs.Library(), text, Language::kEnglish, &result);
       } else {
         blocked = parts_->libs.WebshellScan(std::string_view(text), &result);
       }

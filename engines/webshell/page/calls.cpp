@@ -177,8 +177,7 @@ PageValue CPageFollower::Call(Frame* frame) {
     if (const PageWord* const word = Find(callee, member)) return Act(*word, frame);
   }
   if (frame->receiver.object == PageObject::kRequest) return FromRequest(member ? callee : "item", arguments);
-  if (!callee.empty() && scope_.IsFunction(callee) &&
-      (!member || frame->receiver.object == PageObject::kNone)) {
+  if (!callee.empty() && scope_.IsFunction(callee) && (!member || frame->receiver.object == PageObject::kNone)) {
     return CallFunction(callee, arguments);
   }
   if (!arguments.empty() && (arguments[0].marks & kFed) != 0) {
