@@ -231,7 +231,7 @@ void CPageFollower::ActOnText(const PageWord& word, Frame* frame, PageValue* res
   result->known = WorkOut(word.call, *values, &result->text);
   if (result->known && result->text.size() > kShortText) {
     result->known = result->text.size() <= copies_left_;
-    if (result->known) copies_left_ -= result->text.size();
+    result->known ? copies_left_ -= result->text.size() : flow_.reach |= kLosesSight;
   }
   const bool decodes = word.call != PageCall::kReplace && word.call != PageCall::kCase;
   const bool picks = word.call == PageCall::kMid && values->size() > 2 && (*values)[2].text == "1";

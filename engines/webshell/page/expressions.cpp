@@ -403,6 +403,7 @@ PageValue CPageFollower::Copy(const PageValue& value) {
     copies_left_ -= value.text.size();
     return value;
   }
+  flow_.reach |= kLosesSight;
   PageValue copy;
   copy.marks = value.marks;
   copy.object = value.object;
