@@ -9,9 +9,9 @@
 
 namespace qiv {
 
-/// Whether `text` (bytes of a file that holds "<%") is a backdoor as an ASP page or, if not, as an ASPX page or handler;
-/// fills `result` with the first finding. Where limits kept something from being followed and nothing was found, sets
-/// result->partial. Linear.
+/// Whether `text` (bytes of a file that holds "<%") is a backdoor as an ASP page or, if not, as an ASPX page or
+/// handler; fills `result` with the first finding. Where limits kept something from being followed and nothing was
+/// found, sets result->partial. Linear.
 bool AnalysePage(const CSignatureLibrary& library, std::string_view text, Language language, WebshellResult* result);
 
 }  // namespace qiv
