@@ -1,6 +1,7 @@
 // The module as the server drives it: registered, with a configuration file, through its notifications.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -31,7 +32,14 @@ class Notification : public testing::Test {
     attack_.request.SetUrl("/a.asp?id=1%27%20union%20select%201");
   }
   ~Notification() { InitialiseModule(".", false); }
-  std::size_t Events() const { return Split(installation_.Log(), '\n').size() - 1; }
+  /// Lines of the event log that hold a piece; by default those about requests.
+  std::size_t Events(std::string_view piece = "\"action\":") const {
+    const std::string log = installation_.Log();
+    const std::vector<std::string_view> lines = Split(log, '\n');
+    return static_cast<std::size_t>(std::count_if(lines.begin(), lines.end(), [piece](std::string_view line) {
+      return line.find(piece) != std::string_view::npos;
+    }));
+  }
 
   test::CInstallation installation_;
   CQivIpsIIsModule* module_ = new CQivIpsIIsModule;
@@ -56,6 +64,17 @@ TEST_F(Notification, BlocksAnAttackWithOnePageAndOneEvent) {
                             R"("client":"203.0.113.7")", R"("status":403)", R"("action":"block")", R"("site":7)"}) {
     EXPECT_NE(installation_.Log().find(piece), std::string::npos) << piece << "\n" << installation_.Log();
   }
+}
+
+TEST_F(Notification, SaysOnceThatProtectionIsOff) {
+  installation_.WriteRaw("damaged");
+  InitialiseModule(installation_.Directory(), true);  // as a new worker process
+  EXPECT_EQ(Events("\"kind\":\"protection\",\"state\":\"on\""), 1u) << "of the process before";
+  EXPECT_EQ(module_->OnBeginRequest(&attack_, nullptr), kContinue);
+  EXPECT_EQ(module_->OnBeginRequest(&attack_, nullptr), kContinue);
+  EXPECT_EQ(Events("\"kind\":\"protection\",\"state\":\"off\""), 1u);
+  EXPECT_EQ(Events(R"("kind":"load","state":"fault","file":"_config.db")"), 1u) << installation_.Log();
+  EXPECT_EQ(Events(), 0u);
 }
 
 TEST_F(Notification, LooksAtNoRequestThatAnotherRequestMade) {

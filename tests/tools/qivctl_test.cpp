@@ -198,6 +198,33 @@ TEST(Qivctl, ChecksRequestsAndWritesNothing) {
   EXPECT_EQ(Qivctl(check + attack).output, attack + ": refused (400): Invalid URL.\n");
   EXPECT_EQ(Qivctl(check + "- --client 10.0.0", "GET / HTTP/1.1\n\n").exit_code, 2);
   EXPECT_EQ(Qivctl(check + directory.Path("none.http")).exit_code, 2);
+
+  // Framed: a request may hold line feeds and NULs, one that is refused is answered like any other.
+  const auto frame = [](const std::string& request) {
+    return "%% " + std::to_string(request.size()) + "\n" + request + "\n";
+  };
+  const std::string stream = frame("GET /?id=1+union+select+1,2+from+users HTTP/1.1\nHost: h\n\n") +
+                             frame(std::string("POST / HTTP/1.1\nHost: h\nContent-Type: text/plain\n"
+                                               "Content-Length: 3\n\n%\n\0",
+                                               71)) +
+                             frame("GET / HTTP/9\n\n");
+  const std::string batch = check.substr(0, check.size() - 1) + " --batch";
+  const Outcome lines = Qivctl(batch, stream);
+  EXPECT_EQ(lines.exit_code, 1);
+  EXPECT_TRUE(lines.output.starts_with("blocked\t403\tinjection\tSQL Injection Protection(GET)\tDeny SQL"))
+      << lines.output;
+  EXPECT_NE(lines.output.find("\npass\t0\t\t\t\t\nrefused\t400\t\t\t"), std::string::npos) << lines.output;
+  const std::pair<const char*, const char*> bad_frames[] = {
+      {"%% 4\nGET", "request 1 ends before the length that it states"},
+      {"%% 99999999999\n", "request 1 is larger than 101 MiB"},
+      {"GET / HTTP/1.1\n\n", "request 1 does not begin with a line \"%% BYTES\""},
+      {"%% -1\n", "request 1 does not begin"},
+  };
+  for (const auto& [input, message] : bad_frames) {
+    const Outcome refused = Qivctl(batch, input);
+    EXPECT_EQ(refused.exit_code, 2) << input;
+    EXPECT_NE(refused.output.find(message), std::string::npos) << refused.output;
+  }
   EXPECT_FALSE(IsFile(module + "/debug/_log.log"));
   EXPECT_FALSE(IsFile(module + "/config/_out.log"));
 
