@@ -42,6 +42,13 @@ Event EventOf(const RequestFacts& facts, const CheckResult& result) {
 
 void CBlockRecorder::RecordBlock(const RequestFacts& facts, const CheckResult& result) {
   if (!result.log) return;
+  WriteEvent(facts, result);
+  TellService(facts, result);
+}
+
+void CBlockRecorder::RecordPartial(const RequestFacts& facts, const CheckResult& note) { WriteEvent(facts, note); }
+
+void CBlockRecorder::WriteEvent(const RequestFacts& facts, const CheckResult& result) {
   const std::string id = EventId(facts);
   const std::string url = WithoutSecrets(facts.raw_url);
   const std::string detail = WithoutSecrets(result.detail);
@@ -53,7 +60,6 @@ void CBlockRecorder::RecordBlock(const RequestFacts& facts, const CheckResult& r
   event.detail = detail;
   event.rule = result.rule;
   log_.Write(event);
-  TellService(facts, result);
 }
 
 void CBlockRecorder::RecordRequest(const RequestFacts& facts, const CheckResult& result) {
