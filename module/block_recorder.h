@@ -29,7 +29,7 @@ class CBlockRecorder final : public IEventRecorder {
   void RecordFailure(std::string_view notification, std::string_view what) noexcept;
 
  private:
-  void TellService(const RequestFacts& facts, const CheckResult& result) noexcept;
+  void TellService(const RequestFacts& facts, const CheckResult& result, std::string_view url) noexcept;
 
   CEventLog log_;
   CServiceLink& service_;

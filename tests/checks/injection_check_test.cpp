@@ -50,7 +50,6 @@ struct Outcome {
 };
 
 Outcome Judge(std::shared_ptr<WebsiteConfig> site, RequestFacts facts) {
-  site->sql.language = site->language;
   facts.config = site;
   facts.library = std::make_shared<InjectionLibrary>(std::vector{Rule("union", "union query", "r1", {"union"})},
                                                      std::vector{Rule("'", "", "k1", {"'"})},
