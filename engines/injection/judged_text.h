@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <string_view>
+#include <type_traits>
 
 #include "common/text.h"
 
@@ -17,7 +18,9 @@ namespace qiv {
 struct JudgedText {
   JudgedText() = default;
   /// A text that is not to be compared without case, or holds no capitals in any byte.
-  JudgedText(std::string_view text) : lowered(text), exact(text) {}  // NOLINT: converting on purpose
+  template <typename Text>
+    requires std::is_convertible_v<const Text&, std::string_view>
+  JudgedText(const Text& text) : lowered(text), exact(text) {}  // NOLINT: converting on purpose
   JudgedText(std::string_view lowered_bytes, std::string_view text) : lowered(lowered_bytes), exact(text) {}
 
   JudgedText Part(TextPlace place) const { return {place.In(lowered), place.In(exact)}; }

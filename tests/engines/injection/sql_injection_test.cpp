@@ -116,7 +116,7 @@ TEST(SqlInjection, TellsWhereItStands) {
       {"a=select 1", false, nullptr, "", ""},
       {"select 1", false, "", "select 1", "select"},
       {"a=/*\n*/an--d\nd\n'--'&b=se/*x\ny*/lect 1", true, nullptr, "", ""},  // the line feed stays
-      {"a=1&b='--'+an/**/d/* */se/*x*/le/**/ct--\n1", true, "b", "'--'+an/**/d/* */se/*x*/le/**/ct--\n1",
+      {"a=1&b='--'+an/**/d+/* */se/*x*/le/**/ct--\n1", true, "b", "'--'+an/**/d+/* */se/*x*/le/**/ct--\n1",
        "se/*x*/le/**/ct"},
       {"a=1\xE9\x46 select 1", true, "a", "1\xE9\x46 select 1", "select"},
       {"a=1\xE9\x66 select 1", true, nullptr, "", ""},      // another character
