@@ -156,6 +156,7 @@ TEST(WebshellScan, SparesOrdinaryCode) {
       "<?php // eval($_POST[1]);\n# system($_GET['c'])\n/* `$_GET[1]` */ echo 'eval($_POST[1])';",
       "<?php usort($list, function ($a, $b) { return $a <=> $b; });",
       "<?php call_user_func([$this, $_GET['action']]);",
+      "<?php foreach ($dirs as $d) { if (is_dir($d)) { foreach (range(1, 3) as $i) { mkdir($d . '/' . $i); } } }",
       "<?php include __DIR__ . '/x.php'; ob_start('ob_gzhandler'); set_error_handler(function ($n, $s) { log($s); });",
       "<?php preg_match('/^(\\w+)$/', $_GET['p'], $m); include 'pages/' . $m[1] . '.php'; $x = __FILE__;",
       "<?php $logo = "
