@@ -77,15 +77,33 @@ class CPhpJudge {
   bool Fill(MessageId name, std::string_view detail, bool suspicious = false) {
     result_ = {};
     result_.name = Message(language_, name);
-    result_.detail = detail;
+    result_.detail = LocalDetail(detail);
     result_.kind = kPhpRuleKind;
     result_.suspicious = suspicious;
     return true;
   }
   bool Fill(MessageId name, MessageId category, MessageId label, std::string_view detail, bool suspicious = false) {
-    Fill(name, std::string(Message(language_, label)) + ": " + std::string(detail), suspicious);
+    Fill(name, detail, suspicious);
+    result_.detail = LabelledDetail(language_, label, result_.detail);
     result_.category = Message(language_, category);
     return true;
+  }
+
+  // A detail is a piece of the file, in the file's encoding, and may be cut inside a character.
+  std::string LocalDetail(std::string_view detail) const {
+    constexpr std::size_t kLongestTail = 3;  // bytes of a character of UTF-8 that may be left
+    if (CCharSet::IsAscii(detail)) return std::string(detail);
+    if (CCharSet::IsValidUtf8(text_)) {
+      for (std::size_t cut = 0; cut <= std::min(kLongestTail, detail.size()); ++cut) {
+        const std::string_view whole = detail.substr(0, detail.size() - cut);
+        if (CCharSet::IsValidUtf8(whole)) return CCharSet::Utf8ToLocal(whole);
+      }
+    }
+    std::size_t end = 0;
+    for (std::size_t next = 0; next < detail.size(); next += CCharSet::CharacterLength(detail, next)) end = next;
+    if (CCharSet::CharacterLength(detail, end) == 2 || !CCharSet::IsLeadByte(static_cast<unsigned char>(detail[end])))
+      end = detail.size();
+    return std::string(detail.substr(0, end));
   }
 
   // Findings that say less than the others come last.
@@ -102,7 +120,7 @@ class CPhpJudge {
         // An unknown function that is given the request: in a program of several files it may be anything.
         if (finding.detail.empty() && !standalone_) return false;
         Fill(MessageId::kBackdoor, finding.detail);
-        ReportHiding(finding, language_, &result_);
+        ReportHiding(finding.kind, finding.way, language_, &result_);
         return true;
       case PhpFindingKind::kInclude:
         return Fill(MessageId::kSuspiciousReference, MessageId::kRiskCharacteristics, MessageId::kLabelFile,

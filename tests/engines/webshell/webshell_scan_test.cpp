@@ -148,6 +148,25 @@ TEST(WebshellScan, NamesFeaturesWithLabels) {
   }
 }
 
+TEST(WebshellScan, GivesDetailsInTheLocalCodePage) {
+  const CQivLibs libs(Language::kChinese);
+  const auto detail = [&](std::string_view text) {
+    WebshellResult result;
+    EXPECT_TRUE(libs.WebshellScan(text, &result)) << text;
+    return CCharSet::LocalToUtf8(result.detail);
+  };
+  const std::string name = "include \"data:,后门\"; // ";
+  EXPECT_EQ(detail("<?php " + name), "data:,后门");
+  EXPECT_EQ(detail("<?php " + CCharSet::Utf8ToLocal(name)), "data:,后门");
+  std::string many = "data:,x";
+  for (int i = 0; i < 40; ++i) many += "后";
+  // 64 bytes of the file, and no half character at their end, whatever the encoding.
+  EXPECT_EQ(detail("<?php include '" + many + "';"), many.substr(0, 7 + 19 * 3));
+  EXPECT_EQ(detail("<?php include '" + CCharSet::Utf8ToLocal(many) + "';"), many.substr(0, 7 + 28 * 3));
+  EXPECT_EQ(detail("<?php $db->sqliteCreateFunction('f', 'system', 1);"), "函数：system");
+  EXPECT_EQ(detail("<?php $f=chr(97).chr(115).chr(115).'ert'; $f($_POST['x']);"), "函数：CHR()");
+}
+
 TEST(WebshellScan, SparesOrdinaryCode) {
   const std::string_view cases[] = {
       "<?php $id = (int)$_GET['id']; $db->exec('delete from t where id=' . $id);",
