@@ -228,7 +228,8 @@ class CPhpJudge {
     std::size_t operators = 0;
     std::size_t words = 0;
     std::size_t blank_names = 0;
-    for (const PhpToken& token : PhpTokens(text_, false)) {
+    CPhpLexer lexer(text_, false);
+    for (PhpToken token; lexer.Next(&token);) {
       const std::string_view name = token.Text(text_);
       const bool letters = std::count_if(name.begin(), name.end(), IsLetter) > 1;
       if (token.kind == PhpTokenKind::kOperator) {
@@ -292,10 +293,12 @@ class CPhpJudge {
   // Variables named in bytes that are no text: not dollar signs in binary strings.
   bool HasForeignNames() const {
     if (CCharSet::IsValidUtf8(text_)) return false;
-    const std::vector<PhpToken> tokens = PhpTokens(text_, false);
-    return static_cast<std::size_t>(std::count_if(tokens.begin(), tokens.end(), [this](const PhpToken& token) {
-             return token.kind == PhpTokenKind::kVariable && static_cast<unsigned char>(token.Text(text_)[0]) >= 0x80;
-           })) >= kMostForeignNames;
+    std::size_t count = 0;
+    CPhpLexer lexer(text_, false);
+    for (PhpToken token; lexer.Next(&token);) {
+      count += token.kind == PhpTokenKind::kVariable && static_cast<unsigned char>(token.Text(text_)[0]) >= 0x80;
+    }
+    return count >= kMostForeignNames;
   }
   static constexpr std::size_t kMostJumps = 20;
   static constexpr std::size_t kLookAlike = 4;          // letters of a name that are hard to tell apart

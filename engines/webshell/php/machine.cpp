@@ -76,7 +76,8 @@ bool IsAssignment(std::uint32_t code) {
 
 }  // namespace
 
-CPhpMachine::CPhpMachine(std::string_view source, bool in_code) : source_(source), tokens_(PhpTokens(source, in_code)) {
+CPhpMachine::CPhpMachine(std::string_view source, bool in_code)
+    : source_(source), in_code_(in_code), tokens_(source, in_code) {
   work_left_ = kWorkAnyway;
   nested_left_ = kWorkAnyway + source.size() * 4;
 }
@@ -120,8 +121,8 @@ void CPhpMachine::Pass() {
   skipped_ = 0;
   PushFrame(FrameKind::kBlock);
   std::size_t earned = 0;  // bytes that the budget was given for
-  for (at_ = 0; at_ < tokens_.size(); ++at_) {
-    const std::size_t end = tokens_[at_].End();
+  for (tokens_ = CPhpTokens(source_, in_code_); tokens_.Advance();) {
+    const std::size_t end = tokens_.At().End();
     if (end > earned) work_left_ += (end - std::exchange(earned, end)) * kWorkPerByte;
     Token();
   }
@@ -129,7 +130,7 @@ void CPhpMachine::Pass() {
 }
 
 void CPhpMachine::Token() {
-  PhpToken& token = tokens_[at_];
+  PhpToken& token = tokens_.At();
   switch (token.kind) {
     case PhpTokenKind::kVariable:
       OnVariable(token);
@@ -332,7 +333,7 @@ void CPhpMachine::OnOperator(const PhpToken& token) {
   }
   if (code == PhpOperator("$") && operand_next_) {  // "$$name", "${...}"
     if (!NextIs("{")) return PushPending({code, kUnary + 1, true});
-    ++at_;
+    tokens_.Advance();
     PushFrame(FrameKind::kVariable);
     return;
   }
@@ -346,10 +347,10 @@ void CPhpMachine::OnOperator(const PhpToken& token) {
 }
 
 void CPhpMachine::Ternary() {
-  if (tokens_[at_].Is("?")) {
+  if (tokens_.At().Is("?")) {
     if (operand_next_) return;  // a nullable type
     if (NextIs(":")) {
-      ++at_;
+      tokens_.Advance();
       return PushOperation(PhpOperator("?\?"), kTernary, false);
     }
     Reduce(kTernary);

@@ -183,11 +183,9 @@ class CPhpMachine {
   void Comma();
   void Arrow();
   bool IsIndexBrace() const;
-  const PhpToken* Next(std::size_t ahead = 1) const {
-    return at_ + ahead < tokens_.size() ? &tokens_[at_ + ahead] : nullptr;
-  }
-  PhpToken* Next(std::size_t ahead = 1) { return at_ + ahead < tokens_.size() ? &tokens_[at_ + ahead] : nullptr; }
-  bool NextIs(std::string_view op, std::size_t ahead = 1) const { return Next(ahead) && Next(ahead)->Is(op); }
+  PhpToken* Next(std::size_t ahead = 1) { return tokens_.Ahead(ahead); }
+  bool NextIs(std::string_view op, std::size_t ahead = 1) { return Next(ahead) && Next(ahead)->Is(op); }
+  bool BeforeIs(std::string_view op) const { return tokens_.Before() != nullptr && tokens_.Before()->Is(op); }
   std::string_view TextOf(const PhpToken& token) const { return token.Text(source_); }
   Frame* PushFrame(FrameKind kind);
   void PushOperand(Operand operand);
@@ -254,10 +252,10 @@ class CPhpMachine {
   std::string_view source_;
   CPhpNames names_;
   std::size_t array_bytes_ = 0;  // held by arrays: outlives them all
-  std::vector<PhpToken> tokens_;
+  bool in_code_;
+  CPhpTokens tokens_;
   std::vector<NameFacts> facts_;  // per name
-  std::size_t at_ = 0;
-  bool operand_next_ = true;  // an operand is expected, not an operator
+  bool operand_next_ = true;      // an operand is expected, not an operator
   int pass_ = 0;
   std::vector<Operand> values_;
   std::vector<Operation> operations_;

@@ -10,9 +10,9 @@
 namespace qiv {
 
 bool CPhpMachine::IsIndexBrace() const {
-  if (operand_next_ || at_ == 0 || frames_.back().in_foreach) return false;
-  const PhpToken& before = tokens_[at_ - 1];
-  return before.kind == PhpTokenKind::kVariable || before.Is("]");
+  const PhpToken* const before = tokens_.Before();
+  if (operand_next_ || before == nullptr || frames_.back().in_foreach) return false;
+  return before->kind == PhpTokenKind::kVariable || before->Is("]");
 }
 
 void CPhpMachine::OpenBracket(char bracket) {
@@ -21,7 +21,7 @@ void CPhpMachine::OpenBracket(char bracket) {
     return;
   }
   if (bracket == '{') {
-    if (at_ > 0 && tokens_[at_ - 1].Is("(") && frames_.back().kind == FrameKind::kCall) {
+    if (BeforeIs("(") && frames_.back().kind == FrameKind::kCall) {
       ++stray_braces_;
       return;
     }
@@ -51,7 +51,8 @@ void CPhpMachine::OpenBracket(char bracket) {
     const bool plain = type == "string" || type == "array" || type == "object" || type == "binary";
     if (plain || type == "int" || type == "integer" || type == "bool" || type == "boolean" || type == "float" ||
         type == "double") {
-      at_ += 2;
+      tokens_.Advance();
+      tokens_.Advance();
       PushPending({plain ? kPlainCast : kNumberCast, kUnary, true});
       return;
     }

@@ -234,8 +234,8 @@ void CPhpMachine::Increment(std::uint32_t code, bool prefix) {
     PushPending({code, kUnary, true});
     if (!Next() || Next()->kind != PhpTokenKind::kVariable) return;
     operations_.pop_back();
-    ++at_;
-    OnVariable(tokens_[at_]);
+    tokens_.Advance();
+    OnVariable(tokens_.At());
   }
   if (values_.size() <= frames_.back().values) return;
   Operand& operand = values_.back();
