@@ -43,6 +43,7 @@ class CFlowBudget {
   void Give(std::size_t bytes) { held_ -= bytes; }
   /// Bytes that can still be taken.
   std::size_t Room() const { return room_ - std::min(room_, held_); }
+  bool HasRoom(std::size_t bytes) const { return bytes <= Room(); }
   bool IsOverdrawn() const { return held_ > room_; }
 
  private:

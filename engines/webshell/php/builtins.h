@@ -48,8 +48,8 @@ bool IsRemoteAddress(std::string_view text);
 bool IsPhpRunner(std::string_view lower_name);
 
 /// What the function gives for arguments whose texts are known; a value without text when it cannot be told.
-/// `limit`: the most bytes the text may have.
-PhpValue EvaluatePhpFunction(std::string_view lower_name, std::span<const PhpValue> arguments, std::size_t limit);
+/// What it makes is paid for from the budget as it is made, and not made beyond it.
+PhpValue EvaluatePhpFunction(std::string_view lower_name, std::span<const PhpValue> arguments, CFlowBudget* budget);
 
 /// The text that an argument stands for ("Array" for an array, digits for a number), if it is known.
 bool PhpTextOf(const PhpValue& value, std::string* text);

@@ -106,17 +106,18 @@ void CPhpMachine::OnName(PhpToken& token) {
   if (NextIs("(") && NextIs("...", 2) && NextIs(")", 3)) {  // the function itself as a value
     for (int i = 0; i < 3; ++i) tokens_.Advance();
     operand.is_name = false;
-    operand.value = PhpValue::OfText(std::string(lower));
+    operand.value = Made(std::string(lower));
     return PushOperand(std::move(operand));
   }
   if (lower.starts_with("__") && lower.ends_with("__")) {  // what PHP fills in
     if (lower == "__file__") operand.value.origin = kOwnFile;
     if (lower == "__function__" && function_ != 0) {
-      operand.value = PhpValue::OfText(std::string(names_.Text(functions_[function_ - 1].name)));
+      operand.value = Made(std::string(names_.Text(functions_[function_ - 1].name)));
     }
   } else if (!operand.is_name && word != PhpWord::kBoolean) {
-    const Variable& constant = variables_[KeyIn(kConstScope, name) - 1];
-    operand.value = constant.assigned ? constant.value : PhpValue::OfLasting(word == PhpWord::kNull ? "" : text);
+    const VariableKey key = KeyIn(kConstScope, name);
+    const bool is_constant = key != 0 && variables_[key - 1].assigned;
+    operand.value = is_constant ? variables_[key - 1].value : PhpValue::OfLasting(word == PhpWord::kNull ? "" : text);
   }
   PushOperand(std::move(operand));
 }
@@ -139,7 +140,7 @@ void CPhpMachine::OnNumber(std::string_view text) {
 }
 
 void CPhpMachine::Prefix(std::uint32_t code) {
-  PushPending({code, kPrefixWord, true});
+  PushPending(code, kPrefixWord, true);
   operand_next_ = true;
 }
 
@@ -193,7 +194,7 @@ bool CPhpMachine::OnKeyword(PhpWord word) {
       Reduce(kLowest);
       const Operand list = PopOperand();
       if (frames_.back().kind == FrameKind::kParen) {
-        frames_.back().element = Each(list.value);
+        if (FrameValues* const more = MoreOf(frames_.back())) more->element = Each(list.value);
         frames_.back().in_foreach = true;
       }
       operand_next_ = true;
@@ -246,16 +247,25 @@ bool CPhpMachine::OnStructure(PhpWord word) {
   }
 }
 
+// The number of the function that begins here; those that find no room count as one with the last.
+std::uint32_t CPhpMachine::NextFunction() {
+  const std::uint32_t number = next_function_;
+  if (number == functions_.size()) {
+    if (number != 0 && !budget_.Take(sizeof(Function) + 64)) return number - 1;
+    functions_.emplace_back();
+  }
+  if (next_function_ + 1 < kMostFunctions) ++next_function_;
+  return number;
+}
+
 // "fn (parameters) => expression": the expression is walked where it stands.
 void CPhpMachine::ArrowFunction() {
-  const std::uint32_t number = next_function_;
-  if (next_function_ + 1 < kMostFunctions) ++next_function_;
-  if (number == functions_.size()) functions_.emplace_back();
+  const std::uint32_t number = NextFunction();
   Function& function = functions_[number];
   function.parameters.clear();
   while (Next() && !NextIs("=>") && !NextIs(";")) {
     tokens_.Advance();
-    if (tokens_.At().kind == PhpTokenKind::kVariable && function.parameters.size() < kMostParameters) {
+    if (tokens_.At().kind == PhpTokenKind::kVariable && HasRoomForParameter(function, function.parameters.size())) {
       function.parameters.push_back(NameOf(tokens_.At()));
     }
   }
@@ -277,9 +287,7 @@ void CPhpMachine::Declaration(bool is_closure) {
     tokens_.Advance();
     name = names_.Lower(NameOf(tokens_.At()));
   }
-  const std::uint32_t number = next_function_;
-  if (next_function_ + 1 < kMostFunctions) ++next_function_;
-  if (number == functions_.size()) functions_.emplace_back();
+  const std::uint32_t number = NextFunction();
   std::vector<PhpName> parameters;
   int depth = 0;
   bool in_use = false;
@@ -293,7 +301,7 @@ void CPhpMachine::Declaration(bool is_closure) {
     if (token.kind == PhpTokenKind::kName && depth == 0 && TextOf(token) == "use") in_use = true;
     if (token.kind == PhpTokenKind::kVariable && depth == 1) {
       std::vector<PhpName>& list = in_use ? used : parameters;
-      if (list.size() < kMostParameters) {
+      if (in_use ? list.size() < kMostParameters : HasRoomForParameter(functions_[number], list.size())) {
         list.push_back(NameOf(token));
         if (!in_use) by_reference.push_back(BeforeIs("&"));
       }
