@@ -199,7 +199,8 @@ void CPhpMachine::StoreElement(const Operand& target, const PhpValue& value) {
   if (known_index && Spend(array.size() / 2)) element = const_cast<PhpValue*>(array.Find(target.index));
   if (element != nullptr) {
     array.Set(element, value);
-  } else if (array.size() < kMostElements) {
+  } else if (array.size() < kMostElements &&
+             (array.size() < array.elements.capacity() || budget_.HasRoom(PhpArray::RoomFor(2 * array.size() + 1)))) {
     array.Add(known_index ? target.index : NameOfNumber(array.size()), value);
   }
   if (!Account(&array)) whole.array = {};
