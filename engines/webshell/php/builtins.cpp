@@ -17,7 +17,11 @@ namespace {
 
 using Kind = PhpFunctionKind;
 
-// The functions of PHP's manual that matter here.
+constexpr auto kDangerous = PhpFunction::kDangerous;
+constexpr auto kTool = PhpFunction::kTool;
+constexpr auto kMeasure = PhpFunction::kMeasure;
+constexpr auto kPlain = PhpFunction::kPlain;
+
 constexpr PhpFunction kFunctions[] = {
 #include "engines/webshell/php/functions.inc"
 };
@@ -247,26 +251,6 @@ std::string Format(const Texts& t, CFlowBudget* budget) {
   return text;
 }
 
-HidingWay WayOf(std::string_view name) {
-  if (name == "base64_decode") return HidingWay::kBase64;
-  if (name == "urldecode" || name == "rawurldecode") return HidingWay::kUrl;
-  if (name == "str_replace" || name == "str_ireplace" || name == "strtr" || name == "substr_replace") {
-    return HidingWay::kReplacement;
-  }
-  if (name == "strrev") return HidingWay::kReversed;
-  if (name == "chr") return HidingWay::kCharacterCodes;
-  if (name == "implode" || name == "join" || name == "sprintf") return HidingWay::kConcatenation;
-  if (name == "substr" || name == "pack" || name == "hex2bin") return HidingWay::kCharacters;
-  return HidingWay::kOther;
-}
-
-// Functions that leave a plain text plain: their result hides nothing that was not hidden before.
-bool IsPlainPass(std::string_view name) {
-  return name == "trim" || name == "ltrim" || name == "rtrim" || name == "strtolower" || name == "strtoupper" ||
-         name == "ucfirst" || name == "lcfirst" || name == "strval" || name == "basename" || name == "explode" ||
-         name == "array_values";
-}
-
 // Text to text, with the texts of all arguments known. False: not one of these.
 bool TextFunction(std::string_view name, const Texts& t, CFlowBudget* budget, std::string* text) {
   const std::string_view s = t[0];
@@ -324,28 +308,11 @@ const PhpFunction* FindPhpFunction(std::string_view name) {
   return found == Functions().end() ? nullptr : found->second;
 }
 
-bool IsDangerousName(std::string_view name) {
-  if (name == "copy" || name == "rename" || name == "file" || name == "exec" || name == "fopen") return name == "exec";
+std::span<const PhpFunction> PhpFunctions() { return kFunctions; }
+
+bool IsPhpFunction(std::string_view name, PhpFunction::Flag flag) {
   const PhpFunction* const function = FindPhpFunction(name);
-  if (function == nullptr) return false;
-  switch (function->kind) {
-    case Kind::kCode:
-    case Kind::kCommand:
-    case Kind::kMakeCode:
-    case Kind::kWrite:
-    case Kind::kDecode:
-      return name != "pack" && name != "urldecode" && name != "rawurldecode";
-    case Kind::kCallback:
-      return name.starts_with("call_user") || name.starts_with("array_map") || name.starts_with("array_filter");
-    case Kind::kPattern:
-      return name == "preg_replace";
-    case Kind::kMove:
-      return name == "move_uploaded_file";
-    case Kind::kRead:
-      return name == "file_get_contents" || name == "curl_exec";
-    default:
-      return false;
-  }
+  return function != nullptr && function->Is(flag);
 }
 
 bool IsRemoteAddress(std::string_view text) {
@@ -408,9 +375,10 @@ PhpValue EvaluatePhpFunction(std::string_view name, std::span<const PhpValue> ar
     result.text = CPhpText(std::move(text));
     result.text.Hold(budget);
   }
-  if (!IsPlainPass(name)) {
+  const PhpFunction* const function = FindPhpFunction(name);
+  if (function == nullptr || !function->Is(kPlain)) {
     result.origin |= kComputed;
-    if (result.way == HidingWay::kNone) result.way = WayOf(name);
+    if (result.way == HidingWay::kNone) result.way = function != nullptr ? function->way : HidingWay::kOther;
   }
   return result;
 }

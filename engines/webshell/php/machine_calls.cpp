@@ -1,6 +1,5 @@
 // What calls give, and what they give away.
 #include <algorithm>
-#include <array>
 #include <utility>
 
 #include "common/char_set.h"
@@ -16,68 +15,6 @@ constexpr std::size_t kShortestFunction = 3;  // letters in the name of a functi
 bool HoldsCode(std::string_view text) {
   return text.find('(') != std::string_view::npos || text.find("<?") != std::string_view::npos ||
          text.find('`') != std::string_view::npos;
-}
-
-// What gives back a number or a digest of what it is given.
-bool IsMeasure(std::string_view name) {
-  constexpr std::array<std::string_view, 22> kMeasures = {
-      "intval", "floatval", "doubleval",    "boolval",    "count",     "sizeof",       "strlen", "md5",
-      "sha1",   "crc32",    "hash",         "abs",        "round",     "floor",        "ceil",   "strpos",
-      "max",    "min",      "array_search", "strcasecmp", "strtotime", "number_format"};
-  return name.starts_with("is_") || std::find(kMeasures.begin(), kMeasures.end(), name) != kMeasures.end();
-}
-
-// Functions whose argument becomes (a part of) what another argument is given back.
-struct GivesBack {
-  std::string_view name;
-  std::size_t from;
-  std::size_t to;
-};
-constexpr GivesBack kGivesBack[] = {{"preg_match", 1, 2},
-                                    {"preg_match_all", 1, 2},
-                                    {"ereg", 1, 2},
-                                    {"eregi", 1, 2},
-                                    {"mb_ereg", 1, 2},
-                                    {"mb_eregi", 1, 2},
-                                    {"parse_str", 0, 1},
-                                    {"mb_parse_str", 0, 1},
-                                    {"sscanf", 0, 2},
-                                    {"openssl_public_decrypt", 0, 1},
-                                    {"openssl_private_decrypt", 0, 1},
-                                    {"similar_text", 0, 2}};
-
-// What works on files, folders, hosts or databases.
-bool IsToolFunction(std::string_view name) {
-  constexpr std::array<std::string_view, 29> kTools = {"file_get_contents",
-                                                       "readfile",
-                                                       "file",
-                                                       "fopen",
-                                                       "highlight_file",
-                                                       "show_source",
-                                                       "opendir",
-                                                       "scandir",
-                                                       "dir",
-                                                       "glob",
-                                                       "unlink",
-                                                       "rmdir",
-                                                       "mkdir",
-                                                       "chmod",
-                                                       "rename",
-                                                       "copy",
-                                                       "touch",
-                                                       "symlink",
-                                                       "fsockopen",
-                                                       "pfsockopen",
-                                                       "curl_setopt",
-                                                       "curl_init",
-                                                       "mysql_query",
-                                                       "mysql_connect",
-                                                       "mysqli_query",
-                                                       "chdir",
-                                                       "fputs",
-                                                       "fwrite",
-                                                       "mysqli_connect"};
-  return std::find(kTools.begin(), kTools.end(), name) != kTools.end();
 }
 
 // Whether the regular expression's modifiers hold "e": its replacement is code.
@@ -161,7 +98,9 @@ PhpValue CPhpMachine::Call(const Frame& frame, const Operand& called_value, std:
   if (callee.HasText()) {
     const std::string name = CalledName(callee);
     const bool no_name = callee.Has(kComputed) || name.size() < kShortestFunction;
-    if (no_name && !FindPhpFunction(name) && !FindUser(name) && AnyHas(arguments, kWholeRequest)) {
+    const PhpFunction* const known = FindPhpFunction(name);
+    const bool is_known = (known != nullptr && known->kind != PhpFunctionKind::kOther) || FindUser(name) != nullptr;
+    if (no_name && !is_known && AnyHas(arguments, kWholeRequest)) {
       Report(PhpFindingKind::kHidden, "", callee.way);
     }
     return CallNamed(name, arguments, callee.Has(kComputed), callee.way);
@@ -182,15 +121,18 @@ PhpValue CPhpMachine::Call(const Frame& frame, const Operand& called_value, std:
 void CPhpMachine::GiveBack(const Frame& frame) {
   const std::span<const VariableKey> keys = std::span(argument_keys_).subspan(frame.arguments);
   const std::span<const PhpValue> values = std::span(arguments_).subspan(frame.arguments);
-  for (const GivesBack& row : kGivesBack) {
-    if (row.name != names_.Text(frame.callee_name) || keys.size() <= std::max(row.from, row.to) || keys[row.to] == 0)
-      continue;
-    PhpValue given;
-    given.origin = values[row.from].origin & (kFromRequest | kServerList | kDecoded | kFromNetwork);
-    if (row.name.ends_with("decrypt")) given.origin |= kDecoded;
-    if (row.name.ends_with("parse_str")) given.origin = values[row.from].origin & kRequest;
-    if (given.origin != 0) Store(keys[row.to], given, false);
-    return;
+  const PhpFunction* const known = FindPhpFunction(names_.Text(frame.callee_name));
+  if (known != nullptr && known->to >= 0) {
+    const auto from = static_cast<std::size_t>(known->from);
+    const auto to = static_cast<std::size_t>(known->to);
+    if (keys.size() > std::max(from, to) && keys[to] != 0) {
+      PhpValue given;
+      given.origin = values[from].origin & (kFromRequest | kServerList | kDecoded | kFromNetwork);
+      if (known->kind == PhpFunctionKind::kDecode) given.origin |= kDecoded;
+      if (known->kind == PhpFunctionKind::kExtract) given.origin = values[from].origin & kRequest;
+      if (given.origin != 0) Store(keys[to], given, false);
+      return;
+    }
   }
   const Function* const function = FindUser(frame.callee_name);
   if (function == nullptr) return;
@@ -204,7 +146,8 @@ void CPhpMachine::GiveBack(const Frame& frame) {
 }
 
 PhpValue CPhpMachine::CallNamed(std::string_view name, std::span<PhpValue> arguments, bool hidden, HidingWay way) {
-  if (hidden && IsDangerousName(name) && !arguments.empty()) Report(PhpFindingKind::kHidden, name, way);
+  if (hidden && IsPhpFunction(name, PhpFunction::kDangerous) && !arguments.empty())
+    Report(PhpFindingKind::kHidden, name, way);
   if (name.starts_with(kMadeFunction)) return CallMade(name, arguments);
   if (Function* const user = FindUser(name)) {
     PhpValue result = CallUser(*user, arguments);
@@ -218,7 +161,8 @@ PhpValue CPhpMachine::CallNamed(std::string_view name, std::span<PhpValue> argum
     Report(PhpFindingKind::kBackdoor, name);
   }
   if ((name == "trigger_error" || name == "user_error") && !arguments.empty()) RunHandlers(arguments[0]);
-  if (IsToolFunction(name) && !arguments.empty() &&
+  const PhpFunction* const function = FindPhpFunction(name);
+  if (function != nullptr && function->Is(PhpFunction::kTool) && !arguments.empty() &&
       AnyHas(arguments.first(std::min<std::size_t>(arguments.size(), name == "curl_setopt" ? 3 : 2)), kWholeRequest)) {
     Report(PhpFindingKind::kTool, name);
   }
@@ -227,8 +171,7 @@ PhpValue CPhpMachine::CallNamed(std::string_view name, std::span<PhpValue> argum
                   [](const PhpValue& value) { return value.Has(kRemotePath) && value.Has(kFromRequest); })) {
     Report(PhpFindingKind::kTool, name);
   }
-  const PhpFunction* const function = FindPhpFunction(name);
-  if (function != nullptr) return CallKnown(*function, arguments);
+  if (function != nullptr && function->kind != PhpFunctionKind::kOther) return CallKnown(*function, arguments);
   if (name == "define" && arguments.size() >= 2 && arguments[0].HasText()) {
     Store(KeyIn(kConstScope, NameOf(arguments[0].Text())), arguments[1], false);
     return {};
@@ -263,7 +206,10 @@ PhpValue CPhpMachine::CallNamed(std::string_view name, std::span<PhpValue> argum
   }
   PhpValue value;
   if (name == "unserialize" && AnyHas(arguments, kFromRequest)) value.origin |= kFromRequest;
-  if (AnyHas(arguments, kFromRequest | kDerived) && !IsMeasure(name)) value.origin |= kDerived;
+  if (AnyHas(arguments, kFromRequest | kDerived) && !name.starts_with("is_") &&
+      (function == nullptr || !function->Is(PhpFunction::kMeasure))) {
+    value.origin |= kDerived;
+  }
   return value;
 }
 
@@ -438,7 +384,8 @@ PhpValue CPhpMachine::RunCallback(const PhpFunction& function, std::span<PhpValu
     const std::string name = CalledName(callback);
     if (name.starts_with(kMadeFunction)) return CallMade(name, arguments);
     if (function.name == "fromcallable" || function.name == "reflectionfunction") return callback;
-    if (callback.Has(kComputed) && IsDangerousName(name)) Report(PhpFindingKind::kHidden, name, callback.way);
+    if (callback.Has(kComputed) && IsPhpFunction(name, PhpFunction::kDangerous))
+      Report(PhpFindingKind::kHidden, name, callback.way);
     const bool output = function.name == "ob_start" || function.name.starts_with("set_e") ||
                         function.name == "spl_autoload_register" || function.name == "header_register_callback";
     if (IsPhpRunner(name) && (output || AnyHas(arguments, kFromRequest))) Report(PhpFindingKind::kBackdoor, name);

@@ -6,8 +6,10 @@
 #include <string>
 #include <string_view>
 
+#include "common/char_set.h"
 #include "common/text.h"
 #include "engines/webshell/decoding/decoders.h"
+#include "engines/webshell/php/builtins.h"
 #include "engines/webshell/webshell_scan.h"
 #include "tests/engines/text_generator.h"
 
@@ -68,6 +70,15 @@ TEST(PhpCases, AreReportedAsTheirLinesSay) {
     ++cases;
   }
   ASSERT_GT(cases, 0);
+}
+
+TEST(PhpFunctions, EachRowIsFoundByItsName) {
+  for (const PhpFunction& function : PhpFunctions()) {
+    EXPECT_EQ(FindPhpFunction(function.name), &function) << function.name << " stands twice";
+    EXPECT_EQ(CCharSet::LowerAscii(function.name), function.name);
+    EXPECT_EQ(function.from < 0, function.to < 0) << function.name;
+  }
+  EXPECT_EQ(FindPhpFunction("eval "), nullptr);
 }
 
 }  // namespace
