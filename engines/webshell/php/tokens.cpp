@@ -216,8 +216,10 @@ void CPhpLexer::HereDocument() {
   const char quote = p < source_.size() && (source_[p] == '\'' || source_[p] == '"') ? source_[p++] : '\0';
   const std::size_t name_end = NameEnd(p);
   const std::string_view name = source_.substr(p, name_end - p);
+  if (name.empty() || last_line_) return Operator();
   std::size_t line = source_.find('\n', name_end);
-  if (name.empty() || line == std::string_view::npos) return Operator();
+  last_line_ = line == std::string_view::npos;  // none is looked for again
+  if (last_line_) return Operator();
   const std::size_t begin = line + 1;
   std::size_t end = source_.size();
   std::size_t after = end;

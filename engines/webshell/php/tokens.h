@@ -71,7 +71,8 @@ class CPhpLexer {
   std::string_view source_;
   std::size_t at_ = 0;
   bool in_code_;
-  bool script_ = false;  // inside "<script language=php>"
+  bool last_line_ = false;  // no line ends behind here
+  bool script_ = false;     // inside "<script language=php>"
   PhpToken* token_ = nullptr;
   bool made_ = false;
 };
