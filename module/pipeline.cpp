@@ -10,7 +10,7 @@
 #include "module/page_writer.h"
 #include "module/response_hardening.h"
 #include "module/response_reader.h"
-#include "module/secrets.h"
+#include "common/secrets.h"
 #include "port/clock.h"
 
 namespace qiv {

@@ -56,7 +56,7 @@ CSignatureLibrary::CSignatureLibrary(Parts parts)
     order_.push_back(r);
     for (const std::string& term : rule.terms) rule_terms_[r].push_back(number_of(term));
     for (const std::string& term : rule.excluded) rule_terms_[r].push_back(number_of(term));
-    if (rule.kind != PatternKind::kSequence && rule.kind != PatternKind::kNearSequence) continue;
+    if (!rule.in_order) continue;
     const bool near = rule.kind == PatternKind::kNearSequence;
     ordered_of_rule_[r] = static_cast<std::uint32_t>(ordered_.size());
     ordered_.push_back(
@@ -124,11 +124,9 @@ class CSignatureLibrary::CSearch {
 
   bool Hits(std::uint32_t rule) const {
     const SignatureRule& pattern = library_.rules_[rule];
-    if (pattern.kind == PatternKind::kSequence || pattern.kind == PatternKind::kNearSequence) {
-      return progress_[library_.ordered_of_rule_[rule]].hit;
-    }
+    if (pattern.in_order && !progress_[library_.ordered_of_rule_[rule]].hit) return false;
     const std::vector<std::uint32_t>& terms = library_.rule_terms_[rule];
-    for (std::size_t i = 0; i < terms.size(); ++i) {
+    for (std::size_t i = pattern.in_order ? pattern.terms.size() : 0; i < terms.size(); ++i) {
       if ((seen_[terms[i]] != 0) != (i < pattern.terms.size())) return false;
     }
     return true;

