@@ -128,6 +128,9 @@ TEST(Qivctl, InitMakesAnInstallationThatLoads) {
     } else {
       ASSERT_EQ(status, ConfigStatus::kLoaded);
       EXPECT_EQ(config.language, Language::kChinese);
+      EXPECT_TRUE(config.page.complete_page);
+      EXPECT_NE(config.page.content.find("<html lang=\"zh-CN\">"), std::string::npos);
+      EXPECT_NE(config.page.content.find("{{event_id}}"), std::string::npos);
       EXPECT_FALSE(config.get_rules.Empty());
       EXPECT_FALSE(config.post_rules.Empty());
       EXPECT_FALSE(config.header_rules.Empty());
@@ -148,6 +151,28 @@ TEST(Qivctl, InitMakesAnInstallationThatLoads) {
     EXPECT_EQ(Qivctl(command + " --force").exit_code, 0);
     EXPECT_NE(Content(module + "/settings.json"), "mine");
   }
+}
+
+TEST(Qivctl, ShowsTheEventThatAVisitorQuotes) {
+  const CTemporaryDirectory directory;
+  MakeDirectories(directory.Path("config"));
+  MakeDirectories(directory.Path("debug"));
+  const auto line = [](const std::string& id, const std::string& reason) {
+    return R"({"event_id":")" + id + R"(","client":"1.2.3.4","status":403,"rule":"","reason":")" + reason + "\"}\n";
+  };
+  const std::string log = directory.Path("debug/_log.log");
+  const std::string id = "00000000000000a";
+  ReplaceFile(log, line(id + "1", "new") + line(id + "2", "\\u001b[2J\\u009b\\n\xE4\xB8\xAD"));
+  ReplaceFile(log + ".4", std::string(5 << 20, ' ') + "\n" + line(id + "3", "old") + line(id + "4", "last"));
+  const std::string config = " --config " + directory.Path("config");
+  EXPECT_EQ(Qivctl("event " + id + "1" + config).output,
+            "event_id    " + id + "1\nclient      1.2.3.4\nstatus      403\nreason      new\n");
+  EXPECT_NE(Qivctl("event " + id + "2" + config).output.find("reason       [2J   \xE4\xB8\xAD\n"), std::string::npos);
+  EXPECT_EQ(Qivctl("event --json 00000000000000A3" + config).output, line(id + "3", "old"));
+  EXPECT_EQ(Qivctl("event '" + id + "4 '" + config).exit_code, 0);
+  EXPECT_EQ(Qivctl("event " + id + "5" + config).exit_code, 1);
+  EXPECT_EQ(Qivctl("event '\",'" + config).exit_code, 2);
+  EXPECT_EQ(Qivctl("event " + id + "1 --config " + directory.Path("debug")).exit_code, 2);
 }
 
 TEST(Qivctl, LibrariesGoThereAndBack) {
