@@ -55,7 +55,7 @@ constexpr ConfigKey kScalarKeys[] = {
      "count."},
     {"", "website_on_servers", KeyType::kFlag, "The website is protected; off, the configuration is refused."},
     {"website_other", "sys_temp_time", KeyType::kDigits,
-     "How long temporary grants and locks last, in minutes; 720 when missing or not all digits."},
+     "How long temporary grants and locks last, in minutes; 720 when missing, 0 or not all digits."},
     {"website_other", "trojan_freecode", KeyType::kRules, "Code that is never taken for a webshell."},
     {"website_other", "trojan_usertrojan", KeyType::kRules, "The site's own webshell signatures."},
     {"website_other", "sys_trust_ip", KeyType::kList,
