@@ -38,8 +38,9 @@ class CAttackCounter {
   enum class OnTrigger { kKeep, kRemove };
 
   /// Counts an attack. True when the client has reached the limit in the current period: the attack that reaches it (a
-  /// limit of 1: the first), and every one after it, which is no longer counted. With kRemove a client that triggers starts anew, in the same
-  /// step. `text` is kept when it is not empty. *just_reached tells the first of these from the others.
+  /// limit of 1: the first), and every one after it, which is no longer counted. With kRemove a client that triggers
+  /// starts anew, in the same step. `text` is kept when it is not empty. *just_reached tells the first of these from
+  /// the others.
   bool Count(const CIpAddress& client, std::string_view text, OnTrigger on_trigger, bool* just_reached = nullptr);
 
   /// Whether the client has reached the limit in the current period.

@@ -36,7 +36,7 @@ CServiceLink::~CServiceLink() {
 
 bool CServiceLink::OnServiceTick(std::int64_t now) {
   const bool reloaded = Guarded([&] { return libraries_.ReloadChanged(); });
-  Guarded([&] { return exchange_.ReadLists(now); });
+  Guarded([&] { return exchange_.LookAtLists(now); });
   Guarded([&] {
     exchange_.FlushIfDue(now);
     return true;
@@ -48,6 +48,10 @@ void CServiceLink::OnReloaded(std::int64_t) { checks_.OnConfigLoaded(*config_.Cu
 
 void CServiceLink::ReadLists() noexcept {
   Guarded([&] { return exchange_.ReadLists(UnixSeconds()); });
+}
+
+void CServiceLink::AfterRequest() noexcept {
+  Guarded([&] { return exchange_.ContinueReading(UnixSeconds()); });
 }
 
 void CServiceLink::Finish() noexcept {

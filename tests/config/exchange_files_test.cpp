@@ -117,6 +117,67 @@ TEST_F(ExchangeFiles, TakesTheGoodLinesWhateverStandsBetweenThem) {
   EXPECT_EQ(files_.Find(ClientList::kDeny, Ip("1.0.0.2"), now_)->detail, "");
 }
 
+TEST_F(ExchangeFiles, AnIpv6ClientIsDeniedWithItsNeighbours) {
+  WriteIn(Enciphered(
+      {"denylist\tadd\tIIS\t2001:db8:0:1::7\t1000\t9000\ta", "denylist\tadd\tIIS\t2001:db8:0:2::\t1000\t9000\tb",
+       "denylist\tadd\tIIS\t::ffff:1.2.3.4\t1000\t9000\tc", "authlist\tadd\tIIS\t2001:db8:0:1::7\t1000\t9000\td"}));
+  ASSERT_TRUE(Read());
+  for (const char* ip : {"2001:db8:0:1::7", "2001:db8:0:1:ffff::", "2001:db8:0:2::1", "1.2.3.4"}) {
+    EXPECT_TRUE(IsDenied(ip)) << ip;
+  }
+  for (const char* ip : {"2001:db8::7", "2001:db8:0:3::", "1.2.3.5"}) EXPECT_FALSE(IsDenied(ip)) << ip;
+  EXPECT_TRUE(files_.IsListed(ClientList::kAuth, Ip("2001:db8:0:1::7"), now_));
+  EXPECT_FALSE(files_.IsListed(ClientList::kAuth, Ip("2001:db8:0:1::8"), now_));
+}
+
+/// Enough clients from `first` on for a file that is not read at once.
+std::string LongList(std::uint32_t first) {
+  std::string text;
+  for (std::uint32_t i = 0; text.size() < 3 * CExchangeFiles::kSliceBytes; ++i) {
+    text += EncipherLine("denylist\tadd\tIIS\t" + CIpAddress::FromIpv4(first + i).Text() + "\t1000\t9000\ta");
+  }
+  return text;
+}
+
+TEST_F(ExchangeFiles, ALongListComesIntoForceWhenItIsWhole) {
+  constexpr std::uint32_t kOld = 0x01000000;
+  constexpr std::uint32_t kNew = 0x02000000;
+  const auto denied = [&](std::uint32_t ip) {
+    return files_.IsListed(ClientList::kDeny, CIpAddress::FromIpv4(ip), now_);
+  };
+  WriteIn(LongList(kOld));
+  ASSERT_TRUE(Read()) << "at the start it is read whole";
+  const std::size_t clients = Denied();
+  WriteIn(LongList(kNew));
+  EXPECT_FALSE(files_.LookAtLists(now_ += 2));
+  int slices = 1;
+  for (; !files_.ContinueReading(now_); ++slices) {
+    ASSERT_LT(slices, 20);
+    EXPECT_EQ(Denied(), clients);
+    EXPECT_TRUE(denied(kOld) && !denied(kNew));
+    // Written anew meanwhile: what was begun is finished first.
+    if (slices == 2) WriteIn(LongList(kOld));
+    EXPECT_FALSE(files_.LookAtLists(now_ += 2));
+  }
+  EXPECT_GT(slices, 2);
+  EXPECT_TRUE(denied(kNew) && !denied(kOld));
+  EXPECT_FALSE(files_.ContinueReading(now_)) << "not begun yet";
+  EXPECT_FALSE(files_.LookAtLists(now_ += 2));
+  while (!files_.ContinueReading(now_)) {
+  }
+  EXPECT_TRUE(denied(kOld) && !denied(kNew));
+
+  // An emptied list is taken at once, and what was being read never comes back.
+  WriteIn(LongList(kNew));
+  EXPECT_FALSE(files_.LookAtLists(now_ += 2));
+  EXPECT_FALSE(files_.ContinueReading(now_));
+  WriteIn("123456789");
+  EXPECT_TRUE(files_.LookAtLists(now_ += 2));
+  EXPECT_EQ(Denied(), 0U);
+  EXPECT_FALSE(files_.ContinueReading(now_));
+  EXPECT_EQ(Denied(), 0U);
+}
+
 TEST_F(ExchangeFiles, ReadsOnePieceAndOnePieceALineAlike) {
   const Lines lines = {"denylist\tadd\tIIS\t1.0.0.1\t1000\t9000\ta", "authlist\tadd\tIIS\t1.0.0.2\t1000\t9000\tb"};
   const std::string one_line = Enciphered({lines[1]});
@@ -284,30 +345,41 @@ TEST_F(ExchangeFiles, AFullQueueLosesNothing) {
 }
 
 TEST_F(ExchangeFiles, ReadersSeeWholeTablesDuringRebuilds) {
-  // Every content lists both clients or neither.
-  const std::string both =
-      Enciphered({"denylist\tadd\tIIS\t1.0.0.1\t1000\t9000\ta", "denylist\tadd\tIIS\t2001:db8::1\t1000\t9000\tb"});
+  // Every content lists both clients, which a long one holds far apart, or neither.
+  const std::string first = Enciphered({"denylist\tadd\tIIS\t1.0.0.1\t1000\t9000\ta"});
+  const std::string last = Enciphered({"denylist\tadd\tIIS\t2001:db8::1\t1000\t9000\tb"});
+  const std::string long_list = LongList(0x02000000);
+  const std::string contents[] = {first + last, "", first + long_list + last, long_list, ""};
   std::atomic<bool> stop{false};
+  std::atomic<std::int64_t> now{now_};
   std::atomic<int> torn{0};
   std::vector<std::thread> threads;
   for (int i = 0; i < 4; ++i) {
     threads.emplace_back([&] {
       while (!stop) {
         const auto table = files_.deny_table().Get();
-        if (table->Find(Ip("1.0.0.1")).has_value() != table->Find(Ip("2001:db8::1")).has_value()) ++torn;
+        if (table->Find(Ip("1.0.0.1")).has_value() != table->Find(Ip("2001:db8::")).has_value()) ++torn;
         files_.CountStatistics("invade", "1.2.3.4", "-");
+        files_.LookAtLists(now);
+        files_.ContinueReading(now);
       }
     });
   }
-  for (int round = 0; round < 200; ++round) {
-    WriteIn(round % 2 == 0 ? both : "");
-    EXPECT_TRUE(Read());
-    EXPECT_EQ(Denied(), round % 2 == 0 ? 2U : 0U);
+  for (int round = 0; round < 60; ++round) {
+    WriteIn(contents[round % 5]);
+    now += 2;
+    std::this_thread::sleep_for(std::chrono::milliseconds(round % 7));
     files_.Flush();
+  }
+  WriteIn(first + long_list + last);
+  while (!IsDenied("1.0.0.1") || Denied() < 3) {
+    now += 2;
+    std::this_thread::yield();
   }
   stop = true;
   for (std::thread& thread : threads) thread.join();
   EXPECT_EQ(torn, 0);
+  EXPECT_TRUE(IsDenied("2001:db8::1"));
 }
 
 }  // namespace
