@@ -188,7 +188,7 @@ bool CExchangeFiles::Count(CLineQueue* queue, const std::string& line) { return 
 bool CExchangeFiles::Append(std::string_view plain_line) {
   const std::string line = EncipherLine(plain_line);
   const CAutoLock lock(out_file_lock_);
-  return HasRoom() && AppendToFile(out_log_, line);
+  return HasRoom() && AppendLine(out_log_, line);
 }
 
 bool CExchangeFiles::HasRoom() {
