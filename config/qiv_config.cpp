@@ -37,6 +37,8 @@ bool ReadLibrary(const std::string& path, std::uint64_t time, std::string* text)
 
 }  // namespace
 
+std::string LogDirectory(const std::string& module_directory) { return module_directory + "debug" + kPathSeparator; }
+
 ConfigPaths::ConfigPaths(std::string directory)
     : module_directory(std::move(directory)),
       config_file(ConfigFile(module_directory, "_config.db")),
@@ -47,8 +49,7 @@ ConfigPaths::ConfigPaths(std::string directory)
       ipv4_areas(ConfigFile(module_directory, "iplib.db")),
       ipv6_areas(ConfigFile(module_directory, "iplibv6.db")),
       bad_ips(ConfigFile(module_directory, "_badip.db")),
-      webshell_library(ConfigFile(module_directory, "_trojan.db")),
-      log_directory(module_directory + "debug" + kPathSeparator) {}
+      webshell_library(ConfigFile(module_directory, "_trojan.db")) {}
 
 CQivConfig::CQivConfig(std::string module_directory, Clock clock)
     : paths_(std::move(module_directory)),

@@ -16,6 +16,9 @@
 
 namespace qiv {
 
+/// Where the event logs lie: debug/ in the module's directory (given and returned with its trailing separator).
+std::string LogDirectory(const std::string& module_directory);
+
 /// Files of the module, formed once from its directory.
 struct ConfigPaths {
   explicit ConfigPaths(std::string module_directory);  ///< with its trailing separator
@@ -30,7 +33,6 @@ struct ConfigPaths {
   std::string ipv6_areas;        ///< config/iplibv6.db
   std::string bad_ips;           ///< config/_badip.db
   std::string webshell_library;  ///< config/_trojan.db
-  std::string log_directory;     ///< debug/
 };
 
 /// What other parts of the module do inside the tick. Called by one thread at a time, with no lock held.

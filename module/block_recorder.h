@@ -14,7 +14,7 @@ namespace qiv {
 
 class CBlockRecorder final : public IEventRecorder {
  public:
-  CBlockRecorder(const std::string& log_directory, CServiceLink& service) : log_(log_directory), service_(service) {}
+  CBlockRecorder(CEventLog& log, CServiceLink& service) : log_(log), service_(service) {}
 
   /// Writes an event when result.log is set. While the service is linked, it is told too: every block counts in a
   /// "check" line (check, client, "block"; rule), and one that asks for notification is a "msg" line (client, category,
@@ -31,7 +31,7 @@ class CBlockRecorder final : public IEventRecorder {
  private:
   void TellService(const RequestFacts& facts, const CheckResult& result) noexcept;
 
-  CEventLog log_;
+  CEventLog& log_;
   CServiceLink& service_;
   std::atomic<std::int64_t> last_failure_{0};  ///< seconds since 1970
 };
