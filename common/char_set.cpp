@@ -67,6 +67,10 @@ std::string CCharSet::LocalToUtf8(std::string_view text) { return GbkToUtf8(text
 
 std::string CCharSet::Utf8ToLocal(std::string_view text) { return Utf8ToGbk(text); }
 
+bool CCharSet::Survives(std::string_view utf8) {
+  return IsAscii(utf8) || (IsValidUtf8(utf8) && GbkToUtf8(Utf8ToGbk(utf8)) == utf8);
+}
+
 void CCharSet::LowerAscii(std::string* text) {
   const std::size_t size = text->size();
   char* bytes = text->data();

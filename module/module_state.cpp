@@ -20,7 +20,7 @@ std::unique_ptr<ModuleState>& Holder() {
 ModuleState::ModuleState(std::string directory, bool with_log)
     : log(LogDirectory(directory)),
       states(with_log ? &log : nullptr),
-      config(std::move(directory)),
+      config(std::move(directory), &UnixSeconds, &states),
       service(config, with_log),
       contexts(config),
       pipeline(config, contexts, CheckTable()),
