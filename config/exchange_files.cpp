@@ -3,13 +3,15 @@
 #include <algorithm>
 #include <utility>
 
-#include "port/file.h"
-
 namespace qiv {
 namespace {
 
 /// Lines between two looks at the size of _out.log: at 3 KiB at most a line, it oversteps its limit by little.
 constexpr std::uint32_t kLinesBetweenLooks = 64;
+
+// As events call them.
+constexpr std::string_view kInName = "_in.db";
+constexpr std::string_view kOutName = "_out.log";
 
 }  // namespace
 
@@ -53,7 +55,8 @@ class CExchangeFiles::CReadingTurn {
       outcome_ = Outcome::kUnfinished;
       return false;
     }
-    outcome_ = reading_->unreadable ? Outcome::kGivenUp : Outcome::kDone;
+    outcome_ = reading_->result == ReadFileResult::kUnreadable ? Outcome::kGivenUp : Outcome::kDone;
+    files_.ReportLists(reading_->result);
     return true;
   }
 
@@ -129,7 +132,7 @@ bool CExchangeFiles::ReadLists(std::int64_t now) {
 /// one go.
 bool CExchangeFiles::ReadSlice(std::size_t bytes, ListReading* reading) {
   if (!reading->loaded) {
-    reading->unreadable = ReadWholeFile(in_file_, kInMaxBytes, &reading->text) == ReadFileResult::kUnreadable;
+    reading->result = ReadWholeFile(in_file_, kInMaxBytes, &reading->text);
     if (reading->text.size() < kInMinBytes) reading->text.clear();
     reading->loaded = true;
     if (reading->text.size() > kReadAtOnceBytes) return false;
@@ -149,6 +152,18 @@ bool CExchangeFiles::ReadSlice(std::size_t bytes, ListReading* reading) {
     Slot(static_cast<ClientList>(i)).Set(reading->builders[i].Build());
   }
   return true;
+}
+
+void CExchangeFiles::ReportLists(ReadFileResult result) const {
+  if (states_ == nullptr) return;
+  // No file is no fault: without a firewall service there is none.
+  if (result == ReadFileResult::kOk || !FileSize(in_file_)) {
+    states_->Fine(StateKind::kLoad, kInName);
+  } else {
+    const bool too_large = result == ReadFileResult::kTooLarge;
+    states_->Fault(StateKind::kLoad, kInName,
+                   too_large ? MessageId::kStateListsTooLarge : MessageId::kStateListsUnreadable);
+  }
 }
 
 std::optional<CExchangeFiles::Listed> CExchangeFiles::Find(ClientList list, const CIpAddress& client,
@@ -186,9 +201,32 @@ bool CExchangeFiles::CountStatistics(std::string_view category, std::string_view
 bool CExchangeFiles::Count(CLineQueue* queue, const std::string& line) { return queue->Add(line) || Append(line); }
 
 bool CExchangeFiles::Append(std::string_view plain_line) {
+  if (out_log_.empty()) return false;
   const std::string line = EncipherLine(plain_line);
-  const CAutoLock lock(out_file_lock_);
-  return HasRoom() && AppendLine(out_log_, line);
+  bool has_room = false;
+  bool written = false;
+  std::uint64_t lost_before = 0;
+  {
+    const CAutoLock lock(out_file_lock_);
+    has_room = HasRoom();
+    written = has_room && AppendLine(out_log_, line);
+    if (written) {
+      lost_before = std::exchange(lost_lines_, 0);
+    } else {
+      ++lost_lines_;
+    }
+  }
+  if (states_ == nullptr) return written;
+  if (!written) {
+    states_->Fault(StateKind::kOutput, kOutName,
+                   has_room ? MessageId::kStateOutputFailed : MessageId::kStateOutputFull);
+  } else {
+    states_->Fine(StateKind::kOutput, kOutName);
+    if (lost_before != 0) {
+      states_->Happened(StateKind::kOutput, MessageId::kStateLinesLost, std::to_string(lost_before));
+    }
+  }
+  return written;
 }
 
 bool CExchangeFiles::HasRoom() {

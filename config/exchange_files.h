@@ -12,10 +12,12 @@
 #include <string_view>
 
 #include "common/ip_address.h"
+#include "common/state_recorder.h"
 #include "config/client_table.h"
 #include "config/exchange_lines.h"
 #include "config/line_queue.h"
 #include "port/critical_section.h"
+#include "port/file.h"
 
 namespace qiv {
 
@@ -38,8 +40,9 @@ class CExchangeFiles {
   /// Beyond it nothing is appended to _out.log: without a service that takes the lines away the disk must not fill.
   static constexpr std::uint64_t kOutMaxBytes = 1U << 30;
 
-  CExchangeFiles(std::string in_file, std::string out_log)
-      : in_file_(std::move(in_file)), out_log_(std::move(out_log)) {}
+  /// `out_log` empty: nothing is written. `states` may be null: nobody is told of files that fail.
+  CExchangeFiles(std::string in_file, std::string out_log, CStateRecorder* states = nullptr)
+      : in_file_(std::move(in_file)), out_log_(std::move(out_log)), states_(states) {}
 
   // Reading _in.db. A long file is taken in slices, by requests that have been answered; the tables before stay in
   // force until the new ones are whole. One thread at a time reads; the others pass by. A list that is being read is
@@ -66,7 +69,8 @@ class CExchangeFiles {
   const CClientTableSlot& auth_table() const { return auth_table_; }
   const CClientTableSlot& cc_check_table() const { return cc_check_table_; }
 
-  // Lines. Those that return false were lost; nothing is retried. Texts may hold anything.
+  // Lines. Those that return false were lost; nothing is retried. How many were is told when lines can be written
+  // again. Texts may hold anything.
 
   /// Asks the service to put a client on a list until `end`, or, for kCcCheck with end 0, to take it off. `details`
   /// begin with the reason.
@@ -87,7 +91,7 @@ class CExchangeFiles {
   /// A content of _in.db on its way into tables.
   struct ListReading {
     bool loaded = false;  ///< `text` is read
-    bool unreadable = false;
+    ReadFileResult result = ReadFileResult::kOk;
     std::string text;
     std::size_t offset = 0;       ///< read up to here
     std::int64_t last_slice = 0;  ///< seconds; 0: none yet
@@ -101,11 +105,13 @@ class CExchangeFiles {
   bool ReadSlice(std::size_t bytes, ListReading* reading);
   bool Count(CLineQueue* queue, const std::string& line);
   bool Append(std::string_view plain_line);
+  void ReportLists(ReadFileResult result) const;
   bool HasRoom() QIV_REQUIRES(out_file_lock_);
   void FlushQueue(CLineQueue* queue);
 
   const std::string in_file_;
   const std::string out_log_;
+  CStateRecorder* const states_;
 
   // Each has its own lock.
   CClientTableSlot deny_table_;
@@ -128,6 +134,7 @@ class CExchangeFiles {
 
   CCriticalSection out_file_lock_;
   std::uint32_t lines_since_look_ QIV_GUARDED_BY(out_file_lock_) = 0;
+  std::uint64_t lost_lines_ QIV_GUARDED_BY(out_file_lock_) = 0;  ///< since the last that was written
   bool out_full_ QIV_GUARDED_BY(out_file_lock_) = true;  ///< as of the last look; looked at before the first line
 };
 

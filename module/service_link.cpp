@@ -22,7 +22,7 @@ bool Guarded(Work&& work) noexcept {
 
 CServiceLink::CServiceLink(CQivConfig& config, bool may_write)
     : config_(config),
-      exchange_(config.Paths().in_file, may_write ? config.Paths().out_log : std::string()),
+      exchange_(config.Paths().in_file, may_write ? config.Paths().out_log : std::string(), config.States()),
       libraries_({config.Paths().ipv4_areas, config.Paths().ipv6_areas, config.Paths().bad_ips}, config.States()),
       checks_(exchange_, &libraries_) {
   SetCheckState(&checks_);

@@ -1,5 +1,6 @@
 #include "tools/files.h"
 
+#include <atomic>
 #include <cstdio>
 #include <vector>
 
@@ -8,6 +9,8 @@
 
 namespace qiv {
 namespace {
+
+std::atomic<bool> output_failed{false};
 
 constexpr std::uint64_t kMaxInput = std::uint64_t{200} << 20;
 
@@ -46,9 +49,11 @@ bool MakeDirectories(const std::string& path) {
 }
 
 void WriteOutput(std::string_view text) {
-  std::fwrite(text.data(), 1, text.size(), stdout);
-  std::fflush(stdout);
+  const bool written = std::fwrite(text.data(), 1, text.size(), stdout) == text.size();
+  if (std::fflush(stdout) != 0 || !written) output_failed.store(true);
 }
+
+bool OutputIsGood() { return !output_failed.load(); }
 
 std::string ResolveModuleDirectory(const std::string& given) {
   std::string directory = given;

@@ -15,8 +15,10 @@ bool IsDirectory(const std::string& path);
 /// Creates the folder and those above it.
 bool MakeDirectories(const std::string& path);
 
-/// Writes to standard output, unchanged.
+/// Writes to standard output, unchanged. What cannot be written is remembered.
 void WriteOutput(std::string_view text);
+/// Whether standard output took everything so far.
+bool OutputIsGood();
 
 /// The module directory for what the user gave: that directory itself or the config folder in it. With its trailing
 /// separator; empty when there is neither DIR/config nor a DIR called config.

@@ -3,12 +3,26 @@
 
 #include <algorithm>
 #include <exception>
+#include <iostream>
 #include <string>
 #include <vector>
 
 #include "port/console.h"
 #include "tools/commands.h"
+#include "tools/files.h"
 #include "tools/report.h"
+
+namespace {
+
+/// The exit code of a command, once it is known whether its output arrived.
+int AfterOutput(int exit_code) {
+  if (std::cout.flush() && qiv::OutputIsGood()) return exit_code;
+  qiv::CReport report("standard output");
+  report.Error(0, "cannot be written");
+  return report.Print();
+}
+
+}  // namespace
 
 int main(int argc, char** argv) {
   qiv::PrepareStandardStreams();
@@ -33,11 +47,11 @@ int main(int argc, char** argv) {
   try {
     app.parse(arguments);
   } catch (const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? qiv::kExitOk : qiv::kExitError;
+    return AfterOutput(app.exit(error) == 0 ? qiv::kExitOk : qiv::kExitError);
   } catch (const std::exception& error) {
     qiv::CReport report("internal error");
     report.Error(0, error.what());
     return report.Print();
   }
-  return exit_code;
+  return AfterOutput(exit_code);
 }

@@ -133,7 +133,7 @@ TEST_F(ExchangeFiles, AnIpv6ClientIsDeniedWithItsNeighbours) {
 /// Enough clients from `first` on for a file that is not read at once.
 std::string LongList(std::uint32_t first) {
   std::string text;
-  for (std::uint32_t i = 0; text.size() < 3 * CExchangeFiles::kSliceBytes; ++i) {
+  for (std::uint32_t i = 0; text.size() < CExchangeFiles::kSliceBytes * 3 / 2; ++i) {
     text += EncipherLine("denylist\tadd\tIIS\t" + CIpAddress::FromIpv4(first + i).Text() + "\t1000\t9000\ta");
   }
   return text;
@@ -145,10 +145,12 @@ TEST_F(ExchangeFiles, ALongListComesIntoForceWhenItIsWhole) {
   const auto denied = [&](std::uint32_t ip) {
     return files_.IsListed(ClientList::kDeny, CIpAddress::FromIpv4(ip), now_);
   };
-  WriteIn(LongList(kOld));
+  const std::string old_list = LongList(kOld);
+  const std::string new_list = LongList(kNew);
+  WriteIn(old_list);
   ASSERT_TRUE(Read()) << "at the start it is read whole";
   const std::size_t clients = Denied();
-  WriteIn(LongList(kNew));
+  WriteIn(new_list);
   EXPECT_FALSE(files_.LookAtLists(now_ += 2));
   int slices = 1;
   for (; !files_.ContinueReading(now_); ++slices) {
@@ -156,7 +158,7 @@ TEST_F(ExchangeFiles, ALongListComesIntoForceWhenItIsWhole) {
     EXPECT_EQ(Denied(), clients);
     EXPECT_TRUE(denied(kOld) && !denied(kNew));
     // Written anew meanwhile: what was begun is finished first.
-    if (slices == 2) WriteIn(LongList(kOld));
+    if (slices == 2) WriteIn(old_list);
     EXPECT_FALSE(files_.LookAtLists(now_ += 2));
   }
   EXPECT_GT(slices, 2);
@@ -168,7 +170,7 @@ TEST_F(ExchangeFiles, ALongListComesIntoForceWhenItIsWhole) {
   EXPECT_TRUE(denied(kOld) && !denied(kNew));
 
   // An emptied list is taken at once, and what was being read never comes back.
-  WriteIn(LongList(kNew));
+  WriteIn(new_list);
   EXPECT_FALSE(files_.LookAtLists(now_ += 2));
   EXPECT_FALSE(files_.ContinueReading(now_));
   WriteIn("123456789");
@@ -342,6 +344,39 @@ TEST_F(ExchangeFiles, AFullQueueLosesNothing) {
   EXPECT_EQ(lines[kMore], "tongji\tinvade\t-\t0\t-\t2\t-\t-");
   files_.Flush();
   EXPECT_EQ(OutLines().size(), static_cast<std::size_t>(total));
+}
+
+TEST_F(ExchangeFiles, TellsOnceOfFilesThatFail) {
+  CEventLog log(directory_.Path(""));
+  CStateRecorder states(&log);
+  const std::string folder = directory_.Path("later");
+  CExchangeFiles files(in_file_, folder + "/_out.log", &states);
+  for (int i = 0; i < 3; ++i) EXPECT_FALSE(files.WriteMessage("a", "b", "c", "d", "e"));
+  EXPECT_TRUE(states.IsFault(StateKind::kOutput, "_out.log"));
+  ASSERT_TRUE(MakeDirectory(folder));
+  for (int i = 0; i < 3; ++i) EXPECT_TRUE(files.WriteMessage("a", "b", "c", "d", "e"));
+  EXPECT_FALSE(states.IsFault(StateKind::kOutput, "_out.log"));
+  std::string text;
+  ReadWholeFile(directory_.Path("_log.log"), 1U << 20, &text);
+  Lines lines;
+  for (std::string_view left = text; !left.empty();) lines.emplace_back(TakeLine(&left));
+  ASSERT_EQ(lines.size(), 3U) << text;
+  EXPECT_NE(lines[0].find("\"fault\""), std::string::npos);
+  EXPECT_NE(lines[1].find("\"ok\""), std::string::npos);
+  EXPECT_NE(lines[2].find("\"3\""), std::string::npos) << "the number of lines lost";
+
+  // Full: what is there already counts.
+  std::filesystem::resize_file(folder + "/_out.log", CExchangeFiles::kOutMaxBytes);
+  EXPECT_FALSE(CExchangeFiles("", folder + "/_out.log", &states).WriteMessage("a", "b", "c", "d", "e"));
+  EXPECT_TRUE(states.IsFault(StateKind::kOutput, "_out.log"));
+
+  WriteIn("");
+  std::filesystem::resize_file(in_file_, CExchangeFiles::kInMaxBytes + 1);
+  EXPECT_TRUE(files.ReadLists(now_ += 2));
+  EXPECT_TRUE(states.IsFault(StateKind::kLoad, "_in.db"));
+  WriteIn("");
+  EXPECT_TRUE(files.ReadLists(now_ += 2));
+  EXPECT_FALSE(states.IsFault(StateKind::kLoad, "_in.db"));
 }
 
 TEST_F(ExchangeFiles, ReadersSeeWholeTablesDuringRebuilds) {
