@@ -148,9 +148,10 @@ bool CExchangeFiles::ReadSlice(std::size_t bytes, ListReading* reading) {
   });
   reading->offset += slice.size();
   if (reading->offset != reading->text.size()) return false;
-  for (std::size_t i = 0; i < kClientLists; ++i) {
-    Slot(static_cast<ClientList>(i)).Set(reading->builders[i].Build());
-  }
+  // All are built before the first is put in place: memory may run out.
+  std::array<std::shared_ptr<const CClientTable>, kClientLists> tables;
+  for (std::size_t i = 0; i < kClientLists; ++i) tables[i] = reading->builders[i].Build();
+  for (std::size_t i = 0; i < kClientLists; ++i) Slot(static_cast<ClientList>(i)).Set(std::move(tables[i]));
   return true;
 }
 
