@@ -5,6 +5,7 @@
 
 #include "checks/event_recorder.h"
 #include "common/char_set.h"
+#include "common/secrets.h"
 #include "common/text.h"
 #include "config/website_config.h"
 
@@ -36,14 +37,25 @@ void BlockWebshell(const WebshellPlace& place, const WebshellResult& found, Requ
   AppendAll(&result.detail, {close, comma, text(MessageId::kType), colon, found.name});
   if (!found.category.empty()) AppendAll(&result.detail, {open, found.category, close});
   if (!found.detail.empty()) {
-    AppendAll(&result.detail, {comma, text(MessageId::kKeywords), colon,
-                               CCharSet::Prefix(CCharSet::ToLocal(found.detail), kLongestDetail)});
+    const std::string matched = IsSecretName(place.name) ? std::string(kHiddenSecret) : CCharSet::ToLocal(found.detail);
+    AppendAll(&result.detail, {comma, text(MessageId::kKeywords), colon, CCharSet::Prefix(matched, kLongestDetail)});
   }
 
   result.rule = found.rule;
   // The lists leave only the first phase countable.
   BlockPlainly(kKindWebshell, facts.statistics || facts.phase == kPhasePostExecute ? place.statistics : "", facts,
                result);
+}
+
+void RecordPartialScan(const WebshellPlace& place, const char* check, const RequestFacts& facts) {
+  const auto text = [&facts](MessageId id) { return Message(facts.config->language, id); };
+  CheckResult note;
+  note.check = check;
+  note.item = text(place.item);
+  AppendAll(&note.item, {text(MessageId::kOpenBracket), place.place, text(MessageId::kCloseBracket)});
+  note.category = text(MessageId::kWebshellCategory);
+  note.reason = note.detail = text(MessageId::kWebshellPartial);
+  EventRecorder().RecordPartial(facts, note);
 }
 
 }  // namespace qiv

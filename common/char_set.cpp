@@ -60,7 +60,8 @@ bool CCharSet::IsValidUtf8(std::string_view text) {
 
 std::string CCharSet::ToLocal(std::string text) {
   if (text.size() < 3 || IsAscii(text) || !IsValidUtf8(text)) return text;
-  return Utf8ToGbk(text);
+  Utf8ToGbkInPlace(&text);
+  return text;
 }
 
 std::string CCharSet::LocalToUtf8(std::string_view text) { return GbkToUtf8(text); }

@@ -85,15 +85,20 @@ class CSection {
 };
 
 // Reading is by type alone; what single keys need beyond that follows below.
-#define QIV_NUMBER(member, key, meaning) out->member = ToNumber(section.Text(key, KeyType::kNumber));
-#define QIV_DIGITS(member, key, meaning) out->member = DigitsToNumber(section.Text(key, KeyType::kDigits));
-#define QIV_FLAG(member, key, meaning) out->member = section.Text(key, KeyType::kFlag) == "1";
-#define QIV_TEXT(member, key, meaning) out->member = section.Text(key, KeyType::kText);
-#define QIV_LIST(member, key, meaning) out->member = section.Text(key, KeyType::kList);
-#define QIV_RULES(member, key, meaning) out->member = section.Text(key, KeyType::kRules);
-#define QIV_NAMES(member, key, meaning) out->member = WrapNames(section.Text(key, KeyType::kNames));
-#define QIV_EXTENSIONS(member, key, meaning) out->member = WrapExtensions(section.Text(key, KeyType::kExtensions));
-#define QIV_CHOICE(member, key, meaning) out->member = ReadChoice(key, section.Text(key, KeyType::kChoice));
+#define QIV_NUMBER(member, key, reader, meaning) out->member = ToNumber(section.Text(key, KeyType::kNumber));
+#define QIV_DIGITS(member, key, reader, meaning) out->member = DigitsToNumber(section.Text(key, KeyType::kDigits));
+#define QIV_FLAG(member, key, reader, meaning) out->member = section.Text(key, KeyType::kFlag) == "1";
+#define QIV_TEXT(member, key, reader, meaning) out->member = section.Text(key, KeyType::kText);
+#define QIV_LIST(member, key, reader, meaning) out->member = section.Text(key, KeyType::kList);
+#define QIV_RULES(member, key, reader, meaning) out->member = section.Text(key, KeyType::kRules);
+#define QIV_NAMES(member, key, reader, meaning) out->member = WrapNames(section.Text(key, KeyType::kNames));
+#define QIV_EXTENSIONS(member, key, reader, meaning) \
+  out->member = WrapExtensions(section.Text(key, KeyType::kExtensions));
+// Divided by other bytes too, so that no item of it can be told apart here; what is no address is skipped later.
+#define QIV_ADDRESSES(member, key, reader, meaning) out->member = section.Text(key, KeyType::kNumber);
+#define QIV_BODY(member, key, reader, meaning) out->member = section.Text(key, KeyType::kFlag) == "1";
+#define QIV_BODY_IF(member, key, with, reader, meaning) QIV_BODY(member, key, reader, meaning)
+#define QIV_CHOICE(member, key, reader, meaning) out->member = ReadChoice(key, section.Text(key, KeyType::kChoice));
 
 std::int32_t ReadChoice(std::string_view key, std::string_view text);
 
@@ -128,6 +133,9 @@ void ReadKeys(const CSection& section, ListSettings* out){
 #undef QIV_NAMES
 #undef QIV_EXTENSIONS
 #undef QIV_CHOICE
+#undef QIV_ADDRESSES
+#undef QIV_BODY
+#undef QIV_BODY_IF
 
 std::int32_t ReadChoice(std::string_view key, std::string_view text) {
   const std::string value = CCharSet::LowerAscii(Trim(text));
@@ -183,13 +191,45 @@ void FinishResponse(ResponseSettings* response) {
   response->lock = response->lock && response->lock_freq != 0 && response->lock_time != 0;
 }
 
-bool NeedsPostBody(const WebsiteConfig& config) {
-  const BaseSettings& base = config.base;
-  const RequestSettings& request = config.request;
-  return base.trojan_post || base.upload || base.upload_file || base.upload_exe ||
-         (base.badcode != 0 && base.badcode_post) || request.ill_block_post || request.ill_replace_post ||
-         request.ill_record_post || (request.photo != 0 && request.photo_post) || config.sql.post;
+// Whether a flag of the section has the body captured: the rows of the table that say so.
+#define QIV_NUMBER(member, key, reader, meaning)
+#define QIV_DIGITS QIV_NUMBER
+#define QIV_FLAG QIV_NUMBER
+#define QIV_TEXT QIV_NUMBER
+#define QIV_LIST QIV_NUMBER
+#define QIV_NAMES QIV_NUMBER
+#define QIV_EXTENSIONS QIV_NUMBER
+#define QIV_RULES QIV_NUMBER
+#define QIV_CHOICE QIV_NUMBER
+#define QIV_ADDRESSES QIV_NUMBER
+#define QIV_BODY(member, key, reader, meaning) \
+  if (settings.member) return true;
+#define QIV_BODY_IF(member, key, with, reader, meaning) \
+  if (settings.with != 0 && settings.member) return true;
+bool CapturesBody(const BaseSettings& settings) {
+#include "config/keys_base.def"
+  return false;
 }
+bool CapturesBody(const RequestSettings& settings) {
+#include "config/keys_request.def"
+  return false;
+}
+bool CapturesBody(const InjectionSettings& settings) {
+#include "engines/injection/injection_keys.def"
+  return false;
+}
+#undef QIV_NUMBER
+#undef QIV_DIGITS
+#undef QIV_FLAG
+#undef QIV_TEXT
+#undef QIV_LIST
+#undef QIV_NAMES
+#undef QIV_EXTENSIONS
+#undef QIV_RULES
+#undef QIV_CHOICE
+#undef QIV_ADDRESSES
+#undef QIV_BODY
+#undef QIV_BODY_IF
 
 /// A tagged value in GBK, without the items that have no such form.
 std::string TaggedText(std::string_view text, std::string_view tag, KeyType type, ConfigFaults* faults) {
@@ -221,7 +261,7 @@ void ReadSwitches(std::string_view settings, WebsiteConfig* config, ConfigFaults
   if (const std::uint32_t value = DigitsToNumber(minutes); value != 0 || is_zero) config->sys_temp_time = value;
   config->trojan_freecode = TaggedText(other, "trojan_freecode", KeyType::kRules, faults);
   config->trojan_usertrojan = TaggedText(other, "trojan_usertrojan", KeyType::kRules, faults);
-  config->sys_trust_ip = TaggedText(other, "sys_trust_ip", KeyType::kList, faults);
+  config->sys_trust_ip = TaggedText(other, "sys_trust_ip", KeyType::kNumber, faults);
   config->sys_log_ex = TaggedText(other, "sys_log_ex", KeyType::kText, faults);
   config->log_requests = WrapNames(config->sys_log_ex).find(",request,") != std::string::npos;
 }
@@ -248,7 +288,6 @@ bool ReadSections(std::string_view settings, WebsiteConfig* config, ConfigFaults
   ReadKeys(protect, &config->protect);
   FinishProtect(&config->protect);
   ReadKeys(sql, &config->sql);
-  config->sql.language = config->language;
   ReadKeys(attack, &config->attack);
   FinishAttack(&config->attack);
   ReadKeys(response, &config->response);
@@ -267,7 +306,7 @@ void Prepare(WebsiteConfig* config) {
   config->injection_exemptions = CUrlExemptions(config->sql.allow_urls);
   config->prepared_lists = PrepareLists(config->lists, config->sys_trust_ip);
   config->page = MakePageSettings(config->response);
-  config->need_post_body = NeedsPostBody(*config);
+  config->need_post_body = CapturesBody(config->base) || CapturesBody(config->request) || CapturesBody(config->sql);
 }
 
 }  // namespace

@@ -20,6 +20,8 @@ class CBlockRecorder final : public IEventRecorder {
   /// "check" line (check, client, "block"; rule), and one that asks for notification is a "msg" line (client, category,
   /// item; reason, URL).
   void RecordBlock(const RequestFacts& facts, const CheckResult& result) override;
+  /// Writes an event.
+  void RecordPartial(const RequestFacts& facts, const CheckResult& note) override;
   /// A line in the request log: what was decided before the application saw the request.
   void RecordRequest(const RequestFacts& facts, const CheckResult& result) override;
   /// A "tongji" line (category; client, rule). Nothing keeps statistics while the service is not linked.
@@ -29,7 +31,8 @@ class CBlockRecorder final : public IEventRecorder {
   void RecordFailure(std::string_view notification, std::string_view what) noexcept;
 
  private:
-  void TellService(const RequestFacts& facts, const CheckResult& result) noexcept;
+  void WriteEvent(const RequestFacts& facts, const CheckResult& result, std::string_view url);
+  void TellService(const RequestFacts& facts, const CheckResult& result, std::string_view url) noexcept;
 
   CEventLog& log_;
   CServiceLink& service_;

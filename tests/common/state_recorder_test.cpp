@@ -6,10 +6,7 @@
 #include <thread>
 #include <vector>
 
-#include "common/json.h"
-#include "port/file.h"
-#include "port/module_path.h"
-#include "tests/port/temporary_directory.h"
+#include "tests/common/state_news.h"
 
 namespace qiv {
 namespace {
@@ -19,30 +16,11 @@ std::int64_t TestClock() { return test_now_us; }
 
 class StateRecorder : public testing::Test {
  protected:
-  /// The lines since the last call, as "kind state file item reason detail".
-  std::vector<std::string> News() {
-    std::string content;
-    ReadWholeFile(directory_.Path("debug/_log.log"), 1U << 20, &content);
-    std::vector<std::string> news;
-    for (std::size_t end; (end = content.find('\n', read_)) != content.npos; read_ = end + 1) {
-      const auto line = ParseJson(std::string_view(content).substr(read_, end - read_));
-      if (line == nullptr) return {"not JSON"};
-      std::string text;
-      for (const char* name : {"kind", "state", "file", "item", "reason", "detail"}) {
-        text += (text.empty() ? "" : "|") + line->AsObject()->GetText(name);
-      }
-      news.push_back(std::move(text));
-    }
-    return news;
-  }
-
   using Lines = std::vector<std::string>;
-  CTemporaryDirectory directory_;
-  CEventLog log_{directory_.Path("debug") + kPathSeparator};
-  CStateRecorder states_{&log_, &TestClock};
+  Lines News() { return news_.Take(); }
 
- private:
-  std::size_t read_ = 0;
+  CStateNews news_;
+  CStateRecorder states_{news_.Log(), &TestClock};
 };
 
 TEST_F(StateRecorder, OnlyChangesAreWritten) {

@@ -24,6 +24,8 @@ constexpr int kDeepestLayer = 10;              // samples wrap themselves up to 
 constexpr std::size_t kMostLayers = 64;        // texts judged for one file
 constexpr std::size_t kLayerBytesPerByte = 4;  // compressed code grows three- to fourfold
 constexpr std::size_t kLayerBytesAnyway = 1 << 18;
+constexpr std::size_t kRoomPerByte = 8;  // what a walk and the layers that wait for theirs hold together
+constexpr std::size_t kRoomAnyway = 1 << 19;
 constexpr std::size_t kLargestUploader = 16384;    // bytes: an upload form and what stores it; more is an application
 constexpr std::size_t kLargestStandalone = 32768;  // bytes: a file whose variables come from nowhere
 constexpr std::size_t kLargestPrinter = 4096;      // bytes: shows another host's pages, and nothing else
@@ -51,7 +53,8 @@ class CPhpJudge {
         layers.push_back({std::move(code), depth});
       }
     };
-    PhpFlowResult flow = FollowPhp(text_, false);
+    const std::size_t most_room = kRoomAnyway + text_.size() * kRoomPerByte;
+    PhpFlowResult flow = FollowPhp(text_, false, most_room);
     standalone_ = flow.standalone;
     for (const bool weak : {false, true}) {
       for (const PhpFinding& finding : flow.findings) {
@@ -60,9 +63,10 @@ class CPhpJudge {
     }
     if (Encoded(flow)) return true;
     add(flow, 1);
+    flow = {};
     for (std::size_t i = 0; i < layers.size(); ++i) {
       const std::string code = std::move(layers[i].code);
-      PhpFlowResult inner = FollowPhp(code, true);
+      PhpFlowResult inner = FollowPhp(code, true, std::max(kRoomAnyway / 2, most_room - std::min(most_room, bytes)));
       for (const PhpFinding& finding : inner.findings) {
         if (finding.kind == PhpFindingKind::kUpload) return Fill(MessageId::kFileUploader, finding.detail);
         if (finding.kind != PhpFindingKind::kUnknownSource && Accept(finding)) return true;
@@ -77,15 +81,33 @@ class CPhpJudge {
   bool Fill(MessageId name, std::string_view detail, bool suspicious = false) {
     result_ = {};
     result_.name = Message(language_, name);
-    result_.detail = detail;
+    result_.detail = LocalDetail(detail);
     result_.kind = kPhpRuleKind;
     result_.suspicious = suspicious;
     return true;
   }
   bool Fill(MessageId name, MessageId category, MessageId label, std::string_view detail, bool suspicious = false) {
-    Fill(name, std::string(Message(language_, label)) + ": " + std::string(detail), suspicious);
+    Fill(name, detail, suspicious);
+    result_.detail = LabelledDetail(language_, label, result_.detail);
     result_.category = Message(language_, category);
     return true;
+  }
+
+  // A detail is a piece of the file, in the file's encoding, and may be cut inside a character.
+  std::string LocalDetail(std::string_view detail) const {
+    constexpr std::size_t kLongestTail = 3;  // bytes of a character of UTF-8 that may be left
+    if (CCharSet::IsAscii(detail)) return std::string(detail);
+    if (CCharSet::IsValidUtf8(text_)) {
+      for (std::size_t cut = 0; cut <= std::min(kLongestTail, detail.size()); ++cut) {
+        const std::string_view whole = detail.substr(0, detail.size() - cut);
+        if (CCharSet::IsValidUtf8(whole)) return CCharSet::Utf8ToLocal(whole);
+      }
+    }
+    std::size_t end = 0;
+    for (std::size_t next = 0; next < detail.size(); next += CCharSet::CharacterLength(detail, next)) end = next;
+    if (CCharSet::CharacterLength(detail, end) == 2 || !CCharSet::IsLeadByte(static_cast<unsigned char>(detail[end])))
+      end = detail.size();
+    return std::string(detail.substr(0, end));
   }
 
   // Findings that say less than the others come last.
@@ -102,7 +124,7 @@ class CPhpJudge {
         // An unknown function that is given the request: in a program of several files it may be anything.
         if (finding.detail.empty() && !standalone_) return false;
         Fill(MessageId::kBackdoor, finding.detail);
-        ReportHiding(finding, language_, &result_);
+        ReportHiding(finding.kind, finding.way, language_, &result_);
         return true;
       case PhpFindingKind::kInclude:
         return Fill(MessageId::kSuspiciousReference, MessageId::kRiskCharacteristics, MessageId::kLabelFile,
@@ -210,7 +232,8 @@ class CPhpJudge {
     std::size_t operators = 0;
     std::size_t words = 0;
     std::size_t blank_names = 0;
-    for (const PhpToken& token : PhpTokens(text_, false)) {
+    CPhpLexer lexer(text_, false);
+    for (PhpToken token; lexer.Next(&token);) {
       const std::string_view name = token.Text(text_);
       const bool letters = std::count_if(name.begin(), name.end(), IsLetter) > 1;
       if (token.kind == PhpTokenKind::kOperator) {
@@ -274,10 +297,12 @@ class CPhpJudge {
   // Variables named in bytes that are no text: not dollar signs in binary strings.
   bool HasForeignNames() const {
     if (CCharSet::IsValidUtf8(text_)) return false;
-    const std::vector<PhpToken> tokens = PhpTokens(text_, false);
-    return static_cast<std::size_t>(std::count_if(tokens.begin(), tokens.end(), [this](const PhpToken& token) {
-             return token.kind == PhpTokenKind::kVariable && static_cast<unsigned char>(token.Text(text_)[0]) >= 0x80;
-           })) >= kMostForeignNames;
+    std::size_t count = 0;
+    CPhpLexer lexer(text_, false);
+    for (PhpToken token; lexer.Next(&token);) {
+      count += token.kind == PhpTokenKind::kVariable && static_cast<unsigned char>(token.Text(text_)[0]) >= 0x80;
+    }
+    return count >= kMostForeignNames;
   }
   static constexpr std::size_t kMostJumps = 20;
   static constexpr std::size_t kLookAlike = 4;          // letters of a name that are hard to tell apart

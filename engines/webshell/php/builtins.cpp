@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <deque>
 #include <string>
 #include <unordered_map>
 #include <utility>
@@ -16,7 +17,11 @@ namespace {
 
 using Kind = PhpFunctionKind;
 
-// The functions of PHP's manual that matter here.
+constexpr auto kDangerous = PhpFunction::kDangerous;
+constexpr auto kTool = PhpFunction::kTool;
+constexpr auto kMeasure = PhpFunction::kMeasure;
+constexpr auto kPlain = PhpFunction::kPlain;
+
 constexpr PhpFunction kFunctions[] = {
 #include "engines/webshell/php/functions.inc"
 };
@@ -32,26 +37,45 @@ const FunctionMap& Functions() {
   return map;
 }
 
-// The texts of all arguments, or false.
-bool Texts(std::span<const PhpValue> arguments, std::vector<std::string>* texts) {
+// What a list of PHP costs to make or copy for each element, in bytes of text.
+constexpr std::size_t kElementWork = 64;
+constexpr std::size_t kMostElements = 4096;  // of an array that is followed; more of them are data
+
+using Texts = std::vector<std::string_view>;
+
+// The texts of all arguments, or false. `numbers` keeps those of numbers.
+bool TextsOf(std::span<const PhpValue> arguments, std::deque<std::string>* numbers, Texts* texts) {
   for (const PhpValue& argument : arguments) {
-    if (argument.array || !PhpTextOf(argument, &texts->emplace_back())) return false;
+    if (argument.array) return false;
+    if (argument.is_number) {
+      texts->push_back(numbers->emplace_back(std::to_string(argument.number)));
+    } else if (argument.HasText()) {
+      texts->push_back(argument.Text());
+    } else {
+      return false;
+    }
   }
   return !texts->empty();
 }
 
-std::string Substring(const std::string& text, std::int64_t start, bool has_length, std::int64_t length) {
+// Whether a text of that many bytes may be made; pays for it.
+bool MayMake(std::size_t bytes, CFlowBudget* budget) {
+  return budget->HasRoom(CPhpText::RoomFor(bytes)) && budget->Spend(bytes);
+}
+
+std::string_view Substring(std::string_view text, std::int64_t start, bool has_length, std::int64_t length) {
   const auto size = static_cast<std::int64_t>(text.size());
   if (start < 0) start = std::max<std::int64_t>(0, size + start);
   if (start >= size) return {};
   std::int64_t end = size;
   if (has_length) end = length < 0 ? size + length : std::min(size, start + std::min(length, size));
-  return end <= start ? std::string()
+  return end <= start ? std::string_view()
                       : text.substr(static_cast<std::size_t>(start), static_cast<std::size_t>(end - start));
 }
 
 // strtr() with two lists of bytes.
-std::string Translate(std::string text, const std::string& from, const std::string& to) {
+std::string Translate(std::string_view source, std::string_view from, std::string_view to) {
+  std::string text(source);
   std::array<char, 256> map{};
   for (int i = 0; i < 256; ++i) map[static_cast<std::size_t>(i)] = static_cast<char>(i);
   for (std::size_t i = 0; i < std::min(from.size(), to.size()); ++i) map[static_cast<unsigned char>(from[i])] = to[i];
@@ -73,8 +97,8 @@ std::string ReplaceNoCase(const std::string& text, const std::string& from, cons
 }
 
 // str_replace(); search and replacement may be arrays.
-bool Replace(std::span<const PhpValue> a, bool no_case, std::size_t limit, std::string* text) {
-  constexpr std::size_t kMostPairs = 64;  // more of them are data, no disguise; bounds the work
+bool Replace(std::span<const PhpValue> a, bool no_case, CFlowBudget* budget, std::string* text) {
+  constexpr std::size_t kMostPairs = 64;  // more of them are data, no disguise
   if (a.size() < 3 || !PhpTextOf(a[2], text)) return false;
   const std::size_t pairs = a[0].array ? a[0].array->size() : 1;
   if (pairs > kMostPairs) return false;
@@ -88,87 +112,110 @@ bool Replace(std::span<const PhpValue> a, bool no_case, std::size_t limit, std::
       return false;
     }
     if (from.empty()) continue;
-    if (to.size() > from.size() && text->size() / from.size() * to.size() > limit) return false;
+    const std::size_t grown =
+        to.size() > from.size() ? text->size() / from.size() * (to.size() - from.size()) : std::size_t{0};
+    if (!MayMake(text->size() + grown + from.size() + to.size(), budget)) return false;
     *text = no_case ? ReplaceNoCase(*text, from, to) : ReplaceAll(*text, from, to);
   }
   return true;
 }
 
-bool Join(std::span<const PhpValue> a, std::size_t limit, std::string* text) {
+bool Join(std::span<const PhpValue> a, CFlowBudget* budget, std::string* text) {
   if (a.empty()) return false;
   const PhpValue& list = a[0].array ? a[0] : a.back();
   const PhpValue& glue_value = a[0].array ? a.back() : a[0];
   if (!list.array) return false;
   std::string glue;
   if (a.size() > 1 && !PhpTextOf(glue_value, &glue)) return false;
+  constexpr std::size_t kNumber = 20;  // bytes of a number, or "Array"
+  std::size_t bytes = 0;
+  for (const auto& [key, element] : *list.array) bytes += std::max(element.Text().size(), kNumber) + glue.size();
+  if (!MayMake(bytes, budget)) return false;
   for (const auto& [key, element] : *list.array) {
     std::string piece;
     if (!PhpTextOf(element, &piece)) return false;
     if (!text->empty()) *text += glue;
     *text += piece;
-    if (text->size() > limit) return false;
   }
   return true;
 }
 
-constexpr std::size_t kMostElements = 4096;  // of an array that is followed; more of them are data
+// A list that is paid for piece by piece.
+class CListMaker {
+ public:
+  explicit CListMaker(CFlowBudget* budget) : budget_(budget), array_(new PhpArray) {}
 
-PhpValue ListOf(const std::vector<std::string>& pieces) {
-  PhpValue value;
-  value.array = CPhpShare<PhpArray>(new PhpArray);
-  for (const std::string& piece : pieces) {
-    value.array->Add(NameOfNumber(value.array->size()),
-                     piece.size() == 1 ? PhpValue::OfByte(piece[0], 0, HidingWay::kNone) : PhpValue::OfText(piece));
+  // False: there may be no more of them.
+  bool Add(std::string_view piece) {
+    if (array_->size() >= kMostElements || !budget_->Spend(kElementWork + piece.size())) return false;
+    PhpValue value =
+        piece.size() == 1 ? PhpValue::OfByte(piece[0], 0, HidingWay::kNone) : PhpValue::OfText(std::string(piece));
+    value.text.Hold(budget_);
+    array_->Add(NameOfNumber(array_->size()), value);
+    array_->Hold(budget_);
+    return !budget_->IsOverdrawn();
   }
-  return value;
-}
+  PhpValue Take() {
+    PhpValue value;
+    value.array = std::move(array_);
+    return value;
+  }
 
-bool Explode(std::string_view name, const std::vector<std::string>& t, PhpValue* value) {
-  std::vector<std::string> pieces;
+ private:
+  CFlowBudget* budget_;
+  CPhpShare<PhpArray> array_;
+};
+
+bool Explode(std::string_view name, const Texts& t, CFlowBudget* budget, PhpValue* value) {
+  CListMaker list(budget);
   if (name == "explode" && t.size() >= 2 && !t[0].empty()) {
-    for (const std::string_view piece : Split(std::string_view(t[1]), std::string_view(t[0]))) {
-      if (pieces.size() == kMostElements) return false;
-      pieces.emplace_back(piece);
+    for (std::size_t begin = 0, end = 0; end != std::string_view::npos; begin = end + t[0].size()) {
+      end = t[1].find(t[0], begin);
+      if (!list.Add(t[1].substr(begin, end == std::string_view::npos ? end : end - begin))) return false;
     }
   } else if (name == "str_split" && t[0].size() <= kMostElements) {
     const auto width = static_cast<std::size_t>(t.size() > 1 ? std::max(1, ToNumber(t[1])) : 1);
-    for (std::size_t i = 0; i < t[0].size(); i += width) pieces.push_back(t[0].substr(i, width));
+    for (std::size_t i = 0; i < t[0].size(); i += width) {
+      if (!list.Add(t[0].substr(i, width))) return false;
+    }
   } else {
     return false;
   }
-  *value = ListOf(pieces);
+  *value = list.Take();
   return true;
 }
 
-bool Range(std::span<const PhpValue> a, PhpValue* value) {
+bool Range(std::span<const PhpValue> a, CFlowBudget* budget, PhpValue* value) {
   std::string low;
   std::string high;
   if (a.size() < 2 || !PhpTextOf(a[0], &low) || !PhpTextOf(a[1], &high)) return false;
-  std::vector<std::string> pieces;
+  CListMaker list(budget);
   if (!a[0].is_number && low.size() == 1 && high.size() == 1 && !IsDigit(low[0])) {
     for (int c = static_cast<unsigned char>(low[0]); c <= static_cast<unsigned char>(high[0]); ++c) {
-      pieces.emplace_back(1, static_cast<char>(c));
+      const char byte = static_cast<char>(c);
+      if (!list.Add({&byte, 1})) return false;
     }
   } else {
-    for (std::int64_t i = ToNumber(low), last = ToNumber(high); i <= last && pieces.size() < kMostElements; ++i) {
-      pieces.push_back(std::to_string(i));
+    std::size_t count = 0;
+    for (std::int64_t i = ToNumber(low), last = ToNumber(high); i <= last && count < kMostElements; ++i, ++count) {
+      if (!list.Add(std::to_string(i))) return false;
     }
   }
-  *value = ListOf(pieces);
+  *value = list.Take();
   return true;
 }
 
-std::string Pack(const std::vector<std::string>& t) {
+std::string Pack(const Texts& t) {
   std::string packed;
   if (t.size() < 2) return packed;
-  if (t[0].starts_with("H")) return DecodeHex(t[1].size() % 2 == 0 ? t[1] : t[1] + "0");
+  if (t[0].starts_with("H")) return DecodeHex(t[1].size() % 2 == 0 ? std::string(t[1]) : std::string(t[1]) + "0");
   if (t[0].starts_with("C") || t[0].starts_with("c")) {
     for (std::size_t i = 1; i < t.size(); ++i) packed += static_cast<char>(ToNumber(t[i]));
   }
   return packed;
 }
 
-std::string Format(const std::vector<std::string>& t, std::size_t limit) {
+std::string Format(const Texts& t, CFlowBudget* budget) {
   std::string text;
   std::size_t next = 1;
   for (std::size_t i = 0; i < t[0].size(); ++i) {
@@ -192,7 +239,7 @@ std::string Format(const std::vector<std::string>& t, std::size_t limit) {
       continue;
     }
     if (index == 0) ++next;
-    if (argument >= t.size()) return {};
+    if (argument >= t.size() || !MayMake(text.size() / 8 + t[argument].size(), budget)) return {};
     if (t[0][i] == 's' || t[0][i] == 'd') {
       text += t[argument];
     } else if (t[0][i] == 'c') {
@@ -200,34 +247,14 @@ std::string Format(const std::vector<std::string>& t, std::size_t limit) {
     } else {
       return {};
     }
-    if (text.size() > limit) return {};
   }
   return text;
 }
 
-HidingWay WayOf(std::string_view name) {
-  if (name == "base64_decode") return HidingWay::kBase64;
-  if (name == "urldecode" || name == "rawurldecode") return HidingWay::kUrl;
-  if (name == "str_replace" || name == "str_ireplace" || name == "strtr" || name == "substr_replace") {
-    return HidingWay::kReplacement;
-  }
-  if (name == "strrev") return HidingWay::kReversed;
-  if (name == "chr") return HidingWay::kCharacterCodes;
-  if (name == "implode" || name == "join" || name == "sprintf") return HidingWay::kConcatenation;
-  if (name == "substr" || name == "pack" || name == "hex2bin") return HidingWay::kCharacters;
-  return HidingWay::kOther;
-}
-
-// Functions that leave a plain text plain: their result hides nothing that was not hidden before.
-bool IsPlainPass(std::string_view name) {
-  return name == "trim" || name == "ltrim" || name == "rtrim" || name == "strtolower" || name == "strtoupper" ||
-         name == "ucfirst" || name == "lcfirst" || name == "strval" || name == "basename" || name == "explode" ||
-         name == "array_values";
-}
-
 // Text to text, with the texts of all arguments known. False: not one of these.
-bool TextFunction(std::string_view name, std::vector<std::string>& t, std::size_t limit, std::string* text) {
-  std::string& s = t[0];
+bool TextFunction(std::string_view name, const Texts& t, CFlowBudget* budget, std::string* text) {
+  const std::string_view s = t[0];
+  const std::size_t limit = std::min(budget->Work(), budget->Room() / 2);  // a text that grows takes twice its bytes
   if (name == "base64_decode") return *text = DecodeBase64(s), true;
   if (name == "str_rot13") return *text = DecodeRot13(s), true;
   if (name == "gzinflate") return *text = Inflate(s, DeflateWrap::kRaw, limit), true;
@@ -238,26 +265,28 @@ bool TextFunction(std::string_view name, std::vector<std::string>& t, std::size_
   if (name == "urldecode") return *text = DecodeUrl(s, true), true;
   if (name == "rawurldecode") return *text = DecodeUrl(s, false), true;
   if (name == "pack") return *text = Pack(t), true;
-  if (name == "strrev") return std::reverse(s.begin(), s.end()), *text = s, true;
+  if (name == "strrev") return text->assign(s.rbegin(), s.rend()), true;
   if (name == "chr") return *text = std::string(1, static_cast<char>(ToNumber(s))), true;
   if (name == "substr" || name == "mb_substr") {
     if (t.size() < 2) return false;
     return *text = Substring(s, ToNumber(t[1]), t.size() > 2, t.size() > 2 ? ToNumber(t[2]) : 0), true;
   }
   if (name == "substr_replace" && t.size() >= 3) {
-    const std::string head = Substring(s, 0, true, ToNumber(t[2]));
+    const std::string_view head = Substring(s, 0, true, ToNumber(t[2]));
     const std::size_t cut = t.size() > 3 ? static_cast<std::size_t>(std::max(0, ToNumber(t[3]))) : s.size();
-    return *text = head + t[1] + s.substr(std::min(s.size(), head.size() + cut)), true;
+    text->assign(head).append(t[1]).append(s.substr(std::min(s.size(), head.size() + cut)));
+    return true;
   }
   if (name == "strtr" && t.size() >= 3) return *text = Translate(s, t[1], t[2]), true;
-  if (name == "sprintf") return *text = Format(t, limit), true;
+  if (name == "sprintf") return *text = Format(t, budget), true;
   if (name == "strtolower" || name == "lcfirst") {
     *text = CCharSet::LowerAscii(s);
     return true;
   }
   if (name == "strtoupper") {
-    for (char& c : s) c = c >= 'a' && c <= 'z' ? static_cast<char>(c & ~0x20) : c;
-    return *text = s, true;
+    *text = s;
+    for (char& c : *text) c = c >= 'a' && c <= 'z' ? static_cast<char>(c & ~0x20) : c;
+    return true;
   }
   if (name == "trim" || name == "ltrim" || name == "rtrim" || name == "chop") {
     return *text = t.size() > 1 ? TrimBytes(s, t[1]) : Trim(s), true;
@@ -279,28 +308,11 @@ const PhpFunction* FindPhpFunction(std::string_view name) {
   return found == Functions().end() ? nullptr : found->second;
 }
 
-bool IsDangerousName(std::string_view name) {
-  if (name == "copy" || name == "rename" || name == "file" || name == "exec" || name == "fopen") return name == "exec";
+std::span<const PhpFunction> PhpFunctions() { return kFunctions; }
+
+bool IsPhpFunction(std::string_view name, PhpFunction::Flag flag) {
   const PhpFunction* const function = FindPhpFunction(name);
-  if (function == nullptr) return false;
-  switch (function->kind) {
-    case Kind::kCode:
-    case Kind::kCommand:
-    case Kind::kMakeCode:
-    case Kind::kWrite:
-    case Kind::kDecode:
-      return name != "pack" && name != "urldecode" && name != "rawurldecode";
-    case Kind::kCallback:
-      return name.starts_with("call_user") || name.starts_with("array_map") || name.starts_with("array_filter");
-    case Kind::kPattern:
-      return name == "preg_replace";
-    case Kind::kMove:
-      return name == "move_uploaded_file";
-    case Kind::kRead:
-      return name == "file_get_contents" || name == "curl_exec";
-    default:
-      return false;
-  }
+  return function != nullptr && function->Is(flag);
 }
 
 bool IsRemoteAddress(std::string_view text) {
@@ -327,7 +339,7 @@ bool PhpTextOf(const PhpValue& value, std::string* text) {
   return true;
 }
 
-PhpValue EvaluatePhpFunction(std::string_view name, std::span<const PhpValue> arguments, std::size_t limit) {
+PhpValue EvaluatePhpFunction(std::string_view name, std::span<const PhpValue> arguments, CFlowBudget* budget) {
   PhpValue result;
   for (const PhpValue& argument : arguments) result.Join(argument);
   result.origin &= ~static_cast<std::uint32_t>(kArrayLiteral | kClosure | kOwnFile);
@@ -335,12 +347,12 @@ PhpValue EvaluatePhpFunction(std::string_view name, std::span<const PhpValue> ar
   std::string text;
   bool known = false;
   if (name == "str_replace" || name == "str_ireplace") {
-    known = Replace(arguments, name == "str_ireplace", limit, &text);
+    known = Replace(arguments, name == "str_ireplace", budget, &text);
   } else if (name == "implode" || name == "join") {
-    known = Join(arguments, limit, &text);
+    known = Join(arguments, budget, &text);
   } else if (name == "range") {
     PhpValue list;
-    return Range(arguments, &list) ? list : result;
+    return Range(arguments, budget, &list) ? list : result;
   } else if (name == "ord") {
     return !arguments.empty() && arguments[0].HasText() && !arguments[0].Text().empty()
                ? PhpValue::OfNumber(static_cast<unsigned char>(arguments[0].Text()[0]))
@@ -348,20 +360,25 @@ PhpValue EvaluatePhpFunction(std::string_view name, std::span<const PhpValue> ar
   } else if (name == "hexdec" || name == "bindec" || name == "octdec") {
     return {};
   } else {
-    std::vector<std::string> texts;
+    std::deque<std::string> numbers;
+    Texts texts;
     PhpValue list;
-    if (Texts(arguments, &texts)) {
-      if (Explode(name, texts, &list)) {
+    if (TextsOf(arguments, &numbers, &texts)) {
+      if (Explode(name, texts, budget, &list)) {
         list.Join(result);
         return list;
       }
-      known = TextFunction(name, texts, limit, &text);
+      known = TextFunction(name, texts, budget, &text);
     }
   }
-  if (known && text.size() <= limit) result.text = CPhpText(std::move(text));
-  if (!IsPlainPass(name)) {
+  if (known && MayMake(text.size(), budget)) {
+    result.text = CPhpText(std::move(text));
+    result.text.Hold(budget);
+  }
+  const PhpFunction* const function = FindPhpFunction(name);
+  if (function == nullptr || !function->Is(kPlain)) {
     result.origin |= kComputed;
-    if (result.way == HidingWay::kNone) result.way = WayOf(name);
+    if (result.way == HidingWay::kNone) result.way = function != nullptr ? function->way : HidingWay::kOther;
   }
   return result;
 }

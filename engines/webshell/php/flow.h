@@ -55,7 +55,8 @@ struct PhpFlowResult {
   bool standalone = true;            ///< no include, class, namespace, or function called that the file does not define
 };
 
-/// `in_code`: the text begins inside PHP.
-PhpFlowResult FollowPhp(std::string_view source, bool in_code);
+/// `in_code`: the text begins inside PHP. `most_room`: bytes that may be held at a time; never more than some eight
+/// times the source and half a mebibyte.
+PhpFlowResult FollowPhp(std::string_view source, bool in_code, std::size_t most_room = ~std::size_t{0} / 2);
 
 }  // namespace qiv

@@ -32,19 +32,20 @@ MessageId NameOf(HidingWay way) {
 
 }  // namespace
 
-void ReportHiding(const PhpFinding& finding, Language language, WebshellResult* result) {
+void ReportHiding(PhpFindingKind kind, HidingWay way, Language language, WebshellResult* result) {
   result->category = Message(language, MessageId::kHide);
-  if (finding.kind == PhpFindingKind::kRequestCall) {
+  if (kind == PhpFindingKind::kRequestCall) {
     result->name = Message(language, MessageId::kVariantBackdoor);
-    result->detail = finding.detail;
     return;
   }
-  result->name = Message(language, NameOf(finding.way));
-  if (finding.way == HidingWay::kCharacterCodes) {
-    result->detail = std::string(Message(language, MessageId::kLabelFunction)) + ": CHR()";
-  } else {
-    result->detail = finding.detail;
-  }
+  result->name = Message(language, NameOf(way));
+  if (way == HidingWay::kCharacterCodes) result->detail = LabelledDetail(language, MessageId::kLabelFunction, "CHR()");
+}
+
+std::string LabelledDetail(Language language, MessageId label, std::string_view detail) {
+  std::string text(Message(language, label));
+  text.append(language == Language::kChinese ? "\xA3\xBA" : ": ").append(detail);  // a full-width colon in GBK
+  return text;
 }
 
 }  // namespace qiv

@@ -76,8 +76,9 @@ bool IsAssignment(std::uint32_t code) {
 
 }  // namespace
 
-CPhpMachine::CPhpMachine(std::string_view source, bool in_code) : source_(source), tokens_(PhpTokens(source, in_code)) {
-  work_left_ = kWorkAnyway;
+CPhpMachine::CPhpMachine(std::string_view source, bool in_code, std::size_t most_room)
+    : source_(source), budget_(kWorkAnyway, kRoomAnyway, most_room), in_code_(in_code), tokens_(source, in_code) {
+  budget_.Hold(kPrepaid * (sizeof(Frame) + kOperandRoom + sizeof(Operation)));
   nested_left_ = kWorkAnyway + source.size() * 4;
 }
 
@@ -120,16 +121,17 @@ void CPhpMachine::Pass() {
   skipped_ = 0;
   PushFrame(FrameKind::kBlock);
   std::size_t earned = 0;  // bytes that the budget was given for
-  for (at_ = 0; at_ < tokens_.size(); ++at_) {
-    const std::size_t end = tokens_[at_].End();
-    if (end > earned) work_left_ += (end - std::exchange(earned, end)) * kWorkPerByte;
+  for (tokens_ = CPhpTokens(source_, in_code_); tokens_.Advance();) {
+    const std::size_t end = tokens_.At().End();
+    if (end > earned) budget_.EarnWork((end - std::exchange(earned, end)) * kWorkPerByte);
+    if (end > earned_) budget_.EarnRoom((end - std::exchange(earned_, end)) * kRoomPerByte);
     Token();
   }
   EndStatement();
 }
 
 void CPhpMachine::Token() {
-  PhpToken& token = tokens_[at_];
+  PhpToken& token = tokens_.At();
   switch (token.kind) {
     case PhpTokenKind::kVariable:
       OnVariable(token);
@@ -154,7 +156,7 @@ void CPhpMachine::Token() {
 // Null when brackets stand too deep: this one is only counted.
 CPhpMachine::Frame* CPhpMachine::PushFrame(FrameKind kind) {
   operand_next_ = true;
-  if (frames_.size() >= kMostFrames) {
+  if (!HasRoomForFrame()) {
     ++skipped_;
     values_.resize(std::min<std::size_t>(values_.size(), frames_.back().values));
     return nullptr;
@@ -172,6 +174,33 @@ CPhpMachine::Frame* CPhpMachine::PushFrame(FrameKind kind) {
   return &frame;
 }
 
+CPhpMachine::FrameValues* CPhpMachine::MoreOf(Frame& frame) {
+  if (!frame.more) {
+    if (frames_.size() > kPrepaid && !budget_.HasRoom(sizeof(FrameValues))) return nullptr;
+    frame.more = std::make_unique<FrameValues>();
+    frame.more->held.Set(&budget_, sizeof(FrameValues) + 16);
+  }
+  return frame.more.get();
+}
+
+// Whether there is room for one more argument.
+bool CPhpMachine::GrowArguments() {
+  constexpr std::size_t kArgument = sizeof(PhpValue) + sizeof(VariableKey) + sizeof(PhpName);
+  const std::size_t old = arguments_.capacity();
+  if (arguments_.size() < old) return true;
+  const std::size_t grown = std::max(kPrepaid, old + old / 4);
+  if (old == 0) {
+    budget_.Hold(grown * kArgument);
+  } else if (!budget_.Take(grown * kArgument)) {
+    return false;
+  }
+  arguments_.reserve(grown);
+  argument_keys_.reserve(grown);
+  argument_names_.reserve(grown);
+  budget_.Give(old * kArgument);
+  return true;
+}
+
 void CPhpMachine::DropArguments(std::size_t count) {
   arguments_.resize(std::min(arguments_.size(), count));
   argument_keys_.resize(arguments_.size());
@@ -181,9 +210,11 @@ void CPhpMachine::DropArguments(std::size_t count) {
 void CPhpMachine::PushOperand(Operand operand) {
   // Without an operator between them only the last counts.
   if (!operand_next_) values_.resize(std::max<std::size_t>(frames_.back().values, values_.size() - 1));
-  if (InForeach() && operand.key != 0) Store(operand.key, frames_.back().element, false);
-  values_.push_back(std::move(operand));
+  if (InForeach() && operand.key != 0) {
+    Store(operand.key, frames_.back().more ? frames_.back().more->element : PhpValue(), false);
+  }
   operand_next_ = false;
+  if (Grow(values_.size(), &most_values_, kOperandRoom)) values_.push_back(std::move(operand));
 }
 
 CPhpMachine::Operand CPhpMachine::PopOperand() {
@@ -195,14 +226,15 @@ CPhpMachine::Operand CPhpMachine::PopOperand() {
 
 void CPhpMachine::PushOperation(std::uint32_t code, int precedence, bool unary, bool keep_left) {
   if (!unary && !keep_left) Reduce(precedence);
-  PushPending({code, precedence, unary});
+  PushPending(code, precedence, unary);
   operand_next_ = true;
 }
 
 // A chain that is longer than anybody writes is applied as far as it goes.
-void CPhpMachine::PushPending(Operation operation) {
-  if (operations_.size() - frames_.back().operations >= kMostPending) Reduce(kLowest);
-  operations_.push_back(operation);
+void CPhpMachine::PushPending(std::uint32_t code, int precedence, bool unary) {
+  const auto fits = [&] { return Grow(operations_.size(), &most_operations_, sizeof(Operation)); };
+  if (operations_.size() - frames_.back().operations >= kMostPending || !fits()) Reduce(kLowest);
+  if (fits()) operations_.push_back({code, static_cast<std::int16_t>(precedence), unary});
 }
 
 // Applies what binds at least as tightly.
@@ -252,7 +284,7 @@ void CPhpMachine::Apply(const Operation& operation) {
         break;
       case PhpOperator("..."):  // the request fills all arguments: also the callback among them
         if (frames_.back().kind == FrameKind::kCall && right.value.Has(kWholeRequest)) {
-          const PhpFunction* const function = FindPhpFunction(names_.Text(frames_.back().callee.name));
+          const PhpFunction* const function = FindPhpFunction(names_.Text(frames_.back().callee_name));
           if (!frames_.back().named || (function != nullptr && (function->kind == PhpFunctionKind::kCallback ||
                                                                 function->kind == PhpFunctionKind::kPattern))) {
             Report(PhpFindingKind::kRequestCall, function != nullptr ? function->name : "$");
@@ -331,13 +363,13 @@ void CPhpMachine::OnOperator(const PhpToken& token) {
       break;
   }
   if (code == PhpOperator("$") && operand_next_) {  // "$$name", "${...}"
-    if (!NextIs("{")) return PushPending({code, kUnary + 1, true});
-    ++at_;
+    if (!NextIs("{")) return PushPending(code, kUnary + 1, true);
+    tokens_.Advance();
     PushFrame(FrameKind::kVariable);
     return;
   }
   if (operand_next_) {
-    PushPending({code, kUnary, true});
+    PushPending(code, kUnary, true);
   } else if (IsAssignment(code)) {
     PushOperation(code, kAssignment, false, true);
   } else if (const int precedence = BinaryPrecedence(code); precedence >= 0) {
@@ -346,15 +378,15 @@ void CPhpMachine::OnOperator(const PhpToken& token) {
 }
 
 void CPhpMachine::Ternary() {
-  if (tokens_[at_].Is("?")) {
+  if (tokens_.At().Is("?")) {
     if (operand_next_) return;  // a nullable type
     if (NextIs(":")) {
-      ++at_;
+      tokens_.Advance();
       return PushOperation(PhpOperator("?\?"), kTernary, false);
     }
     Reduce(kTernary);
     PopOperand();  // the condition
-    operations_.push_back({PhpOperator("?"), kTernary - 1, true});
+    PushPending(PhpOperator("?"), kTernary - 1, true);
     operand_next_ = true;
     return;
   }
@@ -374,15 +406,16 @@ void CPhpMachine::Comma() {
   if (frame.kind == FrameKind::kCall || frame.kind == FrameKind::kArray) {
     if (values_.size() > frame.values) {
       Operand operand = PopOperand();
-      if (arguments_.size() - frame.arguments > kMostElements || arguments_.size() >= kMostArguments) {
+      if (arguments_.size() - frame.arguments > kMostElements || arguments_.size() >= kMostArguments ||
+          !GrowArguments()) {
         if (arguments_.size() > frame.arguments) arguments_.back().Join(operand.value);
       } else {
         argument_keys_.push_back(operand.indexed ? 0 : operand.key);
         arguments_.push_back(std::move(operand.value));
         argument_names_.push_back(frame.has_key ? frame.array_key : kNoName);
       }
-      if (frame.kind == FrameKind::kArray && arguments_.size() > frame.arguments) {
-        arguments_.back().Join(std::exchange(frame.element, PhpValue()));
+      if (frame.kind == FrameKind::kArray && frame.more && arguments_.size() > frame.arguments) {
+        arguments_.back().Join(std::exchange(frame.more->element, PhpValue()));
       }
     }
     frame.has_key = false;
@@ -397,7 +430,9 @@ void CPhpMachine::Arrow() {
   const Operand key = PopOperand();
   Frame& frame = frames_.back();
   if (frame.kind == FrameKind::kArray) {
-    frame.element = key.value.Taint();
+    if (frame.more || key.value.origin != 0 || key.value.way != HidingWay::kNone) {
+      if (FrameValues* const more = MoreOf(frame)) more->element = key.value.Taint();
+    }
     frame.array_key = IndexOf(key.value);
     frame.has_key = frame.array_key != kNoName;
   }

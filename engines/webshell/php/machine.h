@@ -51,7 +51,7 @@ std::uint8_t SuperglobalNumber(std::string_view name);
 
 class CPhpMachine {
  public:
-  CPhpMachine(std::string_view source, bool in_code);
+  CPhpMachine(std::string_view source, bool in_code, std::size_t most_room);
   PhpFlowResult Run();
 
  private:
@@ -60,14 +60,18 @@ class CPhpMachine {
   static constexpr std::size_t kMostNested = 64;
   static constexpr std::size_t kWorkPerByte = 8;       // budget for each byte of source: layers of decoding, with room
   static constexpr std::size_t kWorkAnyway = 1 << 18;  // and for the shortest
-  static constexpr std::size_t kElementWork = 24;      // what it costs to copy an element, in bytes of text
+  static constexpr std::size_t kElementWork = 64;      // what it costs to copy an element, in bytes of text
+  static constexpr std::size_t kCallWork = 192;        // to look up a function by a text
   static constexpr std::size_t kMostElements = 4096;   // of an array that is followed
   static constexpr std::size_t kMostArguments = 1 << 16;  // of all calls and arrays that are open
   static constexpr std::size_t kMostParameters = 64;      // of a function; more are not bound
   static constexpr std::size_t kMostFunctions = 1 << 16;  // the functions behind them count as one
   static constexpr std::size_t kMostPending = 4096;       // operators of a bracket that wait for their right side
   static constexpr std::size_t kMostWritten = 4096;       // files that are remembered
-  static constexpr std::size_t kMostArrayBytes = std::size_t{16} << 20;  // of all arrays that are held at a time
+  // Room for each byte of source: names and variables of ordinary programs take some three, their texts and arrays
+  // less; and for the shortest, with brackets as deep as they may stand.
+  static constexpr std::size_t kRoomPerByte = 8;
+  static constexpr std::size_t kRoomAnyway = 1 << 19;
   // Brackets inside each other. PHP's own parser gives up at 10,000 symbols: what stands deeper never runs.
   static constexpr std::size_t kMostFrames = 10000;
 
@@ -112,6 +116,7 @@ class CPhpMachine {
     std::uint8_t superglobal = 0;  // number + 1
     std::uint32_t user = 0;        // function of the file of that name, its number + 1
   };
+  static constexpr std::size_t kVariableRoom = 128;  // itself and its places in a table that doubles at half full
   NameFacts& FactsOf(PhpName name);
   // The name of a token; looked up once.
   PhpName NameOf(PhpToken& token);
@@ -120,28 +125,47 @@ class CPhpMachine {
 
   struct Operation {
     std::uint32_t code = 0;
-    int precedence = 0;
+    std::int16_t precedence = 0;
     bool unary = false;
   };
   enum class FrameKind : std::uint8_t { kBlock, kParen, kCall, kIndex, kArray, kVariable, kSkip };
+  // What few brackets need.
+  struct FrameValues {
+    Operand callee;    // what is called or looked into, but for functions called by their names
+    PhpValue element;  // foreach: what its variables get
+    CHeldRoom held;
+  };
   struct Frame {
     FrameKind kind = FrameKind::kBlock;
+    bool named = false;      // callee_name is the function
+    bool is_member = false;  // callee_name is a method
+    bool is_new = false;
+    bool statement = false;  // "if (...)" and the like
+    bool is_class = false;
+    bool in_foreach = false;
+    bool has_key = false;
     std::uint32_t values = 0;
     std::uint32_t operations = 0;
     std::uint32_t arguments = 0;  // of kCall and kArray: where its arguments begin
     std::uint32_t block = 0;      // the innermost block: this frame or one around it
-    Operand callee;
-    bool named = false;  // callee.name is the function
-    bool is_new = false;
-    bool statement = false;  // "if (...)" and the like
-    bool is_class = false;
-    std::uint32_t scope = 0;  // to go back to
+    std::uint32_t scope = 0;      // to go back to
     std::uint32_t function = 0;
-    PhpValue element;  // foreach: what its variables get
-    bool in_foreach = false;
-    bool has_key = false;
+    PhpName callee_name = kNoName;
     PhpName array_key = kNoName;
+    std::unique_ptr<FrameValues> more;  // null: none of it, or no room for it
   };
+  static constexpr std::size_t kPrepaid = 64;                        // of each stack, whatever was held before
+  static constexpr std::size_t kOperandRoom = sizeof(Operand) + 24;  // five fill a block
+  bool HasRoomForFrame() { return frames_.size() < kMostFrames && Grow(frames_.size(), &most_frames_, sizeof(Frame)); }
+  // Whether a stack of that size may grow by one; `most`: the size that is paid for.
+  bool Grow(std::size_t size, std::size_t* most, std::size_t bytes) {
+    if (size < *most) return true;
+    if (!budget_.Take(bytes)) return false;
+    ++*most;
+    return true;
+  }
+  bool GrowArguments();
+  FrameValues* MoreOf(Frame& frame);
   struct Variable {
     PhpValue value;
     std::uint32_t scope = 0;
@@ -177,23 +201,26 @@ class CPhpMachine {
   void CloseBlock();
   void EndStatement();
   void Declaration(bool is_closure);
+  std::uint32_t NextFunction();
+  bool HasRoomForParameter(const Function& function, std::size_t count) {
+    constexpr std::size_t kRoom = sizeof(PhpValue) + sizeof(PhpName) + 4;
+    return count < kMostParameters && (count < function.values.size() || budget_.Take(kRoom));
+  }
   bool SkipTo(std::string_view a, std::string_view b);
   void Statement(FrameKind kind);
   void Ternary();
   void Comma();
   void Arrow();
   bool IsIndexBrace() const;
-  const PhpToken* Next(std::size_t ahead = 1) const {
-    return at_ + ahead < tokens_.size() ? &tokens_[at_ + ahead] : nullptr;
-  }
-  PhpToken* Next(std::size_t ahead = 1) { return at_ + ahead < tokens_.size() ? &tokens_[at_ + ahead] : nullptr; }
-  bool NextIs(std::string_view op, std::size_t ahead = 1) const { return Next(ahead) && Next(ahead)->Is(op); }
+  PhpToken* Next(std::size_t ahead = 1) { return tokens_.Ahead(ahead); }
+  bool NextIs(std::string_view op, std::size_t ahead = 1) { return Next(ahead) && Next(ahead)->Is(op); }
+  bool BeforeIs(std::string_view op) const { return tokens_.Before() != nullptr && tokens_.Before()->Is(op); }
   std::string_view TextOf(const PhpToken& token) const { return token.Text(source_); }
   Frame* PushFrame(FrameKind kind);
   void PushOperand(Operand operand);
   Operand PopOperand();
   void PushOperation(std::uint32_t code, int precedence, bool unary, bool keep_left = false);
-  void PushPending(Operation operation);
+  void PushPending(std::uint32_t code, int precedence, bool unary);
   void Reduce(int precedence);
   void Apply(const Operation& operation);
   void DropArguments(std::size_t count);
@@ -215,18 +242,21 @@ class CPhpMachine {
   PhpName IndexOf(const PhpValue& value);
   PhpValue Template(std::string_view inner, char quote);
   PhpValue Each(const PhpValue& list);
-  bool Spend(std::size_t work);
+  bool Spend(std::size_t work) { return budget_.Spend(work); }
+  PhpValue Made(std::string text, std::uint32_t origin = 0, HidingWay way = HidingWay::kNone);
+  bool Holds(const PhpValue& value, std::string_view text);
   bool SameText(const PhpValue& a, const PhpValue& b);
   CPhpShare<PhpArray> NewArray(const PhpArray* copied = nullptr);
   bool Account(PhpArray* array);
 
   // php_machine_calls.cpp: functions and what they give away
-  PhpValue Call(Frame& frame, std::span<PhpValue> arguments);
+  PhpValue Call(const Frame& frame, const Operand& called_value, std::span<PhpValue> arguments);
   PhpValue CallNamed(std::string_view name, std::span<PhpValue> arguments, bool hidden, HidingWay way);
   PhpValue CallKnown(const PhpFunction& function, std::span<PhpValue> arguments);
   void GiveBack(const Frame& frame);
   void CallBack(Function& user, std::string_view caller, const PhpValue& value);
-  PhpValue New(Frame& frame, std::span<PhpValue> arguments);
+  void CallWithAll(Function& user, const PhpValue& given);
+  PhpValue New(const Frame& frame, const PhpValue& name_value, std::span<PhpValue> arguments);
   PhpValue CallMade(std::string_view name, std::span<const PhpValue> arguments);
   PhpValue CallMember(std::string_view name, std::span<PhpValue> arguments, const Operand& callee);
   PhpValue CallUser(Function& function, std::span<const PhpValue> arguments);
@@ -252,16 +282,20 @@ class CPhpMachine {
   bool IsAdded(std::vector<std::string>* texts, std::string_view text);
 
   std::string_view source_;
-  CPhpNames names_;
-  std::size_t array_bytes_ = 0;  // held by arrays: outlives them all
-  std::vector<PhpToken> tokens_;
+  CFlowBudget budget_;      // outlives all that is held
+  std::size_t earned_ = 0;  // bytes of source that have earned their room
+  CPhpNames names_{&budget_};
+  bool in_code_;
+  CPhpTokens tokens_;
   std::vector<NameFacts> facts_;  // per name
-  std::size_t at_ = 0;
-  bool operand_next_ = true;  // an operand is expected, not an operator
+  bool operand_next_ = true;      // an operand is expected, not an operator
   int pass_ = 0;
-  std::vector<Operand> values_;
-  std::vector<Operation> operations_;
-  std::vector<Frame> frames_;
+  std::deque<Operand> values_;
+  std::deque<Operation> operations_;
+  std::deque<Frame> frames_;
+  std::size_t most_values_ = kPrepaid;
+  std::size_t most_operations_ = kPrepaid;
+  std::size_t most_frames_ = kPrepaid;
   std::vector<PhpValue> arguments_;
   std::vector<VariableKey> argument_keys_;  // the variables that stand in them, in step with arguments_
   std::vector<PhpName> argument_names_;     // "name => value", in step with arguments_
@@ -283,14 +317,13 @@ class CPhpMachine {
   PhpValue printed_;                 // what the file prints, without its text
   PhpValue thrown_;                  // what its exceptions say
   std::vector<Function*> handlers_;  // functions called for errors and output
-  struct Made {
+  struct MadeFunction {
     std::string parameters;
     std::string body;
   };
-  std::vector<Made> made_;             // by create_function
+  std::vector<MadeFunction> made_;     // by create_function
   std::vector<std::uint32_t> arrows_;  // the functions whose "fn (...) =>" has been met but not its end
   std::size_t stray_braces_ = 0;       // "({": no PHP, but files that lost their quotes hold it
-  std::size_t work_left_ = 0;
   std::size_t nested_left_ = 0;
   PhpFlowResult result_;
 };

@@ -10,18 +10,18 @@
 namespace qiv {
 
 bool CPhpMachine::IsIndexBrace() const {
-  if (operand_next_ || at_ == 0 || frames_.back().in_foreach) return false;
-  const PhpToken& before = tokens_[at_ - 1];
-  return before.kind == PhpTokenKind::kVariable || before.Is("]");
+  const PhpToken* const before = tokens_.Before();
+  if (operand_next_ || before == nullptr || frames_.back().in_foreach) return false;
+  return before->kind == PhpTokenKind::kVariable || before->Is("]");
 }
 
 void CPhpMachine::OpenBracket(char bracket) {
-  if (frames_.size() >= kMostFrames) {
+  if (!HasRoomForFrame()) {
     PushFrame(FrameKind::kParen);
     return;
   }
   if (bracket == '{') {
-    if (at_ > 0 && tokens_[at_ - 1].Is("(") && frames_.back().kind == FrameKind::kCall) {
+    if (BeforeIs("(") && frames_.back().kind == FrameKind::kCall) {
       ++stray_braces_;
       return;
     }
@@ -34,15 +34,20 @@ void CPhpMachine::OpenBracket(char bracket) {
       return;
     }
     Operand base = PopOperand();
-    PushFrame(FrameKind::kIndex)->callee = std::move(base);
+    Frame& frame = *PushFrame(FrameKind::kIndex);
+    if (FrameValues* const more = MoreOf(frame)) more->callee = std::move(base);
     return;
   }
   if (!operand_next_) {  // a call
     Operand callee = PopOperand();
     Frame& frame = *PushFrame(FrameKind::kCall);
     frame.named = callee.is_name;
+    frame.is_member = callee.is_member;
+    frame.callee_name = callee.name;
     frame.is_new = std::exchange(pending_new_, false);
-    frame.callee = std::move(callee);
+    if (!callee.is_name || callee.is_member || callee.value.origin != 0 || callee.value.HasText()) {
+      if (FrameValues* const more = MoreOf(frame)) more->callee = std::move(callee);
+    }
     return;
   }
   // A cast is "(", a type's name, ")".
@@ -51,8 +56,9 @@ void CPhpMachine::OpenBracket(char bracket) {
     const bool plain = type == "string" || type == "array" || type == "object" || type == "binary";
     if (plain || type == "int" || type == "integer" || type == "bool" || type == "boolean" || type == "float" ||
         type == "double") {
-      at_ += 2;
-      PushPending({plain ? kPlainCast : kNumberCast, kUnary, true});
+      tokens_.Advance();
+      tokens_.Advance();
+      PushPending(plain ? kPlainCast : kNumberCast, kUnary, true);
       return;
     }
   }
@@ -136,26 +142,28 @@ void CPhpMachine::CloseBracket(char bracket) {
   }
   Operand inner = PopOperand();
   Frame frame = std::move(frames_.back());
+  const Operand none;
+  const Operand& callee = frame.more ? frame.more->callee : none;
   frames_.pop_back();
   values_.resize(std::min<std::size_t>(values_.size(), frame.values));
   operand_next_ = true;
   Operand result;
   switch (frame.kind) {
     case FrameKind::kIndex:
-      result = Element(frame.callee, empty ? nullptr : &inner.value);
+      result = Element(callee, empty ? nullptr : &inner.value);
       break;
     case FrameKind::kArray:
     case FrameKind::kCall: {
       const std::span<PhpValue> arguments(arguments_.data() + frame.arguments, arguments_.size() - frame.arguments);
       const bool list = frame.kind == FrameKind::kArray;
       if (list) {
-        if (NextIs("=")) {
+        if (NextIs("=") && frames_.size() < kPrepaid && operations_.size() < kPrepaid) {
           result.list = std::make_shared<std::vector<VariableKey>>(
               argument_keys_.begin() + static_cast<std::ptrdiff_t>(frame.arguments), argument_keys_.end());
         }
         for (const PhpValue& argument : arguments) result.value.Join(argument);
         result.value.origin = (result.value.origin & ~static_cast<std::uint32_t>(kClosure)) | kArrayLiteral;
-        if (arguments.size() <= kMostElements) {
+        if (arguments.size() <= kMostElements && budget_.HasRoom(PhpArray::RoomFor(arguments.size()))) {
           result.value.array = NewArray();
           result.value.array->elements.reserve(arguments.size());
           for (std::size_t i = 0; i < arguments.size(); ++i) {
@@ -165,7 +173,7 @@ void CPhpMachine::CloseBracket(char bracket) {
           if (!Account(&*result.value.array)) result.value.array = {};
         }
       } else {
-        result.value = Call(frame, arguments);
+        result.value = Call(frame, callee, arguments);
       }
       DropArguments(frame.arguments);
       break;

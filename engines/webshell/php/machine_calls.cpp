@@ -1,6 +1,5 @@
 // What calls give, and what they give away.
 #include <algorithm>
-#include <array>
 #include <utility>
 
 #include "common/char_set.h"
@@ -16,68 +15,6 @@ constexpr std::size_t kShortestFunction = 3;  // letters in the name of a functi
 bool HoldsCode(std::string_view text) {
   return text.find('(') != std::string_view::npos || text.find("<?") != std::string_view::npos ||
          text.find('`') != std::string_view::npos;
-}
-
-// What gives back a number or a digest of what it is given.
-bool IsMeasure(std::string_view name) {
-  constexpr std::array<std::string_view, 22> kMeasures = {
-      "intval", "floatval", "doubleval",    "boolval",    "count",     "sizeof",       "strlen", "md5",
-      "sha1",   "crc32",    "hash",         "abs",        "round",     "floor",        "ceil",   "strpos",
-      "max",    "min",      "array_search", "strcasecmp", "strtotime", "number_format"};
-  return name.starts_with("is_") || std::find(kMeasures.begin(), kMeasures.end(), name) != kMeasures.end();
-}
-
-// Functions whose argument becomes (a part of) what another argument is given back.
-struct GivesBack {
-  std::string_view name;
-  std::size_t from;
-  std::size_t to;
-};
-constexpr GivesBack kGivesBack[] = {{"preg_match", 1, 2},
-                                    {"preg_match_all", 1, 2},
-                                    {"ereg", 1, 2},
-                                    {"eregi", 1, 2},
-                                    {"mb_ereg", 1, 2},
-                                    {"mb_eregi", 1, 2},
-                                    {"parse_str", 0, 1},
-                                    {"mb_parse_str", 0, 1},
-                                    {"sscanf", 0, 2},
-                                    {"openssl_public_decrypt", 0, 1},
-                                    {"openssl_private_decrypt", 0, 1},
-                                    {"similar_text", 0, 2}};
-
-// What works on files, folders, hosts or databases.
-bool IsToolFunction(std::string_view name) {
-  constexpr std::array<std::string_view, 29> kTools = {"file_get_contents",
-                                                       "readfile",
-                                                       "file",
-                                                       "fopen",
-                                                       "highlight_file",
-                                                       "show_source",
-                                                       "opendir",
-                                                       "scandir",
-                                                       "dir",
-                                                       "glob",
-                                                       "unlink",
-                                                       "rmdir",
-                                                       "mkdir",
-                                                       "chmod",
-                                                       "rename",
-                                                       "copy",
-                                                       "touch",
-                                                       "symlink",
-                                                       "fsockopen",
-                                                       "pfsockopen",
-                                                       "curl_setopt",
-                                                       "curl_init",
-                                                       "mysql_query",
-                                                       "mysql_connect",
-                                                       "mysqli_query",
-                                                       "chdir",
-                                                       "fputs",
-                                                       "fwrite",
-                                                       "mysqli_connect"};
-  return std::find(kTools.begin(), kTools.end(), name) != kTools.end();
 }
 
 // Whether the regular expression's modifiers hold "e": its replacement is code.
@@ -141,17 +78,17 @@ PhpValue CPhpMachine::CallUser(Function& function, std::span<const PhpValue> arg
   return result;
 }
 
-PhpValue CPhpMachine::Call(Frame& frame, std::span<PhpValue> arguments) {
-  const std::string_view called = names_.Text(frame.callee.name);
-  if (frame.callee.is_member) return CallMember(called, arguments, frame.callee);
-  if (frame.is_new) return New(frame, arguments);
+PhpValue CPhpMachine::Call(const Frame& frame, const Operand& called_value, std::span<PhpValue> arguments) {
+  const std::string_view called = names_.Text(frame.callee_name);
+  if (frame.is_member) return CallMember(called, arguments, called_value);
+  if (frame.is_new) return New(frame, called_value.value, arguments);
   if (frame.named) {
     PhpValue result = CallNamed(called, arguments, false, HidingWay::kNone);
     GiveBack(frame);
     return result;
   }
   // A value is called.
-  const PhpValue& callee = frame.callee.value;
+  const PhpValue& callee = called_value.value;
   if (callee.function != 0 && callee.function <= functions_.size())
     return CallUser(functions_[callee.function - 1], arguments);
   if (Function* const invoke = callee.HasText() ? nullptr : FindUser("__invoke")) CallUser(*invoke, arguments);
@@ -161,14 +98,16 @@ PhpValue CPhpMachine::Call(Frame& frame, std::span<PhpValue> arguments) {
   if (callee.HasText()) {
     const std::string name = CalledName(callee);
     const bool no_name = callee.Has(kComputed) || name.size() < kShortestFunction;
-    if (no_name && !FindPhpFunction(name) && !FindUser(name) && AnyHas(arguments, kWholeRequest)) {
+    const PhpFunction* const known = FindPhpFunction(name);
+    const bool is_known = (known != nullptr && known->kind != PhpFunctionKind::kOther) || FindUser(name) != nullptr;
+    if (no_name && !is_known && AnyHas(arguments, kWholeRequest)) {
       Report(PhpFindingKind::kHidden, "", callee.way);
     }
     return CallNamed(name, arguments, callee.Has(kComputed), callee.way);
   }
   if (callee.array && callee.array->size() == 2 && (*callee.array)[1].second.HasText()) return {};
   if (callee.Has(kFromRequest)) {
-    Report(PhpFindingKind::kRequestCall, frame.callee.key == 0 ? "" : "$");
+    Report(PhpFindingKind::kRequestCall, called_value.key == 0 ? "" : "$");
   } else if (callee.function == 0 && !callee.array && AnyHas(arguments, kWholeRequest)) {
     Report(PhpFindingKind::kHidden, "", callee.way);  // what is called cannot be told, what it is given is the request
   }
@@ -182,19 +121,22 @@ PhpValue CPhpMachine::Call(Frame& frame, std::span<PhpValue> arguments) {
 void CPhpMachine::GiveBack(const Frame& frame) {
   const std::span<const VariableKey> keys = std::span(argument_keys_).subspan(frame.arguments);
   const std::span<const PhpValue> values = std::span(arguments_).subspan(frame.arguments);
-  for (const GivesBack& row : kGivesBack) {
-    if (row.name != names_.Text(frame.callee.name) || keys.size() <= std::max(row.from, row.to) || keys[row.to] == 0)
-      continue;
-    PhpValue given;
-    given.origin = values[row.from].origin & (kFromRequest | kServerList | kDecoded | kFromNetwork);
-    if (row.name.ends_with("decrypt")) given.origin |= kDecoded;
-    if (row.name.ends_with("parse_str")) given.origin = values[row.from].origin & kRequest;
-    if (given.origin != 0) Store(keys[row.to], given, false);
-    return;
+  const PhpFunction* const known = FindPhpFunction(names_.Text(frame.callee_name));
+  if (known != nullptr && known->to >= 0) {
+    const auto from = static_cast<std::size_t>(known->from);
+    const auto to = static_cast<std::size_t>(known->to);
+    if (keys.size() > std::max(from, to) && keys[to] != 0) {
+      PhpValue given;
+      given.origin = values[from].origin & (kFromRequest | kServerList | kDecoded | kFromNetwork);
+      if (known->kind == PhpFunctionKind::kDecode) given.origin |= kDecoded;
+      if (known->kind == PhpFunctionKind::kExtract) given.origin = values[from].origin & kRequest;
+      if (given.origin != 0) Store(keys[to], given, false);
+      return;
+    }
   }
-  const Function* const function = FindUser(frame.callee.name);
+  const Function* const function = FindUser(frame.callee_name);
   if (function == nullptr) return;
-  const std::uint32_t scope = FactsOf(frame.callee.name).user;
+  const std::uint32_t scope = FactsOf(frame.callee_name).user;
   for (std::size_t i = 0; i < std::min(keys.size(), function->by_reference.size()); ++i) {
     const VariableKey parameter = function->by_reference[i] ? KeyIn(scope, function->parameters[i]) : 0;
     if (parameter == 0 || keys[i] == 0) continue;
@@ -204,7 +146,8 @@ void CPhpMachine::GiveBack(const Frame& frame) {
 }
 
 PhpValue CPhpMachine::CallNamed(std::string_view name, std::span<PhpValue> arguments, bool hidden, HidingWay way) {
-  if (hidden && IsDangerousName(name) && !arguments.empty()) Report(PhpFindingKind::kHidden, name, way);
+  if (hidden && IsPhpFunction(name, PhpFunction::kDangerous) && !arguments.empty())
+    Report(PhpFindingKind::kHidden, name, way);
   if (name.starts_with(kMadeFunction)) return CallMade(name, arguments);
   if (Function* const user = FindUser(name)) {
     PhpValue result = CallUser(*user, arguments);
@@ -218,7 +161,8 @@ PhpValue CPhpMachine::CallNamed(std::string_view name, std::span<PhpValue> argum
     Report(PhpFindingKind::kBackdoor, name);
   }
   if ((name == "trigger_error" || name == "user_error") && !arguments.empty()) RunHandlers(arguments[0]);
-  if (IsToolFunction(name) && !arguments.empty() &&
+  const PhpFunction* const function = FindPhpFunction(name);
+  if (function != nullptr && function->Is(PhpFunction::kTool) && !arguments.empty() &&
       AnyHas(arguments.first(std::min<std::size_t>(arguments.size(), name == "curl_setopt" ? 3 : 2)), kWholeRequest)) {
     Report(PhpFindingKind::kTool, name);
   }
@@ -227,14 +171,13 @@ PhpValue CPhpMachine::CallNamed(std::string_view name, std::span<PhpValue> argum
                   [](const PhpValue& value) { return value.Has(kRemotePath) && value.Has(kFromRequest); })) {
     Report(PhpFindingKind::kTool, name);
   }
-  const PhpFunction* const function = FindPhpFunction(name);
-  if (function != nullptr) return CallKnown(*function, arguments);
+  if (function != nullptr && function->kind != PhpFunctionKind::kOther) return CallKnown(*function, arguments);
   if (name == "define" && arguments.size() >= 2 && arguments[0].HasText()) {
     Store(KeyIn(kConstScope, NameOf(arguments[0].Text())), arguments[1], false);
     return {};
   }
   if (name == "ord" || name == "hexdec" || name == "bindec" || name == "octdec") {
-    PhpValue value = EvaluatePhpFunction(name, arguments, kWorkAnyway);
+    PhpValue value = EvaluatePhpFunction(name, arguments, &budget_);
     if (!value.is_number && AnyHas(arguments, kFromRequest | kDecoded)) {
       value.origin = kDecoded;
       for (const PhpValue& argument : arguments) value.origin |= argument.origin & kFromRequest;
@@ -245,7 +188,7 @@ PhpValue CPhpMachine::CallNamed(std::string_view name, std::span<PhpValue> argum
     for (const PhpValue& outer : arguments) {
       const PhpValue& argument =
           name == "filter_var_array" && outer.array && outer.array->size() == 1 ? (*outer.array)[0].second : outer;
-      if (!argument.array || !Spend(argument.array->size())) continue;
+      if (!argument.array || !Spend(argument.array->size() * kCallWork)) continue;
       for (const auto& [key, element] : *argument.array) {
         const std::string callback = CalledName(element);
         if (AnyHas(arguments, kFromRequest) && IsPhpRunner(callback)) Report(PhpFindingKind::kBackdoor, callback);
@@ -263,7 +206,10 @@ PhpValue CPhpMachine::CallNamed(std::string_view name, std::span<PhpValue> argum
   }
   PhpValue value;
   if (name == "unserialize" && AnyHas(arguments, kFromRequest)) value.origin |= kFromRequest;
-  if (AnyHas(arguments, kFromRequest | kDerived) && !IsMeasure(name)) value.origin |= kDerived;
+  if (AnyHas(arguments, kFromRequest | kDerived) && !name.starts_with("is_") &&
+      (function == nullptr || !function->Is(PhpFunction::kMeasure))) {
+    value.origin |= kDerived;
+  }
   return value;
 }
 
@@ -286,9 +232,9 @@ PhpValue CPhpMachine::CallKnown(const PhpFunction& function, std::span<PhpValue>
       if (arguments.size() > 1) RunCode(name, arguments[1]);
       if (AnyHas(arguments, kFromRequest)) Report(PhpFindingKind::kBackdoor, name);
       PhpValue made;
-      if (arguments.size() > 1 && made_.size() < kMostNested && Spend(arguments[1].Text().size())) {
-        made = PhpValue::OfText(std::string(kMadeFunction) + std::to_string(made_.size()),
-                                arguments[1].origin & kComputed);
+      if (arguments.size() > 1 && made_.size() < kMostNested && Spend(arguments[1].Text().size()) &&
+          budget_.Take(arguments[0].Text().size() + arguments[1].Text().size())) {
+        made = Made(std::string(kMadeFunction) + std::to_string(made_.size()), arguments[1].origin & kComputed);
         made_.push_back({std::string(arguments[0].Text()), std::string(arguments[1].Text())});
       }
       return made;
@@ -338,12 +284,7 @@ PhpValue CPhpMachine::CallKnown(const PhpFunction& function, std::span<PhpValue>
         if (argument.array) work += argument.array->size() * (arguments.back().Text().size() + 1);
       }
       if (!Spend(work)) return arguments.empty() ? PhpValue() : arguments[0].Taint();
-      PhpValue value = EvaluatePhpFunction(name, arguments, work_left_);
-      Spend(value.Text().size());
-      if (value.array) {
-        work_left_ -= std::min(work_left_, value.array->size() * kElementWork);
-        if (!Account(&*value.array)) value.array = {};
-      }
+      PhpValue value = EvaluatePhpFunction(name, arguments, &budget_);
       if (function.kind == Kind::kDecode) {
         value.origin |= kDecoded;
         if (value.HasText() && HoldsCode(value.Text())) AddNested(value.Text());
@@ -369,7 +310,7 @@ void CPhpMachine::RunCode(std::string_view name, const PhpValue& code) {
   if (code.HasText()) {
     if (name == "assert") {  // a test of the program's own, not a command
       for (const std::string_view run : {"system(", "eval(", "exec(", "passthru(", "phpinfo("}) {
-        if (code.Text().find(run) != std::string_view::npos) Report(PhpFindingKind::kHidden, name);
+        if (Holds(code, run)) Report(PhpFindingKind::kHidden, name);
       }
     }
     AddNested(code.Text());
@@ -380,8 +321,7 @@ void CPhpMachine::RunCode(std::string_view name, const PhpValue& code) {
 
 void CPhpMachine::RunCommand(std::string_view name, std::span<const PhpValue> arguments) {
   if (arguments.empty()) return;
-  const std::string_view command = arguments[0].Text();
-  if (command.find("sh -i") != std::string_view::npos || command.find("/dev/tcp/") != std::string_view::npos) {
+  if (Holds(arguments[0], "sh -i") || Holds(arguments[0], "/dev/tcp/")) {
     return Report(PhpFindingKind::kBackdoor, name);  // a shell for somebody who is not there
   }
   if (AnyHas(
@@ -405,15 +345,22 @@ void CPhpMachine::CallBack(Function& user, std::string_view caller, const PhpVal
     handlers_.push_back(&user);
     given.Join(thrown_);
   }
-  const std::vector<PhpValue> values(std::max<std::size_t>(user.values.size(), 1), given);
+  CallWithAll(user, given);
+}
+
+// Every parameter is given the value.
+void CPhpMachine::CallWithAll(Function& user, const PhpValue& given) {
+  constexpr std::size_t kFew = 4;  // parameters that callbacks have
+  const std::size_t count = std::max<std::size_t>(user.values.size(), 1);
+  if (count > kFew && !Spend(count * kElementWork)) return;
+  const std::vector<PhpValue> values(count, given);
   CallUser(user, values);
 }
 
 void CPhpMachine::RunHandlers(const PhpValue& given) {
   if (!given.Has(kFromRequest)) return;
   for (Function* const handler : handlers_) {
-    const std::vector<PhpValue> values(handler->values.size(), given.Taint());
-    CallUser(*handler, values);
+    if (!handler->values.empty()) CallWithAll(*handler, given.Taint());
   }
 }
 
@@ -429,8 +376,7 @@ PhpValue CPhpMachine::RunCallback(const PhpFunction& function, std::span<PhpValu
     if (!callback.array || callback.array->size() != 2) return value;
     const std::string method = CalledName((*callback.array)[1].second);
     if (Function* const user = FindUser(method)) {
-      const std::vector<PhpValue> given(std::max<std::size_t>(user->values.size(), 1), value.Taint());
-      CallUser(*user, given);
+      CallWithAll(*user, value.Taint());
     }
     return value;
   }
@@ -438,13 +384,15 @@ PhpValue CPhpMachine::RunCallback(const PhpFunction& function, std::span<PhpValu
     const std::string name = CalledName(callback);
     if (name.starts_with(kMadeFunction)) return CallMade(name, arguments);
     if (function.name == "fromcallable" || function.name == "reflectionfunction") return callback;
-    if (callback.Has(kComputed) && IsDangerousName(name)) Report(PhpFindingKind::kHidden, name, callback.way);
+    if (callback.Has(kComputed) && IsPhpFunction(name, PhpFunction::kDangerous))
+      Report(PhpFindingKind::kHidden, name, callback.way);
     const bool output = function.name == "ob_start" || function.name.starts_with("set_e") ||
                         function.name == "spl_autoload_register" || function.name == "header_register_callback";
     if (IsPhpRunner(name) && (output || AnyHas(arguments, kFromRequest))) Report(PhpFindingKind::kBackdoor, name);
     if (IsPhpRunner(name) && AnyHas(arguments, kDecoded)) Report(PhpFindingKind::kHidden, name, value.way);
     if (function.name.starts_with("call_user_func") || function.name.starts_with("forward_static")) {
       if (function.name.ends_with("_array") && arguments.size() > 1 && arguments[1].array &&
+          budget_.HasRoom(arguments[1].array->size() * sizeof(PhpValue)) &&
           Spend(arguments[1].array->size() * kElementWork)) {
         std::vector<PhpValue> unpacked;
         for (const auto& [key, element] : *arguments[1].array) unpacked.push_back(element);
@@ -474,9 +422,8 @@ void CPhpMachine::RunPattern(std::string_view name, std::span<const PhpValue> ar
   const bool multi_byte = name.starts_with("mb_");
   bool runs = false;
   if (multi_byte) {
-    runs = arguments.size() > 3 &&
-           (arguments[3].Text().find('e') != std::string_view::npos || arguments[3].Has(kWholeRequest));
-  } else if (arguments[0].array && Spend(arguments[0].array->size())) {
+    runs = arguments.size() > 3 && (Holds(arguments[3], "e") || arguments[3].Has(kWholeRequest));
+  } else if (arguments[0].array && Spend(arguments[0].array->size() * kElementWork)) {
     for (const auto& [key, element] : *arguments[0].array) runs |= RunsReplacement(element.Text());
   } else {
     runs = RunsReplacement(arguments[0].Text());
@@ -493,6 +440,8 @@ void CPhpMachine::RunPattern(std::string_view name, std::span<const PhpValue> ar
   if (arguments[1].HasText()) AddNested(arguments[1].Text());
 }
 
-PhpFlowResult FollowPhp(std::string_view source, bool in_code) { return CPhpMachine(source, in_code).Run(); }
+PhpFlowResult FollowPhp(std::string_view source, bool in_code, std::size_t most_room) {
+  return CPhpMachine(source, in_code, most_room).Run();
+}
 
 }  // namespace qiv

@@ -13,18 +13,23 @@ constexpr std::uint32_t kRequest = kFromRequest | kWholeRequest;
 constexpr std::size_t kLongestPath = 4096;  // bytes; longer names no system opens
 constexpr std::size_t kIncluder = 256;      // bytes: a file that is nothing but an include of what it is told
 
+// The last bytes in lower case; a trail byte among them is one of the path's, whose bytes are compared.
+std::string LowerEnd(std::string_view path) {
+  constexpr std::size_t kLongestEnd = 6;
+  return CCharSet::LowerAscii(path.substr(path.size() - std::min(path.size(), kLongestEnd)));
+}
+
 bool EndsWithScript(std::string_view path) {
   constexpr std::array<std::string_view, 8> kScripts = {".php", ".php3", ".php5", ".phtml",
                                                         ".asp", ".aspx", ".jsp",  ".pht"};
-  constexpr std::size_t kLongestEnd = 6;
-  const std::string lower = CCharSet::LowerAscii(path.substr(path.size() - std::min(path.size(), kLongestEnd)));
+  const std::string lower = LowerEnd(path);
   return std::any_of(kScripts.begin(), kScripts.end(), [&](std::string_view end) { return lower.ends_with(end); });
 }
 
 // What a browser shows, not what a program includes.
 bool EndsWithPicture(std::string_view path) {
   constexpr std::array<std::string_view, 7> kPictures = {".jpg", ".jpeg", ".png", ".gif", ".bmp", ".ico", ".swf"};
-  const std::string lower = CCharSet::LowerAscii(path);
+  const std::string lower = LowerEnd(path);
   return std::any_of(kPictures.begin(), kPictures.end(), [&](std::string_view end) { return lower.ends_with(end); });
 }
 
@@ -56,12 +61,13 @@ void CPhpMachine::Write(std::string_view name, std::span<const PhpValue> argumen
   const bool script = target.Has(kScriptTarget) || (path && (EndsWithScript(target.Text()) || target.Has(kOwnFile)));
   if (data.Has(kFromRequest) && (script || target.Has(kFromRequest))) return Report(PhpFindingKind::kFileWrite, name);
   if (data.Has(kFromRequest) && name == "file_put_contents" && target.HasText() &&
-      target.Text().size() <= kLongestPath && written_.size() < kMostWritten) {
+      target.Text().size() <= kLongestPath && written_.size() < kMostWritten &&
+      budget_.Take(target.Text().size() + 96)) {
     written_.emplace(target.Text());
   }
   if (data.Has(kDecoded) && (script || target.Has(kWholeRequest))) Report(PhpFindingKind::kFileWrite, name, data.way);
   if (data.Has(kFromNetwork) && (script || target.Has(kFromRequest))) Report(PhpFindingKind::kDownload, name);
-  if (data.HasText() && data.Text().find("<?") != std::string_view::npos) AddNested("?>" + std::string(data.Text()));
+  if (Holds(data, "<?")) AddNested("?>" + std::string(data.Text()));
 }
 
 void CPhpMachine::Move(std::string_view name, std::span<const PhpValue> arguments) {
@@ -107,8 +113,7 @@ void CPhpMachine::Include(const PhpValue& path) {
     Report(PhpFindingKind::kInclude, "include");
   } else if (path.Has(kFromNetwork | kRemotePath)) {
     Report(PhpFindingKind::kNetworkCode, "include");
-  } else if (path.HasText() &&
-             (path.Text().starts_with("data:") || path.Text().find("://") != std::string_view::npos)) {
+  } else if (path.HasText() && (path.Text().starts_with("data:") || Holds(path, "://"))) {
     if (!path.Text().starts_with("phar://") && !path.Text().starts_with("vfs://"))
       Report(PhpFindingKind::kNetworkCode, path.Text());
   } else if ((path.Has(kDecoded) && path.way == HidingWay::kBase64) || path.Has(kEscaped) ||
@@ -121,11 +126,10 @@ void CPhpMachine::Include(const PhpValue& path) {
 void CPhpMachine::Mail(std::span<const PhpValue> arguments) {
   if (arguments.size() < 3) return;
   const PhpValue& to = arguments[0];
-  if (arguments.size() > 4 &&
-      (arguments[4].Has(kWholeRequest) || arguments[4].Text().find("-X") != std::string_view::npos)) {
+  if (arguments.size() > 4 && (arguments[4].Has(kWholeRequest) || Holds(arguments[4], "-X"))) {
     Report(PhpFindingKind::kBackdoor, "mail");
   }
-  const bool address = to.Text().find('@') != std::string_view::npos;
+  const bool address = Holds(to, "@");
   const bool hidden =
       address && (to.Has(kDecoded | kEscaped) || (to.Has(kComputed) && to.way == HidingWay::kCharacters));
   if (hidden || (address && AnyHas(arguments.subspan(1), kHostFacts))) {

@@ -22,10 +22,12 @@ bool IsMostlyText(std::string_view text) {
 }  // namespace
 
 bool CPhpMachine::IsAdded(std::vector<std::string>* texts, std::string_view text) {
+  constexpr std::size_t kNestedRoom = 128;  // beside the bytes
   if (pass_ == 0 || texts->size() >= kMostNested || text.size() > nested_left_ || text.size() < 4) return false;
-  if (!Spend(text.size())) return false;
+  if (!budget_.HasRoom(text.size() + kNestedRoom) || !Spend(text.size())) return false;
   if (std::find(texts->begin(), texts->end(), text) != texts->end()) return false;
   nested_left_ -= text.size();
+  budget_.Hold(text.size() + kNestedRoom);
   texts->emplace_back(text);
   return true;
 }
@@ -53,8 +55,8 @@ void CPhpMachine::Literal(std::string_view text) {
       })) {
     return;
   }
-  std::size_t limit = std::min(nested_left_, text.size() * kGrowth);
-  if (!Spend(text.size())) return;
+  std::size_t limit = std::min({nested_left_, text.size() * kGrowth, budget_.Room() / 2, budget_.Work()});
+  if (!budget_.HasRoom(text.size()) || !Spend(text.size())) return;
   std::string decoded = DecodeBase64(text);
   for (int layer = 0; layer < 2 && !decoded.empty(); ++layer) {
     if (decoded.starts_with("\x7F"

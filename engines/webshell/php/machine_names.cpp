@@ -97,26 +97,27 @@ void CPhpMachine::OnName(PhpToken& token) {
   const PhpName name = NameOf(token);
   Operand operand;
   operand.name = names_.Lower(name);
-  const bool member = at_ > 0 && (tokens_[at_ - 1].Is("->") || tokens_[at_ - 1].Is("::") || tokens_[at_ - 1].Is("?->"));
+  const bool member = BeforeIs("->") || BeforeIs("::") || BeforeIs("?->");
   const PhpWord word = FactsOf(operand.name).word;
   if (!member && word != PhpWord::kNone && OnKeyword(word)) return;
   operand.is_name = NextIs("(") || NextIs("::");
   if (!operand.is_name) pending_new_ = false;
   const std::string_view lower = names_.Text(operand.name);
   if (NextIs("(") && NextIs("...", 2) && NextIs(")", 3)) {  // the function itself as a value
-    at_ += 3;
+    for (int i = 0; i < 3; ++i) tokens_.Advance();
     operand.is_name = false;
-    operand.value = PhpValue::OfText(std::string(lower));
+    operand.value = Made(std::string(lower));
     return PushOperand(std::move(operand));
   }
   if (lower.starts_with("__") && lower.ends_with("__")) {  // what PHP fills in
     if (lower == "__file__") operand.value.origin = kOwnFile;
     if (lower == "__function__" && function_ != 0) {
-      operand.value = PhpValue::OfText(std::string(names_.Text(functions_[function_ - 1].name)));
+      operand.value = Made(std::string(names_.Text(functions_[function_ - 1].name)));
     }
   } else if (!operand.is_name && word != PhpWord::kBoolean) {
-    const Variable& constant = variables_[KeyIn(kConstScope, name) - 1];
-    operand.value = constant.assigned ? constant.value : PhpValue::OfLasting(word == PhpWord::kNull ? "" : text);
+    const VariableKey key = KeyIn(kConstScope, name);
+    const bool is_constant = key != 0 && variables_[key - 1].assigned;
+    operand.value = is_constant ? variables_[key - 1].value : PhpValue::OfLasting(word == PhpWord::kNull ? "" : text);
   }
   PushOperand(std::move(operand));
 }
@@ -139,7 +140,7 @@ void CPhpMachine::OnNumber(std::string_view text) {
 }
 
 void CPhpMachine::Prefix(std::uint32_t code) {
-  PushPending({code, kPrefixWord, true});
+  PushPending(code, kPrefixWord, true);
   operand_next_ = true;
 }
 
@@ -147,12 +148,12 @@ void CPhpMachine::Prefix(std::uint32_t code) {
 void CPhpMachine::Statement(FrameKind kind) {
   EndStatement();
   if (!NextIs("(")) return;
-  ++at_;
+  tokens_.Advance();
   if (Frame* const frame = PushFrame(kind)) frame->statement = true;
 }
 
 bool CPhpMachine::SkipTo(std::string_view a, std::string_view b) {
-  while (Next() && !NextIs(a) && !NextIs(b)) ++at_;
+  while (Next() && !NextIs(a) && !NextIs(b)) tokens_.Advance();
   return Next() != nullptr;
 }
 
@@ -179,7 +180,7 @@ bool CPhpMachine::OnKeyword(PhpWord word) {
       return true;
     case PhpWord::kList:
       if (!NextIs("(")) return false;
-      ++at_;
+      tokens_.Advance();
       PushFrame(FrameKind::kArray);
       return true;
     case PhpWord::kLogic:
@@ -193,7 +194,7 @@ bool CPhpMachine::OnKeyword(PhpWord word) {
       Reduce(kLowest);
       const Operand list = PopOperand();
       if (frames_.back().kind == FrameKind::kParen) {
-        frames_.back().element = Each(list.value);
+        if (FrameValues* const more = MoreOf(frames_.back())) more->element = Each(list.value);
         frames_.back().in_foreach = true;
       }
       operand_next_ = true;
@@ -221,7 +222,7 @@ bool CPhpMachine::OnStructure(PhpWord word) {
     case PhpWord::kModifier:
       return frames_.back().is_class || !NextIs("::");
     case PhpWord::kGlobal:
-      for (; Next() && !NextIs(";"); ++at_) {
+      for (; Next() && !NextIs(";"); tokens_.Advance()) {
         if (Next()->kind != PhpTokenKind::kVariable) continue;
         const VariableKey key = KeyOf(NameOf(*Next()));
         if (key != 0) variables_[key - 1].is_global = true;
@@ -235,9 +236,9 @@ bool CPhpMachine::OnStructure(PhpWord word) {
     case PhpWord::kConst:
       if (frames_.back().kind != FrameKind::kBlock) return false;
       if (Next() && NextIs("=", 2) && Next()->kind == PhpTokenKind::kName) {
-        ++at_;
+        tokens_.Advance();
         Operand constant;
-        constant.key = KeyIn(kConstScope, NameOf(tokens_[at_]));
+        constant.key = KeyIn(kConstScope, NameOf(tokens_.At()));
         PushOperand(std::move(constant));
       }
       return true;
@@ -246,20 +247,29 @@ bool CPhpMachine::OnStructure(PhpWord word) {
   }
 }
 
+// The number of the function that begins here; those that find no room count as one with the last.
+std::uint32_t CPhpMachine::NextFunction() {
+  const std::uint32_t number = next_function_;
+  if (number == functions_.size()) {
+    if (number != 0 && !budget_.Take(sizeof(Function) + 64)) return number - 1;
+    functions_.emplace_back();
+  }
+  if (next_function_ + 1 < kMostFunctions) ++next_function_;
+  return number;
+}
+
 // "fn (parameters) => expression": the expression is walked where it stands.
 void CPhpMachine::ArrowFunction() {
-  const std::uint32_t number = next_function_;
-  if (next_function_ + 1 < kMostFunctions) ++next_function_;
-  if (number == functions_.size()) functions_.emplace_back();
+  const std::uint32_t number = NextFunction();
   Function& function = functions_[number];
   function.parameters.clear();
   while (Next() && !NextIs("=>") && !NextIs(";")) {
-    ++at_;
-    if (tokens_[at_].kind == PhpTokenKind::kVariable && function.parameters.size() < kMostParameters) {
-      function.parameters.push_back(NameOf(tokens_[at_]));
+    tokens_.Advance();
+    if (tokens_.At().kind == PhpTokenKind::kVariable && HasRoomForParameter(function, function.parameters.size())) {
+      function.parameters.push_back(NameOf(tokens_.At()));
     }
   }
-  if (NextIs("=>")) ++at_;
+  if (NextIs("=>")) tokens_.Advance();
   function.by_reference.assign(function.parameters.size(), false);
   if (function.values.size() < function.parameters.size()) function.values.resize(function.parameters.size());
   for (std::size_t i = 0; i < function.parameters.size(); ++i) {
@@ -271,31 +281,29 @@ void CPhpMachine::ArrowFunction() {
 
 // "function name(parameters)", "function (parameters) use (variables)"; the body's block comes next.
 void CPhpMachine::Declaration(bool is_closure) {
-  while (NextIs("&")) ++at_;
+  while (NextIs("&")) tokens_.Advance();
   PhpName name = kNoName;
   if (!is_closure && Next() && Next()->kind == PhpTokenKind::kName) {
-    ++at_;
-    name = names_.Lower(NameOf(tokens_[at_]));
+    tokens_.Advance();
+    name = names_.Lower(NameOf(tokens_.At()));
   }
-  const std::uint32_t number = next_function_;
-  if (next_function_ + 1 < kMostFunctions) ++next_function_;
-  if (number == functions_.size()) functions_.emplace_back();
+  const std::uint32_t number = NextFunction();
   std::vector<PhpName> parameters;
   int depth = 0;
   bool in_use = false;
   std::vector<bool> by_reference;
   std::vector<PhpName> used;
   while (Next() && !NextIs("{") && !NextIs(";")) {
-    ++at_;
-    PhpToken& token = tokens_[at_];
+    tokens_.Advance();
+    PhpToken& token = tokens_.At();
     if (token.Is("(") || token.Is("[")) ++depth;
     if (token.Is(")") || token.Is("]")) --depth;
     if (token.kind == PhpTokenKind::kName && depth == 0 && TextOf(token) == "use") in_use = true;
     if (token.kind == PhpTokenKind::kVariable && depth == 1) {
       std::vector<PhpName>& list = in_use ? used : parameters;
-      if (list.size() < kMostParameters) {
+      if (in_use ? list.size() < kMostParameters : HasRoomForParameter(functions_[number], list.size())) {
         list.push_back(NameOf(token));
-        if (!in_use) by_reference.push_back(tokens_[at_ - 1].Is("&"));
+        if (!in_use) by_reference.push_back(BeforeIs("&"));
       }
     }
     if (depth < 0) break;
@@ -357,19 +365,19 @@ void CPhpMachine::OnVariable(PhpToken& token) {
 
 // "->name", "::name", "::$name": a property, or what is called next.
 void CPhpMachine::OnMember() {
-  const bool is_static = tokens_[at_].Is("::");
+  const bool is_static = tokens_.At().Is("::");
   Operand object = PopOperand();
   operand_next_ = true;
   if (!Next()) return;
   Operand operand;
   PhpToken& next = *Next();
   if (next.Is("{")) {
-    ++at_;
+    tokens_.Advance();
     PushFrame(FrameKind::kVariable);
     return;
   }
   if (next.kind != PhpTokenKind::kName && next.kind != PhpTokenKind::kVariable) return;
-  ++at_;
+  tokens_.Advance();
   const bool called = NextIs("(");
   if (next.kind == PhpTokenKind::kName && called) {
     operand.is_name = true;

@@ -26,15 +26,14 @@ bool IsBuiltInClass(std::string_view name) {
 
 }  // namespace
 
-PhpValue CPhpMachine::New(Frame& frame, std::span<PhpValue> arguments) {
+PhpValue CPhpMachine::New(const Frame& frame, const PhpValue& name_value, std::span<PhpValue> arguments) {
   PhpValue object;
   for (const PhpValue& argument : arguments) object.origin |= argument.origin & kFromNetwork;
   if (!frame.named) {
-    const PhpValue& name = frame.callee.value;
-    if (name.Has(kWholeRequest) && AnyHas(arguments, kFromRequest)) Report(PhpFindingKind::kRequestCall, "");
+    if (name_value.Has(kWholeRequest) && AnyHas(arguments, kFromRequest)) Report(PhpFindingKind::kRequestCall, "");
     return object;
   }
-  const std::string_view name = names_.Text(frame.callee.name);
+  const std::string_view name = names_.Text(frame.callee_name);
   constexpr std::size_t kOneClass = 4096;  // bytes: in a longer file it may be another class's
   if (Function* const constructor = source_.size() <= kOneClass ? FindUser("__construct") : nullptr) {
     CallUser(*constructor, arguments);
@@ -87,7 +86,7 @@ PhpValue CPhpMachine::CallMember(std::string_view name, std::span<PhpValue> argu
   }
   if (name == "cdef" && !arguments.empty()) {
     for (const std::string_view run : {"system(", "popen(", "exec"}) {
-      if (arguments[0].Text().find(run) != std::string_view::npos) Report(PhpFindingKind::kBuiltIn, "FFI");
+      if (Holds(arguments[0], run)) Report(PhpFindingKind::kBuiltIn, "FFI");
     }
   }
   if (name == "fwrite" && callee.value.Has(kFromRequest) && AnyHas(arguments, kWholeRequest)) {
@@ -96,14 +95,14 @@ PhpValue CPhpMachine::CallMember(std::string_view name, std::span<PhpValue> argu
   if (const PhpFunction* const function = FindPhpFunction(name);
       function != nullptr && function->kind == PhpFunctionKind::kCallback) {
     if (function->name == "uasort" || function->name == "uksort" || function->name == "usort") {
-      if (!arguments.empty() && arguments[0].HasText() && IsPhpRunner(CCharSet::LowerAscii(arguments[0].Text()))) {
+      if (!arguments.empty() && arguments[0].HasText() && IsPhpRunner(CalledName(arguments[0]))) {
         Report(PhpFindingKind::kBuiltIn, arguments[0].Text());
       }
       if (!arguments.empty() && arguments[0].Has(kFromRequest)) Report(PhpFindingKind::kRequestCall, name);
     } else if (function->callback >= 0) {
       const auto at = static_cast<std::size_t>(function->callback);
       const bool database = name.ends_with("createfunction");
-      if (database && at < arguments.size() && IsPhpRunner(CCharSet::LowerAscii(arguments[at].Text()))) {
+      if (database && at < arguments.size() && IsPhpRunner(CalledName(arguments[at]))) {
         Report(PhpFindingKind::kBuiltIn, arguments[at].Text());
       }
       return RunCallback(*function, arguments);

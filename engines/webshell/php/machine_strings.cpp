@@ -16,8 +16,8 @@ void CPhpMachine::OnString(const PhpToken& token) {
     bool escapes = false;
     if (inner.find('\\') == std::string_view::npos) {
       operand.value = PhpValue::OfLasting(inner);
-    } else if (Spend(inner.size())) {
-      operand.value = PhpValue::OfText(PhpUnquote(inner, static_cast<char>(token.code), &escapes));
+    } else if (budget_.HasRoom(CPhpText::RoomFor(inner.size())) && Spend(inner.size())) {
+      operand.value = Made(PhpUnquote(inner, static_cast<char>(token.code), &escapes));
       if (escapes) {
         operand.value.origin = kComputed | kEscaped;
         operand.value.way = HidingWay::kCharacters;
@@ -37,7 +37,7 @@ void CPhpMachine::OnString(const PhpToken& token) {
 // A string with variables in it.
 PhpValue CPhpMachine::Template(std::string_view inner, char quote) {
   constexpr std::size_t kLongestCall = 256;  // bytes: a longer call inside a string is not looked into
-  PhpValue value = PhpValue::OfText(std::string());
+  PhpValue value = Made(std::string());
   std::size_t plain = 0;
   bool unclosed = false;  // no "}" follows; it is not looked for again
   bool open_index = false;

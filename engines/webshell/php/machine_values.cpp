@@ -61,10 +61,19 @@ std::uint8_t SuperglobalNumber(std::string_view name) {
   return found == std::end(kSuperglobals) ? 0 : static_cast<std::uint8_t>(found - std::begin(kSuperglobals) + 1);
 }
 
-bool CPhpMachine::Spend(std::size_t work) {
-  if (work > work_left_) return false;
-  work_left_ -= work;
-  return true;
+// A text that was put together; a value without it when there is no room to hold it.
+PhpValue CPhpMachine::Made(std::string text, std::uint32_t origin, HidingWay way) {
+  PhpValue value = PhpValue::OfText(std::move(text), origin, way);
+  value.text.Hold(&budget_);
+  if (budget_.IsOverdrawn()) value.text = {};
+  return value;
+}
+
+// Whether a value's text holds another; no, when it is longer than the budget allows to read.
+bool CPhpMachine::Holds(const PhpValue& value, std::string_view text) {
+  constexpr std::size_t kShort = 256;  // bytes that are read whatever the budget
+  return (value.Text().size() <= kShort || Spend(value.Text().size() / 4)) &&
+         value.Text().find(text) != std::string_view::npos;
 }
 
 // Whether two texts are known to be the same.
@@ -84,13 +93,10 @@ CPhpShare<PhpArray> CPhpMachine::NewArray(const PhpArray* copied) {
   return array;
 }
 
-// Counts what the array holds now; false: all arrays together hold too much.
+// Counts what the array holds now; false: there is no room to hold it.
 bool CPhpMachine::Account(PhpArray* array) {
-  const std::size_t bytes = sizeof(PhpArray) + array->elements.capacity() * sizeof(array->elements[0]);
-  array_bytes_ += bytes - array->accounted;
-  array->accounted = bytes;
-  array->accounted_by = &array_bytes_;
-  return array_bytes_ <= kMostArrayBytes;
+  array->Hold(&budget_);
+  return !budget_.IsOverdrawn();
 }
 
 CPhpMachine::VariableKey CPhpMachine::KeyIn(std::uint32_t scope, PhpName name) {
@@ -98,7 +104,8 @@ CPhpMachine::VariableKey CPhpMachine::KeyIn(std::uint32_t scope, PhpName name) {
   return variable_table_.FindOrAdd(
       MixHash((std::uint64_t{scope} << 32 | name) ^ HashSeed()),
       [&](VariableKey key) { return variables_[key - 1].name == name && variables_[key - 1].scope == scope; },
-      [&] {
+      [&]() -> VariableKey {
+        if (!budget_.Take(kVariableRoom)) return 0;
         Variable& added = variables_.emplace_back();
         added.scope = scope;
         added.name = name;
@@ -175,7 +182,7 @@ void CPhpMachine::StoreElement(const Operand& target, const PhpValue& value) {
     if (at < kMostElements && at < whole.Text().size() && Spend(whole.Text().size())) {
       std::string text(whole.Text());
       text[at] = value.Text()[0];
-      whole = PhpValue::OfText(std::move(text), whole.origin | kComputed, HidingWay::kCharacters);
+      whole = Made(std::move(text), whole.origin | kComputed, HidingWay::kCharacters);
     }
     return;
   }
@@ -183,15 +190,17 @@ void CPhpMachine::StoreElement(const Operand& target, const PhpValue& value) {
   if (!whole.array) whole.array = NewArray();
   PhpValue* element = nullptr;
   if (!whole.array.IsOnly()) {
-    if (!Spend((whole.array->size() + 1) * kElementWork)) return;
+    if (!budget_.HasRoom(PhpArray::RoomFor(whole.array->size())) || !Spend((whole.array->size() + 1) * kElementWork))
+      return;
     whole.array = NewArray(&*whole.array);
   }
   PhpArray& array = *whole.array;
   // A list is short where it hides something; looking through it keeps the order.
-  if (known_index && Spend(array.size() / 4)) element = const_cast<PhpValue*>(array.Find(target.index));
+  if (known_index && Spend(array.size() / 2)) element = const_cast<PhpValue*>(array.Find(target.index));
   if (element != nullptr) {
     array.Set(element, value);
-  } else if (array.size() < kMostElements) {
+  } else if (array.size() < kMostElements &&
+             (array.size() < array.elements.capacity() || budget_.HasRoom(PhpArray::RoomFor(2 * array.size() + 1)))) {
     array.Add(known_index ? target.index : NameOfNumber(array.size()), value);
   }
   if (!Account(&array)) whole.array = {};
@@ -209,7 +218,7 @@ void CPhpMachine::Assign(std::uint32_t code, Operand& target, PhpValue value) {
   if (target.key == 0) return;
   const Variable& assigned = variables_[target.key - 1];
   if (assigned.scope == kSuperScope && names_.Text(assigned.name) == "GLOBALS" && !target.indexed && value.array &&
-      Spend(value.array->size())) {
+      Spend(value.array->size() * kElementWork)) {
     for (const auto& [name, element] : *value.array) Store(KeyIn(0, name), element, false);
     return;
   }
@@ -231,11 +240,9 @@ void CPhpMachine::Assign(std::uint32_t code, Operand& target, PhpValue value) {
 // "$x++" counts letters too, which some files spell names with.
 void CPhpMachine::Increment(std::uint32_t code, bool prefix) {
   if (prefix) {
-    PushPending({code, kUnary, true});
-    if (!Next() || Next()->kind != PhpTokenKind::kVariable) return;
-    operations_.pop_back();
-    ++at_;
-    OnVariable(tokens_[at_]);
+    if (!Next() || Next()->kind != PhpTokenKind::kVariable) return PushPending(code, kUnary, true);
+    tokens_.Advance();
+    OnVariable(tokens_.At());
   }
   if (values_.size() <= frames_.back().values) return;
   Operand& operand = values_.back();
@@ -246,10 +253,10 @@ void CPhpMachine::Increment(std::uint32_t code, bool prefix) {
     value = PhpValue::OfNumber(old.number + step);
   } else if (old.HasText() && old.Text().size() == 1 && IsLetter(old.Text()[0]) && step == 1) {
     const char c = old.Text()[0];
-    value = PhpValue::OfText(c == 'z'   ? "aa"
-                             : c == 'Z' ? "AA"
-                                        : std::string(1, static_cast<char>(c + 1)),
-                             old.origin | kComputed, HidingWay::kCharacters);
+    value = Made(c == 'z'   ? "aa"
+                 : c == 'Z' ? "AA"
+                            : std::string(1, static_cast<char>(c + 1)),
+                 old.origin | kComputed, HidingWay::kCharacters);
   } else if (!old.HasText() && !old.array && old.origin == 0) {
     value = PhpValue::OfNumber(step);
   }
@@ -281,12 +288,14 @@ PhpValue CPhpMachine::Concatenate(PhpValue left, const PhpValue& right) {
     result.origin |= kComputed;
     if (result.way == HidingWay::kNone) result.way = HidingWay::kConcatenation;
   }
+  if (!budget_.HasRoom(CPhpText::RoomFor(2 * (left.Text().size() + a.size() + more.size())))) return result;
   if (in_place) {
     result.text = std::move(left.text);
     result.text.Append(more);
   } else {
     result.text = CPhpText(std::move(a.append(more)));
   }
+  result.text.Hold(&budget_);
   return result;
 }
 
@@ -307,33 +316,37 @@ PhpValue CPhpMachine::Bitwise(std::uint32_t code, const PhpValue& left, const Ph
   result.Join(right);
   result.origin |= kComputed | kDecoded;
   if (result.way == HidingWay::kNone) result.way = HidingWay::kCharacters;
-  std::string a;
-  std::string b;
-  if (left.is_number || right.is_number || !PhpTextOf(left, &a) || !PhpTextOf(right, &b) ||
-      !Spend(a.size() + b.size())) {
+  const std::size_t size = code == PhpOperator("|") ? std::max(left.Text().size(), right.Text().size())
+                                                    : std::min(left.Text().size(), right.Text().size());
+  if (left.is_number || right.is_number || !(left.HasText() || left.array) || !(right.HasText() || right.array) ||
+      !budget_.HasRoom(CPhpText::RoomFor(size)) || !Spend(left.Text().size() + right.Text().size())) {
     return result;
   }
-  if (code == PhpOperator("|")) {
-    if (a.size() < b.size()) std::swap(a, b);
-  } else {
-    a.resize(std::min(a.size(), b.size()));
-  }
-  for (std::size_t i = 0; i < std::min(a.size(), b.size()); ++i) {
-    switch (code) {
-      case PhpOperator("^"):
-        a[i] = static_cast<char>(a[i] ^ b[i]);
-        break;
-      case PhpOperator("|"):
-        a[i] = static_cast<char>(a[i] | b[i]);
-        break;
-      case PhpOperator("&"):
-        a[i] = static_cast<char>(a[i] & b[i]);
-        break;
-      default:
-        a[i] = static_cast<char>(~a[i]);
-    }
+  std::string a;
+  std::string b;
+  PhpTextOf(left, &a);
+  PhpTextOf(right, &b);
+  if (a.size() < b.size()) std::swap(a, b);
+  if (code != PhpOperator("|")) a.resize(b.size());
+  const auto combine = [&](auto&& operation) {
+    std::transform(b.begin(), b.end(), a.begin(), a.begin(),
+                   [&](char x, char y) { return static_cast<char>(operation(x, y)); });
+  };
+  switch (code) {
+    case PhpOperator("^"):
+      combine([](char x, char y) { return x ^ y; });
+      break;
+    case PhpOperator("|"):
+      combine([](char x, char y) { return x | y; });
+      break;
+    case PhpOperator("&"):
+      combine([](char x, char y) { return x & y; });
+      break;
+    default:
+      combine([](char x, char) { return ~x; });
   }
   result.text = CPhpText(std::move(a));
+  result.text.Hold(&budget_);
   return result;
 }
 
@@ -429,7 +442,7 @@ CPhpMachine::Operand CPhpMachine::Element(const Operand& base, const PhpValue* i
     if (base.value.array && base.value.array->size() != 0) operand.value = Each(base.value);
     return operand;
   }
-  if (base.value.array && Spend(base.value.array->size() / 4)) {
+  if (base.value.array && Spend(base.value.array->size() / 2)) {
     if (const PhpValue* const element = base.value.array->Find(operand.index)) {
       operand.value = *element;
       if (is_super)

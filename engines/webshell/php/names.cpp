@@ -50,7 +50,7 @@ void CProbeTable::Grow() {
   }
 }
 
-CPhpNames::CPhpNames() { Of("", true); }
+CPhpNames::CPhpNames(CFlowBudget* budget) : budget_(budget) { Of("", true); }
 
 PhpName CPhpNames::Of(std::string_view text, bool lasting) {
   constexpr std::size_t kMostDigits = 9;  // fits the number of a name
@@ -61,6 +61,7 @@ PhpName CPhpNames::Of(std::string_view text, bool lasting) {
   return table_.FindOrAdd(
       HashOf(text), [&](PhpName name) { return Text(name) == text; },
       [&] {
+        if (!budget_->Take(kRoom + (lasting ? 0 : text.size() + sizeof(std::string)))) return kNoName;
         const std::string_view kept = lasting ? text : std::string_view(own_.emplace_back(text));
         entries_.push_back({kept.data(), static_cast<std::uint32_t>(kept.size()), kNoName});
         return static_cast<PhpName>(entries_.size());

@@ -11,6 +11,8 @@
 #include <string_view>
 #include <vector>
 
+#include "engines/webshell/flow/budget.h"
+
 namespace qiv {
 
 /// A name's number; 0 is none. A decimal number below 2^31 is its own name.
@@ -38,8 +40,8 @@ class CProbeTable {
  public:
   static constexpr std::size_t kMostProbes = 128;  // far beyond what chance brings at half full
 
-  /// The first entry of that hash for which same(number) holds; else add() makes one and gives its number, from 1 on.
-  /// 0: no room.
+  /// The first entry of that hash for which same(number) holds; else add() makes one and gives its number, from 1 on,
+  /// or 0 to make none. 0: no room.
   template <typename Same, typename Add>
   std::uint32_t FindOrAdd(std::uint32_t hash, Same&& same, Add&& add) {
     if ((used_ + 1) * 2 > slots_.size()) Grow();
@@ -47,9 +49,11 @@ class CProbeTable {
     for (std::size_t i = 0; i < kMostProbes; ++i) {
       Slot& slot = slots_[(hash + i) & mask];
       if (slot.number == 0) {
-        slot = {hash, add()};
+        const std::uint32_t number = add();
+        if (number == 0) return 0;
+        slot = {hash, number};
         ++used_;
-        return slot.number;
+        return number;
       }
       if (slot.hash == hash && same(slot.number)) return slot.number;
     }
@@ -69,9 +73,9 @@ class CProbeTable {
 
 class CPhpNames {
  public:
-  CPhpNames();
+  explicit CPhpNames(CFlowBudget* budget);
 
-  /// The number of `text`. `lasting`: the bytes stay longer than this object.
+  /// The number of `text`; kNoName when the budget has no room. `lasting`: the bytes stay longer than this object.
   PhpName Of(std::string_view text, bool lasting = false);
   /// The same letters in lower case.
   PhpName Lower(PhpName name);
@@ -84,6 +88,10 @@ class CPhpNames {
     std::uint32_t size;
     PhpName lower;  // kNoName: not asked yet
   };
+  // An entry, its places in tables that double at half full, and what the walk keeps for each name.
+  static constexpr std::size_t kRoom = 96;
+
+  CFlowBudget* budget_;
   std::deque<Entry> entries_;  // entry i has number i + 1
   std::deque<std::string> own_;
   CProbeTable table_;

@@ -9,217 +9,49 @@ namespace {
 
 constexpr bool IsNameByte(char c) { return IsWordByte(c) || static_cast<unsigned char>(c) >= 0x80; }
 
-constexpr std::string_view kOperators3[] = {"===", "!==", "<=>", "**=", "<<=", ">>=", "...", "?->", "?\?="};
-constexpr std::string_view kOperators2[] = {"->", "::", "=>", "==", "!=", "<>", "<=", ">=", "&&",
-                                            "||", "??", ".=", "+=", "-=", "*=", "/=", "%=", "^=",
-                                            "|=", "&=", "++", "--", "<<", ">>", "**"};
+// Bytes of the operator that begins with these.
+std::size_t OperatorLength(char a, char b, char c) {
+  switch (a) {
+    case '=':
+      return b == '=' ? (c == '=' ? 3 : 2) : b == '>' ? 2 : 1;
+    case '!':
+      return b == '=' ? (c == '=' ? 3 : 2) : 1;
+    case '<':
+      if (b == '=') return c == '>' ? 3 : 2;
+      return b == '<' ? (c == '=' ? 3 : 2) : b == '>' ? 2 : 1;
+    case '>':
+      return b == '>' ? (c == '=' ? 3 : 2) : b == '=' ? 2 : 1;
+    case '*':
+      return b == '*' ? (c == '=' ? 3 : 2) : b == '=' ? 2 : 1;
+    case '.':
+      return b == '.' && c == '.' ? 3 : b == '=' ? 2 : 1;
+    case '?':
+      if (b == '-') return c == '>' ? 3 : 1;
+      return b == '?' ? (c == '=' ? 3 : 2) : 1;
+    case '-':
+      return b == '>' || b == '=' || b == '-' ? 2 : 1;
+    case ':':
+      return b == ':' ? 2 : 1;
+    case '&':
+    case '|':
+    case '+':
+      return b == a || b == '=' ? 2 : 1;
+    case '/':
+    case '%':
+    case '^':
+      return b == '=' ? 2 : 1;
+    default:
+      return 1;
+  }
+}
 
-constexpr std::string_view kMayGoOn = "=!<>*.?-:&|+/%^";  // the first bytes of the operators above
+constexpr std::size_t kScriptTag = 64;  // bytes: a longer opening tag is none for PHP
 
 bool StartsWithNoCase(std::string_view text, std::string_view lower) {
   return text.size() >= lower.size() && std::equal(lower.begin(), lower.end(), text.begin(), [](char a, char b) {
            return a == (b >= 'A' && b <= 'Z' ? static_cast<char>(b | 0x20) : b);
          });
 }
-
-class CLexer {
- public:
-  CLexer(std::string_view source, bool in_code)
-      : source_(source.substr(0, PhpToken::kLongestSource)), in_code_(in_code) {
-    tokens_.reserve(source_.size() / kBytesPerToken);
-  }
-
-  std::vector<PhpToken> Run() {
-    while (at_ < source_.size()) {
-      if (in_code_) {
-        Code();
-      } else {
-        Markup();
-      }
-    }
-    return std::move(tokens_);
-  }
-
- private:
-  static constexpr std::size_t kBytesPerToken = 4;  // about what programs have
-
-  std::string_view Rest() const { return source_.substr(at_); }
-  char Ahead(std::size_t count) const { return at_ + count < source_.size() ? source_[at_ + count] : '\0'; }
-
-  void Add(PhpTokenKind kind, std::size_t begin, std::size_t end, std::uint32_t code = 0) {
-    tokens_.push_back(
-        {static_cast<std::uint32_t>(begin), static_cast<std::uint32_t>(end - begin) & 0xFFFFFFU, kind, code});
-  }
-
-  void Markup() {
-    const std::size_t begin = at_;
-    std::size_t open = source_.size();
-    std::size_t code = open;
-    for (std::size_t p = source_.find('<', at_); p != std::string_view::npos; p = source_.find('<', p + 1)) {
-      const std::string_view rest = source_.substr(p);
-      std::size_t length = 0;
-      if (StartsWithNoCase(rest, "<?php")) {
-        length = 5;
-      } else if (rest.starts_with("<?=")) {
-        length = 3;
-      } else if (rest.starts_with("<?") && !StartsWithNoCase(rest, "<?xml")) {
-        length = 2;
-      } else if (StartsWithNoCase(rest, "<script")) {
-        const std::size_t close = rest.substr(0, kScriptTag).find('>');
-        if (close == std::string_view::npos) continue;
-        std::string tag(rest.substr(0, close));
-        std::transform(tag.begin(), tag.end(), tag.begin(),
-                       [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c | 0x20) : c; });
-        if (tag.find("php") == std::string::npos || tag.find("language") == std::string::npos) continue;
-        length = close + 1;
-        script_ = true;
-      } else {
-        continue;
-      }
-      open = p;
-      code = p + length;
-      break;
-    }
-    Add(PhpTokenKind::kMarkup, begin, open);
-    at_ = code;
-    in_code_ = true;
-  }
-  static constexpr std::size_t kScriptTag = 64;  // bytes: a longer opening tag is none for PHP
-
-  bool AtClosingTag() const {
-    return (source_[at_] == '?' && Ahead(1) == '>') ||
-           (script_ && source_[at_] == '<' && StartsWithNoCase(Rest(), "</script"));
-  }
-
-  void Close() {
-    const bool tag = Rest().starts_with("?>");
-    Add(PhpTokenKind::kOperator, at_, at_, PhpOperator(";"));
-    at_ += tag ? 2 : 8;
-    in_code_ = false;
-    script_ = false;
-  }
-
-  void LineComment() {
-    while (at_ < source_.size() && source_[at_] != '\n' && source_[at_] != '\r' && !AtClosingTag()) ++at_;
-  }
-
-  void Code() {
-    const char c = source_[at_];
-    if (IsSpace(c) || c == '\0') {
-      ++at_;
-    } else if (AtClosingTag()) {
-      Close();
-    } else if (c == '#' && Ahead(1) != '[') {
-      LineComment();
-    } else if (c == '/' && Ahead(1) == '/') {
-      LineComment();
-    } else if (c == '/' && Ahead(1) == '*') {
-      const std::size_t end = source_.find("*/", at_ + 2);
-      at_ = end == std::string_view::npos ? source_.size() : end + 2;
-    } else if (c == '$' && at_ + 1 < source_.size() && IsNameByte(source_[at_ + 1])) {
-      const std::size_t end = NameEnd(at_ + 1);
-      Add(PhpTokenKind::kVariable, at_ + 1, end);
-      at_ = end;
-    } else if (IsNameByte(c) || (c == '\\' && at_ + 1 < source_.size() && IsNameByte(source_[at_ + 1]))) {
-      Name();
-    } else if (c == '\'' || c == '"' || c == '`') {
-      Quoted(c);
-    } else if (c == '<' && Ahead(1) == '<' && Ahead(2) == '<') {
-      HereDocument();
-    } else {
-      Operator();
-    }
-  }
-
-  std::size_t NameEnd(std::size_t at) const {
-    while (at < source_.size() && IsNameByte(source_[at])) ++at;
-    return at;
-  }
-
-  // A name with its namespace, or a number; of the namespace only the last part is kept.
-  void Name() {
-    std::size_t begin = at_;
-    if (source_[begin] == '\\') ++begin;
-    std::size_t end = NameEnd(begin);
-    while (end + 1 < source_.size() && source_[end] == '\\' && IsNameByte(source_[end + 1])) {
-      begin = end + 1;
-      end = NameEnd(begin);
-    }
-    if (IsDigit(source_[begin]) && end + 1 < source_.size() && source_[end] == '.' && IsDigit(source_[end + 1])) {
-      end = NameEnd(end + 1);
-    }
-    Add(PhpTokenKind::kName, begin, end);
-    at_ = end;
-  }
-
-  void Quoted(char quote) {
-    std::size_t p = at_ + 1;
-    bool variables = false;
-    while (p < source_.size() && source_[p] != quote) {
-      if (source_[p] == '\\') {
-        ++p;
-      } else if (source_[p] == '$' && quote != '\'' && p + 1 < source_.size() &&
-                 (IsNameByte(source_[p + 1]) || source_[p + 1] == '{')) {
-        variables |= !IsDigit(source_[p + 1]);
-      }
-      ++p;
-    }
-    const std::size_t end = std::min(p, source_.size());
-    const PhpTokenKind kind = quote == '`' ? PhpTokenKind::kCommand
-                              : variables  ? PhpTokenKind::kTemplate
-                                           : PhpTokenKind::kString;
-    Add(kind, at_ + 1, end, static_cast<unsigned char>(quote));
-    at_ = std::min(end + 1, source_.size());
-  }
-
-  void HereDocument() {
-    std::size_t p = at_ + 3;
-    while (p < source_.size() && (source_[p] == ' ' || source_[p] == '\t')) ++p;
-    const char quote = p < source_.size() && (source_[p] == '\'' || source_[p] == '"') ? source_[p++] : '\0';
-    const std::size_t name_end = NameEnd(p);
-    const std::string_view name = source_.substr(p, name_end - p);
-    std::size_t line = source_.find('\n', name_end);
-    if (name.empty() || line == std::string_view::npos) return Operator();
-    const std::size_t begin = line + 1;
-    std::size_t end = source_.size();
-    std::size_t after = end;
-    // The closing name stands first on its line, perhaps behind blanks.
-    while (line != std::string_view::npos) {
-      std::size_t q = line + 1;
-      while (q < source_.size() && (source_[q] == ' ' || source_[q] == '\t')) ++q;
-      if (source_.substr(q).starts_with(name) && NameEnd(q) == q + name.size()) {
-        end = std::max(begin, line);
-        after = q + name.size();
-        break;
-      }
-      line = source_.find('\n', line + 1);
-    }
-    const bool variables = quote != '\'' && source_.substr(begin, end - begin).find('$') != std::string_view::npos;
-    Add(variables ? PhpTokenKind::kTemplate : PhpTokenKind::kString, begin, end, quote == '\'' ? 'n' : '<');
-    at_ = after;
-  }
-
-  void Operator() {
-    const std::string_view rest = Rest();
-    std::size_t length = 1;
-    if (kMayGoOn.find(rest[0]) == std::string_view::npos) {
-      // a bracket, a comma, a semicolon
-    } else if (const auto is = [rest](std::string_view op) { return rest.starts_with(op); };
-               std::any_of(std::begin(kOperators3), std::end(kOperators3), is)) {
-      length = 3;
-    } else if (std::any_of(std::begin(kOperators2), std::end(kOperators2), is)) {
-      length = 2;
-    }
-    Add(PhpTokenKind::kOperator, at_, at_ + length, PhpOperator(rest.substr(0, length)));
-    at_ += length;
-  }
-
-  std::string_view source_;
-  std::size_t at_ = 0;
-  bool in_code_;
-  bool script_ = false;  // inside "<script language=php>"
-  std::vector<PhpToken> tokens_;
-};
 
 int HexValue(char c) {
   if (IsDigit(c)) return c - '0';
@@ -242,7 +74,176 @@ std::size_t NumericEscape(std::string_view text, std::size_t at, char* byte) {
 
 }  // namespace
 
-std::vector<PhpToken> PhpTokens(std::string_view source, bool in_code) { return CLexer(source, in_code).Run(); }
+bool CPhpLexer::Next(PhpToken* token) {
+  token_ = token;
+  for (made_ = false; !made_ && at_ < source_.size();) {
+    if (in_code_) {
+      Code();
+    } else {
+      Markup();
+    }
+  }
+  return made_;
+}
+
+void CPhpLexer::Add(PhpTokenKind kind, std::size_t begin, std::size_t end, std::uint32_t code) {
+  *token_ = {static_cast<std::uint32_t>(begin), static_cast<std::uint32_t>(end - begin) & 0xFFFFFFU, kind, code};
+  made_ = true;
+}
+
+void CPhpLexer::Markup() {
+  const std::size_t begin = at_;
+  std::size_t open = source_.size();
+  std::size_t code = open;
+  for (std::size_t p = source_.find('<', at_); p != std::string_view::npos; p = source_.find('<', p + 1)) {
+    const std::string_view rest = source_.substr(p);
+    std::size_t length = 0;
+    if (StartsWithNoCase(rest, "<?php")) {
+      length = 5;
+    } else if (rest.starts_with("<?=")) {
+      length = 3;
+    } else if (rest.starts_with("<?") && !StartsWithNoCase(rest, "<?xml")) {
+      length = 2;
+    } else if (StartsWithNoCase(rest, "<script")) {
+      const std::size_t close = rest.substr(0, kScriptTag).find('>');
+      if (close == std::string_view::npos) continue;
+      std::string tag(rest.substr(0, close));
+      std::transform(tag.begin(), tag.end(), tag.begin(),
+                     [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c | 0x20) : c; });
+      if (tag.find("php") == std::string::npos || tag.find("language") == std::string::npos) continue;
+      length = close + 1;
+      script_ = true;
+    } else {
+      continue;
+    }
+    open = p;
+    code = p + length;
+    break;
+  }
+  Add(PhpTokenKind::kMarkup, begin, open);
+  at_ = code;
+  in_code_ = true;
+}
+bool CPhpLexer::AtClosingTag() const {
+  return (source_[at_] == '?' && Ahead(1) == '>') ||
+         (script_ && source_[at_] == '<' && StartsWithNoCase(Rest(), "</script"));
+}
+
+void CPhpLexer::Close() {
+  const bool tag = Rest().starts_with("?>");
+  Add(PhpTokenKind::kOperator, at_, at_, PhpOperator(";"));
+  at_ += tag ? 2 : 8;
+  in_code_ = false;
+  script_ = false;
+}
+
+void CPhpLexer::LineComment() {
+  while (at_ < source_.size() && source_[at_] != '\n' && source_[at_] != '\r' && !AtClosingTag()) ++at_;
+}
+
+void CPhpLexer::Code() {
+  const char c = source_[at_];
+  if (IsSpace(c) || c == '\0') {
+    ++at_;
+  } else if (AtClosingTag()) {
+    Close();
+  } else if (c == '#' && Ahead(1) != '[') {
+    LineComment();
+  } else if (c == '/' && Ahead(1) == '/') {
+    LineComment();
+  } else if (c == '/' && Ahead(1) == '*') {
+    const std::size_t end = source_.find("*/", at_ + 2);
+    at_ = end == std::string_view::npos ? source_.size() : end + 2;
+  } else if (c == '$' && at_ + 1 < source_.size() && IsNameByte(source_[at_ + 1])) {
+    const std::size_t end = NameEnd(at_ + 1);
+    Add(PhpTokenKind::kVariable, at_ + 1, end);
+    at_ = end;
+  } else if (IsNameByte(c) || (c == '\\' && at_ + 1 < source_.size() && IsNameByte(source_[at_ + 1]))) {
+    Name();
+  } else if (c == '\'' || c == '"' || c == '`') {
+    Quoted(c);
+  } else if (c == '<' && Ahead(1) == '<' && Ahead(2) == '<') {
+    HereDocument();
+  } else {
+    Operator();
+  }
+}
+
+std::size_t CPhpLexer::NameEnd(std::size_t at) const {
+  while (at < source_.size() && IsNameByte(source_[at])) ++at;
+  return at;
+}
+
+// A name with its namespace, or a number; of the namespace only the last part is kept.
+void CPhpLexer::Name() {
+  std::size_t begin = at_;
+  if (source_[begin] == '\\') ++begin;
+  std::size_t end = NameEnd(begin);
+  while (end + 1 < source_.size() && source_[end] == '\\' && IsNameByte(source_[end + 1])) {
+    begin = end + 1;
+    end = NameEnd(begin);
+  }
+  if (IsDigit(source_[begin]) && end + 1 < source_.size() && source_[end] == '.' && IsDigit(source_[end + 1])) {
+    end = NameEnd(end + 1);
+  }
+  Add(PhpTokenKind::kName, begin, end);
+  at_ = end;
+}
+
+void CPhpLexer::Quoted(char quote) {
+  std::size_t p = at_ + 1;
+  bool variables = false;
+  while (p < source_.size() && source_[p] != quote) {
+    if (source_[p] == '\\') {
+      ++p;
+    } else if (source_[p] == '$' && quote != '\'' && p + 1 < source_.size() &&
+               (IsNameByte(source_[p + 1]) || source_[p + 1] == '{')) {
+      variables |= !IsDigit(source_[p + 1]);
+    }
+    ++p;
+  }
+  const std::size_t end = std::min(p, source_.size());
+  const PhpTokenKind kind = quote == '`' ? PhpTokenKind::kCommand
+                            : variables  ? PhpTokenKind::kTemplate
+                                         : PhpTokenKind::kString;
+  Add(kind, at_ + 1, end, static_cast<unsigned char>(quote));
+  at_ = std::min(end + 1, source_.size());
+}
+
+void CPhpLexer::HereDocument() {
+  std::size_t p = at_ + 3;
+  while (p < source_.size() && (source_[p] == ' ' || source_[p] == '\t')) ++p;
+  const char quote = p < source_.size() && (source_[p] == '\'' || source_[p] == '"') ? source_[p++] : '\0';
+  const std::size_t name_end = NameEnd(p);
+  const std::string_view name = source_.substr(p, name_end - p);
+  if (name.empty() || last_line_) return Operator();
+  std::size_t line = source_.find('\n', name_end);
+  last_line_ = line == std::string_view::npos;  // none is looked for again
+  if (last_line_) return Operator();
+  const std::size_t begin = line + 1;
+  std::size_t end = source_.size();
+  std::size_t after = end;
+  // The closing name stands first on its line, perhaps behind blanks.
+  while (line != std::string_view::npos) {
+    std::size_t q = line + 1;
+    while (q < source_.size() && (source_[q] == ' ' || source_[q] == '\t')) ++q;
+    if (source_.substr(q).starts_with(name) && NameEnd(q) == q + name.size()) {
+      end = std::max(begin, line);
+      after = q + name.size();
+      break;
+    }
+    line = source_.find('\n', line + 1);
+  }
+  const bool variables = quote != '\'' && source_.substr(begin, end - begin).find('$') != std::string_view::npos;
+  Add(variables ? PhpTokenKind::kTemplate : PhpTokenKind::kString, begin, end, quote == '\'' ? 'n' : '<');
+  at_ = after;
+}
+
+void CPhpLexer::Operator() {
+  const std::size_t length = OperatorLength(source_[at_], Ahead(1), Ahead(2));
+  Add(PhpTokenKind::kOperator, at_, at_ + length, PhpOperator(source_.substr(at_, length)));
+  at_ += length;
+}
 
 std::string PhpUnquote(std::string_view inner, char quote, bool* escapes) {
   std::string text;

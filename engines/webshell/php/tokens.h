@@ -1,10 +1,11 @@
 // Divides a PHP file into tokens.
 #pragma once
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace qiv {
 
@@ -25,7 +26,6 @@ constexpr std::uint32_t PhpOperator(std::string_view bytes) {
   return code;
 }
 
-/// Twelve bytes: a text of nothing but brackets has one for each byte.
 struct PhpToken {
   static constexpr std::size_t kLongestSource = (1U << 24) - 1;  ///< bytes; what stands behind them has no tokens
 
@@ -41,10 +41,76 @@ struct PhpToken {
   bool Is(std::string_view op) const { return code == PhpOperator(op) && kind == PhpTokenKind::kOperator; }
 };
 
-/// The tokens of `source` without comments and blanks; at most one for each byte. `in_code`: the text begins inside PHP
-/// (the argument of an "eval"), else at its first "<?" or "<script language=php>". Anything goes: what is never closed
-/// ends with the text. Linear.
-std::vector<PhpToken> PhpTokens(std::string_view source, bool in_code);
+/// Reads the tokens of a source without comments and blanks, at most one for each byte. What is never closed ends with
+/// the text; anything goes. Linear.
+class CPhpLexer {
+ public:
+  /// `in_code`: the text begins inside PHP (the argument of an "eval"), else at its first "<?" or
+  /// "<script language=php>". `source` is read as long as the object is used.
+  CPhpLexer(std::string_view source, bool in_code)
+      : source_(source.substr(0, PhpToken::kLongestSource)), in_code_(in_code) {}
+
+  /// The next token; false at the end.
+  bool Next(PhpToken* token);
+
+ private:
+  void Add(PhpTokenKind kind, std::size_t begin, std::size_t end, std::uint32_t code = 0);
+  void Markup();
+  void Code();
+  void Close();
+  void LineComment();
+  void Name();
+  void Quoted(char quote);
+  void HereDocument();
+  void Operator();
+  bool AtClosingTag() const;
+  std::size_t NameEnd(std::size_t at) const;
+  std::string_view Rest() const { return source_.substr(at_); }
+  char Ahead(std::size_t count) const { return at_ + count < source_.size() ? source_[at_ + count] : '\0'; }
+
+  std::string_view source_;
+  std::size_t at_ = 0;
+  bool in_code_;
+  bool last_line_ = false;  // no line ends behind here
+  bool script_ = false;     // inside "<script language=php>"
+  PhpToken* token_ = nullptr;
+  bool made_ = false;
+};
+
+/// A walk over the tokens that sees one before and a few ahead; holds no others.
+class CPhpTokens {
+ public:
+  static constexpr std::size_t kMostAhead = 3;
+
+  CPhpTokens(std::string_view source, bool in_code) : lexer_(source, in_code) {}
+
+  /// To the next token (at first, to the first); false at the end.
+  bool Advance() {
+    if (read_ != 0 || at_ != 0) ++at_;
+    Fill(0);
+    return at_ < read_;
+  }
+  PhpToken& At() { return Slot(at_); }
+  /// Null at the first.
+  const PhpToken* Before() const { return at_ > 0 ? &window_[(at_ - 1) % kWindow] : nullptr; }
+  /// The token `count` (at most kMostAhead) behind this one, or null.
+  PhpToken* Ahead(std::size_t count) {
+    Fill(count);
+    return at_ + count < read_ ? &Slot(at_ + count) : nullptr;
+  }
+
+ private:
+  static constexpr std::size_t kWindow = 8;
+  PhpToken& Slot(std::size_t number) { return window_[number % kWindow]; }
+  void Fill(std::size_t count) {
+    while (read_ <= at_ + count && lexer_.Next(&window_[read_ % kWindow])) ++read_;
+  }
+
+  CPhpLexer lexer_;
+  std::array<PhpToken, kWindow> window_{};
+  std::size_t at_ = 0;
+  std::size_t read_ = 0;
+};
 
 /// The text that a string token stands for: escapes of single and double quotes replaced. `escapes` is set when letters
 /// were written as hexadecimal or octal escapes.

@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "engines/webshell/flow/budget.h"
 #include "engines/webshell/php/names.h"
 
 namespace qiv {
@@ -80,15 +81,18 @@ class CPhpShare {
 };
 
 struct PhpBytes {
+  explicit PhpBytes(std::string text) : bytes(std::move(text)) {}
+
   std::string bytes;
   std::uint32_t holders = 0;
+  CHeldRoom held;
 };
 
 /// A constant text: a view of the source, which costs nothing, or shared bytes.
 class CPhpText {
  public:
   CPhpText() = default;
-  explicit CPhpText(std::string text) : bytes_(new PhpBytes{std::move(text), 0}) { View(bytes_->bytes); }
+  explicit CPhpText(std::string text) : bytes_(new PhpBytes(std::move(text))) { View(bytes_->bytes); }
   /// Of bytes that stay longer than every value: the source, the program's own.
   static CPhpText Lasting(std::string_view text) {
     CPhpText lasting;
@@ -104,6 +108,12 @@ class CPhpText {
     bytes_->bytes += more;
     View(bytes_->bytes);
   }
+  /// Holds room for its bytes, if they are its own.
+  void Hold(CFlowBudget* budget) {
+    if (bytes_) bytes_->held.Set(budget, RoomFor(bytes_->bytes.capacity()));
+  }
+  /// What a text of its own of that many bytes takes.
+  static constexpr std::size_t RoomFor(std::size_t bytes) { return sizeof(PhpBytes) + 16 + bytes; }
 
  private:
   void View(std::string_view text) {
@@ -153,15 +163,13 @@ struct PhpArray {
   std::vector<std::pair<PhpName, PhpValue>> elements;
   std::uint32_t holders = 0;
   int depth = 1;
-  std::size_t* accounted_by = nullptr;  ///< where the bytes are counted as long as they are held
-  std::size_t accounted = 0;
+  CHeldRoom held;
 
-  PhpArray() = default;
-  PhpArray(const PhpArray&) = delete;
-  PhpArray& operator=(const PhpArray&) = delete;
-  ~PhpArray() {
-    if (accounted_by != nullptr) *accounted_by -= accounted;
+  /// What an array of that many elements takes.
+  static constexpr std::size_t RoomFor(std::size_t count) {
+    return sizeof(PhpArray) + 16 + count * sizeof(std::pair<PhpName, PhpValue>);
   }
+  void Hold(CFlowBudget* budget) { held.Set(budget, RoomFor(elements.capacity())); }
 
   std::size_t size() const { return elements.size(); }
   auto begin() const { return elements.begin(); }

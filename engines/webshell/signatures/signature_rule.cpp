@@ -28,7 +28,9 @@ SignatureRule ParseSignaturePattern(std::string_view pattern) {
   SignatureRule rule;
   if (std::size_t begin = FindExclusion(text); begin != std::string::npos) {
     rule.kind = PatternKind::kExcluding;
-    AddTerms(std::string_view(text).substr(0, begin), "++", &rule.terms);
+    const std::string_view first = std::string_view(text).substr(0, begin);
+    rule.in_order = first.find("++") == std::string_view::npos && first.find("!!") != std::string_view::npos;
+    AddTerms(first, rule.in_order ? "!!" : "++", &rule.terms);
     while (begin != std::string::npos) {
       const std::size_t end = FindExclusion(text, begin + 2);
       std::string term = text.substr(begin + 2, end == std::string::npos ? end : end - begin - 2);
@@ -40,9 +42,11 @@ SignatureRule ParseSignaturePattern(std::string_view pattern) {
     AddTerms(text, "++", &rule.terms);
   } else if (text.find("!!") != std::string::npos) {
     rule.kind = PatternKind::kSequence;
+    rule.in_order = true;
     AddTerms(text, "!!", &rule.terms);
   } else if (text.find('!') != std::string::npos) {
     rule.kind = PatternKind::kNearSequence;
+    rule.in_order = true;
     AddTerms(text, "!", &rule.terms);
   } else if (!text.empty()) {
     rule.terms.push_back(text);

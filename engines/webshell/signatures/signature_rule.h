@@ -13,7 +13,7 @@ namespace qiv {
 enum class PatternKind : std::uint8_t {
   kPlain,         ///< one term
   kAllOf,         ///< "a++b": every term, in any order
-  kExcluding,     ///< "a++b--c--d": every term of the first piece, none of the others
+  kExcluding,     ///< "a++b--c--d": every term of the first piece, none of the others; "a!!b--c": in this order
   kSequence,      ///< "a!!b": the terms in this order, at any distance
   kNearSequence,  ///< "a!b": in this order, each at most a few bytes behind the one before
 };
@@ -23,6 +23,7 @@ struct SignatureRule {
   PatternKind kind = PatternKind::kPlain;
   std::vector<std::string> terms;     ///< required; a rule without any never hits
   std::vector<std::string> excluded;  ///< of kExcluding
+  bool in_order = false;              ///< the terms count in their order: sequences, and exclusions from one
   std::string name;                   ///< display name, GBK
   std::uint32_t number = 0;           ///< rule kind number: 4 PHP, 5 ASP and ASPX
   std::uint32_t size_limit = 0;       ///< bytes; longer texts are spared; 0: no limit

@@ -30,10 +30,10 @@ void AddSignatureRule(std::string* text, std::string_view pattern, std::string_v
                       std::span<const std::string_view> extra_terms, std::uint32_t number, std::uint32_t kind) {
   std::string first = CCharSet::LowerAscii(pattern);
   std::string excluded;
-  if (const std::size_t dashes = FindExclusion(first); dashes != std::string::npos) {
+  const std::size_t dashes = FindExclusion(first);
+  if (dashes != std::string::npos) {
     excluded = first.substr(dashes);
     first.resize(dashes);
-    if (!extra_terms.empty()) first = ReplaceAll(first, "!!", "++");
   }
   bool has_others = false;
   for (const std::string_view term : extra_terms) {
@@ -43,6 +43,7 @@ void AddSignatureRule(std::string* text, std::string_view pattern, std::string_v
       has_others = true;
     }
   }
+  if (has_others && dashes != std::string::npos) first = ReplaceAll(first, "!!", "++");
   if (!has_others) AddRecord(text, first + excluded, name, number, kind);
   for (const std::string_view term : extra_terms) {
     if (term.starts_with("--")) continue;

@@ -17,7 +17,7 @@ namespace qiv {
 /// Adds the record (or records) of one rule to `text`. The pattern is lower-cased. Of the extra terms
 ///  - one that begins with "--" spares texts that hold it; all of these go to the end of the pattern;
 ///  - of the others each makes a rule of its own: the pattern, `joined_by` ("++" or "!"), the term. In a pattern that
-///    holds "--" they join its first piece, and "!!" in that piece becomes "++": exclusion rules know no order.
+///    holds "--" they join its first piece, and "!!" in that piece becomes "++": nothing says where they would stand.
 /// Without others the pattern is one rule.
 void AddSignatureRule(std::string* text, std::string_view pattern, std::string_view joined_by, std::string_view name,
                       std::span<const std::string_view> extra_terms, std::uint32_t number, std::uint32_t kind);

@@ -40,7 +40,7 @@ Tables FixedRows() {
       {">createFunction(++>execute(", "CreateFunction function", "createFunction函数", 2048},
       {"eval!!gzuncompress!!base64_decode", "Eval execution", "eval执行", 10240},
       {"curl_exec++foreach++base64_decode" + alone, "Web backdoor", "", 6500},
-      {"range++foreach++as++is_dir" + alone, "Web backdoor", "", 6535},
+      {"range!!foreach!!as!!is_dir" + alone, "Web backdoor", "", 6535},
       {"require_once--define(--php", "Suspicious reference", "可疑引用"},
       {"require--define(--php", "Suspicious reference"},
       {"include_once--define(--php", "Suspicious reference"},
@@ -111,8 +111,9 @@ TEST(BuiltinSignatures, KeepsItsTables) {
     };
     while (r < english.size() && !fits(english[r])) ++r;
     ASSERT_LT(r, english.size()) << row.pattern;
-    if (wanted.kind > PatternKind::kExcluding) {
+    if (wanted.in_order) {
       EXPECT_EQ(english[r].kind, wanted.kind) << row.pattern;
+      EXPECT_TRUE(english[r].in_order) << row.pattern;
     }
     if (row.limit != kOpen) {
       EXPECT_EQ(english[r].size_limit, row.limit) << row.pattern;

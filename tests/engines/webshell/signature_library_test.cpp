@@ -44,11 +44,11 @@ class CSlowLibrary {
     for (const std::string& term : rule.excluded) {
       if (Search(text, term, 0) != std::string_view::npos) return false;
     }
-    if (rule.kind != PatternKind::kSequence && rule.kind != PatternKind::kNearSequence) {
+    if (!rule.in_order) {
       return std::all_of(rule.terms.begin(), rule.terms.end(),
                          [&](const std::string& term) { return Search(text, term, 0) != std::string_view::npos; });
     }
-    const std::size_t gap = rule.kind == PatternKind::kSequence ? text.size() : whole_word_ ? 20 : 10;
+    const std::size_t gap = rule.kind != PatternKind::kNearSequence ? text.size() : whole_word_ ? 20 : 10;
     for (std::size_t first = Search(text, rule.terms[0], 0); first != std::string_view::npos;
          first = Search(text, rule.terms[0], first + 1)) {
       std::size_t end = first + rule.terms[0].size();
@@ -94,6 +94,7 @@ TEST(SignatureLibrary, FindsWhatTheSearchWithRestartsFinds) {
   Compare({"a!a!a", "a!!b!!a"}, {"a", "b", ".........", "."}, 6);
   Compare({"aba!ba", "ab!!ba!!ab"}, {"a", "b", "...."}, 8);
   Compare({"a-!b", "b!a!!a"}, {"a", "b", "-", "_", " "}, 6);
+  Compare({"a!!b!!a--c", "c!!b--a--", "b++a--..--c"}, {"a", "b", "c", "."}, 6);
   Compare({"c", "a++b", "a++b--c", "a!!b", "b!a"}, {"a", "b", "c", "."}, 6);  // the order of kinds
   Compare({"b!a", "a!!b", "b++a--c", "--a", "a++++b", ""}, {"a", "b", "c"}, 6);
 }
@@ -129,6 +130,9 @@ TEST(SignatureLibrary, ExtraTermsAddOrSpare) {
   EXPECT_EQ(text,
             "a++rray++eval(--namespace--defined({*}0{*}n{*}0{*}0{*}4{*}7{#}"
             "a++rray++system(--namespace--defined({*}0{*}n{*}0{*}0{*}4{*}7{#}");
+  text.clear();
+  AddSignatureRule(&text, "a!!b--c", "++", "n", std::span(extra).subspan(1, 1), 7, 4);
+  EXPECT_EQ(text, "a!!b--c--defined({*}0{*}n{*}0{*}0{*}4{*}7{#}");
 }
 
 }  // namespace
