@@ -2,6 +2,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <memory>
 #include <random>
 #include <string>
@@ -9,6 +10,7 @@
 
 #include "common/area_library.h"
 #include "config/exchange_files.h"
+#include "port/clock.h"
 #include "port/file.h"
 #include "tests/port/temporary_directory.h"
 #include "tools/area_builder.h"
@@ -91,6 +93,40 @@ void DenyRead(benchmark::State& state) {
   }
 }
 
+/// Requests that come while the list changes: how long the longest of them waits, and the longest piece of the work
+/// that requests do after they were answered. `in_request`: the list is read by the request that finds it changed.
+void DenyReload(benchmark::State& state, bool in_request) {
+  const CTemporaryDirectory directory;
+  const std::string path = directory.Path("_in.db");
+  const std::string text = DenyFile(state.range(0));
+  CExchangeFiles files(path, "");
+  const CIpAddress client = Address(1, true);
+  std::int64_t now = kNow;
+  std::int64_t longest_request = 0;
+  std::int64_t longest_slice = 0;
+  double requests = 0;
+  for (auto _ : state) {
+    state.PauseTiming();
+    ReplaceFile(path, text);
+    now += 2;
+    state.ResumeTiming();
+    bool replaced = false;
+    while (!replaced) {
+      const std::int64_t begin = MonotonicMicroseconds();
+      replaced = in_request ? files.ReadLists(now) : files.LookAtLists(now);
+      benchmark::DoNotOptimize(files.IsListed(ClientList::kDeny, client, kNow));
+      const std::int64_t answered = MonotonicMicroseconds();
+      replaced |= files.ContinueReading(now);
+      longest_request = std::max(longest_request, answered - begin);
+      longest_slice = std::max(longest_slice, MonotonicMicroseconds() - answered);
+      ++requests;
+    }
+  }
+  state.counters["longest_request_us"] = static_cast<double>(longest_request);
+  state.counters["longest_slice_us"] = static_cast<double>(longest_slice);
+  state.counters["requests"] = benchmark::Counter(requests, benchmark::Counter::kAvgIterations);
+}
+
 }  // namespace
 
 void RegisterAddressBenchmarks() {
@@ -105,6 +141,13 @@ void RegisterAddressBenchmarks() {
   }
   benchmark::RegisterBenchmark("deny_list_lookup", DenyLookup)->Arg(10)->Arg(1000)->Arg(kMany);
   benchmark::RegisterBenchmark("deny_list_read", DenyRead)->Arg(1000)->Arg(kMany)->Unit(benchmark::kMillisecond);
+  for (const bool in_request : {true, false}) {
+    benchmark::RegisterBenchmark(in_request ? "deny_list_reload/in_request" : "deny_list_reload/in_slices", DenyReload,
+                                 in_request)
+        ->Arg(1000)
+        ->Arg(kMany)
+        ->Unit(benchmark::kMillisecond);
+  }
 }
 
 }  // namespace qiv::bench

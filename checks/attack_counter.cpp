@@ -53,53 +53,49 @@ std::int64_t CAttackCounter::Period() const {
 }
 
 bool CAttackCounter::Count(const CIpAddress& client, std::string_view text, OnTrigger on_trigger, bool* just_reached) {
+  const CIpAddress network = ClientNetwork(client);
   std::deque<Bucket> discarded;  // ends outside the lock
   const CAutoLock lock(buckets_lock_);
   if (limit_ <= 0 || period_ <= 0) return false;
   // Read under the lock, so that a thread that waited does not bring back a period that is over.
-  const std::int64_t period = PeriodNow();
-  if (!buckets_.empty() && buckets_.front().period == period) {
-    return CountIn(&buckets_.front(), client, text, on_trigger, just_reached);
-  }
-  Bucket bucket{period, std::unordered_map<CIpAddress, Entry, Hash>(reserve_size_, hash_)};
-  bucket.clients.emplace(client, Entry{1, std::string(text)});
-  buckets_.push_front(std::move(bucket));
-  if (buckets_.size() > kMaxBuckets) {
-    discarded.push_back(std::move(buckets_.back()));
-    buckets_.pop_back();
-  }
-  return false;
-}
-
-bool CAttackCounter::CountIn(Bucket* bucket, const CIpAddress& client, std::string_view text, OnTrigger on_trigger,
-                             bool* just_reached) {
-  const auto found = bucket->clients.find(client);
-  if (found == bucket->clients.end()) {
-    if (bucket->clients.size() < kMaxClients) bucket->clients.emplace(client, Entry{1, std::string(text)});
-    return false;
+  auto& clients = CurrentBucket(PeriodNow(), &discarded)->clients;
+  auto found = clients.find(network);
+  if (found == clients.end()) {
+    if (clients.size() >= kMaxClients) return false;
+    found = clients.emplace(network, Entry{}).first;
   }
   Entry& entry = found->second;
-  const bool was_over = entry.count >= limit_;
-  if (!was_over) {
+  if (entry.count < limit_) {
     ++entry.count;
     if (!text.empty()) entry.text = text;
     if (entry.count < limit_) return false;
     if (just_reached != nullptr) *just_reached = true;
   }
-  if (on_trigger == OnTrigger::kRemove) bucket->clients.erase(found);
+  if (on_trigger == OnTrigger::kRemove) clients.erase(found);
   return true;
+}
+
+CAttackCounter::Bucket* CAttackCounter::CurrentBucket(std::int64_t period, std::deque<Bucket>* discarded) {
+  if (buckets_.empty() || buckets_.front().period != period) {
+    buckets_.push_front(Bucket{period, std::unordered_map<CIpAddress, Entry, Hash>(reserve_size_, hash_)});
+    if (buckets_.size() > kMaxBuckets) {
+      discarded->push_back(std::move(buckets_.back()));
+      buckets_.pop_back();
+    }
+  }
+  return &buckets_.front();
 }
 
 bool CAttackCounter::IsOverLimit(const CIpAddress& client) const {
   const CAutoLock lock(buckets_lock_);
   if (limit_ <= 0 || period_ <= 0 || buckets_.empty() || buckets_.front().period != PeriodNow()) return false;
-  const auto found = buckets_.front().clients.find(client);
+  const auto found = buckets_.front().clients.find(ClientNetwork(client));
   return found != buckets_.front().clients.end() && found->second.count >= limit_;
 }
 
 void CAttackCounter::Remove(const CIpAddress& client) {
   const CAutoLock lock(buckets_lock_);
-  if (!buckets_.empty()) buckets_.front().clients.erase(client);
+  if (!buckets_.empty()) buckets_.front().clients.erase(ClientNetwork(client));
 }
 
 bool CAttackCounter::ClaimPrune(std::int64_t period) {
@@ -119,7 +115,7 @@ void CAttackCounter::Prune() {
   std::vector<Bucket> discarded;  // ends outside the lock
   const CAutoLock lock(buckets_lock_);
   for (std::size_t i = buckets_.size(); i-- > 1;) {
-    if (buckets_[i].period + 1 >= period) continue;
+    if (buckets_[i].period + 1 >= period && buckets_[i].period <= period) continue;
     reserve_size_ = std::max(reserve_size_, buckets_[i].clients.size());
     discarded.push_back(std::move(buckets_[i]));
     buckets_.erase(buckets_.begin() + static_cast<std::ptrdiff_t>(i));

@@ -1,4 +1,4 @@
-// Counts attacks per client within fixed periods of time.
+// Counts attacks per client within fixed periods of time. IPv6 clients of one /64 are one client.
 //
 // Periods are aligned to multiples of their length. Each has a bucket with an entry for every client that attacked in
 // it, so a look-up costs the same however many clients there are. Buckets that nobody asks for any more are discarded
@@ -37,9 +37,10 @@ class CAttackCounter {
 
   enum class OnTrigger { kKeep, kRemove };
 
-  /// Counts an attack. True when the client has reached the limit in the current period: the attack that reaches it,
-  /// and every one after it, which is no longer counted. With kRemove a client that triggers starts anew, in the same
-  /// step. `text` is kept when it is not empty. *just_reached tells the first of these from the others.
+  /// Counts an attack. True when the client has reached the limit in the current period: the attack that reaches it (a
+  /// limit of 1: the first), and every one after it, which is no longer counted. With kRemove a client that triggers
+  /// starts anew, in the same step. `text` is kept when it is not empty. *just_reached tells the first of these from
+  /// the others.
   bool Count(const CIpAddress& client, std::string_view text, OnTrigger on_trigger, bool* just_reached = nullptr);
 
   /// Whether the client has reached the limit in the current period.
@@ -47,6 +48,7 @@ class CAttackCounter {
   /// Forgets the client's count of the current period.
   void Remove(const CIpAddress& client);
 
+  /// Discards the periods that are over, and those of a clock that was set back since.
   void Prune();
   std::size_t BucketCount() const;
   std::size_t ReserveSize() const;
@@ -66,8 +68,7 @@ class CAttackCounter {
   };
 
   std::int64_t PeriodNow() const QIV_REQUIRES(buckets_lock_) { return clock_() / period_; }
-  bool CountIn(Bucket* bucket, const CIpAddress& client, std::string_view text, OnTrigger on_trigger,
-               bool* just_reached) QIV_REQUIRES(buckets_lock_);
+  Bucket* CurrentBucket(std::int64_t period, std::deque<Bucket>* discarded) QIV_REQUIRES(buckets_lock_);
   bool ClaimPrune(std::int64_t period);
 
   const Clock clock_;

@@ -10,10 +10,8 @@
 namespace qiv {
 namespace {
 
-constexpr std::int64_t kSecondsInMinute = 60;
-
 std::int64_t LockSeconds(const WebsiteConfig& site) {
-  return site.response.lock_time > 0 ? site.response.lock_time : site.sys_temp_time * kSecondsInMinute;
+  return site.response.lock_time > 0 ? site.response.lock_time : site.TempLockSeconds();
 }
 
 void AppendInBrackets(Language language, std::string_view text, std::string* out) {

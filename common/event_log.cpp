@@ -208,7 +208,7 @@ CEventLog::CLogFile::CLogFile(const std::string& directory, std::string_view nam
 void CEventLog::CLogFile::Append(std::string_view line) {
   if (NeedsLook()) stopped_.store(!RotateIfFull(), std::memory_order_relaxed);
   if (stopped_.load(std::memory_order_relaxed)) return;
-  if (!AppendToFile(path_, line) && !FileSize(path_) && MakeDirectory(directory_)) AppendToFile(path_, line);
+  if (!AppendLine(path_, line) && !FileSize(path_) && MakeDirectory(directory_)) AppendLine(path_, line);
 }
 
 // True once every so many lines, and for the first line after a second: other processes write too.

@@ -97,6 +97,10 @@ CIpAddress CIpAddress::BlockEnd(unsigned prefix) const {
   return {high_ | HighHostBits(bits), low_ | LowHostBits(bits)};
 }
 
+CIpAddress ClientNetwork(const CIpAddress& client) {
+  return client.IsIpv4() ? client : client.BlockBegin(kClientNetworkBits);
+}
+
 std::strong_ordering CIpAddress::operator<=>(const CIpAddress& other) const {
   if (const auto family = other.IsIpv4() <=> IsIpv4(); family != 0) return family;
   if (const auto high = high_ <=> other.high_; high != 0) return high;

@@ -55,6 +55,11 @@ class CIpAddress {
   std::uint64_t low_ = 0;
 };
 
+/// What one client holds: its IPv4 address, or the first address of the /64 around an IPv6 address, because within a
+/// /64 a client changes its address at will.
+CIpAddress ClientNetwork(const CIpAddress& client);
+inline constexpr unsigned kClientNetworkBits = 64;
+
 /// Both ends belong to it; they are of one family and in order.
 struct IpRange {
   CIpAddress first;

@@ -11,7 +11,7 @@ namespace {
 
 // Bytes that stand for themselves in a JSON string and need no look at what follows.
 bool IsPlain(char c) {
-  return static_cast<unsigned char>(c) >= 0x20 && static_cast<unsigned char>(c) < 0x80 && c != '"' && c != '\\';
+  return static_cast<unsigned char>(c) >= 0x20 && static_cast<unsigned char>(c) < 0x7F && c != '"' && c != '\\';
 }
 
 void AppendEscaped(char32_t code, std::string* out) {
@@ -27,7 +27,7 @@ void AppendCharacter(char32_t code, std::string* out) {
   if (short_form != kBytes.npos) {
     out->push_back('\\');
     out->push_back(kLetters[short_form]);
-  } else if (code < 0x20 || code == kLineSeparator || code == kLineSeparator + 1) {
+  } else if (code < 0x20 || (code >= 0x7F && code < 0xA0) || code == kLineSeparator || code == kLineSeparator + 1) {
     AppendEscaped(code, out);
   } else {
     AppendUtf8(code, out);

@@ -69,7 +69,7 @@ constexpr ConfigKey kScalarKeys[] = {
     {"", "website_on_servers", KeyType::kFlag, KeyReader::kLoader,
      "The website is protected; off, the configuration is refused."},
     {"website_other", "sys_temp_time", KeyType::kDigits, KeyReader::kLoader,
-     "How long temporary grants and locks last, in minutes; 720 when missing or not all digits."},
+     "How long temporary grants and locks last, in minutes; 720 when missing, 0 or not all digits."},
     {"website_other", "trojan_freecode", KeyType::kRules, KeyReader::kLoader,
      "Code that is never taken for a webshell."},
     {"website_other", "trojan_usertrojan", KeyType::kRules, KeyReader::kLoader, "The site's own webshell signatures."},

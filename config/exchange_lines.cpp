@@ -39,6 +39,10 @@ std::optional<ClientList> FindClientList(std::string_view name) {
   return std::nullopt;
 }
 
+CIpAddress ListKey(ClientList list, const CIpAddress& client) {
+  return list == ClientList::kDeny ? ClientNetwork(client) : client;
+}
+
 LineFields SplitFields(std::string_view line) {
   LineFields fields;
   bool more = true;
@@ -130,6 +134,11 @@ std::string EncipherLine(std::string_view line) {
   std::string enciphered = encrypt_text("", line);
   if (!enciphered.empty()) enciphered += '\n';
   return enciphered;
+}
+
+std::uint64_t EncipheredBytes(std::size_t size) {
+  const std::uint64_t blocks = (size + CAES::kBlockSize - 1) / CAES::kBlockSize;
+  return blocks == 0 ? 0 : blocks * CAES::kBlockSize * 2 + 1;
 }
 
 std::string DecipherPiece(std::string_view piece) { return decrypt_text("", piece); }

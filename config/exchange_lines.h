@@ -22,6 +22,11 @@ inline constexpr std::size_t kClientLists = 3;
 std::string_view ClientListName(ClientList list);
 std::optional<ClientList> FindClientList(std::string_view name);
 
+/// What stands for a client on a list: on the deny list the network that it can choose its address from, written as the
+/// first address of that (2001:db8::7 is listed as 2001:db8::); on the others the address itself, since one client's
+/// password says nothing of its neighbours.
+CIpAddress ListKey(ClientList list, const CIpAddress& client);
+
 /// A plain line taken apart; views into it. Fields that the line does not have are empty.
 struct LineFields {
   static constexpr std::size_t kNamed = 8;
@@ -68,6 +73,8 @@ std::string WithCount(std::string_view line, std::uint64_t count);
 
 /// The line as it stands in a file, with its line end.
 std::string EncipherLine(std::string_view line);
+/// Its length for a plain line of `size` bytes without a zero byte.
+std::uint64_t EncipheredBytes(std::size_t size);
 
 /// Shortest enciphered piece that can hold a record: two cipher blocks in digits, because seven fields with a list name
 /// and "add" have more than 16 bytes.

@@ -97,11 +97,20 @@ struct AddressSets {
 
 /// One website's configuration. Built by a load, then never written again; requests hold counted references.
 struct WebsiteConfig {
+  static constexpr std::uint32_t kDefaultTempMinutes = 720;
+
+  /// How long temporary grants and locks last, in seconds. A time of 0 minutes would be over before it begins: it
+  /// counts as the default.
+  std::int64_t TempLockSeconds() const {
+    constexpr std::int64_t kSecondsInMinute = 60;
+    return (sys_temp_time != 0 ? sys_temp_time : kDefaultTempMinutes) * kSecondsInMinute;
+  }
+
   Language language = Language::kEnglish;
-  bool library_enabled = false;       ///< sys_is_qiv: libraries and the link to the firewall service
-  bool ipv6_protection = false;       ///< enable_ipv6prot
-  std::string extend_functions;       ///< "," wrapped
-  std::uint32_t sys_temp_time = 720;  ///< minutes
+  bool library_enabled = false;                       ///< sys_is_qiv: libraries and the link to the firewall service
+  bool ipv6_protection = false;                       ///< enable_ipv6prot
+  std::string extend_functions;                       ///< "," wrapped
+  std::uint32_t sys_temp_time = kDefaultTempMinutes;  ///< minutes; TempLockSeconds() is what counts
   std::string trojan_freecode;
   std::string trojan_usertrojan;
   std::string sys_trust_ip;

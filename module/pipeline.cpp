@@ -4,13 +4,13 @@
 #include <string>
 
 #include "checks/event_recorder.h"
+#include "common/secrets.h"
 #include "common/state_recorder.h"
 #include "config/website_config.h"
 #include "module/facts_collector.h"
 #include "module/page_writer.h"
 #include "module/response_hardening.h"
 #include "module/response_reader.h"
-#include "common/secrets.h"
 #include "port/clock.h"
 
 namespace qiv {

@@ -33,9 +33,16 @@ iis::REQUEST_NOTIFICATION_STATUS Guarded(const char* name, iis::IHttpContext* co
 
 }  // namespace
 
+CQivIpsIIsModule::~CQivIpsIIsModule() {
+  if (answers_client_) State().service.AfterRequest();
+}
+
 iis::REQUEST_NOTIFICATION_STATUS CQivIpsIIsModule::OnBeginRequest(iis::IHttpContext* context,
                                                                   iis::IHttpEventProvider*) {
-  return Guarded("OnBeginRequest", context, [&](CPipeline& pipeline) { return pipeline.BeginRequest(*context); });
+  return Guarded("OnBeginRequest", context, [&](CPipeline& pipeline) {
+    answers_client_ = true;
+    return pipeline.BeginRequest(*context);
+  });
 }
 
 iis::REQUEST_NOTIFICATION_STATUS CQivIpsIIsModule::OnExecuteRequestHandler(iis::IHttpContext*,

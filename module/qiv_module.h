@@ -5,10 +5,16 @@
 
 namespace qiv {
 
-/// Thin: each notification enters the pipeline through one barrier that lets no exception out. Without fields; one
-/// object a request; the server deletes it through Dispose.
+/// Thin: each notification enters the pipeline through one barrier that lets no exception out. One object a request;
+/// the server deletes it through Dispose, when the response has gone out: work that nobody should wait for is done
+/// then.
 class CQivIpsIIsModule final : public iis::CHttpModule {
  public:
+  CQivIpsIIsModule() = default;
+  ~CQivIpsIIsModule() override;
+  CQivIpsIIsModule(const CQivIpsIIsModule&) = delete;
+  CQivIpsIIsModule& operator=(const CQivIpsIIsModule&) = delete;
+
   iis::REQUEST_NOTIFICATION_STATUS OnBeginRequest(iis::IHttpContext* context,
                                                   iis::IHttpEventProvider* provider) override;
   /// Never subscribed.
@@ -18,6 +24,9 @@ class CQivIpsIIsModule final : public iis::CHttpModule {
                                                                iis::IHttpEventProvider* provider) override;
   iis::REQUEST_NOTIFICATION_STATUS OnSendResponse(iis::IHttpContext* context,
                                                   iis::ISendResponseProvider* provider) override;
+
+ private:
+  bool answers_client_ = false;  ///< false for a request that another request makes and waits for
 };
 
 }  // namespace qiv

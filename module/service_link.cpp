@@ -22,7 +22,7 @@ bool Guarded(Work&& work) noexcept {
 
 CServiceLink::CServiceLink(CQivConfig& config, bool may_write)
     : config_(config),
-      exchange_(config.Paths().in_file, may_write ? config.Paths().out_log : std::string()),
+      exchange_(config.Paths().in_file, may_write ? config.Paths().out_log : std::string(), config.States()),
       libraries_({config.Paths().ipv4_areas, config.Paths().ipv6_areas, config.Paths().bad_ips}, config.States()),
       checks_(exchange_, &libraries_) {
   SetCheckState(&checks_);
@@ -36,7 +36,7 @@ CServiceLink::~CServiceLink() {
 
 bool CServiceLink::OnServiceTick(std::int64_t now) {
   const bool reloaded = Guarded([&] { return libraries_.ReloadChanged(); });
-  Guarded([&] { return exchange_.ReadLists(now); });
+  Guarded([&] { return exchange_.LookAtLists(now); });
   Guarded([&] {
     exchange_.FlushIfDue(now);
     return true;
@@ -48,6 +48,10 @@ void CServiceLink::OnReloaded(std::int64_t) { checks_.OnConfigLoaded(*config_.Cu
 
 void CServiceLink::ReadLists() noexcept {
   Guarded([&] { return exchange_.ReadLists(UnixSeconds()); });
+}
+
+void CServiceLink::AfterRequest() noexcept {
+  Guarded([&] { return exchange_.ContinueReading(UnixSeconds()); });
 }
 
 void CServiceLink::Finish() noexcept {

@@ -22,6 +22,8 @@ class CServiceLink final : public ITickClient {
 
   /// Reads the service's lists, for the first request of a process.
   void ReadLists() noexcept;
+  /// Work that nobody waits for, after a request was answered: reads on in a long list. Cheap when there is none.
+  void AfterRequest() noexcept;
   /// Writes what is queued, when the worker process ends in good order. A process that is killed loses the counts of
   /// its last minute at most.
   void Finish() noexcept;

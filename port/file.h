@@ -2,6 +2,9 @@
 //
 // Paths are UTF-8 on every system; "/" and (on Windows) "\" both separate. All functions are thread safe and throw
 // nothing but std::bad_alloc.
+//
+// Files are created for their owner and group alone (mode 0640; Windows: as the folder says), for settings, lists and
+// logs can quote passwords.
 #pragma once
 
 #include <cstdint>
@@ -45,12 +48,18 @@ FileRange NextData(const std::string& path, std::uint64_t offset);
 ReadFileResult ReadHandlePart(void* file, std::uint64_t offset, std::size_t limit, std::string* content);
 
 /// Appends `data` with ONE system call, creating the file when missing, so that records of several threads and
-/// processes never mix (Windows: access FILE_APPEND_DATA | SYNCHRONIZE only; Linux: O_APPEND). False when it was not
-/// written whole.
+/// processes never mix (Windows: append access without write access; Linux: O_APPEND). False when it was not written
+/// whole.
 bool AppendToFile(const std::string& path, std::string_view data);
 
+/// The same for a line with its end. After a line of which only a part was written (a full disk, a lost machine; also
+/// another process's) it begins on a line of its own. Readers pass over empty lines: where the file system shows the
+/// size of a write that is still under way, one can come between.
+bool AppendLine(const std::string& path, std::string_view line);
+
 /// Writes a temporary file beside `path` and renames it over, so that a reader sees the old content or the new, never a
-/// part. False, with nothing changed, on failure.
+/// part. False, with nothing changed, on failure. A file that was there keeps its mode and, where the system permits,
+/// its owner and group; a new one gets those of its folder, so that what an administrator writes the server can read.
 bool ReplaceFile(const std::string& path, std::string_view content);
 
 /// Creates one directory; true when it exists afterwards.

@@ -6,7 +6,9 @@
 
 #include "common/char_set.h"
 #include "common/text.h"
+#include "config/config_parser.h"
 #include "config/exchange_lines.h"
+#include "config/qiv_config.h"
 #include "port/clock.h"
 #include "port/module_path.h"
 #include "tools/files.h"
@@ -17,6 +19,11 @@ namespace {
 
 constexpr std::size_t kPieceBytes = 4U << 20;  // some ten thousand lines for each write of the journal
 constexpr std::uint64_t kJournalMaxBytes = 64U << 20;
+/// Lists beyond this size take seconds to write, and to read by every worker process: they are written for a fifth of
+/// the time at most, unless that many locks have gathered.
+constexpr std::size_t kLongLists = 50'000;
+constexpr std::int64_t kPauseFactor = 4;
+constexpr std::size_t kMostPending = 10'000;
 constexpr std::size_t kMaxNames = 1000;  // of sums; further names are counted together
 constexpr std::size_t kCountField = 5;
 
@@ -55,7 +62,9 @@ CExchangeService::CExchangeService(ServiceOptions options)
       folder_(ConfigFolder(options_.module_directory)),
       out_log_(folder_ + "_out.log"),
       journal_file_(JournalFile(options_.module_directory)),
-      store_(options_.module_directory) {}
+      store_(options_.module_directory, options_.list_max_bytes),
+      log_(LogDirectory(options_.module_directory)),
+      states_(&log_) {}
 
 bool CExchangeService::Fail(std::string* error, std::string text) const {
   *error = std::move(text);
@@ -85,11 +94,18 @@ bool CExchangeService::Start(std::string* error) {
     const bool read = ReadWholeFile(journal_file_, kJournalMaxBytes, &text) == ReadFileResult::kOk;
     if (!read || !journal_.FromJson(text)) return Fail(error, journal_file_ + " cannot be read, or is damaged");
   }
+  WebsiteConfig config;
+  if (LoadConfigFile(folder_ + "_config.db", &config) == ConfigStatus::kLoaded) states_.SetLanguage(config.language);
   if (!store_.Load()) return Fail(error, store_.Path() + " cannot be read");
   if (const std::unique_ptr<CFileLock> lock = store_.Lock()) RemoveLeftovers();
   if (journal_.moving != 0 && !FinishMoving(UnixSeconds())) return Fail(error, journal_file_ + " cannot be written");
   if (!FinishPending()) return Fail(error, store_.Path() + " cannot be written");
   return true;
+}
+
+bool CExchangeService::Finish() {
+  next_save_us_ = 0;
+  return FinishPending();
 }
 
 bool CExchangeService::Step(std::int64_t now) {
@@ -173,8 +189,21 @@ bool CExchangeService::WriteJournal() {
   return written;
 }
 
+bool CExchangeService::SaveIsDue() const { return MonotonicMicroseconds() >= next_save_us_; }
+
+/// With the lists' lock held.
+bool CExchangeService::SaveLists() {
+  const std::int64_t begin = MonotonicMicroseconds();
+  const bool written = store_.Save();
+  if (!written && !lists_failed_) options_.print(store_.Path() + " cannot be written; trying again");
+  lists_failed_ = !written;
+  const std::int64_t end = MonotonicMicroseconds();
+  next_save_us_ = store_.Size() > kLongLists ? end + (end - begin) * kPauseFactor : 0;
+  return written;
+}
+
 bool CExchangeService::FinishPending() {
-  if (journal_.pending.empty()) return true;
+  if (journal_.pending.empty() || (!SaveIsDue() && journal_.pending.size() < kMostPending)) return true;
   {
     const std::unique_ptr<CFileLock> lock = store_.Lock();
     if (!lock || !store_.Load()) return false;
@@ -187,7 +216,8 @@ bool CExchangeService::FinishPending() {
         store_.Add(request->entry, CListStore::IfThere::kKeepLater);
       }
     }
-    if (!store_.Save()) return false;
+    ReportDropped();
+    if (!SaveLists()) return false;
     options_.after_change();
     // Under the lock: whoever takes a client off the list must not see it come back.
     journal_.pending.clear();
@@ -195,12 +225,22 @@ bool CExchangeService::FinishPending() {
   }
 }
 
+void CExchangeService::ReportDropped() {
+  const std::size_t dropped = store_.TakeDropped();
+  if (dropped == 0) return;
+  const std::string number = std::to_string(dropped);
+  options_.print("the lists are full: " + number + " entries that would have ended first are gone");
+  states_.Happened(StateKind::kItems, MessageId::kStateListsFull, number);
+}
+
 void CExchangeService::Expire(std::int64_t now) {
+  // A time further away than one interval comes from a clock that was set back; so it is below.
   if (now < next_expiry_ && next_expiry_ <= now + kExpireInterval) return;
+  if (!SaveIsDue()) return;
   next_expiry_ = now + kExpireInterval;
   const std::unique_ptr<CFileLock> lock = store_.Lock();
   if (!lock || !store_.Load() || store_.Expire(now) == 0) return;
-  if (store_.Save()) options_.after_change();
+  if (SaveLists()) options_.after_change();
 }
 
 void CExchangeService::Rotate(std::int64_t now) {
@@ -234,7 +274,7 @@ void CExchangeService::DropOldFiles(std::int64_t now) {
   while (journal_.retired.size() > options_.kept_files) {
     const RetiredFile& oldest = journal_.retired.front();
     const std::string path = OutFile(oldest.sequence);
-    if (now < oldest.until) return;
+    if (now < oldest.until && oldest.until <= now + options_.grace_seconds) return;
     if (IsFile(path) && !RemoveFile(path)) return;
     options_.after_change();
     journal_.retired.erase(journal_.retired.begin());

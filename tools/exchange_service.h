@@ -16,6 +16,8 @@
 #include <string>
 #include <string_view>
 
+#include "common/event_log.h"
+#include "common/state_recorder.h"
 #include "tools/list_store.h"
 #include "tools/service_journal.h"
 
@@ -26,6 +28,7 @@ struct ServiceOptions {
   std::uint64_t rotate_bytes = 16U << 20;  ///< _out.log is moved away when it has been consumed beyond this
   std::size_t kept_files = 4;              ///< moved files that are kept for `qivctl log`
   std::int64_t grace_seconds = 60;         ///< how long a moved file is read on
+  std::uint64_t list_max_bytes = CExchangeFiles::kInMaxBytes;  ///< of _in.db; less is for tests
   /// Called with a line for the operator, UTF-8.
   std::function<void(const std::string&)> print = [](const std::string&) {};
   /// Called after each change on disk, for tests that end the service there.
@@ -47,6 +50,9 @@ class CExchangeService {
   /// once.
   bool Step(std::int64_t now);
 
+  /// Brings what was consumed into the lists, also when they were written only just now. False when that failed.
+  bool Finish();
+
   const ServiceTotals& Totals() const { return journal_.totals; }
 
  private:
@@ -54,6 +60,8 @@ class CExchangeService {
   void RemoveLeftovers() const;
   std::string OutFile(std::uint64_t sequence) const;
   bool WriteJournal();
+  bool SaveIsDue() const;
+  bool SaveLists();
   bool FinishPending();
   bool FinishMoving(std::int64_t now);
 
@@ -61,6 +69,7 @@ class CExchangeService {
   bool Consume(const std::string& path, std::uint64_t* offset);
   void CountLine(std::string_view piece);
   void CountPlainLine(std::string_view line);
+  void ReportDropped();
   void Expire(std::int64_t now);
   void Rotate(std::int64_t now);
   void DropOldFiles(std::int64_t now);
@@ -70,9 +79,13 @@ class CExchangeService {
   const std::string out_log_;
   const std::string journal_file_;
   CListStore store_;
+  CEventLog log_;
+  CStateRecorder states_;
   std::unique_ptr<CFileLock> running_;
   ServiceJournal journal_;
-  bool failed_ = false;  ///< the last change on disk failed and was reported
+  bool failed_ = false;        ///< the journal could not be written, which was reported
+  bool lists_failed_ = false;  ///< the same of the lists
+  std::int64_t next_save_us_ = 0;
   std::int64_t next_expiry_ = 0;
 };
 

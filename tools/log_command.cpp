@@ -62,7 +62,7 @@ int PrintLog(const LogOptions& options) {
   }
   const std::string& live = files.back();
   std::size_t moved = files.size();
-  while (options.follow) {
+  while (options.follow && OutputIsGood()) {
     std::this_thread::sleep_for(kPoll);
     const std::vector<std::string> now = OutFiles(directory);
     // The service has moved the file away: its last lines are read under its new name.

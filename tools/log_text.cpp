@@ -10,6 +10,7 @@
 #include "config/exchange_lines.h"
 #include "port/clock.h"
 #include "tools/list_store.h"
+#include "tools/printable.h"
 
 namespace qiv {
 namespace {
@@ -80,17 +81,20 @@ std::string FieldToUtf8(std::string_view field) {
 
 std::string LogLineText(std::string_view line) {
   const LineFields fields = SplitFields(line);
+  std::string text = "                    ";
   if (const LineShape* const shape = FindShape(fields.field[0])) {
-    std::string text = "                    " + std::string(shape->kind);
+    text += shape->kind;
     text.resize(26, ' ');
     for (std::size_t i = 1; i < LineFields::kNamed; ++i) {
       if (shape->names[i] == nullptr || fields.field[i] == "-") continue;
       text.append(" ").append(shape->names[i]).append("=").append(FieldToUtf8(fields.field[i]));
     }
-    return text;
+  } else if (const auto request = ParseLockRequest(fields)) {
+    text = LockText(*request);
+  } else {
+    text += "unknown " + std::to_string(line.size()) + " bytes";
   }
-  if (const auto request = ParseLockRequest(fields)) return LockText(*request);
-  return "                    unknown " + std::to_string(line.size()) + " bytes";
+  return PrintableUtf8(std::move(text));
 }
 
 std::string LogLineJson(std::string_view line) {

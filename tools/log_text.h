@@ -7,7 +7,8 @@
 
 namespace qiv {
 
-/// One line without its end, UTF-8: "2026-01-31 12:00:00 lock   denylist 192.0.2.7 until ...". `line` is plain, in GBK.
+/// One line without its end, UTF-8 without control characters: "2026-01-31 12:00:00 lock   denylist 192.0.2.7 until
+/// ...". `line` is plain, in GBK.
 std::string LogLineText(std::string_view line);
 
 /// The same as one JSON object: "kind" is "lock", "msg", "check", "tongji" or "unknown".

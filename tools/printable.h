@@ -11,6 +11,9 @@ std::string Printable(std::string_view local);
 /// The same of a text in UTF-8.
 std::string PrintableUtf8(std::string text);
 
+/// The same for a text that is UTF-8 already.
+std::string PrintableUtf8(std::string text);
+
 /// A path as it is; bytes that are no UTF-8 and control characters become "\xHH", and then also "\" becomes "\x5C", so
 /// that the bytes can be told.
 std::string PrintablePath(std::string_view path);

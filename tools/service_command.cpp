@@ -53,6 +53,7 @@ int Serve(const ServiceCommandOptions& given) {
     if (given.once) break;
     std::this_thread::sleep_for(kPoll);
   }
+  if (!service.Finish()) return Fail(given.directory, "the lists cannot be written; what was taken is kept for them");
   if (!given.quiet) PrintTotals(service.Totals());
   return kExitOk;
 }

@@ -19,8 +19,8 @@ struct JudgedText {
   JudgedText() = default;
   /// A text that is not to be compared without case, or holds no capitals in any byte.
   template <typename Text>
-    requires std::is_convertible_v<const Text&, std::string_view>
-  JudgedText(const Text& text) : lowered(text), exact(text) {}  // NOLINT: converting on purpose
+  requires std::is_convertible_v<const Text&, std::string_view> JudgedText(const Text& text)
+      : lowered(text), exact(text) {}  // NOLINT: converting on purpose
   JudgedText(std::string_view lowered_bytes, std::string_view text) : lowered(lowered_bytes), exact(text) {}
 
   JudgedText Part(TextPlace place) const { return {place.In(lowered), place.In(exact)}; }

@@ -158,20 +158,88 @@ ReadFileResult ReadHandlePart(void* file, std::uint64_t offset, std::size_t limi
   return ReadAt(descriptor, offset, content);
 }
 
-bool AppendToFile(const std::string& path, std::string_view data) {
-  CDescriptor file(OpenRetrying(path, O_WRONLY | O_APPEND | O_CREAT | O_NONBLOCK, 0644));
-  if (file.Get() < 0) return false;
+namespace {
+
+constexpr mode_t kNewFileMode = 0640;
+constexpr int kLooksAtEnd = 8;  // each finds another line being written
+
+bool WriteOnce(int descriptor, std::string_view data) {
   ssize_t written;
   do {
-    written = ::write(file.Get(), data.data(), data.size());
+    written = ::write(descriptor, data.data(), data.size());
   } while (written < 0 && errno == EINTR);
-  return written == static_cast<ssize_t>(data.size()) && file.Close();
+  return written == static_cast<ssize_t>(data.size());
+}
+
+/// Whether the file ends within a line. Of a line that is just being written the size may show a part already, so the
+/// writer is let finish: a change of times waits for it. A file that then has not grown ends there.
+bool EndsTorn(int descriptor) {
+  struct stat info;
+  if (::fstat(descriptor, &info) != 0) return false;
+  for (int look = 0; look < kLooksAtEnd; ++look) {
+    const off_t size = info.st_size;
+    char last = '\n';
+    if (size == 0 || ::pread(descriptor, &last, 1, size - 1) != 1 || last == '\n') return false;
+    constexpr timespec kNow{0, UTIME_NOW};
+    const timespec times[] = {kNow, kNow};
+    ::futimens(descriptor, times);
+    if (::fstat(descriptor, &info) != 0 || info.st_size == size) return true;
+  }
+  return false;
+}
+
+/// Whom a new file at `path` is to belong to, and its mode: as the file that it replaces, else as its folder.
+struct Ownership {
+  explicit Ownership(const std::string& path) {
+    struct stat info;
+    replaces = ::stat(path.c_str(), &info) == 0;
+    const std::size_t slash = path.rfind('/');
+    const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
+    known = replaces || ::stat(folder.c_str(), &info) == 0;
+    if (!known) return;
+    if (replaces) mode = info.st_mode & 0666;
+    owner = info.st_uid;
+    group = info.st_gid;
+  }
+
+  /// What the system does not permit stays as it is.
+  void Give(int descriptor) const {
+    struct stat own;
+    if (!known || ::fstat(descriptor, &own) != 0) return;
+    bool done = own.st_uid == owner && own.st_gid == group;
+    if (!done) done = ::fchown(descriptor, owner, group) == 0;
+    // Who is not the administrator can still give it to a group of his.
+    if (!done && own.st_gid != group) done = ::fchown(descriptor, static_cast<uid_t>(-1), group) == 0;
+    if (replaces) ::fchmod(descriptor, mode);  // last: a change of owner takes rights away
+  }
+
+  bool known = false;
+  bool replaces = false;
+  mode_t mode = kNewFileMode;
+  uid_t owner = 0;
+  gid_t group = 0;
+};
+
+}  // namespace
+
+bool AppendToFile(const std::string& path, std::string_view data) {
+  CDescriptor file(OpenRetrying(path, O_WRONLY | O_APPEND | O_CREAT | O_NONBLOCK, kNewFileMode));
+  return file.Get() >= 0 && WriteOnce(file.Get(), data) && file.Close();
+}
+
+bool AppendLine(const std::string& path, std::string_view line) {
+  CDescriptor file(OpenRetrying(path, O_RDWR | O_APPEND | O_CREAT | O_NONBLOCK, kNewFileMode));
+  if (file.Get() < 0) return errno == EACCES && AppendToFile(path, line);  // it may be written but not read
+  const bool written =
+      EndsTorn(file.Get()) ? WriteOnce(file.Get(), "\n" + std::string(line)) : WriteOnce(file.Get(), line);
+  return written && file.Close();
 }
 
 bool ReplaceFile(const std::string& path, std::string_view content) {
   const std::string temporary = TemporaryName(path);
-  CDescriptor file(OpenRetrying(temporary, O_WRONLY | O_CREAT | O_EXCL, 0644));
+  CDescriptor file(OpenRetrying(temporary, O_WRONLY | O_CREAT | O_EXCL, kNewFileMode));
   if (file.Get() < 0) return false;
+  Ownership(path).Give(file.Get());
   // Synchronised before the rename: else a power cut could leave the new name with no content.
   const bool written = WriteAll(file.Get(), content) && ::fsync(file.Get()) == 0;
   if (file.Close() && written && ::rename(temporary.c_str(), path.c_str()) == 0) return true;
@@ -188,8 +256,13 @@ bool RenameFile(const std::string& from, const std::string& to) { return ::renam
 
 bool RemoveFile(const std::string& path) { return ::unlink(path.c_str()) == 0; }
 
-CFileLock::CFileLock(const std::string& path) : handle_(OpenRetrying(path, O_RDWR | O_CREAT, 0644)) {
-  if (handle_ == kNone || ::flock(static_cast<int>(handle_), LOCK_EX | LOCK_NB) == 0) return;
+CFileLock::CFileLock(const std::string& path) : handle_(kNone) {
+  const Ownership ownership(path);
+  handle_ = OpenRetrying(path, O_RDWR | O_CREAT, kNewFileMode);
+  if (handle_ == kNone && errno == EACCES) handle_ = OpenRetrying(path, O_RDONLY, 0);
+  if (handle_ == kNone) return;
+  if (!ownership.replaces) ownership.Give(static_cast<int>(handle_));
+  if (::flock(static_cast<int>(handle_), LOCK_EX | LOCK_NB) == 0) return;
   ::close(static_cast<int>(handle_));
   handle_ = kNone;
 }

@@ -216,18 +216,53 @@ ReadFileResult ReadHandlePart(void* file, std::uint64_t offset, std::size_t limi
   return result;
 }
 
-bool AppendToFile(const std::string& path, std::string_view data) {
+namespace {
+
+// Wine takes two steps for an append; the lock keeps at least the threads of one process apart there.
+SRWLOCK append_lock = SRWLOCK_INIT;
+constexpr int kLooksAtEnd = 3;
+
+bool WriteOnce(HANDLE file, std::string_view data) {
   if (data.size() > kMaxPiece) return false;
-  // Append access alone: the system itself moves each write to the end, as one step.
-  const CHandle file(Open(path, FILE_APPEND_DATA | SYNCHRONIZE, OPEN_ALWAYS));
-  if (!file.Valid()) return false;
-  // Wine takes two steps; the lock keeps at least the threads of one process apart there.
-  static SRWLOCK append_lock = SRWLOCK_INIT;
   DWORD written = 0;
   AcquireSRWLockExclusive(&append_lock);
-  const bool succeeded = WriteFile(file.Get(), data.data(), static_cast<DWORD>(data.size()), &written, nullptr);
+  const bool succeeded = WriteFile(file, data.data(), static_cast<DWORD>(data.size()), &written, nullptr);
   ReleaseSRWLockExclusive(&append_lock);
   return succeeded && written == data.size();
+}
+
+/// Whether the file ends within a line. Of a line that is just being written the size may show a part: one that still
+/// grows is looked at again.
+bool EndsTorn(HANDLE file) {
+  LARGE_INTEGER size;
+  if (!GetFileSizeEx(file, &size)) return false;
+  for (int look = 0; look < kLooksAtEnd; ++look) {
+    const LONGLONG seen = size.QuadPart;
+    if (seen == 0) return false;
+    OVERLAPPED position{};
+    position.Offset = static_cast<DWORD>((seen - 1) & 0xFFFFFFFF);
+    position.OffsetHigh = static_cast<DWORD>((seen - 1) >> 32);
+    char last = '\n';
+    DWORD got = 0;
+    if (!ReadFile(file, &last, 1, &got, &position) || got != 1 || last == '\n') return false;
+    SwitchToThread();
+    if (!GetFileSizeEx(file, &size) || size.QuadPart == seen) break;
+  }
+  return true;
+}
+
+}  // namespace
+
+bool AppendToFile(const std::string& path, std::string_view data) {
+  // Append access alone: the system itself moves each write to the end, as one step.
+  const CHandle file(Open(path, FILE_APPEND_DATA | SYNCHRONIZE, OPEN_ALWAYS));
+  return file.Valid() && WriteOnce(file.Get(), data);
+}
+
+bool AppendLine(const std::string& path, std::string_view line) {
+  const CHandle file(Open(path, FILE_APPEND_DATA | FILE_READ_DATA | SYNCHRONIZE, OPEN_ALWAYS));
+  if (!file.Valid()) return GetLastError() == ERROR_ACCESS_DENIED && AppendToFile(path, line);
+  return EndsTorn(file.Get()) ? WriteOnce(file.Get(), "\n" + std::string(line)) : WriteOnce(file.Get(), line);
 }
 
 bool ReplaceFile(const std::string& path, std::string_view content) {

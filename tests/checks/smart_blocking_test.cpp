@@ -104,16 +104,20 @@ TEST_F(SmartBlocking, ASmartBlockLocksAtOnce) {
     const char* reason;
     int lock_time;
     const char* line;
+    std::uint32_t temp_time = 720;
   };
-  // Also while `lock` is off. Without a lock time the lock lasts sys_temp_time minutes.
+  // Also while `lock` is off. Without a lock time the lock lasts sys_temp_time minutes, of which 0 makes no lock.
   const Case cases[] = {
       {"Title", "Reason", 600, "denylist|add|IIS|192.0.2.7|1000000|1000600|Strict(Reason)|Item|Title"},
       {"", "", 600, "denylist|add|IIS|192.0.2.7|1000000|1000600|Strict|Item|Category"},
       {"", "Reason", 0, "denylist|add|IIS|192.0.2.7|1000000|1043200|Strict(Reason)|Item|Category"},
+      {"", "", 0, "denylist|add|IIS|192.0.2.7|1000000|1000060|Strict|Item|Category", 1},
+      {"", "", 0, "denylist|add|IIS|192.0.2.7|1000000|1043200|Strict|Item|Category", 0},
   };
   for (const Case& c : cases) {
     RemoveFile(out_log_);
     site_->response.lock_time = c.lock_time;
+    site_->sys_temp_time = c.temp_time;
     UseSite();
     CheckResult result = Plain();
     result.smart_block = 1;

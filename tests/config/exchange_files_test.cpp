@@ -117,6 +117,69 @@ TEST_F(ExchangeFiles, TakesTheGoodLinesWhateverStandsBetweenThem) {
   EXPECT_EQ(files_.Find(ClientList::kDeny, Ip("1.0.0.2"), now_)->detail, "");
 }
 
+TEST_F(ExchangeFiles, AnIpv6ClientIsDeniedWithItsNeighbours) {
+  WriteIn(Enciphered(
+      {"denylist\tadd\tIIS\t2001:db8:0:1::7\t1000\t9000\ta", "denylist\tadd\tIIS\t2001:db8:0:2::\t1000\t9000\tb",
+       "denylist\tadd\tIIS\t::ffff:1.2.3.4\t1000\t9000\tc", "authlist\tadd\tIIS\t2001:db8:0:1::7\t1000\t9000\td"}));
+  ASSERT_TRUE(Read());
+  for (const char* ip : {"2001:db8:0:1::7", "2001:db8:0:1:ffff::", "2001:db8:0:2::1", "1.2.3.4"}) {
+    EXPECT_TRUE(IsDenied(ip)) << ip;
+  }
+  for (const char* ip : {"2001:db8::7", "2001:db8:0:3::", "1.2.3.5"}) EXPECT_FALSE(IsDenied(ip)) << ip;
+  EXPECT_TRUE(files_.IsListed(ClientList::kAuth, Ip("2001:db8:0:1::7"), now_));
+  EXPECT_FALSE(files_.IsListed(ClientList::kAuth, Ip("2001:db8:0:1::8"), now_));
+}
+
+/// Enough clients from `first` on for a file that is not read at once.
+std::string LongList(std::uint32_t first) {
+  std::string text;
+  for (std::uint32_t i = 0; text.size() < CExchangeFiles::kSliceBytes * 3 / 2; ++i) {
+    text += EncipherLine("denylist\tadd\tIIS\t" + CIpAddress::FromIpv4(first + i).Text() + "\t1000\t9000\ta");
+  }
+  return text;
+}
+
+TEST_F(ExchangeFiles, ALongListComesIntoForceWhenItIsWhole) {
+  constexpr std::uint32_t kOld = 0x01000000;
+  constexpr std::uint32_t kNew = 0x02000000;
+  const auto denied = [&](std::uint32_t ip) {
+    return files_.IsListed(ClientList::kDeny, CIpAddress::FromIpv4(ip), now_);
+  };
+  const std::string old_list = LongList(kOld);
+  const std::string new_list = LongList(kNew);
+  WriteIn(old_list);
+  ASSERT_TRUE(Read()) << "at the start it is read whole";
+  const std::size_t clients = Denied();
+  WriteIn(new_list);
+  EXPECT_FALSE(files_.LookAtLists(now_ += 2));
+  int slices = 1;
+  for (; !files_.ContinueReading(now_); ++slices) {
+    ASSERT_LT(slices, 20);
+    EXPECT_EQ(Denied(), clients);
+    EXPECT_TRUE(denied(kOld) && !denied(kNew));
+    // Written anew meanwhile: what was begun is finished first.
+    if (slices == 2) WriteIn(old_list);
+    EXPECT_FALSE(files_.LookAtLists(now_ += 2));
+  }
+  EXPECT_GT(slices, 2);
+  EXPECT_TRUE(denied(kNew) && !denied(kOld));
+  EXPECT_FALSE(files_.ContinueReading(now_)) << "not begun yet";
+  EXPECT_FALSE(files_.LookAtLists(now_ += 2));
+  while (!files_.ContinueReading(now_)) {
+  }
+  EXPECT_TRUE(denied(kOld) && !denied(kNew));
+
+  // An emptied list is taken at once, and what was being read never comes back.
+  WriteIn(new_list);
+  EXPECT_FALSE(files_.LookAtLists(now_ += 2));
+  EXPECT_FALSE(files_.ContinueReading(now_));
+  WriteIn("123456789");
+  EXPECT_TRUE(files_.LookAtLists(now_ += 2));
+  EXPECT_EQ(Denied(), 0U);
+  EXPECT_FALSE(files_.ContinueReading(now_));
+  EXPECT_EQ(Denied(), 0U);
+}
+
 TEST_F(ExchangeFiles, ReadsOnePieceAndOnePieceALineAlike) {
   const Lines lines = {"denylist\tadd\tIIS\t1.0.0.1\t1000\t9000\ta", "authlist\tadd\tIIS\t1.0.0.2\t1000\t9000\tb"};
   const std::string one_line = Enciphered({lines[1]});
@@ -283,31 +346,75 @@ TEST_F(ExchangeFiles, AFullQueueLosesNothing) {
   EXPECT_EQ(OutLines().size(), static_cast<std::size_t>(total));
 }
 
+TEST_F(ExchangeFiles, TellsOnceOfFilesThatFail) {
+  CEventLog log(directory_.Path(""));
+  CStateRecorder states(&log);
+  const std::string folder = directory_.Path("later");
+  CExchangeFiles files(in_file_, folder + "/_out.log", &states);
+  for (int i = 0; i < 3; ++i) EXPECT_FALSE(files.WriteMessage("a", "b", "c", "d", "e"));
+  EXPECT_TRUE(states.IsFault(StateKind::kOutput, "_out.log"));
+  ASSERT_TRUE(MakeDirectory(folder));
+  for (int i = 0; i < 3; ++i) EXPECT_TRUE(files.WriteMessage("a", "b", "c", "d", "e"));
+  EXPECT_FALSE(states.IsFault(StateKind::kOutput, "_out.log"));
+  std::string text;
+  ReadWholeFile(directory_.Path("_log.log"), 1U << 20, &text);
+  Lines lines;
+  for (std::string_view left = text; !left.empty();) lines.emplace_back(TakeLine(&left));
+  ASSERT_EQ(lines.size(), 3U) << text;
+  EXPECT_NE(lines[0].find("\"fault\""), std::string::npos);
+  EXPECT_NE(lines[1].find("\"ok\""), std::string::npos);
+  EXPECT_NE(lines[2].find("\"3\""), std::string::npos) << "the number of lines lost";
+
+  // Full: what is there already counts.
+  std::filesystem::resize_file(folder + "/_out.log", CExchangeFiles::kOutMaxBytes);
+  EXPECT_FALSE(CExchangeFiles("", folder + "/_out.log", &states).WriteMessage("a", "b", "c", "d", "e"));
+  EXPECT_TRUE(states.IsFault(StateKind::kOutput, "_out.log"));
+
+  WriteIn("");
+  std::filesystem::resize_file(in_file_, CExchangeFiles::kInMaxBytes + 1);
+  EXPECT_TRUE(files.ReadLists(now_ += 2));
+  EXPECT_TRUE(states.IsFault(StateKind::kLoad, "_in.db"));
+  WriteIn("");
+  EXPECT_TRUE(files.ReadLists(now_ += 2));
+  EXPECT_FALSE(states.IsFault(StateKind::kLoad, "_in.db"));
+}
+
 TEST_F(ExchangeFiles, ReadersSeeWholeTablesDuringRebuilds) {
-  // Every content lists both clients or neither.
-  const std::string both =
-      Enciphered({"denylist\tadd\tIIS\t1.0.0.1\t1000\t9000\ta", "denylist\tadd\tIIS\t2001:db8::1\t1000\t9000\tb"});
+  // Every content lists both clients, which a long one holds far apart, or neither.
+  const std::string first = Enciphered({"denylist\tadd\tIIS\t1.0.0.1\t1000\t9000\ta"});
+  const std::string last = Enciphered({"denylist\tadd\tIIS\t2001:db8::1\t1000\t9000\tb"});
+  const std::string long_list = LongList(0x02000000);
+  const std::string contents[] = {first + last, "", first + long_list + last, long_list, ""};
   std::atomic<bool> stop{false};
+  std::atomic<std::int64_t> now{now_};
   std::atomic<int> torn{0};
   std::vector<std::thread> threads;
   for (int i = 0; i < 4; ++i) {
     threads.emplace_back([&] {
       while (!stop) {
         const auto table = files_.deny_table().Get();
-        if (table->Find(Ip("1.0.0.1")).has_value() != table->Find(Ip("2001:db8::1")).has_value()) ++torn;
+        if (table->Find(Ip("1.0.0.1")).has_value() != table->Find(Ip("2001:db8::")).has_value()) ++torn;
         files_.CountStatistics("invade", "1.2.3.4", "-");
+        files_.LookAtLists(now);
+        files_.ContinueReading(now);
       }
     });
   }
-  for (int round = 0; round < 200; ++round) {
-    WriteIn(round % 2 == 0 ? both : "");
-    EXPECT_TRUE(Read());
-    EXPECT_EQ(Denied(), round % 2 == 0 ? 2U : 0U);
+  for (int round = 0; round < 60; ++round) {
+    WriteIn(contents[round % 5]);
+    now += 2;
+    std::this_thread::sleep_for(std::chrono::milliseconds(round % 7));
     files_.Flush();
+  }
+  WriteIn(first + long_list + last);
+  while (!IsDenied("1.0.0.1") || Denied() < 3) {
+    now += 2;
+    std::this_thread::yield();
   }
   stop = true;
   for (std::thread& thread : threads) thread.join();
   EXPECT_EQ(torn, 0);
+  EXPECT_TRUE(IsDenied("2001:db8::1"));
 }
 
 }  // namespace

@@ -6,10 +6,12 @@
 #include <vector>
 
 #include "common/text.h"
+#include "config/exchange_files.h"
 #include "module/global_module.h"
 #include "module/module_factory.h"
 #include "module/module_state.h"
 #include "module/qiv_module.h"
+#include "port/file.h"
 #include "tests/module/fake_server.h"
 #include "tests/module/installation.h"
 
@@ -201,6 +203,31 @@ test::Site LinkedSite() {
   site.sections["website_attack"] = R"("e404":"1","e404_lock_freq":"5","e404_lock_time":"5")";
   site.sections["website_response"] = R"("notice":"1","lock":"1","lock_freq":"3","lock_time":"10")";
   return site;
+}
+
+TEST_F(Notification, ALongListIsReadByRequestsThatWereAnswered) {
+  installation_.Write(LinkedSite());
+  std::string list;
+  for (std::uint32_t i = 0; list.size() <= CExchangeFiles::kReadAtOnceBytes; ++i) {
+    const std::string client = i == 0 ? "203.0.113.7" : CIpAddress::FromIpv4(i).Text();
+    list += EncipherLine("denylist\tadd\tIIS\t" + client + "\t1\t99999999999\treason");
+  }
+  ASSERT_TRUE(ReplaceFile(ModuleConfig().Paths().in_file, list));
+  InitialiseModule(installation_.Directory(), true);
+  ModuleConfig().RefreshTick();
+  const auto request = [](bool is_child) {
+    CFakeContext context;
+    context.is_child = is_child;
+    context.request.SetUrl("/");
+    auto* const module = new CQivIpsIIsModule;
+    const std::int32_t status = module->OnBeginRequest(&context, nullptr);
+    static_cast<iis::CHttpModule*>(module)->Dispose();
+    return status;
+  };
+  for (int i = 0; i < 5; ++i) EXPECT_EQ(request(true), kContinue) << "another request waits for it";
+  EXPECT_EQ(request(false), kContinue);
+  EXPECT_EQ(request(false), kContinue);
+  EXPECT_EQ(request(false), kFinish);
 }
 
 TEST_F(Notification, TellsTheFirewallService) {

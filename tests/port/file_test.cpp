@@ -13,6 +13,8 @@
 #include "tests/port/temporary_directory.h"
 
 #ifndef _WIN32
+#include <signal.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #endif
 
@@ -146,7 +148,7 @@ TEST(File, AppendsOfSeveralProcessesStayWhole) {
            std::string(length, static_cast<char>('a' + process)) + "\n";
   };
   if (const auto child = ChildNumber()) {
-    for (int i = 0; i < kLines; ++i) ASSERT_TRUE(AppendToFile(ChildArgument(), line(*child, i)));
+    for (int i = 0; i < kLines; ++i) ASSERT_TRUE(AppendLine(ChildArgument(), line(*child, i)));
     return;
   }
   const CTemporaryDirectory directory;
@@ -165,6 +167,62 @@ TEST(File, AppendsOfSeveralProcessesStayWhole) {
   }
   for (int process = 0; process < kProcesses; ++process) EXPECT_EQ(next[process], kLines);
 }
+
+TEST(File, ALineAfterATornOneBeginsAnew) {
+  const CTemporaryDirectory directory;
+  const std::string path = directory.Path("f");
+  EXPECT_TRUE(AppendLine(path, "one\n"));
+  ASSERT_TRUE(AppendToFile(path, "tor"));
+  EXPECT_TRUE(AppendLine(path, "two\n"));
+  EXPECT_TRUE(AppendLine(path, "three\n"));
+  EXPECT_EQ(Content(path), "one\ntor\ntwo\nthree\n");
+  ASSERT_TRUE(MakeDirectory(directory.Path("d")));
+  EXPECT_FALSE(AppendLine(directory.Path("d"), "x\n"));
+#ifndef _WIN32
+  // As on a full disk, only a part of a line fits.
+  rlimit limit;
+  ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &limit), 0);
+  const rlimit full{*FileSize(path) + 3, limit.rlim_max};
+  ::signal(SIGXFSZ, SIG_IGN);
+  ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &full), 0);
+  const bool written = AppendLine(path, "four\n") || AppendLine(path, "five\n");
+  ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &limit), 0);
+  EXPECT_FALSE(written);
+  EXPECT_TRUE(AppendLine(path, "six\n"));
+  EXPECT_EQ(Content(path), "one\ntor\ntwo\nthree\nfou\nsix\n");
+#endif
+}
+
+#ifndef _WIN32
+TEST(File, NewFilesAreNotForEveryone) {
+  const CTemporaryDirectory directory;
+  const auto mode = [&](const std::string& path) {
+    struct stat info;
+    return ::stat(path.c_str(), &info) == 0 ? info.st_mode & 07777 : 0;
+  };
+  const std::string appended = directory.Path("a");
+  const std::string replaced = directory.Path("b");
+  const mode_t mask = ::umask(022);
+  ASSERT_TRUE(AppendLine(appended, "x\n") && ReplaceFile(replaced, "x") && CFileLock(directory.Path("c")).Held());
+  ::umask(mask);
+  for (const char* name : {"a", "b", "c"}) EXPECT_EQ(mode(directory.Path(name)), 0640U) << name;
+  // What the administrator gave it stays, also where he is somebody else than the server.
+  const bool is_root = ::geteuid() == 0;
+  ASSERT_EQ(::chmod(replaced.c_str(), 0664), 0);
+  ASSERT_TRUE(!is_root || ::chown(replaced.c_str(), 1234, 1235) == 0);
+  ASSERT_TRUE(ReplaceFile(replaced, "y"));
+  EXPECT_EQ(mode(replaced), 0664U);
+  if (!is_root) return;
+  struct stat info;
+  ASSERT_EQ(::chown(directory.Root().c_str(), 1234, 1236), 0);
+  ASSERT_TRUE(ReplaceFile(directory.Path("new"), "y"));
+  for (const auto& [name, group] : {std::pair<const char*, gid_t>{"b", 1235}, {"new", 1236}}) {
+    ASSERT_EQ(::stat(directory.Path(name).c_str(), &info), 0);
+    EXPECT_EQ(info.st_uid, 1234U) << name;
+    EXPECT_EQ(info.st_gid, group) << name;
+  }
+}
+#endif
 
 TEST(File, RenamesAndRemovesWhileOthersRead) {
   const CTemporaryDirectory directory;

@@ -11,7 +11,9 @@
 
 #include "common/json.h"
 #include "config/config_parser.h"
+#include "config/exchange_files.h"
 #include "engines/injection/injection_library.h"
+#include "port/clock.h"
 #include "port/file.h"
 #include "tests/port/temporary_directory.h"
 #include "tools/files.h"
@@ -366,6 +368,102 @@ TEST(Files, FindTheModuleDirectory) {
   EXPECT_EQ(ResolveModuleDirectory(directory.Path("module/config/")), module);
   EXPECT_EQ(ResolveModuleDirectory(directory.Path("other")), "");
   EXPECT_EQ(ResolveModuleDirectory(directory.Path("other/config")), "");
+}
+
+TEST(Qivctl, ListsClientsAndSaysWhetherThatKeepsThemOut) {
+  const CTemporaryDirectory directory;
+  const std::string module = directory.Path("m");
+  ASSERT_EQ(Qivctl("init " + module).exit_code, 0);
+  const std::string config = " --config " + module;
+  struct Case {
+    const char* command;
+    int exit_code;
+    const char* said;
+  };
+  const auto run = [&](const Case& c) {
+    const Outcome outcome = Qivctl(c.command + config);
+    EXPECT_EQ(outcome.exit_code, c.exit_code) << c.command << "\n" << outcome.output;
+    EXPECT_NE(outcome.output.find(c.said), std::string::npos) << c.command << "\n" << outcome.output;
+  };
+  const Case cases[] = {
+      {"lists", 0, "no client is on a list\n"},
+      {"deny 192.0.2.7 --for 1h30m", 0, "denylist 192.0.2.7 until "},
+      {"deny 2001:db8::7 --for 5", 0, "denylist 2001:db8::/64 until "},
+      {"lists", 0, "denylist 2001:db8::/64 "},
+      {"auth 192.0.2.7 --for 2d", 0, "authlist 192.0.2.7 until "},
+      {"deny 192.0.2.7 --for 90s", 1, "192.0.2.7 is on the authlist, which goes before"},
+      {"forgive 192.0.2.7", 0, "192.0.2.7 taken off: denylist 192.0.2.7, authlist 192.0.2.7\n"},
+      {"forgive 192.0.2.7", 1, "192.0.2.7 was on no list\n"},
+      {"forgive 2001:db8::ffff:1", 0, "taken off: denylist 2001:db8::/64\n"},
+      {"deny 2001:db8:1::/64", 0, "denylist 2001:db8:1::/64 until "},
+      {"forgive 2001:db8:1::/64", 0, "taken off: denylist 2001:db8:1::/64\n"},
+      {"deny 192.0.2.0/24", 2, "is a range; deny takes single addresses. For ranges write \"deny_ips\""},
+      {"auth 192.0.2.1-192.0.2.9", 2, "\"allow_ips\""},
+      {"deny nobody", 2, "is no IP address"},
+      {"deny 192.0.2.7 --for 30m1h", 2, "is no period"},
+      {"deny 192.0.2.7 --for 1h1h", 2, "is no period"},
+      {"deny 192.0.2.7 --for 1h30", 2, "is no period"},
+      {"deny 192.0.2.7 --for 0", 2, "is no period"},
+      {"deny 192.0.2.7 --for 9999999999d", 2, "is no period"},
+      {"lists", 0, "no client is on a list\n"},
+  };
+  for (const Case& c : cases) run(c);
+  run({"deny 192.0.2.7 --for 1h30m", 0, ""});
+  const std::unique_ptr<IJsonValue> lists = ParseJson(Qivctl("lists --json" + config).output);
+  ASSERT_TRUE(lists != nullptr && lists->AsArray() != nullptr && lists->AsArray()->Items().size() == 1);
+  const JsonObject* const entry = lists->AsArray()->Items()[0]->AsObject();
+  EXPECT_EQ(*entry->Find("end")->AsNumber()->ToInt64() - *entry->Find("start")->AsNumber()->ToInt64(), 5400);
+
+  // What was not written is not said to be done.
+  const Outcome full = Shell("trap '' XFSZ; ulimit -f 0; " + std::string(QIVCTL) + " deny 192.0.2.8" + config);
+  EXPECT_EQ(full.exit_code, 2);
+  EXPECT_EQ(full.output, "qivctl: " + module + "/config/_in.db: cannot be written\n");
+
+  const std::string settings = Content(module + "/settings.json");
+  for (const auto& [on, off] : {std::pair{"\"e404\": \"1\"", "\"e404\": \"0\""},
+                                {"\"sys_is_qiv\": \"1\"", "\"sys_is_qiv\": \"0\""},
+                                {"\"website_on_servers\": \"1\"", "\"website_on_servers\": \"0\""}}) {
+    std::string changed = settings;
+    ASSERT_NE(changed.find(on), std::string::npos) << on;
+    ReplaceFile(module + "/settings.json", changed.replace(changed.find(on), std::string_view(on).size(), off));
+    Qivctl("pack " + module + "/settings.json -o " + module + "/config/_config.db");
+    run({"deny 192.0.2.7", 1, "locks keep nobody out"});
+    run({"lists", 0, "locks keep nobody out"});
+  }
+}
+
+TEST(Qivctl, ShowsNoControlCharactersOfClients) {
+  const CTemporaryDirectory directory;
+  MakeDirectory(directory.Path("config"));
+  const std::string config = " --config " + directory.Path("");
+  CExchangeFiles files("", directory.Path("config/_out.log"));
+  const std::string evil =
+      "\xE4\xB8\xAD\xC2\x9B"
+      "2J";
+  ASSERT_TRUE(files.WriteLock(ClientList::kDeny, CIpAddress::FromIpv4(7), UnixSeconds(), UnixSeconds() + 600, {evil}));
+  ASSERT_TRUE(files.WriteMessage("192.0.2.7", "a", "b", evil, evil));
+  for (const char* command : {"log", "service --once", "lists"}) {
+    const std::string output = Qivctl(command + config).output;
+    EXPECT_NE(output.find("\xE4\xB8\xAD  2J"), std::string::npos) << command << output;
+    EXPECT_EQ(output.find("\xC2\x9B"), std::string::npos) << command;
+  }
+  for (const char* command : {"log --json", "lists --json"}) {
+    EXPECT_NE(Qivctl(command + config).output.find("\xE4\xB8\xAD\\u009b2J"), std::string::npos) << command;
+  }
+}
+
+TEST(Qivctl, AFullDiskAtTheOutputIsAnError) {
+  const CTemporaryDirectory directory;
+  const std::string module = directory.Path("m");
+  ASSERT_EQ(Qivctl("init " + module).exit_code, 0);
+  ASSERT_TRUE(CExchangeFiles("", module + "/config/_out.log").WriteMessage("a", "b", "c", "d", "e"));
+  for (const std::string command : {"service --once --config ", "log --config ", "log --follow --config ",
+                                    "lists --config ", "--help ", "encrypt <"}) {
+    const std::string argument = command == "--help " ? "" : module + (command == "encrypt <" ? "/settings.json" : "");
+    const Outcome outcome = Shell(std::string(QIVCTL) + " " + command + argument + " >/dev/full");
+    EXPECT_EQ(outcome.exit_code, 2) << command << outcome.output;
+    EXPECT_NE(outcome.output.find("standard output: cannot be written"), std::string::npos) << command;
+  }
 }
 
 }  // namespace

@@ -32,6 +32,8 @@ class Service : public testing::Test {
     options.rotate_bytes = rotate_bytes_;
     options.kept_files = 2;
     options.grace_seconds = 0;
+    options.list_max_bytes = list_max_bytes_;
+    options.print = [this](const std::string& line) { printed_ += line + "\n"; };
     if (changes != 0) {
       options.after_change = [left = changes]() mutable {
         if (--left == 0) throw Killed();
@@ -55,6 +57,8 @@ class Service : public testing::Test {
   CTemporaryDirectory temporary_;
   const std::string directory_ = temporary_.Path("");
   std::uint64_t rotate_bytes_ = 3000;
+  std::uint64_t list_max_bytes_ = CExchangeFiles::kInMaxBytes;
+  std::string printed_;
   std::int64_t now_ = 10'000;
   std::int64_t read_at_ = 1;
   CExchangeFiles module_{File("_in.db"), File("_out.log")};
@@ -120,7 +124,7 @@ TEST_F(Service, KeepsTheListsCurrent) {
   const auto service = Start();
   module_.WriteLock(ClientList::kDeny, Ip("192.0.2.7"), now_, now_ + 600, {"reason", "item", "category"});
   module_.WriteLock(ClientList::kDeny, Ip("2001:db8::7"), now_, now_ + 600, {"x"});
-  module_.WriteLock(ClientList::kDeny, Ip("2001:db8::7"), now_, now_ + 60, {"a shorter one"});
+  module_.WriteLock(ClientList::kDeny, Ip("2001:db8::8"), now_, now_ + 60, {"a shorter one of the same network"});
   module_.WriteLock(ClientList::kCcCheck, Ip("192.0.2.8"), now_, now_ + 600, {"x"});
   module_.WriteLock(ClientList::kCcCheck, Ip("192.0.2.9"), now_, now_ + 600, {"x"});
   module_.WriteLock(ClientList::kCcCheck, Ip("192.0.2.9"), now_, 0, {"passed"});
@@ -133,10 +137,57 @@ TEST_F(Service, KeepsTheListsCurrent) {
   CListStore store(directory_);
   ASSERT_TRUE(store.Load());
   EXPECT_EQ(store.Entries().front().details, "reason\titem\tcategory");
+  EXPECT_EQ(store.Size(), 3U);
 
   now_ += 600;
   Drain(service.get());
   EXPECT_EQ(FileSize(File("_in.db")), 0U);
+  EXPECT_FALSE(Denies("192.0.2.7"));
+}
+
+TEST_F(Service, FullListsKeepWhatEndsLast) {
+  rotate_bytes_ = 64U << 20;
+  list_max_bytes_ = 64U << 10;
+  const auto service = Start();
+  constexpr std::uint32_t kLocks = 500;
+  const auto address = [](std::uint32_t i) { return CIpAddress::FromIpv4(i * 7919 % 65536).Text(); };
+  for (std::uint32_t i = 1; i <= kLocks; ++i) {
+    module_.WriteLock(ClientList::kDeny, Ip(address(i)), now_, now_ + 1000 + i,
+                      {std::string(900, 'r'), "item", "class"});
+  }
+  Drain(service.get());
+  EXPECT_LE(FileSize(File("_in.db")).value(), list_max_bytes_);
+  EXPECT_GT(FileSize(File("_in.db")).value(), list_max_bytes_ / 4 * 3);
+  CListStore store(directory_, list_max_bytes_);
+  ASSERT_TRUE(store.Load());
+  const std::size_t kept = store.Size();
+  ASSERT_LT(kept, kLocks);
+  for (std::uint32_t i = 1; i <= kLocks; ++i) EXPECT_EQ(Denies(address(i)), i > kLocks - kept) << i;
+  const std::string details = store.Entries().front().details;
+  EXPECT_LE(details.size(), CListStore::kDetailsMaxBytes);
+  EXPECT_TRUE(details.starts_with("rrr") && details.ends_with("r\titem\tclass")) << details;
+  EXPECT_NE(printed_.find("the lists are full: "), std::string::npos);
+  std::string log;
+  ReadWholeFile(directory_ + "debug" + kPathSeparator + "_log.log", 1U << 20, &log);
+  EXPECT_NE(log.find("The lists are full"), std::string::npos) << log;
+
+  // A file that another program made too long is cut back.
+  CListStore smaller(directory_, list_max_bytes_ / 2);
+  const auto lock = smaller.Lock();
+  ASSERT_TRUE(lock && smaller.Load() && smaller.Save());
+  EXPECT_LE(FileSize(File("_in.db")).value(), list_max_bytes_ / 2);
+  EXPECT_TRUE(smaller.Holds(ClientList::kDeny, Ip(address(kLocks))));
+}
+
+TEST_F(Service, LocksOfAClockThatRanAheadLastAsLongAsTheyWereTo) {
+  const auto service = Start();
+  module_.WriteLock(ClientList::kDeny, Ip("192.0.2.7"), now_ + 1'000'000, now_ + 1'000'600, {"x"});
+  Drain(service.get());
+  now_ += CExchangeService::kExpireInterval;
+  Drain(service.get());
+  EXPECT_TRUE(Denies("192.0.2.7"));
+  now_ += 600;
+  Drain(service.get());
   EXPECT_FALSE(Denies("192.0.2.7"));
 }
 
