@@ -14,6 +14,11 @@ class IEventRecorder {
   virtual ~IEventRecorder() = default;
   /// Called once for each request that was answered with a page.
   virtual void RecordBlock(const RequestFacts& facts, const CheckResult& result) = 0;
+  /// Called for a request that passed although limits kept a part of it from being examined: `note` holds the texts,
+  /// and the name of the check.
+  virtual void RecordPartial(const RequestFacts& facts, const CheckResult& note) {
+    static_cast<void>(facts), static_cast<void>(note);
+  }
   /// Called at the end of a request's first notification, where the site keeps a line for every request.
   virtual void RecordRequest(const RequestFacts& facts, const CheckResult& result) {
     static_cast<void>(facts), static_cast<void>(result);

@@ -22,6 +22,9 @@ class InjectionLibrary;
 
 enum Phase : std::int32_t { kPhaseBegin = 1, kPhasePostExecute = 3, kPhaseSendResponse = 4 };
 
+/// Why a body that the checks wanted is not there.
+enum class UnreadBody : std::uint8_t { kNot, kTooLarge, kUnreadable, kNoMemory };
+
 struct HeaderEntry {
   std::int32_t number;    ///< the server's request-header number, 0-40
   std::string_view name;  ///< static storage; empty for a number out of range
@@ -44,6 +47,7 @@ struct RequestFacts {
   /// memory, valid as long as the request.
   std::string_view raw_body;
   std::string_view keyed_body;
+  UnreadBody unread_body = UnreadBody::kNot;
   /// The head of the application's answer as it is sent, when a check wants it and it is uncompressed text; phase 3.
   CSharedText response_body;
   std::string method;
@@ -74,10 +78,13 @@ struct RequestFacts {
   /// still substituted in it.
   std::string prepared_page;
   bool gbk_page = false;
-  bool custom_page = false;     ///< set when a complete custom page was used
-  bool statistics = true;       ///< whether this request's later blocks are counted in statistics; lists clear it
-  bool attack = false;          ///< the request's attack mark
-  std::int64_t started_us = 0;  ///< MonotonicMicroseconds when the notification that collected this began
+  bool custom_page = false;  ///< set when a complete custom page was used
+  bool statistics = true;    ///< whether this request's later blocks are counted in statistics; lists clear it
+  bool attack = false;       ///< the request's attack mark
+  /// Identifier of the event that this request's block becomes, for the log and the visitor; empty before a page is
+  /// written.
+  std::string event_id;
+  std::int64_t started_us = 0;           ///< MonotonicMicroseconds when the notification that collected this began
   iis::IHttpContext* context = nullptr;  ///< not owned; valid during a notification
 
   /// The records in force when the request began; held to its end.

@@ -71,6 +71,13 @@ class CUploadRun {
       : facts_(facts), result_(result), base_(facts.config->base), request_(facts.config->request) {}
 
   void Run() {
+    Search();
+    if (!partial_ || result_.status == kBlocked) return;
+    RecordPartialScan({"File", {}, MessageId::kUploadItem}, "upload", facts_);
+  }
+
+ private:
+  void Search() {
     const bool photo = request_.photo != 0;
     // The query as sent: the normalised one may be in lower case, which is another picture.
     if (photo && request_.photo_get != 0 && CheckEmbeddedImages(facts_.raw_url, "GET")) return;
@@ -89,7 +96,6 @@ class CUploadRun {
     }
   }
 
- private:
   void CheckForm() {
     const MultipartFault fault =
         ForEachPart(facts_.content_type, facts_.raw_body, [&](const MultipartPart& part) { return !CheckPart(part); });
@@ -192,13 +198,17 @@ class CUploadRun {
     if (item.script_name) {
       return Block(item, MessageId::kUploadScriptTooLong, std::to_string(content.size()), kWebshellStatistics);
     }
+    partial_ = true;
     return Scan(item, content.substr(script, std::min(CQivLibs::kLongestText, scan_left_)));
   }
 
   bool Scan(const Item& item, std::string_view content) {
     scan_left_ -= content.size();
     WebshellResult found;
-    if (!facts_.webshells || !facts_.webshells->WebshellScan(content, &found)) return false;
+    if (!facts_.webshells) return false;
+    const bool hit = facts_.webshells->WebshellScan(content, &found);
+    partial_ = partial_ || found.partial;
+    if (!hit) return false;
     if (found.suspicious && base_.trojan_strict_mode == 0) return false;
     BlockWebshell({"File", Shown(item), MessageId::kUploadItem}, found, facts_, result_);
     return true;
@@ -215,6 +225,7 @@ class CUploadRun {
       } else if (item.script_name) {
         blocked = Block(item, MessageId::kUploadScriptTooLong, std::to_string(part.size()), kWebshellStatistics);
       }
+      partial_ = partial_ || !fits;
       return fits && !blocked;
     });
     return blocked;
@@ -291,6 +302,7 @@ class CUploadRun {
   const BaseSettings& base_;
   const RequestSettings& request_;
   std::size_t scan_left_ = kScannedScript;
+  bool partial_ = false;  // limits kept something from being examined
 };
 
 }  // namespace

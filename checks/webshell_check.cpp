@@ -23,12 +23,12 @@
 namespace qiv {
 namespace {
 
-// The detectors of files take up to half a microsecond a byte, and some microseconds for the shortest text, which count
-// as bytes: all texts of one request together are analysed up to the longest that is scanned at all, a second of work.
-// Fragments are looked for at up to 0.2 microseconds a byte.
-constexpr std::size_t kScannedBytes = CQivLibs::kLongestText;
+// All texts of one request are paid from one budget: a byte that is searched for fragments costs one, a byte that the
+// detectors of files look at, which takes them twice as long, two; the shortest text takes them some microseconds,
+// which count as bytes. It lasts for the longest text that is scanned at all. What it does not reach is reported.
+constexpr std::size_t kScanByte = 2;
 constexpr std::size_t kScanStartBytes = 64;
-constexpr std::size_t kFragmentBytes = 2 * CQivLibs::kLongestText;
+constexpr std::size_t kBudget = (1 + kScanByte) * CQivLibs::kLongestText + kScanByte * kScanStartBytes;
 constexpr std::size_t kLongestFragment = 64 * 1024;  // clients send some KiB; judged as if it stood in a page
 constexpr std::size_t kEncodedBytes = 8 * 1024;      // of a value in base64, enough for where its script begins
 constexpr std::size_t kEncodedScript = 256 * 1024;   // of one that begins like a script
@@ -69,6 +69,15 @@ class CWebshellRun {
       : facts_(facts), result_(result), site_(*facts.config), libs_(*facts.webshells) {}
 
   void Run() {
+    Search();
+    if (partial_.empty() || result_.status == kBlocked) return;
+    WebshellPlace place;
+    place.place = partial_;
+    RecordPartialScan(place, "webshell", facts_);
+  }
+
+ private:
+  void Search() {
     const BaseSettings& base = site_.base;
     const ValueVisitor visit = [this](const RequestValue& value) { return !Judge(value); };
     if (base.trojan_get != 0 && !facts_.query.empty()) {
@@ -96,7 +105,6 @@ class CWebshellRun {
     }
   }
 
- private:
   bool IsWorthAWalk(std::string_view raw) const { return hints_ != 0 || HoldsEncoded(raw); }
 
   /// True when the request was blocked.
@@ -110,7 +118,7 @@ class CWebshellRun {
     if (hints == 0) return false;
     WebshellResult found;
     const bool strict = site_.base.trojan_strict_mode != 0;
-    if (Spend(text.size(), &fragment_budget_)) {
+    if (Spend(text.size())) {
       const FragmentStrength strength = AnalyseFragment(text, site_.language, &found);
       // Nobody runs a command from a query, a header or a body that is no form; in a form people edit pages.
       const bool planted = (hints & kHintPhpTag) != 0 && direct_ && FindScript(text) != std::string_view::npos;
@@ -140,7 +148,12 @@ class CWebshellRun {
   }
 
   bool ScanText(std::string_view text, WebshellResult* found) {
-    return Spend(text.size() + kScanStartBytes, &scan_budget_) && libs_.WebshellScan(text, found);
+    if (text.size() > CQivLibs::kLongestText) partial_ = place_;
+    text = text.substr(0, CQivLibs::kLongestText);
+    if (!Spend(kScanByte * (text.size() + kScanStartBytes))) return false;
+    const bool hit = libs_.WebshellScan(text, found);
+    if (found->partial) partial_ = place_;
+    return hit;
   }
 
   bool JudgeEncoded(const RequestValue& value) {
@@ -151,17 +164,21 @@ class CWebshellRun {
     if (hints == 0) return false;
     WebshellResult found;
     if ((hints & (kHintPhpTag | kHintPageTag)) == 0) {
-      return Spend(plain.size(), &fragment_budget_) &&
-             AnalyseFragment(plain, site_.language, &found) == FragmentStrength::kStrong && Block(value, found);
+      return Spend(plain.size()) && AnalyseFragment(plain, site_.language, &found) == FragmentStrength::kStrong &&
+             Block(value, found);
     }
     plain = DecodeEncodedText(value.Decoded(&room, kEncodedScript), kEncodedScript);
+    if (value.raw.size() > kEncodedScript) partial_ = place_;
     const bool strict = site_.base.trojan_strict_mode != 0;
     return Scan(plain, hints, &found) && (strict || !found.suspicious) && Block(value, found);
   }
 
-  static bool Spend(std::size_t bytes, std::size_t* budget) {
-    if (bytes > *budget) return false;
-    *budget -= bytes;
+  bool Spend(std::size_t work) {
+    if (work > budget_) {
+      partial_ = place_;
+      return false;
+    }
+    budget_ -= work;
     return true;
   }
 
@@ -182,8 +199,8 @@ class CWebshellRun {
   std::string_view place_;
   std::uint32_t hints_ = 0;  // of the place as a whole
   bool direct_ = true;       // nobody edits pages there
-  std::size_t scan_budget_ = kScannedBytes + kScanStartBytes;
-  std::size_t fragment_budget_ = kFragmentBytes;
+  std::size_t budget_ = kBudget;
+  std::string_view partial_;  // the place of which not all was examined; empty: none
   std::string room_;
 };
 

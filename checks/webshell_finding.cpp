@@ -46,4 +46,15 @@ void BlockWebshell(const WebshellPlace& place, const WebshellResult& found, Requ
                result);
 }
 
+void RecordPartialScan(const WebshellPlace& place, const char* check, const RequestFacts& facts) {
+  const auto text = [&facts](MessageId id) { return Message(facts.config->language, id); };
+  CheckResult note;
+  note.check = check;
+  note.item = text(place.item);
+  AppendAll(&note.item, {text(MessageId::kOpenBracket), place.place, text(MessageId::kCloseBracket)});
+  note.category = text(MessageId::kWebshellCategory);
+  note.reason = note.detail = text(MessageId::kWebshellPartial);
+  EventRecorder().RecordPartial(facts, note);
+}
+
 }  // namespace qiv

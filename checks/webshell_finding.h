@@ -28,4 +28,7 @@ struct WebshellPlace {
 ///   detail  "Deny webshell(GET[q]),Type:ASP backdoor(Hide),Keywords:eval"
 void BlockWebshell(const WebshellPlace& place, const WebshellResult& found, RequestFacts& facts, CheckResult& result);
 
+/// Tells that of what was sent there not all was examined.
+void RecordPartialScan(const WebshellPlace& place, const char* check, const RequestFacts& facts);
+
 }  // namespace qiv

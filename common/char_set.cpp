@@ -60,12 +60,17 @@ bool CCharSet::IsValidUtf8(std::string_view text) {
 
 std::string CCharSet::ToLocal(std::string text) {
   if (text.size() < 3 || IsAscii(text) || !IsValidUtf8(text)) return text;
-  return Utf8ToGbk(text);
+  Utf8ToGbkInPlace(&text);
+  return text;
 }
 
 std::string CCharSet::LocalToUtf8(std::string_view text) { return GbkToUtf8(text); }
 
 std::string CCharSet::Utf8ToLocal(std::string_view text) { return Utf8ToGbk(text); }
+
+bool CCharSet::Survives(std::string_view utf8) {
+  return IsAscii(utf8) || (IsValidUtf8(utf8) && GbkToUtf8(Utf8ToGbk(utf8)) == utf8);
+}
 
 void CCharSet::LowerAscii(std::string* text) {
   const std::size_t size = text->size();

@@ -39,6 +39,10 @@ class CCharSet {
   /// UTF-8 to GBK, unconditionally.
   static std::string Utf8ToLocal(std::string_view text);
 
+  /// Whether a UTF-8 text comes back unchanged from GBK: it is valid, and each of its characters has a GBK form. What
+  /// has none becomes "?" in Utf8ToLocal and ToLocal.
+  static bool Survives(std::string_view utf8);
+
   /// "A"-"Z" to "a"-"z" in place, leaving trail bytes alone.
   static void LowerAscii(std::string* text);
   static std::string LowerAscii(std::string_view text);

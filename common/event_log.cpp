@@ -120,6 +120,19 @@ std::string RequestLine(const Event& event) {
   return line.Finish();
 }
 
+std::string StateLine(const StateEvent& event) {
+  CLineWriter line;
+  line.Text("time", TimeText(event.time_us != 0 ? event.time_us : UnixMicroseconds()), kShortText);
+  line.Text("event_id", event.event_id, kShortText);
+  line.Text("kind", event.kind, kWordText);
+  line.Text("state", event.state, kWordText);
+  line.Text("file", event.file, kShortText);
+  line.Text("item", event.item, kItemText);
+  line.Text("reason", event.reason, kReasonText);
+  line.Text("detail", event.detail, kDetailText);
+  return line.Finish();
+}
+
 std::uint64_t RandomSeed() {
   try {
     std::random_device device;
@@ -156,6 +169,14 @@ void CEventLog::Write(const Event& event) noexcept {
     events_.Append(EventLine(event));
   } catch (const std::exception&) {
     // Out of memory: the line is lost, the request is not.
+  }
+}
+
+void CEventLog::WriteState(const StateEvent& event) noexcept {
+  try {
+    events_.Append(StateLine(event));
+  } catch (const std::exception&) {
+    // As above.
   }
 }
 

@@ -1,4 +1,5 @@
-// The event log (blocks and other decisions) and the request log: one JSON object a line, UTF-8.
+// The event log (blocks, other decisions, changes of the installation's state) and the request log: one JSON object a
+// line, UTF-8.
 //
 // Several threads and processes write the same two files, each line with one append call, so lines never mix. A file
 // that has reached the limit is renamed to ".1", after ".1" to ".2" and so on; ".4" goes. Only the holder of a lock
@@ -40,6 +41,18 @@ struct Event {
   std::int64_t elapsed_us = 0;  ///< time spent in the firewall
 };
 
+/// A line about the installation instead of a request; texts and limits as above.
+struct StateEvent {
+  std::int64_t time_us = 0;
+  std::string_view event_id;
+  std::string_view kind;    ///< see StateKind in state_recorder.h; 32
+  std::string_view state;   ///< "fault" or "ok", of protection "off" or "on"; 32
+  std::string_view file;    ///< 64
+  std::string_view item;    ///< section or key; 256
+  std::string_view reason;  ///< 512
+  std::string_view detail;  ///< 1,024
+};
+
 class CEventLog {
  public:
   static constexpr std::uint64_t kRotateBytes = 64U << 20;  ///< large enough for a day, small enough to open
@@ -51,6 +64,7 @@ class CEventLog {
 
   /// Appends a line with every field to "_log.log".
   void Write(const Event& event) noexcept;
+  void WriteState(const StateEvent& event) noexcept;
   /// Appends a line to "_log_req.log": time, event_id, site, client, forwarded, method, url, check, action, status,
   /// user_agent and elapsed_us.
   void WriteRequest(const Event& event) noexcept;

@@ -234,4 +234,10 @@ bool HasTag(std::string_view text, std::string_view name) {
   return text.find("<" + std::string(name) + ">") != std::string_view::npos;
 }
 
+bool IsTagDamaged(std::string_view text, std::string_view name) {
+  const std::size_t open = text.find("<" + std::string(name) + ">");
+  return (open == std::string_view::npos) !=
+         (text.find("</" + std::string(name) + ">", open == text.npos ? 0 : open) == std::string_view::npos);
+}
+
 }  // namespace qiv

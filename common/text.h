@@ -72,6 +72,8 @@ std::uint32_t DigitsToNumber(std::string_view text);
 std::string_view TaggedPart(std::string_view text, std::string_view name);
 /// Whether the opening tag occurs.
 bool HasTag(std::string_view text, std::string_view name);
+/// Whether the part is opened and not closed after it, or closed and not opened.
+bool IsTagDamaged(std::string_view text, std::string_view name);
 
 /// One request parameter; views into the text that was split.
 struct Parameter {

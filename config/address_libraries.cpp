@@ -3,7 +3,6 @@
 #include <utility>
 
 #include "config/exchange_lines.h"
-#include "port/file.h"
 
 namespace qiv {
 
@@ -18,53 +17,40 @@ std::string DecipherPieces(std::string_view file_text) {
   return plain;
 }
 
-CAddressLibraries::CAddressLibraries(Paths paths)
-    : paths_(std::move(paths)),
+CAddressLibraries::CAddressLibraries(Paths paths, CStateRecorder* states)
+    : states_(states != nullptr ? *states : silent_),
       ipv4_areas_(std::make_shared<CAreaLibrary>(true)),
       ipv6_areas_(std::make_shared<CAreaLibrary>(false)),
-      bad_ips_(std::make_shared<CIpRanges>()) {}
+      bad_ips_(std::make_shared<CIpRanges>()),
+      ipv4_file_(std::move(paths.ipv4_areas), AreaFormat::kMaxFileBytes),
+      ipv6_file_(std::move(paths.ipv6_areas), AreaFormat::kMaxFileBytes),
+      bad_ips_file_(std::move(paths.bad_ips), kBadIpsMaxBytes) {}
 
 bool CAddressLibraries::ReloadChanged() {
   const CAutoLock lock(files_lock_);
-  const bool ipv4 = ReloadAreas(true);
-  const bool ipv6 = ReloadAreas(false);
-  return ReloadBadIps() || ipv4 || ipv6;
+  const Reload ipv4 =
+      ReloadFile(&ipv4_file_, &states_, [this](const std::string* file) { return TakeAreas(true, file); });
+  const Reload ipv6 =
+      ReloadFile(&ipv6_file_, &states_, [this](const std::string* file) { return TakeAreas(false, file); });
+  const Reload bad_ips =
+      ReloadFile(&bad_ips_file_, &states_, [this](const std::string* file) { return TakeBadIps(file); });
+  return ipv4 == Reload::kReplaced || ipv6 == Reload::kReplaced || bad_ips == Reload::kReplaced;
 }
 
-bool CAddressLibraries::ReloadAreas(bool ipv4) {
-  const std::string& path = ipv4 ? paths_.ipv4_areas : paths_.ipv6_areas;
-  std::uint64_t& loaded_time = ipv4 ? ipv4_time_ : ipv6_time_;
-  // Taken before the content: a file written meanwhile is read again.
-  const std::uint64_t time = FileModificationTime(path);
-  if (time == loaded_time) return false;
+bool CAddressLibraries::TakeAreas(bool ipv4, const std::string* file) {
   AreaLoad result = AreaLoad::kOk;
-  std::shared_ptr<const CAreaLibrary> library = CAreaLibrary::Load(path, ipv4, &result);
-  if (result == AreaLoad::kUnreadable) return false;
-  loaded_time = result == AreaLoad::kMissing ? 0 : time;
-  if (result == AreaLoad::kMissing) library = std::make_shared<CAreaLibrary>(ipv4);
+  std::shared_ptr<const CAreaLibrary> library =
+      file == nullptr ? std::make_shared<CAreaLibrary>(ipv4) : CAreaLibrary::Parse(*file, ipv4, &result);
   if (!library) return false;
   (ipv4 ? ipv4_areas_ : ipv6_areas_).Store(std::move(library));
   return true;
 }
 
-bool CAddressLibraries::ReloadBadIps() {
-  const std::uint64_t time = FileModificationTime(paths_.bad_ips);
-  if (time == bad_ips_time_) return false;
-  std::string text;
-  switch (ReadWholeFile(paths_.bad_ips, kBadIpsMaxBytes, &text)) {
-    case ReadFileResult::kUnreadable:
-      if (time != 0) return false;
-      break;
-    case ReadFileResult::kTooLarge:
-      bad_ips_time_ = time;
-      return false;
-    case ReadFileResult::kOk:
-      break;
-  }
+/// Refused is a file with entries of which none is an address: it is damaged, or enciphered with another key.
+bool CAddressLibraries::TakeBadIps(const std::string* file) {
   auto ranges = std::make_shared<CIpRanges>();
-  ranges->Add(DecipherPieces(text));
+  if (file != nullptr && ranges->Add(DecipherPieces(*file)) != 0 && ranges->Empty()) return false;
   bad_ips_.Store(std::move(ranges));
-  bad_ips_time_ = time;
   return true;
 }
 

@@ -9,6 +9,8 @@
 #include "common/area_library.h"
 #include "common/ip_address.h"
 #include "common/published.h"
+#include "common/state_recorder.h"
+#include "config/watched_file.h"
 #include "port/critical_section.h"
 
 namespace qiv {
@@ -24,7 +26,8 @@ class CAddressLibraries {
     std::string ipv6_areas;
     std::string bad_ips;
   };
-  explicit CAddressLibraries(Paths paths);
+  /// What becomes of the files is reported to `states`, which must outlive this object; null: to nobody.
+  explicit CAddressLibraries(Paths paths, CStateRecorder* states = nullptr);
 
   /// Reads the files whose modification time has changed. A file that is not there is an empty library; one that is
   /// damaged leaves what was loaded before; one that cannot be opened is tried again the next time. True when a library
@@ -36,19 +39,19 @@ class CAddressLibraries {
   std::shared_ptr<const CIpRanges> BadIps() const { return bad_ips_.Load(); }
 
  private:
-  bool ReloadAreas(bool ipv4) QIV_REQUIRES(files_lock_);
-  bool ReloadBadIps() QIV_REQUIRES(files_lock_);
+  bool TakeAreas(bool ipv4, const std::string* file);
+  bool TakeBadIps(const std::string* file);
 
-  const Paths paths_;
+  CStateRecorder silent_;
+  CStateRecorder& states_;
   CPublished<CAreaLibrary> ipv4_areas_;
   CPublished<CAreaLibrary> ipv6_areas_;
   CPublished<CIpRanges> bad_ips_;
 
   CCriticalSection files_lock_;
-  // Modification times of what is loaded; 0: no file.
-  std::uint64_t ipv4_time_ QIV_GUARDED_BY(files_lock_) = 0;
-  std::uint64_t ipv6_time_ QIV_GUARDED_BY(files_lock_) = 0;
-  std::uint64_t bad_ips_time_ QIV_GUARDED_BY(files_lock_) = 0;
+  CWatchedFile ipv4_file_ QIV_GUARDED_BY(files_lock_);
+  CWatchedFile ipv6_file_ QIV_GUARDED_BY(files_lock_);
+  CWatchedFile bad_ips_file_ QIV_GUARDED_BY(files_lock_);
 };
 
 /// The text of an enciphered library, whether it is one piece or one piece a line: the plain pieces, each with a line

@@ -2,8 +2,8 @@
 
 #include <string>
 
-#include "common/char_set.h"
 #include "common/text.h"
+#include "config/local_form.h"
 #include "config/value_lists.h"
 
 namespace qiv {
@@ -15,9 +15,20 @@ CIpRanges ReadAddressSet(std::string_view part) {
   return ranges;
 }
 
-void ReadAddressSets(std::string_view ip_lists, AddressSets* sets) {
+namespace {
+
+std::vector<std::string> ReadKeyList(std::string_view part, std::string_view name, std::vector<StateFault>* faults) {
+  std::vector<std::string> lost;
+  const std::string list = TaggedToLocalForm(KeyType::kList, part, &lost);
+  if (!lost.empty()) faults->push_back(LostItems(std::string(name), lost));
+  return BarItems(list);
+}
+
+}  // namespace
+
+void ReadAddressSets(std::string_view ip_lists, AddressSets* sets, std::vector<StateFault>* faults) {
 #define QIV_READ_SET(name) sets->name = ReadAddressSet(TaggedPart(ip_lists, #name))
-#define QIV_READ_KEYS(name) sets->name = BarItems(CCharSet::ToLocal(std::string(TaggedPart(ip_lists, #name))))
+#define QIV_READ_KEYS(name) sets->name = ReadKeyList(TaggedPart(ip_lists, #name), #name, faults)
   QIV_READ_SET(website_protect_admin_dir_ips);
   QIV_READ_SET(website_lists_allow_area_ips);
   QIV_READ_SET(website_lists_deny_area_ips);

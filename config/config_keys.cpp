@@ -11,15 +11,26 @@ constexpr std::string_view kSections[] = {
     "website_attack", "website_response", "website_lists",
 };
 
-#define QIV_NUMBER(member, key, meaning) ConfigKey{QIV_SECTION, key, KeyType::kNumber, meaning},
-#define QIV_DIGITS(member, key, meaning) ConfigKey{QIV_SECTION, key, KeyType::kDigits, meaning},
-#define QIV_FLAG(member, key, meaning) ConfigKey{QIV_SECTION, key, KeyType::kFlag, meaning},
-#define QIV_TEXT(member, key, meaning) ConfigKey{QIV_SECTION, key, KeyType::kText, meaning},
-#define QIV_LIST(member, key, meaning) ConfigKey{QIV_SECTION, key, KeyType::kList, meaning},
-#define QIV_NAMES(member, key, meaning) ConfigKey{QIV_SECTION, key, KeyType::kNames, meaning},
-#define QIV_EXTENSIONS(member, key, meaning) ConfigKey{QIV_SECTION, key, KeyType::kExtensions, meaning},
-#define QIV_RULES(member, key, meaning) ConfigKey{QIV_SECTION, key, KeyType::kRules, meaning},
-#define QIV_CHOICE(member, key, meaning) ConfigKey{QIV_SECTION, key, KeyType::kChoice, meaning},
+#define QIV_NUMBER(member, key, reader, meaning) \
+  ConfigKey{QIV_SECTION, key, KeyType::kNumber, KeyReader::reader, meaning},
+#define QIV_DIGITS(member, key, reader, meaning) \
+  ConfigKey{QIV_SECTION, key, KeyType::kDigits, KeyReader::reader, meaning},
+#define QIV_FLAG(member, key, reader, meaning) ConfigKey{QIV_SECTION, key, KeyType::kFlag, KeyReader::reader, meaning},
+#define QIV_TEXT(member, key, reader, meaning) ConfigKey{QIV_SECTION, key, KeyType::kText, KeyReader::reader, meaning},
+#define QIV_LIST(member, key, reader, meaning) ConfigKey{QIV_SECTION, key, KeyType::kList, KeyReader::reader, meaning},
+#define QIV_NAMES(member, key, reader, meaning) \
+  ConfigKey{QIV_SECTION, key, KeyType::kNames, KeyReader::reader, meaning},
+#define QIV_EXTENSIONS(member, key, reader, meaning) \
+  ConfigKey{QIV_SECTION, key, KeyType::kExtensions, KeyReader::reader, meaning},
+#define QIV_RULES(member, key, reader, meaning) \
+  ConfigKey{QIV_SECTION, key, KeyType::kRules, KeyReader::reader, meaning},
+#define QIV_CHOICE(member, key, reader, meaning) \
+  ConfigKey{QIV_SECTION, key, KeyType::kChoice, KeyReader::reader, meaning},
+#define QIV_ADDRESSES(member, key, reader, meaning) \
+  ConfigKey{QIV_SECTION, key, KeyType::kList, KeyReader::reader, meaning, true},
+#define QIV_BODY(member, key, reader, meaning) \
+  ConfigKey{QIV_SECTION, key, KeyType::kFlag, KeyReader::reader, meaning, false, true},
+#define QIV_BODY_IF(member, key, with, reader, meaning) QIV_BODY(member, key, reader, meaning)
 
 constexpr ConfigKey kKeys[] = {
 #define QIV_SECTION "website_base"
@@ -46,34 +57,39 @@ constexpr ConfigKey kKeys[] = {
 };
 
 constexpr ConfigKey kScalarKeys[] = {
-    {"", "language", KeyType::kChoice,
+    {"", "language", KeyType::kChoice, KeyReader::kLoader,
      "Language of messages and pages: `zh-CN`, or `en-US`, which anything else means."},
-    {"", "sys_is_qiv", KeyType::kFlag, "Libraries are kept up to date, and the module talks to the firewall service."},
-    {"", "enable_ipv6prot", KeyType::kFlag, "Protect IPv6 clients too; off, their requests pass unchecked."},
-    {"", "extend_functions", KeyType::kNames,
+    {"", "sys_is_qiv", KeyType::kFlag, KeyReader::kLoader,
+     "Libraries are kept up to date, and the module talks to the firewall service."},
+    {"", "enable_ipv6prot", KeyType::kFlag, KeyReader::kLoader,
+     "Protect IPv6 clients too; off, their requests pass unchecked."},
+    {"", "extend_functions", KeyType::kNames, KeyReader::kLoader,
      "Names of extended functions. `website_js` makes the keys `js`, `js_urls`, `js_out_freeurls` and `js_out_codes` "
      "count."},
-    {"", "website_on_servers", KeyType::kFlag, "The website is protected; off, the configuration is refused."},
-    {"website_other", "sys_temp_time", KeyType::kDigits,
+    {"", "website_on_servers", KeyType::kFlag, KeyReader::kLoader,
+     "The website is protected; off, the configuration is refused."},
+    {"website_other", "sys_temp_time", KeyType::kDigits, KeyReader::kLoader,
      "How long temporary grants and locks last, in minutes; 720 when missing or not all digits."},
-    {"website_other", "trojan_freecode", KeyType::kRules, "Code that is never taken for a webshell."},
-    {"website_other", "trojan_usertrojan", KeyType::kRules, "The site's own webshell signatures."},
-    {"website_other", "sys_trust_ip", KeyType::kList,
-     "Addresses that the bad-IP library never blocks: single, `a-b`, CIDR, or IPv4 with a trailing `*`."},
-    {"website_other", "sys_log_ex", KeyType::kText,
+    {"website_other", "trojan_freecode", KeyType::kRules, KeyReader::kLoader,
+     "Code that is never taken for a webshell."},
+    {"website_other", "trojan_usertrojan", KeyType::kRules, KeyReader::kLoader, "The site's own webshell signatures."},
+    {"website_other", "sys_trust_ip", KeyType::kList, KeyReader::kLoader,
+     "Addresses that the bad-IP library never blocks: single, `a-b`, CIDR, or IPv4 with a trailing `*`.", true},
+    {"website_other", "sys_log_ex", KeyType::kText, KeyReader::kLoader,
      "Extended log settings, divided by commas. `request` writes a line for every request to `debug/_log_req.log`."},
 };
 
 constexpr IpSetKey kIpSetKeys[] = {
-    {"website_protect_admin_dir_ips", false, "Addresses that may use the administration pages."},
-    {"website_lists_allow_area_ips", false, "Addresses of the allowed areas."},
-    {"website_lists_deny_area_ips", false, "Addresses of the denied areas."},
-    {"website_lists_allow_spider_ips", false, "Addresses of search engines that pass unchecked."},
-    {"website_sys_common_area_ips", false, "Addresses that pass unchecked, everywhere."},
-    {"website_attack_cc_allow_area_ips", false, "Addresses that CC protection does not count."},
-    {"website_attack_all_spiders_ips", false, "Addresses of all known search engines."},
-    {"website_attack_spiders_deny_keys", true, "Pieces of the user agents of denied search engines."},
-    {"website_attack_spiders_all_keys", true, "Pieces of the user agents of all known search engines."},
+    {"website_protect_admin_dir_ips", false, KeyReader::kIdle, "Addresses that may use the administration pages."},
+    {"website_lists_allow_area_ips", false, KeyReader::kLists, "Addresses of the allowed areas."},
+    {"website_lists_deny_area_ips", false, KeyReader::kLists, "Addresses of the denied areas."},
+    {"website_lists_allow_spider_ips", false, KeyReader::kLists, "Addresses of search engines that pass unchecked."},
+    {"website_sys_common_area_ips", false, KeyReader::kLists, "Addresses that pass unchecked, everywhere."},
+    {"website_attack_cc_allow_area_ips", false, KeyReader::kIdle, "Addresses that CC protection does not count."},
+    {"website_attack_all_spiders_ips", false, KeyReader::kIdle, "Addresses of all known search engines."},
+    {"website_attack_spiders_deny_keys", true, KeyReader::kIdle, "Pieces of the user agents of denied search engines."},
+    {"website_attack_spiders_all_keys", true, KeyReader::kIdle,
+     "Pieces of the user agents of all known search engines."},
 };
 
 }  // namespace
@@ -99,6 +115,10 @@ const ConfigKey* FindConfigKey(std::string_view section, std::string_view name) 
     }
   }
   return nullptr;
+}
+
+std::string_view NoEffectText(KeyReader reader) {
+  return reader == KeyReader::kIdle ? std::string_view("has no effect in this version") : std::string_view();
 }
 
 std::string_view KeySeparator(KeyType type) {

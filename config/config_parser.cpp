@@ -13,6 +13,8 @@
 #include "common/json.h"
 #include "common/text.h"
 #include "config/address_sets.h"
+#include "config/config_keys.h"
+#include "config/local_form.h"
 #include "config/page_settings.h"
 #include "config/value_lists.h"
 #include "engines/injection/rule_text.h"
@@ -26,15 +28,41 @@ constexpr std::string_view kSettingsPart = "qivips_websiteconfigpart";
 constexpr std::int32_t kDefaultPeriod = 60;  // seconds
 constexpr std::string_view kEmptyReferer = "|{$empty}|";
 
+/// The name of the switch that stands in <website_base>, in front of the JSON.
+constexpr std::string_view kOnServers = "website_on_servers";
+
+MessageId SectionReason(std::string_view section) {
+  constexpr std::pair<std::string_view, MessageId> kReasons[] = {
+      {"website_base", MessageId::kSectionBase},       {"website_request", MessageId::kSectionRequest},
+      {"website_protect", MessageId::kSectionProtect}, {"website_sql", MessageId::kSectionSql},
+      {"website_attack", MessageId::kSectionAttack},   {"website_response", MessageId::kSectionResponse},
+      {"website_lists", MessageId::kSectionLists},
+  };
+  for (const auto& [name, reason] : kReasons) {
+    if (name == section) return reason;
+  }
+  return MessageId::kSectionOther;
+}
+
+std::string_view WithoutSwitch(std::string_view part) {
+  constexpr std::string_view kEnd = "</website_on_servers>";
+  const std::size_t end = part.find(kEnd);
+  return end == std::string_view::npos ? part : part.substr(end + kEnd.size());
+}
+
 /// The values of one JSON part. A part without a JSON object reads as an empty one.
 class CSection {
  public:
-  explicit CSection(std::string_view part) {
+  CSection(std::string_view settings, std::string_view name, ConfigFaults* faults) : name_(name), faults_(*faults) {
+    const std::string_view part = TaggedPart(settings, name);
     const std::string_view json = JsonOfPart(part);
     std::unique_ptr<IJsonValue> value;
     // A service that writes in the local code page is understood too.
     value = CCharSet::IsValidUtf8(json) ? ParseJson(json) : ParseJson(CCharSet::LocalToUtf8(json));
     if (value != nullptr && value->AsObject() != nullptr) value_ = std::move(value);
+    if (IsTagDamaged(settings, name) || (value_ == nullptr && !Trim(WithoutSwitch(part)).empty())) {
+      faults_.sections.push_back({name_, SectionReason(name), ""});
+    }
   }
 
   bool Empty() const { return value_ == nullptr || value_->AsObject()->Size() == 0; }
@@ -42,25 +70,35 @@ class CSection {
   std::string Utf8(std::string_view key) const {
     return value_ == nullptr ? std::string() : value_->AsObject()->GetText(key);
   }
-  std::string Text(std::string_view key) const {
-    std::string text = Utf8(key);
-    return CCharSet::IsAscii(text) ? text : CCharSet::Utf8ToLocal(text);
+  /// In GBK, without the items that have no such form.
+  std::string Text(std::string_view key, KeyType type) const {
+    std::vector<std::string> lost;
+    std::string text = ToLocalForm(type, Utf8(key), &lost);
+    if (!lost.empty()) faults_.items.push_back(LostItems(name_ + "." + std::string(key), lost));
+    return text;
   }
 
  private:
+  const std::string name_;
+  ConfigFaults& faults_;
   std::unique_ptr<IJsonValue> value_;
 };
 
 // Reading is by type alone; what single keys need beyond that follows below.
-#define QIV_NUMBER(member, key, meaning) out->member = ToNumber(section.Text(key));
-#define QIV_DIGITS(member, key, meaning) out->member = DigitsToNumber(section.Text(key));
-#define QIV_FLAG(member, key, meaning) out->member = section.Text(key) == "1";
-#define QIV_TEXT(member, key, meaning) out->member = section.Text(key);
-#define QIV_LIST(member, key, meaning) out->member = section.Text(key);
-#define QIV_RULES(member, key, meaning) out->member = section.Text(key);
-#define QIV_NAMES(member, key, meaning) out->member = WrapNames(section.Text(key));
-#define QIV_EXTENSIONS(member, key, meaning) out->member = WrapExtensions(section.Text(key));
-#define QIV_CHOICE(member, key, meaning) out->member = ReadChoice(key, section.Text(key));
+#define QIV_NUMBER(member, key, reader, meaning) out->member = ToNumber(section.Text(key, KeyType::kNumber));
+#define QIV_DIGITS(member, key, reader, meaning) out->member = DigitsToNumber(section.Text(key, KeyType::kDigits));
+#define QIV_FLAG(member, key, reader, meaning) out->member = section.Text(key, KeyType::kFlag) == "1";
+#define QIV_TEXT(member, key, reader, meaning) out->member = section.Text(key, KeyType::kText);
+#define QIV_LIST(member, key, reader, meaning) out->member = section.Text(key, KeyType::kList);
+#define QIV_RULES(member, key, reader, meaning) out->member = section.Text(key, KeyType::kRules);
+#define QIV_NAMES(member, key, reader, meaning) out->member = WrapNames(section.Text(key, KeyType::kNames));
+#define QIV_EXTENSIONS(member, key, reader, meaning) \
+  out->member = WrapExtensions(section.Text(key, KeyType::kExtensions));
+// Divided by other bytes too, so that no item of it can be told apart here; what is no address is skipped later.
+#define QIV_ADDRESSES(member, key, reader, meaning) out->member = section.Text(key, KeyType::kNumber);
+#define QIV_BODY(member, key, reader, meaning) out->member = section.Text(key, KeyType::kFlag) == "1";
+#define QIV_BODY_IF(member, key, with, reader, meaning) QIV_BODY(member, key, reader, meaning)
+#define QIV_CHOICE(member, key, reader, meaning) out->member = ReadChoice(key, section.Text(key, KeyType::kChoice));
 
 std::int32_t ReadChoice(std::string_view key, std::string_view text);
 
@@ -95,6 +133,9 @@ void ReadKeys(const CSection& section, ListSettings* out){
 #undef QIV_NAMES
 #undef QIV_EXTENSIONS
 #undef QIV_CHOICE
+#undef QIV_ADDRESSES
+#undef QIV_BODY
+#undef QIV_BODY_IF
 
 std::int32_t ReadChoice(std::string_view key, std::string_view text) {
   const std::string value = CCharSet::LowerAscii(Trim(text));
@@ -150,19 +191,65 @@ void FinishResponse(ResponseSettings* response) {
   response->lock = response->lock && response->lock_freq != 0 && response->lock_time != 0;
 }
 
-bool NeedsPostBody(const WebsiteConfig& config) {
-  const BaseSettings& base = config.base;
-  const RequestSettings& request = config.request;
-  return base.trojan_post || base.upload || base.upload_file || base.upload_exe ||
-         (base.badcode != 0 && base.badcode_post) || request.ill_block_post || request.ill_replace_post ||
-         request.ill_record_post || (request.photo != 0 && request.photo_post) || config.sql.post;
+// Whether a flag of the section has the body captured: the rows of the table that say so.
+#define QIV_NUMBER(member, key, reader, meaning)
+#define QIV_DIGITS QIV_NUMBER
+#define QIV_FLAG QIV_NUMBER
+#define QIV_TEXT QIV_NUMBER
+#define QIV_LIST QIV_NUMBER
+#define QIV_NAMES QIV_NUMBER
+#define QIV_EXTENSIONS QIV_NUMBER
+#define QIV_RULES QIV_NUMBER
+#define QIV_CHOICE QIV_NUMBER
+#define QIV_ADDRESSES QIV_NUMBER
+#define QIV_BODY(member, key, reader, meaning) \
+  if (settings.member) return true;
+#define QIV_BODY_IF(member, key, with, reader, meaning) \
+  if (settings.with != 0 && settings.member) return true;
+bool CapturesBody(const BaseSettings& settings) {
+#include "config/keys_base.def"
+  return false;
+}
+bool CapturesBody(const RequestSettings& settings) {
+#include "config/keys_request.def"
+  return false;
+}
+bool CapturesBody(const InjectionSettings& settings) {
+#include "engines/injection/injection_keys.def"
+  return false;
+}
+#undef QIV_NUMBER
+#undef QIV_DIGITS
+#undef QIV_FLAG
+#undef QIV_TEXT
+#undef QIV_LIST
+#undef QIV_NAMES
+#undef QIV_EXTENSIONS
+#undef QIV_RULES
+#undef QIV_CHOICE
+#undef QIV_ADDRESSES
+#undef QIV_BODY
+#undef QIV_BODY_IF
+
+/// A tagged value in GBK, without the items that have no such form.
+std::string TaggedText(std::string_view text, std::string_view tag, KeyType type, ConfigFaults* faults) {
+  std::vector<std::string> lost;
+  std::string local = TaggedToLocalForm(type, TaggedPart(text, tag), &lost);
+  if (!lost.empty()) faults->items.push_back(LostItems(std::string(tag), lost));
+  return local;
 }
 
-std::string TaggedText(std::string_view text, std::string_view tag) {
-  return CCharSet::ToLocal(std::string(TaggedPart(text, tag)));
+/// The tags beside the seven sections that are opened and not closed, or the reverse.
+void FindDamagedTags(std::string_view settings, std::string_view ip_lists, ConfigFaults* faults) {
+  const auto look = [faults](std::string_view text, std::string_view tag) {
+    if (IsTagDamaged(text, tag)) faults->sections.push_back({std::string(tag), MessageId::kSectionOther, ""});
+  };
+  for (const ConfigKey& key : ScalarKeys()) look(settings, key.name);
+  for (const std::string_view tag : {"website_other", "system_common_areas"}) look(settings, tag);
+  for (const IpSetKey& key : IpSetKeys()) look(ip_lists, key.name);
 }
 
-void ReadSwitches(std::string_view settings, WebsiteConfig* config) {
+void ReadSwitches(std::string_view settings, WebsiteConfig* config, ConfigFaults* faults) {
   config->language = Trim(TaggedPart(settings, "language")) == "zh-CN" ? Language::kChinese : Language::kEnglish;
   config->library_enabled = TaggedPart(settings, "sys_is_qiv") == "1";
   config->ipv6_protection = TaggedPart(settings, "enable_ipv6prot") == "1";
@@ -172,27 +259,27 @@ void ReadSwitches(std::string_view settings, WebsiteConfig* config) {
   const std::string_view minutes = TaggedPart(other, "sys_temp_time");
   const bool is_zero = !minutes.empty() && minutes.find_first_not_of('0') == std::string_view::npos;
   if (const std::uint32_t value = DigitsToNumber(minutes); value != 0 || is_zero) config->sys_temp_time = value;
-  config->trojan_freecode = TaggedText(other, "trojan_freecode");
-  config->trojan_usertrojan = TaggedText(other, "trojan_usertrojan");
-  config->sys_trust_ip = TaggedText(other, "sys_trust_ip");
-  config->sys_log_ex = TaggedText(other, "sys_log_ex");
+  config->trojan_freecode = TaggedText(other, "trojan_freecode", KeyType::kRules, faults);
+  config->trojan_usertrojan = TaggedText(other, "trojan_usertrojan", KeyType::kRules, faults);
+  config->sys_trust_ip = TaggedText(other, "sys_trust_ip", KeyType::kNumber, faults);
+  config->sys_log_ex = TaggedText(other, "sys_log_ex", KeyType::kText, faults);
   config->log_requests = WrapNames(config->sys_log_ex).find(",request,") != std::string::npos;
 }
 
 /// False when no part holds a member.
-bool ReadSections(std::string_view settings, WebsiteConfig* config) {
-  const CSection base(TaggedPart(settings, "website_base"));
-  const CSection request(TaggedPart(settings, "website_request"));
-  const CSection protect(TaggedPart(settings, "website_protect"));
-  const CSection sql(TaggedPart(settings, "website_sql"));
-  const CSection attack(TaggedPart(settings, "website_attack"));
-  const CSection response(TaggedPart(settings, "website_response"));
-  const CSection lists(TaggedPart(settings, "website_lists"));
+bool ReadSections(std::string_view settings, WebsiteConfig* config, ConfigFaults* faults) {
+  const CSection base(settings, "website_base", faults);
+  const CSection request(settings, "website_request", faults);
+  const CSection protect(settings, "website_protect", faults);
+  const CSection sql(settings, "website_sql", faults);
+  const CSection attack(settings, "website_attack", faults);
+  const CSection response(settings, "website_response", faults);
+  const CSection lists(settings, "website_lists", faults);
   if (base.Empty() && request.Empty() && protect.Empty() && sql.Empty() && attack.Empty() && response.Empty() &&
       lists.Empty()) {
     return false;
   }
-  config->system_common_areas = TaggedText(settings, "system_common_areas");
+  config->system_common_areas = TaggedText(settings, "system_common_areas", KeyType::kText, faults);
 
   ReadKeys(base, &config->base);
   FinishBase(config->extend_functions, &config->base);
@@ -220,7 +307,7 @@ void Prepare(WebsiteConfig* config) {
   config->injection_exemptions = CUrlExemptions(config->sql.allow_urls);
   config->prepared_lists = PrepareLists(config->lists, config->sys_trust_ip);
   config->page = MakePageSettings(config->response);
-  config->need_post_body = NeedsPostBody(*config);
+  config->need_post_body = CapturesBody(config->base) || CapturesBody(config->request) || CapturesBody(config->sql);
 }
 
 }  // namespace
@@ -264,23 +351,28 @@ std::string_view JsonOfPart(std::string_view part) {
   return part.substr(first, last - first + 1);
 }
 
-ConfigStatus ParseConfigParts(std::string_view ip_lists, std::string_view settings, WebsiteConfig* config) {
+ConfigStatus ParseConfigParts(std::string_view ip_lists, std::string_view settings, WebsiteConfig* config,
+                              ConfigFaults* faults) {
+  ConfigFaults unwanted;
+  if (faults == nullptr) faults = &unwanted;
   if (!HasTag(settings, "website_base")) return ConfigStatus::kNoBasePart;
-  if (TaggedPart(TaggedPart(settings, "website_base"), "website_on_servers") != "1") {
-    return ConfigStatus::kNotOnServers;
-  }
-  ReadSwitches(settings, config);
-  if (!ReadSections(settings, config)) return ConfigStatus::kNoSections;
-  ReadAddressSets(ip_lists, &config->addresses);
+  if (TaggedPart(TaggedPart(settings, "website_base"), kOnServers) != "1") return ConfigStatus::kNotOnServers;
+  ReadSwitches(settings, config, faults);
+  if (!ReadSections(settings, config, faults)) return ConfigStatus::kNoSections;
+  FindDamagedTags(settings, ip_lists, faults);
+  ReadAddressSets(ip_lists, &config->addresses, &faults->items);
   Prepare(config);
   return ConfigStatus::kLoaded;
 }
 
-ConfigStatus ParseConfigText(std::string_view file_text, WebsiteConfig* config) {
+ConfigStatus ParseConfigText(std::string_view file_text, WebsiteConfig* config, ConfigFaults* faults) {
   if (file_text.size() < kConfigMinBytes) return ConfigStatus::kTooShort;
   const ConfigParts parts = SplitConfigText(file_text);
   if (!parts.has_settings) return ConfigStatus::kNoSettingsPart;
-  return ParseConfigParts(parts.ip_lists, parts.settings, config);
+  if (faults != nullptr && IsTagDamaged(file_text, kIpListPart)) {
+    faults->sections.push_back({std::string(kIpListPart), MessageId::kSectionOther, ""});
+  }
+  return ParseConfigParts(parts.ip_lists, parts.settings, config, faults);
 }
 
 ConfigStatus LoadConfigFile(const std::string& path, WebsiteConfig* config) {

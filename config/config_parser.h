@@ -7,7 +7,9 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
+#include "common/state_recorder.h"
 #include "config/website_config.h"
 
 namespace qiv {
@@ -28,6 +30,12 @@ enum class ConfigStatus {
   kOutOfMemory,
 };
 
+/// What a load that succeeded could not use.
+struct ConfigFaults {
+  std::vector<StateFault> sections;  ///< that are there and cannot be read: their keys are as if missing
+  std::vector<StateFault> items;     ///< lists ("website_lists.allow_urls") of which items were left out
+};
+
 /// One English sentence without a full stop, for the tool and the log.
 std::string_view ConfigStatusText(ConfigStatus status);
 
@@ -43,11 +51,12 @@ ConfigParts SplitConfigText(std::string_view file_text);
 std::string_view JsonOfPart(std::string_view part);
 
 /// Fills *config, which must be fresh, from the text of a whole file of at most kConfigMaxBytes (LoadConfigFile sees to
-/// that). Only with kLoaded is the record meant for use.
-ConfigStatus ParseConfigText(std::string_view file_text, WebsiteConfig* config);
+/// that). Only with kLoaded are the record and *faults (which may be null) meant for use.
+ConfigStatus ParseConfigText(std::string_view file_text, WebsiteConfig* config, ConfigFaults* faults = nullptr);
 
 /// The same from the parts.
-ConfigStatus ParseConfigParts(std::string_view ip_lists, std::string_view settings, WebsiteConfig* config);
+ConfigStatus ParseConfigParts(std::string_view ip_lists, std::string_view settings, WebsiteConfig* config,
+                              ConfigFaults* faults = nullptr);
 
 /// Reads and parses a file. std::bad_alloc becomes kOutOfMemory.
 ConfigStatus LoadConfigFile(const std::string& path, WebsiteConfig* config);

@@ -2,11 +2,11 @@
 
 #include <new>
 #include <utility>
+#include <vector>
 
 #include "common/aes.h"
-#include "common/char_set.h"
 #include "common/text.h"
-#include "port/file.h"
+#include "config/local_form.h"
 #include "port/module_path.h"
 
 namespace qiv {
@@ -14,28 +14,49 @@ namespace {
 
 constexpr std::int64_t kCheckInterval = 2;  // seconds
 constexpr std::uint64_t kLibraryMaxBytes = kConfigMaxBytes;
+constexpr std::string_view kSqlLibraryTags[] = {"separator", "sql_rules", "sql_keys", "xss_events"};
+constexpr std::string_view kConfigName = "_config.db";
 
 std::string ConfigFile(const std::string& directory, const char* name) {
   return directory + "config" + kPathSeparator + name;
 }
 
-/// The deciphered text of a library file; empty when there is no such file. False when it is there but cannot be read.
-bool ReadLibrary(const std::string& path, std::uint64_t time, std::string* text) {
-  if (time == 0) return true;
-  std::string enciphered;
-  switch (ReadWholeFile(path, kLibraryMaxBytes, &enciphered)) {
-    case ReadFileResult::kUnreadable:
-      return false;
-    case ReadFileResult::kTooLarge:
-      return true;
-    case ReadFileResult::kOk:
+/// Whether each list that is opened is closed, and there is at least one.
+bool IsSqlLibrary(std::string_view text) {
+  std::size_t lists = 0;
+  for (const std::string_view tag : kSqlLibraryTags) {
+    if (IsTagDamaged(text, tag)) return false;
+    if (HasTag(text, tag)) ++lists;
+  }
+  return lists != 0;
+}
+
+MessageId StatusReason(ConfigStatus status, bool is_there) {
+  switch (status) {
+    case ConfigStatus::kTooShort:
+      return MessageId::kStateTooShort;
+    case ConfigStatus::kTooLong:
+      return MessageId::kStateTooLarge;
+    case ConfigStatus::kNoSettingsPart:
+      return MessageId::kStateNoSettings;
+    case ConfigStatus::kNoBasePart:
+      return MessageId::kStateNoBase;
+    case ConfigStatus::kNotOnServers:
+      return MessageId::kStateNotOnServers;
+    case ConfigStatus::kNoSections:
+      return MessageId::kStateNoSections;
+    case ConfigStatus::kOutOfMemory:
+      return MessageId::kStateOutOfMemory;
+    case ConfigStatus::kUnreadable:
+    case ConfigStatus::kLoaded:
       break;
   }
-  *text = CCharSet::ToLocal(DecryptOrThrow("", Trim(enciphered)));
-  return true;
+  return is_there ? MessageId::kStateUnreadable : MessageId::kStateMissing;
 }
 
 }  // namespace
+
+std::string LogDirectory(const std::string& module_directory) { return module_directory + "debug" + kPathSeparator; }
 
 ConfigPaths::ConfigPaths(std::string directory)
     : module_directory(std::move(directory)),
@@ -47,15 +68,18 @@ ConfigPaths::ConfigPaths(std::string directory)
       ipv4_areas(ConfigFile(module_directory, "iplib.db")),
       ipv6_areas(ConfigFile(module_directory, "iplibv6.db")),
       bad_ips(ConfigFile(module_directory, "_badip.db")),
-      webshell_library(ConfigFile(module_directory, "_trojan.db")),
-      log_directory(module_directory + "debug" + kPathSeparator) {}
+      webshell_library(ConfigFile(module_directory, "_trojan.db")) {}
 
-CQivConfig::CQivConfig(std::string module_directory, Clock clock)
+CQivConfig::CQivConfig(std::string module_directory, Clock clock, CStateRecorder* states)
     : paths_(std::move(module_directory)),
       clock_(clock),
+      states_(states != nullptr ? *states : silent_),
       current_(std::make_shared<WebsiteConfig>()),
       library_(std::make_shared<InjectionLibrary>()),
-      webshells_(paths_.webshell_library) {}
+      webshells_(paths_.webshell_library, &states_),
+      config_file_(paths_.config_file, kConfigMaxBytes),
+      sql_library_{CWatchedFile(paths_.sql_library, kLibraryMaxBytes), ""},
+      sql_user_library_{CWatchedFile(paths_.sql_user_library, kLibraryMaxBytes), ""} {}
 
 CQivConfig::~CQivConfig() = default;
 
@@ -73,7 +97,8 @@ void CQivConfig::RefreshTick() {
 
 bool CQivConfig::ClaimCheck(std::int64_t now) {
   const CAutoLock lock(config_check_lock_);
-  if (last_check_ != 0 && now < last_check_ + kCheckInterval) return false;
+  // A last check in the future comes from a clock that was set back, or that was wrong then; it counts for nothing.
+  if (last_check_ != 0 && now > last_check_ - kCheckInterval && now < last_check_ + kCheckInterval) return false;
   last_check_ = now;
   return true;
 }
@@ -93,35 +118,62 @@ void CQivConfig::Refresh(std::int64_t now) {
 
 /// True when a new record is in force.
 bool CQivConfig::ReloadConfig() {
-  ConfigStatus status = ConfigStatus::kLoaded;
+  using Look = CWatchedFile::Look;
+  ConfigStatus status = ConfigStatus::kOutOfMemory;
+  ConfigFaults faults;
   {
     const CAutoLock lock(config_file_lock_);
-    // Taken before the content: a file written meanwhile is read again by the next tick.
-    const std::uint64_t time = FileModificationTime(paths_.config_file);
-    if (time == config_file_time_) return false;
-    status = SwapConfig();
-    // A file that is there but could not be opened (another process holds it) has not been parsed, nor has one that
-    // memory ran out for: it is tried again.
-    const bool again = status == ConfigStatus::kUnreadable || status == ConfigStatus::kOutOfMemory;
-    config_file_time_ = again ? 0 : time;
+    try {
+      std::string text;
+      const Look look = config_file_.Read(&text);
+      if (look == Look::kSame && config_file_.IsThere()) return false;
+      status = look == Look::kNew        ? SwapConfig(text, &faults)
+               : look == Look::kTooLarge ? ConfigStatus::kTooLong
+                                         : ConfigStatus::kUnreadable;
+      // A file that is there but could not be opened (another process holds it) has not been parsed, nor has one that
+      // memory ran out for: it is tried again.
+      if (look != Look::kAgain && status != ConfigStatus::kOutOfMemory) config_file_.Accept();
+    } catch (const std::bad_alloc&) {
+      status = ConfigStatus::kOutOfMemory;
+    }
+    if (status == ConfigStatus::kOutOfMemory) config_file_.Forget();
   }
   last_status_.store(status);
   SetSwitches(status == ConfigStatus::kLoaded);
+  ReportConfig(status, faults);
   return status == ConfigStatus::kLoaded;
 }
 
-ConfigStatus CQivConfig::SwapConfig() {
+ConfigStatus CQivConfig::SwapConfig(std::string_view text, ConfigFaults* faults) {
   const CAutoLock lock(config_swap_lock_);
   ConfigStatus status = ConfigStatus::kOutOfMemory;
   try {
     spare_ = std::make_shared<WebsiteConfig>();
-    status = LoadConfigFile(paths_.config_file, spare_.get());
+    status = ParseConfigText(text, spare_.get(), faults);
     if (status == ConfigStatus::kLoaded) current_.Store(spare_);
   } catch (const std::bad_alloc&) {
     status = ConfigStatus::kOutOfMemory;
   }
   spare_.reset();
   return status;
+}
+
+void CQivConfig::ReportConfig(ConfigStatus status, const ConfigFaults& faults) {
+  if (status != ConfigStatus::kLoaded) {
+    bool is_there = false;
+    {
+      const CAutoLock lock(config_file_lock_);
+      is_there = config_file_.IsThere();
+    }
+    states_.Fault(StateKind::kLoad, kConfigName, StatusReason(status, is_there));
+    states_.Fault(StateKind::kProtection, "", MessageId::kStateUnprotected);
+    return;
+  }
+  states_.SetLanguage(current_.Load()->language);
+  states_.Fine(StateKind::kLoad, kConfigName);
+  states_.Fine(StateKind::kProtection, "");
+  states_.Replace(StateKind::kSection, kConfigName, faults.sections);
+  states_.Replace(StateKind::kItems, kConfigName, faults.items);
 }
 
 /// A refused load turns the module off and leaves the other switches as they were.
@@ -139,35 +191,47 @@ void CQivConfig::SetSwitches(bool valid) {
   config_valid_ = valid ? 1 : 0;
 }
 
+bool CQivConfig::TakeSqlLibrary(SqlLibrary* library, CStateRecorder* states, const std::string* file) {
+  std::vector<std::string> lost;
+  std::string text;
+  if (file != nullptr) {
+    text = LibraryToLocalForm(DecryptOrThrow("", Trim(*file)), kSqlLibraryTags, &lost);
+    if (!IsSqlLibrary(text)) return false;
+  }
+  library->text = std::move(text);
+  ReportLost(states, library->file.Name(), lost);
+  return true;
+}
+
 bool CQivConfig::ReloadInjectionLibrary() {
   const CAutoLock lock(library_file_lock_);
-  const std::uint64_t time = FileModificationTime(paths_.sql_library);
-  const std::uint64_t user_time = FileModificationTime(paths_.sql_user_library);
-  if (time == sql_library_time_ && user_time == sql_user_library_time_) {
-    library_wanted_ = false;
-    return false;
+  bool again = false;
+  for (SqlLibrary* const library : {&sql_library_, &sql_user_library_}) {
+    const Reload reload = ReloadFile(&library->file, &states_, [this, library](const std::string* file) {
+      return TakeSqlLibrary(library, &states_, file);
+    });
+    again = again || reload == Reload::kAgain;
+    sql_stale_ = sql_stale_ || reload == Reload::kReplaced;
   }
+  library_wanted_ = again;
+  if (!sql_stale_) return false;
   try {
-    std::string text;
-    std::string user_text;
-    // A file that cannot be opened now keeps the library as it is and is tried again.
-    if (!ReadLibrary(paths_.sql_library, time, &text)) return false;
-    if (!ReadLibrary(paths_.sql_user_library, user_time, &user_text)) return false;
-    library_.Store(std::make_shared<InjectionLibrary>(InjectionLibrary::FromText(text, user_text)));
-    // Last, so that a load that memory ran out for is tried again.
-    sql_library_time_ = time;
-    sql_user_library_time_ = user_time;
-    library_wanted_ = false;
+    library_.Store(
+        std::make_shared<InjectionLibrary>(InjectionLibrary::FromText(sql_library_.text, sql_user_library_.text)));
   } catch (const std::bad_alloc&) {
+    states_.Fault(StateKind::kLoad, sql_library_.file.Name(), MessageId::kStateOutOfMemory);
+    sql_library_.file.Forget();
+    library_wanted_ = true;
     return false;
   }
+  sql_stale_ = false;
   return true;
 }
 
 bool CQivConfig::ReloadWebshellLibrary() {
-  const CWebshellLibrary::Outcome outcome = webshells_.Reload(*Current());
-  webshells_wanted_ = outcome == CWebshellLibrary::Outcome::kAgain;
-  return outcome == CWebshellLibrary::Outcome::kReplaced;
+  const Reload reload = webshells_.ReloadChanged(*Current());
+  webshells_wanted_ = reload == Reload::kAgain;
+  return reload == Reload::kReplaced;
 }
 
 bool CQivConfig::IsConfigValid() const {

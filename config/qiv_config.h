@@ -7,7 +7,9 @@
 #include <string>
 
 #include "common/published.h"
+#include "common/state_recorder.h"
 #include "config/config_parser.h"
+#include "config/watched_file.h"
 #include "config/webshell_library.h"
 #include "config/website_config.h"
 #include "engines/injection/injection_library.h"
@@ -15,6 +17,9 @@
 #include "port/critical_section.h"
 
 namespace qiv {
+
+/// Where the event logs lie: debug/ in the module's directory (given and returned with its trailing separator).
+std::string LogDirectory(const std::string& module_directory);
 
 /// Files of the module, formed once from its directory.
 struct ConfigPaths {
@@ -30,7 +35,6 @@ struct ConfigPaths {
   std::string ipv6_areas;        ///< config/iplibv6.db
   std::string bad_ips;           ///< config/_badip.db
   std::string webshell_library;  ///< config/_trojan.db
-  std::string log_directory;     ///< debug/
 };
 
 /// What other parts of the module do inside the tick. Called by one thread at a time, with no lock held.
@@ -52,13 +56,16 @@ class CQivConfig {
  public:
   using Clock = std::int64_t (*)();  ///< seconds since 1970
 
-  /// Looks at no file; every switch 0, default records.
-  explicit CQivConfig(std::string module_directory, Clock clock = &UnixSeconds);
+  /// Looks at no file; every switch 0, default records. What becomes of the files is reported to `states`, which must
+  /// outlive this object; null: to nobody.
+  explicit CQivConfig(std::string module_directory, Clock clock = &UnixSeconds, CStateRecorder* states = nullptr);
   ~CQivConfig();
   CQivConfig(const CQivConfig&) = delete;
   CQivConfig& operator=(const CQivConfig&) = delete;
 
   const ConfigPaths& Paths() const { return paths_; }
+  /// Where states are reported; never null.
+  CStateRecorder* States() { return &states_; }
 
   /// The refresh tick: at most once every 2 seconds re-reads what changed on disk. Cheap otherwise, and while another
   /// thread is still at it.
@@ -86,13 +93,16 @@ class CQivConfig {
   bool ClaimCheck(std::int64_t now);
   void Refresh(std::int64_t now);
   bool ReloadConfig();
-  ConfigStatus SwapConfig();
+  ConfigStatus SwapConfig(std::string_view text, ConfigFaults* faults);
+  void ReportConfig(ConfigStatus status, const ConfigFaults& faults);
   void SetSwitches(bool valid);
   bool ReloadInjectionLibrary();
   bool ReloadWebshellLibrary();
 
   const ConfigPaths paths_;
   const Clock clock_;
+  CStateRecorder silent_;  // stands in when nobody listens
+  CStateRecorder& states_;
   ITickClient* tick_client_ = nullptr;
   std::atomic<void*> module_id_{nullptr};
   std::atomic<bool> refreshing_{false};  ///< a thread is inside Refresh
@@ -108,7 +118,7 @@ class CQivConfig {
   std::int64_t last_check_ QIV_GUARDED_BY(config_check_lock_) = 0;  ///< seconds; 0: never
 
   mutable CCriticalSection config_file_lock_;
-  std::uint64_t config_file_time_ QIV_GUARDED_BY(config_file_lock_) = 0;
+  CWatchedFile config_file_ QIV_GUARDED_BY(config_file_lock_);
 
   mutable CCriticalSection config_swap_lock_;
   /// The record that a load fills. It becomes current_ when the load succeeds; the record before it goes with its last
@@ -125,8 +135,14 @@ class CQivConfig {
   std::int32_t library_enabled_ QIV_GUARDED_BY(library_flag_lock_) = 0;
 
   mutable CCriticalSection library_file_lock_;
-  std::uint64_t sql_library_time_ QIV_GUARDED_BY(library_file_lock_) = 0;
-  std::uint64_t sql_user_library_time_ QIV_GUARDED_BY(library_file_lock_) = 0;
+  struct SqlLibrary {
+    CWatchedFile file;
+    std::string text;  ///< of the last good file, deciphered
+  };
+  static bool TakeSqlLibrary(SqlLibrary* library, CStateRecorder* states, const std::string* file);
+  SqlLibrary sql_library_ QIV_GUARDED_BY(library_file_lock_);
+  SqlLibrary sql_user_library_ QIV_GUARDED_BY(library_file_lock_);
+  bool sql_stale_ QIV_GUARDED_BY(library_file_lock_) = false;  ///< a text is newer than `library_`
 };
 
 }  // namespace qiv

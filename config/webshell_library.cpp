@@ -2,12 +2,12 @@
 
 #include <new>
 #include <utility>
+#include <vector>
 
-#include "common/char_set.h"
 #include "common/text.h"
 #include "config/address_libraries.h"
+#include "config/local_form.h"
 #include "config/website_config.h"
-#include "port/file.h"
 
 namespace qiv {
 
@@ -21,55 +21,41 @@ bool IsWebshellLibrary(std::string_view text) {
   return lists != 0;
 }
 
-CWebshellLibrary::CWebshellLibrary(std::string path) : path_(std::move(path)), library_(nullptr) {}
+CWebshellLibrary::CWebshellLibrary(std::string path, CStateRecorder* states)
+    : states_(*states), library_(nullptr), file_(std::move(path), kFileMaxBytes) {}
 
-/// False when the file is there but cannot be opened.
-bool CWebshellLibrary::TakeFile() {
-  // Taken before the content: a file written meanwhile is read again.
-  const std::uint64_t time = FileModificationTime(path_);
-  if (time == file_time_) return true;
+bool CWebshellLibrary::TakeFile(const std::string* file) {
+  std::vector<std::string> lost;
   std::string text;
-  bool good = true;
-  if (time != 0) {
-    std::string enciphered;
-    switch (ReadWholeFile(path_, kFileMaxBytes, &enciphered)) {
-      case ReadFileResult::kUnreadable:
-        return false;
-      case ReadFileResult::kTooLarge:
-        good = false;
-        break;
-      case ReadFileResult::kOk:
-        text = CCharSet::ToLocal(DecipherPieces(enciphered));
-        good = IsWebshellLibrary(text);
-        break;
-    }
+  if (file != nullptr) {
+    text = LibraryToLocalForm(DecipherPieces(*file), kWebshellTags, &lost);
+    if (!IsWebshellLibrary(text)) return false;
   }
-  if (good) {
-    text_ = std::move(text);
-    stale_ = true;
-  }
-  file_time_ = time;
+  text_ = std::move(text);
+  stale_ = true;
+  ReportLost(&states_, file_.Name(), lost);
   return true;
 }
 
-CWebshellLibrary::Outcome CWebshellLibrary::Reload(const WebsiteConfig& site) {
+Reload CWebshellLibrary::ReloadChanged(const WebsiteConfig& site) {
   const CAutoLock lock(lock_);
+  const Reload file = ReloadFile(&file_, &states_,
+                                 [this](const std::string* content) QIV_REQUIRES(lock_) { return TakeFile(content); });
   try {
-    const bool opened = TakeFile();
     const bool same_site =
         language_ == site.language && user_rules_ == site.trojan_usertrojan && free_code_ == site.trojan_freecode;
-    if (stale_ || !same_site) {
-      stale_ = true;  // until all is done, should memory run out
-      user_rules_ = site.trojan_usertrojan;
-      free_code_ = site.trojan_freecode;
-      language_ = site.language;
-      library_.Store(std::make_shared<CQivLibs>(language_, text_, user_rules_, free_code_));
-      stale_ = false;
-      return opened ? Outcome::kReplaced : Outcome::kAgain;
-    }
-    return opened ? Outcome::kUnchanged : Outcome::kAgain;
+    if (!stale_ && same_site) return file;
+    stale_ = true;  // until all is done, should memory run out
+    user_rules_ = site.trojan_usertrojan;
+    free_code_ = site.trojan_freecode;
+    language_ = site.language;
+    library_.Store(std::make_shared<CQivLibs>(language_, text_, user_rules_, free_code_));
+    stale_ = false;
+    return file == Reload::kAgain ? Reload::kAgain : Reload::kReplaced;
   } catch (const std::bad_alloc&) {
-    return Outcome::kAgain;
+    states_.Fault(StateKind::kLoad, file_.Name(), MessageId::kStateOutOfMemory);
+    file_.Forget();
+    return Reload::kAgain;
   }
 }
 

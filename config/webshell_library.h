@@ -7,6 +7,8 @@
 
 #include "common/language.h"
 #include "common/published.h"
+#include "common/state_recorder.h"
+#include "config/watched_file.h"
 #include "engines/webshell/webshell_scan.h"
 #include "port/critical_section.h"
 
@@ -21,32 +23,28 @@ class CWebshellLibrary {
   /// some 20 times the text.
   static constexpr std::uint64_t kFileMaxBytes = 16U << 20;
 
-  explicit CWebshellLibrary(std::string path);
+  /// `states` must outlive this object.
+  CWebshellLibrary(std::string path, CStateRecorder* states);
 
-  enum class Outcome {
-    kUnchanged,
-    kReplaced,
-    kAgain,  ///< the file cannot be opened now, or memory ran out: what is in force stays, to be tried again
-  };
   /// Builds the library anew when the file's modification time, the language, or the site's own rules and exempt code
   /// differ from what is in force. A file that holds none of the library's lists, is cut off, or is too large, counts
   /// as unchanged; one that is gone, as empty.
-  Outcome Reload(const WebsiteConfig& site);
+  Reload ReloadChanged(const WebsiteConfig& site);
 
-  /// Null until the first Reload.
+  /// Null until the first ReloadChanged.
   std::shared_ptr<const CQivLibs> Current() const { return library_.Load(); }
 
  private:
-  bool TakeFile() QIV_REQUIRES(lock_);
+  bool TakeFile(const std::string* file) QIV_REQUIRES(lock_);
 
-  const std::string path_;
+  CStateRecorder& states_;
   CPublished<CQivLibs> library_;
 
   CCriticalSection lock_;
   // What `library_` was built from.
-  std::uint64_t file_time_ QIV_GUARDED_BY(lock_) = 0;  ///< 0: no file
-  std::string text_ QIV_GUARDED_BY(lock_);             ///< of the last good file, deciphered
-  bool stale_ QIV_GUARDED_BY(lock_) = true;            ///< `text_` is newer than `library_`
+  CWatchedFile file_ QIV_GUARDED_BY(lock_);
+  std::string text_ QIV_GUARDED_BY(lock_);   ///< of the last good file, deciphered
+  bool stale_ QIV_GUARDED_BY(lock_) = true;  ///< `text_` is newer than `library_`
   Language language_ QIV_GUARDED_BY(lock_) = Language::kEnglish;
   std::string user_rules_ QIV_GUARDED_BY(lock_);
   std::string free_code_ QIV_GUARDED_BY(lock_);

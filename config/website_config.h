@@ -14,17 +14,20 @@
 
 namespace qiv {
 
-// What a row of the key table becomes; how its value is written and held: KeyType in config_keys.h. Lists and texts are
-// in GBK.
-#define QIV_NUMBER(member, key, meaning) std::int32_t member = 0;
-#define QIV_DIGITS(member, key, meaning) std::uint32_t member = 0;
-#define QIV_CHOICE(member, key, meaning) std::int32_t member = 0;
-#define QIV_FLAG(member, key, meaning) bool member = false;
-#define QIV_TEXT(member, key, meaning) std::string member;
-#define QIV_LIST(member, key, meaning) std::string member;
-#define QIV_NAMES(member, key, meaning) std::string member;
-#define QIV_EXTENSIONS(member, key, meaning) std::string member;
-#define QIV_RULES(member, key, meaning) std::string member;
+// What a row of the key table becomes; how its value is written and held: KeyType in config_keys.h. Lists are in GBK,
+// and so are texts, save one with a character that has no GBK form: that stays in UTF-8 as a whole.
+#define QIV_NUMBER(member, key, reader, meaning) std::int32_t member = 0;
+#define QIV_DIGITS(member, key, reader, meaning) std::uint32_t member = 0;
+#define QIV_CHOICE(member, key, reader, meaning) std::int32_t member = 0;
+#define QIV_FLAG(member, key, reader, meaning) bool member = false;
+#define QIV_TEXT(member, key, reader, meaning) std::string member;
+#define QIV_LIST(member, key, reader, meaning) std::string member;
+#define QIV_NAMES(member, key, reader, meaning) std::string member;
+#define QIV_EXTENSIONS(member, key, reader, meaning) std::string member;
+#define QIV_RULES(member, key, reader, meaning) std::string member;
+#define QIV_ADDRESSES(member, key, reader, meaning) std::string member;
+#define QIV_BODY(member, key, reader, meaning) bool member = false;
+#define QIV_BODY_IF(member, key, with, reader, meaning) bool member = false;
 
 // One struct a section; members are named like their keys ("static" is static_). Lock times are in seconds, periods are
 // never 0, and whatever a feature cannot work without is 0 together with it (see config_parser.cpp).
@@ -50,6 +53,9 @@ struct ListSettings {
 #undef QIV_NUMBER
 #undef QIV_DIGITS
 #undef QIV_CHOICE
+#undef QIV_ADDRESSES
+#undef QIV_BODY
+#undef QIV_BODY_IF
 #undef QIV_FLAG
 #undef QIV_TEXT
 #undef QIV_LIST

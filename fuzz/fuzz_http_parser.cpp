@@ -77,6 +77,30 @@ void CheckHead(std::string_view text, bool fold) {
   if (head.chunked) CheckChunks(text.substr(head.size));
 }
 
+struct UpstreamAnswer {
+  UpstreamParse parsed = UpstreamParse::kNeedMore;
+  std::string body;
+};
+
+UpstreamAnswer ReadUpstream(std::string_view text, std::size_t step) {
+  UpstreamAnswer answer;
+  CUpstreamReader reader;
+  UpstreamHead head;
+  std::string input;
+  bool in_body = false;
+  for (std::size_t at = 0; at < text.size() && answer.parsed == UpstreamParse::kNeedMore; at += step) {
+    input.append(text.substr(at, step));
+    if (!in_body) {
+      answer.parsed = reader.ReadHead(&input, &head);
+      if (answer.parsed != UpstreamParse::kComplete) continue;
+      Require(head.status >= 100 && head.status <= 999);
+      in_body = true;
+    }
+    answer.parsed = reader.ReadBody(&input, &answer.body);
+  }
+  return answer;
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -85,10 +109,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   CheckHead(text, true);
   CheckChunks(text);
   CheckUrl(text);
-  UpstreamHead upstream;
-  if (ParseUpstreamHead(text, &upstream) == UpstreamParse::kComplete) {
-    Require(upstream.size <= size && upstream.status >= 100 && upstream.status <= 999);
-  }
+  const UpstreamAnswer whole = ReadUpstream(text, size + 1);
+  const UpstreamAnswer pieces = ReadUpstream(text, 7);
+  Require(whole.parsed == pieces.parsed);
+  Require(whole.parsed == UpstreamParse::kMalformed || (whole.body == pieces.body && whole.body.size() <= size));
   std::uint64_t first = 0;
   std::uint64_t last = 0;
   if (ParseRange(text, 100, &first, &last) == RangeOutcome::kPart) Require(first <= last && last < 100);

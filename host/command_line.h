@@ -14,17 +14,21 @@ struct CommandLine {
   std::string root;           ///< folder of the site; empty when there is an upstream
   std::string upstream_host;  ///< empty when there is a root
   std::string upstream_port;
-  unsigned threads = 0;
+  unsigned threads = 64;
+  unsigned waiting_threads = 256;
   std::uint32_t site_id = 1;
-  unsigned timeout_seconds = 120;  ///< silence of a client or upstream that is borne
-  bool forwarded_for = false;
+  unsigned timeout_seconds = 120;
+  unsigned head_timeout_seconds = 0;   ///< 0: as timeout_seconds
+  unsigned drain_timeout_seconds = 0;  ///< 0: as timeout_seconds
+  unsigned least_rate = 240;           ///< bytes a second
+  bool trust_forwarded = false;
   bool quiet = false;
-  bool help = false;
 };
 
-extern const char kUsage[];
+enum class ParsedOptions { kServe, kShown, kWrong };
 
-/// Reads the arguments (without the program's name, UTF-8). Gives an error text, empty when they are good.
-std::string ParseCommandLine(const std::vector<std::string>& arguments, CommandLine* result);
+/// Reads the arguments (without the program's name, UTF-8). `text` is what to print: of --help and --version for
+/// kShown, of the mistake for kWrong.
+ParsedOptions ParseCommandLine(const std::vector<std::string>& arguments, CommandLine* result, std::string* text);
 
 }  // namespace qiv::host

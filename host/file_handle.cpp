@@ -50,6 +50,12 @@ iis::HANDLE OpenForReading(const std::string& path, FileFacts* facts) {
 
 void CloseFile(iis::HANDLE file) { CloseHandle(file); }
 
+iis::HANDLE DuplicateFile(iis::HANDLE file) {
+  HANDLE copy = nullptr;
+  const HANDLE process = GetCurrentProcess();
+  return DuplicateHandle(process, file, process, &copy, 0, FALSE, DUPLICATE_SAME_ACCESS) ? copy : kNoFile;
+}
+
 std::int64_t ReadAt(iis::HANDLE file, std::uint64_t offset, char* buffer, std::size_t size) {
   OVERLAPPED position{};
   position.Offset = static_cast<DWORD>(offset);
@@ -97,6 +103,11 @@ iis::HANDLE OpenForReading(const std::string& path, FileFacts* facts) {
 }
 
 void CloseFile(iis::HANDLE file) { close(Descriptor(file)); }
+
+iis::HANDLE DuplicateFile(iis::HANDLE file) {
+  const int copy = fcntl(Descriptor(file), F_DUPFD_CLOEXEC, 0);
+  return reinterpret_cast<iis::HANDLE>(std::intptr_t{copy});
+}
 
 std::int64_t ReadAt(iis::HANDLE file, std::uint64_t offset, char* buffer, std::size_t size) {
   for (;;) {

@@ -20,6 +20,8 @@ struct FileFacts {
 /// Opens a regular file for reading at offsets. `path` is UTF-8. kNoFile for anything else (folders, devices).
 iis::HANDLE OpenForReading(const std::string& path, FileFacts* facts);
 void CloseFile(iis::HANDLE file);
+/// A second handle of the same open file; kNoFile when there is none to be had.
+iis::HANDLE DuplicateFile(iis::HANDLE file);
 
 /// Reads at an offset; gives the bytes read, 0 at the end, below 0 on an error. Thread safe.
 std::int64_t ReadAt(iis::HANDLE file, std::uint64_t offset, char* buffer, std::size_t size);

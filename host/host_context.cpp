@@ -180,7 +180,7 @@ iis::HRESULT CHostContext::GetCurrentExecutionStats(iis::DWORD* notification, ii
 }
 
 void CHostContext::IndicateCompletion(iis::REQUEST_NOTIFICATION_STATUS status) {
-  const std::lock_guard<std::mutex> lock(wakeup_lock_);
+  const CMutexHold hold(wakeup_lock_);
   wakeups_.push_back({std::nullopt, status});
   wakeup_signal_.notify_one();
 }
@@ -191,14 +191,14 @@ iis::HRESULT CHostContext::PostCompletion(iis::DWORD bytes) {
 }
 
 void CHostContext::QueueCompletion(iis::DWORD bytes, iis::HRESULT result) {
-  const std::lock_guard<std::mutex> lock(wakeup_lock_);
+  const CMutexHold hold(wakeup_lock_);
   wakeups_.push_back({Completion{bytes, result}, iis::RQ_NOTIFICATION_CONTINUE});
   wakeup_signal_.notify_one();
 }
 
 Wakeup CHostContext::WaitForWakeup() {
-  std::unique_lock<std::mutex> lock(wakeup_lock_);
-  wakeup_signal_.wait(lock, [&] { return !wakeups_.empty(); });
+  const CMutexHold hold(wakeup_lock_);
+  while (wakeups_.empty()) wakeup_lock_.WaitFor(wakeup_signal_);
   const Wakeup wakeup = wakeups_.front();
   wakeups_.pop_front();
   return wakeup;

@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <deque>
 #include <map>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -15,6 +14,7 @@
 #include "host/host_request.h"
 #include "host/host_response.h"
 #include "host/module_host.h"
+#include "host/mutex.h"
 #include "host/request_memory.h"
 
 namespace qiv::host {
@@ -146,9 +146,9 @@ class CHostContext final : public iis::IHttpContext, public iis::IModuleAllocato
   iis::DWORD disabled_main_ = 0;
   iis::DWORD disabled_post_ = 0;
 
-  std::mutex wakeup_lock_;
+  CMutex wakeup_lock_;
   std::condition_variable wakeup_signal_;
-  std::deque<Wakeup> wakeups_;  ///< guarded by wakeup_lock_
+  std::deque<Wakeup> wakeups_ QIV_GUARDED_BY(wakeup_lock_);
 };
 
 }  // namespace qiv::host

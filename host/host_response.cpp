@@ -122,7 +122,12 @@ void CHostResponse::ResetConnection() {
   wire_.Reset();
 }
 
-void CHostResponse::DisableKernelCache(iis::ULONG) { kernel_cache_ = false; }
+void CHostResponse::DisableKernelCache(iis::ULONG reason) {
+  Guarded([&] {
+    kernel_cache_reasons_.push_back(reason);
+    return kOk;
+  });
+}
 
 iis::HRESULT CHostResponse::Redirect(iis::PCSTR url, iis::BOOL reset_status, iis::BOOL include_parameters) {
   if (url == nullptr) return kInvalidArgument;

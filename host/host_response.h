@@ -36,7 +36,7 @@ class CHostResponse final : public iis::IHttpResponse {
   void SetNeedDisconnect() override { disconnect_ = true; }
   void ResetConnection() override;
   void DisableKernelCache(iis::ULONG reason) override;
-  iis::BOOL GetKernelCacheEnabled() const override { return kernel_cache_; }
+  iis::BOOL GetKernelCacheEnabled() const override { return kernel_cache_reasons_.empty(); }
   void SuppressHeaders() override { suppressed_ = true; }
   iis::BOOL GetHeadersSuppressed() const override { return suppressed_; }
   iis::HRESULT Flush(iis::BOOL async, iis::BOOL more_data, iis::DWORD* sent, iis::BOOL* pending) override;
@@ -66,6 +66,8 @@ class CHostResponse final : public iis::IHttpResponse {
   bool was_reset() const { return reset_; }
   bool over() const { return over_; }
   const std::string& replaced_body() const { return replaced_body_; }
+  /// The reasons given to DisableKernelCache, in the order of the calls.
+  const std::vector<iis::ULONG>& kernel_cache_reasons() const { return kernel_cache_reasons_; }
 
  private:
   void ResetToStart();
@@ -80,6 +82,7 @@ class CHostResponse final : public iis::IHttpResponse {
   CHeaderTable<iis::HTTP_RESPONSE_HEADERS> headers_;
   iis::HTTP_DATA_CHUNK* own_chunks_ = nullptr;  ///< the array we allocated; a module may put its own in the structure
   std::size_t chunk_capacity_ = 0;
+  std::vector<iis::ULONG> kernel_cache_reasons_;
   std::vector<std::unique_ptr<char[]>> buffers_;
   std::size_t buffered_bytes_ = 0;
 
@@ -93,7 +96,6 @@ class CHostResponse final : public iis::IHttpResponse {
   bool buffered_ = true;
   bool suppressed_ = false;
   bool disconnect_ = false;
-  bool kernel_cache_ = true;
   bool sending_ = false;
   bool headers_sent_ = false;
   bool reset_ = false;

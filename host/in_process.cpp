@@ -259,6 +259,7 @@ InProcessResponse RunInProcess(CModuleHost& host, const InProcessRequest& reques
   RunPipeline(context, function);
   response.finished = context.finished;
   response.error_body = context.response().replaced_body();
+  response.kernel_cache_disabled = context.response().kernel_cache_reasons();
   return response;
 }
 

@@ -67,11 +67,12 @@ struct InProcessResponse {
   bool closed = false;               ///< the connection does not stay open
   bool length_mismatch = false;      ///< Content-Length was not the length of the body written (it was put right)
   bool handler_ran = false;
-  std::string handler_body;                  ///< what the handler could read as entity body
-  iis::HRESULT handler_read_result = 0;      ///< how that reading ended: kHandleEof when whole
-  std::vector<std::string> notifications;    ///< names of the module methods called, in order
-  std::vector<HeaderField> handler_headers;  ///< request headers as the handler saw them
-  std::string error_body;                    ///< body that custom errors threw away
+  std::string handler_body;                       ///< what the handler could read as entity body
+  iis::HRESULT handler_read_result = 0;           ///< how that reading ended: kHandleEof when whole
+  std::vector<std::string> notifications;         ///< names of the module methods called, in order
+  std::vector<HeaderField> handler_headers;       ///< request headers as the handler saw them
+  std::string error_body;                         ///< body that custom errors threw away
+  std::vector<iis::ULONG> kernel_cache_disabled;  ///< the reason of each call of DisableKernelCache
 
   /// First value of a header (name without regard to case); nothing when absent.
   std::optional<std::string> Header(std::string_view name) const;

@@ -15,7 +15,7 @@
 namespace qiv::host {
 namespace {
 
-constexpr unsigned kDefaultThreads = 64;
+int Milliseconds(unsigned seconds) { return static_cast<int>(seconds) * 1000; }
 
 int Fail(const std::string& text) {
   std::fprintf(stderr, "qivhost: %s\n", text.c_str());
@@ -45,16 +45,20 @@ int Serve(const CommandLine& line) {
     ProxySettings settings;
     settings.host = line.upstream_host;
     settings.port = line.upstream_port;
-    settings.timeout_milliseconds = static_cast<int>(line.timeout_seconds) * 1000;
-    settings.add_forwarded_for = line.forwarded_for;
+    settings.timeout_milliseconds = Milliseconds(line.timeout_seconds);
+    settings.trust_forwarded = line.trust_forwarded;
     handler = std::make_unique<CProxy>(settings);
   }
 
   ServerSettings settings;
   settings.address = line.listen_address;
   settings.port = line.listen_port;
-  settings.threads = line.threads == 0 ? kDefaultThreads : line.threads;
-  settings.timeout_milliseconds = static_cast<int>(line.timeout_seconds) * 1000;
+  settings.threads = line.threads;
+  settings.waiting_threads = line.waiting_threads;
+  settings.timeout = Milliseconds(line.timeout_seconds);
+  settings.head_timeout = Milliseconds(line.head_timeout_seconds);
+  settings.drain_timeout = Milliseconds(line.drain_timeout_seconds);
+  settings.least_rate = line.least_rate;
   settings.log_requests = !line.quiet;
   CServer server(host, *handler, settings);
   if (!server.Listen(&error)) return Fail(error);
@@ -75,14 +79,16 @@ namespace {
 
 int Run(const std::vector<std::string>& arguments) {
   qiv::host::CommandLine line;
-  const std::string error = qiv::host::ParseCommandLine(arguments, &line);
-  if (!error.empty()) {
-    std::fprintf(stderr, "qivhost: %s\n%s", error.c_str(), "try qivhost --help\n");
-    return 2;
-  }
-  if (line.help) {
-    std::fputs(qiv::host::kUsage, stdout);
-    return 0;
+  std::string text;
+  switch (qiv::host::ParseCommandLine(arguments, &line, &text)) {
+    case qiv::host::ParsedOptions::kWrong:
+      std::fprintf(stderr, "qivhost: %s\n%s", text.c_str(), "try qivhost --help\n");
+      return 2;
+    case qiv::host::ParsedOptions::kShown:
+      std::fputs(text.c_str(), stdout);
+      return 0;
+    case qiv::host::ParsedOptions::kServe:
+      break;
   }
   return qiv::host::Serve(line);
 }

@@ -49,6 +49,30 @@ std::string Target(CHostContext& context) {
   return target;
 }
 
+/// Waits for the upstream. The client is not to blame for it, but another thread can work meanwhile.
+bool WaitForUpstream(CHostContext& context, SocketHandle socket, bool read, bool write, int milliseconds,
+                     Readiness* ready) {
+  IWaitingRoom* room = context.wire().room();
+  if (room == nullptr) return WaitFor(socket, read, write, milliseconds, ready);
+  Waiter waiter;
+  const CWaitingScope scope(*room, waiter);
+  return WaitFor(socket, read, write, milliseconds, ready);
+}
+
+/// Headers in which proxies tell of the client before them. Anybody can write them.
+bool IsForwarded(std::string_view name) {
+  for (const std::string_view known :
+       {"X-Forwarded-For", "X-Forwarded-Proto", "X-Forwarded-Host", "X-Forwarded-Port", "X-Real-IP", "Forwarded"}) {
+    if (EqualsIgnoreCase(known, name)) return true;
+  }
+  return false;
+}
+
+std::string_view KnownValue(const iis::HTTP_REQUEST_HEADERS& headers, int id) {
+  const iis::HTTP_KNOWN_HEADER& header = headers.KnownHeaders[id];
+  return header.pRawValue == nullptr ? std::string_view() : std::string_view(header.pRawValue, header.RawValueLength);
+}
+
 void SetError(CHostContext& context, int status) {
   CHostResponse& response = context.response();
   if (response.headers_sent()) {
@@ -70,7 +94,10 @@ struct CProxy::Exchange {
   COwnedSocket socket;
   bool reused = false;     ///< the connection served before and may have been closed meanwhile
   bool body_whole = true;  ///< all of it was sent
+  bool chunked = false;    ///< the body goes out in chunks
+  bool upgrade = false;    ///< the client asks for another protocol
   std::string input;       ///< read from the upstream and not yet used
+  CUpstreamReader reader;
   UpstreamHead head;
   std::unique_ptr<char[]> piece;
 };
@@ -79,7 +106,7 @@ COwnedSocket CProxy::TakeIdle() {
   for (;;) {
     COwnedSocket socket;
     {
-      const std::lock_guard<std::mutex> lock(idle_lock_);
+      const CAutoLock hold(idle_lock_);
       if (idle_.empty()) return {};
       socket = std::move(idle_.back());
       idle_.pop_back();
@@ -91,47 +118,63 @@ COwnedSocket CProxy::TakeIdle() {
 }
 
 void CProxy::GiveBack(COwnedSocket socket) {
-  const std::lock_guard<std::mutex> lock(idle_lock_);
+  const CAutoLock hold(idle_lock_);
   if (idle_.size() < kMaxIdle) idle_.push_back(std::move(socket));
 }
 
-std::string CProxy::RequestHeadText(CHostContext& context, bool* chunked) const {
+void CProxy::AddForwarded(CHostContext& context, std::string* text) const {
+  const iis::HTTP_REQUEST& raw = *context.request().GetRawHttpRequest();
+  std::string clients;
+  bool has_proto = false;
+  for (std::size_t i = 0; settings_.trust_forwarded && i < raw.Headers.UnknownHeaderCount; ++i) {
+    const iis::HTTP_UNKNOWN_HEADER& header = raw.Headers.pUnknownHeaders[i];
+    const std::string_view name(header.pName, header.NameLength);
+    const std::string_view value(header.pRawValue == nullptr ? "" : header.pRawValue, header.RawValueLength);
+    if (!IsForwarded(name)) continue;
+    has_proto = has_proto || EqualsIgnoreCase(name, "X-Forwarded-Proto");
+    if (EqualsIgnoreCase(name, "X-Forwarded-For")) {
+      clients.append(value).append(value.empty() ? "" : ", ");
+    } else {
+      text->append(name).append(": ").append(value).append("\r\n");
+    }
+  }
+  clients += AddressText(*reinterpret_cast<const HostAddress*>(context.request().GetRemoteAddress()));
+  text->append("X-Forwarded-For: ").append(clients).append("\r\n");
+  if (!has_proto) text->append("X-Forwarded-Proto: ").append(raw.pSslInfo == nullptr ? "http\r\n" : "https\r\n");
+}
+
+std::string CProxy::RequestHeadText(Exchange& exchange) const {
+  CHostContext& context = exchange.context;
   const iis::HTTP_REQUEST& raw = *context.request().GetRawHttpRequest();
   const iis::HTTP_REQUEST_HEADERS& headers = raw.Headers;
-  const auto known = [&](int id) {
-    const iis::HTTP_KNOWN_HEADER& header = headers.KnownHeaders[id];
-    return header.pRawValue == nullptr ? std::string_view() : std::string_view(header.pRawValue, header.RawValueLength);
-  };
   std::string text = std::string(context.request().GetHttpMethod()) + " " + Target(context) + " HTTP/1.1\r\n";
-  const std::string_view connection = known(iis::HttpHeaderConnection);
+  const std::string_view connection = KnownValue(headers, iis::HttpHeaderConnection);
   const auto add = [&](std::string_view name, std::string_view value) {
-    if (IsHopByHop(name, connection)) return;
+    if (IsHopByHop(name, connection) || IsForwarded(name)) return;
     text.append(name).append(": ").append(value).append("\r\n");
   };
-  if (headers.KnownHeaders[iis::HttpHeaderHost].pRawValue == nullptr)
+  if (headers.KnownHeaders[iis::HttpHeaderHost].pRawValue == nullptr) {
     add("Host", settings_.host + ":" + settings_.port);
+  }
   const bool has_length = headers.KnownHeaders[iis::HttpHeaderContentLength].pRawValue != nullptr;
-  const bool was_chunked = context.request().chunked();
-  *chunked = was_chunked || (!has_length && context.request().GetRemainingEntityBytes() > 0);
+  const bool has_body = context.request().chunked() || context.request().GetRemainingEntityBytes() > 0;
+  exchange.chunked = context.request().chunked() || (!has_length && has_body);
   for (int id = 0; id < iis::HttpHeaderRequestMaximum; ++id) {
     if (headers.KnownHeaders[id].pRawValue == nullptr || id == iis::HttpHeaderExpect) continue;
-    if (id == iis::HttpHeaderContentLength && *chunked) continue;
-    add(RequestHeaderName(id), known(id));
+    if (id == iis::HttpHeaderContentLength && exchange.chunked) continue;
+    add(RequestHeaderName(id), KnownValue(headers, id));
   }
-  const std::string client = AddressText(*reinterpret_cast<const HostAddress*>(context.request().GetRemoteAddress()));
-  bool forwarded = false;
   for (std::size_t i = 0; i < headers.UnknownHeaderCount; ++i) {
     const iis::HTTP_UNKNOWN_HEADER& header = headers.pUnknownHeaders[i];
-    const std::string_view name(header.pName, header.NameLength);
-    std::string value(header.pRawValue == nullptr ? "" : header.pRawValue, header.RawValueLength);
-    if (settings_.add_forwarded_for && EqualsIgnoreCase(name, "X-Forwarded-For")) {
-      value += ", " + client;
-      forwarded = true;
-    }
-    add(name, value);
+    add({header.pName, header.NameLength},
+        {header.pRawValue == nullptr ? "" : header.pRawValue, header.RawValueLength});
   }
-  if (settings_.add_forwarded_for && !forwarded) add("X-Forwarded-For", client);
-  if (*chunked) text += "Transfer-Encoding: chunked\r\n";
+  AddForwarded(context, &text);
+  const std::string_view protocol = KnownValue(headers, iis::HttpHeaderUpgrade);
+  exchange.upgrade =
+      !protocol.empty() && !has_body && raw.Version.MinorVersion >= 1 && ListHolds(connection, "upgrade");
+  if (exchange.upgrade) text.append("Connection: Upgrade\r\nUpgrade: ").append(protocol).append("\r\n");
+  if (exchange.chunked) text += "Transfer-Encoding: chunked\r\n";
   return text + "\r\n";
 }
 
@@ -148,7 +191,7 @@ bool CProxy::SendPiece(Exchange& exchange, const char* data, std::size_t size) {
     // The upstream may be answering already and not read on before its answer is taken.
     Readiness ready;
     const bool listen = exchange.input.size() < kEarlyLimit;
-    if (!WaitFor(socket, listen, true, settings_.timeout_milliseconds, &ready)) return false;
+    if (!WaitForUpstream(exchange.context, socket, listen, true, settings_.timeout_milliseconds, &ready)) return false;
     if (listen && ready.readable && !ready.writable) {
       char early[16384];
       const IoResult got = ReadNow(socket, early, sizeof early);
@@ -161,8 +204,8 @@ bool CProxy::SendPiece(Exchange& exchange, const char* data, std::size_t size) {
 
 CProxy::Outcome CProxy::SendBody(Exchange& exchange) {
   CHostRequest& request = exchange.context.request();
-  bool chunked = false;
-  const std::string head = RequestHeadText(exchange.context, &chunked);
+  const std::string head = RequestHeadText(exchange);
+  const bool chunked = exchange.chunked;
   if (!SendPiece(exchange, head.data(), head.size())) return Outcome::kRetry;
   // Room in front for a chunk's size and behind for its line end.
   constexpr std::size_t kFront = 10;
@@ -222,19 +265,21 @@ CProxy::Outcome CProxy::ReadMore(Exchange& exchange) {
     if (got.status != IoStatus::kWouldBlock) return Outcome::kBadGateway;
     if (MonotonicMicroseconds() > end) return Outcome::kTimeout;
     Readiness ready;
-    if (WaitFor(exchange.socket.handle(), true, false, kSliceMilliseconds, &ready)) continue;
+    if (WaitForUpstream(exchange.context, exchange.socket.handle(), true, false, kSliceMilliseconds, &ready)) continue;
     if (!exchange.context.wire().IsConnected()) return Outcome::kAborted;
   }
 }
 
 CProxy::Outcome CProxy::ReadHead(Exchange& exchange) {
+  const bool is_head = std::string_view(exchange.context.request().GetHttpMethod()) == "HEAD";
+  exchange.reader.Begin(is_head);
   for (;;) {
-    const UpstreamParse parsed = ParseUpstreamHead(exchange.input, &exchange.head);
+    const UpstreamParse parsed = exchange.reader.ReadHead(&exchange.input, &exchange.head);
     if (parsed == UpstreamParse::kMalformed) return Outcome::kBadGateway;
     if (parsed == UpstreamParse::kComplete) {
-      exchange.input.erase(0, exchange.head.size);
-      if (exchange.head.status == 101) return Outcome::kBadGateway;  // nobody asked for another protocol
+      if (exchange.head.status == 101) return exchange.upgrade ? Outcome::kDone : Outcome::kBadGateway;
       if (exchange.head.status >= 200) return Outcome::kDone;
+      exchange.reader.Begin(is_head);
       continue;
     }
     const bool nothing_yet = exchange.input.empty();
@@ -248,51 +293,24 @@ CProxy::Outcome CProxy::ReadHead(Exchange& exchange) {
 /// The response body, in the pieces in which it comes; a short announced one in a single piece.
 CProxy::Outcome CProxy::PassBody(Exchange& exchange) {
   CHostResponse& response = exchange.context.response();
-  const UpstreamHead& head = exchange.head;
-  const bool none = std::string_view(exchange.context.request().GetHttpMethod()) == "HEAD" || head.status == 204 ||
-                    head.status == 304;
-  if (none) return Outcome::kDone;
-  CChunkedDecoder decoder;
-  std::uint64_t left = head.content_length.value_or(0);
-  const bool until_close = !head.chunked && !head.content_length;
-  const bool at_once = head.content_length && *head.content_length <= kBufferedLength;
+  const bool at_once = exchange.head.content_length && *exchange.head.content_length <= kBufferedLength;
   std::string body;
-  bool over = !head.chunked && !until_close && left == 0;
-  while (!over) {
-    if (exchange.input.empty()) {
-      const Outcome more = ReadMore(exchange);
-      if (more == Outcome::kBadGateway && until_close) {
-        exchange.head.keep_alive = false;
-        break;
-      }
-      if (more != Outcome::kDone) return more;
+  for (;;) {
+    const UpstreamParse parsed = exchange.reader.ReadBody(&exchange.input, &body);
+    if (parsed == UpstreamParse::kMalformed) return Outcome::kBadGateway;
+    if (parsed == UpstreamParse::kComplete) break;
+    if (!body.empty() && !at_once) {
+      iis::HTTP_DATA_CHUNK chunk{};
+      chunk.FromMemory.pBuffer = body.data();
+      chunk.FromMemory.BufferLength = static_cast<iis::ULONG>(body.size());
+      iis::DWORD sent = 0;
+      response.WriteEntityChunkByReference(&chunk, -1);
+      if (iis::Failed(response.Flush(0, 1, &sent, nullptr))) return Outcome::kAborted;
+      body.clear();
     }
-    if (head.chunked) {
-      std::string_view view = exchange.input;
-      const std::size_t at = body.size();
-      std::size_t got = 0;
-      body.resize(at + view.size());
-      const CChunkedDecoder::Status status = decoder.Decode(&view, body.data() + at, body.size() - at, &got);
-      body.resize(at + got);
-      exchange.input.erase(0, exchange.input.size() - view.size());
-      if (status == CChunkedDecoder::Status::kMalformed) return Outcome::kBadGateway;
-      over = status == CChunkedDecoder::Status::kDone;
-    } else {
-      const auto take = until_close ? exchange.input.size()
-                                    : static_cast<std::size_t>(std::min<std::uint64_t>(left, exchange.input.size()));
-      body.append(exchange.input, 0, take);
-      exchange.input.erase(0, take);
-      left -= until_close ? 0 : take;
-      over = !until_close && left == 0;
-    }
-    if (body.empty() || over || at_once) continue;
-    iis::HTTP_DATA_CHUNK chunk{};
-    chunk.FromMemory.pBuffer = body.data();
-    chunk.FromMemory.BufferLength = static_cast<iis::ULONG>(body.size());
-    iis::DWORD sent = 0;
-    response.WriteEntityChunkByReference(&chunk, -1);
-    if (iis::Failed(response.Flush(0, 1, &sent, nullptr))) return Outcome::kAborted;
-    body.clear();
+    const Outcome more = ReadMore(exchange);
+    if (more == Outcome::kBadGateway && exchange.reader.EndsHere()) break;
+    if (more != Outcome::kDone) return more;
   }
   if (!body.empty()) {
     iis::HTTP_DATA_CHUNK chunk{};
@@ -301,6 +319,14 @@ CProxy::Outcome CProxy::PassBody(Exchange& exchange) {
     response.WriteEntityChunks(&chunk, 1, 0, 1, nullptr, nullptr);
   }
   return Outcome::kDone;
+}
+
+CProxy::Outcome CProxy::SwitchProtocol(Exchange& exchange) {
+  const std::string& protocol = exchange.head.upgrade;
+  exchange.context.response().SetHeader(iis::HttpHeaderUpgrade, protocol.c_str(),
+                                        static_cast<iis::USHORT>(protocol.size()), 1);
+  const bool opened = exchange.context.wire().OpenTunnel(std::move(exchange.socket), std::move(exchange.input));
+  return opened ? Outcome::kDone : Outcome::kBadGateway;
 }
 
 CProxy::Outcome CProxy::Run(Exchange& exchange) {
@@ -324,8 +350,10 @@ CProxy::Outcome CProxy::Run(Exchange& exchange) {
     const std::string length = std::to_string(*head.content_length);
     response.SetHeader(iis::HttpHeaderContentLength, length.c_str(), static_cast<iis::USHORT>(length.size()), 1);
   }
+  if (head.status == 101) return SwitchProtocol(exchange);
   outcome = PassBody(exchange);
-  const bool clean = outcome == Outcome::kDone && head.keep_alive && exchange.body_whole && exchange.input.empty();
+  const bool clean =
+      outcome == Outcome::kDone && exchange.reader.keeps_alive() && exchange.body_whole && exchange.input.empty();
   if (clean) GiveBack(std::move(exchange.socket));
   return outcome;
 }

@@ -98,9 +98,11 @@ void CResponseFramer::AppendHead(const OutgoingPiece& piece, std::uint64_t body_
   out->append("HTTP/1.1 ");
   AppendNumber(response.StatusCode, out);
   out->append(" ").append(response.pReason == nullptr ? "" : response.pReason, response.ReasonLength).append("\r\n");
+  const bool switches = response.StatusCode == 101;
   for (int id = 0; id < iis::HttpHeaderResponseMaximum; ++id) {
     const iis::HTTP_KNOWN_HEADER& header = headers.KnownHeaders[id];
-    if (header.pRawValue == nullptr || IsOwnHeader(id)) continue;
+    if (header.pRawValue == nullptr) continue;
+    if (IsOwnHeader(id) && !(switches && id == iis::HttpHeaderUpgrade)) continue;
     AppendField(ResponseHeaderName(id), {header.pRawValue, header.RawValueLength}, out);
   }
   bool has_server = headers.KnownHeaders[iis::HttpHeaderServer].pRawValue != nullptr;
@@ -120,7 +122,10 @@ void CResponseFramer::AppendHead(const OutgoingPiece& piece, std::uint64_t body_
   } else if (mode_ == Mode::kChunked) {
     AppendField("Transfer-Encoding", "chunked", out);
   }
-  if (!keep_alive_) {
+  if (switches) {
+    AppendField("Connection", "Upgrade", out);
+    keep_alive_ = false;  // for requests
+  } else if (!keep_alive_) {
     AppendField("Connection", "close", out);
   } else if (minor_version_ == 0) {
     AppendField("Connection", "keep-alive", out);

@@ -13,6 +13,7 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -40,6 +41,7 @@ void SetNonBlocking(Native socket) {
   u_long on = 1;
   ioctlsocket(socket, FIONBIO, &on);
 }
+void RaiseLimit() {}
 constexpr int kShutWrite = SD_SEND;
 constexpr int kShutBoth = SD_BOTH;
 #else
@@ -53,6 +55,12 @@ bool ConnectIsUnderWay() { return errno == EINPROGRESS; }
 std::size_t CallSize(std::size_t size) { return std::min(size, kLargestCall); }
 void CloseNative(Native socket) { close(socket); }
 void SetNonBlocking(Native socket) { fcntl(socket, F_SETFL, fcntl(socket, F_GETFL) | O_NONBLOCK); }
+void RaiseLimit() {
+  rlimit limit;
+  if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
+  limit.rlim_cur = limit.rlim_max;
+  setrlimit(RLIMIT_NOFILE, &limit);
+}
 constexpr int kShutWrite = SHUT_WR;
 constexpr int kShutBoth = SHUT_RDWR;
 #endif
@@ -96,35 +104,17 @@ bool WaitFor(SocketHandle socket, bool read, bool write, int milliseconds, Readi
   return true;
 }
 
-IoResult ReadWithin(SocketHandle socket, char* buffer, std::size_t size, int milliseconds) {
-  for (;;) {
-    const IoResult result = ReadNow(socket, buffer, size);
-    if (result.status != IoStatus::kWouldBlock) return result;
-    Readiness ready;
-    if (!WaitFor(socket, true, false, milliseconds, &ready)) return {IoStatus::kTimedOut, 0};
-  }
-}
-
-IoStatus WriteAll(SocketHandle socket, const char* data, std::size_t size, int milliseconds) {
-  while (size > 0) {
-    const IoResult result = WriteNow(socket, data, size);
-    if (result.status == IoStatus::kDone) {
-      data += result.bytes;
-      size -= result.bytes;
-    } else if (result.status == IoStatus::kWouldBlock) {
-      Readiness ready;
-      if (!WaitFor(socket, false, true, milliseconds, &ready)) return IoStatus::kTimedOut;
-    } else {
-      return result.status;
-    }
-  }
-  return IoStatus::kDone;
-}
-
 bool PeerIsGone(SocketHandle socket) {
   char byte;
   const auto got = recv(ToNative(socket), &byte, 1, MSG_PEEK);
   return got == 0 || (got < 0 && !WouldBlock() && !Interrupted());
+}
+
+bool IsIpv6(SocketHandle socket) {
+  sockaddr_storage address{};
+  socklen_t length = sizeof address;
+  return getsockname(ToNative(socket), reinterpret_cast<sockaddr*>(&address), &length) == 0 &&
+         address.ss_family == AF_INET6;
 }
 
 void ShutdownBoth(SocketHandle socket) { shutdown(ToNative(socket), kShutBoth); }
@@ -136,6 +126,8 @@ void PrepareReset(SocketHandle socket) {
   off.l_linger = 0;
   setsockopt(ToNative(socket), SOL_SOCKET, SO_LINGER, reinterpret_cast<const char*>(&off), sizeof off);
 }
+
+void RaiseSocketLimit() { RaiseLimit(); }
 
 void COwnedSocket::Close() {
   if (handle_ != kNoSocket) CloseNative(ToNative(handle_));

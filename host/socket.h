@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <utility>
 
 namespace qiv::host {
 
@@ -11,7 +12,7 @@ namespace qiv::host {
 using SocketHandle = std::intptr_t;
 inline constexpr SocketHandle kNoSocket = -1;
 
-enum class IoStatus { kDone, kWouldBlock, kClosed, kTimedOut, kFailed };
+enum class IoStatus { kDone, kWouldBlock, kClosed, kFailed };
 
 struct IoResult {
   IoStatus status = IoStatus::kFailed;
@@ -20,12 +21,8 @@ struct IoResult {
 
 /// Reads what is there. kClosed when the peer ended its half.
 IoResult ReadNow(SocketHandle socket, char* buffer, std::size_t size);
-/// Waits up to `milliseconds` for something to read.
-IoResult ReadWithin(SocketHandle socket, char* buffer, std::size_t size, int milliseconds);
 /// Writes what fits.
 IoResult WriteNow(SocketHandle socket, const char* data, std::size_t size);
-/// Writes everything; each wait for room takes at most `milliseconds`.
-IoStatus WriteAll(SocketHandle socket, const char* data, std::size_t size, int milliseconds);
 
 /// Waits for one of the conditions asked for. Gives false when the time is over.
 struct Readiness {
@@ -37,11 +34,16 @@ bool WaitFor(SocketHandle socket, bool read, bool write, int milliseconds, Readi
 /// Whether the peer closed its half or the connection is broken. Data that waits to be read hides it.
 bool PeerIsGone(SocketHandle socket);
 
+bool IsIpv6(SocketHandle socket);
+
 /// Ends both directions; whoever waits on the socket wakes up. The handle stays valid.
 void ShutdownBoth(SocketHandle socket);
 void ShutdownWrite(SocketHandle socket);
 /// Makes the coming close drop what is unsent and tell the peer by a reset.
 void PrepareReset(SocketHandle socket);
+
+/// Lets this process have as many sockets as the system gives without asking anybody.
+void RaiseSocketLimit();
 
 /// A socket of our own, closed with the object.
 class COwnedSocket {
@@ -62,6 +64,8 @@ class COwnedSocket {
   COwnedSocket& operator=(const COwnedSocket&) = delete;
 
   SocketHandle handle() const { return handle_; }
+  /// Gives the socket away.
+  SocketHandle Release() { return std::exchange(handle_, kNoSocket); }
   bool is_open() const { return handle_ != kNoSocket; }
   void Close();
 

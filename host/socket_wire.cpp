@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "host/file_handle.h"
+#include "port/clock.h"
 
 namespace qiv::host {
 namespace {
@@ -13,6 +14,7 @@ constexpr std::size_t kReadSize = 32768;
 constexpr std::size_t kIdleCapacity = 4096;
 constexpr std::size_t kCoalesceLimit = 32768;      ///< larger pieces are sent from where they are
 constexpr std::uint64_t kDrainLimit = 256 * 1024;  ///< an unread body up to this is skipped to keep the connection
+constexpr std::size_t kReadAhead = 49152;          ///< of a body, while threads are scarce
 
 }  // namespace
 
@@ -42,7 +44,12 @@ void CSocketWire::Begin(const RequestHead& head, bool draining) {
   framer_ = CResponseFramer(head.method == "HEAD", head.minor_version,
                             head.keep_alive && !head.length_and_chunked && !draining);
   chunked_ = head.chunked;
-  decoder_ = CChunkedDecoder();
+  decoder_ = scan_ = CChunkedDecoder();
+  scanned_ = 0;
+  skipped_ = 0;
+  body_pace_.Start();
+  send_pace_.Start();
+  began_ = MonotonicMicroseconds();
   body_left_ = chunked_ ? 0 : head.content_length.value_or(0);
   body_over_ = !chunked_ && body_left_ == 0;
   continue_wanted_ = head.expects_continue && !body_over_;
@@ -50,54 +57,139 @@ void CSocketWire::Begin(const RequestHead& head, bool draining) {
   bytes_sent_ = 0;
 }
 
+bool CSocketWire::Wait(bool write, CPace& pace) {
+  const int limit = pace.Limit();
+  if (limit == 0) return false;
+  Waiter waiter;
+  waiter.socket = socket_;
+  waiter.moved = pace.moved();
+  waiter.since = began_;
+  const CWaitingScope scope(room_, waiter);
+  const std::int64_t start = MonotonicMicroseconds();
+  Readiness ready;
+  const bool came = WaitFor(socket_, !write, write, limit, &ready);
+  pace.Waited(MonotonicMicroseconds() - start);
+  return came;
+}
+
 void CSocketWire::SendContinue() {
   // Who has sent body bytes already is not waiting.
   if (continue_wanted_ && input_.View().empty()) {
     static constexpr std::string_view kContinue = "HTTP/1.1 100 Continue\r\n\r\n";
-    if (WriteAll(socket_, kContinue.data(), kContinue.size(), timeout_) != IoStatus::kDone) body_lost_ = true;
+    if (!WriteOut(kContinue.data(), kContinue.size())) body_lost_ = true;
   }
   continue_wanted_ = false;
 }
 
 bool CSocketWire::Fill() {
-  std::size_t room = 0;
-  char* at = input_.Room(kReadSize, &room);
-  const IoResult result = ReadWithin(socket_, at, room, timeout_);
-  if (result.status != IoStatus::kDone) return false;
-  input_.Added(result.bytes);
-  return true;
+  for (;;) {
+    std::size_t room = 0;
+    char* at = input_.Room(kReadSize, &room);
+    const IoResult result = ReadNow(socket_, at, room);
+    if (result.status == IoStatus::kDone) {
+      input_.Added(result.bytes);
+      body_pace_.Moved(result.bytes);
+      return true;
+    }
+    if (result.status != IoStatus::kWouldBlock || !Wait(false, body_pace_)) return false;
+  }
+}
+
+bool CSocketWire::HasEnoughAhead() const { return input_.View().size() >= kReadAhead; }
+
+bool CSocketWire::HasWholeBody() {
+  std::string_view view = input_.View();
+  if (body_over_) return true;
+  if (!chunked_) return view.size() >= body_left_;
+  view.remove_prefix(scanned_);
+  CChunkedDecoder::Status status = CChunkedDecoder::Status::kMore;
+  while (status == CChunkedDecoder::Status::kMore && !view.empty()) {
+    char scrap[4096];
+    std::size_t got = 0;
+    status = scan_.Decode(&view, scrap, sizeof scrap, &got);
+  }
+  scanned_ = input_.View().size() - view.size();
+  return status != CChunkedDecoder::Status::kMore;
+}
+
+/// Takes body bytes out of the buffer. False when it holds none.
+bool CSocketWire::TakeHeld(char* buffer, std::size_t size, std::size_t* got, BodyRead* result) {
+  *got = 0;
+  *result = body_lost_ ? BodyRead::kLost : BodyRead::kEnd;
+  if (body_over_ || body_lost_) return true;
+  std::string_view view = input_.View();
+  if (view.empty()) return false;
+  *result = BodyRead::kData;
+  if (!chunked_) {
+    *got = static_cast<std::size_t>(std::min<std::uint64_t>({view.size(), size, body_left_}));
+    std::memcpy(buffer, view.data(), *got);
+    input_.Consume(*got);
+    body_left_ -= *got;
+    body_over_ = body_left_ == 0;
+    return true;
+  }
+  const std::size_t before = view.size();
+  const CChunkedDecoder::Status status = decoder_.Decode(&view, buffer, size, got);
+  input_.Consume(before - view.size());
+  body_over_ = status == CChunkedDecoder::Status::kDone;
+  body_lost_ = status == CChunkedDecoder::Status::kMalformed;
+  if (body_lost_) *result = BodyRead::kLost;
+  if (body_over_ && *got == 0) *result = BodyRead::kEnd;
+  return *got > 0 || *result != BodyRead::kData;
 }
 
 BodyRead CSocketWire::ReadBody(char* buffer, std::size_t size, std::size_t* got) {
-  if (body_over_) return BodyRead::kEnd;
-  SendContinue();
-  while (!body_lost_) {
-    if (input_.View().empty() && !Fill()) break;
-    std::string_view view = input_.View();
-    if (!chunked_) {
-      *got = static_cast<std::size_t>(std::min<std::uint64_t>({view.size(), size, body_left_}));
-      std::memcpy(buffer, view.data(), *got);
-      input_.Consume(*got);
-      body_left_ -= *got;
-      body_over_ = body_left_ == 0;
-      return BodyRead::kData;
-    }
-    const std::size_t before = view.size();
-    const CChunkedDecoder::Status status = decoder_.Decode(&view, buffer, size, got);
-    input_.Consume(before - view.size());
-    if (status == CChunkedDecoder::Status::kMalformed) break;
-    body_over_ = status == CChunkedDecoder::Status::kDone;
-    if (*got > 0) return BodyRead::kData;
-    if (body_over_) return BodyRead::kEnd;
+  BodyRead result = BodyRead::kEnd;
+  if (!body_over_) SendContinue();
+  while (!TakeHeld(buffer, size, got, &result)) {
+    if (!Fill()) body_lost_ = true;
   }
-  body_lost_ = true;
-  return BodyRead::kLost;
+  return result;
+}
+
+BodyState CSocketWire::SkipBody() {
+  char scrap[4096];
+  std::size_t got = 0;
+  BodyRead result = BodyRead::kEnd;
+  while (TakeHeld(scrap, sizeof scrap, &got, &result)) {
+    if (result == BodyRead::kEnd) return BodyState::kOver;
+    skipped_ += got;
+    if (result == BodyRead::kLost || skipped_ > kDrainLimit) return BodyState::kLost;
+  }
+  return BodyState::kMissing;
+}
+
+/// Sends the tail while its thread waits, when there is more than it can hold.
+bool CSocketWire::SendTail() {
+  for (;;) {
+    std::size_t moved = 0;
+    const IoStatus status = tail_.Write(socket_, &moved);
+    send_pace_.Moved(moved);
+    if (status == IoStatus::kDone) return true;
+    if (status != IoStatus::kWouldBlock || !Wait(true, send_pace_)) return false;
+  }
 }
 
 bool CSocketWire::WriteOut(const char* data, std::size_t size) {
-  if (failed_) return false;
   bytes_sent_ += size;
-  failed_ = WriteAll(socket_, data, size, timeout_) != IoStatus::kDone;
+  while (size > 0 && !failed_) {
+    if (!tail_.empty()) {
+      if (tail_.Append(data, size)) return true;
+      failed_ = !SendTail();
+      continue;
+    }
+    const IoResult sent = WriteNow(socket_, data, size);
+    if (sent.status == IoStatus::kDone) {
+      send_pace_.Moved(sent.bytes);
+      data += sent.bytes;
+      size -= sent.bytes;
+    } else if (sent.status == IoStatus::kWouldBlock) {
+      if (may_defer_ && tail_.Append(data, size)) return true;
+      failed_ = !Wait(true, send_pace_);
+    } else {
+      failed_ = true;
+    }
+  }
   return !failed_;
 }
 
@@ -123,6 +215,12 @@ bool CSocketWire::WriteFile(const iis::HTTP_DATA_CHUNK& chunk) {
     left -= static_cast<std::uint64_t>(got);
     if (out_.size() >= kCoalesceLimit && !FlushOut()) return false;
     if (count == 0) return true;
+    if (tail_.empty()) continue;
+    const std::uint64_t size = SizeOfFile(chunk.FromFileHandle.FileHandle);
+    const std::uint64_t rest = framer_.Admit(std::min(left, size > offset ? size - offset : 0));
+    bytes_sent_ += rest;
+    failed_ = !tail_.AppendFile(chunk.FromFileHandle.FileHandle, offset, rest);
+    return !failed_;
   }
   return true;
 }
@@ -148,6 +246,7 @@ bool CSocketWire::WriteChunks(const OutgoingPiece& piece) {
 
 bool CSocketWire::Send(const OutgoingPiece& piece, std::size_t* sent) {
   if (reset_ || failed_) return false;
+  may_defer_ = !piece.more_data;
   const std::uint64_t body_bytes = BodyBytes(piece);
   *sent = static_cast<std::size_t>(body_bytes);
   if (piece.with_head) {
@@ -184,16 +283,15 @@ void CSocketWire::Reset() {
   PrepareReset(socket_);
 }
 
-bool CSocketWire::End() {
-  if (reset_ || failed_ || body_lost_ || !complete_ || !framer_.keep_alive()) return false;
-  char scrap[4096];
-  std::uint64_t skipped = 0;
-  while (!body_over_ && skipped <= kDrainLimit) {
-    std::size_t got = 0;
-    if (ReadBody(scrap, sizeof scrap, &got) == BodyRead::kLost) return false;
-    skipped += got;
-  }
-  return body_over_;
+bool CSocketWire::OpenTunnel(COwnedSocket upstream, std::string early) {
+  tunnel_ = std::move(upstream);
+  tunnel_early_ = std::move(early);
+  return true;
+}
+
+COwnedSocket CSocketWire::TakeTunnel(std::string* early) {
+  *early = std::move(tunnel_early_);
+  return std::move(tunnel_);
 }
 
 }  // namespace qiv::host

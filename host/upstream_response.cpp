@@ -1,39 +1,107 @@
 #include "host/upstream_response.h"
 
-#include <algorithm>
+#include <limits>
+#include <utility>
+
+// Asio, below Beast, needs std::exchange before its own headers.
+#include <boost/asio/buffer.hpp>
+#include <boost/beast/http/buffer_body.hpp>
+#include <boost/beast/http/parser.hpp>
 
 #include "host/ascii.h"
 
 namespace qiv::host {
 namespace {
 
-constexpr std::size_t kMaxUpstreamHead = 256 * 1024;
+namespace http = boost::beast::http;
+using Error = boost::system::error_code;
 
-/// "HTTP/1.x NNN reason"; the reason and its blank may be missing.
-bool ParseStatusLine(std::string_view line, UpstreamHead* head) {
-  if (line.size() < 12 || line.substr(0, 7) != "HTTP/1." || !IsDigit(line[7]) || line[8] != ' ') return false;
-  std::uint64_t status = 0;
-  if (!ParseDecimal(line.substr(9, 3), &status) || status < 100 || (line.size() > 12 && line[12] != ' ')) return false;
-  head->minor_version = line[7] - '0';
-  head->status = static_cast<int>(status);
-  if (line.size() > 13) head->reason = line.substr(13);
-  head->keep_alive = head->minor_version >= 1;
-  return true;
-}
+constexpr std::uint32_t kMaxUpstreamHead = 256 * 1024;  ///< also of a chunk's size line and of trailers
+constexpr std::size_t kMaxUpgrade = 256;                ///< a protocol's name
+constexpr std::size_t kBodyStep = 65536;
 
-bool TakeFraming(std::string_view name, std::string_view value, UpstreamHead* head, std::string* coding) {
-  std::uint64_t length = 0;
-  if (EqualsIgnoreCase(name, "Content-Length")) {
-    if (!ParseDecimal(value, &length) || (head->content_length && *head->content_length != length)) return false;
-    head->content_length = length;
-  } else if (EqualsIgnoreCase(name, "Transfer-Encoding")) {
-    if (!coding->empty()) coding->append(",");
-    coding->append(value);
-  }
-  return true;
-}
+std::string_view View(boost::beast::string_view text) { return {text.data(), text.size()}; }
 
 }  // namespace
+
+struct CUpstreamReader::Parser {
+  http::response_parser<http::buffer_body> parser;
+};
+
+CUpstreamReader::CUpstreamReader() { Begin(false); }
+CUpstreamReader::~CUpstreamReader() = default;
+
+void CUpstreamReader::Begin(bool to_head_request) {
+  parser_ = std::make_unique<Parser>();
+  parser_->parser.header_limit(kMaxUpstreamHead);
+  parser_->parser.body_limit(std::numeric_limits<std::uint64_t>::max());
+  parser_->parser.skip(to_head_request);
+}
+
+UpstreamParse CUpstreamReader::ReadHead(std::string* input, UpstreamHead* head) {
+  *head = UpstreamHead();
+  auto& parser = parser_->parser;
+  Error error;
+  if (!input->empty()) input->erase(0, parser.put(boost::asio::buffer(*input), error));
+  if (error && error != http::error::need_more) return UpstreamParse::kMalformed;
+  if (!parser.is_header_done()) return UpstreamParse::kNeedMore;
+
+  const auto& message = parser.get();
+  head->status = static_cast<int>(message.result_int());
+  if (head->status < 100) return UpstreamParse::kMalformed;
+  head->reason = View(message.reason());
+  if (const auto length = parser.content_length()) head->content_length = *length;
+  std::string connection;
+  for (const auto& field : message) {
+    if (field.name() == http::field::connection) {
+      connection.append(connection.empty() ? "" : ",").append(View(field.value()));
+    }
+    // Another coding could only be passed on by somebody who knows it.
+    const bool is_coding = field.name() == http::field::transfer_encoding;
+    if (is_coding && !EqualsIgnoreCase(View(field.value()), "chunked")) return UpstreamParse::kMalformed;
+    if (field.name() == http::field::upgrade) head->upgrade = View(field.value()).substr(0, kMaxUpgrade);
+  }
+  for (const auto& field : message) {
+    const std::string_view name = View(field.name_string());
+    if (IsHopByHop(name, connection) || field.name() == http::field::content_length) continue;
+    head->headers.emplace_back(name, View(field.value()));
+  }
+  return UpstreamParse::kComplete;
+}
+
+UpstreamParse CUpstreamReader::ReadBody(std::string* input, std::string* body) {
+  auto& parser = parser_->parser;
+  std::size_t used = 0;
+  Error error;
+  while (!parser.is_done() && used < input->size()) {
+    const std::size_t at = body->size();
+    body->resize(at + kBodyStep);
+    auto& room = parser.get().body();
+    room.data = body->data() + at;
+    room.size = kBodyStep;
+    room.more = true;
+    const std::size_t taken = parser.put(boost::asio::buffer(input->data() + used, input->size() - used), error);
+    body->resize(at + kBodyStep - room.size);
+    used += taken;
+    if (error == http::error::need_buffer) error = {};
+    if (error) break;
+    if (taken == 0 && body->size() == at) break;
+  }
+  input->erase(0, used);
+  if (error && error != http::error::need_more) return UpstreamParse::kMalformed;
+  if (parser.is_done()) return UpstreamParse::kComplete;
+  // What remains unused is the beginning of a size line or of trailers.
+  return input->size() > kMaxUpstreamHead ? UpstreamParse::kMalformed : UpstreamParse::kNeedMore;
+}
+
+bool CUpstreamReader::EndsHere() {
+  if (!parser_->parser.got_some()) return false;
+  Error error;
+  parser_->parser.put_eof(error);
+  return !error && parser_->parser.is_done();
+}
+
+bool CUpstreamReader::keeps_alive() const { return parser_->parser.is_done() && parser_->parser.keep_alive(); }
 
 bool IsHopByHop(std::string_view name, std::string_view connection) {
   for (const std::string_view hop : {"Connection", "Keep-Alive", "Proxy-Connection", "Transfer-Encoding", "TE",
@@ -47,59 +115,6 @@ bool IsHopByHop(std::string_view name, std::string_view connection) {
     if (EqualsIgnoreCase(kept, name)) return false;
   }
   return ListHolds(connection, name);
-}
-
-UpstreamParse ParseUpstreamHead(std::string_view buffer, UpstreamHead* head) {
-  *head = UpstreamHead();
-  std::size_t end = 0;
-  for (std::size_t at = buffer.find('\n'); at != std::string_view::npos && end == 0; at = buffer.find('\n', at + 1)) {
-    const std::string_view rest = buffer.substr(at + 1, 2);
-    if (rest.substr(0, 1) == "\n") end = at + 2;
-    if (rest == "\r\n") end = at + 3;
-  }
-  if (end == 0) return buffer.size() > kMaxUpstreamHead ? UpstreamParse::kMalformed : UpstreamParse::kNeedMore;
-  head->size = end;
-  std::string_view rest = buffer.substr(0, end);
-  std::vector<std::pair<std::string_view, std::string_view>> fields;
-  std::string connection;
-  std::string coding;
-  bool first = true;
-  while (!rest.empty()) {
-    const std::size_t lf = rest.find('\n');
-    std::string_view line = rest.substr(0, lf);
-    rest.remove_prefix(lf + 1);
-    if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
-    if (line.find_first_of(std::string_view("\r\0", 2)) != std::string_view::npos) return UpstreamParse::kMalformed;
-    if (first) {
-      if (!ParseStatusLine(line, head)) return UpstreamParse::kMalformed;
-      first = false;
-      continue;
-    }
-    if (line.empty()) break;
-    const std::size_t colon = line.find(':');
-    const std::string_view name = line.substr(0, colon);
-    if (colon == std::string_view::npos || colon == 0 || !std::all_of(name.begin(), name.end(), IsTokenChar)) {
-      return UpstreamParse::kMalformed;
-    }
-    const std::string_view value = TrimBlanks(line.substr(colon + 1));
-    if (!TakeFraming(name, value, head, &coding)) return UpstreamParse::kMalformed;
-    if (EqualsIgnoreCase(name, "Connection")) connection.append(connection.empty() ? "" : ",").append(value);
-    fields.emplace_back(name, value);
-  }
-  if (ListHolds(connection, "close")) head->keep_alive = false;
-  if (ListHolds(connection, "keep-alive")) head->keep_alive = true;
-  if (!coding.empty()) {
-    if (!EqualsIgnoreCase(coding, "chunked")) return UpstreamParse::kMalformed;
-    head->chunked = true;
-    // Both are a sign of confusion somewhere: believe the coding and do not use the connection again.
-    if (head->content_length) head->keep_alive = false;
-    head->content_length.reset();
-  }
-  for (const auto& [name, value] : fields) {
-    if (IsHopByHop(name, connection) || EqualsIgnoreCase(name, "Content-Length")) continue;
-    head->headers.emplace_back(name, value);
-  }
-  return UpstreamParse::kComplete;
 }
 
 }  // namespace qiv::host

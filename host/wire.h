@@ -2,7 +2,10 @@
 #pragma once
 
 #include <cstddef>
+#include <string>
 
+#include "host/socket.h"
+#include "host/waiting.h"
 #include "iis/http_types.h"
 
 namespace qiv::host {
@@ -41,6 +44,17 @@ class IWire {
 
   /// Asks that "100 Continue" go out before the body is read; does nothing when the client did not ask for it.
   virtual void SendContinue() = 0;
+
+  /// Takes over a connection to an upstream that agreed to another protocol: once the response (101) is out, bytes pass
+  /// in both directions, `early` first. False when the wire cannot do this.
+  virtual bool OpenTunnel(COwnedSocket upstream, std::string early) {
+    static_cast<void>(upstream);
+    static_cast<void>(early);
+    return false;
+  }
+
+  /// Where a thread that waits for somebody else is made known; nullptr when nobody asks.
+  virtual IWaitingRoom* room() { return nullptr; }
 };
 
 }  // namespace qiv::host

@@ -17,6 +17,11 @@ std::string_view ActionOf(const CheckResult& result) {
   return result.status == kAllowed ? "allow" : "pass";
 }
 
+/// What the visitor was told, where a page was written.
+std::string EventId(const RequestFacts& facts) {
+  return facts.event_id.empty() ? CEventLog::NewEventId() : facts.event_id;
+}
+
 /// What both logs say alike. Views into the two records.
 Event EventOf(const RequestFacts& facts, const CheckResult& result) {
   Event event;
@@ -37,7 +42,14 @@ Event EventOf(const RequestFacts& facts, const CheckResult& result) {
 
 void CBlockRecorder::RecordBlock(const RequestFacts& facts, const CheckResult& result) {
   if (!result.log) return;
-  const std::string id = CEventLog::NewEventId();
+  WriteEvent(facts, result);
+  TellService(facts, result);
+}
+
+void CBlockRecorder::RecordPartial(const RequestFacts& facts, const CheckResult& note) { WriteEvent(facts, note); }
+
+void CBlockRecorder::WriteEvent(const RequestFacts& facts, const CheckResult& result) {
+  const std::string id = EventId(facts);
   const std::string url = WithoutSecrets(facts.raw_url);
   const std::string detail = WithoutSecrets(result.detail);
   Event event = EventOf(facts, result);
@@ -48,11 +60,10 @@ void CBlockRecorder::RecordBlock(const RequestFacts& facts, const CheckResult& r
   event.detail = detail;
   event.rule = result.rule;
   log_.Write(event);
-  TellService(facts, result);
 }
 
 void CBlockRecorder::RecordRequest(const RequestFacts& facts, const CheckResult& result) {
-  const std::string id = CEventLog::NewEventId();
+  const std::string id = EventId(facts);
   const std::string url = WithoutSecrets(facts.raw_url);
   Event event = EventOf(facts, result);
   event.event_id = id;

@@ -14,12 +14,14 @@ namespace qiv {
 
 class CBlockRecorder final : public IEventRecorder {
  public:
-  CBlockRecorder(const std::string& log_directory, CServiceLink& service) : log_(log_directory), service_(service) {}
+  CBlockRecorder(CEventLog& log, CServiceLink& service) : log_(log), service_(service) {}
 
   /// Writes an event when result.log is set. While the service is linked, it is told too: every block counts in a
   /// "check" line (check, client, "block"; rule), and one that asks for notification is a "msg" line (client, category,
   /// item; reason, URL).
   void RecordBlock(const RequestFacts& facts, const CheckResult& result) override;
+  /// Writes an event.
+  void RecordPartial(const RequestFacts& facts, const CheckResult& note) override;
   /// A line in the request log: what was decided before the application saw the request.
   void RecordRequest(const RequestFacts& facts, const CheckResult& result) override;
   /// A "tongji" line (category; client, rule). Nothing keeps statistics while the service is not linked.
@@ -29,9 +31,10 @@ class CBlockRecorder final : public IEventRecorder {
   void RecordFailure(std::string_view notification, std::string_view what) noexcept;
 
  private:
+  void WriteEvent(const RequestFacts& facts, const CheckResult& result);
   void TellService(const RequestFacts& facts, const CheckResult& result) noexcept;
 
-  CEventLog log_;
+  CEventLog& log_;
   CServiceLink& service_;
   std::atomic<std::int64_t> last_failure_{0};  ///< seconds since 1970
 };

@@ -203,10 +203,15 @@ std::string DecodeBody(std::string_view raw) {
 void ReadBody(iis::IHttpContext& context, iis::IHttpRequest& request, RequestFacts& facts) {
   const bool wanted = facts.config->need_post_body || facts.config->response.passwd;
   const bool has_type = RequestHeader(request, iis::HttpHeaderContentType).has_value();
-  if (!wanted || !has_type || facts.content_length == 0 || facts.content_length > kMaxBody) return;
+  if (!wanted || !has_type || facts.content_length == 0) return;
+  if (facts.content_length > kMaxBody) {
+    facts.unread_body = UnreadBody::kTooLarge;
+    return;
+  }
 
   const BodyBytes body = ReadAndRestoreBody(context, request, facts.content_length);
-  if (!body.complete) return;
+  facts.unread_body = body.unread;
+  if (body.unread != UnreadBody::kNot) return;
   facts.raw_body = body.bytes;
   if (body.bytes.find("secretrkey") != std::string_view::npos) facts.keyed_body = body.bytes;
   facts.body = DecodeBody(body.bytes);

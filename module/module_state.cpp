@@ -18,11 +18,13 @@ std::unique_ptr<ModuleState>& Holder() {
 }  // namespace
 
 ModuleState::ModuleState(std::string directory, bool with_log)
-    : config(std::move(directory)),
+    : log(LogDirectory(directory)),
+      states(with_log ? &log : nullptr),
+      config(std::move(directory), &UnixSeconds, &states),
       service(config, with_log),
       contexts(config),
       pipeline(config, contexts, CheckTable()),
-      recorder(with_log ? std::make_unique<CBlockRecorder>(config.Paths().log_directory, service) : nullptr) {
+      recorder(with_log ? std::make_unique<CBlockRecorder>(log, service) : nullptr) {
   SetEventRecorder(recorder.get());
 }
 

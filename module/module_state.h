@@ -6,6 +6,8 @@
 #include <memory>
 #include <string>
 
+#include "common/event_log.h"
+#include "common/state_recorder.h"
 #include "config/qiv_config.h"
 #include "module/block_recorder.h"
 #include "module/pipeline.h"
@@ -20,6 +22,8 @@ struct ModuleState {
   ModuleState(std::string directory, bool with_log);
   ~ModuleState();
 
+  CEventLog log;
+  CStateRecorder states;  ///< writes nothing when nothing is logged
   CQivConfig config;
   CServiceLink service;
   CStoredContexts contexts;

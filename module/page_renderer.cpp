@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdio>
+#include <utility>
 #include <vector>
 
 #include "checks/unlock_registry.h"
@@ -9,6 +10,7 @@
 #include "common/messages.h"
 #include "common/text.h"
 #include "config/website_config.h"
+#include "module/page_encoding.h"
 #include "port/clock.h"
 
 namespace qiv {
@@ -71,6 +73,14 @@ std::string CustomTemplate(const PageSettings& page, const std::string& default_
   return head + Substitute(kWordsBody, std::array<Placeholder, 1>{{{"{{words}}", page.content}}}).append(kPageEnd);
 }
 
+/// Substitutes the values and, knowing the whole page by then, the charset it goes out in.
+std::string WithCharset(std::string_view text, std::vector<Placeholder> values, std::string_view appended,
+                        const RequestFacts& facts) {
+  const std::string_view charset = PageCharset(Substitute(text, values).append(appended), facts);
+  values.push_back({"{{charset}}", charset});
+  return Substitute(text, values).append(appended);
+}
+
 }  // namespace
 
 std::string Substitute(std::string_view text, std::span<const Placeholder> placeholders) {
@@ -113,24 +123,23 @@ std::string FormAction(std::string_view raw_url) {
   return action;
 }
 
-std::string RenderPage(RequestFacts& facts, const CheckResult& result) {
+std::string RenderPage(RequestFacts& facts, const CheckResult& result, std::string_view appended) {
   const PageSettings& page = facts.config->page;
   const Language language = facts.config->language;
   if (page.type == PageSettings::kRedirect && !page.redirect_url.empty()) {
-    return "302 Found " + ToUtf8(page.redirect_url);  // the site's own text
+    return ("302 Found " + ToUtf8(page.redirect_url)).append(appended);  // the site's own text
   }
-  const std::string_view charset = facts.gbk_page ? "gbk" : "utf-8";
-  if (!facts.prepared_page.empty()) {
-    return Substitute(facts.prepared_page, std::array<Placeholder, 1>{{{"{{charset}}", charset}}});
-  }
+  if (!facts.prepared_page.empty()) return WithCharset(facts.prepared_page, {}, appended, facts);
 
   const std::string title = PageText(language, MessageId::kPageTitle);
   const bool with_form = facts.config->response.passwd && facts.page_detail;
   std::string text;
   std::string form;
-  std::vector<Placeholder> values = {{"{{charset}}", charset}};
+  std::vector<Placeholder> values;
   // Everything a placeholder refers to has to outlive the substitution below.
   std::array<std::string, 5> safe;
+  const std::string event = Safe(facts.event_id);
+  if (page.type == PageSettings::kCustom) values.push_back({"{{event_id}}", event});
   if (page.type == PageSettings::kCustom && page.complete_page) {
     text = page.content;
     facts.custom_page = true;
@@ -151,7 +160,7 @@ std::string RenderPage(RequestFacts& facts, const CheckResult& result) {
   }
   if (with_form && text.find("{{secretrkey}}") != std::string::npos) form = PasswordForm(facts);
   values.push_back({"{{secretrkey}}", form});
-  return Substitute(text, values);
+  return WithCharset(text, values, appended, facts);
 }
 
 }  // namespace qiv

@@ -13,7 +13,8 @@ namespace qiv {
 /// The page that the site's settings ask for, in UTF-8 (a whole page or prepared page in another encoding stays as it
 /// is). Sets facts.custom_page when a whole custom page was used; announces the client when the page has the password
 /// form. Everything that comes from the request or a rule is escaped for HTML text and quoted attributes alike.
-std::string RenderPage(RequestFacts& facts, const CheckResult& result);
+/// `appended` follows the page as it stands; "{{charset}}" names what page and appended text go out in.
+std::string RenderPage(RequestFacts& facts, const CheckResult& result, std::string_view appended = {});
 
 struct Placeholder {
   std::string_view name;  ///< with its braces

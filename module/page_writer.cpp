@@ -1,23 +1,23 @@
 #include "module/page_writer.h"
 
-#include <limits>
 #include <new>
 #include <string>
 #include <utility>
 
 #include "checks/event_recorder.h"
 #include "common/char_set.h"
+#include "common/event_log.h"
 #include "config/website_config.h"
 #include "iis/httpserv.h"
+#include "module/page_encoding.h"
 #include "module/page_renderer.h"
 #include "module/server_text.h"
 
 namespace qiv {
 namespace {
 
-constexpr std::size_t kShortestUtf8 = 3;  // bytes; a shorter text is not taken for UTF-8
-
-bool IsUtf8Page(std::string_view page) { return page.size() >= kShortestUtf8 && CCharSet::IsValidUtf8(page); }
+constexpr const char* kEventHeader = "X-Qiv-Event";
+constexpr std::string_view kPageType = "text/html; charset=";
 
 std::string_view Reason(int status) {
   switch (status) {
@@ -54,14 +54,6 @@ std::string LocationOf(std::string_view url) {
   return location;
 }
 
-void SetHeader(iis::IHttpContext& context, iis::IHttpResponse& response, iis::HTTP_HEADER_ID id,
-               std::string_view value) {
-  if (value.size() > std::numeric_limits<iis::USHORT>::max()) return;
-  if (value.find_first_of(std::string_view("\r\n\0", 3)) != std::string_view::npos) return;  // would split the response
-  const char* kept = CopyToRequestMemory(context, value);
-  if (kept) response.SetHeader(id, kept, static_cast<iis::USHORT>(value.size()), 1);
-}
-
 /// What the application may have said of a body that is no longer the only one.
 void DropBodyHeaders(iis::IHttpResponse& response) {
   for (const iis::HTTP_HEADER_ID id :
@@ -73,9 +65,9 @@ void DropBodyHeaders(iis::IHttpResponse& response) {
 
 void SetPageHeaders(iis::IHttpContext& context, iis::IHttpResponse& response, std::string_view charset) {
   response.DeleteHeader(iis::HttpHeaderExpires);
-  SetHeader(context, response, iis::HttpHeaderContentType, std::string("text/html; charset=").append(charset));
+  SetResponseHeader(context, response, iis::HttpHeaderContentType, std::string(kPageType).append(charset));
   // Nobody on the way may keep a block page and show it to others.
-  SetHeader(context, response, iis::HttpHeaderCacheControl, "no-store");
+  SetResponseHeader(context, response, iis::HttpHeaderCacheControl, "no-store");
 }
 
 /// False when the status could not be set: the page is not written then.
@@ -88,19 +80,22 @@ bool PrepareResponse(const RequestFacts& facts, const CheckResult& result, iis::
     const int status = PageStatus(facts, result);
     if (!SetStatus(response, status)) return false;
     const std::string& target = facts.config->page.redirect_url;
-    if (status == 302 && !target.empty() && !sent)
-      SetHeader(context, response, iis::HttpHeaderLocation, LocationOf(target));
+    if (status == 302 && !target.empty() && !sent) {
+      SetResponseHeader(context, response, iis::HttpHeaderLocation, LocationOf(target));
+    }
   }
-  if (!sent) DropBodyHeaders(response);
-  if (!sent && options.render) SetPageHeaders(context, response, charset);
+  if (sent) return true;
+  DropBodyHeaders(response);
+  if (options.render) SetPageHeaders(context, response, charset);
+  if (!facts.event_id.empty()) SetResponseHeader(context, response, kEventHeader, facts.event_id);
   return true;
 }
 
 /// When memory runs out the status alone answers.
 EncodedPage ComposePage(RequestFacts& facts, const CheckResult& result, const PageOptions& options) {
   try {
-    std::string text = options.render ? RenderPage(facts, result) : std::string();
-    text += options.extra_text;
+    if (facts.event_id.empty()) facts.event_id = CEventLog::NewEventId();
+    std::string text = options.render ? RenderPage(facts, result, options.extra_text) : std::string(options.extra_text);
     return EncodePage(std::move(text), facts);
   } catch (const std::bad_alloc&) {
     return {std::string(), "utf-8"};
@@ -127,27 +122,31 @@ int PageStatus(const RequestFacts& facts, const CheckResult& result) {
   return result.response_status ? static_cast<int>(result.response_status) : page.status;
 }
 
-EncodedPage EncodePage(std::string page, const RequestFacts& facts) {
-  const bool converted_content = facts.config->page.content_charset && facts.custom_page;
-  if (facts.gbk_page != converted_content) {
-    if (IsUtf8Page(page)) page = CCharSet::Utf8ToLocal(page);
-    return {std::move(page), "gbk"};
-  }
-  if (!CCharSet::IsValidUtf8(page)) page = CCharSet::LocalToUtf8(page);
-  return {std::move(page), "utf-8"};
-}
-
 void WritePage(RequestFacts& facts, const CheckResult& result, CStoredContexts& contexts, const PageOptions& options) {
   iis::IHttpContext& context = *facts.context;
   const EncodedPage page = ComposePage(facts, result, options);
 
   const bool first_page = !contexts.PageWritten(context);
-  contexts.MarkPageWritten(context);
+  contexts.MarkPageWritten(context, facts.event_id);
   iis::IHttpResponse* response = context.GetResponse();
   if (response && PrepareResponse(facts, result, *response, page.charset, options)) {
     WriteChunk(context, *response, page.text);
   }
   if (first_page) EventRecorder().RecordBlock(facts, result);
+}
+
+void KeepPageHeaders(const RequestFacts& facts) {
+  iis::IHttpContext& context = *facts.context;
+  iis::IHttpResponse* response = context.GetResponse();
+  if (!response) return;
+  SetResponseHeader(context, *response, kEventHeader, facts.event_id);
+  iis::USHORT length = 0;
+  const char* value = response->GetHeader(iis::HttpHeaderContentType, &length);
+  const std::string_view type = ServerText(value, length);
+  for (const std::string_view charset : {"gbk", "utf-8"}) {
+    const std::string ours = std::string(kPageType).append(charset);
+    if (type.starts_with(ours + ",")) SetResponseHeader(context, *response, iis::HttpHeaderContentType, ours);
+  }
 }
 
 }  // namespace qiv

@@ -16,16 +16,14 @@ struct PageOptions {
 };
 
 /// Writes the page, marks the request, and records the event: once a request, however many pages are written for it.
+/// The response carries the event's identifier, facts.event_id, as "X-Qiv-Event".
 void WritePage(RequestFacts& facts, const CheckResult& result, CStoredContexts& contexts, const PageOptions& options);
+
+/// For a request that a page was written for, when its response leaves: what other modules have put on top of the
+/// page's headers goes, and the identifier is there. A response that was replaced keeps its own type.
+void KeepPageHeaders(const RequestFacts& facts);
 
 /// Status code that a page goes out with.
 int PageStatus(const RequestFacts& facts, const CheckResult& result);
-
-/// The page in the encoding it goes out in.
-struct EncodedPage {
-  std::string text;
-  std::string_view charset;  ///< "gbk" or "utf-8"
-};
-EncodedPage EncodePage(std::string page, const RequestFacts& facts);
 
 }  // namespace qiv

@@ -1,13 +1,16 @@
 #include "module/pipeline.h"
 
 #include <new>
+#include <string>
 
 #include "checks/event_recorder.h"
+#include "common/state_recorder.h"
 #include "config/website_config.h"
 #include "module/facts_collector.h"
 #include "module/page_writer.h"
 #include "module/response_hardening.h"
 #include "module/response_reader.h"
+#include "module/secrets.h"
 #include "port/clock.h"
 
 namespace qiv {
@@ -33,6 +36,33 @@ iis::USHORT ResponseStatus(iis::IHttpContext& context) {
     response->GetStatus(&status, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
   }
   return status;
+}
+
+/// Whether who asks, when, how often or from where decides: the same URL is then not for everybody, and an answer that
+/// the system's own cache gave would pass by all of this.
+bool DependsOnClient(const WebsiteConfig& config) {
+  const ListSettings& lists = config.lists;
+  return lists.status_url || lists.status_ua || lists.status_rf || lists.status_iparea || lists.status_malice ||
+         config.attack.e404 || config.attack.cc || config.attack.agent || config.attack.spider || config.protect.link ||
+         config.protect.admin || config.protect.timelimit;
+}
+
+/// A body that the checks wanted and did not get is what somebody should know of.
+void ReportUnreadBody(const RequestFacts& facts, CStateRecorder& states) {
+  static constexpr MessageId kReasons[] = {MessageId::kStateBodyTooLarge, MessageId::kStateBodyUnreadable,
+                                           MessageId::kStateBodyNoMemory};
+  if (facts.unread_body == UnreadBody::kNot) return;
+  try {
+    const std::string what = facts.method + " " + WithoutSecrets(facts.raw_url);
+    states.Happened(StateKind::kBody, kReasons[static_cast<std::size_t>(facts.unread_body) - 1], what);
+  } catch (const std::bad_alloc&) {
+    // The checks go on.
+  }
+}
+
+void KeepFromKernelCache(iis::IHttpContext& context) {
+  constexpr iis::ULONG kByHandler = 9;  // the server's number for "a handler or module wants it so"
+  if (iis::IHttpResponse* response = context.GetResponse()) response->DisableKernelCache(kByHandler);
 }
 
 void HardenResponse(const RequestFacts& facts, CheckResult& result) {
@@ -107,9 +137,11 @@ iis::REQUEST_NOTIFICATION_STATUS CPipeline::BeginRequest(iis::IHttpContext& cont
 
   RequestFacts facts;
   StartRecord(context, kPhaseBegin, facts);
+  if (DependsOnClient(*facts.config)) KeepFromKernelCache(context);
   if (!CollectFacts(context, facts)) return RQ_NOTIFICATION_CONTINUE;
   if (IsUnprotectedIpv6(facts)) return RQ_NOTIFICATION_CONTINUE;
   if (!ReadHeadersAndBody(context, facts, true)) return RQ_NOTIFICATION_CONTINUE;
+  ReportUnreadBody(facts, *config_.States());
   contexts_.Save(context, facts);  // without it the later notifications read the request again
 
   CheckResult result;
@@ -164,14 +196,15 @@ iis::REQUEST_NOTIFICATION_STATUS CPipeline::SendResponse(iis::IHttpContext& cont
   if (!LoadOrRebuild(context, kPhaseSendResponse, facts)) return RQ_NOTIFICATION_CONTINUE;
   if (IsUnprotectedIpv6(facts)) return RQ_NOTIFICATION_CONTINUE;
 
+  // A response goes out in any number of sends; only the one with the headers can still be changed, and counts.
+  const bool with_headers = (!provider || provider->GetHeadersBeingSent()) && !context.GetResponseHeadersSent();
+  if (with_headers && !facts.event_id.empty()) KeepPageHeaders(facts);
+
   const iis::USHORT status = ResponseStatus(context);
   CheckResult result;
   RunStage(Stage::kLists, facts, result);
   if (result.status == kAllowed) return RQ_NOTIFICATION_CONTINUE;
   if (result.status == kBlocked) return RQ_NOTIFICATION_FINISH_REQUEST;
-
-  // A response goes out in any number of sends; only the one with the headers can still be changed, and counts.
-  const bool with_headers = (!provider || provider->GetHeadersBeingSent()) && !context.GetResponseHeadersSent();
   if (!with_headers) return RQ_NOTIFICATION_CONTINUE;
   HardenResponse(facts, result);
   if (result.status == kBlocked) {

@@ -1,7 +1,9 @@
 #include "module/response_hardening.h"
 
+#include <algorithm>
 #include <limits>
 #include <string>
+#include <vector>
 
 #include "common/char_set.h"
 #include "common/messages.h"
@@ -14,11 +16,64 @@ namespace {
 constexpr const char* kServerHeaders[] = {"Server", "X-Powered-By", "X-AspNet-Version", "X-AspNetMvc-Version"};
 constexpr std::string_view kSetCookie = "set-cookie";
 constexpr const char* kFrameOptions = "X-Frame-Options";
+constexpr std::string_view kFrameOptionsLower = "x-frame-options";
 constexpr std::size_t kMostHeaderBytes = std::numeric_limits<iis::USHORT>::max();
 
 iis::IHttpResponse* UnsentResponse(const RequestFacts& facts) {
   iis::IHttpResponse* response = facts.context->GetResponse();
   return response && !facts.context->GetResponseHeadersSent() ? response : nullptr;
+}
+
+// What an earlier notification set stands at the head of a value that the application appended to: a server that
+// appends puts a comma between the two.
+
+/// The value without what an earlier notification put at its head.
+std::string_view WithoutOurs(std::string_view value, std::string_view ours) {
+  while (!ours.empty() && value.starts_with(ours)) {
+    const std::size_t next = value.find_first_not_of(' ', ours.size());
+    if (next == std::string_view::npos) return {};
+    if (value[next] != ',') break;
+    value.remove_prefix(std::min(value.find_first_not_of(' ', next + 1), value.size()));
+  }
+  return value;
+}
+
+/// Where a header's value and its length stand in the raw response.
+struct HeaderSlot {
+  const char** value;
+  iis::USHORT* length;
+  iis::HTTP_UNKNOWN_HEADER* unknown;  ///< the whole entry; null for a header that the server has a number for
+
+  std::string_view Text() const { return ServerText(*value, *length); }
+  void Set(std::string_view text) const {
+    *value = text.data();
+    *length = static_cast<iis::USHORT>(text.size());
+  }
+};
+
+/// Every entry of a header, in order. `name` in lower case.
+std::vector<HeaderSlot> SlotsOf(iis::HTTP_RESPONSE& raw, std::string_view name) {
+  std::vector<HeaderSlot> slots;
+  iis::HTTP_RESPONSE_HEADERS& headers = raw.Headers;
+  for (std::size_t i = 0; headers.pUnknownHeaders && i < headers.UnknownHeaderCount; ++i) {
+    iis::HTTP_UNKNOWN_HEADER& header = headers.pUnknownHeaders[i];
+    if (CCharSet::LowerAscii(ServerText(header.pName, header.NameLength)) != name) continue;
+    slots.push_back({&header.pRawValue, &header.RawValueLength, &header});
+  }
+  return slots;
+}
+
+/// Takes entries out of several of the same name: under a name of their own the server deletes them and no other.
+void DropEntries(iis::IHttpResponse& response, const std::vector<HeaderSlot>& slots) {
+  static constexpr std::string_view kDropped = "X-Qiv-Dropped";
+  for (const HeaderSlot& slot : slots) {
+    slot.Set({});
+    if (!slot.unknown) continue;
+    slot.unknown->pName = kDropped.data();
+    slot.unknown->NameLength = static_cast<iis::USHORT>(kDropped.size());
+  }
+  // Servers may delete one entry at a time.
+  for (std::size_t i = 0; i < slots.size(); ++i) response.DeleteHeader(kDropped.data());
 }
 
 /// The value joined with the attribute text, in the request's memory; nothing when the value is to stay as it is.
@@ -31,32 +86,40 @@ std::string_view WithAttributes(iis::IHttpContext& context, std::string_view val
   return kept ? std::string_view(kept, joined.size()) : std::string_view();
 }
 
-/// Treats every cookie of the raw response. True when there is one.
-bool TreatCookies(iis::IHttpContext& context, iis::HTTP_RESPONSE& raw, std::string_view attributes) {
-  bool found = false;
-  const auto treat = [&](const char*& value, iis::USHORT& length) {
-    found = true;
-    const std::string_view treated = WithAttributes(context, ServerText(value, length), attributes);
-    if (treated.empty()) return;
-    value = treated.data();
-    length = static_cast<iis::USHORT>(treated.size());
-  };
-  iis::HTTP_RESPONSE_HEADERS& headers = raw.Headers;
-  for (std::size_t i = 0; headers.pUnknownHeaders && i < headers.UnknownHeaderCount; ++i) {
-    iis::HTTP_UNKNOWN_HEADER& header = headers.pUnknownHeaders[i];
-    if (CCharSet::LowerAscii(ServerText(header.pName, header.NameLength)) != kSetCookie) continue;
-    treat(header.pRawValue, header.RawValueLength);
+/// Treats every cookie of the raw response. True when there is one, ours among them.
+bool TreatCookies(const RequestFacts& facts, iis::IHttpResponse& response, iis::HTTP_RESPONSE& raw,
+                  std::string_view attributes) {
+  std::vector<HeaderSlot> slots = SlotsOf(raw, kSetCookie);
+  iis::HTTP_KNOWN_HEADER& known = raw.Headers.KnownHeaders[iis::HttpHeaderSetCookie];
+  if (known.pRawValue && known.RawValueLength != 0) {
+    slots.push_back({&known.pRawValue, &known.RawValueLength, nullptr});
   }
-  iis::HTTP_KNOWN_HEADER& known = headers.KnownHeaders[iis::HttpHeaderSetCookie];
-  if (known.pRawValue && known.RawValueLength != 0) treat(known.pRawValue, known.RawValueLength);
-  return found;
+  std::vector<HeaderSlot> no_cookies;  // empty ones, and the one that a response without cookies gets
+  for (const HeaderSlot& slot : slots) {
+    const std::string_view own = facts.phase > kPhaseBegin ? WithoutOurs(slot.Text(), attributes) : slot.Text();
+    if (own.empty() || own == attributes) {
+      no_cookies.push_back(slot);
+      continue;
+    }
+    slot.Set(own);
+    const std::string_view treated = WithAttributes(*facts.context, own, attributes);
+    if (!treated.empty()) slot.Set(treated);
+  }
+  if (no_cookies.size() < slots.size()) {
+    DropEntries(response, no_cookies);
+  } else if (!no_cookies.empty()) {
+    no_cookies.front().Set(attributes);
+    no_cookies.erase(no_cookies.begin());
+    DropEntries(response, no_cookies);
+  }
+  return !slots.empty();
 }
 
 void ProtectCookies(const RequestFacts& facts, iis::IHttpResponse& response) {
   const std::string_view attributes = CookieAttributeText(facts.config->request);
   if (attributes.empty()) return;
   iis::HTTP_RESPONSE* raw = response.GetRawHttpResponse();
-  if (raw && TreatCookies(*facts.context, *raw, attributes)) return;
+  if (raw && TreatCookies(facts, response, *raw, attributes)) return;
   // A server that shows its cookies by name alone: they could be several, so they stay as they are.
   iis::USHORT length = 0;
   const char* value = response.GetHeader("Set-Cookie", &length);
@@ -64,26 +127,38 @@ void ProtectCookies(const RequestFacts& facts, iis::IHttpResponse& response) {
   response.SetHeader("Set-Cookie", attributes.data(), static_cast<iis::USHORT>(attributes.size()), 1);
 }
 
-/// What X-Frame-Options is to be; empty to leave it.
-std::string FrameValue(const RequestSettings& request, std::string_view current) {
+/// The value that the settings choose; empty for none.
+std::string FrameChoice(const RequestSettings& request) {
   const std::string& mode = request.xframe_type;
-  std::string value;
-  if (mode == "DENY" || mode == "SAMEORIGIN") {
-    value = mode;
-  } else if (mode == "ALLOW-FROM") {
-    value = "\"ALLOW-FROM " + request.xframe_allowfrom + "\"";  // the quotes belong to the value
-  }
-  return current.find(value) == std::string_view::npos ? value : std::string();
+  if (mode == "DENY" || mode == "SAMEORIGIN") return mode;
+  // The quotes belong to the value.
+  return mode == "ALLOW-FROM" ? "\"ALLOW-FROM " + request.xframe_allowfrom + "\"" : std::string();
 }
 
+/// All values of X-Frame-Options, joined as a server joins them.
+std::string CurrentFrameValue(iis::IHttpResponse& response) {
+  std::string joined;
+  iis::HTTP_RESPONSE* raw = response.GetRawHttpResponse();
+  if (!raw) {
+    iis::USHORT length = 0;
+    const char* value = response.GetHeader(kFrameOptions, &length);
+    return joined.append(ServerText(value, length));
+  }
+  for (const HeaderSlot& slot : SlotsOf(*raw, kFrameOptionsLower)) {
+    joined.append(joined.empty() ? "" : ",").append(slot.Text());
+  }
+  return joined;
+}
+
+/// Of our value and the application's one stays: the one that the settings choose over the application's.
 void ProtectFrames(const RequestFacts& facts, iis::IHttpResponse& response) {
   if (!facts.config->request.xframe) return;
-  iis::USHORT length = 0;
-  const char* header = response.GetHeader(kFrameOptions, &length);
-  const std::string value = FrameValue(facts.config->request, ServerText(header, length));
-  if (value.empty() || value.size() > kMostHeaderBytes) return;
-  const char* kept = CopyToRequestMemory(*facts.context, value);
-  if (kept) response.SetHeader(kFrameOptions, kept, static_cast<iis::USHORT>(value.size()), 1);
+  const std::string choice = FrameChoice(facts.config->request);
+  if (choice.empty()) return;
+  const std::string current = CurrentFrameValue(response);
+  std::string_view value = facts.phase > kPhaseBegin ? WithoutOurs(current, choice) : std::string_view(current);
+  if (value.find(choice) == std::string_view::npos) value = choice;
+  if (value != current) SetResponseHeader(*facts.context, response, kFrameOptions, value);
 }
 
 }  // namespace

@@ -1,7 +1,9 @@
 // Response headers: names of the server software removed, cookies given protection attributes, X-Frame-Options set.
 //
 // The pipeline runs this in every notification, so that headers set by the application are treated too; each step is
-// therefore idempotent. Nothing is changed once the response's headers were sent.
+// therefore idempotent, and what the first notification set counts as nothing where the application answers for itself:
+// a server that appends makes "SAMEORIGIN,DENY" of our value and the application's, of which one may go out. Nothing is
+// changed once the response's headers were sent.
 //
 // How several cookies are treated without losing one: the server keeps "Set-Cookie" as unknown headers, one entry each,
 // in the raw response that goes on the wire. Reading "Set-Cookie" by name yields one of them, and setting it with

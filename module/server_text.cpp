@@ -14,4 +14,26 @@ char* CopyToRequestMemory(iis::IHttpContext& context, std::string_view text) {
   return copy;
 }
 
+namespace {
+
+template <typename Header>
+void SetText(iis::IHttpContext& context, iis::IHttpResponse& response, Header header, std::string_view value) {
+  if (value.size() > std::numeric_limits<iis::USHORT>::max()) return;
+  if (value.find_first_of(std::string_view("\r\n\0", 3)) != std::string_view::npos) return;
+  const char* kept = CopyToRequestMemory(context, value);
+  if (kept) response.SetHeader(header, kept, static_cast<iis::USHORT>(value.size()), 1);
+}
+
+}  // namespace
+
+void SetResponseHeader(iis::IHttpContext& context, iis::IHttpResponse& response, const char* name,
+                       std::string_view value) {
+  SetText(context, response, name, value);
+}
+
+void SetResponseHeader(iis::IHttpContext& context, iis::IHttpResponse& response, iis::HTTP_HEADER_ID id,
+                       std::string_view value) {
+  SetText(context, response, id, value);
+}
+
 }  // namespace qiv

@@ -41,4 +41,11 @@ inline std::string_view ServerVariable(iis::IHttpContext& context, const char* n
 /// A copy with a terminator in memory that lives as long as the request; null when the server has no memory.
 char* CopyToRequestMemory(iis::IHttpContext& context, std::string_view text);
 
+/// Sets a header of the response, in place of what it held. Left as it is when the value does not fit a header, would
+/// end its line, or the server has no memory.
+void SetResponseHeader(iis::IHttpContext& context, iis::IHttpResponse& response, const char* name,
+                       std::string_view value);
+void SetResponseHeader(iis::IHttpContext& context, iis::IHttpResponse& response, iis::HTTP_HEADER_ID id,
+                       std::string_view value);
+
 }  // namespace qiv

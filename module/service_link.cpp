@@ -23,7 +23,7 @@ bool Guarded(Work&& work) noexcept {
 CServiceLink::CServiceLink(CQivConfig& config, bool may_write)
     : config_(config),
       exchange_(config.Paths().in_file, may_write ? config.Paths().out_log : std::string()),
-      libraries_({config.Paths().ipv4_areas, config.Paths().ipv6_areas, config.Paths().bad_ips}),
+      libraries_({config.Paths().ipv4_areas, config.Paths().ipv6_areas, config.Paths().bad_ips}, config.States()),
       checks_(exchange_, &libraries_) {
   SetCheckState(&checks_);
   config_.SetTickClient(this);

@@ -40,9 +40,12 @@ bool CStoredContexts::Save(iis::IHttpContext& context, const RequestFacts& recor
   }
 }
 
-bool CStoredContexts::MarkPageWritten(iis::IHttpContext& context) {
+bool CStoredContexts::MarkPageWritten(iis::IHttpContext& context, std::string_view event_id) {
   try {
-    return Update(context, [](CQivStoredContext& stored) { stored.page_written = 1; });
+    return Update(context, [event_id](CQivStoredContext& stored) {
+      stored.page_written = 1;
+      if (stored.record.event_id.empty()) stored.record.event_id = event_id;
+    });
   } catch (const std::bad_alloc&) {
     return false;
   }

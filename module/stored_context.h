@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string_view>
 
 #include "checks/request_facts.h"
 #include "config/qiv_config.h"
@@ -37,8 +38,8 @@ class CStoredContexts {
   /// A copy of the saved record; false when none was saved.
   bool Load(iis::IHttpContext& context, RequestFacts* record);
 
-  /// Notes that a page was written for the request. False as above.
-  bool MarkPageWritten(iis::IHttpContext& context);
+  /// Notes that a page was written for the request, and in its record the event of the first one. False as above.
+  bool MarkPageWritten(iis::IHttpContext& context, std::string_view event_id);
 
   bool PageWritten(iis::IHttpContext& context);
 

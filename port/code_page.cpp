@@ -208,6 +208,21 @@ std::string Utf16ToGbk(std::u16string_view utf16) {
 
 std::string Utf8ToGbk(std::string_view utf8) { return ConvertBytes(utf8, utf8.size(), NextUtf8, PutGbk); }
 
+void Utf8ToGbkInPlace(std::string* text) {
+  char* const bytes = text->data();
+  std::size_t written = 0;  // never beyond `pos`: no character is longer in GBK
+  for (std::size_t pos = 0; pos < text->size();) {
+    const std::size_t run = AsciiRun(*text, pos);
+    if (run != 0 && written != pos) std::memmove(bytes + written, bytes + pos, run);
+    written += run;
+    pos += run;
+    while (pos < text->size() && static_cast<unsigned char>(bytes[pos]) >= 0x80) {
+      written += PutGbk(NextUtf8(*text, &pos), bytes + written);
+    }
+  }
+  text->resize(written);
+}
+
 std::string GbkToUtf8(std::string_view gbk) { return ConvertBytes(gbk, gbk.size() + gbk.size() / 2, NextGbk, PutUtf8); }
 
 }  // namespace qiv

@@ -23,6 +23,8 @@ std::string Utf16ToGbk(std::u16string_view utf16);
 
 /// The same as going through UTF-16, without the copy in between.
 std::string Utf8ToGbk(std::string_view utf8);
+/// The same without a second buffer: for texts as large as a body.
+void Utf8ToGbkInPlace(std::string* text);
 std::string GbkToUtf8(std::string_view gbk);
 
 /// Bytes of the well-formed UTF-8 sequence (RFC 3629) at `pos` < utf8.size(), 1 to 4; 0 when there is none. `code`

@@ -17,6 +17,7 @@
 #include "tools/files.h"
 #include "tools/printable.h"
 #include "tools/report.h"
+#include "tools/request_frames.h"
 
 namespace qiv {
 namespace {
@@ -26,6 +27,7 @@ struct CheckOptions {
   std::vector<std::string> files;
   std::string client;  ///< address the requests seem to come from
   bool json = false;
+  bool batch = false;  ///< framed requests on standard input
 };
 
 /// Takes the place of the event log.
@@ -98,6 +100,16 @@ std::string ReadableText(const Decision& decision) {
   return text;
 }
 
+/// Tab-separated: decision, status, check, item, reason (of a refusal: why), rule.
+std::string TabbedLine(const Decision& decision) {
+  const CheckResult& result = decision.result;
+  std::string line = decision.decision + '\t' + std::to_string(decision.status) + '\t' + result.check;
+  const std::string_view reason = decision.refusal.empty() ? std::string_view(result.reason) : decision.refusal;
+  for (const std::string_view text : {std::string_view(result.item), reason, std::string_view(result.rule)})
+    line.append("\t").append(Printable(text));
+  return line + '\n';
+}
+
 /// An exit code other than kExitOk when the installation cannot judge anything; the reason has been printed then.
 int Prepare(const CheckOptions& options) {
   const std::string directory = ResolveModuleDirectory(options.config);
@@ -112,6 +124,48 @@ int Prepare(const CheckOptions& options) {
   return report.Print();
 }
 
+/// Requests from files, each with its text below its name.
+int CheckFiles(host::CModuleHost& server, CCapture& capture, const CheckOptions& options) {
+  int exit_code = kExitOk;
+  for (const std::string& file : options.files) {
+    std::string text;
+    if (!ReadInput(file, &text)) {
+      CReport report(file);
+      report.Error(0, "cannot be read");
+      return report.Print();
+    }
+    Decision decision = Judge(server, capture, options, text);
+    decision.file = file;
+    WriteOutput(options.json ? JsonLine(decision) : ReadableText(decision));
+    if (decision.decision != "pass") exit_code = kExitFinding;
+  }
+  return exit_code;
+}
+
+/// Framed requests from standard input, one line each. What was asked is answered before the next frame is waited for.
+int CheckBatch(host::CModuleHost& server, CCapture& capture, const CheckOptions& options) {
+  CRequestFrames frames(stdin);
+  std::string text;
+  int exit_code = kExitOk;
+  for (;;) {
+    switch (frames.Read(&text)) {
+      case CRequestFrames::Next::kEnd:
+        return exit_code;
+      case CRequestFrames::Next::kMalformed: {
+        CReport report("standard input");
+        report.Error(0, "request " + std::to_string(frames.Number()) + " " + frames.Problem());
+        return report.Print();
+      }
+      case CRequestFrames::Next::kRequest:
+        break;
+    }
+    Decision decision = Judge(server, capture, options, text);
+    decision.file = std::to_string(frames.Number());
+    WriteOutput(options.json ? JsonLine(decision) : TabbedLine(decision));
+    if (decision.decision != "pass") exit_code = kExitFinding;
+  }
+}
+
 int Check(const CheckOptions& options) {
   if (const int exit_code = Prepare(options); exit_code != kExitOk) return exit_code;
   CCapture capture;
@@ -124,20 +178,8 @@ int Check(const CheckOptions& options) {
       CReport report(ModuleConfig().Paths().config_file);
       report.Error(0, "the configuration cannot be used: the module would let every request pass");
       exit_code = report.Print();
-    }
-    for (const std::string& file : options.files) {
-      if (exit_code == kExitError) break;
-      std::string text;
-      if (!ReadInput(file, &text)) {
-        CReport report(file);
-        report.Error(0, "cannot be read");
-        exit_code = report.Print();
-        break;
-      }
-      Decision decision = Judge(server, capture, options, text);
-      decision.file = file;
-      WriteOutput(options.json ? JsonLine(decision) : ReadableText(decision));
-      if (decision.decision != "pass") exit_code = kExitFinding;
+    } else {
+      exit_code = options.batch ? CheckBatch(server, capture, options) : CheckFiles(server, capture, options);
     }
   }
   SetEventRecorder(nullptr);
@@ -153,8 +195,12 @@ void AddCheckCommand(CLI::App* app, int* exit_code) {
   command->add_option("--config", options->config, "Directory of the installation, or its config folder")->required();
   command->add_option("--client", options->client, "Address the requests come from");
   command->add_flag("--json", options->json, "One JSON object a line");
-  command->add_option("requests", options->files, "Files with a request as it goes over the wire; - is standard input")
-      ->required();
+  CLI::Option_group* const input = command->add_option_group("input");
+  input->add_flag("--batch", options->batch,
+                  "Requests from standard input, each after a line \"%% BYTES\" and before a line feed; one line of "
+                  "result each, divided by tabs: decision, status, check, item, reason, rule");
+  input->add_option("requests", options->files, "Files with a request as it goes over the wire; - is standard input");
+  input->require_option(1);
   command->callback([options, exit_code] { *exit_code = Check(*options); });
 }
 

@@ -16,6 +16,7 @@ void AddCheckCommand(CLI::App* app, int* exit_code);
 void AddReferenceCommand(CLI::App* app, int* exit_code);
 void AddAreaCommand(CLI::App* app, int* exit_code);
 void AddListCommands(CLI::App* app, int* exit_code);  ///< deny, auth, verify, forgive, lists
+void AddEventCommand(CLI::App* app, int* exit_code);
 void AddLogCommand(CLI::App* app, int* exit_code);
 void AddScanCommand(CLI::App* app, int* exit_code);
 void AddServiceCommand(CLI::App* app, int* exit_code);

@@ -38,7 +38,28 @@ std::unique_ptr<JsonArray> KeywordRecords(const std::string& path, Language lang
   return records;
 }
 
-/// The profile with the language and the keyword lists filled in; empty after an error.
+const char* LanguageName(Language language) { return language == Language::kChinese ? "zh-CN" : "en-US"; }
+
+/// A copy of a profile's response section in which "@pages/NAME" is replaced by that page in the site's language.
+std::unique_ptr<JsonObject> ResponseWithPage(const JsonObject& given, const std::string& rules, Language language,
+                                             int* exit_code) {
+  constexpr std::string_view kPages = "@pages/";
+  auto response = std::make_unique<JsonObject>();
+  for (const JsonObject::Member* const member : given.Members()) {
+    const std::string content = member->first == "ret_content" ? given.GetText("ret_content") : std::string();
+    if (!content.starts_with(kPages)) {
+      response->Set(member->first, CloneJson(*member->second));
+      continue;
+    }
+    const std::string path = rules + "/pages/" + content.substr(kPages.size()) + "." + LanguageName(language) + ".html";
+    std::string page;
+    if (!ReadInput(path, &page)) *exit_code = Fail(path, "cannot be read");
+    response->SetText(member->first, page);
+  }
+  return response;
+}
+
+/// The profile with the language, the page and the keyword lists filled in; empty after an error.
 std::string MakeSettings(const std::string& rules, const InitOptions& options, int* exit_code) {
   const std::string path = rules + "/settings/" + options.profile + ".json";
   CReport report(path);
@@ -59,11 +80,17 @@ std::string MakeSettings(const std::string& rules, const InitOptions& options, i
     sql->Set(place + "_keys", KeywordRecords(rules + "/keywords/" + place + ".txt", options.language, exit_code));
   }
   JsonObject settings;
-  settings.SetText("language", options.language == Language::kChinese ? "zh-CN" : "en-US");
+  settings.SetText("language", LanguageName(options.language));
   for (const JsonObject::Member* const member : profile->Root().Members()) {
     if (member->first == "language") continue;
-    const bool is_sql = member->first == "website_sql";
-    settings.Set(member->first, is_sql ? std::move(sql) : CloneJson(*member->second));
+    const JsonObject* const response = member->first == "website_response" ? member->second->AsObject() : nullptr;
+    if (member->first == "website_sql") {
+      settings.Set(member->first, std::move(sql));
+    } else if (response != nullptr) {
+      settings.Set(member->first, ResponseWithPage(*response, rules, options.language, exit_code));
+    } else {
+      settings.Set(member->first, CloneJson(*member->second));
+    }
   }
   if (sql != nullptr) settings.Set("website_sql", std::move(sql));
   return WriteJson(settings, 2) + "\n";

@@ -45,8 +45,6 @@ struct Need {
 constexpr Need kNeeds[] = {
     {"website_attack", "cc", "cc_lock_freq", "\"cc\" is on, but \"cc_lock_freq\" 0 turns it off"},
     {"website_attack", "cc", "cc_lock_time", "\"cc\" is on, but \"cc_lock_time\" 0 turns it off"},
-    {"website_attack", "e404", "e404_lock_freq", "\"e404\" is on, but \"e404_lock_freq\" 0 turns it off"},
-    {"website_attack", "e404", "e404_lock_time", "\"e404\" is on, but \"e404_lock_time\" 0 turns it off"},
     {"website_attack", "overflow",
      "overflow_url_maxlen overflow_httpheader_maxlen overflow_post_maxsize overflow_httpheader_rule",
      "\"overflow\" is on, but every limit is 0"},

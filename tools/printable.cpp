@@ -35,8 +35,9 @@ bool IsPlainPath(std::string_view path) {
 
 }  // namespace
 
-std::string Printable(std::string_view local) {
-  std::string text = CCharSet::LocalToUtf8(local);
+std::string Printable(std::string_view local) { return PrintableUtf8(CCharSet::LocalToUtf8(local)); }
+
+std::string PrintableUtf8(std::string text) {
   for (std::size_t i = 0; i < text.size(); ++i) {
     if (IsControl(text[i])) text[i] = ' ';
     if (IsWideControl(std::string_view(text).substr(i))) text.replace(i, 2, "  ");

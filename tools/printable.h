@@ -8,6 +8,8 @@ namespace qiv {
 
 /// GBK to UTF-8; control characters become blanks: texts can quote a request or a file.
 std::string Printable(std::string_view local);
+/// The same of a text in UTF-8.
+std::string PrintableUtf8(std::string text);
 
 /// A path as it is; bytes that are no UTF-8 and control characters become "\xHH", and then also "\" becomes "\x5C", so
 /// that the bytes can be told.

@@ -15,7 +15,10 @@ constexpr std::string_view kHead =
     "in\n"
     "which the module reads them. How the file is written and stored: [file-formats.md](file-formats.md).\n"
     "\n"
-    "A key that is missing reads as empty: a switch is then off, a number 0, a list empty.\n"
+    "A key that is missing reads as empty: a switch is then off, a number 0, a list empty. A key marked \"(No effect "
+    "in "
+    "this\n"
+    "version.)\" is read and kept, but nothing acts on it yet.\n"
     "\n"
     "| Type | Written as |\n"
     "|---|---|\n"
@@ -32,14 +35,16 @@ constexpr std::string_view kHead =
 
 constexpr std::string_view kTableHead = "\n| Key | Type | Meaning |\n|---|---|---|\n";
 
-void AddRow(std::string_view name, std::string_view type, std::string_view meaning, std::string* page) {
-  *page += "| `" + std::string(name) + "` | " + std::string(type) + " | " + ReplaceAll(meaning, "|", "\\|") + " |\n";
+void AddRow(std::string_view name, std::string_view type, KeyReader reader, std::string_view meaning,
+            std::string* page) {
+  const std::string_view remark = reader == KeyReader::kIdle ? "(No effect in this version.) " : "";
+  AppendAll(page, {"| `", name, "` | ", type, " | ", remark, ReplaceAll(meaning, "|", "\\|"), " |\n"});
 }
 
 void AddScalars(std::string_view section, std::string* page) {
   *page += kTableHead;
   for (const ConfigKey& key : ScalarKeys()) {
-    if (key.section == section) AddRow(key.name, KeyTypeName(key.type), key.meaning, page);
+    if (key.section == section) AddRow(key.name, KeyTypeName(key.type), key.reader, key.meaning, page);
   }
 }
 
@@ -49,16 +54,18 @@ std::string ReferencePage() {
   std::string page(kHead);
   page += "\n## Top level\n";
   AddScalars("", &page);
-  AddRow("system_common_areas", "object", "Areas that several websites share; carried as it is.", &page);
+  AddRow("system_common_areas", "object", KeyReader::kIdle, "Areas that several websites share; carried as it is.",
+         &page);
   page += "\n## website_other\n";
   AddScalars("website_other", &page);
   for (const std::string_view section : ConfigSections()) {
     page += "\n## " + std::string(section) + "\n" + std::string(kTableHead);
-    for (const ConfigKey& key : ConfigKeys(section)) AddRow(key.name, KeyTypeName(key.type), key.meaning, &page);
+    for (const ConfigKey& key : ConfigKeys(section))
+      AddRow(key.name, KeyTypeName(key.type), key.reader, key.meaning, &page);
   }
   page += "\n## ip_sets\n" + std::string(kTableHead);
   for (const IpSetKey& key : IpSetKeys()) {
-    AddRow(key.name, key.is_key_list ? "list" : "addresses", key.meaning, &page);
+    AddRow(key.name, key.is_key_list ? "list" : "addresses", key.reader, key.meaning, &page);
   }
   page +=
       "\nAddresses are an object `{\"ipv4\": [...], \"ipv6\": [...]}`, an array, or one text. Each entry is a single "

@@ -153,6 +153,9 @@ class CLinter {
         break;
     }
     if (IsAddressList(name)) Addresses(name, value);
+    if (const std::string_view idle = NoEffectText(key.reader); !idle.empty() && !text.empty() && text != "0") {
+      Find(value, Quoted(name) + " " + std::string(idle));
+    }
     if (const std::string remark = LintChoice(key, text); !remark.empty()) Find(value, remark);
   }
 

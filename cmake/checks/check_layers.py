@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Refuses upward includes, and OS headers, OS conditionals and third-party headers outside the folders that may have them.
 
-Layers, lowest first: port, common, engines, config, checks, module. A folder includes itself and what stands below it.
+Layers, lowest first: port, base, common, engines, config, checks, module. A folder includes itself and what stands below it.
 iis/ stands apart: the module and the host meet in it. Of the rooms of engines/ neither knows the other, and those of
 webshell/ stand in an order of their own."""
 import pathlib
@@ -10,11 +10,11 @@ import sys
 
 import cpp_text
 
-LAYERS = ["port", "common", "engines", "config", "checks", "module"]
+LAYERS = ["port", "base", "common", "engines", "config", "checks", "module"]
 ALLOWED = {folder: set(LAYERS[:i + 1]) for i, folder in enumerate(LAYERS)}
 ALLOWED["module"] |= {"iis"}
 ALLOWED["iis"] = {"iis"}
-ALLOWED["host"] = {"host", "iis", "port"}
+ALLOWED["host"] = {"host", "iis", "port", "base"}
 EVERYTHING = set(LAYERS) | {"iis", "host", "tools", "tests", "bench", "fuzz"}
 for free in ("tools", "tests", "bench", "fuzz"):
     ALLOWED[free] = EVERYTHING - ({"tests"} if free == "tools" else set())
@@ -52,7 +52,7 @@ OS_HEADER = re.compile(
 OS_CONDITIONAL = re.compile(
     r"^\s*#\s*(?:if|ifdef|ifndef|elif)\b.*\b(?:_?WIN(?:32|64)|_WINDOWS|_MSC_VER|__MINGW(?:32|64)__|__CYGWIN__|__linux(?:__)?"
     r"|linux|__unix(?:__)?|__APPLE__|__GLIBC__|_POSIX_VERSION)\b", re.M)
-THIRD_PARTY = {"boost": ("host/", "tests/", "bench/"), "CLI": ("tools/", "bench/"), "gtest": ("tests/",), "gmock": ("tests/",),
+THIRD_PARTY = {"boost": ("host/", "tests/", "bench/"), "CLI": ("host/", "tools/", "bench/"), "gtest": ("tests/",), "gmock": ("tests/",),
                "benchmark": ("bench/",)}
 INCLUDE = re.compile(r'^\s*#\s*include\s*(?:<([^>]+)>|"([^"]+)")', re.M)
 

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""check_locks.py BUILD_FOLDER: compiles the module's sources with clang for their lock annotations (no object files).
+"""check_locks.py BUILD_FOLDER: compiles the sources of module and host with clang for their lock annotations (no object files).
 
 The annotations of port/thread_annotations.h mean nothing to g++; clang refuses a guarded item touched without its lock."""
 import concurrent.futures
@@ -12,7 +12,7 @@ import sys
 
 import cpp_text
 
-FOLDERS = ("port/", "common/", "engines/", "config/", "checks/", "module/")
+FOLDERS = ("port/", "common/", "engines/", "config/", "checks/", "module/", "host/")
 
 
 def clang_command(source, root):

@@ -15,6 +15,7 @@ struct WebshellResult {
   std::uint32_t kind = 0;        ///< rule kind number: 4 PHP, 5 ASP and ASPX
   std::uint32_t size_limit = 0;  ///< of the rule
   bool suspicious = false;       ///< a weak finding: reported, but better acted upon only in strict mode
+  bool partial = false;          ///< nothing was found, but limits kept a part from being followed
   bool known_good = false;       ///< nothing was found because the text holds known-good code
 
   bool operator==(const WebshellResult&) const = default;

@@ -13,6 +13,8 @@
 namespace qiv {
 namespace {
 
+constexpr std::size_t kShortestScript = 10;  // bytes: a mark, and a call of something with what the request says
+
 CSignatureLibrary BuildLibrary(Language language, std::string_view text, std::string_view user_rules,
                                std::string_view free_code) {
   CSignatureLibrary::Parts parts;
@@ -52,7 +54,7 @@ CQivLibs::CQivLibs(Language language, std::string_view library_text, std::string
     : language_(language), library_(BuildLibrary(language, library_text, user_rules, free_code)) {}
 
 bool CQivLibs::WebshellScan(std::string_view text, WebshellResult* result) const {
-  result->known_good = false;
+  result->known_good = result->partial = false;
   if (text.empty() || text.size() > kLongestText) return false;
   const std::size_t size = text.size();
   std::string narrow;
@@ -73,15 +75,16 @@ bool CQivLibs::WebshellScan(std::string_view text, WebshellResult* result) const
   }
   if (match.rule != nullptr) {
     const SignatureRule& rule = *match.rule;
-    *result = {rule.name, {}, rule.terms.front(), rule.terms.front(), rule.number, rule.size_limit, false, false};
+    *result = {rule.name, {}, rule.terms.front(), rule.terms.front(), rule.number, rule.size_limit};
     return true;
   }
+  if (size < kShortestScript) return false;
   if (text.find("<?") != std::string_view::npos && AnalysePhp(text, language_, result)) return true;
   // A page may consist of "<script runat=server>" alone.
   constexpr std::size_t kNone = std::string_view::npos;
   if (text.find("<%") == kNone && (FindNoCase(text, "<script") == kNone || FindNoCase(text, "runat") == kNone))
     return false;
-  return AnalyseAsp(library_, local, language_, result) || AnalyseAspx(local, language_, result);
+  return AnalysePage(library_, local, language_, result);
 }
 
 bool CQivLibs::WebshellScan(std::string* text, WebshellResult* result) const {

@@ -62,6 +62,14 @@ class Pages(unittest.TestCase):
         installation = harness.Installation(language=language)
         try:
             with harness.Host(installation, root=ROOT / "docs/demo-site") as host, Browser() as browser:
+                document = browser.document(f"http://127.0.0.1:{host.port}{ATTACKS['event']}")
+                self.assertRegex(document, "<code>[0-9a-f]{16}</code>")
+                self.assertIn(f'<html lang="{language}">', document)
+                self.assertEqual("本次访问已被拦截" in document, chinese, document)
+                self.assertNotIn("\ufffd", document)
+            # The page that repeats what it was asked.
+            installation.edit({"website_response": {"ret_type": "2"}})
+            with harness.Host(installation, root=ROOT / "docs/demo-site") as host, Browser() as browser:
                 address = f"http://127.0.0.1:{host.port}"
                 self.assertIn("Harbour Books", browser.document(address + "/products.html?category=sea"))
                 for name, target in ATTACKS.items():

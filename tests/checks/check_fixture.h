@@ -38,6 +38,7 @@ class CCheckFixture : public testing::Test, public IEventRecorder {
   }
 
   void RecordBlock(const RequestFacts&, const CheckResult&) override {}
+  void RecordPartial(const RequestFacts&, const CheckResult& note) override { partial_.push_back(note.check); }
   void RecordStatistics(std::string_view category, std::string_view client, std::string_view rule) override {
     statistics_.push_back(std::string(category) + " " + std::string(client) + " " + std::string(rule));
   }
@@ -80,6 +81,7 @@ class CCheckFixture : public testing::Test, public IEventRecorder {
   std::shared_ptr<WebsiteConfig> site_ = std::make_shared<WebsiteConfig>();
   RequestFacts facts_;
   std::vector<std::string> statistics_;
+  std::vector<std::string> partial_;  // checks that did not examine everything
 };
 
 }  // namespace qiv

@@ -263,6 +263,15 @@ TEST_F(WebshellCheckTest, WritesTheTextsOfABlock) {
   EXPECT_EQ(statistics_, std::vector<std::string>{"trojan 192.0.2.7 -"});
 }
 
+TEST_F(WebshellCheckTest, TellsWhatItDidNotReach) {
+  Body("application/octet-stream", "<% x %>");
+  EXPECT_EQ(Run(), "");
+  EXPECT_TRUE(partial_.empty());
+  Body("application/octet-stream", "<% x %>" + std::string(CQivLibs::kLongestText, ' ') + "<%execute request(1)%>");
+  EXPECT_EQ(Run(), "");
+  EXPECT_EQ(partial_, std::vector<std::string>{"webshell"});
+}
+
 // What makes a careless search slow, or read behind the end.
 TEST_F(WebshellCheckTest, StaysBounded) {
   for (const std::string_view piece :

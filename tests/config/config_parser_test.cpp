@@ -9,6 +9,7 @@
 
 #include "common/char_set.h"
 #include "config/config_keys.h"
+#include "config/local_form.h"
 #include "tests/config/config_text.h"
 
 namespace qiv {
@@ -114,6 +115,33 @@ TEST(ConfigParser, ReadsValues) {
     const WebsiteConfig config = Parse(SettingsText(Section(c.section, c.json)));
     EXPECT_EQ(c.read(config), c.expected) << c.section << " " << c.json;
   }
+}
+
+TEST(ConfigParser, LeavesOutWhatHasNoGbkForm) {
+  const struct {
+    KeyType type;
+    const char* written;
+    const char* kept;  // UTF-8
+    std::vector<std::string> lost;
+  } cases[] = {
+      {KeyType::kList, "ä", "", {"ä"}},
+      {KeyType::kList, "/a|/中 ä|/中|?", "/a|/中|?", {"/中 ä"}},
+      {KeyType::kNames, ",a,ö , b,", ",a, b,", {"ö"}},
+      {KeyType::kExtensions, "jpg|ñ,png", "jpg|png", {"ñ"}},
+      {KeyType::kRules, "a==ä*b{*}{*}r{*}1{#}x{*}{*}ä remark{*}2{#}", "x{*}{*}? remark{*}2{#}", {"a==ä*b{*}{*}r{*}1"}},
+      {KeyType::kText, "中", "中", {}},
+      {KeyType::kNumber, "1ä", "1?", {}},
+  };
+  for (const auto& c : cases) {
+    std::vector<std::string> lost;
+    EXPECT_EQ(CCharSet::LocalToUtf8(ToLocalForm(c.type, c.written, &lost)), c.kept) << c.written;
+    EXPECT_EQ(lost, c.lost) << c.written;
+  }
+  std::vector<std::string> lost;
+  EXPECT_EQ(ToLocalForm(KeyType::kText, "中ä", &lost), "中ä") << "a text stays whole, in UTF-8";
+  EXPECT_EQ(TaggedToLocalForm(KeyType::kList, "\xD6\xD0|\xCE\xC4", &lost), "\xD6\xD0|\xCE\xC4") << "GBK already";
+  const WebsiteConfig config = Parse(SettingsText(Section("website_attack", "{'cc_allow_ips':'10.0.0.1,ä 10.0.0.2'}")));
+  EXPECT_EQ(config.attack.cc_allow_ips, "10.0.0.1,? 10.0.0.2") << "one odd word costs no address";
 }
 
 TEST(ConfigParser, ReadsUploadTypes) {

@@ -12,6 +12,7 @@
 
 #include "port/file.h"
 #include "port/module_path.h"
+#include "tests/common/state_news.h"
 #include "tests/config/config_text.h"
 #include "tests/port/temporary_directory.h"
 
@@ -54,12 +55,23 @@ class QivConfig : public testing::Test {
   }
   int Number() const { return config_.Current()->attack.cc_lock_freq; }
 
+  /// What the state recorder wrote since the last call, without the reasons.
+  std::vector<std::string> News() {
+    std::vector<std::string> news = news_.Take();
+    for (std::string& line : news)
+      line.erase(line.find('|', line.find('|', line.find('|', line.find('|') + 1) + 1) + 1));
+    return news;
+  }
+  using Lines = std::vector<std::string>;
+
   CTemporaryDirectory directory_;
+  CStateNews news_;
+  CStateRecorder states_{news_.Log()};
   const std::filesystem::file_time_type start_ = std::filesystem::file_time_type::clock::now() - std::chrono::hours(1);
   int writes_ = 0;
   CQivConfig config_{
       directory_.Path("") + (directory_.Path("").ends_with(kPathSeparator) ? "" : std::string(1, kPathSeparator)),
-      &TestClock};
+      &TestClock, &states_};
 };
 
 TEST_F(QivConfig, StartsSwitchedOffWithDefaults) {
@@ -91,6 +103,81 @@ TEST_F(QivConfig, LooksAtFilesEveryTwoSeconds) {
   test_now += 1;
   config_.RefreshTick();
   EXPECT_EQ(Number(), 2);
+}
+
+TEST_F(QivConfig, AClockThatWasWrongOrSetBackDoesNotStopTheTick) {
+  constexpr std::int64_t kYear = 365 * 86'400;
+  int number = 0;
+  for (const std::int64_t step : {std::int64_t{-3'600}, kYear, -kYear, std::int64_t{-2}, std::int64_t{2}}) {
+    Write(Numbered(++number));
+    test_now += step;
+    config_.RefreshTick();
+    EXPECT_EQ(Number(), number) << step;
+    Write(Numbered(++number));
+    test_now += step < 0 ? -1 : 1;  // threads may read the clock in another order than they get here
+    config_.RefreshTick();
+    EXPECT_EQ(Number(), number - 1) << step;
+    Tick();
+    Tick();
+  }
+}
+
+TEST_F(QivConfig, WhatAConfigurationIsRefusedForIsReportedOnce) {
+  Tick();
+  Tick();
+  EXPECT_EQ(News(), (Lines{"load|fault|_config.db|", "protection|off||"})) << "no file";
+  Write("abc");
+  Tick();
+  Tick();
+  EXPECT_EQ(News(), Lines{"load|fault|_config.db|"}) << "another reason; protection is off as before";
+  Write(Numbered(1));
+  Tick();
+  EXPECT_EQ(News(), (Lines{"load|ok|_config.db|", "protection|on||"}));
+  Write(Numbered(2));
+  Tick();
+  EXPECT_EQ(News(), Lines());
+  std::filesystem::remove(std::filesystem::u8path(File("_config.db")));
+  Tick();
+  Tick();
+  EXPECT_EQ(news_.Take(),
+            (Lines{"load|fault|_config.db||The file is missing|", "protection|off|||Requests pass unchecked|"}));
+}
+
+TEST_F(QivConfig, ADamagedSectionNamesWhatIsOff) {
+  const std::string attack = "<website_attack>{\"cc_lock_freq\":7}</website_attack>";
+  const std::string sql = "<website_sql>{\"get\":1,\"allow_urls\":\"/a|\xC3\xA4|/b\"}</website_sql>";
+  Write(FileText("<sys_is_qiv>1</sys_is_qiv>" + SettingsText(attack + sql)));
+  Tick();
+  EXPECT_EQ(News(), (Lines{"protection|on||", "items|fault|_config.db|website_sql.allow_urls"}));
+  EXPECT_EQ(config_.Current()->sql.allow_urls, "/a|/b");
+  // One wrong digit in each block of the section, one at a time. Some stand in a value, where they only change that.
+  const std::string good = FileText("<sys_is_qiv>1</sys_is_qiv>" + SettingsText(attack + sql));
+  const std::size_t begin = good.find("<qivips_websiteconfigpart>") + 26;
+  const std::size_t part = SettingsText(attack).size() + std::string("<sys_is_qiv>1</sys_is_qiv>").size();
+  int damaged = 0;
+  for (std::size_t block = part / 16 + 1; block <= (part + sql.size()) / 16; ++block) {
+    std::string text = good;
+    char& digit = text[begin + 32 * block];
+    digit = digit == '0' ? '1' : '0';
+    Write(text);
+    Tick();
+    ASSERT_TRUE(config_.IsConfigValid());
+    ASSERT_EQ(Number(), 7) << "the other sections apply";
+    if (!states_.IsFault(StateKind::kSection, "_config.db", "website_sql")) continue;
+    ++damaged;
+    EXPECT_EQ(config_.Current()->sql.get, 0);
+  }
+  EXPECT_GE(damaged, 3);
+  news_.Take();
+  Write(FileText(SettingsText(attack + "<website_sql>{\"get\":1</website_sql>")));
+  Tick();
+  Write(FileText(SettingsText(attack)));
+  Tick();
+  for (const std::string& line : news_.Take()) {
+    EXPECT_TRUE(line.find("SQL injection and XSS") != line.npos || line.find("In order") != line.npos) << line;
+  }
+  EXPECT_FALSE(states_.IsFault(StateKind::kSection, "_config.db", "website_sql"));
+  EXPECT_FALSE(states_.IsFault(StateKind::kItems, "_config.db", "website_sql.allow_urls"));
 }
 
 TEST_F(QivConfig, ARefusedFileSwitchesOffUntilTheNextGoodOne) {
@@ -206,10 +293,24 @@ TEST_F(QivConfig, LibrariesFollowTheFlag) {
   Write("_sql_user.db", LibraryText("mine%61"));
   Tick();
   EXPECT_EQ(config_.Library()->FindRule("minea"), 1) << "user-defined rules follow the built-in ones";
-  Write("_sql.db", "not a library");
+  News();
+  for (const std::string& refused : {std::string("not a library"), LibraryText("x").substr(0, 64), std::string()}) {
+    Write("_sql.db", refused);
+    Tick();
+    EXPECT_EQ(config_.Library()->FindRule("two"), 0) << "the last good library stays";
+    EXPECT_EQ(config_.Library()->FindRule("minea"), 1);
+  }
+  EXPECT_EQ(News(), Lines{"load|fault|_sql.db|"});
+  std::filesystem::remove(std::filesystem::u8path(File("_sql.db")));
   Tick();
-  EXPECT_EQ(config_.Library()->FindRule("two"), -1);
+  EXPECT_EQ(config_.Library()->FindRule("two"), -1) << "a removed library leaves force";
   EXPECT_EQ(config_.Library()->FindRule("minea"), 0);
+  EXPECT_EQ(News(), Lines{"load|fault|_sql.db|"}) << "another reason";
+  Write("_sql.db", LibraryText("three{*}*{*}{*}1{#}\xC3\xA4"));
+  Tick();
+  EXPECT_EQ(config_.Library()->FindRule("three"), 0);
+  EXPECT_EQ(config_.Library()->Rules().size(), 2U) << "a rule whose words have no GBK form is left out";
+  EXPECT_EQ(News(), (Lines{"items|fault|_sql.db|", "load|ok|_sql.db|"}));
   const std::shared_ptr<const InjectionLibrary> same = config_.Library();
   Tick();
   EXPECT_EQ(config_.Library(), same);

@@ -1,7 +1,6 @@
 """What the end-to-end tests share: starting the host and an upstream, raw requests over a socket, installations."""
 import contextlib
 import hashlib
-import http.client
 import json
 import os
 import pathlib
@@ -21,6 +20,7 @@ SUFFIX = ".exe" if WINE else ""
 MODULE = "QivIpsIIs.dll" if WINE else "libQivIpsIIs.so"
 START_SECONDS = 120 if WINE else 30
 STOP_SECONDS = 60
+LIMIT = 120  # seconds for what must happen, on a busy machine
 
 
 def native(path):
@@ -68,11 +68,100 @@ class Installation:
         shutil.rmtree(self.directory, ignore_errors=True)
 
 
+class Response:
+    def __init__(self, status, headers, body, whole):
+        self.status, self.headers, self.body, self.whole = status, headers, body, whole
+
+    def header(self, name):
+        return ", ".join(value for key, value in self.headers if key.lower() == name.lower()) or None
+
+
+class Client:
+    """A raw connection."""
+
+    def __init__(self, port, address="127.0.0.1"):
+        self.socket = socket.create_connection((address, port), timeout=LIMIT)
+        self.buffer = b""
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.socket.close()
+
+    def send(self, data):
+        self.socket.sendall(data if isinstance(data, (bytes, bytearray)) else data.encode("latin-1"))
+
+    def more(self):
+        try:
+            data = self.socket.recv(65536)
+        except ConnectionError:
+            data = b""
+        self.buffer += data
+        return bool(data)
+
+    def line(self):
+        while b"\r\n" not in self.buffer:
+            if not self.more():
+                raise EOFError(self.buffer)
+        line, self.buffer = self.buffer.split(b"\r\n", 1)
+        return line.decode("latin-1")
+
+    def take(self, size):
+        while len(self.buffer) < size and self.more():
+            pass
+        data, self.buffer = self.buffer[:size], self.buffer[size:]
+        return data
+
+    def head(self):
+        status = int(self.line().split(" ")[1])
+        headers = []
+        while line := self.line():
+            headers.append(tuple(line.split(": ", 1)))
+        return status, headers
+
+    def chunk(self):
+        size = int(self.line(), 16)
+        data = self.take(size)
+        if self.line() != "":
+            raise EOFError
+        return data
+
+    def response(self, head=False):
+        status, headers = self.head()
+        response = Response(status, headers, b"", True)
+        if head or status < 200 or status in (204, 304):
+            return response
+        try:
+            if response.header("Transfer-Encoding") == "chunked":
+                while data := self.chunk():
+                    response.body += data
+            elif response.header("Content-Length") is not None:
+                length = int(response.header("Content-Length"))
+                response.body = self.take(length)
+                response.whole = len(response.body) == length
+            else:
+                while self.more():
+                    pass
+                response.body, self.buffer = self.buffer, b""
+        except EOFError:
+            response.whole = False
+        return response
+
+    def closed(self):
+        """Waits for the end of the connection; True when nothing more came."""
+        before = self.buffer
+        while self.more():
+            pass
+        return self.buffer == before
+
+
 class HostProcess:
     """A running qivhost that listens on a free port; leaves with the `with` block."""
     stop_signal = signal.SIGTERM
 
     def __init__(self, *arguments, address="127.0.0.1"):
+        self.address = address
         listen = f"[{address}]:0" if ":" in address else f"{address}:0"
         self.process = subprocess.Popen(command("qivhost", "--listen", listen, *arguments), stdin=subprocess.DEVNULL,
                                         stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
@@ -89,6 +178,9 @@ class HostProcess:
         self.port = int(self.output[-1].rsplit(":", 1)[1])
         self.reader = threading.Thread(target=self._drain, daemon=True)
         self.reader.start()
+
+    def connect(self):
+        return Client(self.port, self.address)
 
     def _drain(self):
         for line in self.process.stdout:
@@ -119,36 +211,32 @@ class Host(HostProcess):
 
     def __init__(self, installation, root=None, upstream=None, threads=32, extra=(), address="127.0.0.1"):
         source = ["--root", native(root)] if root else ["--upstream", f"http://127.0.0.1:{upstream}"]
-        self.address = address
         super().__init__("--module", native(installation.module), *source, "--threads", threads, *extra, address=address)
 
     def get(self, target, headers=None):
         return self.request("GET", target, headers=headers)
 
     def request(self, method, target, body=None, headers=None):
-        connection = http.client.HTTPConnection(self.address, self.port, timeout=60)
-        try:
-            connection.request(method, target, body=body, headers=headers or {})
-            response = connection.getresponse()
-            return response.status, dict_of(response.getheaders()), response.read()
-        finally:
-            connection.close()
+        fields = {"Host": f"h:{self.port}", **(headers or {})}
+        if body is not None:
+            fields["Content-Length"] = len(body)
+        head = "".join(f"{name}: {value}\r\n" for name, value in fields.items())
+        with self.connect() as client:
+            client.send(f"{method} {target} HTTP/1.1\r\n{head}\r\n")
+            client.send(body or b"")
+            response = client.response(head=method == "HEAD")
+        assert response.whole, (response.status, response.headers)
+        by_name = {}
+        for name, value in response.headers:
+            by_name.setdefault(name.lower(), []).append(value)
+        return response.status, by_name, response.body
 
     def raw(self, data):
         """Sends bytes as they stand; the status code and the body of the first response."""
-        with socket.create_connection((self.address, self.port), timeout=60) as connection:
-            connection.sendall(data)
-            response = http.client.HTTPResponse(connection)
-            response.begin()
-            return response.status, response.read()
-
-
-def dict_of(headers):
-    """Header values by lower-cased name; those of a repeated header in order."""
-    result = {}
-    for name, value in headers:
-        result.setdefault(name.lower(), []).append(value)
-    return result
+        with self.connect() as client:
+            client.send(data)
+            response = client.response()
+            return response.status, response.body
 
 
 class Service:

@@ -17,6 +17,7 @@ class Protection(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
         cls.installation = Installation(language="en-US")
+        cls.installation.edit({"website_response": {"ret_type": "2"}})
         cls.site = site()
         cls.host = Host(cls.installation, root=cls.site.__enter__())
 
@@ -62,7 +63,7 @@ class Protection(unittest.TestCase):
         self.host.get("/one-event?id=1")
         wait_until(self.installation.log.exists, 5, "the log")
         events = [json.loads(line) for line in self.installation.log.read_text("utf-8").splitlines()]
-        ours = [event for event in events if "/one-event" in event["url"]]
+        ours = [event for event in events if "/one-event" in event.get("url", "")]
         self.assertEqual(len(ours), 3)
         self.assertEqual(ours[0]["item"], "SQL Injection Protection(GET)")
         self.assertEqual(ours[0]["client"], "127.0.0.1")
@@ -130,10 +131,36 @@ class Responses(unittest.TestCase):
             upstream.shutdown()
 
 
+class Pages(unittest.TestCase):
+    def test_a_visitor_quotes_the_number_under_which_the_operator_finds_the_event(self):
+        for language, words in (("en-US", "This request was blocked"), ("zh-CN", "本次访问已被拦截")):
+            for profile in ("default", "strict"):
+                with self.subTest(language=language, profile=profile):
+                    self.check_page(Installation(language=language, profile=profile), words, language)
+
+    def check_page(self, installation, words, language):
+        self.addCleanup(installation.remove)
+        with site() as root, Host(installation, root=root) as host:
+            status, headers, page = host.get("/?id=1+union+select+1,2+from+users")
+        self.assertEqual(status, 403)
+        charset = re.fullmatch("text/html; charset=(.*)", headers["content-type"][0])[1]
+        text = page.decode(charset)
+        self.assertIn(f'<meta charset="{charset}">', text)
+        self.assertIn(f'lang="{language}"', text)
+        self.assertIn(words, text)
+        for detail in ("union", "SQL", "127.0.0.1", "{{"):
+            self.assertNotIn(detail, text)
+        number = re.search("<code>([0-9a-f]{16})</code>", text)[1]
+        self.assertEqual(headers["x-qiv-event"], [number])
+        shown = run("qivctl", "event", number, "--config", native(installation.directory), "--json").stdout
+        self.assertIn("union", json.loads(shown)["url"])
+
+
 class Languages(unittest.TestCase):
     def test_chinese_page(self):
         installation = Installation(language="zh-CN")
         self.addCleanup(installation.remove)
+        installation.edit({"website_response": {"ret_type": "2"}})
         with site() as root, Host(installation, root=root) as host:
             status, headers, page = host.get("/?id=1+union+select+1,2+from+users")
         self.assertEqual(status, 403)

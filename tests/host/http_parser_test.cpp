@@ -206,6 +206,17 @@ TEST(ChunkedDecoder, AcceptsAndRefuses) {
       {"no hexadecimal digit", "g\r\n", Status::kMalformed, "", 0},
       {"prefix", "0x3\r\nabc\r\n", Status::kMalformed, "", 0},
       {"sign", "+3\r\nabc\r\n", Status::kMalformed, "", 0},
+      {"fifteen digits", "000000000000003\r\nabc\r\n0\r\n\r\n", Status::kDone, "abc", 0},
+      {"sixteen digits", "0000000000000003\r\nabc\r\n", Status::kMalformed, "", 0},
+      {"digits of the next chunk are counted anew", "00000001\r\na\r\n00000001\r\nb\r\n0\r\n\r\n", Status::kDone, "ab",
+       0},
+      {"size behind a blank", " 3\r\nabc\r\n", Status::kMalformed, "", 0},
+      {"size with a minus", "-3\r\nabc\r\n", Status::kMalformed, "", 0},
+      {"text behind the size", "3x\r\nabc\r\n", Status::kMalformed, "", 0},
+      {"extension of 16 KiB", "1;" + std::string(kMaxHeadBytes, 'x') + "\r\na\r\n0\r\n\r\n", Status::kDone, "a", 0},
+      {"extensions count together",
+       "1;" + std::string(kMaxHeadBytes / 2, 'x') + "\r\na\r\n1;" + std::string(kMaxHeadBytes / 2 + 1, 'x'),
+       Status::kMalformed, "a", 0},
       {"size of 64 bits and more", "10000000000000003\r\nabc\r\n", Status::kMalformed, "", 0},
       {"data longer than its size", "3\r\nabcd\r\n", Status::kMalformed, "abc", 0},
       {"line feed alone after the size", "3\nabc\r\n0\r\n\r\n", Status::kMalformed, "", 0},
@@ -257,42 +268,69 @@ TEST(RawRequest, ParsedAndRun) {
   }
 }
 
-TEST(UpstreamHead, AcceptsAndRefuses) {
+TEST(UpstreamReader, AcceptsAndRefuses) {
+  enum { kGood, kCut, kBad };
   struct Case {
-    const char* text;
-    UpstreamParse result;
-    int status;
-    bool keep_alive;
-    std::size_t headers;
+    std::string text;
+    int result;  ///< when the upstream closes behind it
+    int status = 0;
+    bool keep_alive = false;
+    std::size_t headers = 0;
+    std::string body = {};
   };
+  const std::string ok = "HTTP/1.1 200 OK\r\n";
+  const std::string chunks = ok + "Transfer-Encoding: chunked\r\n\r\n";
   const Case cases[] = {
-      {"HTTP/1.1 200 OK\r\nA: b\r\nConnection: X-Hop\r\nX-Hop: 1\r\nKeep-Alive: t\r\n\r\nbody",
-       UpstreamParse::kComplete, 200, true, 1},
-      {"HTTP/1.1 404\r\n\r\n", UpstreamParse::kComplete, 404, true, 0},
-      {"HTTP/1.0 200 \r\n\r\n", UpstreamParse::kComplete, 200, false, 0},
-      {"HTTP/1.0 200 OK\r\nConnection: keep-alive\r\nContent-Length: 0\r\n\r\n", UpstreamParse::kComplete, 200, true,
-       0},
-      {"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\nContent-Length: 3\r\n\r\n", UpstreamParse::kComplete, 200,
-       false, 0},
-      {"HTTP/1.1 200 OK\r\nA: b", UpstreamParse::kNeedMore, 0, false, 0},
-      {"HTTP/2 200\r\n\r\n", UpstreamParse::kMalformed, 0, false, 0},
-      {"HTTP/1.1 20 OK\r\n\r\n", UpstreamParse::kMalformed, 0, false, 0},
-      {"HTTP/1.1 099 OK\r\n\r\n", UpstreamParse::kMalformed, 0, false, 0},
-      {"HTTP/1.1 200 OK\r\nbad line\r\n\r\n", UpstreamParse::kMalformed, 0, false, 0},
-      {"HTTP/1.1 200 OK\r\nA: b\rC: d\r\n\r\n", UpstreamParse::kMalformed, 0, false, 0},
-      {"HTTP/1.1 200 OK\r\nContent-Length: 1\r\nContent-Length: 2\r\n\r\n", UpstreamParse::kMalformed, 0, false, 0},
-      {"HTTP/1.1 200 OK\r\nTransfer-Encoding: gzip\r\n\r\n", UpstreamParse::kMalformed, 0, false, 0},
-      {"\r\n\r\n", UpstreamParse::kMalformed, 0, false, 0},
+      {ok + "A: b\r\nConnection: X-Hop\r\nX-Hop: 1\r\nKeep-Alive: t\r\nX: \xE4\xFF\r\n\r\nbody", kGood, 200, false, 2,
+       "body"},
+      {ok + "Content-Length: 4\r\n\r\nbody", kGood, 200, true, 0, "body"},
+      {ok + "Content-Length: 5\r\n\r\nbody", kCut},
+      {"HTTP/1.0 200 OK\r\nConnection: keep-alive\r\nContent-Length: 0\r\n\r\n", kGood, 200, true},
+      {"HTTP/1.0 200 \r\nContent-Length: 0\r\n\r\n", kGood, 200, false},
+      {"HTTP/1.1 204 No\r\nContent-Length: 9\r\n\r\n", kGood, 204, true},
+      {"HTTP/1.1 304 No\r\nContent-Length: 9\r\n\r\n", kGood, 304, true},
+      {chunks + "3;x\r\nabc\r\nA\r\n0123456789\r\n0\r\nT: 1\r\n\r\n", kGood, 200, true, 0, "abc0123456789"},
+      {chunks + "3\r\nabc\r\n", kCut},
+      {chunks + "3\r\nabcd\r\n0\r\n\r\n", kBad},
+      {chunks + "zz\r\n", kBad},
+      {chunks + "fffffffffffffffff\r\n", kBad},
+      {chunks + "3" + std::string(300 * 1024, ';'), kBad},
+      {ok + "A: b", kCut},
+      {ok + "A: " + std::string(300 * 1024, 'x'), kBad},
+      {ok + "Transfer-Encoding: chunked\r\nContent-Length: 3\r\n\r\n", kBad},
+      {ok + "Transfer-Encoding: gzip\r\n\r\n", kBad},
+      {ok + "Transfer-Encoding: gzip, chunked\r\n\r\n", kBad},
+      {ok + "Content-Length: 1\r\nContent-Length: 2\r\n\r\n", kBad},
+      {ok + "bad line\r\n\r\n", kBad},
+      {ok + "A: b\rC: d\r\n\r\n", kBad},
+      {"HTTP/2 200\r\n\r\n", kBad},
+      {"HTTP/1.1 20 OK\r\n\r\n", kBad},
+      {"HTTP/1.1 099 OK\r\n\r\n", kBad},
+      {"", kCut},
   };
   for (const Case& c : cases) {
-    SCOPED_TRACE(c.text);
-    const ExactCopy copy(c.text);
-    UpstreamHead head;
-    ASSERT_EQ(ParseUpstreamHead(copy.View(), &head), c.result);
-    if (c.result != UpstreamParse::kComplete) continue;
-    EXPECT_EQ(head.status, c.status);
-    EXPECT_EQ(head.keep_alive, c.keep_alive);
-    EXPECT_EQ(head.headers.size(), c.headers);
+    for (const std::size_t step : {c.text.size() + 1, std::size_t{5}}) {
+      if (step == 5 && c.text.size() > 9999) continue;
+      SCOPED_TRACE(c.text.substr(0, 90));
+      CUpstreamReader reader;
+      UpstreamHead head;
+      std::string input, body;
+      UpstreamParse parsed = UpstreamParse::kNeedMore;
+      bool in_body = false;
+      for (std::size_t at = 0; at < c.text.size() && parsed == UpstreamParse::kNeedMore; at += step) {
+        input.append(c.text, at, step);
+        if (!in_body) parsed = reader.ReadHead(&input, &head);
+        in_body = in_body || parsed == UpstreamParse::kComplete;
+        if (in_body) parsed = reader.ReadBody(&input, &body);
+      }
+      const bool ended = parsed == UpstreamParse::kComplete || (in_body && reader.EndsHere());
+      ASSERT_EQ(parsed == UpstreamParse::kMalformed ? kBad : ended ? kGood : kCut, c.result);
+      if (c.result != kGood) continue;
+      EXPECT_EQ(head.status, c.status);
+      EXPECT_EQ(reader.keeps_alive(), c.keep_alive);
+      EXPECT_EQ(head.headers.size(), c.headers);
+      EXPECT_EQ(body, c.body);
+    }
   }
 }
 

@@ -17,10 +17,9 @@ import unittest
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "e2e"))
 import harness  # pylint: disable=wrong-import-position
-from harness import WINE, native  # pylint: disable=wrong-import-position
+from harness import LIMIT, WINE, Client, native  # pylint: disable=wrong-import-position
 
 MODULE = os.environ["QIV_HOSTILE_MODULE"]
-LIMIT = 120
 LARGE = 104857601
 
 
@@ -34,9 +33,6 @@ class Host(harness.HostProcess):
     def stop(self):
         code = super().stop()
         assert code == 0, (code, self.output)
-
-    def connect(self):
-        return Client(self.port)
 
     def ask(self, text, head=False):
         with self.connect() as client:
@@ -52,94 +48,6 @@ class Host(harness.HostProcess):
         if WINE:
             return 0
         return int(re.search(r"VmHWM:\s+(\d+)", pathlib.Path(f"/proc/{self.process.pid}/status").read_text())[1])
-
-
-class Response:
-    def __init__(self, status, headers, body, whole):
-        self.status, self.headers, self.body, self.whole = status, headers, body, whole
-
-    def header(self, name):
-        return ", ".join(value for key, value in self.headers if key.lower() == name.lower()) or None
-
-
-class Client:
-    """A raw connection."""
-
-    def __init__(self, port):
-        self.socket = socket.create_connection(("127.0.0.1", port), timeout=LIMIT)
-        self.buffer = b""
-
-    def __enter__(self):
-        return self
-
-    def __exit__(self, *_):
-        self.socket.close()
-
-    def send(self, data):
-        self.socket.sendall(data if isinstance(data, (bytes, bytearray)) else data.encode("latin-1"))
-
-    def more(self):
-        try:
-            data = self.socket.recv(65536)
-        except ConnectionError:
-            data = b""
-        self.buffer += data
-        return bool(data)
-
-    def line(self):
-        while b"\r\n" not in self.buffer:
-            if not self.more():
-                raise EOFError(self.buffer)
-        line, self.buffer = self.buffer.split(b"\r\n", 1)
-        return line.decode("latin-1")
-
-    def take(self, size):
-        while len(self.buffer) < size and self.more():
-            pass
-        data, self.buffer = self.buffer[:size], self.buffer[size:]
-        return data
-
-    def head(self):
-        status = int(self.line().split(" ")[1])
-        headers = []
-        while line := self.line():
-            headers.append(tuple(line.split(": ", 1)))
-        return status, headers
-
-    def chunk(self):
-        size = int(self.line(), 16)
-        data = self.take(size)
-        if self.line() != "":
-            raise EOFError
-        return data
-
-    def response(self, head=False):
-        status, headers = self.head()
-        response = Response(status, headers, b"", True)
-        if head or status in (100, 204, 304):
-            return response
-        try:
-            if response.header("Transfer-Encoding") == "chunked":
-                while data := self.chunk():
-                    response.body += data
-            elif response.header("Content-Length") is not None:
-                length = int(response.header("Content-Length"))
-                response.body = self.take(length)
-                response.whole = len(response.body) == length
-            else:
-                while self.more():
-                    pass
-                response.body, self.buffer = self.buffer, b""
-        except EOFError:
-            response.whole = False
-        return response
-
-    def closed(self):
-        """Waits for the end of the connection; True when nothing more came."""
-        before = self.buffer
-        while self.more():
-            pass
-        return self.buffer == before
 
 
 class Upstream:
@@ -475,29 +383,104 @@ class Lifetime(unittest.TestCase):
                 response = busy.response()
                 self.assertEqual(response.status, 405)
                 self.assertTrue(busy.closed())
+                host.process.wait(LIMIT)
         self.assertEqual(host.output[-2:], ["factory terminated", "global terminated"])
         self.assertTrue(any("GET /%E4?<x> 404" in line for line in host.output), host.output)
 
+    @unittest.skipIf(WINE, "one Ctrl-C is all that can be sent there")
+    def test_a_second_signal_ends_at_once(self):
+        with contextlib.ExitStack() as stack:
+            host = Host("--root", self.folder.name, "--threads", "1", "--waiting-threads", "1")
+            stack.callback(host.process.kill)
+            for _ in range(4):
+                client = stack.enter_context(host.connect())
+                client.send("POST / HTTP/1.1\r\nHost: h\r\nX-Do: read\r\nExpect: 100-continue\r\nContent-Length: 4\r\n\r\n")
+            self.assertEqual(client.response().status, 100)
+            host.process.send_signal(signal.SIGTERM)
+            with contextlib.suppress(OSError):
+                while not host.connect().closed():  # it listens no more: the first one was taken
+                    pass
+            host.process.send_signal(signal.SIGTERM)
+            self.assertEqual(host.process.wait(LIMIT), 130)
+
+    def test_slow_clients_leave_the_others_alone(self):
+        """By hand with QIV_SLOW_CLIENTS=2000."""
+        count = int(os.environ.get("QIV_SLOW_CLIENTS", 60))
+        data = os.urandom(6 << 20)
+        (pathlib.Path(self.folder.name) / "large.bin").write_bytes(data)
+        post = "POST / HTTP/1.1\r\nHost: h\r\nX-Do: read\r\nContent-Length: {}\r\n\r\n"
+        starts = ("GET / HT", post.format(4) + "ab", post.format(90000) + "x" * 60000,
+                  "POST / HTTP/1.1\r\nHost: h\r\nTransfer-Encoding: chunked\r\n\r\n4\r\nab", "GARBAGE\r\n\r\n",
+                  "GET /large.bin HTTP/1.1\r\nHost: h\r\n\r\n" * 2)
+        with Host("--root", native(self.folder.name), "--threads", "4", "--waiting-threads", "4", "--quiet") as host, \
+                contextlib.ExitStack() as stack:
+            slow = []
+            for i in range(count):
+                client = stack.enter_context(host.connect())
+                client.send(starts[i % len(starts)])
+                slow.append(client)
+            longest = 0
+            for _ in range(20):
+                began = time.monotonic()
+                self.assertEqual(host.get("/").status, 200)
+                longest = max(longest, time.monotonic() - began)
+            print(f"{count} slow clients: a plain request took {longest * 1000:.1f} ms at most", file=sys.stderr)
+            ends = ("TP/1.1\r\nHost: h\r\n\r\n", "cd", "x" * 30000, "cd\r\n0\r\n\r\n", None, "")
+            # The first uploads hold threads, and may be cut off in favour of those that wait for one.
+            for i in [0, 3, 4, 5, *(count - len(starts) + k for k in (0, 1, 3, 4, 5))]:
+                client, end = slow[i], ends[i % len(starts)]
+                with self.subTest(starts[i % len(starts)][:70]):
+                    client.send(end or "")
+                    response = client.response()
+                    self.assertEqual(response.status, 400 if end is None else 405 if "POST" in starts[i % 6] else 200)
+                    if end == "":
+                        self.assertEqual((response.body == data, client.response().body == data), (True, True))
+
+    def test_dribbling_clients_are_cut_off(self):
+        """They are never silent for long, but what they move in a second is too little."""
+        (pathlib.Path(self.folder.name) / "large.bin").write_bytes(bytes(40 << 20))
+        post = "POST / HTTP/1.1\r\nHost: h\r\nX-Do: {}\r\nContent-Length: 99999\r\n\r\n"
+        with Host("--root", native(self.folder.name), "--timeout", "2", "--min-rate", "1000000", "--quiet") as host:
+            for start in ("GET / HTTP/1.1\r\nHost: h\r\nX: ", post.format("read"), post.format(""), "GARBAGE\r\n\r\n",
+                          "GET /large.bin HTTP/1.1\r\nHost: h\r\n\r\n"):
+                with self.subTest(start), host.connect() as client:
+                    client.socket.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 4096)
+                    client.send(start)
+                    deadline = time.monotonic() + LIMIT
+                    with contextlib.suppress(ConnectionError):
+                        while time.monotonic() < deadline:
+                            if "large" in start:
+                                if not client.socket.recv(500):
+                                    break
+                            else:
+                                client.send("a")
+                            time.sleep(0.1)
+                    self.assertLess(time.monotonic(), deadline, "still connected")
+
     def test_wrong_options_are_explained(self):
         root = native(self.folder.name)
-        for arguments, words in (([], "--listen is missing"), (["--listen", "127.0.0.1:0"], "exactly one of"),
-                                 (["--listen", "127.0.0.1:0", "--root", root, "--upstream", "http://x"], "exactly one of"),
+        listen = ["--listen", "127.0.0.1:0"]
+        for arguments, words in (([], "--listen is required"), (listen, "--root or --upstream is required"),
+                                 ([*listen, "--root", root, "--upstream", "http://x"], "--root excludes --upstream"),
                                  (["--listen", "here:0", "--root", root], "numeric address"),
                                  (["--listen", "127.0.0.1:99999", "--root", root], "ADDRESS:PORT"),
-                                 (["--listen", "127.0.0.1:0", "--upstream", "https://x"], "http://HOST:PORT"),
-                                 (["--listen", "127.0.0.1:0", "--upstream", "http://x/path"], "http://HOST:PORT"),
-                                 (["--listen", "127.0.0.1:0", "--root", root, "--threads", "0"], "--threads"),
-                                 (["--listen", "127.0.0.1:0", "--root", root, "--root", root], "twice"),
-                                 (["--listen"], "wants a value"), (["--nothing"], "unknown option"),
-                                 (["--listen", "127.0.0.1:0", "--root", root + "/no"], "no such folder"),
-                                 (["--listen", "127.0.0.1:0", "--root", root, "--module", "missing.so"], "cannot be loaded"),
+                                 ([*listen, "--upstream", "https://x"], "http://HOST:PORT"),
+                                 ([*listen, "--upstream", "http://x/path"], "http://HOST:PORT"),
+                                 ([*listen, "--root", root, "--threads", "0"], "--threads"),
+                                 ([*listen, "--root", root, "--timeout", "x"], "--timeout"),
+                                 ([*listen, "--root", root, "--root", root], "--root"),
+                                 (["--listen"], "--listen"), (["--nothing"], "unknown option --nothing"),
+                                 ([*listen, "--root", root, "--nothing=1"], "unknown option --nothing"),
+                                 ([*listen, "--root", root + "/no"], "no such folder"),
+                                 ([*listen, "--root", root, "--module", "missing.so"], "cannot be loaded"),
                                  (["--listen", "192.0.2.77:1", "--root", root], "cannot listen")):
             with self.subTest(arguments):
                 result = subprocess.run(harness.command("qivhost", *arguments), capture_output=True, timeout=LIMIT, check=False)
                 self.assertEqual(result.returncode, 2)
                 self.assertIn(words, result.stderr.decode())
-        result = subprocess.run(harness.command("qivhost", "--help"), capture_output=True, timeout=LIMIT, check=True)
-        self.assertIn(b"--upstream", result.stdout)
+        for option, text in (("--help", rb"--upstream"), ("--version", rb"^qivhost \d+\.\d+\.\d+\s*$")):
+            result = subprocess.run(harness.command("qivhost", option), capture_output=True, timeout=LIMIT, check=True)
+            self.assertRegex(result.stdout, text)
 
 
 class Proxy(unittest.TestCase):
@@ -522,15 +505,52 @@ class Proxy(unittest.TestCase):
                      "GET /smuggled HTTP/1.1\r\n\r\n")
         line, headers = seen[0]
         self.assertEqual(line, "GET /p%41?q=%00 HTTP/1.1")
-        self.assertEqual(headers, {"host": "h", "x-end": "to end", "cookie": "a=1; b=2"})
+        self.assertEqual(headers, {"host": "h", "x-end": "to end", "cookie": "a=1; b=2", "x-forwarded-for": "127.0.0.1",
+                                   "x-forwarded-proto": "http"})
         self.assertEqual(seen[1][0], "GET /abs?q HTTP/1.1")
         self.assertEqual([(line, headers.get("host"), headers.get("content-length")) for line, headers in seen[2:]],
                          [("PUT / HTTP/1.1", "h", "26")])
-        seen.clear()
-        with self.proxy(serve_forever(answer), "--forwarded-for") as host:
-            host.get("/")
-            host.get("/", "X-Forwarded-For: 1.2.3.4", "Connection: X-Forwarded-For")
-        self.assertEqual([headers["x-forwarded-for"] for _, headers in seen], ["127.0.0.1", "1.2.3.4, 127.0.0.1"])
+        claims = ("X-Forwarded-For: 1.2.3.4", "X-Forwarded-Proto: https", "X-Real-IP: 1.2.3.4", "Connection: X-Forwarded-For")
+        for option, expected in (((), ("127.0.0.1", "http", None)),
+                                 (("--trust-forwarded",), ("1.2.3.4, 127.0.0.1", "https", "1.2.3.4"))):
+            seen.clear()
+            with self.subTest(option), self.proxy(serve_forever(answer), *option) as host:
+                host.get("/", *claims)
+                self.assertEqual(tuple(map(seen[0][1].get, ("x-forwarded-for", "x-forwarded-proto", "x-real-ip"))), expected)
+
+    def test_upgraded_connections_are_tunnels(self):
+        ended = threading.Event()
+        def handle(client, _):
+            line, headers, _ = read_request(client)
+            if headers.get("upgrade") != "websocket" and "unasked" not in line:
+                return client.send("HTTP/1.1 426 No\r\nContent-Length: 0\r\n\r\n")
+            client.send("HTTP/1.1 101 Switching Protocols\r\nConnection: Upgrade\r\nUpgrade: websocket\r\nX: 1\r\n\r\nearly")
+            while client.buffer or client.more():
+                client.send(client.buffer)
+                client.buffer = b""
+            return ended.set()
+        ask = "GET / HTTP/1.1\r\nHost: h\r\nConnection: keep-alive, Upgrade\r\nUpgrade: websocket\r\n\r\n"
+        large = bytes(range(256)) * 1000
+        with self.proxy(handle) as host, contextlib.ExitStack() as stack:
+            for _ in range(18):  # more than there are threads
+                client = stack.enter_context(host.connect())
+                client.send(ask + "first")
+                response = client.response()
+                self.assertEqual((response.status, response.header("Upgrade"), response.header("Connection")),
+                                 (101, "websocket", "Upgrade"))
+                self.assertEqual((response.header("X"), response.header("X-Module")), ("1", "here"))
+                self.assertEqual(client.take(10), b"earlyfirst")
+                writer = threading.Thread(target=client.send, args=(large,))
+                writer.start()
+                self.assertEqual(client.take(len(large)), large)
+                writer.join()
+            client.socket.shutdown(socket.SHUT_WR)
+            self.assertTrue(client.closed())
+            self.assertTrue(ended.wait(LIMIT))
+            self.assertEqual((host.get("/").status, host.get("/unasked").status), (426, 502))
+        with self.proxy(handle, "--timeout", "1") as host, host.connect() as client:
+            client.send(ask)
+            self.assertTrue(client.closed() or b"101" in client.buffer)  # without traffic it ends
 
     def test_bodies_arrive_byte_for_byte_in_little_memory(self):
         answer = lambda _line, headers, body: f"{body[0]} {body[1]} {headers.get('transfer-encoding')}"

@@ -23,33 +23,35 @@ std::string Bytes(std::size_t size) {
 }
 
 constexpr iis::HRESULT kGone = iis::kNetnameDeleted;
+constexpr UnreadBody kRead = UnreadBody::kNot;
+constexpr UnreadBody kUnreadable = UnreadBody::kUnreadable;
 
 struct Case {
   const char* name;
   BodyScript script;
   std::size_t declared;  ///< Content-Length; 0: that of the data
-  bool complete;
+  UnreadBody unread;
 };
 
 TEST(BodyReader, GivesEveryByteBackOnceAndInOrder) {
   const Case cases[] = {
-      {"one byte", {.data = Bytes(1)}, 0, true},
-      {"a piece less one", {.data = Bytes(4095)}, 0, true},
-      {"a piece", {.data = Bytes(4096)}, 0, true},
-      {"a piece and one", {.data = Bytes(4097)}, 0, true},
-      {"one byte a read", {.data = Bytes(3000), .piece = 1}, 0, true},
-      {"end seen only by a read", {.data = Bytes(9000), .length_known = false}, 0, true},
-      {"length never known", {.data = Bytes(9000), .length_known = false, .stays_unknown = true}, 0, true},
-      {"successes without bytes at the end", {.data = Bytes(9000), .empty_success_at_end = true}, 0, true},
-      {"counts beyond the buffer", {.data = Bytes(8192), .claims_more = true}, 0, true},
-      {"shorter than declared", {.data = Bytes(5000)}, 60000, true},
-      {"longer than declared", {.data = Bytes(70000), .length_known = false}, 10, true},
-      {"much longer than declared", {.data = Bytes(1000001), .length_known = false}, 1, true},
-      {"nothing at all", {}, 10, true},
-      {"the client leaves at once", {.data = Bytes(5000), .fail_at = 0, .failure = kGone}, 0, false},
-      {"the client leaves midway", {.data = Bytes(50000), .fail_at = 20000, .failure = kGone}, 0, false},
-      {"the server breaks midway", {.data = Bytes(50000), .fail_at = 20000, .throws = true}, 0, false},
-      {"the insertion is refused", {.data = Bytes(5000), .insert_result = iis::kInvalidData}, 0, false},
+      {"one byte", {.data = Bytes(1)}, 0, kRead},
+      {"a piece less one", {.data = Bytes(4095)}, 0, kRead},
+      {"a piece", {.data = Bytes(4096)}, 0, kRead},
+      {"a piece and one", {.data = Bytes(4097)}, 0, kRead},
+      {"one byte a read", {.data = Bytes(3000), .piece = 1}, 0, kRead},
+      {"end seen only by a read", {.data = Bytes(9000), .length_known = false}, 0, kRead},
+      {"length never known", {.data = Bytes(9000), .length_known = false, .stays_unknown = true}, 0, kRead},
+      {"successes without bytes at the end", {.data = Bytes(9000), .empty_success_at_end = true}, 0, kRead},
+      {"counts beyond the buffer", {.data = Bytes(8192), .claims_more = true}, 0, kRead},
+      {"shorter than declared", {.data = Bytes(5000)}, 60000, kRead},
+      {"longer than declared", {.data = Bytes(70000), .length_known = false}, 10, kRead},
+      {"much longer than declared", {.data = Bytes(1000001), .length_known = false}, 1, kRead},
+      {"nothing at all", {}, 10, kRead},
+      {"the client leaves at once", {.data = Bytes(5000), .fail_at = 0, .failure = kGone}, 0, kUnreadable},
+      {"the client leaves midway", {.data = Bytes(50000), .fail_at = 20000, .failure = kGone}, 0, kUnreadable},
+      {"the server breaks midway", {.data = Bytes(50000), .fail_at = 20000, .throws = true}, 0, kUnreadable},
+      {"the insertion is refused", {.data = Bytes(5000), .insert_result = iis::kInvalidData}, 0, kUnreadable},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
@@ -58,11 +60,11 @@ TEST(BodyReader, GivesEveryByteBackOnceAndInOrder) {
     const std::string& sent = c.script.data;
     const auto declared = static_cast<std::uint32_t>(c.declared ? c.declared : sent.size());
     const BodyBytes body = ReadAndRestoreBody(context, context.request, declared);
-    EXPECT_EQ(body.complete, c.complete);
+    EXPECT_EQ(body.unread, c.unread);
     EXPECT_LE(context.request.inserted.size(), 1u);
     EXPECT_EQ(context.request.ApplicationBody(), sent);
     EXPECT_EQ(body.bytes, sent.substr(0, context.request.read));
-    EXPECT_TRUE(!c.complete || body.bytes.size() == sent.size());
+    EXPECT_TRUE(c.unread != kRead || body.bytes.size() == sent.size());
   }
 }
 
@@ -70,15 +72,39 @@ TEST(BodyReader, LeavesABodyAloneThatItHasNoMemoryFor) {
   CFakeContext context;
   context.request.body.data = Bytes(10000);
   context.memory_limit = 0;
-  EXPECT_FALSE(ReadAndRestoreBody(context, context.request, 10000).complete);
+  EXPECT_EQ(ReadAndRestoreBody(context, context.request, 10000).unread, UnreadBody::kNoMemory);
   EXPECT_EQ(context.request.reads, 0);
 
-  // Memory for the declared length but not for the true one.
-  CFakeContext liar;
-  liar.request.body = {.data = Bytes(200000), .length_known = false};
-  liar.memory_limit = 100000;
-  EXPECT_FALSE(ReadAndRestoreBody(liar, liar.request, 10).complete);
-  EXPECT_EQ(liar.request.ApplicationBody(), liar.request.body.data);
+  // Memory for what came first, but not for the rest.
+  for (const std::uint32_t declared : {10, 200000}) {
+    CFakeContext later;
+    later.request.body = {.data = Bytes(200000), .length_known = false};
+    later.memory_limit = 100000;
+    EXPECT_EQ(ReadAndRestoreBody(later, later.request, declared).unread, UnreadBody::kNoMemory);
+    EXPECT_EQ(later.request.ApplicationBody(), later.request.body.data);
+  }
+}
+
+TEST(BodyReader, TakesMemoryForWhatComesNotForWhatIsPromised) {
+  struct {
+    std::size_t sent;
+    std::uint32_t declared;
+    std::size_t most;  // bytes of request memory in all
+  } const cases[] = {
+      {0, kMaxBody, 65536},           {65535, kMaxBody, 65536},  {100, 100, 101},
+      {100, 200000, 65536},           {70000, kMaxBody, 300000}, {2000000, kMaxBody, 15100000},
+      {10485760, 10485760, 12100000},
+  };
+  for (const auto& c : cases) {
+    CFakeContext context;
+    context.request.body = {
+        .data = std::string(c.sent, 'a'), .fail_at = c.sent, .failure = kGone, .length_known = false};
+    const BodyBytes body = ReadAndRestoreBody(context, context.request, c.declared);
+    EXPECT_EQ(body.bytes.size(), c.sent);
+    std::size_t taken = 0;
+    for (const auto& block : context.memory) taken += block.second;
+    EXPECT_LE(taken, c.most) << c.sent << " of " << c.declared;
+  }
 }
 
 /// A request as the collector sees it.
@@ -136,11 +162,12 @@ TEST(PostBody, IsReadUpToTheLimitAndNotBeyond) {
   largest.Read();
   EXPECT_EQ(largest.facts.body.View().size(), kMaxBody);
   EXPECT_TRUE(largest.context.request.inserted.size() == 1 && largest.context.request.inserted[0].size() == kMaxBody);
-  EXPECT_TRUE(largest.facts.raw_body.data() == largest.context.memory[0].first.get()) << "copied";
+  EXPECT_TRUE(largest.facts.raw_body.data() == largest.context.memory.back().first.get()) << "copied";
 
   CPost too_large("a", std::to_string(kMaxBody + 1));
   too_large.Read();
   EXPECT_EQ(too_large.context.request.reads, 0);
+  EXPECT_EQ(too_large.facts.unread_body, UnreadBody::kTooLarge);
 
   // A length that lies about a body beyond the limit: unread bytes stay behind what is given back.
   CPost liar(std::string(kMaxBody, 'a') + "rest", "5");

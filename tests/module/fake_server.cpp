@@ -151,16 +151,21 @@ iis::HRESULT CFakeResponse::SetStatus(iis::USHORT code, iis::PCSTR text, iis::US
   return 0;
 }
 
-iis::HRESULT CFakeResponse::SetHeader(iis::HTTP_HEADER_ID id, iis::PCSTR value, iis::USHORT length, iis::BOOL) {
+iis::HRESULT CFakeResponse::SetHeader(iis::HTTP_HEADER_ID id, iis::PCSTR value, iis::USHORT length, iis::BOOL replace) {
   ++header_writes;
-  known[id] = std::string(value, length);
+  const std::string before = replace || known[id].empty() ? "" : known[id] + ",";
+  known[id] = before + std::string(value, length);
   return 0;
 }
 
 iis::HRESULT CFakeResponse::SetHeader(iis::PCSTR name, iis::PCSTR value, iis::USHORT length, iis::BOOL replace) {
   ++header_writes;
-  if (replace) DeleteHeader(name);
-  Add(name, std::string(value, length));
+  std::string text(value, length);
+  iis::USHORT held = 0;
+  const char* before = replace || (SameName(name, "Set-Cookie") && !joins_cookies) ? nullptr : GetHeader(name, &held);
+  if (before) text.insert(0, std::string(before, held) + ",");
+  if (replace || before) DeleteHeader(name);
+  Add(name, text);
   return 0;
 }
 

@@ -96,6 +96,8 @@ class CFakeResponse final : public stubs::UnexpectedHttpResponse {
   void AddChunk(const iis::HTTP_DATA_CHUNK& chunk);
 
   bool has_raw = true;
+  bool joins_cookies = false;  ///< appended to one header, as other values are, instead of one entry each
+  std::vector<iis::ULONG> kernel_cache_disabled;  ///< the reasons given
   std::uint16_t status = 200;
   std::string reason;
   bool skip_custom_errors = false;
@@ -116,6 +118,7 @@ class CFakeResponse final : public stubs::UnexpectedHttpResponse {
   iis::HRESULT DeleteHeader(iis::PCSTR name) override;
   iis::PCSTR GetHeader(iis::HTTP_HEADER_ID id, iis::USHORT* length) const override;
   iis::PCSTR GetHeader(iis::PCSTR name, iis::USHORT* length) const override;
+  iis::VOID DisableKernelCache(iis::ULONG why) override { kernel_cache_disabled.push_back(why); }
   iis::VOID Clear() override;
   iis::HRESULT WriteEntityChunks(iis::HTTP_DATA_CHUNK* chunks, iis::DWORD count, iis::BOOL async, iis::BOOL more,
                                  iis::DWORD* sent, iis::BOOL* pending) override;

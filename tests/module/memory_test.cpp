@@ -2,11 +2,17 @@
 // is either let pass or blocked as a whole, and a load that failed is tried again.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <atomic>
+#include <cstddef>
 #include <cstdlib>
+#include <cstring>
 #include <new>
 #include <string>
 
 #include "config/qiv_config.h"
+#include "config/website_config.h"
+#include "module/facts_collector.h"
 #include "module/module_state.h"
 #include "module/qiv_module.h"
 #include "tests/module/fake_server.h"
@@ -18,6 +24,10 @@ namespace {
 thread_local long countdown = -1;
 thread_local bool all_that_follow = false;
 thread_local bool failed = false;
+// Bytes of all threads. Each block has its size in front of it.
+std::atomic<std::size_t> in_use{0};
+std::atomic<std::size_t> most_in_use{0};
+constexpr std::size_t kInFront = alignof(std::max_align_t);
 
 void* Allocate(std::size_t size) {
   if (countdown == 0) {
@@ -26,7 +36,21 @@ void* Allocate(std::size_t size) {
     return nullptr;
   }
   if (countdown > 0) --countdown;
-  return std::malloc(size == 0 ? 1 : size);
+  char* const block = static_cast<char*>(std::malloc(kInFront + size));
+  if (!block) return nullptr;
+  std::memcpy(block, &size, sizeof(size));
+  most_in_use = std::max<std::size_t>(most_in_use, in_use += size);
+  return block + kInFront;
+}
+
+// Not inlined, or the compiler sees free() after new and complains.
+[[gnu::noinline]] void Free(void* memory) noexcept {
+  if (!memory) return;
+  char* const block = static_cast<char*>(memory) - kInFront;
+  std::size_t size;
+  std::memcpy(&size, block, sizeof(size));
+  in_use -= size;
+  std::free(block);
 }
 
 }  // namespace
@@ -36,9 +60,8 @@ void* operator new(std::size_t size) {
   throw std::bad_alloc();
 }
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept { return Allocate(size); }
-// Not inlined, or the compiler sees free() after new and complains.
-[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
-[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+[[gnu::noinline]] void operator delete(void* memory) noexcept { Free(memory); }
+[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept { Free(memory); }
 
 namespace qiv {
 namespace {
@@ -91,6 +114,28 @@ TEST(Memory, ARequestIsLetPassOrBlockedAsAWhole) {
       });
       EXPECT_EQ(blocked > 0, attack);
     }
+  }
+}
+
+TEST(Memory, ABodyTakesLittleMoreThanItselfAndItsText) {
+  constexpr std::size_t kSize = 2 << 20;
+  for (const char* letter : {"a", "%41", "\xE4\xB8\xAD", "\xD6\xD0"}) {
+    test::CFakeContext context;
+    while (context.request.body.data.size() < kSize) context.request.body.data += letter;
+    const std::size_t size = context.request.body.data.size();
+    context.request.method = "POST";
+    context.request.known[iis::HttpHeaderContentType] = "text/plain";
+    context.request.known[iis::HttpHeaderContentLength] = std::to_string(size);
+    auto config = std::make_shared<WebsiteConfig>();
+    config->need_post_body = true;
+    RequestFacts facts;
+    facts.config = config;
+    const std::size_t before = in_use;
+    most_in_use = before;
+    ASSERT_TRUE(ReadHeadersAndBody(context, facts, true));
+    EXPECT_FALSE(facts.body.Empty());
+    const std::size_t of_the_server = size;  // the stand-in keeps what was given back
+    EXPECT_LT(most_in_use - before - of_the_server, size / 10 * 22) << letter;
   }
 }
 

@@ -1,6 +1,7 @@
 // The module as the server drives it: registered, with a configuration file, through its notifications.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -31,7 +32,14 @@ class Notification : public testing::Test {
     attack_.request.SetUrl("/a.asp?id=1%27%20union%20select%201");
   }
   ~Notification() { InitialiseModule(".", false); }
-  std::size_t Events() const { return Split(installation_.Log(), '\n').size() - 1; }
+  /// Lines of the event log that hold a piece; by default those about requests.
+  std::size_t Events(std::string_view piece = "\"action\":") const {
+    const std::string log = installation_.Log();
+    const std::vector<std::string_view> lines = Split(log, '\n');
+    return static_cast<std::size_t>(std::count_if(lines.begin(), lines.end(), [piece](std::string_view line) {
+      return line.find(piece) != std::string_view::npos;
+    }));
+  }
 
   test::CInstallation installation_;
   CQivIpsIIsModule* module_ = new CQivIpsIIsModule;
@@ -58,6 +66,88 @@ TEST_F(Notification, BlocksAnAttackWithOnePageAndOneEvent) {
   }
 }
 
+TEST_F(Notification, SaysOnceThatProtectionIsOff) {
+  installation_.WriteRaw("damaged");
+  InitialiseModule(installation_.Directory(), true);  // as a new worker process
+  EXPECT_EQ(Events("\"kind\":\"protection\",\"state\":\"on\""), 1u) << "of the process before";
+  EXPECT_EQ(module_->OnBeginRequest(&attack_, nullptr), kContinue);
+  EXPECT_EQ(module_->OnBeginRequest(&attack_, nullptr), kContinue);
+  EXPECT_EQ(Events("\"kind\":\"protection\",\"state\":\"off\""), 1u);
+  EXPECT_EQ(Events(R"("kind":"load","state":"fault","file":"_config.db")"), 1u) << installation_.Log();
+  EXPECT_EQ(Events(), 0u);
+}
+
+constexpr char kCookie[] = "hidden=value; Secure; HttpOnly; SameSite=Lax";
+constexpr char kFrames[] = "X-Frame-Options";
+using Values = std::vector<std::string>;
+
+void Append(test::CFakeResponse& response, const char* name, const std::string& value) {
+  response.SetHeader(name, value.data(), static_cast<iis::USHORT>(value.size()), 0);
+}
+void Replace(test::CFakeResponse& response, const char* name, const std::string& value) {
+  response.SetHeader(name, value.data(), static_cast<iis::USHORT>(value.size()), 1);
+}
+
+// The first notification sets it, then others append to it, replace it or clear it all, then the later notifications.
+TEST_F(Notification, SendsOneValueOfEachHeaderItSets) {
+  using R = test::CFakeResponse;
+  constexpr auto kType = iis::HttpHeaderContentType;
+  const std::string a = std::string("a=1; ") + kCookie;
+  const std::string b = std::string("b=2; ") + kCookie;
+  struct {
+    const char* name;
+    void (*others)(R&);
+    Values expected;
+    bool blocked = false;
+  } const cases[] = {
+      {kFrames, [](R&) {}, {"SAMEORIGIN"}},
+      {kFrames, [](R& r) { Append(r, kFrames, "SAMEORIGIN"); }, {"SAMEORIGIN"}},
+      {kFrames, [](R& r) { Append(r, kFrames, "DENY"); }, {"SAMEORIGIN"}},
+      {kFrames, [](R& r) { r.Add(kFrames, "DENY"); }, {"SAMEORIGIN"}},
+      {kFrames, [](R& r) { Replace(r, kFrames, "DENY"); }, {"SAMEORIGIN"}},
+      {kFrames, [](R& r) { r.Clear(); }, {"SAMEORIGIN"}},
+      {"Set-Cookie", [](R&) {}, {kCookie}},
+      {"Set-Cookie", [](R& r) { Append(r, "Set-Cookie", "a=1"), Append(r, "Set-Cookie", "b=2"); }, {a, b}},
+      {"Set-Cookie", [](R& r) { r.joins_cookies = true, Append(r, "Set-Cookie", "a=1"); }, {a}},
+      {"Set-Cookie", [](R& r) { Replace(r, "Set-Cookie", "a=1"); }, {a}},
+      {"Set-Cookie", [](R& r) { r.Clear(), Append(r, "Set-Cookie", "a=1"); }, {a}},
+      {"Set-Cookie", [](R& r) { r.Clear(); }, {kCookie}},
+      {"X-Qiv-Dropped", [](R& r) { Append(r, "Set-Cookie", "a=1"); }, {}},
+      {"X-Qiv-Event", [](R&) {}, {}},
+      {"X-Qiv-Event", [](R&) {}, {"ID"}, true},
+      {"X-Qiv-Event", [](R& r) { Append(r, "X-Qiv-Event", "x"); }, {"ID"}, true},
+      {"X-Qiv-Event", [](R& r) { Replace(r, "x-qiv-event", "x"); }, {"ID"}, true},
+      {"X-Qiv-Event", [](R& r) { r.Clear(); }, {"ID"}, true},
+      {"", [](R&) {}, {"text/html; charset=utf-8"}, true},
+      {"", [](R& r) { r.SetHeader(kType, "text/css", 8, 0); }, {"text/html; charset=utf-8"}, true},
+      {"", [](R& r) { r.SetHeader(kType, "text/css", 8, 1); }, {"text/css"}, true},  // another's response by now
+      {"", [](R& r) { r.Clear(); }, {""}, true},
+  };
+  test::Site site = test::InjectionSite();
+  site.sections["website_request"] =
+      R"("cookie":"1","xss_mode":"1","csrf_mode":"1","xframe":"1","xframe_type":"SAMEORIGIN")";
+  installation_.Write(site);
+  InitialiseModule(installation_.Directory(), true);
+  ModuleConfig().RefreshTick();
+  for (const auto& c : cases) {
+    SCOPED_TRACE(std::string(*c.name ? c.name : "Content-Type") + " row " + std::to_string(&c - cases));
+    CFakeContext context;
+    if (c.blocked) context.request.SetUrl("/a.asp?id=1%27%20union%20select%201");
+    ASSERT_EQ(module_->OnBeginRequest(&context, nullptr), c.blocked ? kFinish : kContinue);
+    c.others(context.response);
+    if (!c.blocked) module_->OnPostExecuteRequestHandler(&context, nullptr);
+    test::CFakeSend send(true);
+    for (int sends = 0; sends < 2; ++sends) module_->OnSendResponse(&context, &send);
+    Values values = *c.name ? context.response.Values(c.name) : Values{context.response.known[kType]};
+    for (std::string& value : values) {
+      const bool logged =
+          value.size() == 16 && installation_.Log().find("\"event_id\":\"" + value) != std::string::npos;
+      if (logged) value = "ID";
+    }
+    EXPECT_EQ(values, c.expected);
+  }
+}
+
 TEST_F(Notification, LooksAtNoRequestThatAnotherRequestMade) {
   attack_.is_child = true;
   EXPECT_EQ(module_->OnBeginRequest(&attack_, nullptr), kContinue);
@@ -75,6 +165,32 @@ TEST_F(Notification, KeepsExceptionsInsideAndLogsOneAMinute) {
   EXPECT_EQ(module_->OnSendResponse(&attack_, nullptr), kContinue);
   EXPECT_EQ(Events(), 1u);
   EXPECT_NE(installation_.Log().find("no response today"), std::string::npos);
+}
+
+TEST_F(Notification, TellsOnceAMinuteOfBodiesThatItCouldNotExamine) {
+  const std::pair<const char*, void (*)(CFakeContext&)> cases[] = {
+      {"could not be read",
+       [](CFakeContext& c) { c.request.body.fail_at = 0, c.request.body.failure = iis::kNetnameDeleted; }},
+      {"too large", [](CFakeContext& c) { c.request.known[iis::HttpHeaderContentLength] = "104857601"; }},
+      {"out of memory", [](CFakeContext& c) { c.memory_limit = 2; }},
+  };
+  std::size_t events = Events();
+  for (const auto& [reason, change] : cases) {
+    for (int request = 0; request < 2; ++request) {
+      CFakeContext context;
+      context.request.SetUrl("/up?password=hunter2");
+      context.request.method = "POST";
+      context.request.body.data = "a=1";
+      context.request.known[iis::HttpHeaderContentType] = "text/plain";
+      context.request.known[iis::HttpHeaderContentLength] = "3";
+      change(context);
+      EXPECT_EQ(module_->OnBeginRequest(&context, nullptr), kContinue);
+      EXPECT_EQ(context.request.ApplicationBody(), "a=1");
+    }
+    EXPECT_EQ(Events(), ++events) << reason;
+    EXPECT_NE(installation_.Log().find(reason), std::string::npos) << installation_.Log();
+  }
+  EXPECT_NE(installation_.Log().find("POST /up?password=***"), std::string::npos) << installation_.Log();
 }
 
 /// A linked site that locks who attacks, gives notices and asks the deny list.
@@ -110,6 +226,57 @@ TEST_F(Notification, TellsTheFirewallService) {
   EXPECT_TRUE(out[1].starts_with("denylist add IIS 203.0.113.7 T T Trigger strict blocking mode")) << out[1];
   EXPECT_EQ(out[2], "check injection 203.0.113.7 block 0 1 r1 -");
   EXPECT_EQ(out[3], "tongji sql_act - 203.0.113.7 r1 1 - -");
+}
+
+TEST_F(Notification, SendsNoNoticeWhereTheSiteWantsNone) {
+  for (const bool notice : {false, true}) {
+    const test::CInstallation installation;
+    test::Site site = LinkedSite();
+    site.sections["website_response"] = notice ? R"("notice":"1")" : R"("notice":"0")";
+    installation.Write(site);
+    InitialiseModule(installation.Directory(), true);
+    ModuleConfig().RefreshTick();
+    CFakeContext attack;
+    attack.request.SetUrl("/a.asp?id=1%27%20union%20select%201");
+    EXPECT_EQ(module_->OnBeginRequest(&attack, nullptr), kFinish);
+    State().service.Finish();
+    std::size_t notices = 0;
+    for (const std::string& line : installation.Out()) notices += line.starts_with("msg ");
+    EXPECT_EQ(notices, notice ? 1u : 0u);
+    EXPECT_FALSE(installation.Out().empty()) << "blocks are counted in any case";
+  }
+}
+
+// One request that several checks would stop: which of them comes first.
+TEST_F(Notification, AsksTheChecksInTheirOrder) {
+  const std::pair<const char*, const char*> cases[] = {
+      {R"("upload":"1","upload_file":"1","upload_types":"*|!php","trojan":"1","trojan_get":"1")", "upload"},
+      {R"("trojan":"1","trojan_get":"1")", "webshell"},
+      {"", "injection"},
+  };
+  const std::string body =
+      "--b\r\nContent-Disposition: form-data; name=\"f\"; filename=\"a.php\"\r\n\r\n"
+      "<?php eval($_POST[1]); ?>\r\n--b--\r\n";
+  for (const bool listed : {false, true}) {
+    for (const auto& [members, check] : cases) {
+      const test::CInstallation installation;
+      test::Site site = LinkedSite();
+      site.sections["website_base"] = members;
+      installation.Write(site);
+      if (listed) installation.Deny("203.0.113.7");
+      InitialiseModule(installation.Directory(), true);
+      ModuleConfig().RefreshTick();
+      CFakeContext attack;
+      attack.request.SetUrl("/a.asp?id=1%27%20union%20select%201&c=%3C%3Fphp%20eval(%24_POST%5B1%5D)%3B%3F%3E");
+      attack.request.method = "POST";
+      attack.request.body.data = body;
+      attack.request.known[iis::HttpHeaderContentType] = "multipart/form-data; boundary=b";
+      attack.request.known[iis::HttpHeaderContentLength] = std::to_string(body.size());
+      EXPECT_EQ(module_->OnBeginRequest(&attack, nullptr), kFinish);
+      const std::string expected = std::string(R"("check":")") + (listed ? "lists" : check) + "\"";
+      EXPECT_NE(installation.Log().find(expected), std::string::npos) << expected << installation.Log();
+    }
+  }
 }
 
 TEST_F(Notification, DeniesWhomTheFirewallServiceLists) {

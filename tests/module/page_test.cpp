@@ -132,9 +132,15 @@ TEST_F(Page, ShowsCustomContent) {
 
   settings.ret_content = "<html><head><title>t</title></head><body>{{charset}} {{ip}}|{{secretrkey}}|</body></html>";
   facts = Facts(settings);
-  EXPECT_EQ(RenderPage(facts, Blocked()), "<html><head><title>t</title></head><body>utf-8 {{ip}}||</body></html>");
+  EXPECT_EQ(RenderPage(facts, Blocked()), "<html><head><title>t</title></head><body>gbk {{ip}}||</body></html>");
   EXPECT_TRUE(facts.custom_page);
 
+  settings.ret_content = "Quote {{event_id}}.";
+  facts = Facts(settings);
+  facts.event_id = "00<ff";
+  EXPECT_NE(RenderPage(facts, Blocked()).find("<body>Quote 00&lt;ff.</body>"), std::string::npos);
+  settings.ret_type = 2;
+  facts = Facts(settings);
   facts.prepared_page = "<p>{{charset}}{{secretrkey}}";
   EXPECT_EQ(RenderPage(facts, Blocked()), "<p>utf-8{{secretrkey}}");
 }
@@ -222,7 +228,7 @@ TEST_F(Page, IsAnsweredWithTheStatusAskedFor) {
 }
 
 TEST_F(Page, GoesOutInOneEncoding) {
-  const std::string utf8_page = "<html><head><title></title></head><body>中</body></html>";
+  const std::string utf8_page = "<html><head><title></title></head><body>中 {{charset}}</body></html>";
   const std::string gbk_page = CCharSet::Utf8ToLocal(utf8_page);
   struct {
     const char* name;
@@ -236,6 +242,9 @@ TEST_F(Page, GoesOutInOneEncoding) {
       {"custom for a GBK request", utf8_page, true, "utf-8"},
       {"custom that names gbk", "<meta charset=gbk>" + utf8_page, false, "utf-8"},
       {"custom in GBK that names it", "<meta charset=gbk>" + gbk_page, true, "gbk"},
+      {"custom that GBK cannot hold", utf8_page + "😀", false, "utf-8"},
+      {"custom words that GBK cannot hold", "😀 中 {{charset}}", true, "utf-8"},
+      {"custom words for a GBK request", "中 {{charset}}", true, "gbk"},
       {"custom in GBK that names it not", "<meta charset=gbk>" + gbk_page, false, "utf-8"},
   };
   for (const auto& c : cases) {
@@ -251,7 +260,9 @@ TEST_F(Page, GoesOutInOneEncoding) {
     const bool is_utf8 = std::string(c.charset) == "utf-8";
     EXPECT_EQ(CCharSet::IsValidUtf8(response.body), is_utf8);
     const std::string text = is_utf8 ? response.body : CCharSet::LocalToUtf8(response.body);
-    EXPECT_NE(text.find(c.content.empty() ? "当前访问被拒绝" : "中"), std::string::npos) << text;
+    const std::string shown = c.content.empty() ? "当前访问被拒绝" : std::string("中 ") + c.charset;
+    EXPECT_NE(text.find(shown), std::string::npos) << text;
+    EXPECT_EQ(text.find("😀") != std::string::npos, c.content.find("😀") != std::string::npos);
   }
 }
 

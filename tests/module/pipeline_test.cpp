@@ -142,7 +142,7 @@ TEST_F(Pipeline, FollowsTheResponse) {
       script_.decisions.clear();
       context.has_container = saved;
       pipeline_.BeginRequest(context);
-      if (c.page_before && !contexts_.MarkPageWritten(context)) continue;
+      if (c.page_before && !contexts_.MarkPageWritten(context, "id")) continue;
       context.response.header_writes = 0;
       Calls();
       script_.decisions = c.decisions;
@@ -224,6 +224,46 @@ TEST_F(Pipeline, LetsPassWhatItCannotOrMustNotJudge) {
   EXPECT_EQ(pipeline_.PostExecuteRequestHandler(context), kContinue);
   EXPECT_EQ(pipeline_.SendResponse(context, nullptr), kContinue);
   EXPECT_EQ(Calls(), "");
+}
+
+// An answer out of the system's own cache passes by everything here, whoever filled the cache.
+TEST_F(Pipeline, KeepsAnswersFromTheSystemsCacheWhereTheClientMatters) {
+  const std::pair<const char*, const char*> cases[] = {
+      {"website_base", R"("hide":"1","trojan":"1")"},
+      {"website_lists", R"("status_url":"1")"},
+      {"website_lists", R"("status_ua":"1")"},
+      {"website_lists", R"("status_rf":"1")"},
+      {"website_lists", R"("status_iparea":"1")"},
+      {"website_lists", R"("status_malice":"1")"},
+      {"website_attack", R"("e404":"1","e404_lock_freq":"5","e404_lock_time":"5")"},
+      {"website_attack", R"("cc":"1","cc_lock_freq":"5","cc_lock_time":"5")"},
+      {"website_attack", R"("agent":"1")"},
+      {"website_attack", R"("spider":"1")"},
+      {"website_protect", R"("link":"1")"},
+      {"website_protect", R"("admin":"1")"},
+      {"website_protect", R"("timelimit":"1")"},
+  };
+  script_.decisions = {{"lists", kAllowed}};
+  for (const auto& [section, members] : cases) {
+    SCOPED_TRACE(members);
+    test::Site site;
+    site.sections[section] = members;
+    test::CInstallation installation;
+    installation.Write(site);
+    CQivConfig config(installation.Directory());
+    CPipeline pipeline(config, contexts_, kRows);
+    const std::vector<iis::ULONG> expected(std::string(section) == "website_base" ? 0 : 1, 9);
+    for (const bool ipv6 : {false, true}) {  // protection is off for IPv6: such a client must not fill the cache either
+      CFakeContext context;
+      if (ipv6) context.request.SetFamily(iis::kFamilyIpv6);
+      pipeline.BeginRequest(context);
+      pipeline.SendResponse(context, nullptr);
+      EXPECT_EQ(context.response.kernel_cache_disabled, expected);
+    }
+    CFakeContext without;
+    without.has_response = false;
+    pipeline.BeginRequest(without);
+  }
 }
 
 TEST_F(Pipeline, AsksForUncompressedResponsesByReplacingAHeaderOnly) {

@@ -98,13 +98,13 @@ TEST(ResponseReader, ReadsFilesAndStopsAtItsBound) {
     EXPECT_EQ(Read(context), "<" + row.read + ">") << row.begin;
   }
   CFakeContext context;
-  context.response.AddChunk(std::string(kMostResponseBytes - 4, 'b'));
+  context.response.AddChunk(std::string(262140, 'b'));
   iis::HTTP_DATA_CHUNK chunk{};
   chunk.DataChunkType = iis::HttpDataChunkFromFileHandle;
   chunk.FromFileHandle = {{9999, kToEnd}, file};
   context.response.AddChunk(chunk);
   context.response.AddChunk("more");
-  EXPECT_EQ(Read(context), std::string(kMostResponseBytes - 4, 'b') + "aend");
+  EXPECT_EQ(Read(context), std::string(262140, 'b') + "aend");
   host::CloseFile(file);
   CFakeContext closed;
   chunk.FromFileHandle.FileHandle = host::kNoFile;

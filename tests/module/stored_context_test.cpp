@@ -41,7 +41,7 @@ TEST_F(StoredContext, ReplacesItsRecordThoughTheServerRefusesASecondSet) {
   ASSERT_TRUE(contexts_.Save(context_, Record("/a")));
   iis::IHttpStoredContext* first = context_.container.stored;
   EXPECT_TRUE(contexts_.Save(context_, Record("/b")));
-  EXPECT_TRUE(contexts_.MarkPageWritten(context_));
+  EXPECT_TRUE(contexts_.MarkPageWritten(context_, "id"));
   EXPECT_EQ(context_.container.stored, first);
   EXPECT_EQ(context_.container.sets, 3);
   RequestFacts loaded;
@@ -55,19 +55,19 @@ TEST_F(StoredContext, KeepsWhatTheServerDoesNotTake) {
   for (const iis::HRESULT refusal : {iis::kAlreadyAssigned, iis::kOutOfMemory, iis::E_INVALIDARG}) {
     context_.container.refuse = refusal;
     EXPECT_FALSE(contexts_.Save(context_, Record("/a")));
-    EXPECT_FALSE(contexts_.MarkPageWritten(context_));
+    EXPECT_FALSE(contexts_.MarkPageWritten(context_, "id"));
     EXPECT_FALSE(contexts_.PageWritten(context_));
   }
   context_.has_container = false;
   RequestFacts loaded;
   EXPECT_FALSE(contexts_.Save(context_, Record("/a")));
   EXPECT_FALSE(contexts_.Load(context_, &loaded));
-  EXPECT_FALSE(contexts_.MarkPageWritten(context_));
+  EXPECT_FALSE(contexts_.MarkPageWritten(context_, "id"));
   EXPECT_FALSE(contexts_.PageWritten(context_));
 }
 
 TEST_F(StoredContext, WithThePageMarkAloneHoldsNoRecord) {
-  EXPECT_TRUE(contexts_.MarkPageWritten(context_));
+  EXPECT_TRUE(contexts_.MarkPageWritten(context_, "id"));
   EXPECT_TRUE(contexts_.PageWritten(context_));
   RequestFacts loaded;
   EXPECT_FALSE(contexts_.Load(context_, &loaded));

@@ -95,6 +95,9 @@ TEST(CodePage, EveryCharacterSurvivesAndNoLookAlikeBecomesAscii) {
     std::string utf8;
     AppendUtf8(code, &utf8);
     const std::string gbk = Utf8ToGbk(utf8);
+    std::string text = utf8 + "x\xE4" + utf8 + "yz";
+    Utf8ToGbkInPlace(&text);
+    ASSERT_EQ(text, gbk + "x?" + gbk + "yz");
     if (gbk == "?") continue;
     ++held;
     ASSERT_GE(static_cast<unsigned char>(gbk[0]), 0x80) << std::hex << static_cast<unsigned>(code);

@@ -10,6 +10,7 @@ sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "cmake" / "
 import check_binary
 import check_docs
 import check_format
+import check_keys
 import check_layers
 import check_locks
 import check_size
@@ -115,6 +116,22 @@ class Documents(unittest.TestCase):
             self.assertEqual([fault.split(": link")[0] for fault in check_docs.link_faults(root, pathlib.Path("p.md"))],
                              ["p.md:3", "p.md:4"])
             self.assertEqual(len(check_docs.readme_faults(root, ["a", "b"])), 2)
+
+
+class Keys(unittest.TestCase):
+    def test_marks_and_readers(self):
+        table = 'QIV_NUMBER(cc, "cc", {}, "M.")\nQIV_BODY_IF(post, "post", cc, kUpload, "M.")\n'
+        ip_set = '    {{"website_some_ips", false, KeyReader::{}, "M."}},\n'
+        read = "x = attack_.cc; if (config->attack.post) y(addresses.website_some_ips);"
+        for mark, set_mark, code, count in (
+                ("kUpload", "kLists", read, 0), ("kIdle", "kLists", read, 1), ("kUpload", "kIdle", read, 1),
+                ("kIdle", "kIdle", "attack.post", 0), ("kUpload", "kLists", "other.cc attack.post cc", 2),
+                ("kUpload", "kLists", read.replace("attack_.cc", "attack_.cc_more"), 1)):
+            faults = check_keys.faults({"attack": table.format(mark)}, ip_set.format(set_mark), code)
+            self.assertEqual(len(faults), count, (mark, set_mark, code, faults))
+        for broken in ("", 'QIV_NUMBER(cc, "cc", "M.")\n', table.format("kIdle") + "QIV_NUMBER(x, y)\n"):
+            with self.assertRaises(ValueError):
+                check_keys.rows_of("attack", broken)
 
 
 class Format(unittest.TestCase):

@@ -110,6 +110,9 @@ TEST(Qivctl, InitMakesAnInstallationThatLoads) {
     } else {
       ASSERT_EQ(status, ConfigStatus::kLoaded);
       EXPECT_EQ(config.language, Language::kChinese);
+      EXPECT_TRUE(config.page.complete_page);
+      EXPECT_NE(config.page.content.find("<html lang=\"zh-CN\">"), std::string::npos);
+      EXPECT_NE(config.page.content.find("{{event_id}}"), std::string::npos);
       EXPECT_FALSE(config.get_rules.Empty());
       EXPECT_FALSE(config.post_rules.Empty());
       EXPECT_FALSE(config.header_rules.Empty());
@@ -130,6 +133,28 @@ TEST(Qivctl, InitMakesAnInstallationThatLoads) {
     EXPECT_EQ(Qivctl(command + " --force").exit_code, 0);
     EXPECT_NE(Content(module + "/settings.json"), "mine");
   }
+}
+
+TEST(Qivctl, ShowsTheEventThatAVisitorQuotes) {
+  const CTemporaryDirectory directory;
+  MakeDirectories(directory.Path("config"));
+  MakeDirectories(directory.Path("debug"));
+  const auto line = [](const std::string& id, const std::string& reason) {
+    return R"({"event_id":")" + id + R"(","client":"1.2.3.4","status":403,"rule":"","reason":")" + reason + "\"}\n";
+  };
+  const std::string log = directory.Path("debug/_log.log");
+  const std::string id = "00000000000000a";
+  ReplaceFile(log, line(id + "1", "new") + line(id + "2", "\\u001b[2J\\u009b\\n\xE4\xB8\xAD"));
+  ReplaceFile(log + ".4", std::string(5 << 20, ' ') + "\n" + line(id + "3", "old") + line(id + "4", "last"));
+  const std::string config = " --config " + directory.Path("config");
+  EXPECT_EQ(Qivctl("event " + id + "1" + config).output,
+            "event_id    " + id + "1\nclient      1.2.3.4\nstatus      403\nreason      new\n");
+  EXPECT_NE(Qivctl("event " + id + "2" + config).output.find("reason       [2J   \xE4\xB8\xAD\n"), std::string::npos);
+  EXPECT_EQ(Qivctl("event --json 00000000000000A3" + config).output, line(id + "3", "old"));
+  EXPECT_EQ(Qivctl("event '" + id + "4 '" + config).exit_code, 0);
+  EXPECT_EQ(Qivctl("event " + id + "5" + config).exit_code, 1);
+  EXPECT_EQ(Qivctl("event '\",'" + config).exit_code, 2);
+  EXPECT_EQ(Qivctl("event " + id + "1 --config " + directory.Path("debug")).exit_code, 2);
 }
 
 TEST(Qivctl, LibrariesGoThereAndBack) {
@@ -198,6 +223,33 @@ TEST(Qivctl, ChecksRequestsAndWritesNothing) {
   EXPECT_EQ(Qivctl(check + attack).output, attack + ": refused (400): Invalid URL.\n");
   EXPECT_EQ(Qivctl(check + "- --client 10.0.0", "GET / HTTP/1.1\n\n").exit_code, 2);
   EXPECT_EQ(Qivctl(check + directory.Path("none.http")).exit_code, 2);
+
+  // Framed: a request may hold line feeds and NULs, one that is refused is answered like any other.
+  const auto frame = [](const std::string& request) {
+    return "%% " + std::to_string(request.size()) + "\n" + request + "\n";
+  };
+  const std::string stream = frame("GET /?id=1+union+select+1,2+from+users HTTP/1.1\nHost: h\n\n") +
+                             frame(std::string("POST / HTTP/1.1\nHost: h\nContent-Type: text/plain\n"
+                                               "Content-Length: 3\n\n%\n\0",
+                                               71)) +
+                             frame("GET / HTTP/9\n\n");
+  const std::string batch = check.substr(0, check.size() - 1) + " --batch";
+  const Outcome lines = Qivctl(batch, stream);
+  EXPECT_EQ(lines.exit_code, 1);
+  EXPECT_TRUE(lines.output.starts_with("blocked\t403\tinjection\tSQL Injection Protection(GET)\tDeny SQL"))
+      << lines.output;
+  EXPECT_NE(lines.output.find("\npass\t0\t\t\t\t\nrefused\t400\t\t\t"), std::string::npos) << lines.output;
+  const std::pair<const char*, const char*> bad_frames[] = {
+      {"%% 4\nGET", "request 1 ends before the length that it states"},
+      {"%% 99999999999\n", "request 1 is larger than 101 MiB"},
+      {"GET / HTTP/1.1\n\n", "request 1 does not begin with a line \"%% BYTES\""},
+      {"%% -1\n", "request 1 does not begin"},
+  };
+  for (const auto& [input, message] : bad_frames) {
+    const Outcome refused = Qivctl(batch, input);
+    EXPECT_EQ(refused.exit_code, 2) << input;
+    EXPECT_NE(refused.output.find(message), std::string::npos) << refused.output;
+  }
   EXPECT_FALSE(IsFile(module + "/debug/_log.log"));
   EXPECT_FALSE(IsFile(module + "/config/_out.log"));
 

@@ -219,8 +219,7 @@ void CPageFollower::WritesFile(const PageWord& word, const Frame& frame) {
     } else if (!IsOutput(frame.receiver.name)) {
       Reach(kContentRequested, word.word);
     }
-    if (const auto variable = variables_.find(frame.receiver.name); variable != variables_.end())
-      variable->second.marks |= kFed;
+    if (PageValue* const variable = scope_.Find(frame.receiver.name)) variable->marks |= kFed;
   }
 }
 
@@ -232,7 +231,7 @@ void CPageFollower::ActOnText(const PageWord& word, Frame* frame, PageValue* res
   result->known = WorkOut(word.call, *values, &result->text);
   if (result->known && result->text.size() > kShortText) {
     result->known = result->text.size() <= copies_left_;
-    if (result->known) copies_left_ -= result->text.size();
+    result->known ? copies_left_ -= result->text.size() : flow_.reach |= kLosesSight;
   }
   const bool decodes = word.call != PageCall::kReplace && word.call != PageCall::kCase;
   const bool picks = word.call == PageCall::kMid && values->size() > 2 && (*values)[2].text == "1";

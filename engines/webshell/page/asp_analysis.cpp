@@ -227,71 +227,87 @@ bool CodeSpeaksLikeShell(std::string_view page, const PageCode& code, std::uint3
   return risk.score + Weight(reach) >= kOwnPageLimit;
 }
 
-}  // namespace
+// A page as both analyses see it.
+struct Page {
+  std::string_view text;  // as it is
+  std::string_view plain;
+  const PageCode& code;
+  bool is_aspx;
+  Language language;
+  bool partial = false;  // something was not followed
+};
 
-bool AnalyseAsp(const CSignatureLibrary& library, std::string_view text, Language language, WebshellResult* result) {
-  const std::string page = PlainPage(text);
-  if (text.size() > kLargestScript && Holds(page, "standard jet db")) return false;
-  if (Holds(WithoutBlanks(page), "@codepage=65000"))
-    return Fill(language, MessageId::kUtf7Script, "@codepage=65000", result);
-  if (IsLargeOrdinaryPage(page)) return false;
-  const std::string_view script = ScriptPart(page);
-  if (const SignatureRule* const rule = library.Find(BlankFreeLower(script), text.size()).rule) {
-    *result = {rule->name, {}, rule->terms.front(), rule->terms.front(), kAspRuleKind, rule->size_limit, false, false};
-    return true;
-  }
-  const PageCode code = ServerCode(page);
-  if (IsAspx(page, code)) return false;      // its own analysis follows it
-  if (HasAspxDirective(code)) return false;  // the other analysis follows it
+bool JudgeAsp(const CSignatureLibrary& library, Page* page, WebshellResult* result) {
+  const auto& [text, plain, code, is_aspx, language, partial] = *page;
   const PageFlow flow = FollowPage(code, PageKind::kAsp);
+  page->partial = page->partial || (flow.reach & kLosesSight) != 0;
   const MessageId variant = text.size() < kVariantLimit ? MessageId::kAspVariant : MessageId::kAspBackdoor;
   if ((flow.reach & (kReachesCode | kReachesCommand)) != 0) {
-    const bool joined = !Holds(page, flow.detail);  // the word shows only once the strings are joined
+    const bool joined = !Holds(plain, flow.detail);  // the word shows only once the strings are joined
     return Fill(language, joined ? variant : MessageId::kAspBackdoor, flow.detail, result);
   }
   if ((flow.reach & (kHiddenCode | kHiddenObject)) != 0) return Fill(language, variant, flow.detail, result);
-  if (text.size() < kVariantLimit && IsVariant(library, page))
+  if (text.size() < kVariantLimit && IsVariant(library, plain))
     return Fill(language, MessageId::kAspVariant, "eval", result);
-  if (WritesAnyFile(flow.reach, page, code) || ReadsAnyFile(flow.reach, page, code) ||
-      IsSqlConsole(flow.reach, page, code))
+  if (WritesAnyFile(flow.reach, plain, code) || ReadsAnyFile(flow.reach, plain, code) ||
+      IsSqlConsole(flow.reach, plain, code))
     return Fill(language, MessageId::kSuspectedFiles, flow.detail, result);
   std::string_view word;
-  const bool is_php = page.find("<?php") < page.find("<%");  // its own analysis found nothing
-  if (!is_php && SpeaksLikeShell(page, code, flow.reach, PageKind::kAsp, &word))
+  const bool is_php = plain.find("<?php") < plain.find("<%");  // its own analysis found nothing
+  if (!is_php && SpeaksLikeShell(plain, code, flow.reach, PageKind::kAsp, &word))
     return Fill(language, MessageId::kSuspectedFiles, word, result);
-  if (Holds(text, "#@~^") && !IsPart(page, code)) return Fill(language, variant, "#@~^", result, true);
-  if (IncludesPicture(page)) return Fill(language, MessageId::kSuspiciousReference, kInclude, result, true);
+  if (Holds(text, "#@~^") && !IsPart(plain, code)) return Fill(language, variant, "#@~^", result, true);
+  if (IncludesPicture(plain)) return Fill(language, MessageId::kSuspiciousReference, kInclude, result, true);
   return false;
 }
 
-bool AnalyseAspx(std::string_view text, Language language, WebshellResult* result) {
-  const std::string page = PlainPage(text);
-  if (text.size() > kLargestScript && Holds(page, "standard jet db")) return false;
-  if (IsLargeOrdinaryPage(page)) return false;
-  const PageCode code = ServerCode(page);
-  const bool is_aspx = IsAspx(page, code);
+bool JudgeAspx(Page* page, WebshellResult* result) {
+  const auto& [text, plain, code, is_aspx, language, partial] = *page;
   // VBScript declares no types.
   if (!is_aspx && text.size() > kSmallPage && code.braces.empty() && !Holds(code.basic, " as ")) return false;
   const PageFlow flow = FollowPage(code, PageKind::kAspx);
+  page->partial = page->partial || (flow.reach & kLosesSight) != 0;
   if ((flow.reach & (kReachesCode | kReachesCommand | kHiddenCode | kHiddenObject)) != 0)
     return Fill(language, MessageId::kAspxVariant, flow.detail, result);
   // JScript pages evaluate text with the page's rights; ordinary ones hardly ever do.
   if ((flow.reach & kEvaluates) != 0 && !code.braces.empty() &&
-      (Holds(page, "jscript") || Holds(code.attributes, "language=javascript")) &&
+      (Holds(plain, "jscript") || Holds(code.attributes, "language=javascript")) &&
       !Holds(code.attributes, "@language=") && (is_aspx || code.basic.empty()))
     return Fill(language, MessageId::kAspxVariant, "eval", result);
-  if (WritesAnyFile(flow.reach, page, code) || ReadsAnyFile(flow.reach, page, code) ||
-      IsSqlConsole(flow.reach, page, code))
+  if (WritesAnyFile(flow.reach, plain, code) || ReadsAnyFile(flow.reach, plain, code) ||
+      IsSqlConsole(flow.reach, plain, code))
     return Fill(language, MessageId::kSuspectedFiles, flow.detail, result);
   std::string_view word;
-  if (is_aspx && SpeaksLikeShell(page, code, flow.reach, PageKind::kAspx, &word))
+  if (is_aspx && SpeaksLikeShell(plain, code, flow.reach, PageKind::kAspx, &word))
     return Fill(language, MessageId::kSuspectedFiles, word, result);
-  if (is_aspx && CodeSpeaksLikeShell(page, code, flow.reach, &word))
+  if (is_aspx && CodeSpeaksLikeShell(plain, code, flow.reach, &word))
     return Fill(language, MessageId::kSuspectedFiles, word, result);
   // Examples in books do so as well.
-  if ((flow.reach & kUploadsToRoot) != 0 && page.size() <= kReaderPage && !IsPart(page, code) &&
-      !Holds(page, "getextension") && !Holds(page, "contenttype"))
+  if ((flow.reach & kUploadsToRoot) != 0 && plain.size() <= kReaderPage && !IsPart(plain, code) &&
+      !Holds(plain, "getextension") && !Holds(plain, "contenttype"))
     return Fill(language, MessageId::kSuspectedFiles, flow.detail, result, true);
+  return false;
+}
+
+}  // namespace
+
+bool AnalysePage(const CSignatureLibrary& library, std::string_view text, Language language, WebshellResult* result) {
+  const std::string plain = PlainPage(text);
+  if (text.size() > kLargestScript && Holds(plain, "standard jet db")) return false;
+  if (Holds(WithoutBlanks(plain), "@codepage=65000"))
+    return Fill(language, MessageId::kUtf7Script, "@codepage=65000", result);
+  if (IsLargeOrdinaryPage(plain)) return false;
+  const std::string_view script = ScriptPart(plain);
+  if (const SignatureRule* const rule = library.Find(BlankFreeLower(script), text.size()).rule) {
+    *result = {rule->name, {}, rule->terms.front(), rule->terms.front(), kAspRuleKind, rule->size_limit};
+    return true;
+  }
+  const PageCode code = ServerCode(plain);
+  Page page{text, plain, code, IsAspx(plain, code), language};
+  // ASPX pages are judged as such alone.
+  if (!page.is_aspx && JudgeAsp(library, &page, result)) return true;
+  if (JudgeAspx(&page, result)) return true;
+  result->partial = result->partial || page.partial;
   return false;
 }
 

@@ -1,4 +1,4 @@
-// Judge ASP and ASPX pages by what they do.
+// Judges ASP and ASPX pages by what they do.
 #pragma once
 
 #include <string_view>
@@ -9,10 +9,9 @@
 
 namespace qiv {
 
-/// Whether `text` (bytes of a file that holds "<%") is an ASP backdoor; fills `result` with the first finding. Linear.
-bool AnalyseAsp(const CSignatureLibrary& library, std::string_view text, Language language, WebshellResult* result);
-
-/// The same for ASPX pages and handlers.
-bool AnalyseAspx(std::string_view text, Language language, WebshellResult* result);
+/// Whether `text` (bytes of a file that holds "<%") is a backdoor as an ASP page or, if not, as an ASPX page or
+/// handler; fills `result` with the first finding. Where limits kept something from being followed and nothing was
+/// found, sets result->partial. Linear.
+bool AnalysePage(const CSignatureLibrary& library, std::string_view text, Language language, WebshellResult* result);
 
 }  // namespace qiv

@@ -7,24 +7,18 @@
 namespace qiv {
 namespace {
 
-constexpr std::size_t kMostLayers = 4096;  // texts that are evaluated
 constexpr std::size_t kShortestLayer = 6;  // bytes: a shorter text calls nothing with anything
 constexpr std::size_t kShortestName = 4;   // bytes: a type or method that runs something has a longer name
 constexpr std::size_t kLongestIndex = 8;   // bytes: elements of a longer index are not told apart
+constexpr std::size_t kLongestList = 64;   // bytes: of a list's name
 
 }  // namespace
-
-std::string_view CPageFollower::Keep(std::string text) {
-  if (const auto found = kept_.find(text); found != kept_.end()) return *found;
-  texts_.push_back(std::move(text));
-  return *kept_.insert(texts_.back()).first;
-}
 
 const PageWord* CPageFollower::Find(std::string_view word, bool member) const {
   const PageWord* const row = FindPageWord(word);
   if (row == nullptr || (aspx_ ? !row->aspx : !row->asp)) return nullptr;
   if (row->member != 0 && (row->member > 0) != member) return nullptr;
-  if (!member && functions_.contains(word)) return nullptr;
+  if (!member && scope_.IsFunction(word)) return nullptr;
   return row;
 }
 
@@ -51,18 +45,20 @@ PageValue CPageFollower::ReadWord(std::string_view word) {
     value.text = "\n";
     return value;
   }
-  if (const auto function = functions_.find(word); function != functions_.end() && word != function_) {
-    value.marks = function->second.returns;
-    value.alias = function->first;
+  if (const PageFunction* const function = word == function_ ? nullptr : scope_.FindFunction(word)) {
+    value.marks = function->returns;
+    value.alias = word;
     return value;
   }
-  if (const auto variable = variables_.find(word); variable != variables_.end()) {
-    value = Copy(variable->second);
+  if (const PageValue* const variable = scope_.Find(word)) {
+    value = Copy(*variable);
     value.name = word;
     return value;
   }
   if (const PageWord* const row = Find(word, false)) {
     value.alias = row->word;
+  } else if (scope_.Forgotten() != 0) {
+    value.marks = scope_.Forgotten();
   } else if (basic_) {
     value.known = true;  // a variable that nothing was assigned to is empty
   }
@@ -75,26 +71,33 @@ PageValue CPageFollower::ReadMember(std::string_view word, const PageValue& rece
   if (word == "request") return ReadWord(word);
   if (receiver.object == PageObject::kRequest) return FromRequest(word, {});
   if (const PageWord* const row = Find(word, true)) {
-    if (row->call == PageCall::kReads || row->call == PageCall::kClean || row->call == PageCall::kCase) {
-      Frame frame;
-      frame.receiver = receiver;
-      frame.callee = word;
-      return Act(*row, &frame);
+    value.name = row->word;
+    if (row->call == PageCall::kClean) return value;
+    if (row->call == PageCall::kCase) {
+      value.marks = receiver.marks;
+      return value;
     }
+    if (row->call == PageCall::kReads) {
+      value.marks = receiver.marks & (kFed | kNet | kFile);
+      if (receiver.object == PageObject::kHttp || row->word.starts_with("download")) value.marks |= kNet;
+      if (receiver.object == PageObject::kFile) value.marks |= kFile;
+      return value;
+    }
+    value.name = word;
     value.alias = row->word;
   }
   value.marks = receiver.marks & ~static_cast<std::uint32_t>(kSql);
   if (word == "query" && receiver.name == "url") value.marks = kFed;
   if (aspx_ && value.marks == 0 && (word == "text" || word == "value" || word == "selectedvalue") &&
-      (receiver.object == PageObject::kControl || !variables_.contains(receiver.name))) {
+      (receiver.object == PageObject::kControl || scope_.Find(receiver.name) == nullptr)) {
     flow_.reach |= kHearsClient;
     value.marks = kFed;
   }
   if (word == "startinfo" || (aspx_ && word == "process")) value.object = PageObject::kShell;
   trusted_xslt_ = trusted_xslt_ || word == "trustedxslt";
-  if (const auto variable = variables_.find(word); variable != variables_.end()) {
-    value.marks |= variable->second.marks;
-    value.object = variable->second.object;
+  if (const PageValue* const variable = scope_.Find(word)) {
+    value.marks |= variable->marks;
+    value.object = variable->object;
   }
   return value;
 }
@@ -120,9 +123,9 @@ PageValue CPageFollower::FromRequest(std::string_view member, const std::vector<
 PageValue CPageFollower::CallFunction(std::string_view name, const std::vector<PageValue>& arguments) {
   PageValue result;
   result.name = name;
-  const auto found = functions_.find(name);
-  if (found == functions_.end()) return result;
-  Function& function = found->second;
+  PageFunction* const found = scope_.FindFunction(name);
+  if (found == nullptr) return result;
+  PageFunction& function = *found;
   std::uint32_t given = 0;
   std::uint32_t taken = 0;
   for (std::size_t i = 0; i < arguments.size() && i < function.marks.size(); ++i) {
@@ -144,13 +147,13 @@ void CPageFollower::PassOn(std::string_view callee, const Frame& frame) {
   const PageValue& first = frame.arguments[0];
   if ((callee == "read" || callee == "copyto") && (frame.receiver.marks & kFed) != 0) {
     if (callee == "copyto" && first.object == PageObject::kFile) Reach(kContentRequested, callee);
-    if (const auto into = variables_.find(first.name); into != variables_.end()) into->second.marks |= kFed;
+    if (PageValue* const into = scope_.Find(first.name)) into->marks |= kFed;
   }
   constexpr std::string_view kTakes[] = {"loadxml", "append",   "appendline", "appendformat",
                                          "add",     "addrange", "insert"};
   if ((first.marks & kFed) != 0 && IsOneOf(callee, kTakes)) {
-    if (const auto into = variables_.find(frame.receiver.name); into != variables_.end())
-      into->second.marks |= first.marks & (kFed | kPiece | kLed | kSql | kMapped);
+    if (PageValue* const into = scope_.Find(frame.receiver.name))
+      into->marks |= first.marks & (kFed | kPiece | kLed | kSql | kMapped);
   }
 }
 
@@ -161,8 +164,8 @@ PageValue CPageFollower::Call(Frame* frame) {
     callee = frame->receiver.alias;
     member = false;
   } else if (!member) {
-    const auto variable = variables_.find(callee);
-    if (variable != variables_.end() && !variable->second.alias.empty()) callee = variable->second.alias;
+    const PageValue* const variable = scope_.Find(callee);
+    if (variable != nullptr && !variable->alias.empty()) callee = variable->alias;
   }
   const std::vector<PageValue>& arguments = frame->arguments;
   if (callee == "request") {
@@ -174,7 +177,7 @@ PageValue CPageFollower::Call(Frame* frame) {
     if (const PageWord* const word = Find(callee, member)) return Act(*word, frame);
   }
   if (frame->receiver.object == PageObject::kRequest) return FromRequest(member ? callee : "item", arguments);
-  if (!callee.empty() && functions_.contains(callee) && (!member || frame->receiver.object == PageObject::kNone)) {
+  if (!callee.empty() && scope_.IsFunction(callee) && (!member || frame->receiver.object == PageObject::kNone)) {
     return CallFunction(callee, arguments);
   }
   if (!arguments.empty() && (arguments[0].marks & kFed) != 0) {
@@ -194,8 +197,8 @@ PageValue CPageFollower::Call(Frame* frame) {
     std::string key(callee);
     key += ':';
     if (!arguments.empty() && arguments[0].known) key += arguments[0].text;
-    const std::string_view name = Keep(std::move(key));
-    if (const auto stored = variables_.find(name); stored != variables_.end()) result = Copy(stored->second);
+    const std::string_view name = names_.Keep(std::move(key));
+    if (const PageValue* const stored = scope_.Find(name)) result = Copy(*stored);
     result.name = name;
     return result;
   }
@@ -214,8 +217,8 @@ PageValue CPageFollower::Call(Frame* frame) {
   if (!arguments.empty() && arguments[0].known) {
     if (callee.empty() || callee == "getref") {  // an element, or a function, by its name
       if (const PageWord* const word = FindPageWord(arguments[0].text)) result.alias = word->word;
-      if (const auto function = functions_.find(arguments[0].text); function != functions_.end())
-        result.alias = function->first;
+      const std::string_view function = scope_.FunctionName(arguments[0].text);
+      if (!function.empty()) result.alias = function;
     }
     trusted_xslt_ = trusted_xslt_ || (callee == "xsltsettings" && arguments.back().text != "false");
     if (callee == "getmethod" || callee == "gettype" || callee == "invokemember") {
@@ -223,31 +226,27 @@ PageValue CPageFollower::Call(Frame* frame) {
     }
   }
   if (member && frame->receiver.object == PageObject::kOther && !arguments.empty()) Opaque(callee, arguments[0]);
-  std::size_t known = 0;
+  const std::size_t known = frame->known_arguments;
   for (const PageValue& argument : arguments) {
     if ((argument.marks & kSql) != 0) return result;
     result.marks |= argument.marks;
-    known += argument.known ? 1 : 0;
   }
   if (known >= kManyArguments) result.marks |= kLong;
   if (callee == "combine" && !arguments.empty() && (arguments[0].marks & (kFed | kMapped | kLed)) == kFed)
     result.marks &= ~static_cast<std::uint32_t>(kMapped);
   const std::string_view whole = callee.empty() ? frame->receiver.name : callee;
-  if (!member && !whole.empty() && arguments.size() == 1 && known == 1 &&
-      arguments[0].text.size() <= kLongestIndex) {  // an element
-    std::string key(whole);
-    key.append("(").append(arguments[0].text);
-    result.name = Keep(std::move(key));
-    if (const auto element = variables_.find(result.name); element != variables_.end()) {
+  if (!member && !whole.empty() && arguments.size() == 1 && known == 1 && arguments[0].text.size() <= kLongestIndex) {
+    result.name = Element(whole, arguments[0].text);
+    if (const PageValue* const element = scope_.Find(result.name)) {
       const std::string_view alias = result.alias;
-      result = Copy(element->second);
+      result = Copy(*element);
       if (result.alias.empty()) result.alias = alias;
       return result;
     }
   }
-  if (const auto variable = variables_.find(callee); !member && variable != variables_.end()) {
-    result.marks |= variable->second.marks;
-    result.object = variable->second.object;
+  if (const PageValue* const variable = member ? nullptr : scope_.Find(callee)) {
+    result.marks |= variable->marks;
+    result.object = variable->object;
   }
   result.marks |= frame->receiver.marks & ~static_cast<std::uint32_t>(kSql);
   if (member && result.object == PageObject::kNone && callee == "getrequeststream") result.object = PageObject::kOther;
@@ -260,13 +259,26 @@ void CPageFollower::Reach(std::uint32_t reach, std::string_view word) {
   flow_.reach |= reach;
 }
 
+// The name of an element of a list. Elements of elements, and those that there is no room for, are not told apart.
+std::string_view CPageFollower::Element(std::string_view list, std::string_view index) {
+  if (list.size() > kLongestList || Holds(list, "(")) return list;
+  std::string key(list);
+  key.append("(").append(index);
+  const std::string_view name = names_.Keep(std::move(key));
+  return name.empty() ? list : name;
+}
+
 void CPageFollower::Follow(const PageValue& value) {
-  if (value.text.size() < kShortestLayer || parts_.size() >= kMostLayers) return;
-  if (value.text.size() > kShortText && value.text.size() > copies_left_) return;
-  if (value.text.find_first_of(" (\n") == std::string::npos) return;
-  if (value.text.size() > kShortText) copies_left_ -= value.text.size();
-  const std::string_view text = Keep(value.text);
-  if (!followed_.insert(text).second) return;
+  constexpr std::size_t kLayerBytes = 128;  // what a layer takes beside its text
+  if (value.text.size() < kShortestLayer || value.text.find_first_of(" (\n") == std::string::npos) return;
+  if (followed_.contains(value.text)) return;
+  if (value.text.size() + kLayerBytes > layers_left_) {
+    flow_.reach |= kLosesSight;
+    return;
+  }
+  layers_left_ -= value.text.size() + kLayerBytes;
+  const std::string_view text = layers_.emplace_back(value.text);
+  followed_.insert(text);
   parts_.push_back({text, basic_ ? ScriptSyntax::kBasic : ScriptSyntax::kBraces});
   changed_ = true;
 }

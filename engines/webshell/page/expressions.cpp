@@ -210,14 +210,14 @@ void CPageFollower::FinishOperand(char next) {
   Frame& frame = Top();
   if (frame.state == State::kWord) {
     // What is appended to itself is not copied for it.
-    const auto own = depth_ == 0 && !frame.has_value && !frame.word_member && targets_.size() == 1 &&
-                             targets_[0].name == frame.word && (next == '&' || next == '+')
-                         ? variables_.find(frame.word)
-                         : variables_.end();
-    if (own != variables_.end()) {
-      frame.current = std::move(own->second);
-      own->second.text.clear();
-      own->second.known = false;
+    PageValue* const own = depth_ == 0 && !frame.has_value && !frame.word_member && targets_.size() == 1 &&
+                                   targets_[0].name == frame.word && (next == '&' || next == '+')
+                               ? scope_.Find(frame.word)
+                               : nullptr;
+    if (own != nullptr) {
+      frame.current = std::move(*own);
+      own->text.clear();
+      own->known = false;
     } else {
       frame.current = frame.word_member ? ReadMember(frame.word, frame.word_receiver) : ReadWord(frame.word);
     }
@@ -234,7 +234,7 @@ void CPageFollower::FinishOperand(char next) {
   frame.mark = next;
 }
 
-void CPageFollower::Combine(PageValue* left, char mark, PageValue right) const {
+void CPageFollower::Combine(PageValue* left, char mark, PageValue right) {
   constexpr std::string_view kArithmetic = "-*/\\^%x";
   if (mark == '&' || mark == '+') {
     const bool left_fed = (left->marks & kFed) != 0;
@@ -244,7 +244,12 @@ void CPageFollower::Combine(PageValue* left, char mark, PageValue right) const {
     const bool piece = led || (left_fed && !right_fed && !(right.known && Parts(right.text, false)));
     // A file's name behind a folder that the request says is a path of the whole disk.
     if ((left->marks & (kFed | kMapped | kLed)) == kFed) right.marks &= ~static_cast<std::uint32_t>(kMapped);
-    const bool known = Join(left, mark, right, basic_);
+    bool fits = left->text.size() + right.text.size() <= kShortText;
+    if (!fits) {
+      fits = right.text.size() <= joins_left_;
+      fits ? joins_left_ -= right.text.size() : flow_.reach |= kLosesSight;
+    }
+    const bool known = fits && Join(left, mark, right, basic_);
     left->known = known;
     if (known && left->text.size() >= kLongLiteral) left->marks |= kLong;
     left->marks |= right.marks & ~static_cast<std::uint32_t>(kSql);
@@ -269,7 +274,14 @@ void CPageFollower::FinishArgument() {
   if (frame.compares) frame.value.Clear();
   if (!frame.each.empty()) Set(frame.each, frame.value, false);
   frame.each = {};
-  frame.arguments.push_back(std::move(frame.value));
+  frame.known_arguments += frame.value.known ? 1 : 0;
+  ++frame.argument_count;
+  if (frame.arguments.size() < kMostArguments) {
+    frame.arguments.push_back(std::move(frame.value));
+  } else {
+    frame.value.marks |= frame.arguments.back().marks;
+    frame.arguments.back() = std::move(frame.value);
+  }
   frame.value.Clear();
   frame.has_value = false;
   frame.compares = false;
@@ -306,7 +318,7 @@ void CPageFollower::Close() {
     result = std::move(frame.arguments.back());
     if (frame.arguments.size() > 1) result.known = false;
     for (std::size_t i = 0; i + 1 < frame.arguments.size(); ++i) result.marks |= frame.arguments[i].marks;
-    if (frame.arguments.size() >= kManyArguments) result.marks |= kLong;  // character codes
+    if (frame.argument_count >= kManyArguments) result.marks |= kLong;  // character codes
   }
   --depth_;
   Top().state = State::kValue;
@@ -316,6 +328,10 @@ void CPageFollower::Close() {
 
 void CPageFollower::Equals(bool appends) {
   Frame& frame = Top();
+  if (targets_.size() >= kMostTargets) {
+    targets_.erase(targets_.begin() + kMostTargets / 2);
+    flow_.reach |= kLosesSight;
+  }
   if (frame.state == State::kWord) {
     targets_.push_back({frame.word, frame.word_member, appends, frame.word_receiver.name, frame.word_receiver.object});
   } else if (frame.state == State::kValue) {
@@ -342,8 +358,7 @@ void CPageFollower::Assign() {
     const bool own = !target.member || target.receiver.empty() || target.receiver == "this" || target.receiver == "me";
     if (target.name.empty()) {
       // An element: the list holds what it is given.
-      const auto list = variables_.find(target.element);
-      if (list != variables_.end()) list->second.marks |= frame.value.marks & kFed;
+      if (PageValue* const list = scope_.Find(target.element)) list->marks |= frame.value.marks & kFed;
     } else if (own) {
       Set(target.name, frame.value, target.appends);
     }
@@ -352,10 +367,15 @@ void CPageFollower::Assign() {
 }
 
 void CPageFollower::Set(std::string_view name, const PageValue& value, bool appends) {
-  PageValue& variable = variables_[name];
-  if (variable.object == PageObject::kOther && value.object == PageObject::kNone) return;
-  if (const std::size_t bracket = name.find('('); bracket != std::string_view::npos)
-    variables_[name.substr(0, bracket)].marks |= value.marks;
+  const PageValue* const before_it = scope_.Find(name);
+  if (before_it != nullptr && before_it->object == PageObject::kOther && value.object == PageObject::kNone) return;
+  if (const std::size_t bracket = name.find('('); bracket != std::string_view::npos) {
+    const std::string_view list = name.substr(0, bracket);
+    if (scope_.Find(list) == nullptr) scope_.Store(list, {});
+    if (PageValue* const held = scope_.Find(list)) held->marks |= value.marks;
+  }
+  PageValue variable;
+  if (PageValue* const held = scope_.Find(name)) variable = std::move(*held);
   const std::uint32_t before = variable.marks;
   if (appends) {
     Combine(&variable, '+', Copy(value));
@@ -369,12 +389,12 @@ void CPageFollower::Set(std::string_view name, const PageValue& value, bool appe
     variable.object = object;
     variable.name = name;
   }
-  if (name == function_) {
-    Function& function = functions_[name];
-    changed_ = changed_ || (function.returns | variable.marks) != function.returns;
-    function.returns |= variable.marks;
+  if (PageFunction* const function = name == function_ ? scope_.FindFunction(name) : nullptr) {
+    changed_ = changed_ || (function->returns | variable.marks) != function->returns;
+    function->returns |= variable.marks;
   }
   changed_ = changed_ || (before | variable.marks) != before;
+  scope_.Store(name, std::move(variable));
 }
 
 PageValue CPageFollower::Copy(const PageValue& value) {
@@ -383,6 +403,7 @@ PageValue CPageFollower::Copy(const PageValue& value) {
     copies_left_ -= value.text.size();
     return value;
   }
+  flow_.reach |= kLosesSight;
   PageValue copy;
   copy.marks = value.marks;
   copy.object = value.object;

@@ -8,6 +8,15 @@
 namespace qiv {
 namespace {
 
+// Words that end a part of a statement in Basic.
+bool Divides(std::string_view word) {
+  return word == "then" || word == "else" || word == "if" || word == "elseif" || word == "while" || word == "until";
+}
+
+// Words in front of a statement in Basic.
+constexpr std::string_view kBasicHeads[] = {"set",  "let",    "call",    "const",  "for",   "each",  "do",
+                                            "loop", "public", "private", "return", "throw", "using", "byval"};
+
 constexpr int kPasses = 3;  // what a call says reaches a function's result, and its caller, by the third
 
 }  // namespace
@@ -16,9 +25,11 @@ PageFlow CPageFollower::Run() {
   for (int pass = 0; pass < kPasses; ++pass) {
     changed_ = false;
     opaque_ = 0;
+    joins_left_ = 2 * size_ + 4 * kRoom;
     for (std::size_t i = 0; i < parts_.size(); ++i) Walk(parts_[i]);
     if (!changed_) break;
   }
+  if (scope_.Lost()) flow_.reach |= kLosesSight;
   return std::move(flow_);
 }
 
@@ -26,65 +37,79 @@ void CPageFollower::Walk(Part part) {
   basic_ = part.syntax == ScriptSyntax::kBasic;
   function_ = {};
   with_ = {};
-  CStatements& statements = statements_.emplace_back(part.code, part.syntax);
+  open_ = false;
+  starts_program_ = false;
+  CStatements statements(part.code, part.syntax, &names_);
   char closed_by = '\n';
+  tokens_.clear();
   while (statements.Next(&tokens_, &closed_by)) {
-    if (!tokens_.empty()) Statement(closed_by);
-    initialises_ = closed_by == '{' && std::any_of(tokens_.begin(), tokens_.end(), [](const Token& token) {
-                     return token.kind == Token::kName && token.text == "processstartinfo";
-                   });
+    continues_ = closed_by == '\0';
+    if (open_) {
+      GoOn();
+    } else if (!tokens_.empty()) {
+      Statement(closed_by);
+    }
+    starts_program_ = starts_program_ || std::any_of(tokens_.begin(), tokens_.end(), [](const Token& token) {
+                        return token.kind == Token::kName && token.text == "processstartinfo";
+                      });
+    if (continues_) continue;
+    initialises_ = closed_by == '{' && starts_program_;
+    starts_program_ = false;
   }
 }
 
 void CPageFollower::Statement(char closed_by) {
   if (Declares(closed_by)) return;
+  basic_ ? BasicStatement() : BracesStatement();
+}
+
+void CPageFollower::BasicStatement() {
   const std::string_view first = tokens_[0].kind == Token::kName ? tokens_[0].text : std::string_view{};
-  std::size_t begin = 0;
-  if (basic_) {
-    if (first == "end" || first == "exit") {
-      if (first == "end" && tokens_.size() > 1 &&
-          IsOneOf(tokens_[1].text, std::initializer_list<std::string_view>{"function", "sub", "property"})) {
-        function_ = {};
-      }
-      return;
+  if (first == "end" || first == "exit") {
+    if (first == "end" && tokens_.size() > 1 &&
+        IsOneOf(tokens_[1].text, std::initializer_list<std::string_view>{"function", "sub", "property"})) {
+      function_ = {};
     }
-    bool condition = false;
-    for (std::size_t i = 0; i < tokens_.size(); ++i) {
-      if (tokens_[i].kind != Token::kName) continue;
-      const std::string_view word = tokens_[i].text;
-      if (word == "then" || word == "else" || word == "if" || word == "elseif" || word == "while" || word == "until") {
-        Segment(begin, i, condition);
-        begin = i + 1;
-        condition = word != "then" && word != "else";
-      } else if (i == begin && (word == "case" || word == "select")) {
-        condition = true;
-        begin = i + 1;
-      } else if (i == begin && IsOneOf(word, std::initializer_list<std::string_view>{
-                                                 "set", "let", "call", "const", "for", "each", "do", "loop", "public",
-                                                 "private", "return", "throw", "using", "byval"})) {
-        if (word == "return") targets_.push_back({function_, false, false, {}, PageObject::kNone});
-        begin = i + 1;
-      } else if (i == begin && (word == "dim" || word == "redim" || word == "static")) {
-        // Names of a function's own begin anew.
-        for (std::size_t k = i + 1; k < tokens_.size() && !function_.empty(); ++k) {
-          if (tokens_[k].kind == Token::kName && tokens_[k - 1].text != "as") {
-            if (const auto found = variables_.find(tokens_[k].text); found != variables_.end()) found->second = {};
-          }
-          if (tokens_[k].mark == '=') break;
-        }
-        begin = i + 1;
-      } else if (i == begin && word == "with") {
-        Segment(i + 1, tokens_.size(), true);
-        with_ = Copy(frames_[0].value);
-        return;
-      }
-    }
-    Segment(begin, tokens_.size(), condition);
     return;
   }
+  std::size_t begin = 0;
+  bool condition = false;
+  for (std::size_t i = 0; i < tokens_.size(); ++i) {
+    if (tokens_[i].kind != Token::kName) continue;
+    const std::string_view word = tokens_[i].text;
+    if (Divides(word)) {
+      Segment(begin, i, condition);
+      begin = i + 1;
+      condition = word != "then" && word != "else";
+    } else if (i == begin && (word == "case" || word == "select")) {
+      condition = true;
+      begin = i + 1;
+    } else if (i == begin && IsOneOf(word, kBasicHeads)) {
+      if (word == "return") targets_.push_back({function_, false, false, {}, PageObject::kNone});
+      begin = i + 1;
+    } else if (i == begin && (word == "dim" || word == "redim" || word == "static")) {
+      // Names of a function's own begin anew.
+      for (std::size_t k = i + 1; k < tokens_.size() && !function_.empty(); ++k) {
+        if (tokens_[k].kind == Token::kName && tokens_[k - 1].text != "as") {
+          if (PageValue* const variable = scope_.Find(tokens_[k].text)) scope_.Store(tokens_[k].text, {});
+        }
+        if (tokens_[k].mark == '=') break;
+      }
+      begin = i + 1;
+    } else if (i == begin && word == "with") {
+      Segment(i + 1, tokens_.size(), true);
+      with_ = Copy(frames_[0].value);
+      return;
+    }
+  }
+  LastSegment(begin, condition);
+}
+
+void CPageFollower::BracesStatement() {
   constexpr std::string_view kHeads[] = {"if",    "while", "for",   "foreach", "switch",
                                          "using", "lock",  "catch", "with",    "elseif"};
   constexpr std::string_view kSkipped[] = {"else", "do", "try", "finally", "throw", "case", "var", "const"};
+  std::size_t begin = 0;
   while (begin < tokens_.size() && tokens_[begin].kind == Token::kName) {
     const std::string_view word = tokens_[begin].text;
     if (IsOneOf(word, kSkipped)) {
@@ -100,13 +125,43 @@ void CPageFollower::Statement(char closed_by) {
         if (tokens_[end].mark == '(') ++open;
         if (tokens_[end].mark == ')' && --open == 0) break;
       }
-      Segment(begin + 2, end, word == "if" || word == "while" || word == "switch");
+      const bool condition = word == "if" || word == "while" || word == "switch";
+      if (end == tokens_.size() && continues_) {
+        head_brackets_ = open;
+        LastSegment(begin + 2, condition);
+        return;
+      }
+      Segment(begin + 2, end, condition);
       begin = std::min(end + 1, tokens_.size());
     } else {
       break;
     }
   }
-  Segment(begin, tokens_.size(), false);
+  LastSegment(begin, false);
+}
+
+// A further piece of a statement whose last segment is open.
+void CPageFollower::GoOn() {
+  std::size_t begin = 0;
+  for (std::size_t i = 0; i < tokens_.size(); ++i) {
+    const Token& token = tokens_[i];
+    if (basic_ && token.kind == Token::kName && Divides(token.text)) {
+      Steps(begin, i);
+      EndSegment();
+      BeginSegment(token.text != "then" && token.text != "else");
+      begin = i + 1;
+    } else if (head_brackets_ > 0) {
+      if (token.mark == '(') ++head_brackets_;
+      if (token.mark != ')' || --head_brackets_ > 0) continue;
+      Steps(begin, i);
+      EndSegment();
+      BeginSegment(false);
+      begin = i + 1;
+    }
+  }
+  Steps(begin, tokens_.size());
+  if (!continues_) EndSegment();
+  open_ = continues_;
 }
 
 // "function name(a, b)", "sub name(a)", "type name(type a, type b) {".
@@ -158,42 +213,65 @@ bool CPageFollower::DeclaresProperty() {
   });
   if (!names) return false;
   function_ = tokens_.back().text;
-  functions_[function_].parameters.clear();
+  scope_.Declare(function_, {});
   return true;
 }
 
 void CPageFollower::Declare(std::size_t name, std::size_t end) {
+  constexpr std::size_t kMostParameters = 64;
   function_ = tokens_[name].text;
-  // A name made of escapes lives as long as its statements do.
-  Function& function = functions_[function_];
-  function.parameters.clear();
-  for (std::size_t i = name + 2; i < end; ++i) {
+  std::vector<std::string_view> parameters;
+  for (std::size_t i = name + 2; i < end && parameters.size() < kMostParameters; ++i) {
     const bool last = i + 1 >= end || tokens_[i + 1].mark == ',' || tokens_[i + 1].mark == ')' ||
                       tokens_[i + 1].mark == ':' || tokens_[i + 1].text == "as" || tokens_[i + 1].mark == '=';
     if (tokens_[i].kind == Token::kName && last && tokens_[i - 1].text != "as" && tokens_[i - 1].mark != ':')
-      function.parameters.push_back(tokens_[i].text);
+      parameters.push_back(tokens_[i].text);
     if (tokens_[i].mark == ')') break;
   }
+  const PageFunction& function = scope_.Declare(function_, std::move(parameters));
   const bool called_back = function_ == "raisecallbackevent" || function_ == "raisepostbackevent";
-  function.marks.resize(std::max(function.marks.size(), function.parameters.size()));
   for (std::size_t i = 0; i < function.parameters.size(); ++i) {
-    PageValue& parameter = variables_[function.parameters[i]];
-    parameter = {};
+    PageValue parameter;
     if (service_) flow_.reach |= kHearsClient;
     parameter.marks = function.marks[i] | (service_ || called_back ? kFed : 0U);
+    scope_.Store(function.parameters[i], std::move(parameter));
   }
 }
 
 void CPageFollower::Segment(std::size_t begin, std::size_t end, bool condition) {
+  BeginSegment(condition);
+  Steps(begin, end);
+  EndSegment();
+}
+
+// The rest of the tokens, and of the statement where it goes on.
+void CPageFollower::LastSegment(std::size_t begin, bool condition) {
+  BeginSegment(condition);
+  Steps(begin, tokens_.size());
+  if (!continues_) EndSegment();
+  open_ = continues_;
+}
+
+void CPageFollower::BeginSegment(bool condition) {
   if (frames_.empty()) frames_.resize(1);
   depth_ = 0;
   ignored_ = 0;
   frames_[0].Clear();
-  if (begin >= end) {
+  open_condition_ = condition;
+  stepped_ = false;
+}
+
+void CPageFollower::Steps(std::size_t begin, std::size_t end) {
+  for (std::size_t i = begin; i < end; ++i) Step(tokens_[i], open_condition_);
+  stepped_ = stepped_ || begin < end;
+}
+
+void CPageFollower::EndSegment() {
+  head_brackets_ = 0;
+  if (!stepped_) {
     targets_.clear();
     return;
   }
-  for (std::size_t i = begin; i < end; ++i) Step(tokens_[i], condition);
   while (depth_ > 0) Close();
   FinishOperand(' ');
   if (!Top().each.empty()) Set(Top().each, Top().value, false);

@@ -31,6 +31,7 @@ enum PageReach : std::uint32_t {
   kWritesItself = 1U << 17,     ///< the page is the file that is written, or an upload is put beside it
   kUploadsToRoot = 1U << 19,    ///< an upload is put into the site's root folder
   kHearsClient = 1U << 18,      ///< the code uses something that the request says
+  kLosesSight = 1U << 20,       ///< limits kept something from being followed
 };
 
 struct PageFlow {
@@ -41,7 +42,7 @@ struct PageFlow {
 
 /// Follows the request through lower-cased server code, statement by statement: variables, functions and their
 /// parameters, members; texts that are put together are worked out, and text that is evaluated is followed in its turn.
-/// Linear in the code: a fixed number of passes; texts worked out are bounded by the code's length.
+/// Linear in the code: a fixed number of passes; what is worked out and held is bounded by the code's length.
 PageFlow FollowPage(const PageCode& code, PageKind kind);
 
 }  // namespace qiv

@@ -14,6 +14,8 @@
 #include <vector>
 
 #include "engines/webshell/page/flow.h"
+#include "engines/webshell/page/names.h"
+#include "engines/webshell/page/scope.h"
 #include "engines/webshell/page/value.h"
 
 namespace qiv {
@@ -24,7 +26,11 @@ class CPageFollower {
       : service_(Holds(code.attributes, "@webservice") || Holds(code.braces, "[webmethod") ||
                  Holds(code.basic, "<webmethod") || Holds(code.braces, "services.webmethod")),
         aspx_(kind == PageKind::kAspx),
-        copies_left_(4 * (code.basic.size() + code.braces.size()) + 65536) {
+        size_(code.basic.size() + code.braces.size()),
+        names_(2 * size_ + kRoom),
+        scope_(4 * size_ + 3 * kRoom, 2 * size_ + kRoom),
+        copies_left_(4 * size_ + 4 * kRoom),
+        layers_left_(2 * size_ + 2 * kRoom) {
     if (!code.basic.empty()) parts_.push_back({code.basic, ScriptSyntax::kBasic});
     if (!code.braces.empty()) parts_.push_back({code.braces, ScriptSyntax::kBraces});
   }
@@ -35,11 +41,6 @@ class CPageFollower {
   struct Part {
     std::string_view code;
     ScriptSyntax syntax;
-  };
-  struct Function {
-    std::vector<std::string_view> parameters;
-    std::vector<std::uint32_t> marks;  // of the parameters, from all calls
-    std::uint32_t returns = 0;
   };
   enum class State : std::uint8_t { kNone, kWord, kValue };
   // An open bracket, a call without brackets, or the statement itself.
@@ -63,7 +64,9 @@ class CPageFollower {
     PageValue word_receiver;
     PageValue current;
     PageValue value;
-    std::vector<PageValue> arguments;
+    std::vector<PageValue> arguments;  // of very many the last one stands for the rest
+    std::size_t known_arguments = 0;
+    std::size_t argument_count = 0;
 
     void Clear() {
       call = without_brackets = member = compares = has_value = behind_dot = word_member = made = word_made = false;
@@ -72,6 +75,7 @@ class CPageFollower {
       callee = word = element = each = {};
       for (PageValue* const part : {&receiver, &word_receiver, &current, &value}) part->Clear();
       arguments.clear();
+      known_arguments = argument_count = 0;
     }
   };
   struct Target {
@@ -85,13 +89,21 @@ class CPageFollower {
 
   void Walk(Part part);
   void Statement(char closed_by);
+  void BasicStatement();
+  void BracesStatement();
+  void GoOn();
   bool Declares(char closed_by);
   bool DeclaresProperty();
   void Declare(std::size_t name, std::size_t end);
   void Segment(std::size_t begin, std::size_t end, bool condition);
+  void LastSegment(std::size_t begin, bool condition);
+  void BeginSegment(bool condition);
+  void Steps(std::size_t begin, std::size_t end);
+  void EndSegment();
   void Step(const Token& token, bool condition);
   void Word(std::string_view word);
   void Mark(char mark, bool condition);
+  void OpenBracket(char mark, bool condition);
   void BeginOperand();
   void FinishOperand(char next);
   void FinishArgument();
@@ -100,7 +112,7 @@ class CPageFollower {
   void Equals(bool appends);
   void Assign();
   void Set(std::string_view name, const PageValue& value, bool appends);
-  void Combine(PageValue* left, char mark, PageValue right) const;
+  void Combine(PageValue* left, char mark, PageValue right);
   PageValue ReadWord(std::string_view word);
   PageValue ReadMember(std::string_view word, const PageValue& receiver);
   PageValue Call(Frame* frame);
@@ -121,21 +133,24 @@ class CPageFollower {
   void Reach(std::uint32_t reach, std::string_view word);
   void Follow(const PageValue& value);
   const PageWord* Find(std::string_view word, bool member) const;
-  std::string_view Keep(std::string text);
+  std::string_view Element(std::string_view list, std::string_view index);
   PageValue Copy(const PageValue& value);
   Frame& Top() { return frames_[depth_]; }
+
+  static constexpr std::size_t kRoom = 16384;  // bytes: what short pages may hold of each kind beyond their length
+  static constexpr std::size_t kMostArguments = 16;
+  static constexpr std::size_t kMostTargets = 32;
 
   bool service_;  // clients call the functions: what they are given is the request
   bool aspx_;
   bool basic_ = true;
   bool changed_ = false;
   std::vector<Part> parts_;
-  std::deque<CStatements> statements_;  // keep the names
-  std::deque<std::string> texts_;
-  std::unordered_set<std::string_view> kept_;
+  std::size_t size_;  // of the code
+  CPageNames names_;
+  CPageScope scope_;
+  std::deque<std::string> layers_;  // texts that are evaluated
   std::unordered_set<std::string_view> followed_;
-  std::unordered_map<std::string_view, PageValue> variables_;
-  std::unordered_map<std::string_view, Function> functions_;
   std::unordered_map<std::string_view, bool> written_;  // by part of an object's name: whether the code holds it
   std::vector<Token> tokens_;
   std::vector<Frame> frames_;
@@ -151,7 +166,15 @@ class CPageFollower {
   bool made_next_ = false;          // the last word was "new"
   bool initialises_ = false;        // the statement names the fields of a program's start that is being made
   bool trusted_xslt_ = false;       // style sheets may hold scripts
-  std::size_t copies_left_;
+  bool continues_ = false;          // the statement at hand is longer than its piece
+  bool open_ = false;               // and so is its last segment
+  bool open_condition_ = false;
+  bool stepped_ = false;           // the open segment holds something
+  std::size_t head_brackets_ = 0;  // of "if (...": open at the end of the piece
+  bool starts_program_ = false;    // the statement names the start of a program
+  std::size_t copies_left_;        // bytes of long texts that may be copied
+  std::size_t joins_left_ = 0;     // bytes that may be joined to long texts in this pass
+  std::size_t layers_left_;        // bytes of texts that may be followed
   PageFlow flow_;
 };
 

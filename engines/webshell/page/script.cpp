@@ -141,21 +141,27 @@ class CCutter {
 PageCode ServerCode(std::string_view page) { return CCutter(page).Run(); }
 
 bool CStatements::Next(std::vector<Token>* tokens, char* closed_by) {
+  last_ = goes_on_ && !tokens->empty() ? tokens->back() : Token{};
   tokens->clear();
   strings_.clear();
-  if (at_ >= code_.size()) return false;
-  std::size_t lists = 0;
+  if (at_ >= code_.size() && !goes_on_) return false;
+  if (!goes_on_) lists_ = 0;
   while (at_ < code_.size()) {
+    if (tokens->size() >= kMostTokens) {
+      *closed_by = '\0';
+      goes_on_ = true;
+      return true;
+    }
     const char c = code_[at_];
     // "new object[] { a, b }": a list of values, not a block.
-    if (!basic_ && c == '{' && !tokens->empty() && (lists > 0 || tokens->back().mark == ']')) {
-      ++lists;
+    if (!basic_ && c == '{' && (lists_ > 0 || LastMark(*tokens) == ']')) {
+      ++lists_;
       ++at_;
       tokens->push_back({Token::kMark, '(', {}});
       continue;
     }
-    if (c == '}' && lists > 0) {
-      --lists;
+    if (c == '}' && lists_ > 0) {
+      --lists_;
       ++at_;
       tokens->push_back({Token::kMark, ')', {}});
       continue;
@@ -163,32 +169,43 @@ bool CStatements::Next(std::vector<Token>* tokens, char* closed_by) {
     if (basic_ ? c == '\n' || c == '\r' || c == ':' : c == ';' || c == '{' || c == '}') {
       ++at_;
       *closed_by = c;
+      goes_on_ = false;
       return true;
     }
-    if (IsSpace(c)) {
-      ++at_;
-    } else if (c == '"' || (c == '\'' && !basic_)) {
-      String(tokens, false);
-    } else if (Comment()) {
-      continue;
-    } else if (IsDigit(c) ||
-               (basic_ && c == '&' && At(at_ + 1, 'h') && at_ + 2 < code_.size() && HexValue(code_[at_ + 2]) >= 0)) {
-      Number(tokens);
-    } else if (IsNameByte(c) || c == '\\') {
-      Word(tokens);
-    } else if (c == '@' && !basic_) {
-      ++at_;
-      if (At(at_, '"')) {  // a verbatim string: its backslashes stand for themselves
-        String(tokens, true);
-      }
-    } else if (!basic_ && c == '/' && Regex(*tokens)) {
-      tokens->push_back({Token::kString, '\0', {}});
-    } else {
-      Mark(tokens);
-    }
+    Piece(c, tokens);
   }
   *closed_by = '\n';
+  goes_on_ = false;
   return true;
+}
+
+char CStatements::LastMark(const std::vector<Token>& tokens) const {
+  return tokens.empty() ? last_.mark : tokens.back().mark;
+}
+
+// A blank, a comment or a token.
+void CStatements::Piece(char c, std::vector<Token>* tokens) {
+  if (IsSpace(c)) {
+    ++at_;
+  } else if (c == '"' || (c == '\'' && !basic_)) {
+    String(tokens, false);
+  } else if (Comment()) {
+    return;
+  } else if (IsDigit(c) ||
+             (basic_ && c == '&' && At(at_ + 1, 'h') && at_ + 2 < code_.size() && HexValue(code_[at_ + 2]) >= 0)) {
+    Number(tokens);
+  } else if (IsNameByte(c) || c == '\\') {
+    Word(tokens);
+  } else if (c == '@' && !basic_) {
+    ++at_;
+    if (At(at_, '"')) {  // a verbatim string: its backslashes stand for themselves
+      String(tokens, true);
+    }
+  } else if (!basic_ && c == '/' && Regex(*tokens)) {
+    tokens->push_back({Token::kString, '\0', {}});
+  } else {
+    Mark(tokens);
+  }
 }
 
 void CStatements::Word(std::vector<Token>* tokens) {
@@ -207,8 +224,7 @@ void CStatements::Word(std::vector<Token>* tokens) {
       if (next == at_) break;
       at_ = next;
     }
-    names_.push_back(std::move(name));
-    tokens->push_back({Token::kName, '\0', names_.back()});
+    tokens->push_back({Token::kName, '\0', names_->Keep(std::move(name))});
     if (At(at_, '\\')) ++at_;
     return;
   }
@@ -226,7 +242,7 @@ void CStatements::Word(std::vector<Token>* tokens) {
       return;
     }
   }
-  if (basic_ && word == "rem" && tokens->empty()) {
+  if (basic_ && word == "rem" && tokens->empty() && !goes_on_) {
     at_ = std::min(code_.find('\n', at_), code_.size());
     return;
   }
@@ -310,8 +326,10 @@ void CStatements::Number(std::vector<Token>* tokens) {
 
 // Steps over a regular expression, whose quotes are none of the code's.
 bool CStatements::Regex(const std::vector<Token>& tokens) {
-  if (!tokens.empty() && (tokens.back().kind != Token::kMark || tokens.back().mark == ')' || tokens.back().mark == ']'))
-    return false;
+  if (!tokens.empty() || goes_on_) {
+    const Token& before = tokens.empty() ? last_ : tokens.back();
+    if (before.kind != Token::kMark || before.mark == ')' || before.mark == ']') return false;
+  }
   constexpr std::size_t kLongest = 512;
   const std::size_t most = std::min(code_.size(), at_ + kLongest);
   for (std::size_t p = at_ + 1; p < most && code_[p] != '\n'; ++p) {

@@ -8,6 +8,8 @@
 #include <string_view>
 #include <vector>
 
+#include "engines/webshell/page/names.h"
+
 namespace qiv {
 
 inline bool Holds(std::string_view text, std::string_view what) { return text.find(what) != std::string_view::npos; }
@@ -38,16 +40,23 @@ struct Token {
   std::string_view text;  ///< of the others; strings without quotes, escapes resolved
 };
 
-/// Splits lower-cased code into the tokens of its statements. Comments are left out, joined lines closed up. Views stay
-/// valid as long as the object (strings: until the next statement).
+/// Splits lower-cased code into the tokens of its statements. Comments are left out, joined lines closed up. Views are
+/// of the code and of `names`; of strings, until the next call.
 class CStatements {
  public:
-  CStatements(std::string_view code, ScriptSyntax syntax) : code_(code), basic_(syntax == ScriptSyntax::kBasic) {}
+  static constexpr std::size_t kMostTokens =
+      2048;  ///< longer statements come in pieces, so that none takes much memory
 
-  /// The next statement, possibly without tokens; false at the end. `*closed_by` is the byte that ended it.
+  CStatements(std::string_view code, ScriptSyntax syntax, CPageNames* names)
+      : code_(code), basic_(syntax == ScriptSyntax::kBasic), names_(names) {}
+
+  /// The next statement, possibly without tokens, or the next piece of one; false at the end. `*closed_by` is the byte
+  /// that ended it; NUL: it goes on.
   bool Next(std::vector<Token>* tokens, char* closed_by);
 
  private:
+  void Piece(char c, std::vector<Token>* tokens);
+  char LastMark(const std::vector<Token>& tokens) const;
   void Word(std::vector<Token>* tokens);
   void String(std::vector<Token>* tokens, bool verbatim);
   std::size_t Escape(std::size_t at, std::string* text) const;
@@ -60,7 +69,10 @@ class CStatements {
   std::string_view code_;
   bool basic_;
   std::size_t at_ = 0;
-  std::deque<std::string> names_;
+  std::size_t lists_ = 0;  // of values in braces, open
+  bool goes_on_ = false;   // the last piece did not end its statement
+  Token last_;             // of the piece before
+  CPageNames* names_;
   std::deque<std::string> strings_;
 };
 

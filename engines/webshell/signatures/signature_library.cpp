@@ -73,6 +73,9 @@ CSignatureLibrary::CSignatureLibrary(Parts parts)
   }
   std::stable_sort(order_.begin(), order_.end(),
                    [this](std::uint32_t a, std::uint32_t b) { return rules_[a].kind < rules_[b].kind; });
+  first_of_.resize(patterns.size());
+  for (std::uint32_t place = 0; place < order_.size(); ++place)
+    first_of_[rule_terms_[order_[place]].front()].push_back(place);
   terms_ = CMultiPattern(patterns);
 }
 
@@ -80,7 +83,7 @@ bool CSignatureLibrary::IsWholeWord(std::string_view text, std::size_t begin, st
   return (begin == 0 || !IsWordByte(text[begin - 1])) && (end == text.size() || !IsWordByte(text[end]));
 }
 
-// One search. Its memory is taken when the first term occurs, and never grows.
+// One search. Its memory is taken when the first term occurs; of rules only those are asked whose first term occurred.
 class CSignatureLibrary::CSearch {
  public:
   CSearch(const CSignatureLibrary& library, std::string_view text) : library_(library), text_(text) {}
@@ -93,7 +96,11 @@ class CSignatureLibrary::CSearch {
     const std::size_t end = begin + library_.terms_.PatternLength(term);
     if (library_.whole_word_ && !library_.IsWholeWord(text_, begin, end)) return true;
     if (seen_.empty()) Start();
-    seen_[term] = 1;
+    if (seen_[term] == 0) {
+      seen_[term] = 1;
+      const std::vector<std::uint32_t>& rules = library_.first_of_[term];
+      candidates_.insert(candidates_.end(), rules.begin(), rules.end());
+    }
     for (const Step step : library_.steps_of_term_[term]) {
       Progress& progress = progress_[step.rule];
       if (progress.hit) continue;
@@ -109,8 +116,13 @@ class CSignatureLibrary::CSearch {
 
   bool KnownGood() const { return known_good_; }
 
+  /// Places in the library's order of the rules whose first term occurred; no others hit. In order.
+  const std::vector<std::uint32_t>& Candidates() {
+    std::sort(candidates_.begin(), candidates_.end());
+    return candidates_;
+  }
+
   bool Hits(std::uint32_t rule) const {
-    if (seen_.empty()) return false;
     const SignatureRule& pattern = library_.rules_[rule];
     if (pattern.in_order && !progress_[library_.ordered_of_rule_[rule]].hit) return false;
     const std::vector<std::uint32_t>& terms = library_.rule_terms_[rule];
@@ -181,6 +193,7 @@ class CSignatureLibrary::CSearch {
   std::string_view text_;
   bool known_good_ = false;
   std::vector<std::uint8_t> seen_;  // per term
+  std::vector<std::uint32_t> candidates_;
   std::vector<Progress> progress_;  // per ordered rule
   std::vector<Queue> queues_;
   std::vector<std::uint32_t> room_;
@@ -190,7 +203,8 @@ CSignatureLibrary::Match CSignatureLibrary::Find(std::string_view text, std::siz
   CSearch search(*this, text);
   terms_.Find(text, [&](std::uint32_t term, std::size_t begin) { return search.OnOccurrence(term, begin); });
   if (search.KnownGood()) return {true, nullptr};
-  for (const std::uint32_t rule : order_) {
+  for (const std::uint32_t place : search.Candidates()) {
+    const std::uint32_t rule = order_[place];
     if (rules_[rule].size_limit != 0 && rules_[rule].size_limit < size) continue;
     if (search.Hits(rule)) return {false, &rules_[rule]};
   }

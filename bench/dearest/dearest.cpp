@@ -1,0 +1,175 @@
+// dearest: searches for the inputs that cost the protection most, in processor time and memory, by the byte.
+//
+// Mixes of one to eight tokens are made at random, and the dearest found so far are changed a little; each is measured
+// at 16 KiB, if that is promising at 64 KiB, and one that may be dearer than the dearest known of its kind at 512 KiB
+// as well, several times over. What is found is printed at once, and a table at the end.
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <exception>
+#include <iostream>
+#include <random>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "bench/dearest/costs.h"
+#include "bench/dearest/mixes.h"
+#include "port/clock.h"
+
+namespace qiv::bench {
+namespace {
+
+constexpr std::size_t kFirst = 16 << 10;  // tells what is worth a longer look
+constexpr std::size_t kSmall = 64 << 10;
+constexpr std::size_t kLarge = 512 << 10;
+constexpr int kRounds = 3;           // the least of so many counts: machines are shared
+constexpr std::size_t kKept = 12;    // of each kind, to be changed
+constexpr double kMemoryWorth = 25;  // ns/byte that once the input's size in memory is worth, to order by
+constexpr double kFirstShare = 0.7;  // of the least price kept: dearer at first is measured in full
+constexpr double kNoise = 1.1;       // dearer by less may be chance
+
+struct Options {
+  double seconds = 60;
+  std::uint64_t seed = 1;
+  std::vector<std::string> kinds;
+  std::vector<std::string> replay;
+  std::string write;
+  std::string rules = QIV_BENCH_RULES;
+  std::string profile = "default";
+};
+
+struct Found {
+  Mix mix;
+  Cost small;
+  Cost large;
+};
+
+double Price(const Cost& cost) { return std::max(cost.ns_per_byte, cost.memory * kMemoryWorth); }
+
+// The dearest of one kind.
+struct Search {
+  std::size_t kind = 0;
+  std::vector<Found> pool;  // dearest first
+  Found slowest;            // by time and by memory, at either size
+  Found largest;
+  std::uint64_t tried = 0;
+};
+
+double Slowness(const Found& found) { return std::max(found.small.ns_per_byte, found.large.ns_per_byte); }
+double Largeness(const Found& found) { return std::max(found.small.memory, found.large.memory); }
+
+void Print(const char* why, const Found& found) {
+  std::printf("%-8s %6.0f %6.0f ns/byte  %5.1f %5.1f x size  %s%s  %s\n", why, found.small.ns_per_byte,
+              found.large.ns_per_byte, found.small.memory, found.large.memory, found.mix.Name().c_str(),
+              found.large.blocked ? " (refused)" : "", found.mix.Shown().c_str());
+  std::fflush(stdout);
+}
+
+void Try(CCosts& costs, const Mix& mix, Search* search) {
+  ++search->tried;
+  const bool full = search->pool.size() == kKept;
+  if (full && Price(costs.Measure(mix, kFirst, 1)) < Price(search->pool.back().small) * kFirstShare) return;
+  Found found{mix, costs.Measure(mix, kSmall, 1), {}};
+  const double price = Price(found.small);
+  if (full && price <= Price(search->pool.back().small)) return;
+  found.small = costs.Measure(mix, kSmall, kRounds);
+  const auto same = std::find_if(search->pool.begin(), search->pool.end(),
+                                 [&](const Found& other) { return other.mix.Shown() == mix.Shown(); });
+  if (same != search->pool.end()) return;
+  const auto place = std::find_if(search->pool.begin(), search->pool.end(),
+                                  [&](const Found& other) { return Price(other.small) < Price(found.small); });
+  if (place == search->pool.end() && search->pool.size() == kKept) return;
+  const bool may_lead = place == search->pool.begin() || Slowness(found) > Slowness(search->slowest) ||
+                        Largeness(found) > Largeness(search->largest);
+  if (may_lead) found.large = costs.Measure(mix, kLarge, 2);
+  search->pool.insert(place, found);
+  if (search->pool.size() > kKept) search->pool.pop_back();
+  if (Slowness(found) > Slowness(search->slowest) * kNoise) {
+    search->slowest = found;
+    Print("slowest", found);
+  }
+  if (Largeness(found) > Largeness(search->largest) * kNoise) {
+    search->largest = found;
+    Print("largest", found);
+  }
+}
+
+int Replay(CCosts& costs, const Options& options) {
+  for (const std::string& name : options.replay) {
+    const std::optional<Mix> mix = ParseMix(name);
+    if (!mix) {
+      std::cerr << "dearest: no mix: " << name << "\n";
+      return 2;
+    }
+    Print("replay", {*mix, costs.Measure(*mix, kSmall, kRounds), costs.Measure(*mix, kLarge, kRounds)});
+    if (options.write.empty()) continue;
+    std::FILE* const file = std::fopen(options.write.c_str(), "wb");
+    if (file == nullptr) return 2;
+    const std::string text = TextOf(*mix, kSmall);
+    std::fwrite(text.data(), 1, text.size(), file);
+    std::fclose(file);
+  }
+  return 0;
+}
+
+int Run(CCosts& costs, const Options& options) {
+  std::vector<Search> searches;
+  const std::vector<std::string_view> names = KindNames();
+  for (std::size_t kind = 0; kind < names.size(); ++kind) {
+    if (options.kinds.empty() ||
+        std::find(options.kinds.begin(), options.kinds.end(), names[kind]) != options.kinds.end())
+      searches.push_back({kind, {}, {}, {}, 0});
+  }
+  if (searches.empty()) {
+    std::cerr << "dearest: no such kind\n";
+    return 2;
+  }
+  std::mt19937_64 random(options.seed);
+  const std::int64_t end = MonotonicMicroseconds() + static_cast<std::int64_t>(options.seconds * 1e6);
+  for (std::size_t turn = 0; MonotonicMicroseconds() < end; ++turn) {
+    Search& search = searches[turn % searches.size()];
+    const bool anew = search.pool.empty() || random() % 2 == 0;
+    const Mix mix =
+        anew ? RandomMix(search.kind, &random) : Changed(search.pool[random() % search.pool.size()].mix, &random);
+    Try(costs, mix, &search);
+  }
+  std::printf("\nDearest of each kind (at %zu and %zu KiB), seed %llu:\n", kSmall >> 10U, kLarge >> 10U,
+              static_cast<unsigned long long>(options.seed));
+  for (const Search& search : searches) {
+    std::printf("%s, %llu tried\n", std::string(names[search.kind]).c_str(),
+                static_cast<unsigned long long>(search.tried));
+    Print("  time", search.slowest);
+    Print("  memory", search.largest);
+  }
+  return 0;
+}
+
+}  // namespace
+}  // namespace qiv::bench
+
+int main(int argc, char** argv) {
+  try {
+    qiv::bench::Options options;
+    CLI::App app{"Searches for the inputs that cost most processor time and memory by the byte."};
+    app.add_option("--seconds", options.seconds, "how long to search");
+    app.add_option("--seed", options.seed, "of the random numbers; another one searches elsewhere");
+    app.add_option("--kinds", options.kinds, "kinds of input, all by default")->delimiter(',');
+    app.add_option("--replay", options.replay, "measure these mixes, as the search printed them, and nothing else");
+    app.add_option("--write", options.write, "with --replay: write 64 KiB of the mix to this file");
+    app.add_option("--rules", options.rules, "folder of rule data");
+    app.add_option("--profile", options.profile, "a file of its settings folder");
+    CLI11_PARSE(app, argc, argv);
+    qiv::bench::CCosts costs(options.rules, options.profile);
+    if (!costs.Ready()) {
+      std::cerr << "dearest: the configuration did not load\n";
+      return 2;
+    }
+    return options.replay.empty() ? Run(costs, options) : Replay(costs, options);
+  } catch (const std::exception& error) {
+    std::cerr << "dearest: " << error.what() << "\n";
+    return 2;
+  }
+}

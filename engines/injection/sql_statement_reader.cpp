@@ -1,0 +1,116 @@
+// The clauses and statements that an expression may go on with.
+#include "engines/injection/sql_expression_reader.h"
+
+namespace qiv {
+
+bool CSqlExpressionReader::SelectList(bool certain) {
+  Next();
+  while (Is(Kind::kNot) || Is(Word::kAll)) Next();
+  while (Is(Kind::kOpen)) Next();
+  switch (tokens_.Current().kind) {
+    case Kind::kNumber:
+    case Kind::kString:
+    case Kind::kOpenString:
+    case Kind::kOperator:
+      return true;
+    case Kind::kCompare: {  // "like('a','b')"
+      const bool word = IsLetter(Text().front());
+      Next();
+      return word && Is(Kind::kOpen);
+    }
+    case Kind::kWord:
+      break;
+    default:
+      return false;
+  }
+  if (Is(Word::kConstant) || Is(Word::kCase) || Is(Word::kSelect) || Text().starts_with("@@")) return true;
+  Next();
+  if (Is(Kind::kOpen) || Is(Word::kFrom) || Is(Word::kWhere) || Is(Kind::kNumber)) return true;  // "top 1" as well
+  if (Is(Kind::kComma)) {
+    Next();
+    return Is(Kind::kNumber) || Is(Kind::kString) || Is(Kind::kWord);
+  }
+  if (!certain) return false;
+  const bool at_end = before_ == Before::kQuote ? Is(Kind::kComment) : IsEnd();
+  return at_end || Is(Kind::kClose) || Is(Kind::kConnective);
+}
+
+CSqlExpressionReader::Finding CSqlExpressionReader::Union() {
+  Next();
+  while (Is(Word::kAll) || Is(Kind::kNot)) Next();  // all, distinct
+  while (Is(Kind::kOpen)) Next();
+  if (Is(Word::kValues) || Is(Word::kTable)) {
+    Next();
+    return Is(Kind::kOpen) || Is(Kind::kWord) ? Found(Result::kUnion) : Finding();
+  }
+  if (!Is(Word::kSelect)) return {};
+  return SelectList(before_ == Before::kQuote || before_ == Before::kNumber) ? Found(Result::kUnion) : Finding();
+}
+
+CSqlExpressionReader::Finding CSqlExpressionReader::Ordered(bool order) {
+  Next();
+  if (!Skip(Word::kBy)) return {};
+  const bool number = Is(Kind::kNumber);
+  if (before_ == Before::kName && !number) return {};
+  if (!number && !Is(Kind::kWord)) return Is(Kind::kOpen) || Is(Kind::kNot) ? Operands() : Finding();
+  Next();
+  if (Is(Kind::kOpen) && !number) return Found(Result::kClause);
+  while (Is(Kind::kComma) && read_ < most_) {
+    Next();
+    const bool function = Is(Word::kFunction);
+    Next();
+    if (function && Is(Kind::kOpen)) return Found(Result::kClause);
+  }
+  if (Is(Word::kHaving) || Is(Word::kUnion)) return Operators();
+  if (Is(Kind::kComment)) return Found(Result::kClause);
+  return number && order && Is(Kind::kEnd) && before_ != Before::kName ? Found(Result::kClause) : Finding();
+}
+
+CSqlExpressionReader::Finding CSqlExpressionReader::Statement() {
+  const Word word = tokens_.Current().kind == Kind::kWord ? tokens_.Current().word : Word::kName;
+  if (word == Word::kSelect) return SelectList(false) ? Found(Result::kStacked) : Finding();
+  const std::string_view first = Text();
+  Next();
+  const bool name = Is(Kind::kWord);
+  const std::string_view second = name ? Text() : std::string_view();
+  switch (word) {
+    case Word::kInsert:
+      return Is(Word::kInto) ? Found(Result::kStacked) : Finding();
+    case Word::kDelete:
+      return Is(Word::kFrom) ? Found(Result::kStacked) : Finding();
+    case Word::kCreate:
+      if (Is(Kind::kConnective)) return Found(Result::kStacked);  // "or replace"
+      [[fallthrough]];
+    case Word::kDrop:
+    case Word::kAlter:
+    case Word::kTruncate:
+      return name && IsSchemaWord(second) ? Found(Result::kStacked) : Finding();
+    case Word::kUpdate:
+      Next();
+      return name && Is(Word::kSet) ? Found(Result::kStacked) : Finding();
+    case Word::kWaitfor:
+      return EqualNoCase(second, "delay") || EqualNoCase(second, "time") ? Found(Result::kStacked) : Finding();
+    case Word::kDeclare:
+      return second.starts_with('@') ? Found(Result::kStacked) : Finding();
+    case Word::kShutdown:
+      return IsEnd() || Is(Kind::kSemicolon) || EqualNoCase(second, "with") ? Found(Result::kStacked) : Finding();
+    case Word::kExecute:
+      return Is(Kind::kOpen) || Is(Kind::kString) || second.find('_') != std::string_view::npos ||
+                     second.starts_with('@')
+                 ? Found(Result::kStacked)
+                 : Finding();
+    case Word::kCall:
+      Next();
+      return name && Is(Kind::kOpen) ? Found(Result::kStacked) : Finding();
+    case Word::kFunction:  // "; if(1=1) waitfor ..."
+      if (Is(Kind::kOpen) && (EqualNoCase(first, "if") || EqualNoCase(first, "iif"))) return Found(Result::kStacked);
+      return Is(Kind::kOpen) && !first.empty() ? Operands() : Finding();
+    case Word::kSet:
+      return second.starts_with('@') ? Found(Result::kStacked) : Finding();
+    default:  // "begin dbms_lock.sleep(5)"
+      return EqualNoCase(first, "begin") && second.find('.') != std::string_view::npos ? Found(Result::kStacked)
+                                                                                       : Finding();
+  }
+}
+
+}  // namespace qiv

@@ -1,0 +1,348 @@
+#include "engines/injection/sql_tokens.h"
+
+#include <algorithm>
+#include <array>
+#include <iterator>
+
+#include "common/text.h"
+
+namespace qiv {
+namespace {
+
+using Kind = SqlTokenKind;
+using Word = SqlWord;
+
+struct WordRow {
+  std::string_view text;
+  Kind kind;
+  Word word;
+};
+
+// Sorted by text. The functions are those of sqlmap's payloads and of public lists of injections, for MySQL, MariaDB,
+// PostgreSQL, SQL Server, Oracle, SQLite and Access.
+constexpr WordRow kWords[] = {
+    {"all", Kind::kWord, Word::kAll},
+    {"alter", Kind::kWord, Word::kAlter},
+    {"and", Kind::kConnective, Word::kName},
+    {"any", Kind::kNot, Word::kName},
+    {"as", Kind::kWord, Word::kAs},
+    {"ascii", Kind::kWord, Word::kFunction},
+    {"benchmark", Kind::kWord, Word::kFunction},
+    {"between", Kind::kWord, Word::kBetween},
+    {"bin", Kind::kWord, Word::kFunction},
+    {"binary", Kind::kNot, Word::kName},
+    {"by", Kind::kWord, Word::kBy},
+    {"call", Kind::kWord, Word::kCall},
+    {"case", Kind::kWord, Word::kCase},
+    {"cast", Kind::kWord, Word::kFunction},
+    {"char", Kind::kWord, Word::kFunction},
+    {"char_length", Kind::kWord, Word::kFunction},
+    {"chr", Kind::kWord, Word::kFunction},
+    {"coalesce", Kind::kWord, Word::kFunction},
+    {"collate", Kind::kWord, Word::kCollate},
+    {"concat", Kind::kWord, Word::kFunction},
+    {"concat_ws", Kind::kWord, Word::kFunction},
+    {"conv", Kind::kWord, Word::kFunction},
+    {"convert", Kind::kWord, Word::kFunction},
+    {"count", Kind::kWord, Word::kFunction},
+    {"crc32", Kind::kWord, Word::kFunction},
+    {"create", Kind::kWord, Word::kCreate},
+    {"current_database", Kind::kWord, Word::kFunction},
+    {"current_user", Kind::kWord, Word::kFunction},
+    {"database", Kind::kWord, Word::kFunction},
+    {"dbms_pipe.receive_message", Kind::kWord, Word::kFunction},
+    {"dbms_utility.sqlid_to_sqlhash", Kind::kWord, Word::kFunction},
+    {"declare", Kind::kWord, Word::kDeclare},
+    {"delete", Kind::kWord, Word::kDelete},
+    {"distinct", Kind::kNot, Word::kName},
+    {"div", Kind::kOperator, Word::kName},
+    {"drop", Kind::kWord, Word::kDrop},
+    {"else", Kind::kWord, Word::kElse},
+    {"elt", Kind::kWord, Word::kFunction},
+    {"end", Kind::kWord, Word::kEnd},
+    {"exec", Kind::kWord, Word::kExecute},
+    {"execute", Kind::kWord, Word::kExecute},
+    {"exists", Kind::kNot, Word::kName},
+    {"exp", Kind::kWord, Word::kFunction},
+    {"extractvalue", Kind::kWord, Word::kFunction},
+    {"false", Kind::kWord, Word::kConstant},
+    {"field", Kind::kWord, Word::kFunction},
+    {"find_in_set", Kind::kWord, Word::kFunction},
+    {"floor", Kind::kWord, Word::kFunction},
+    {"from", Kind::kWord, Word::kFrom},
+    {"generate_series", Kind::kWord, Word::kFunction},
+    {"get_lock", Kind::kWord, Word::kFunction},
+    {"glob", Kind::kCompare, Word::kName},
+    {"grant", Kind::kWord, Word::kGrant},
+    {"greatest", Kind::kWord, Word::kFunction},
+    {"group", Kind::kWord, Word::kGroup},
+    {"group_concat", Kind::kWord, Word::kFunction},
+    {"gtid_subset", Kind::kWord, Word::kFunction},
+    {"gtid_subtract", Kind::kWord, Word::kFunction},
+    {"having", Kind::kWord, Word::kHaving},
+    {"hex", Kind::kWord, Word::kFunction},
+    {"if", Kind::kWord, Word::kFunction},
+    {"ifnull", Kind::kWord, Word::kFunction},
+    {"iif", Kind::kWord, Word::kFunction},
+    {"ilike", Kind::kCompare, Word::kName},
+    {"in", Kind::kWord, Word::kIn},
+    {"insert", Kind::kWord, Word::kInsert},
+    {"instr", Kind::kWord, Word::kFunction},
+    {"into", Kind::kWord, Word::kInto},
+    {"is", Kind::kWord, Word::kIs},
+    {"isnull", Kind::kWord, Word::kFunction},
+    {"json_keys", Kind::kWord, Word::kFunction},
+    {"least", Kind::kWord, Word::kFunction},
+    {"left", Kind::kWord, Word::kFunction},
+    {"len", Kind::kWord, Word::kFunction},
+    {"length", Kind::kWord, Word::kFunction},
+    {"like", Kind::kCompare, Word::kName},
+    {"limit", Kind::kWord, Word::kLimit},
+    {"load_file", Kind::kWord, Word::kFunction},
+    {"locate", Kind::kWord, Word::kFunction},
+    {"lower", Kind::kWord, Word::kFunction},
+    {"lpad", Kind::kWord, Word::kFunction},
+    {"make_set", Kind::kWord, Word::kFunction},
+    {"md5", Kind::kWord, Word::kFunction},
+    {"mid", Kind::kWord, Word::kFunction},
+    {"mod", Kind::kOperator, Word::kName},
+    {"not", Kind::kNot, Word::kName},
+    {"null", Kind::kWord, Word::kConstant},
+    {"nullif", Kind::kWord, Word::kFunction},
+    {"nvl", Kind::kWord, Word::kFunction},
+    {"or", Kind::kConnective, Word::kName},
+    {"ord", Kind::kWord, Word::kFunction},
+    {"order", Kind::kWord, Word::kOrder},
+    {"pg_sleep", Kind::kWord, Word::kFunction},
+    {"position", Kind::kWord, Word::kFunction},
+    {"procedure", Kind::kWord, Word::kProcedure},
+    {"rand", Kind::kWord, Word::kFunction},
+    {"randomblob", Kind::kWord, Word::kFunction},
+    {"regexp", Kind::kCompare, Word::kName},
+    {"repeat", Kind::kWord, Word::kFunction},
+    {"replace", Kind::kWord, Word::kFunction},
+    {"right", Kind::kWord, Word::kFunction},
+    {"rlike", Kind::kCompare, Word::kName},
+    {"row", Kind::kWord, Word::kFunction},
+    {"schema", Kind::kWord, Word::kFunction},
+    {"select", Kind::kWord, Word::kSelect},
+    {"set", Kind::kWord, Word::kSet},
+    {"sha1", Kind::kWord, Word::kFunction},
+    {"shutdown", Kind::kWord, Word::kShutdown},
+    {"sleep", Kind::kWord, Word::kFunction},
+    {"some", Kind::kNot, Word::kName},
+    {"sqlite_version", Kind::kWord, Word::kFunction},
+    {"strcmp", Kind::kWord, Word::kFunction},
+    {"substr", Kind::kWord, Word::kFunction},
+    {"substring", Kind::kWord, Word::kFunction},
+    {"sys_eval", Kind::kWord, Word::kFunction},
+    {"table", Kind::kWord, Word::kTable},
+    {"then", Kind::kWord, Word::kThen},
+    {"true", Kind::kWord, Word::kConstant},
+    {"truncate", Kind::kWord, Word::kTruncate},
+    {"typeof", Kind::kWord, Word::kFunction},
+    {"unhex", Kind::kWord, Word::kFunction},
+    {"unicode", Kind::kWord, Word::kFunction},
+    {"union", Kind::kWord, Word::kUnion},
+    {"update", Kind::kWord, Word::kUpdate},
+    {"updatexml", Kind::kWord, Word::kFunction},
+    {"upper", Kind::kWord, Word::kFunction},
+    {"user", Kind::kWord, Word::kFunction},
+    {"user_name", Kind::kWord, Word::kFunction},
+    {"utl_inaddr.get_host_address", Kind::kWord, Word::kFunction},
+    {"values", Kind::kWord, Word::kValues},
+    {"version", Kind::kWord, Word::kFunction},
+    {"waitfor", Kind::kWord, Word::kWaitfor},
+    {"when", Kind::kWord, Word::kWhen},
+    {"where", Kind::kWord, Word::kWhere},
+    {"xmltype", Kind::kWord, Word::kFunction},
+    {"xor", Kind::kConnective, Word::kName},
+};
+constexpr std::size_t kLongestWord = 29;
+static_assert(std::is_sorted(std::begin(kWords), std::end(kWords),
+                             [](const WordRow& a, const WordRow& b) { return a.text < b.text; }));
+
+/// Per first letter, the lengths of its words as bits: most names are told from words by it.
+constexpr std::array<std::uint32_t, 26> kLengths = [] {
+  std::array<std::uint32_t, 26> lengths{};
+  for (const WordRow& row : kWords) lengths[static_cast<std::size_t>(row.text[0] - 'a')] |= 1U << row.text.size();
+  return lengths;
+}();
+
+/// The row of a word in any case; null for a name.
+const WordRow* FindWord(std::string_view text) {
+  if (text.size() > kLongestWord || !IsLetter(text[0])) return nullptr;
+  const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; };
+  if ((kLengths[static_cast<std::size_t>(lower(text[0]) - 'a')] >> text.size() & 1U) == 0) return nullptr;
+  char lowered[kLongestWord];
+  std::transform(text.begin(), text.end(), lowered, lower);
+  const std::string_view word(lowered, text.size());
+  const auto* const row = std::lower_bound(std::begin(kWords), std::end(kWords), word,
+                                           [](const WordRow& a, std::string_view b) { return a.text < b; });
+  return row != std::end(kWords) && row->text == word ? row : nullptr;
+}
+
+/// All that no server shows as a letter, and what databases take for blanks.
+constexpr bool IsBlank(char c) {
+  const auto byte = static_cast<unsigned char>(c);
+  return byte <= 0x20 || byte == 0x7F || byte == 0xA0;
+}
+
+constexpr bool IsNameByte(char c) {
+  return IsWordByte(c) || c == '$' || c == '@' || (static_cast<unsigned char>(c) >= 0x80 && !IsBlank(c));
+}
+
+constexpr bool IsHexDigit(char c) { return IsDigit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F'); }
+
+}  // namespace
+
+std::size_t CCommentEnds::Behind(std::size_t from) {
+  if (!known_) {
+    known_ = true;
+    for (std::size_t i = text_.find("*/"); i != std::string_view::npos; i = text_.find("*/", i + 2))
+      ends_.push_back(i + 2);
+  }
+  const auto end = std::lower_bound(ends_.begin(), ends_.end(), from + 2);
+  return end == ends_.end() ? std::string_view::npos : *end;
+}
+
+void CSqlTokens::Take(SqlTokenKind kind, std::size_t length) {
+  current_.kind = kind;
+  at_ += length;
+  room_ -= std::min(room_, length);
+}
+
+std::size_t CSqlTokens::FindNear(char c, std::size_t from) const {
+  return text_.substr(0, std::min(text_.size(), at_ + room_)).find(c, from);
+}
+
+CSqlTokens::Blanks CSqlTokens::SkipBlanks() {
+  while (at_ < text_.size() && room_ > 0) {
+    if (IsBlank(text_[at_])) {
+      ++at_;  // costs nothing: however many there are
+    } else if (text_[at_] == '#' || text_.compare(at_, 2, "--") == 0) {
+      const std::size_t line_end = FindNear('\n', at_);
+      if (line_end == std::string_view::npos) return text_.size() - at_ <= room_ ? Blanks::kToEnd : Blanks::kTooFar;
+      Take(Kind::kEnd, line_end + 1 - at_);
+    } else if (text_.compare(at_, 3, "/*!") == 0) {
+      Take(Kind::kEnd, 3);  // its end is skipped when it comes
+      for (int digits = 0; digits < 6 && IsDigit(At(at_)); ++digits) ++at_;
+    } else if (text_.compare(at_, 2, "/*") == 0) {
+      const std::size_t end = comments_->Behind(at_ + 2);
+      if (end == std::string_view::npos) return Blanks::kToEnd;
+      at_ = end;
+      room_ -= std::min<std::size_t>(room_, 4);
+    } else if (text_.compare(at_, 2, "*/") == 0) {
+      Take(Kind::kEnd, 2);
+    } else {
+      return Blanks::kDone;
+    }
+  }
+  return at_ < text_.size() ? Blanks::kTooFar : Blanks::kDone;
+}
+
+void CSqlTokens::Advance() {
+  current_ = SqlToken{};
+  const Blanks blanks = SkipBlanks();
+  current_.kind = Kind::kEnd;
+  current_.begin = at_;
+  if (blanks == Blanks::kToEnd) {
+    current_.kind = Kind::kComment;
+    at_ = text_.size();
+  } else if (blanks == Blanks::kTooFar) {
+    current_.kind = Kind::kCut;
+  } else if (at_ < text_.size()) {
+    const char c = text_[at_];
+    if (c == '\'' || c == '"' || c == '`') {
+      ReadString(c);
+    } else if (IsDigit(c) || (c == '.' && IsDigit(At(at_ + 1)))) {
+      ReadNumber();
+    } else if (IsNameByte(c) || c == '[') {
+      ReadWord();
+    } else {
+      ReadSign();
+    }
+  }
+  current_.end = at_;
+}
+
+void CSqlTokens::ReadString(char quote) {
+  // More quotes in one string are no client's; without a limit a run of quotes is dear.
+  constexpr int kMostDoubled = 8;
+  int doubled = 0;
+  std::size_t end = at_ + 1;
+  for (;; ++end) {
+    end = FindNear(quote, end);
+    if (end == std::string_view::npos)
+      return text_.size() - at_ <= room_ ? Take(Kind::kOpenString, text_.size() - at_) : Take(Kind::kCut, 0);
+    if (text_[end - 1] == '\\' && end - 1 > at_) continue;
+    if (At(end + 1) != quote) break;
+    // Doubled: part of the string.
+    if (++doubled > kMostDoubled) return Take(Kind::kOther, 1);
+    ++end;
+  }
+  // "`name`" is a name.
+  Take(quote == '`' ? Kind::kWord : Kind::kString, end + 1 - at_);
+}
+
+void CSqlTokens::ReadNumber() {
+  std::size_t end = at_;
+  const std::size_t limit = at_ + room_;
+  if (At(end) == '0' && (At(end + 1) == 'x' || At(end + 1) == 'X') && IsHexDigit(At(end + 2))) {
+    end += 2;
+    while (end < limit && IsHexDigit(At(end))) ++end;
+  } else {
+    while (end < limit && IsDigit(At(end))) ++end;
+    if (At(end) == '.') ++end;
+    while (end < limit && IsDigit(At(end))) ++end;
+    if (At(end) == 'e' || At(end) == 'E') {
+      const std::size_t digits = end + (At(end + 1) == '-' || At(end + 1) == '+' ? 2 : 1);
+      if (IsDigit(At(digits))) {
+        end = digits;
+        while (end < limit && IsDigit(At(end))) ++end;
+      }
+    }
+  }
+  Take(Kind::kNumber, end - at_);
+}
+
+void CSqlTokens::ReadWord() {
+  std::size_t end = at_;
+  if (text_[at_] == '[') {
+    // "[a name]" of SQL Server; its like in other texts is none.
+    constexpr std::size_t kLongestName = 64;
+    while (end < text_.size() && end - at_ < kLongestName && text_[end] != ']' && text_[end] != '\n') ++end;
+    return At(end) == ']' ? Take(Kind::kWord, end + 1 - at_) : Take(Kind::kOther, 1);
+  }
+  const std::size_t limit = std::min(text_.size(), at_ + room_);
+  while (end < limit && (IsNameByte(text_[end]) || text_[end] == '.' || text_[end] == '`')) ++end;
+  while (text_[end - 1] == '.') --end;
+  const WordRow* const row = FindWord(text_.substr(at_, end - at_));
+  if (row) current_.word = row->word;
+  Take(row ? row->kind : Kind::kWord, end - at_);
+}
+
+void CSqlTokens::ReadSign() {
+  struct Sign {
+    std::string_view text;
+    Kind kind;
+  };
+  // Longer ones first.
+  static constexpr Sign kSigns[] = {
+      {"<=>", Kind::kCompare},   {"<>", Kind::kCompare},    {"!=", Kind::kCompare},  {"<=", Kind::kCompare},
+      {">=", Kind::kCompare},    {"==", Kind::kCompare},    {"!<", Kind::kCompare},  {"!>", Kind::kCompare},
+      {"^=", Kind::kCompare},    {":=", Kind::kCompare},    {"<<", Kind::kOperator}, {">>", Kind::kOperator},
+      {"||", Kind::kConnective}, {"&&", Kind::kConnective}, {"::", Kind::kOperator}, {"=", Kind::kCompare},
+      {"<", Kind::kCompare},     {">", Kind::kCompare},     {"+", Kind::kOperator},  {"-", Kind::kOperator},
+      {"*", Kind::kOperator},    {"/", Kind::kOperator},    {"%", Kind::kOperator},  {"&", Kind::kOperator},
+      {"|", Kind::kOperator},    {"^", Kind::kOperator},    {"!", Kind::kNot},       {"~", Kind::kNot},
+      {"(", Kind::kOpen},        {")", Kind::kClose},       {",", Kind::kComma},     {";", Kind::kSemicolon},
+
+  };
+  for (const Sign& sign : kSigns) {
+    if (text_.compare(at_, sign.text.size(), sign.text) == 0) return Take(sign.kind, sign.text.size());
+  }
+  Take(Kind::kOther, 1);
+}
+
+}  // namespace qiv

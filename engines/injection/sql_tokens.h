@@ -1,0 +1,134 @@
+// The tokens of SQL in the middle of a text that may be none.
+//
+// What a database undoes is undone here: any run of blanks, control bytes and comments divides like one blank, the
+// contents of a version comment ("/*!50000union*/") count, letters have no case. Dialects differ; where they do, the
+// reading that attackers use is taken: "#" and "--" begin a comment, "`x`" and "[x]" are names, 0xA0 is a blank.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+#include <vector>
+
+namespace qiv {
+
+enum class SqlTokenKind : std::uint8_t {
+  kEnd,         ///< of the text
+  kComment,     ///< a line comment, or a block comment without its end, that reaches the end of the text
+  kNumber,      ///< decimal, hexadecimal, with fraction and exponent
+  kString,      ///< quoted, with its end
+  kOpenString,  ///< quoted, without its end: it reaches the end of the text
+  kWord,        ///< keyword or name; `keyword` says which
+  kOpen,
+  kClose,
+  kComma,
+  kSemicolon,
+  kCompare,     ///< = == <> != < > <= >= <=> and "like" and its kin
+  kConnective,  ///< and or xor && ||
+  kOperator,    ///< arithmetic and bits: + - * / % & | ^ << >> div mod
+  kNot,         ///< ! ~ not, and others that stand before an operand
+  kOther,       ///< nothing that stands in a statement
+  kCut,         ///< the window ends
+};
+
+/// The words that the detector asks for.
+enum class SqlWord : std::uint8_t {
+  kName,      ///< any other word
+  kConstant,  ///< true false null
+  kFunction,  ///< a function that injections call
+  kAll,
+  kAlter,
+  kAs,
+  kBetween,
+  kBy,
+  kCall,
+  kCase,
+  kCollate,
+  kCreate,
+  kDeclare,
+  kDelete,
+  kDrop,
+  kElse,
+  kEnd,
+  kExecute,
+  kFrom,
+  kGrant,
+  kGroup,
+  kHaving,
+  kIn,
+  kInsert,
+  kInto,
+  kIs,
+  kLimit,
+  kOrder,
+  kProcedure,
+  kSelect,
+  kSet,
+  kShutdown,
+  kTable,
+  kThen,
+  kTruncate,
+  kUnion,
+  kUpdate,
+  kValues,
+  kWaitfor,
+  kWhen,
+  kWhere,
+};
+
+struct SqlToken {
+  SqlTokenKind kind = SqlTokenKind::kEnd;
+  SqlWord word = SqlWord::kName;  ///< of a kWord
+  std::size_t begin = 0;          ///< offset into the text
+  std::size_t end = 0;            ///< behind it
+};
+
+/// Where the block comments of a text end. Found in one pass when first asked for. The text is not owned.
+class CCommentEnds {
+ public:
+  explicit CCommentEnds(std::string_view text) : text_(text) {}
+  /// Offset behind the first "*/" at or after `from`; npos when there is none.
+  std::size_t Behind(std::size_t from);
+
+ private:
+  std::string_view text_;
+  bool known_ = false;
+  std::vector<std::size_t> ends_;
+};
+
+/// Reads tokens from a place of a text on, kWindow bytes far (blanks and block comments not counted), so that many
+/// readers over one text stay cheap. Nothing is allocated. Neither argument is owned.
+class CSqlTokens {
+ public:
+  static constexpr std::size_t kWindow = 2048;
+
+  CSqlTokens(std::string_view text, std::size_t begin, CCommentEnds* comments)
+      : text_(text), comments_(comments), at_(begin), room_(kWindow) {
+    Advance();
+  }
+
+  const SqlToken& Current() const { return current_; }
+  /// The next one. At the end it stays there.
+  void Advance();
+
+ private:
+  enum class Blanks { kDone, kToEnd, kTooFar };
+  /// Past blanks and comments; kToEnd when a comment reaches the end of the text.
+  Blanks SkipBlanks();
+  void ReadString(char quote);
+  void ReadNumber();
+  void ReadWord();
+  void ReadSign();
+  char At(std::size_t i) const { return i < text_.size() ? text_[i] : '\0'; }
+  void Take(SqlTokenKind kind, std::size_t length);
+  /// First `c` at or after `from` within the window; npos when there is none.
+  std::size_t FindNear(char c, std::size_t from) const;
+
+  std::string_view text_;
+  CCommentEnds* comments_;
+  std::size_t at_;
+  std::size_t room_;  ///< bytes of the window that are left
+  SqlToken current_;
+};
+
+}  // namespace qiv
