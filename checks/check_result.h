@@ -40,4 +40,8 @@ struct CheckResult {
   std::string rule;        ///< identifier of the rule that matched
 };
 
+/// Puts "***" in place of secrets in the texts of a decision. Called once, when a check has decided: pages, events,
+/// lock requests and messages all take these texts as they are. A text for which there is no memory is emptied.
+void HideSecrets(CheckResult* result) noexcept;
+
 }  // namespace qiv

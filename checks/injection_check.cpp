@@ -1,7 +1,8 @@
 // The three places in turn (query, body, headers), in each place SQL injection first, then XSS; the first hit decides.
 //
-// Texts are handed to the engines lower-cased, without a copy where they are lower-case already: the engines and the
-// loaded rules compare bytes.
+// Texts are handed to the engines lower-cased byte by byte (judged_text.h), without a copy where they are lower-case
+// already: the engines and the loaded rules compare bytes. The engines answer with ids and places; what is shown of a
+// place is cut from the text as it was sent (shown_text.h), which is made on a hit only.
 #include "checks/injection_check.h"
 
 #include <algorithm>
@@ -11,12 +12,14 @@
 #include <vector>
 
 #include "checks/event_recorder.h"
+#include "checks/injection_texts.h"
+#include "checks/shown_text.h"
 #include "common/char_set.h"
 #include "common/messages.h"
 #include "common/text.h"
 #include "config/website_config.h"
-#include "engines/injection/match_excerpt.h"
 #include "engines/injection/sql_injection_detector.h"
+#include "engines/injection/word_list.h"
 #include "engines/injection/xss_detector.h"
 
 namespace qiv {
@@ -38,7 +41,7 @@ constexpr PlaceTraits kHeader{Place::kHeader, "Header", "sql_header", &Injection
 /// A text in lower case: the original where it is lower-case already, else a copy.
 class CLowered {
  public:
-  explicit CLowered(std::string_view text) : view_(text) {
+  explicit CLowered(std::string_view text) : view_(text), text_(text) {
     if (std::any_of(text.begin(), text.end(), [](char c) { return c >= 'A' && c <= 'Z'; })) {
       copy_ = CCharSet::LowerBytes(text);
       view_ = copy_;
@@ -46,18 +49,31 @@ class CLowered {
   }
   CLowered(const CLowered&) = delete;
   CLowered& operator=(const CLowered&) = delete;
-  std::string_view View() const { return view_; }
+  JudgedText Judged() const { return {view_, text_}; }
 
  private:
   std::string copy_;
   std::string_view view_;
+  std::string_view text_;
 };
 
+/// What an engine found.
 struct Hit {
-  InjectionRule match;                  // the match record
-  bool semantic = false;                // from the SQL detector, not from a keyword rule
-  std::string_view xss_type;            // empty: an SQL hit
-  const HeaderEntry* header = nullptr;  // the header the detector hit in
+  SqlFinding sql;                          // of the SQL detector
+  const InjectionRule* keyword = nullptr;  // or of the keyword rules
+  XssType xss = XssType::kNone;            // or of the XSS detector
+  TextPlace fragment;                      // where the latter found it
+  const HeaderEntry* header = nullptr;     // the header that a detector hit in
+
+  bool IsSemantic() const { return sql.id != SqlFindingId::kNone; }
+  bool IsXss() const { return xss != XssType::kNone; }
+};
+
+/// The same in words.
+struct HitTexts {
+  InjectionRule match;   // the match record
+  std::string excerpt;   // of a body
+  std::string xss_type;  // name of the kind of attack
 };
 
 class CInjectionRun {
@@ -91,57 +107,55 @@ class CInjectionRun {
 
   bool CheckText(const PlaceTraits& place, std::string_view original, bool sql, bool super_mode, bool xss,
                  const CKeywordRules& rules) {
-    const CLowered text(original);
+    const CLowered lowered(original);
+    const JudgedText text = lowered.Judged();
     Hit hit;
-    if (sql && ((super_mode && Detect(text.View(), true, hit)) || MatchRules(text.View(), rules, hit))) {
-      Block(place, hit, text.View());
-      return true;
+    if (!(sql && ((super_mode && Detect(text, true, hit)) || MatchRules(text, rules, hit))) &&
+        !(xss && DetectXss(text, true, hit))) {
+      return false;
     }
-    if (xss && DetectXss(text.View(), true, hit)) {
-      Block(place, hit, text.View());
-      return true;
+    const CShownText shown = place.place == Place::kGet ? CShownText::Query(facts_) : CShownText::Body(facts_);
+    HitTexts texts = TextsOf(hit, text, shown);
+    if (place.place == Place::kPost) {
+      const TextPlace found = hit.IsXss() ? hit.fragment : ExcerptPlace(texts.match, hit.sql.word, text);
+      texts.excerpt = shown.ExcerptAt(found);
     }
-    return false;
+    Block(place, hit, texts);
+    return true;
   }
 
   bool CheckHeaders() {
     const bool xss = sql_.xss && sql_.xss_header;
     if ((!sql_.header && !xss) || facts_.all_headers.empty()) return false;
     Hit hit;
-    if (sql_.header && ((sql_.header_super_mode && DetectInHeaders(hit)) ||
-                        MatchRules(CLowered(facts_.all_headers).View(), site_.header_rules, hit))) {
-      Block(kHeader, hit, {});
-      return true;
+    if (!(sql_.header && ((sql_.header_super_mode && DetectInHeaders(hit)) ||
+                          MatchRules(CLowered(facts_.all_headers).Judged(), site_.header_rules, hit))) &&
+        !(xss && DetectXssInHeaders(hit))) {
+      return false;
     }
-    if (xss && DetectXssInHeaders(hit)) {
-      Block(kHeader, hit, {});
-      return true;
-    }
-    return false;
+    const CShownText shown = hit.header ? CShownText::Header(*hit.header) : CShownText();
+    Block(kHeader, hit, TextsOf(hit, {}, shown));
+    return true;
   }
 
-  bool Detect(std::string_view text, bool per_parameter, Hit& hit) const {
-    hit.semantic = SqlInjectionDetector::Check(text, &sql_, *facts_.library, &hit.match, per_parameter);
-    return hit.semantic;
+  bool Detect(const JudgedText& text, bool per_parameter, Hit& hit) const {
+    return SqlInjectionDetector::Check(text, &sql_, *facts_.library, &hit.sql, per_parameter);
   }
 
-  bool MatchRules(std::string_view text, const CKeywordRules& rules, Hit& hit) const {
-    if (text.empty() || rules.Empty()) return false;
-    const InjectionRule* rule = rules.FindFirst(text);
-    if (rule) hit.match = *rule;
-    return rule != nullptr;
+  bool MatchRules(const JudgedText& text, const CKeywordRules& rules, Hit& hit) const {
+    if (text.lowered.empty() || rules.Empty()) return false;
+    hit.keyword = rules.FindFirst(text);
+    return hit.keyword != nullptr;
   }
 
-  bool DetectXss(std::string_view text, bool per_parameter, Hit& hit) const {
-    std::string fragment;
-    hit.xss_type = XssDetector::CheckText(text, sql_, *facts_.library, &fragment, per_parameter);
-    if (!hit.xss_type.empty()) hit.match.shown = std::move(fragment);
-    return !hit.xss_type.empty();
+  bool DetectXss(const JudgedText& text, bool per_parameter, Hit& hit) const {
+    hit.xss = XssDetector::CheckText(text, sql_, *facts_.library, &hit.fragment, per_parameter);
+    return hit.IsXss();
   }
 
   bool DetectInHeaders(Hit& hit) const {
     for (const HeaderEntry& header : facts_.headers) {
-      if (!Detect(CLowered(header.value).View(), false, hit)) continue;
+      if (!Detect(CLowered(header.value).Judged(), false, hit)) continue;
       hit.header = &header;
       return true;
     }
@@ -150,24 +164,34 @@ class CInjectionRun {
 
   bool DetectXssInHeaders(Hit& hit) const {
     for (const HeaderEntry& header : facts_.headers) {
-      if (!DetectXss(CLowered(header.value).View(), false, hit)) continue;
+      if (!DetectXss(CLowered(header.value).Judged(), false, hit)) continue;
       hit.header = &header;
       return true;
     }
     return false;
   }
 
-  /// What every hit does. `text` is where it was found; empty for headers.
-  void Block(const PlaceTraits& place, const Hit& hit, std::string_view text) {
-    const bool xss = !hit.xss_type.empty();
-    xss ? WriteXssTexts(place, hit) : WriteSqlTexts(place, hit);
-    AppendRemark(place, hit.match.remark);
-    if (place.place == Place::kPost) {
-      const std::string excerpt = xss ? MatchExcerpt(text, hit.match.shown) : MatchExcerpt(text, hit.match.words);
-      if (!excerpt.empty())
-        AppendAll(&result_.detail, {T(MessageId::kComma), T(MessageId::kConnective), T(MessageId::kColon), excerpt});
+  HitTexts TextsOf(const Hit& hit, const JudgedText& text, const CShownText& shown) const {
+    HitTexts texts;
+    if (hit.IsXss()) {
+      texts.xss_type = XssTypeName(hit.xss, language_);
+      texts.match.shown = XssFragment(hit.xss, hit.fragment, shown);
+    } else {
+      texts.match = hit.keyword ? *hit.keyword : MatchRecord(hit.sql, text, shown, language_);
     }
-    if (place.place == Place::kHeader) AppendHeaderLocator(hit);
+    return texts;
+  }
+
+  /// What every hit does.
+  void Block(const PlaceTraits& place, const Hit& hit, const HitTexts& texts) {
+    const InjectionRule& match = texts.match;
+    hit.IsXss() ? WriteXssTexts(place, texts) : WriteSqlTexts(place, match, hit.IsSemantic());
+    AppendRemark(place, match.remark);
+    if (!texts.excerpt.empty()) {
+      AppendAll(&result_.detail,
+                {T(MessageId::kComma), T(MessageId::kConnective), T(MessageId::kColon), texts.excerpt});
+    }
+    if (place.place == Place::kHeader) AppendHeaderLocator(hit, match);
     if (sql_.*place.strict) {
       result_.smart_block = 1;
       result_.smart_block_title = T(MessageId::kSmartBlocking);
@@ -178,40 +202,39 @@ class CInjectionRun {
     result_.log = 1;
     result_.notify = 1;
     result_.kind = kKindInjection;
-    result_.rule = hit.match.identifier;
+    result_.rule = match.identifier;
     // A hit in the query is always counted; one in body or headers only when the lists left the request countable.
     if (place.place == Place::kGet || facts_.statistics) {
-      EventRecorder().RecordStatistics(xss            ? "xss"
-                                       : hit.semantic ? "sql_act"
-                                                      : place.keyword_category,
-                                       facts_.client_ip,
-                                       hit.match.identifier.empty() ? std::string_view("-") : hit.match.identifier);
+      const char* const detected = hit.IsXss() ? "xss" : "sql_act";
+      EventRecorder().RecordStatistics(hit.keyword ? place.keyword_category : detected, facts_.client_ip,
+                                       match.identifier.empty() ? std::string_view("-") : match.identifier);
     }
     facts_.attack = true;
     result_.category = T(MessageId::kInjectionCategory);
     result_.status = kBlocked;
   }
 
-  void WriteSqlTexts(const PlaceTraits& place, const Hit& hit) {
+  void WriteSqlTexts(const PlaceTraits& place, const InjectionRule& match, bool semantic) {
     result_.item.clear();
     AppendAll(&result_.item,
               {T(MessageId::kSqlItem), T(MessageId::kOpenBracket), place.name, T(MessageId::kCloseBracket)});
     result_.reason = T(MessageId::kSqlReason);
-    if (hit.semantic) {
+    if (semantic) {
       AppendAll(&result_.reason,
                 {T(MessageId::kOpenBracket), T(MessageId::kCloudMatching), T(MessageId::kCloseBracket)});
     }
-    AppendAll(&result_.reason, {T(MessageId::kComma), T(MessageId::kKeywords), T(MessageId::kColon), hit.match.shown});
+    AppendAll(&result_.reason, {T(MessageId::kComma), T(MessageId::kKeywords), T(MessageId::kColon), match.shown});
     result_.detail = result_.reason;
   }
 
-  void WriteXssTexts(const PlaceTraits& place, const Hit& hit) {
+  void WriteXssTexts(const PlaceTraits& place, const HitTexts& texts) {
     result_.item = T(MessageId::kXssItem);
     result_.reason = T(MessageId::kXssReason);
     AppendAll(&result_.reason, {T(MessageId::kOpenBracket), place.name, T(MessageId::kCloseBracket),
-                                T(MessageId::kComma), T(MessageId::kType), T(MessageId::kColon), hit.xss_type});
+                                T(MessageId::kComma), T(MessageId::kType), T(MessageId::kColon), texts.xss_type});
     result_.detail = result_.reason;
-    AppendAll(&result_.detail, {T(MessageId::kComma), T(MessageId::kKeywords), T(MessageId::kColon), hit.match.shown});
+    AppendAll(&result_.detail,
+              {T(MessageId::kComma), T(MessageId::kKeywords), T(MessageId::kColon), texts.match.shown});
   }
 
   void AppendRemark(const PlaceTraits& place, std::string_view remark) {
@@ -222,12 +245,11 @@ class CInjectionRun {
   }
 
   /// Names the header that holds the rule's first word, else the one the detector hit in, else "(Merge)".
-  void AppendHeaderLocator(const Hit& hit) {
+  void AppendHeaderLocator(const Hit& hit, const InjectionRule& match) {
     const HeaderEntry* header = nullptr;
-    if (!hit.match.words.empty() && !hit.match.words.front().empty()) {
-      const std::string& word = hit.match.words.front();
-      const auto holds_word = [&](const HeaderEntry& entry) {
-        return CLowered(entry.value).View().find(word) != std::string_view::npos;
+    if (!match.words.empty() && !match.words.front().empty()) {
+      const auto holds_word = [&match](const HeaderEntry& entry) {
+        return FindWord(CLowered(entry.value).Judged(), match.words.front()) != std::string_view::npos;
       };
       const auto found = std::find_if(facts_.headers.begin(), facts_.headers.end(), holds_word);
       if (found != facts_.headers.end()) header = &*found;
@@ -240,7 +262,7 @@ class CInjectionRun {
       AppendAll(&name, {T(MessageId::kOpenBracket), T(MessageId::kMerge), T(MessageId::kCloseBracket)});
     } else {
       name = header->name.empty() ? std::to_string(header - facts_.headers.data()) : std::string(header->name);
-      value = CCharSet::ToLocal(header->value);
+      value = CShownText::Header(*header).At({0, header->value.size()});
     }
     AppendAll(&result_.detail, {T(MessageId::kOpenBracket), "Header[", name, "]=", value, T(MessageId::kCloseBracket)});
   }

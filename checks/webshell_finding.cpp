@@ -5,6 +5,7 @@
 
 #include "checks/event_recorder.h"
 #include "common/char_set.h"
+#include "common/secrets.h"
 #include "common/text.h"
 #include "config/website_config.h"
 
@@ -36,8 +37,8 @@ void BlockWebshell(const WebshellPlace& place, const WebshellResult& found, Requ
   AppendAll(&result.detail, {close, comma, text(MessageId::kType), colon, found.name});
   if (!found.category.empty()) AppendAll(&result.detail, {open, found.category, close});
   if (!found.detail.empty()) {
-    AppendAll(&result.detail, {comma, text(MessageId::kKeywords), colon,
-                               CCharSet::Prefix(CCharSet::ToLocal(found.detail), kLongestDetail)});
+    const std::string matched = IsSecretName(place.name) ? std::string(kHiddenSecret) : CCharSet::ToLocal(found.detail);
+    AppendAll(&result.detail, {comma, text(MessageId::kKeywords), colon, CCharSet::Prefix(matched, kLongestDetail)});
   }
 
   result.rule = found.rule;

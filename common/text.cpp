@@ -184,18 +184,92 @@ std::string HtmlEscape(std::string_view text) {
   return result;
 }
 
+namespace {
+
+// A place becomes the place of what its text became; what lies between places is changed on its own.
+template <typename Change>
+void ChangeMarked(MarkedText* marked, const Change& change) {
+  if (marked->places.empty()) {
+    marked->text = change(std::move(marked->text));
+    return;
+  }
+  std::string result;
+  result.reserve(marked->text.size());
+  std::size_t done = 0;
+  const auto change_until = [&](std::size_t end) {
+    result += change(marked->text.substr(done, end - done));
+    done = end;
+  };
+  for (TextPlace& place : marked->places) {
+    const std::size_t end = place.offset + place.length;
+    change_until(place.offset);
+    place.offset = result.size();
+    change_until(end);
+    place.length = result.size() - place.offset;
+  }
+  change_until(marked->text.size());
+  marked->text = std::move(result);
+}
+
+void PercentDecodeMarked(MarkedText* marked) {
+  if (marked->text.find('%') == std::string::npos) return;
+  ChangeMarked(marked, [](std::string text) { return PercentDecode(text); });
+}
+
+void ToLocalMarked(MarkedText* marked) {
+  if (marked->places.empty()) {
+    marked->text = CCharSet::ToLocal(std::move(marked->text));
+  } else if (marked->text.size() >= 3 && CCharSet::IsValidUtf8(marked->text)) {
+    ChangeMarked(marked, [](std::string text) { return CCharSet::Utf8ToLocal(text); });
+  }
+}
+
+void NormalizeSteps(MarkedText* marked, bool lower) {
+  PercentDecodeMarked(marked);
+  ToLocalMarked(marked);
+  PercentDecodeMarked(marked);
+  if (marked->text.find('&') != std::string::npos) {
+    if (lower) CCharSet::LowerAscii(&marked->text);
+    ChangeMarked(marked, [](std::string text) { return DecodeHtmlEntities(text); });
+  }
+  std::replace(marked->text.begin(), marked->text.end(), '+', ' ');
+}
+
+}  // namespace
+
 std::string NormalizeText(std::string text) {
-  if (text.find('%') != std::string::npos) text = PercentDecode(text);
-  text = CCharSet::ToLocal(std::move(text));
-  if (text.find('%') != std::string::npos) text = PercentDecode(text);
-  if (text.find('&') != std::string::npos) {
-    CCharSet::LowerAscii(&text);
-    text = DecodeHtmlEntities(text);
+  MarkedText marked{std::move(text), {}};
+  NormalizeSteps(&marked, true);
+  return std::move(marked.text);
+}
+
+void NormalizeMarked(MarkedText* marked) { NormalizeSteps(marked, false); }
+
+void TrimMarked(MarkedText* marked) {
+  const std::string_view trimmed = Trim(marked->text);
+  const auto front = static_cast<std::size_t>(trimmed.data() - marked->text.data());
+  const std::size_t size = trimmed.size();
+  if (size == marked->text.size()) return;
+  marked->text.resize(front + size);
+  marked->text.erase(0, front);
+  for (TextPlace& place : marked->places) {
+    const std::size_t begin = std::max(place.offset, front) - front;
+    const std::size_t end = std::max(place.offset + place.length, front) - front;
+    place = {std::min(begin, size), std::min(end, size) - std::min(begin, size)};
   }
-  for (char& c : text) {
-    if (c == '+') c = ' ';
-  }
-  return text;
+}
+
+void DecodeBodyMarked(MarkedText* marked) {
+  PercentDecodeMarked(marked);
+  ToLocalMarked(marked);
+  TrimMarked(marked);
+}
+
+std::string DecodeBody(std::string_view raw) {
+  MarkedText marked{PercentDecode(raw), {}};
+  ToLocalMarked(&marked);
+  TrimMarked(&marked);
+  return std::move(marked.text);
 }
 
 std::int32_t ToNumber(std::string_view text) {

@@ -18,6 +18,17 @@ constexpr bool IsLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && 
 /// ASCII letter, digit or "_".
 constexpr bool IsWordByte(char c) { return IsLetter(c) || IsDigit(c) || c == '_'; }
 
+/// A piece of a text, in bytes.
+struct TextPlace {
+  std::size_t offset = 0;
+  std::size_t length = 0;
+
+  /// What of it lies in the text.
+  std::string_view In(std::string_view text) const {
+    return offset < text.size() ? text.substr(offset, length) : std::string_view();
+  }
+};
+
 /// Appends all of them.
 void AppendAll(std::string* text, std::initializer_list<std::string_view> pieces);
 /// Without leading and trailing white space.
@@ -60,6 +71,22 @@ std::string HtmlEscape(std::string_view text);
 /// holds "%"; to the local code page if valid UTF-8 of at least 3 bytes; percent-decode again if it still holds "%"; if
 /// it holds "&", lower-case its ASCII letters and decode HTML entities; last, every "+" becomes a blank.
 std::string NormalizeText(std::string text);
+
+/// A text with places in it that decoding moves along. They are in order, do not overlap, and begin and end where no
+/// escape sequence or character goes on: beside "&", "=" or a quote, or at the ends of the text.
+struct MarkedText {
+  std::string text;
+  std::vector<TextPlace> places;
+};
+/// The same as NormalizeText, with places, and without lower-casing: letters keep their case, so the result differs in
+/// case alone.
+void NormalizeMarked(MarkedText* marked);
+/// What bodies go through: percent-decode, to the local code page if valid UTF-8 of at least 3 bytes, trim. Not
+/// lower-cased.
+std::string DecodeBody(std::string_view raw);
+void DecodeBodyMarked(MarkedText* marked);
+/// Takes white space off both ends.
+void TrimMarked(MarkedText* marked);
 
 /// strtol-like reading of a decimal number: optional blanks, sign, digits; anything after them is ignored; no digits is
 /// 0; clamped to the range of int32.

@@ -288,7 +288,6 @@ bool ReadSections(std::string_view settings, WebsiteConfig* config, ConfigFaults
   ReadKeys(protect, &config->protect);
   FinishProtect(&config->protect);
   ReadKeys(sql, &config->sql);
-  config->sql.language = config->language;
   ReadKeys(attack, &config->attack);
   FinishAttack(&config->attack);
   ReadKeys(response, &config->response);

@@ -27,10 +27,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             qiv::slow::MatchUnit(text, library.Rules(), library.Keys()));
   }
   const qiv::InjectionSettings settings;
-  qiv::InjectionRule result;
+  qiv::SqlFinding finding;
   for (const bool per_parameter : {false, true}) {
-    const bool hit = qiv::SqlInjectionDetector::Check(text, &settings, library, &result, per_parameter);
-    Require(!hit || library.FindRule(result.words.at(0)) >= 0);
+    const bool hit = qiv::SqlInjectionDetector::Check(text, &settings, library, &finding, per_parameter);
+    Require(!hit || (finding.rule->words.at(0).size() <= finding.word.In(text).size() &&
+                     finding.value.offset + finding.value.length <= size));
   }
   return 0;
 }

@@ -35,9 +35,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   settings.xss_html_action = settings.xss_script_block = settings.xss_script_load = 1;
   for (const bool per_parameter : {false, true}) {
     std::string copy(text);
-    std::string fragment;
-    const bool hit = !qiv::XssDetector::Check(&copy, settings, library, &fragment, per_parameter).empty();
-    Require(hit == !fragment.empty());
+    qiv::TextPlace fragment;
+    const qiv::XssType type = qiv::XssDetector::Check(&copy, settings, library, &fragment, per_parameter);
+    Require((type != qiv::XssType::kNone) == copy.substr(fragment.offset, fragment.length).starts_with('<'));
   }
   return 0;
 }

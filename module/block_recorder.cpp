@@ -2,9 +2,10 @@
 
 #include <exception>
 
+#include "checks/shown_text.h"
+#include "common/secrets.h"
 #include "config/website_config.h"
 #include "module/page_writer.h"
-#include "module/secrets.h"
 #include "port/clock.h"
 
 namespace qiv {
@@ -33,7 +34,6 @@ Event EventOf(const RequestFacts& facts, const CheckResult& result) {
   event.check = result.check;
   event.action = ActionOf(result);
   event.status = result.status == kBlocked ? PageStatus(facts, result) : 0;
-  event.user_agent = facts.user_agent;
   event.elapsed_us = MonotonicMicroseconds() - facts.started_us;
   return event;
 }
@@ -42,42 +42,47 @@ Event EventOf(const RequestFacts& facts, const CheckResult& result) {
 
 void CBlockRecorder::RecordBlock(const RequestFacts& facts, const CheckResult& result) {
   if (!result.log) return;
-  WriteEvent(facts, result);
-  TellService(facts, result);
+  const std::string url = ShownUrl(facts);
+  WriteEvent(facts, result, url);
+  TellService(facts, result, url);
 }
 
-void CBlockRecorder::RecordPartial(const RequestFacts& facts, const CheckResult& note) { WriteEvent(facts, note); }
+void CBlockRecorder::RecordPartial(const RequestFacts& facts, const CheckResult& note) {
+  WriteEvent(facts, note, ShownUrl(facts));
+}
 
-void CBlockRecorder::WriteEvent(const RequestFacts& facts, const CheckResult& result) {
+void CBlockRecorder::WriteEvent(const RequestFacts& facts, const CheckResult& result, std::string_view url) {
   const std::string id = EventId(facts);
-  const std::string url = WithoutSecrets(facts.raw_url);
-  const std::string detail = WithoutSecrets(result.detail);
+  const std::string user_agent = WithoutSecrets(facts.user_agent);
   Event event = EventOf(facts, result);
   event.event_id = id;
   event.url = url;
+  event.user_agent = user_agent;
   event.item = result.item;
   event.reason = result.reason;
-  event.detail = detail;
+  event.detail = result.detail;
   event.rule = result.rule;
   log_.Write(event);
 }
 
 void CBlockRecorder::RecordRequest(const RequestFacts& facts, const CheckResult& result) {
   const std::string id = EventId(facts);
-  const std::string url = WithoutSecrets(facts.raw_url);
+  const std::string url = ShownUrl(facts);
+  const std::string user_agent = WithoutSecrets(facts.user_agent);
   Event event = EventOf(facts, result);
   event.event_id = id;
   event.url = url;
+  event.user_agent = user_agent;
   log_.WriteRequest(event);
 }
 
-void CBlockRecorder::TellService(const RequestFacts& facts, const CheckResult& result) noexcept {
+void CBlockRecorder::TellService(const RequestFacts& facts, const CheckResult& result, std::string_view url) noexcept {
   if (!service_.IsEnabled()) return;
   try {
     CExchangeFiles& exchange = service_.Exchange();
     exchange.CountCheck(result.check, facts.client_ip, "block", result.rule.empty() ? "-" : result.rule);
     if (!result.notify || !facts.config->response.notice) return;
-    exchange.WriteMessage(facts.client_ip, result.category, result.item, result.reason, facts.raw_url);
+    exchange.WriteMessage(facts.client_ip, result.category, result.item, result.reason, url);
   } catch (const std::exception&) {
     // Out of memory: the line is lost, the request is not.
   }

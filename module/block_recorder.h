@@ -31,8 +31,8 @@ class CBlockRecorder final : public IEventRecorder {
   void RecordFailure(std::string_view notification, std::string_view what) noexcept;
 
  private:
-  void WriteEvent(const RequestFacts& facts, const CheckResult& result);
-  void TellService(const RequestFacts& facts, const CheckResult& result) noexcept;
+  void WriteEvent(const RequestFacts& facts, const CheckResult& result, std::string_view url);
+  void TellService(const RequestFacts& facts, const CheckResult& result, std::string_view url) noexcept;
 
   CEventLog& log_;
   CServiceLink& service_;

@@ -187,19 +187,6 @@ void ReadHeaders(const iis::IHttpRequest& request, RequestFacts& facts) {
   }
 }
 
-/// One copy of the body, changed in place where that can be.
-std::string DecodeBody(std::string_view raw) {
-  std::string text = CCharSet::ToLocal(PercentDecode(raw));
-  const std::string_view trimmed = Trim(text);
-  const auto front = static_cast<std::size_t>(trimmed.data() - text.data());
-  if (trimmed.size() != text.size()) {
-    text.resize(front + trimmed.size());
-    text.erase(0, front);
-  }
-  CCharSet::LowerAscii(&text);
-  return text;
-}
-
 void ReadBody(iis::IHttpContext& context, iis::IHttpRequest& request, RequestFacts& facts) {
   const bool wanted = facts.config->need_post_body || facts.config->response.passwd;
   const bool has_type = RequestHeader(request, iis::HttpHeaderContentType).has_value();
@@ -214,7 +201,9 @@ void ReadBody(iis::IHttpContext& context, iis::IHttpRequest& request, RequestFac
   if (body.unread != UnreadBody::kNot) return;
   facts.raw_body = body.bytes;
   if (body.bytes.find("secretrkey") != std::string_view::npos) facts.keyed_body = body.bytes;
-  facts.body = DecodeBody(body.bytes);
+  std::string text = DecodeBody(body.bytes);
+  CCharSet::LowerAscii(&text);
+  facts.body = std::move(text);
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+#include "checks/shown_text.h"
 #include "checks/unlock_registry.h"
 #include "common/char_set.h"
 #include "common/messages.h"
@@ -150,7 +151,8 @@ std::string RenderPage(RequestFacts& facts, const CheckResult& result, std::stri
     text = std::string(kPageHead);
     text += PageText(language, detailed ? MessageId::kDetailedPageBody : MessageId::kShortPageBody);
     text += kPageEnd;
-    safe = {Safe(facts.client_ip_copy), CurrentTime(), Safe(facts.full_url), Safe(result.reason), Safe(result.item)};
+    safe = {Safe(facts.client_ip_copy), CurrentTime(), Safe(ShownFullUrl(facts)), Safe(result.reason),
+            Safe(result.item)};
     values.insert(values.end(), {{"{{title}}", title},
                                  {"{{ip}}", safe[0]},
                                  {"{{time}}", safe[1]},

@@ -10,7 +10,7 @@
 #include "module/page_writer.h"
 #include "module/response_hardening.h"
 #include "module/response_reader.h"
-#include "module/secrets.h"
+#include "common/secrets.h"
 #include "port/clock.h"
 
 namespace qiv {
@@ -103,7 +103,9 @@ void CPipeline::RunStage(Stage stage, RequestFacts& facts, CheckResult& result) 
     if (result.status == kBlocked) return;
     const std::int32_t before = result.status;
     row.run(facts, result);
-    if (result.status != before && result.status != kUndecided) result.check = row.name;
+    if (result.status == before || result.status == kUndecided) continue;
+    result.check = row.name;
+    HideSecrets(&result);
   }
 }
 

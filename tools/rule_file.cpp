@@ -163,7 +163,7 @@ std::string LibraryRecord(const RuleLine& rule, const RecordForm& form, CReport*
   meant.remark = CCharSet::Utf8ToLocal(remark);
   meant.identifier = rule.identifier;
   for (const std::string& word : rule.words) {
-    meant.words.push_back(CCharSet::LowerBytes(CCharSet::Utf8ToLocal(word)));
+    meant.words.push_back(CCharSet::LowerAscii(CCharSet::Utf8ToLocal(word)));
   }
   if (loaded.size() == 1 && loaded.front() == meant) return record;
   report->Error(rule.line,

@@ -30,7 +30,7 @@ struct Options {
   std::string module_directory;
   std::string places = "query,form,json,header";
   std::vector<std::string> files;
-  std::string list;        ///< "hits", "misses" or "mislabelled" of the tuned part are listed
+  std::string list;        ///< "hits", "misses" or "mislabelled" of the tuned part are listed; or "verdicts" of all
   std::size_t join = 0;    ///< lines are joined to texts of at least this many bytes; 0: each line is a text
   bool webshells = false;  ///< the search for webshells in requests judges
   bool whole = false;      ///< a file is one text, byte for byte
@@ -122,6 +122,10 @@ bool Measure(const qiv::Protection& protection, const Options& options, qiv::Pla
     ++counts.lines;
     counts.blocked += blocked;
     ++by_mechanism[static_cast<std::size_t>(verdict.mechanism)];
+    if (options.list == "verdicts") {
+      std::cout << BaseName(path) << '\t' << qiv::PlaceName(place) << '\t' << number << '\t'
+                << static_cast<int>(verdict.mechanism) << '\t' << verdict.rule << '\n';
+    }
     if (!is_held_back && ((blocked && options.list == "hits") || (!blocked && options.list == "misses") ||
                           (is_mislabelled && options.list == "mislabelled"))) {
       std::cout << verdict.rule << '\t' << verdict.reason << '\t' << Shown(text) << '\n';
@@ -183,9 +187,9 @@ int main(int argc, char** argv) {
   app.add_option("-p,--place", options.places,
                  "query, form, json, header, raw-query, raw-body, file, divided by commas");
   app.add_option("-l,--list", options.list,
-                 "list the tuned part's blocked lines, those that pass, or those that the XSS "
-                 "detector would find but a keyword rule names first")
-      ->check(CLI::IsMember({"hits", "misses", "mislabelled"}));
+                 "list the tuned part's blocked lines, those that pass, those that the XSS detector would find but a "
+                 "keyword rule names first; or of every line its number and what blocks it, to compare two versions")
+      ->check(CLI::IsMember({"hits", "misses", "mislabelled", "verdicts"}));
   app.add_option("-j,--join", options.join, "join the lines to texts of at least this many bytes");
   app.add_option("-r,--rounds", options.rounds, "join the lines that often, in another order each time");
   app.add_flag("-w,--whole", options.whole, "each file is one text");

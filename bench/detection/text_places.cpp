@@ -76,7 +76,7 @@ std::string Query(std::string_view raw) { return std::string(Trim(NormalizeText(
 
 /// The module's decoding of a body.
 CSharedText Body(std::string_view raw) {
-  std::string body(Trim(CCharSet::ToLocal(PercentDecode(raw))));
+  std::string body = DecodeBody(raw);
   CCharSet::LowerAscii(&body);
   return body;
 }

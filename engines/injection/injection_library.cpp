@@ -18,7 +18,7 @@ std::string_view FirstWord(const InjectionRule& rule) {
   return rule.words.empty() ? std::string_view{} : std::string_view(rule.words.front());
 }
 
-CMultiPattern FirstWords(const std::vector<InjectionRule>& rules) {
+CWordList FirstWords(const std::vector<InjectionRule>& rules) {
   std::vector<std::string> words;
   words.reserve(rules.size());
   std::unordered_set<std::string_view> seen;
@@ -26,7 +26,7 @@ CMultiPattern FirstWords(const std::vector<InjectionRule>& rules) {
     const std::string_view word = FirstWord(rule);
     words.emplace_back(seen.insert(word).second ? word : std::string_view{});
   }
-  return CMultiPattern(words);
+  return CWordList(words);
 }
 
 std::vector<InjectionRule> ReadList(std::string_view builtin_text, std::string_view user_text, std::string_view tag) {
@@ -48,8 +48,8 @@ InjectionLibrary::InjectionLibrary(std::vector<InjectionRule> rules, std::vector
     : rules_(std::move(rules)),
       keys_(std::move(keys)),
       events_(std::move(events)),
-      key_patterns_(FirstWords(keys_)),
-      event_patterns_(FirstWords(events_)) {
+      key_words_(FirstWords(keys_)),
+      event_words_(FirstWords(events_)) {
   for (std::uint32_t i = 0; i < rules_.size(); ++i) {
     if (!FirstWord(rules_[i]).empty()) rule_index_.push_back(i);
   }

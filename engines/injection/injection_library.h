@@ -6,12 +6,12 @@
 #include <string_view>
 #include <vector>
 
-#include "common/multi_pattern.h"
 #include "engines/injection/injection_rule.h"
+#include "engines/injection/word_list.h"
 
 namespace qiv {
 
-/// Three rule lists in library order, with the automata that find them. Immutable once built; replaced whole on reload.
+/// Three rule lists in library order, with what finds their words. Immutable once built; replaced whole on reload.
 /// The detectors look at the first word of each rule; of rules with the same first word only the first one counts.
 class InjectionLibrary {
  public:
@@ -30,18 +30,18 @@ class InjectionLibrary {
 
   /// Index of the first rule whose first word equals `word`, or -1.
   std::ptrdiff_t FindRule(std::string_view word) const;
-  /// Patterns are numbered like Keys() / Events(); an entry without a word, and one whose word an earlier entry has,
-  /// never occurs.
-  const CMultiPattern& KeyPatterns() const { return key_patterns_; }
-  const CMultiPattern& EventPatterns() const { return event_patterns_; }
+  /// Words are numbered like Keys() / Events(); an entry without a word, and one whose word an earlier entry has, never
+  /// occurs.
+  const CWordList& KeyWords() const { return key_words_; }
+  const CWordList& EventWords() const { return event_words_; }
 
  private:
   std::vector<InjectionRule> rules_;
   std::vector<InjectionRule> keys_;
   std::vector<InjectionRule> events_;
   std::vector<std::uint32_t> rule_index_;  // the rules that have a word, sorted by it
-  CMultiPattern key_patterns_;
-  CMultiPattern event_patterns_;
+  CWordList key_words_;
+  CWordList event_words_;
 };
 
 }  // namespace qiv

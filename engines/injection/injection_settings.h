@@ -4,8 +4,6 @@
 #include <cstdint>
 #include <string>
 
-#include "common/language.h"
-
 namespace qiv {
 
 /// Members are named like their configuration keys and declared once, in injection_keys.def. A number is on when it is
@@ -20,9 +18,6 @@ struct InjectionSettings {
 #undef QIV_BODY
 #undef QIV_LIST
 #undef QIV_RULES
-
-  /// Language of labels and type names; not a key of this section.
-  Language language = Language::kEnglish;
 };
 
 }  // namespace qiv

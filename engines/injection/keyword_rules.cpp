@@ -47,7 +47,7 @@ CKeywordRules::CKeywordRules(std::vector<InjectionRule> rules) : rules_(std::mov
     steps_[step].rule = std::min(steps_[step].rule, rule);
     steps_[0].best_below = std::min(steps_[0].best_below, rule);
   }
-  words_ = CMultiPattern(words);
+  words_ = CWordList(words);
   first_step_of_word_.assign(words.size(), kNone);
   for (std::uint32_t s = steps_[0].first_child; s != kNone; s = steps_[s].next_sibling) {
     first_step_of_word_[steps_[s].word] = s;
@@ -55,7 +55,7 @@ CKeywordRules::CKeywordRules(std::vector<InjectionRule> rules) : rules_(std::mov
 }
 
 bool CKeywordRules::IsWholeWord(std::string_view text, std::size_t begin, std::uint32_t word) const {
-  const std::size_t end = begin + words_.PatternLength(word);
+  const std::size_t end = begin + words_.Patterns().PatternLength(word);
   if (begin > 0 && IsWordByte(text[begin]) && IsWordByte(text[begin - 1])) return false;
   return end == text.size() || !IsWordByte(text[end - 1]) || !IsWordByte(text[end]);
 }
@@ -72,7 +72,7 @@ class CKeywordRules::CSearch {
     Queue& queue = QueueOf(word);
     if (queue.front == kNone || waiting_[queue.front].position > begin) return true;
     const std::uint32_t taken = Take(&queue, begin);
-    const std::size_t end = begin + rules_.words_.PatternLength(word);
+    const std::size_t end = begin + rules_.words_.Patterns().PatternLength(word);
     if (!rules_.IsWholeWord(text_, begin, word)) {
       Put(&queue, taken, end);
       return true;
@@ -171,9 +171,12 @@ class CKeywordRules::CSearch {
   std::uint32_t best_ = kNone;
 };
 
-const InjectionRule* CKeywordRules::FindFirst(std::string_view text) const {
-  CSearch search(*this, text);
-  words_.Find(text, [&](std::uint32_t word, std::size_t begin) { return search.OnOccurrence(word, begin); });
+const InjectionRule* CKeywordRules::FindFirst(const JudgedText& text) const {
+  CSearch search(*this, text.lowered);
+  CWholeCharacters whole(words_, text.exact);
+  words_.Patterns().Find(text.lowered, [&](std::uint32_t word, std::size_t begin) {
+    return !whole.Counts(word, begin) || search.OnOccurrence(word, begin);
+  });
   return search.Best() == kNone ? nullptr : &rules_[search.Best()];
 }
 

@@ -5,8 +5,8 @@
 #include <string_view>
 #include <vector>
 
-#include "common/multi_pattern.h"
 #include "engines/injection/injection_rule.h"
+#include "engines/injection/word_list.h"
 
 namespace qiv {
 
@@ -20,10 +20,10 @@ class CKeywordRules {
   bool Empty() const { return rules_.empty(); }
 
   /// The first rule in list order whose every word occurs in the text in the list's order, each at or after the end of
-  /// the one before, as a whole word where its first or last byte is a word byte; a search for a word goes on from the
-  /// END of an occurrence that failed the whole-word test. Null when none. A rule without words, or with an empty word
-  /// among them, matches nothing. One pass over the text whatever the list.
-  const InjectionRule* FindFirst(std::string_view text) const;
+  /// the one before, as whole characters (word_list.h), and as a whole word where its first or last byte is a word
+  /// byte; a search for a word goes on from the END of an occurrence that failed the whole-word test. Null when none. A
+  /// rule without words, or with an empty word among them, matches nothing. One pass over the text whatever the list.
+  const InjectionRule* FindFirst(const JudgedText& text) const;
 
  private:
   static constexpr std::uint32_t kNone = 0xFFFFFFFFU;
@@ -42,7 +42,7 @@ class CKeywordRules {
   bool IsWholeWord(std::string_view text, std::size_t begin, std::uint32_t word) const;
 
   std::vector<InjectionRule> rules_;
-  CMultiPattern words_;
+  CWordList words_;
   std::vector<Step> steps_;                        // [0] is the root; parents before children
   std::vector<std::uint32_t> first_step_of_word_;  // per word: the root's child for it, or kNone
 };

@@ -20,12 +20,16 @@ std::size_t Forward(std::string_view text, std::size_t pos) { return Back(text, 
 }  // namespace
 
 std::string MatchExcerpt(std::string_view text, std::string_view keyword) {
-  if (text.empty() || keyword.empty()) return {};
+  return MatchExcerpt(text, TextPlace{text.find(keyword), keyword.size()});
+}
+
+std::string MatchExcerpt(std::string_view text, TextPlace match) {
+  if (text.empty() || match.length == 0) return {};
   if (text.size() <= kExcerpt) return std::string(text);
-  const std::size_t found = text.find(keyword);
+  const std::size_t found = match.offset;
   std::size_t begin = 0;
   std::size_t end = kExcerpt;
-  if (found != std::string_view::npos && found + keyword.size() > kExcerpt) {
+  if (found != std::string_view::npos && found + match.length > kExcerpt) {
     // The match begins inside the text and `begin` at or before it, so the end always lies behind the beginning.
     begin = found > kBefore ? Back(text, found - kBefore) : 0;
     end = Forward(text, std::min(begin + kExcerpt, text.size()));

@@ -17,7 +17,7 @@ void ParseKeyword(std::string_view field, char word_separator, bool decode, Inje
   rule->shown = CCharSet::LowerAscii(plain(field.substr(0, equals)));
   const std::string_view words = equals == std::string_view::npos ? field : field.substr(equals + 2);
   for (const std::string_view word : Split(words, word_separator)) {
-    if (!word.empty()) rule->words.push_back(CCharSet::LowerBytes(plain(word)));
+    if (!word.empty()) rule->words.push_back(CCharSet::LowerAscii(plain(word)));
   }
 }
 

@@ -2,8 +2,8 @@
 //
 // Field 1 is "shown==word<sep>word..." (without "==" the field is both the shown text and the word list), field 2 a
 // free text, 3 the remark, 4 the identifier. <sep> is the list's separator setting. A record with fewer than 4 fields
-// is skipped. "A"-"Z" are lower-cased everywhere but in the remark and the identifier; in words byte by byte, as in the
-// texts that are searched for them.
+// is skipped. "A"-"Z" are lower-cased everywhere but in the remark and the identifier; the second byte of a character
+// of two bytes is none of them.
 #pragma once
 
 #include <string>

@@ -6,6 +6,9 @@
 // automaton. An occurrence is its word's first at or after p exactly when the word's previous occurrence lies before p,
 // so one remembered position a word replaces every restart. Segments do not overlap and each is read once, so the whole
 // is linear in the text.
+//
+// Comments go before the text is cut. Where the winning word stood before they went is found by going over the text
+// once more, for a hit only.
 // Tested by tests/engines/injection/sql_injection_test.cpp against the description taken literally.
 #include "engines/injection/sql_injection_detector.h"
 
@@ -15,15 +18,10 @@
 #include <utility>
 #include <vector>
 
-#include "common/char_set.h"
-#include "common/messages.h"
 #include "common/text.h"
 
 namespace qiv {
 namespace {
-
-constexpr std::size_t kDetailValue = 800;  // bytes of a value that a detail line shows
-constexpr std::string_view kCut = "...";
 
 constexpr bool IsLetterOrDigit(char c) { return IsLetter(c) || IsDigit(c); }
 
@@ -56,31 +54,11 @@ constexpr auto kOpensRunOrComment = [] {
   return table;
 }();
 
-// The value as a detail line shows it: whole when short, else from the keyword on (from the beginning when it is not
-// there), cut between characters.
-void AppendValue(std::string_view value, std::string_view keyword, std::string* detail) {
-  std::string_view tail = value;
-  if (value.size() > kDetailValue) {
-    const std::size_t found = value.find(keyword);
-    if (found != std::string_view::npos && found > 0) {
-      detail->append(kCut);
-      tail.remove_prefix(found);
-    }
-  }
-  if (tail.size() <= kDetailValue) {
-    detail->append(tail);
-  } else {
-    detail->append(CCharSet::Prefix(tail, kDetailValue)).append(kCut);
-  }
-}
-
-}  // namespace
-
-std::string SqlCommentStripper(std::string_view text) {
-  std::string result;
-  result.reserve(text.size());
+// Calls keep(begin, end) for the pieces of the text that stay when comments go, in order, until it returns false.
+template <typename Keep>
+void ForEachKept(std::string_view text, const Keep& keep) {
   std::size_t pos = 0;
-  std::size_t kept = 0;  // what lies from here to `pos` is copied in one go
+  std::size_t kept = 0;  // what lies from here to `pos` is one piece
   while (pos < text.size()) {
     const char c = text[pos];
     const char next = pos + 1 < text.size() ? text[pos + 1] : '\0';
@@ -89,19 +67,45 @@ std::string SqlCommentStripper(std::string_view text) {
     } else if (c == '\'' || c == '"') {
       pos = QuotedRunEnd(text, pos);
     } else if (c == '-' && next == '-') {
-      result.append(text.substr(kept, pos - kept));
+      if (!keep(kept, pos)) return;
       pos = kept = std::min(text.find('\n', pos), text.size());
     } else if (c == '/' && next == '*') {
-      result.append(text.substr(kept, pos - kept));
+      if (!keep(kept, pos)) return;
       const std::size_t end = std::min(text.find("*/", pos + 2), text.size());
-      const std::string_view comment = text.substr(pos, end - pos);
-      result.append(static_cast<std::size_t>(std::count(comment.begin(), comment.end(), '\n')), '\n');
+      const std::string_view comment = text.substr(0, end);
+      while ((pos = comment.find('\n', pos)) != std::string_view::npos) {
+        if (!keep(pos, pos + 1)) return;
+        ++pos;
+      }
       pos = kept = std::min(end + 2, text.size());
     } else {
       ++pos;
     }
   }
-  result.append(text.substr(kept));
+  keep(kept, text.size());
+}
+
+// Where the byte at `stripped` of the stripped text stands in the text.
+std::size_t OriginOf(std::string_view text, std::size_t stripped) {
+  std::size_t origin = text.size();
+  std::size_t before = 0;
+  ForEachKept(text, [&](std::size_t begin, std::size_t end) {
+    if (stripped < before + (end - begin)) origin = begin + (stripped - before);
+    before += end - begin;
+    return before <= stripped;
+  });
+  return origin;
+}
+
+}  // namespace
+
+std::string SqlCommentStripper(std::string_view text) {
+  std::string result;
+  result.reserve(text.size());
+  ForEachKept(text, [&](std::size_t begin, std::size_t end) {
+    result.append(text, begin, end - begin);
+    return true;
+  });
   std::replace(result.begin(), result.end(), '+', ' ');
   return result;
 }
@@ -121,41 +125,66 @@ std::string_view LeadingWord(std::string_view segment) {
 
 namespace {
 
+struct UnitMatch {
+  std::ptrdiff_t index = SqlInjectionDetector::kNoMatch;
+  TextPlace word;  // in the unit
+};
+
 // Examines one unit of text after the other with the same working memory: positions count on from unit to unit, so that
 // what was seen in an earlier unit lies before every p of a later one and nothing has to be cleared.
 class CMatcher {
  public:
-  explicit CMatcher(const InjectionLibrary& library) : library_(library), keys_(library.KeyPatterns()) {}
+  explicit CMatcher(const InjectionLibrary& library)
+      : library_(library), words_(library.KeyWords()), keys_(words_.Patterns()) {}
 
-  std::ptrdiff_t Match(std::string_view text) {
-    if (NeedsStripping(text)) {
-      stripped_ = SqlCommentStripper(text);
-      text = stripped_;
+  UnitMatch Match(const JudgedText& unit) {
+    JudgedText text = unit;
+    const bool stripped = NeedsStripping(unit.lowered);
+    if (stripped) {
+      stripped_ = SqlCommentStripper(unit.lowered);
+      if (words_.HasCharacters()) stripped_exact_ = SqlCommentStripper(unit.exact);
+      text = {stripped_, stripped_exact_};
     }
-    std::size_t p = 0;
-    std::ptrdiff_t hit = SqlInjectionDetector::kNoMatch;
-    keys_.FindByStart(text, [&](std::size_t start, const std::uint32_t* words, std::uint32_t count) {
-      const std::uint32_t* const winner = FindWinner(text, p, start, words, words + count);
-      if (winner == words + count) return true;
-      hit = library_.FindRule(LeadingWord(text.substr(p, start - p)));
-      p = start + keys_.PatternLength(*winner);
-      return hit == SqlInjectionDetector::kNoMatch && p < text.size();
-    });
-    if (hit == SqlInjectionDetector::kNoMatch && p < text.size()) {
-      hit = library_.FindRule(LeadingWord(text.substr(p)));
+    UnitMatch match = Cut(text);
+    base_ += text.lowered.size();
+    if (stripped && match.index != SqlInjectionDetector::kNoMatch) {
+      const std::size_t begin = OriginOf(unit.lowered, match.word.offset);
+      match.word = {begin, OriginOf(unit.lowered, match.word.offset + match.word.length - 1) + 1 - begin};
     }
-    base_ += text.size();
-    return hit;
+    return match;
   }
 
  private:
+  UnitMatch Cut(const JudgedText& judged) {
+    const std::string_view text = judged.lowered;
+    CWholeCharacters whole(words_, judged.exact);
+    std::size_t p = 0;
+    UnitMatch match;
+    const auto examine = [&](std::size_t end) {
+      const std::string_view word = LeadingWord(text.substr(p, end - p));
+      match.index = library_.FindRule(word);
+      if (match.index != SqlInjectionDetector::kNoMatch) match.word = PlaceOf(word, text);
+      return match.index != SqlInjectionDetector::kNoMatch;
+    };
+    keys_.FindByStart(text, [&](std::size_t start, const std::uint32_t* words, std::uint32_t count) {
+      const std::uint32_t* const winner = FindWinner(text, whole, p, start, words, words + count);
+      if (winner == words + count) return true;
+      const bool hit = examine(start);
+      p = start + keys_.PatternLength(*winner);
+      return !hit && p < text.size();
+    });
+    if (match.index == SqlInjectionDetector::kNoMatch && p < text.size()) examine(text.size());
+    return match;
+  }
+
   // The earliest in the list of the cut words that occur at `start` and count for the pass that began at `p`; else
   // `end`.
-  const std::uint32_t* FindWinner(std::string_view text, std::size_t p, std::size_t start, const std::uint32_t* words,
-                                  const std::uint32_t* end) {
+  const std::uint32_t* FindWinner(std::string_view text, CWholeCharacters& whole, std::size_t p, std::size_t start,
+                                  const std::uint32_t* words, const std::uint32_t* end) {
     if (last_seen_.empty()) last_seen_.assign(keys_.PatternCount(), 0);
     const std::uint32_t* winner = end;
     for (; words != end; ++words) {
+      if (!whole.Counts(*words, start)) continue;
       const bool first_of_pass = start >= p && last_seen_[*words] < base_ + p;
       last_seen_[*words] = base_ + start;
       if (first_of_pass && (winner == end || *words < *winner) &&
@@ -167,50 +196,47 @@ class CMatcher {
   }
 
   const InjectionLibrary& library_;
+  const CWordList& words_;
   const CMultiPattern& keys_;
   std::string stripped_;
+  std::string stripped_exact_;
   std::vector<std::uint64_t> last_seen_;  // per cut word, where it last began, or 0; made when the first one occurs
   std::uint64_t base_ = 1;                // position of the unit's first byte
 };
 
 }  // namespace
 
-std::ptrdiff_t SqlInjectionDetector::MatchUnit(std::string_view text, const InjectionLibrary& library) {
-  return CMatcher(library).Match(text);
+std::ptrdiff_t SqlInjectionDetector::MatchUnit(const JudgedText& text, const InjectionLibrary& library) {
+  return CMatcher(library).Match(text).index;
 }
 
-bool SqlInjectionDetector::Check(std::string_view text, const InjectionSettings* settings,
-                                 const InjectionLibrary& library, InjectionRule* result, bool per_parameter) {
-  if (text.empty() || settings == nullptr || library.Rules().empty() || library.Keys().empty()) return false;
-  CMatcher matcher(library);
-  const auto examine = [&](std::string_view name, std::string_view value) {
-    const std::ptrdiff_t index = matcher.Match(value);
-    if (index != kNoMatch) FillResult(index, name, value, per_parameter, *settings, library, result);
-    return index != kNoMatch;
-  };
-  if (!per_parameter) return examine({}, text);
-  return !ForEachParameter(text, [&](const Parameter& parameter) { return !examine(parameter.name, parameter.value); });
-}
-
-void SqlInjectionDetector::FillResult(std::ptrdiff_t index, std::string_view name, std::string_view value,
-                                      bool per_parameter, const InjectionSettings& settings,
-                                      const InjectionLibrary& library, InjectionRule* result) {
+SqlFinding SqlInjectionDetector::FindingOf(std::ptrdiff_t index, const InjectionLibrary& library) {
+  SqlFinding finding;
+  if (index == kNoMatch) return finding;
   const auto rule = static_cast<std::size_t>(index);
-  if (rule >= library.Rules().size()) {
-    result->shown.clear();
-    result->second.clear();
-    result->remark = Message(settings.language, MessageId::kFormatMismatch);
-    result->identifier = "0";
-    result->words.assign(1, std::string());
-    return;
-  }
-  *result = library.Rules()[rule];
-  if (!per_parameter) return;
-  std::string detail(Message(settings.language, MessageId::kDetail));
-  detail.append(Message(settings.language, MessageId::kColon));
-  detail.append(name).append("=");
-  AppendValue(value, result->words.empty() ? std::string_view{} : result->words.front(), &detail);
-  result->remark = std::move(detail);
+  finding.id = rule < library.Rules().size() ? SqlFindingId::kRule : SqlFindingId::kFormatMismatch;
+  if (finding.id == SqlFindingId::kRule) finding.rule = &library.Rules()[rule];
+  return finding;
+}
+
+bool SqlInjectionDetector::Check(const JudgedText& text, const InjectionSettings* settings,
+                                 const InjectionLibrary& library, SqlFinding* finding, bool per_parameter) {
+  if (text.lowered.empty() || settings == nullptr || library.Rules().empty() || library.Keys().empty()) return false;
+  CMatcher matcher(library);
+  const auto examine = [&](TextPlace name, TextPlace value) {
+    const UnitMatch match = matcher.Match(text.Part(value));
+    if (match.index == kNoMatch) return false;
+    *finding = FindingOf(match.index, library);
+    finding->is_parameter = per_parameter;
+    finding->name = name;
+    finding->value = value;
+    finding->word = {value.offset + match.word.offset, match.word.length};
+    return true;
+  };
+  if (!per_parameter) return examine({}, {0, text.lowered.size()});
+  return !ForEachParameter(text.lowered, [&](const Parameter& parameter) {
+    return !examine(PlaceOf(parameter.name, text.lowered), PlaceOf(parameter.value, text.lowered));
+  });
 }
 
 }  // namespace qiv

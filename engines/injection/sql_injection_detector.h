@@ -8,6 +8,7 @@
 
 #include "engines/injection/injection_library.h"
 #include "engines/injection/injection_settings.h"
+#include "engines/injection/judged_text.h"
 
 namespace qiv {
 
@@ -18,22 +19,37 @@ std::string SqlCommentStripper(std::string_view text);
 /// empty.
 std::string_view LeadingWord(std::string_view segment);
 
-/// No state of its own; case-sensitive; thread safe; linear in the text.
+enum class SqlFindingId {
+  kNone,
+  kRule,
+  kFormatMismatch,  ///< reserved: an index one past the rules; nothing here finds it
+};
+
+/// What was found, and where in the text that was given.
+struct SqlFinding {
+  SqlFindingId id = SqlFindingId::kNone;
+  const InjectionRule* rule = nullptr;  ///< of the library; null unless id is kRule
+  bool is_parameter = false;            ///< whether the text was split into parameters
+  TextPlace name;                       ///< of the parameter
+  TextPlace value;                      ///< the parameter's, else the whole text
+  TextPlace word;                       ///< the rule's word, with comments that stand in it
+};
+
+/// No state of its own; case-sensitive; thread safe; linear in the text. It speaks no language: checks/ makes the match
+/// record and the detail line of a finding.
 class SqlInjectionDetector {
  public:
-  /// True on a hit, with *result set to a copy of the matched rule; in per-parameter mode (the text is split into
-  /// name=value parameters and each value examined) its remark is replaced by the detail line. Null settings, an empty
-  /// text and an empty rule or cut-word list are no hit.
-  static bool Check(std::string_view text, const InjectionSettings* settings, const InjectionLibrary& library,
-                    InjectionRule* result, bool per_parameter);
+  /// True on a hit, with *finding set; else *finding is left alone. Per parameter: the text is split into name=value
+  /// parameters and each value examined. Null settings, an empty text and an empty rule or cut-word list are no hit.
+  static bool Check(const JudgedText& text, const InjectionSettings* settings, const InjectionLibrary& library,
+                    SqlFinding* finding, bool per_parameter);
 
   /// Index of the rule that matches one unit of text, kNoMatch, or Rules().size() for the reserved format mismatch.
-  static std::ptrdiff_t MatchUnit(std::string_view text, const InjectionLibrary& library);
+  static std::ptrdiff_t MatchUnit(const JudgedText& text, const InjectionLibrary& library);
   static constexpr std::ptrdiff_t kNoMatch = -1;
 
-  /// Fills *result for the index that MatchUnit returned, the reserved one included.
-  static void FillResult(std::ptrdiff_t index, std::string_view name, std::string_view value, bool per_parameter,
-                         const InjectionSettings& settings, const InjectionLibrary& library, InjectionRule* result);
+  /// The finding for the index that MatchUnit returned, the reserved one included, without its places.
+  static SqlFinding FindingOf(std::ptrdiff_t index, const InjectionLibrary& library);
 };
 
 }  // namespace qiv

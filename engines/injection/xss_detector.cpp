@@ -21,7 +21,6 @@
 #include <algorithm>
 #include <limits>
 
-#include "common/messages.h"
 #include "common/text.h"
 
 namespace qiv {
@@ -29,7 +28,6 @@ namespace {
 
 constexpr std::size_t kNone = std::string_view::npos;
 constexpr std::string_view kScript = "<script";
-constexpr std::string_view kScriptFragment = "<script>";
 constexpr std::string_view kJavascript = "javascript:";
 
 constexpr bool IsQuoteOrSpace(char c) { return c == '\'' || c == '"' || IsSpace(c); }
@@ -162,15 +160,18 @@ void AddWork(std::size_t* work, std::size_t amount) {
 
 }  // namespace
 
-std::string_view XssDetector::EventCheck(std::string_view text, const InjectionLibrary& library, std::size_t* work) {
-  const CMultiPattern& events = library.EventPatterns();
+std::string_view XssDetector::EventCheck(const JudgedText& judged, const InjectionLibrary& library, std::size_t* work) {
+  const std::string_view text = judged.lowered;
+  const CMultiPattern& events = library.EventWords().Patterns();
+  CWholeCharacters whole(library.EventWords(), judged.exact);
   CEventScan scan(text);
   std::uint32_t best = std::numeric_limits<std::uint32_t>::max();
   std::size_t tag = kNone;
   std::size_t value = 0;
   events.FindByStart(text, [&](std::size_t start, const std::uint32_t* names, std::uint32_t count) {
     for (std::uint32_t i = 0; i < count; ++i) {
-      if (names[i] >= best || !scan.IsHit(start, start + events.PatternLength(names[i]))) continue;
+      if (names[i] >= best || !whole.Counts(names[i], start)) continue;
+      if (!scan.IsHit(start, start + events.PatternLength(names[i]))) continue;
       best = names[i];
       tag = scan.Tag();
       value = scan.Value();
@@ -185,16 +186,26 @@ std::string_view XssDetector::EventCheck(std::string_view text, const InjectionL
   return text.substr(tag, end - tag);
 }
 
-std::string_view XssDetector::ScriptTagCheck(std::string_view text, std::size_t* work) {
-  for (std::size_t pos = text.find(kScript); pos != kNone; pos = text.find(kScript, pos)) {
-    const std::size_t begin = pos + kScript.size();
-    pos = begin;
+namespace {
+
+// The first bare script tag, its ">" included; empty when there is none.
+std::string_view FindScriptTag(std::string_view text, std::size_t* work) {
+  for (std::size_t tag = text.find(kScript); tag != kNone;) {
+    const std::size_t begin = tag + kScript.size();
+    std::size_t pos = begin;
     while (pos < text.size() && IsSpace(text[pos])) ++pos;
     AddWork(work, pos - begin + 1);
     if (pos == text.size()) break;
-    if (text[pos] == '>') return kScriptFragment;
+    if (text[pos] == '>') return text.substr(tag, pos + 1 - tag);
+    tag = text.find(kScript, pos);
   }
   return {};
+}
+
+}  // namespace
+
+std::string_view XssDetector::ScriptTagCheck(std::string_view text, std::size_t* work) {
+  return FindScriptTag(text, work).empty() ? std::string_view() : kScriptFragment;
 }
 
 std::string_view XssDetector::JavascriptUrlCheck(std::string_view text, std::size_t* work) {
@@ -215,48 +226,49 @@ std::string_view XssDetector::JavascriptUrlCheck(std::string_view text, std::siz
 
 namespace {
 
+bool IsAnyOn(const InjectionSettings& settings) {
+  return settings.xss_html_action != 0 || settings.xss_script_block != 0 || settings.xss_script_load != 0;
+}
+
 // `text` without "+".
-std::string_view CheckBlanked(std::string_view text, const InjectionSettings& settings, const InjectionLibrary& library,
-                              std::string* fragment, bool per_parameter) {
-  const auto examine = [&](std::string_view value) -> std::string_view {
-    const auto report = [&](std::string_view found, MessageId type) -> std::string_view {
-      if (found.empty()) return {};
-      fragment->assign(found);
-      return Message(settings.language, type);
+XssType CheckBlanked(const JudgedText& text, const InjectionSettings& settings, const InjectionLibrary& library,
+                     TextPlace* fragment, bool per_parameter) {
+  const auto examine = [&](const JudgedText& value) {
+    const auto found = [&](std::string_view part) {
+      if (!part.empty()) *fragment = PlaceOf(part, text.lowered);
+      return !part.empty();
     };
-    std::string_view type;
-    if (settings.xss_html_action != 0) type = report(XssDetector::EventCheck(value, library), MessageId::kXssHtmlEvent);
-    if (type.empty() && settings.xss_script_block != 0) {
-      type = report(XssDetector::ScriptTagCheck(value), MessageId::kXssScriptTag);
+    if (settings.xss_html_action != 0 && found(XssDetector::EventCheck(value, library))) return XssType::kHtmlEvent;
+    if (settings.xss_script_block != 0 && found(FindScriptTag(value.lowered, nullptr))) return XssType::kScriptTag;
+    if (settings.xss_script_load != 0 && found(XssDetector::JavascriptUrlCheck(value.lowered))) {
+      return XssType::kScriptLoading;
     }
-    if (type.empty() && settings.xss_script_load != 0) {
-      type = report(XssDetector::JavascriptUrlCheck(value), MessageId::kXssScriptLoading);
-    }
-    return type;
+    return XssType::kNone;
   };
   if (!per_parameter) return examine(text);
-  std::string_view type;
-  ForEachParameter(text, [&](const Parameter& parameter) {
-    type = examine(parameter.value);
-    return type.empty();
+  XssType type = XssType::kNone;
+  ForEachParameter(text.lowered, [&](const Parameter& parameter) {
+    type = examine(text.Part(PlaceOf(parameter.value, text.lowered)));
+    return type == XssType::kNone;
   });
   return type;
 }
 
 }  // namespace
 
-std::string_view XssDetector::Check(std::string* text, const InjectionSettings& settings,
-                                    const InjectionLibrary& library, std::string* fragment, bool per_parameter) {
+XssType XssDetector::Check(std::string* text, const InjectionSettings& settings, const InjectionLibrary& library,
+                           TextPlace* fragment, bool per_parameter) {
   std::replace(text->begin(), text->end(), '+', ' ');
-  return CheckBlanked(*text, settings, library, fragment, per_parameter);
+  return CheckBlanked(std::string_view(*text), settings, library, fragment, per_parameter);
 }
 
-std::string_view XssDetector::CheckText(std::string_view text, const InjectionSettings& settings,
-                                        const InjectionLibrary& library, std::string* fragment, bool per_parameter) {
-  if (settings.xss_html_action == 0 && settings.xss_script_block == 0 && settings.xss_script_load == 0) return {};
-  if (text.find('+') == kNone) return CheckBlanked(text, settings, library, fragment, per_parameter);
-  std::string copy(text);
-  return Check(&copy, settings, library, fragment, per_parameter);
+XssType XssDetector::CheckText(const JudgedText& text, const InjectionSettings& settings,
+                               const InjectionLibrary& library, TextPlace* fragment, bool per_parameter) {
+  if (!IsAnyOn(settings)) return XssType::kNone;
+  if (text.lowered.find('+') == kNone) return CheckBlanked(text, settings, library, fragment, per_parameter);
+  std::string copy(text.lowered);
+  std::replace(copy.begin(), copy.end(), '+', ' ');
+  return CheckBlanked({copy, text.exact}, settings, library, fragment, per_parameter);
 }
 
 }  // namespace qiv

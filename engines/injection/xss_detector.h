@@ -7,27 +7,34 @@
 
 #include "engines/injection/injection_library.h"
 #include "engines/injection/injection_settings.h"
+#include "engines/injection/judged_text.h"
 
 namespace qiv {
 
-/// No state of its own; case-sensitive; thread safe; linear in the text.
+enum class XssType { kNone, kHtmlEvent, kScriptTag, kScriptLoading };
+
+/// No state of its own; case-sensitive; thread safe; linear in the text. It speaks no language: checks/ names the
+/// types.
 class XssDetector {
  public:
-  /// The type name in the site's language, empty when nothing was found; *fragment is written on a hit. Every "+" in
-  /// *text becomes a blank, in place.
-  static std::string_view Check(std::string* text, const InjectionSettings& settings, const InjectionLibrary& library,
-                                std::string* fragment, bool per_parameter);
+  /// The kind of attack; *fragment is set on a hit, to its place in the text. Every "+" in *text becomes a blank, in
+  /// place, which moves nothing.
+  static XssType Check(std::string* text, const InjectionSettings& settings, const InjectionLibrary& library,
+                       TextPlace* fragment, bool per_parameter);
   /// The same for a text that is not to be changed: it is copied only when there is a "+" to replace and a check to
   /// run.
-  static std::string_view CheckText(std::string_view text, const InjectionSettings& settings,
-                                    const InjectionLibrary& library, std::string* fragment, bool per_parameter);
+  static XssType CheckText(const JudgedText& text, const InjectionSettings& settings, const InjectionLibrary& library,
+                           TextPlace* fragment, bool per_parameter);
 
   // The three checks; each returns the matched fragment, empty when there is none. `work`, when given, is increased by
   // the bytes looked at beside the search for the names (a test compares it with the length of the text).
-  static std::string_view EventCheck(std::string_view text, const InjectionLibrary& library,
+  static std::string_view EventCheck(const JudgedText& text, const InjectionLibrary& library,
                                      std::size_t* work = nullptr);
+  /// Whatever white space the tag holds, the fragment is kScriptFragment.
   static std::string_view ScriptTagCheck(std::string_view text, std::size_t* work = nullptr);
   static std::string_view JavascriptUrlCheck(std::string_view text, std::size_t* work = nullptr);
+
+  static constexpr std::string_view kScriptFragment = "<script>";
 };
 
 }  // namespace qiv

@@ -27,9 +27,9 @@ class CQivLibs {
   CQivLibs(Language language, std::string_view library_text, std::string_view user_rules, std::string_view free_code);
 
   /// Whether the content of a file or of a request is a webshell; on a hit, and only then, `*result` is filled (but for
-  /// known_good and partial, which are always set). At most 2 MiB of text; a scan takes a few copies of it and, of PHP,
-  /// at most eight times its bytes and half a mebibyte more; for a text without "<?", "<%" or "<script runat" nothing
-  /// but one copy.
+  /// known_good and partial, which are always set). At most 2 MiB of text; a scan takes a few copies of it and, of a
+  /// script, at most some twelve times its bytes and half a mebibyte more; for a text without "<?", "<%" or
+  /// "<script runat" nothing but one copy.
   bool WebshellScan(std::string_view text, WebshellResult* result) const;
 
   /// The same; a text that holds known-good code is cleared.

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <deque>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -9,9 +11,12 @@
 #include <vector>
 
 #include "checks/event_recorder.h"
+#include "checks/injection_texts.h"
 #include "common/char_set.h"
+#include "common/text.h"
 #include "config/website_config.h"
 #include "engines/injection/injection_library.h"
+#include "engines/injection/rule_text.h"
 
 namespace qiv {
 namespace {
@@ -50,7 +55,6 @@ struct Outcome {
 };
 
 Outcome Judge(std::shared_ptr<WebsiteConfig> site, RequestFacts facts) {
-  site->sql.language = site->language;
   facts.config = site;
   facts.library = std::make_shared<InjectionLibrary>(std::vector{Rule("union", "union query", "r1", {"union"})},
                                                      std::vector{Rule("'", "", "k1", {"'"})},
@@ -154,6 +158,126 @@ TEST(InjectionCheck, SpeaksChinese) {
   EXPECT_EQ(CCharSet::LocalToUtf8(r.smart_block_text), "触发严格拦截模式，自动拦截");
   EXPECT_EQ(r.smart_block, 1);
   EXPECT_EQ(r.plain_block, 0);
+}
+
+/// Facts as they are collected.
+RequestFacts Sent(std::string url, std::string body = {}, std::string type = "application/x-www-form-urlencoded") {
+  static std::deque<std::string> kept;  // raw bodies are views
+  RequestFacts facts;
+  facts.raw_url = std::move(url);
+  const std::size_t mark = std::min(facts.raw_url.find('?'), facts.raw_url.size() - 1);
+  facts.query = Trim(NormalizeText(std::string(Trim(facts.raw_url.substr(mark + 1)))));
+  facts.raw_body = kept.emplace_back(std::move(body));
+  facts.body = CCharSet::LowerAscii(DecodeBody(facts.raw_body));
+  facts.content_type = std::move(type);
+  return facts;
+}
+
+TEST(InjectionCheck, ShowsWhatWasSent) {
+  const std::string form = "multipart/form-data; boundary=b";
+  const std::string part = "--b\r\nContent-Disposition: form-data; name=\"";
+  const std::string filler(700, 'x');
+  struct Case {
+    RequestFacts facts;
+    std::string detail;  // a piece of it, in UTF-8
+  };
+  const Case cases[] = {
+      // Characters whose second byte is a capital, and capitals.
+      {Sent("/?a=1&B=%E6%9C%B1%E9%95%95%E5%9F%BA%27+Union+Select+X"), "(Detail:B=朱镕基' Union Select X)"},
+      {Sent("/", "Q=%E9%95%95'+UNION+SELECT+1"), "(Detail:Q=镕'+UNION+SELECT+1),Connective:Q=镕'+UNION+SELECT+1"},
+      {Sent("/", "a=1&b=<IMG+Title=%E9%95%95+OnLoad=Go()>"), "Keywords:<IMG+Title=镕+OnLoad=Go(),Connective:a=1&b="},
+      {Headers({{40, "User-Agent", "<p title=镕 onLoad=Go>"}}),
+       "Keywords:<p title=镕 onLoad=Go(Header[User-Agent]=<p t"},
+      {Sent("/", "a=" + filler + "镕镕''+un/**/ion+select"), ",Connective:...xxx"},
+      {Sent("/", "a=" + filler + "镕镕'+union+select"), "xxx镕镕'+union+select"},
+      // Secrets, whatever they hold; other values stay.
+      {Sent("/?Pass%77ord=a%26hush%27+union+select+1&b=2"), "(Detail:=***)"},
+      {Sent("/", "a=1&pwd=%26hush%22'+union+select+hush&b=2"), "(Detail:=***),Connective:a=1&pwd=***&b=2"},
+      {Sent("/", "a=1&pwd=hush<p+onload=hush>&b=2"), "Keywords:***,Connective:a=1&pwd=***&b=2"},
+      {Sent("/", "a=1&pwd=" + filler + "hush'+union+select+hush"), "Connective:...***"},
+      {Sent("/", R"({"b":2,"password":"a%22\"&hush' union select 1"})", "application/json"), R"("password":"***"})"},
+      {Sent("/", part + "psw\"\r\n\r\nhu\r\nhush' union select&\r\n--b--", form), "name=\"psw\"\r\n\r\n***\r\n--b--"},
+      {Headers({{24, "Authorization", "Digest a=\"hush' union select 1"}}), "(Header[Authorization]=***)"},
+      {Headers({{24, "Authorization", "drop table hush"}}), "(Header[Authorization]=***)"},
+      {Headers({{24, "Authorization", "hush<p onload=hush"}}), "Keywords:***(Header[Authorization]=***)"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.detail);
+    const CheckResult r = Judge(Site(), c.facts).result;
+    EXPECT_EQ(r.status, kBlocked);
+    const std::string detail = CCharSet::LocalToUtf8(r.detail);
+    EXPECT_NE(detail.find(c.detail), std::string::npos) << detail;
+    EXPECT_EQ((r.detail + r.reason).find("hush"), std::string::npos) << detail;
+    CheckResult hidden = r;
+    HideSecrets(&hidden);
+    EXPECT_EQ(hidden.detail, r.detail) << "no more than the secrets is hidden";
+  }
+}
+
+TEST(InjectionCheck, RuleWordsAreWholeCharacters) {
+  const struct {
+    const char* words;  // in UTF-8
+    std::string query;  // in GBK
+    bool hit;
+  } cases[] = {
+      {"镕", "a=\xD6\xEC\xE9\x46\xBB\xF9", true},
+      {"镕", "a=\xD6\xEC\xE9\x66\xBB\xF9", false},  // second byte "f" in place of "F"
+      {"中", "a=\xD6\xD0", true},
+      {"中", "a=\xB9\xD6\xD0\xC7", false},  // the end of one character and the beginning of the next
+      {"中DROP",
+       "a=\xD6\xD0"
+       "Drop",
+       true},
+      {"drop",
+       "a=\x81"
+       "Drop",
+       true},  // nothing hides a word of ASCII letters
+      {"drop*中",
+       "a=\x81"
+       "Drop \xD6\xD0",
+       true},
+      {"drop*中", "a=\xD6\xD0 drop", false},
+  };
+  for (const auto& c : cases) {
+    auto site = Site();
+    site->get_rules = CKeywordRules(ParseRules(CCharSet::Utf8ToLocal(c.words) + "{*}{*}{*}1{#}", '*', true));
+    EXPECT_EQ(Judge(site, Query(c.query)).result.status, c.hit ? kBlocked : kUndecided) << c.words << " " << c.query;
+  }
+}
+
+TEST(InjectionTexts, MatchRecords) {
+  const InjectionLibrary library({Rule("shown", "remark", "77", {"select"})}, {Rule("and", "", "", {"and"})}, {});
+  const auto record = [&](std::string value, bool is_parameter, Language language = Language::kEnglish) {
+    SqlFinding finding = SqlInjectionDetector::FindingOf(0, library);
+    finding.is_parameter = is_parameter;
+    const HeaderEntry text{0, "", "n=" + value};
+    finding.name = {0, 1};
+    finding.value = {2, value.size()};
+    finding.word = {2, 0};
+    return MatchRecord(finding, std::string_view(text.value), CShownText::Header(text), language);
+  };
+  EXPECT_EQ(record("and select 1", true), Rule("shown", "Detail:n=and select 1", "77", {"select"}));
+  EXPECT_EQ(record("and select 1", false), Rule("shown", "remark", "77", {"select"}));
+  EXPECT_EQ(CCharSet::LocalToUtf8(record("1", true, Language::kChinese).remark), "详情：n=1");
+  const std::string a(849, 'a');
+  std::string han = "b";
+  while (han.size() < 900) han += "\xD6\xD0";
+  const std::pair<std::string, std::string> values[] = {
+      {std::string(800, 'a'), std::string(800, 'a')},
+      {std::string(801, 'a'), std::string(800, 'a') + "..."},
+      {a + " select " + std::string(42, 'b'), "...select " + std::string(42, 'b')},
+      {"select" + a, "select" + std::string(794, 'a') + "..."},
+      {a + "select" + a, "...select" + std::string(794, 'a') + "..."},
+      {han, han.substr(0, 799) + "..."},  // no half character at the end
+      {a + "\xD6"
+           "select",
+       "...\xD6"
+       "select"},  // nor at the beginning
+  };
+  for (const auto& [value, shown] : values) EXPECT_EQ(record(value, true).remark, "Detail:n=" + shown);
+  const SqlFinding mismatch = SqlInjectionDetector::FindingOf(1, library);
+  const InjectionRule reserved = MatchRecord(mismatch, {}, {}, Language::kEnglish);
+  EXPECT_EQ(reserved, (InjectionRule{"", "", "Format does not match", "0", {""}}));
 }
 
 TEST(InjectionCheck, FollowsItsSwitches) {

@@ -279,6 +279,52 @@ TEST_F(Notification, AsksTheChecksInTheirOrder) {
   }
 }
 
+TEST_F(Notification, ShowsNoSecretAnywhere) {
+  test::Site site = LinkedSite();
+  site.sections["website_sql"] += R"(,"post_mode":"1","header_mode":"1","xss":"1","xss_post":"1","xss_header":"1",)"
+                                  R"("xss_html_action":"1")";
+  site.sections["website_response"] += R"(,"ret_type":"2")";
+  site.log_ex = "request";
+  installation_.Write(site);
+  InitialiseModule(installation_.Directory(), true);
+  const char form[] = "application/x-www-form-urlencoded";
+  const struct {
+    const char *url, *type, *body, *authorization;
+  } cases[] = {
+      {"/?password=hush%26hush' union select 1", "", "", ""},
+      {"/?x=1&user%5Bpass%5D=hush' union select 1&y", "", "", ""},
+      {"/?passwd=hush", form, "a=1&passwd=%26hush' union select hush&b=1", ""},
+      {"/", form, "a=1&pwd=hush<a onload=hush>&b=1", ""},
+      {"/", "application/json", R"({"a":1,"password":"hush\"&hush' union select hush"})", ""},
+      {"/", "multipart/form-data; boundary=b",
+       "--b\r\nContent-Disposition: form-data; name=\"password\"\r\n\r\nhush' union select hush\r\nhush\r\n--b--", ""},
+      {"/", "", "", "Basic hush' union select hush"},
+      {"/", "", "", "hush<a onload=hush>"},
+  };
+  std::size_t events = 0;
+  for (const auto& c : cases) {
+    SCOPED_TRACE(std::string(c.url) + c.body + c.authorization);
+    CFakeContext context;
+    context.request.SetUrl(c.url);
+    if (*c.authorization) context.request.known[iis::HttpHeaderAuthorization] = c.authorization;
+    if (*c.body) {
+      context.request.method = "POST";
+      context.request.body.data = c.body;
+      context.request.known[iis::HttpHeaderContentType] = c.type;
+      context.request.known[iis::HttpHeaderContentLength] = std::to_string(context.request.body.data.size());
+    }
+    iis::CHttpModule* const module = new CQivIpsIIsModule;
+    EXPECT_EQ(module->OnBeginRequest(&context, nullptr), kFinish);
+    module->Dispose();
+    State().service.Exchange().Flush();
+    std::string written = context.response.body + installation_.Log() + installation_.Log("_log_req.log");
+    for (const std::string& line : installation_.Out()) written += line + "\n";
+    EXPECT_EQ(written.find("hush"), std::string::npos) << written;
+    EXPECT_EQ(Events(), ++events);
+    EXPECT_NE(installation_.Out().back().find("tongji"), std::string::npos) << "the service was told";
+  }
+}
+
 TEST_F(Notification, DeniesWhomTheFirewallServiceLists) {
   installation_.Write(LinkedSite());
   installation_.Deny("203.0.113.7");

@@ -29,7 +29,7 @@ TEST(RuleText, Records) {
       {"%41*b%3D%3Dc%2Ad", '*', true, rule("a*b==c*d", {"a", "b==c*d"})},
       {"O%72 1==oR/%2a%2A/1=1*%7B#}%250%4C", '*', true, rule("or 1", {"or/**/1=1", "{#}%0l"})},
       {"100%*%zz*%0Ab", '*', true, rule("100%*%zz*\nb", {"100%", "%zz", "\nb"})},
-      {"\xC1|\xC1\x41|b", '|', false, rule("\xC1|\xC1\x41|b", {"\xC1|\xC1\x61", "b"})},  // trail bytes "|" and "A"
+      {"\xC1|\xC1\x41|b", '|', false, rule("\xC1|\xC1\x41|b", {"\xC1|\xC1\x41", "b"})},  // trail bytes "|" and "A"
   };
   for (const auto& c : cases) {
     const std::string text = std::string(c.field) + "{*}F2{*}Remark{*}Id7{#}";
@@ -69,7 +69,7 @@ TEST(InjectionLibrary, ReadsBothFilesAndSurvivesTheOriginal) {
   for (const auto& [word, rule] : words) EXPECT_EQ(library.FindRule(word), rule) << word;
   EXPECT_EQ(library.Rules()[3].identifier, "7");
   std::vector<std::uint32_t> found;
-  library.KeyPatterns().Find("or and or", [&](std::uint32_t key, std::size_t) {
+  library.KeyWords().Patterns().Find("or and or", [&](std::uint32_t key, std::size_t) {
     found.push_back(key);
     return true;
   });

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "common/char_set.h"
 #include "tests/engines/injection/slow_detectors.h"
 #include "tests/engines/text_generator.h"
 
@@ -17,7 +18,8 @@ CKeywordRules Rules(const WordLists& lists) {
 }
 
 void Compare(std::string_view text, const CKeywordRules& rules) {
-  const InjectionRule* const found = rules.FindFirst(text);
+  const std::string lowered = CCharSet::LowerBytes(text);
+  const InjectionRule* const found = rules.FindFirst({lowered, text});
   ASSERT_EQ(found == nullptr ? -1 : found - rules.Rules().data(), slow::FirstKeywordRule(text, rules.Rules()))
       << "text: " << testing::PrintToString(std::string(text));
 }
@@ -36,6 +38,19 @@ TEST(KeywordRules, AgreeWithTheSearchWordAfterWord) {
   for (const CKeywordRules& rules : lists) {
     ForEachSequence(tokens, 6, [&](std::string_view text) { Compare(text, rules); });
     ForRandomSequences(tokens, 40, 4000, [&](std::string_view text) { Compare(text, rules); });
+  }
+}
+
+TEST(KeywordRules, AgreeOnCharactersOfTwoBytes) {
+  const CKeywordRules lists[] = {
+      Rules({{"\xE9\x46"}, {"\xE9\x66", "u"}, {"\xE9\x66"}}),        // a capital and a small letter as second bytes
+      Rules({{"\xD6\xD0"}, {"\xD0\xD6"}, {"u\xD6\xD0"}, {"\xD6"}}),  // each found across two of the other
+      Rules({{"\xD6\xD0\xE9"}, {"\xD0u", "\xD6\xD0"}, {"\xD0U"}, {"u"}}),  // an open end; "u" behind a stray byte
+  };
+  const Tokens tokens = {"\xE9", "\xD6", "\xD0", "F", "f", "U", "u", " "};
+  for (const CKeywordRules& rules : lists) {
+    ForEachSequence(tokens, 5, [&](std::string_view text) { Compare(text, rules); });
+    ForRandomSequences(tokens, 60, 8000, [&](std::string_view text) { Compare(text, rules); });
   }
 }
 

@@ -1,5 +1,6 @@
 #include "tests/engines/injection/slow_detectors.h"
 
+#include "common/char_set.h"
 #include "common/text.h"
 
 namespace qiv::slow {
@@ -75,11 +76,41 @@ std::string JavascriptHit(std::string_view text, std::size_t at) {
   return std::string(text.substr(tag, end - tag));
 }
 
+// Whether the word, if it holds characters of two bytes, stands at `at` as whole characters with the same bytes.
+bool IsOfCharacters(std::string_view text, std::size_t at, std::string_view word) {
+  const auto characters = [](std::string_view bytes) {
+    std::vector<std::string_view> all;
+    for (; !bytes.empty(); bytes.remove_prefix(all.back().size())) {
+      all.push_back(bytes.substr(0, CCharSet::CharacterLength(bytes, 0)));
+    }
+    return all;
+  };
+  const std::vector<std::string_view> wanted = characters(word);
+  if (wanted.size() == word.size()) return true;
+  std::size_t before = 0;
+  std::size_t same = 0;
+  for (const std::string_view character : characters(text)) {
+    if (before >= at && same < wanted.size()) {
+      const bool equal = character.size() == 2 ? character == wanted[same] : EqualNoCase(character, wanted[same]);
+      if (before != at + static_cast<std::size_t>(wanted[same].data() - word.data()) || !equal) return false;
+      ++same;
+    }
+    before += character.size();
+  }
+  return same == wanted.size();
+}
+
 // End of the word's first whole occurrence at or after `from`, or npos.
 std::size_t FindWholeWord(std::string_view text, std::string_view word, std::size_t from) {
+  const std::string lower = CCharSet::LowerBytes(text);
+  const std::string pattern = CCharSet::LowerBytes(word);
   for (;;) {
-    const std::size_t at = text.find(word, from);
+    const std::size_t at = lower.find(pattern, from);
     if (at == kNone) return kNone;
+    if (!IsOfCharacters(text, at, word)) {
+      from = at + 1;
+      continue;
+    }
     const std::size_t end = at + word.size();
     const bool before = IsWordByte(word.front()) && at > 0 && IsWordByte(text[at - 1]);
     const bool after = IsWordByte(word.back()) && end < text.size() && IsWordByte(text[end]);

@@ -19,7 +19,7 @@ std::string EventCheck(std::string_view text, const Rules& events);
 std::string ScriptTagCheck(std::string_view text);
 std::string JavascriptUrlCheck(std::string_view text);
 
-/// Index of the first matching rule, or -1.
+/// Index of the first matching rule, or -1. Of a text that is lower-cased byte by byte for words of ASCII bytes.
 std::ptrdiff_t FirstKeywordRule(std::string_view text, const Rules& rules);
 
 /// Rules of one word each; the word is also what is shown.

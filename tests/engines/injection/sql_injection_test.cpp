@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "common/char_set.h"
 #include "tests/engines/injection/slow_detectors.h"
 #include "tests/engines/text_generator.h"
 
@@ -90,55 +91,52 @@ TEST(SqlInjection, Cases) {
 TEST(SqlInjection, PreconditionsGiveNoHit) {
   const InjectionLibrary library = Library({"select"}, {"and"});
   const InjectionSettings settings;
-  InjectionRule result;
+  SqlFinding finding;
   const std::string_view text = "1 and select x";
-  EXPECT_TRUE(SqlInjectionDetector::Check(text, &settings, library, &result, false));
-  EXPECT_FALSE(SqlInjectionDetector::Check(text, nullptr, library, &result, false));
-  EXPECT_FALSE(SqlInjectionDetector::Check("", &settings, library, &result, true));
-  EXPECT_FALSE(SqlInjectionDetector::Check(text, &settings, Library({}, {"and"}), &result, false));
-  EXPECT_FALSE(SqlInjectionDetector::Check(text, &settings, Library({"select"}, {}), &result, false));
+  EXPECT_TRUE(SqlInjectionDetector::Check(text, &settings, library, &finding, false));
+  EXPECT_FALSE(SqlInjectionDetector::Check(text, nullptr, library, &finding, false));
+  EXPECT_FALSE(SqlInjectionDetector::Check({}, &settings, library, &finding, true));
+  EXPECT_FALSE(SqlInjectionDetector::Check(text, &settings, Library({}, {"and"}), &finding, false));
+  EXPECT_FALSE(SqlInjectionDetector::Check(text, &settings, Library({"select"}, {}), &finding, false));
 }
 
-TEST(SqlInjection, ParametersAreUnitsOfTheirOwn) {
-  const InjectionLibrary library({{"shown", "2", "remark", "77", {"select"}}}, slow::OneWordRules({"and", "an"}), {});
-  InjectionSettings settings;
-  InjectionRule result;
-  // Neither a name, nor a value cut by "&", nor a value before it contributes; equal offsets in neighbours do not mix.
-  EXPECT_FALSE(SqlInjectionDetector::Check("select x=1&b=select&c=x and", &settings, library, &result, true));
-  ASSERT_TRUE(SqlInjectionDetector::Check("a=and 1&b=and select 1", &settings, library, &result, true));
-  EXPECT_EQ(result, (InjectionRule{"shown", "2", "Detail:b=and select 1", "77", {"select"}}));
-  settings.language = Language::kChinese;
-  ASSERT_TRUE(SqlInjectionDetector::Check("a=select 1", &settings, library, &result, true));
-  EXPECT_EQ(result.remark,
-            "\xCF\xEA\xC7\xE9\xA3\xBA"
-            "a=select 1");
-  ASSERT_TRUE(SqlInjectionDetector::Check("select 1", &settings, library, &result, false));
-  EXPECT_EQ(result.remark, "remark");
-}
-
-TEST(SqlInjection, DetailLineOfLongValues) {
-  const InjectionLibrary library = Library({"select"}, {"and"});
-  const auto detail = [&](std::string_view value) {
-    InjectionRule result;
-    SqlInjectionDetector::FillResult(0, "n", value, true, InjectionSettings(), library, &result);
-    return result.remark;
+TEST(SqlInjection, TellsWhereItStands) {
+  const InjectionLibrary library = Library({"select"}, {"and", "an", "\xE9\x46"});
+  const InjectionSettings settings;
+  const struct {
+    std::string_view text;
+    bool per_parameter;
+    const char* name;  // null: no hit
+    std::string_view value, word;
+  } cases[] = {
+      // Neither a name, nor a value cut by "&", nor a value before it contributes; equal offsets do not mix.
+      {"select x=1&b=select&c=x and", true, nullptr, "", ""},
+      {"a=and 1&b=and select 1", true, "b", "and select 1", "select"},
+      {"a=1&=select 1", true, "", "select 1", "select"},
+      {"a=select 1", false, nullptr, "", ""},
+      {"select 1", false, "", "select 1", "select"},
+      {"a=/*\n*/an--d\nd\n'--'&b=se/*x\ny*/lect 1", true, nullptr, "", ""},  // the line feed stays
+      {"a=1&b='--'+an/**/d+/* */se/*x*/le/**/ct--\n1", true, "b", "'--'+an/**/d+/* */se/*x*/le/**/ct--\n1",
+       "se/*x*/le/**/ct"},
+      {"a=1\xE9\x46 select 1", true, "a", "1\xE9\x46 select 1", "select"},
+      {"a=1\xE9\x66 select 1", true, nullptr, "", ""},      // another character
+      {"a=1\xD6\xE9\x46 select 1", true, nullptr, "", ""},  // across two
+      {"a=1/**/\xE9\x46/**/ select 1", true, "a", "1/**/\xE9\x46/**/ select 1", "select"},
   };
-  const std::string a(849, 'a');
-  EXPECT_EQ(detail(std::string(800, 'a')), "Detail:n=" + std::string(800, 'a'));
-  EXPECT_EQ(detail(std::string(801, 'a')), "Detail:n=" + std::string(800, 'a') + "...");
-  EXPECT_EQ(detail(a + " select " + std::string(42, 'b')), "Detail:n=...select " + std::string(42, 'b'));
-  EXPECT_EQ(detail("select" + a), "Detail:n=select" + std::string(794, 'a') + "...");
-  EXPECT_EQ(detail(a + "select" + a), "Detail:n=...select" + std::string(794, 'a') + "...");
-  std::string han = "b";
-  while (han.size() < 900) han += "\xD6\xD0";
-  EXPECT_EQ(detail(han), "Detail:n=" + han.substr(0, 799) + "...");  // no half character
-}
-
-TEST(SqlInjection, FormatMismatchIsReserved) {
-  const InjectionLibrary library = Library({"select"}, {"and"});
-  InjectionRule result = {"x", "y", "z", "1", {"w"}};
-  SqlInjectionDetector::FillResult(1, "n", "v", true, InjectionSettings(), library, &result);
-  EXPECT_EQ(result, (InjectionRule{"", "", "Format does not match", "0", {""}}));
+  for (const auto& c : cases) {
+    const std::string lowered = CCharSet::LowerBytes(c.text);
+    SqlFinding finding;
+    ASSERT_EQ(SqlInjectionDetector::Check({lowered, c.text}, &settings, library, &finding, c.per_parameter),
+              c.name != nullptr)
+        << c.text;
+    if (c.name == nullptr) continue;
+    EXPECT_EQ(finding.rule, library.Rules().data());
+    EXPECT_EQ(finding.is_parameter, c.per_parameter);
+    EXPECT_EQ(finding.name.In(c.text), c.name);
+    EXPECT_EQ(finding.value.In(c.text), c.value);
+    EXPECT_EQ(finding.word.In(c.text), c.word);
+  }
+  EXPECT_EQ(SqlInjectionDetector::FindingOf(1, library).id, SqlFindingId::kFormatMismatch);
 }
 
 }  // namespace

@@ -54,73 +54,74 @@ TEST(XssDetector, Cases) {
   const InjectionLibrary library = Events({"onerror", "onload"});
   InjectionSettings settings;
   settings.xss_html_action = settings.xss_script_block = settings.xss_script_load = 1;
+  constexpr XssType kNone = XssType::kNone;
+  constexpr XssType kEvent = XssType::kHtmlEvent;
+  constexpr XssType kScript = XssType::kScriptTag;
+  constexpr XssType kLoading = XssType::kScriptLoading;
   struct Case {
     std::string text;
-    std::string_view type;
-    std::string_view fragment;
+    XssType type;
+    std::string_view fragment;  // as it stands in the text
   };
   Case cases[] = {
-      {"<img src=x onerror=alert(1)>", "HTML event", "<img src=x onerror=alert(1)"},
-      {"<img+src=x+onerror=alert(1)>", "HTML event", "<img src=x onerror=alert(1)"},
-      {"<img onload=f onerror=g>", "HTML event", "<img onload=f onerror=g"},  // list order before text order
-      {"<img onerror = \" /x", "HTML event", "<img onerror = \" "},
-      {"onerror=alert(1)", "", ""},
-      {"<p onerror=1>", "", ""},
-      {"<p onerror=(f)>", "", ""},
-      {"<p xonerror=f>", "", ""},
-      {"<p/onerror=f>", "", ""},
-      {"< p onerror=f>", "", ""},
-      {"a<script>", "Script label", "<script>"},
-      {"<script >", "Script label", "<script>"},
-      {"<script src=a.js>", "", ""},
-      {"<SCRIPT>", "", ""},
-      {"<a href=javascript:alert(1)>", "Script loading", "<a href=javascript:alert(1)>"},
-      {"<a href=javascript:1>", "", ""},
-      {"<a href=javascript:", "", ""},
-      {"javascript:alert(1)", "", ""},
-      {"<script><p onerror=f>", "HTML event", "<p onerror=f"},  // the order of the checks decides
+      {"<img src=x onerror=alert(1)>", kEvent, "<img src=x onerror=alert(1)"},
+      {"<img+src=x+onerror=alert(1)>", kEvent, "<img+src=x+onerror=alert(1)"},
+      {"<img onload=f onerror=g>", kEvent, "<img onload=f onerror=g"},  // list order before text order
+      {"<img onerror = \" /x", kEvent, "<img onerror = \" "},
+      {"onerror=alert(1)", kNone, ""},
+      {"<p onerror=1>", kNone, ""},
+      {"<p onerror=(f)>", kNone, ""},
+      {"<p xonerror=f>", kNone, ""},
+      {"<p/onerror=f>", kNone, ""},
+      {"< p onerror=f>", kNone, ""},
+      {"a<script>", kScript, "<script>"},
+      {"<script >", kScript, "<script >"},
+      {"<script src=a.js>", kNone, ""},
+      {"<SCRIPT>", kNone, ""},
+      {"<a href=javascript:alert(1)>", kLoading, "<a href=javascript:alert(1)>"},
+      {"<a href=javascript:1>", kNone, ""},
+      {"<a href=javascript:", kNone, ""},
+      {"javascript:alert(1)", kNone, ""},
+      {"<script><p onerror=f>", kEvent, "<p onerror=f"},  // the order of the checks decides
   };
-  for (Case& c : cases) {
-    std::string fragment;
-    EXPECT_EQ(XssDetector::CheckText(c.text, settings, library, &fragment, false), c.type) << c.text;
-    EXPECT_EQ(std::exchange(fragment, ""), c.fragment) << c.text;
-    EXPECT_EQ(XssDetector::Check(&c.text, settings, library, &fragment, false), c.type) << c.text;
-    EXPECT_EQ(fragment, c.fragment) << c.text;
+  for (const Case& c : cases) {
+    TextPlace fragment;
+    EXPECT_EQ(XssDetector::CheckText(std::string_view(c.text), settings, library, &fragment, false), c.type) << c.text;
+    EXPECT_EQ(std::exchange(fragment, {}).In(c.text), c.fragment) << c.text;
+    std::string changed = "a=1&+=" + c.text;
+    EXPECT_EQ(XssDetector::Check(&changed, settings, library, &fragment, true), c.type) << c.text;
+    EXPECT_EQ(fragment.In("a=1&+=" + c.text), c.fragment) << c.text;
   }
 }
 
-TEST(XssDetector, SwitchesLanguageAndParameters) {
+TEST(XssDetector, SwitchesAndParameters) {
   const InjectionLibrary library = Events({"onerror"});
-  const std::string text = "q=<p onerror=f>&r=<script>&s=<a b=javascript:c>";
+  const std::string_view text = "q=<p onerror=f>&r=<script>&s=<a b=javascript:c>";
   const struct {
     int event, script, url;
-    Language language;
-    std::string_view type, fragment;
+    XssType type;
+    std::string_view fragment;
   } cases[] = {
-      {1, 1, 1, Language::kEnglish, "HTML event", "<p onerror=f"},
-      {0, 1, 1, Language::kEnglish, "Script label", "<script>"},
-      {0, 0, 1, Language::kEnglish, "Script loading", "<a b=javascript:c>"},
-      {0, 0, 0, Language::kEnglish, "", ""},
-      {1, 0, 0, Language::kChinese, "HTML\xCA\xC2\xBC\xFE", "<p onerror=f"},
-      {0, 1, 0, Language::kChinese, "Script\xB1\xEA\xC7\xA9", "<script>"},
-      {0, 0, 1, Language::kChinese, "\xBD\xC5\xB1\xBE\xBC\xD3\xD4\xD8", "<a b=javascript:c>"},
+      {1, 1, 1, XssType::kHtmlEvent, "<p onerror=f"},
+      {0, 1, 1, XssType::kScriptTag, "<script>"},
+      {0, 0, 1, XssType::kScriptLoading, "<a b=javascript:c>"},
+      {0, 0, 0, XssType::kNone, ""},
   };
   for (const auto& c : cases) {
     InjectionSettings settings;
     settings.xss_html_action = c.event;
     settings.xss_script_block = c.script;
     settings.xss_script_load = c.url;
-    settings.language = c.language;
-    std::string fragment;
+    TextPlace fragment;
     EXPECT_EQ(XssDetector::CheckText(text, settings, library, &fragment, true), c.type);
-    EXPECT_EQ(fragment, c.fragment);
+    EXPECT_EQ(fragment.In(text), c.fragment);
   }
   InjectionSettings settings;
   settings.xss_html_action = 1;
   std::string split = "a=<p x&b onerror=f";  // a hit as one text, none by parameters
-  std::string fragment;
-  EXPECT_EQ(XssDetector::Check(&split, settings, library, &fragment, true), "");
-  EXPECT_EQ(XssDetector::Check(&split, settings, library, &fragment, false), "HTML event");
+  TextPlace fragment;
+  EXPECT_EQ(XssDetector::Check(&split, settings, library, &fragment, true), XssType::kNone);
+  EXPECT_EQ(XssDetector::Check(&split, settings, library, &fragment, false), XssType::kHtmlEvent);
 }
 
 // Texts that make a repeated search read the same bytes for every occurrence.

@@ -1,4 +1,4 @@
-#include "module/secrets.h"
+#include "common/secrets.h"
 
 #include <gtest/gtest.h>
 
@@ -24,8 +24,21 @@ TEST(Secrets, ValuesBehindPasswordNamesAreHidden) {
       {"the password is wrong, compass=north", "the password is wrong, compass=***"},
       {"password=", "password="},
       {"password=&pass", "password=&pass"},
+      {R"({"pwd":"a\"b&c\\","x":1})", R"({"pwd":"***","x":1})"},
+      {R"({"pwd":1234,"x":"y"})", R"({"pwd":***"x":"y"})"},
+      {R"({"s":"{\"pwd\":\"a\\\"b\",\"x\":1}"})", R"({"s":"{\"pwd\":\"***\",\"x\":1}"})"},
+      {"<user><password>a & b</password><x>1</x>", "<user><password>***</password><x>1</x>"},
+      {"/?user%5Bpassword%5D=a&x=1", "/?user%5Bpassword%5D=***&x=1"},
+      {"/?q=%7B%22password%22%3A%22a%22%7D&x=1", "/?q=%7B%22password%22%3A%22***&x=1"},
+      {"psw=' or \"1\"=\"1&x=1", "psw=***&x=1"},
+      {"Authorization: Digest username=\"ann\", response=\"a\"\r\nX: 1", "Authorization: ***\r\nX: 1"},
+      {"(Detail:pwd=***),Connective:id=1", "(Detail:pwd=***),Connective:id=1"},
+      {"pwd=\xD6\xD0|&x=\xD6\xD0", "pwd=***&x=\xD6\xD0"},
   };
-  for (const auto& [text, expected] : cases) EXPECT_EQ(WithoutSecrets(text), expected) << text;
+  for (const auto& [text, expected] : cases) {
+    EXPECT_EQ(WithoutSecrets(text), expected) << text;
+    EXPECT_EQ(WithoutSecrets(expected), expected) << "applied again";
+  }
 }
 
 TEST(Secrets, LongTextsOfNamesAreReadOnce) {
