@@ -20,6 +20,9 @@ READING_FOLDERS = ("checks/", "module/", "engines/")
 READING_FILES = ("config/page_settings.cpp", "config/list_settings.cpp")
 PARSER = "config/config_parser.cpp"
 
+# Only keeps answers out of the server's cache where a switch is on; it decides about no request.
+NO_READER = re.compile(r"^bool DependsOnClient\(.*?^\}", re.M | re.S)
+
 ROW = re.compile(r'^QIV_(\w+)\((\w+), "(\w+)", (?:(\w+), )?(k\w+), "', re.M)
 ANY_ROW = re.compile(r"^QIV_\w+\(", re.M)
 IP_SET_ROW = re.compile(r'^\s*\{"(website_\w+)", (?:true|false), KeyReader::(k\w+),', re.M)
@@ -64,7 +67,7 @@ def main():
         if pathlib.Path(name).suffix not in (".h", ".cpp"):
             continue
         if str(name).startswith(READING_FOLDERS) or str(name) in READING_FILES:
-            code.append(cpp_text.code_only((root / name).read_text(encoding="utf-8")))
+            code.append(NO_READER.sub("", cpp_text.code_only((root / name).read_text(encoding="utf-8"))))
     prepare = re.search(r"^void Prepare\(.*?^\}", (root / PARSER).read_text(encoding="utf-8"), re.M | re.S)
     code.append(prepare.group(0))
     tables = {section: (root / path).read_text(encoding="utf-8") for section, path in TABLES.items()}
