@@ -1,6 +1,9 @@
 // One client connection of the server.
 #pragma once
 
+// Before the system's headers, which make macros of some of its names.
+#include "iis/http_types.h"
+
 #include <utility>
 
 // Asio needs std::exchange before its own headers.

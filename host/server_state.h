@@ -1,6 +1,9 @@
 // What the connections of a server share.
 #pragma once
 
+// Before the system's headers, which make macros of some of its names.
+#include "iis/http_types.h"
+
 #include <utility>
 
 // Asio needs std::exchange before its own headers.

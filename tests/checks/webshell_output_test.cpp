@@ -46,7 +46,9 @@ TEST_F(WebshellOutput, FindsPanelsAndLeakedScripts) {
   };
   for (const auto& [response, detail] : cases) {
     const std::string found = Run(response);
-    EXPECT_TRUE(detail.empty() ? found.empty() : found.starts_with(detail)) << response.size() << ": " << response.substr(0, 80) << "\n" << found;
+    EXPECT_TRUE(detail.empty() ? found.empty() : found.starts_with(detail))
+        << response.size() << ": " << response.substr(0, 80) << "\n"
+        << found;
   }
   EXPECT_EQ(statistics_.size(), 7U);
   EXPECT_EQ(statistics_.front(), "trojanhtml 192.0.2.7 -");

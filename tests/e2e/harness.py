@@ -42,7 +42,7 @@ def run(program, *arguments, check=True, **options):
 class Installation:
     """A module directory of its own: a copy of the module file, config/ and debug/."""
 
-    def __init__(self, language=None, profile=None, configured=True):
+    def __init__(self, language=None, profile=None, configured=True, shipped_page=False):
         self.directory = pathlib.Path(tempfile.mkdtemp(prefix="qiv-e2e-"))
         self.module = self.directory / MODULE
         self.replace_module()
@@ -53,7 +53,8 @@ class Installation:
             options = (["--language", language] if language else []) + (["--profile", profile] if profile else [])
             run("qivctl", "init", native(self.directory), *options, "--rules", native(SOURCE / "rules"))
             # The built-in page with details: the shipped one tells a client nothing that a test could look for.
-            self.edit({"website_response": {"ret_type": "2"}})
+            if not shipped_page:
+                self.edit({"website_response": {"ret_type": "2"}})
 
     def replace_module(self):
         """Renamed into place: writing into a file that a process has mapped takes the code from under it."""

@@ -135,7 +135,7 @@ class Pages(unittest.TestCase):
         for language, words in (("en-US", "This request was blocked"), ("zh-CN", "本次访问已被拦截")):
             for profile in ("default", "strict"):
                 with self.subTest(language=language, profile=profile):
-                    self.check_page(Installation(language=language, profile=profile), words, language)
+                    self.check_page(Installation(language=language, profile=profile, shipped_page=True), words, language)
 
     def check_page(self, installation, words, language):
         self.addCleanup(installation.remove)
