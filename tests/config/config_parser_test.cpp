@@ -185,7 +185,6 @@ TEST(ConfigParser, ReadsSwitches) {
       "<sys_trust_ip>1.2.3.4</sys_trust_ip></website_other>";
   const WebsiteConfig on = Parse(switches + SettingsText(""));
   EXPECT_EQ(on.language, Language::kChinese);
-  EXPECT_EQ(on.sql.language, Language::kChinese);
   EXPECT_TRUE(on.library_enabled);
   EXPECT_TRUE(on.ipv6_protection);
   EXPECT_EQ(on.extend_functions, ",one,website_js,");

@@ -52,6 +52,8 @@ class Installation:
         if configured:
             options = (["--language", language] if language else []) + (["--profile", profile] if profile else [])
             run("qivctl", "init", native(self.directory), *options, "--rules", native(SOURCE / "rules"))
+            # The built-in page with details: the shipped one tells a client nothing that a test could look for.
+            self.edit({"website_response": {"ret_type": "2"}})
 
     def replace_module(self):
         """Renamed into place: writing into a file that a process has mapped takes the code from under it."""

@@ -17,7 +17,6 @@ class Protection(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
         cls.installation = Installation(language="en-US")
-        cls.installation.edit({"website_response": {"ret_type": "2"}})
         cls.site = site()
         cls.host = Host(cls.installation, root=cls.site.__enter__())
 
@@ -160,7 +159,6 @@ class Languages(unittest.TestCase):
     def test_chinese_page(self):
         installation = Installation(language="zh-CN")
         self.addCleanup(installation.remove)
-        installation.edit({"website_response": {"ret_type": "2"}})
         with site() as root, Host(installation, root=root) as host:
             status, headers, page = host.get("/?id=1+union+select+1,2+from+users")
         self.assertEqual(status, 403)
