@@ -1,5 +1,7 @@
 #include "engines/injection/sql_expression_reader.h"
 
+#include <algorithm>
+
 namespace qiv {
 
 CSqlExpressionReader::Finding CSqlExpressionReader::Operators() {
@@ -227,12 +229,14 @@ CSqlExpressionReader::Finding CSqlExpressionReader::Behind(Operand operand) {
   }
   operand_ = operand;
   last_constant_ = operand == Operand::kConstant;
+  called_with_constant_ = called_with_constant_ || (calls_ && last_constant_);
   return Operators();
 }
 
 CSqlExpressionReader::Finding CSqlExpressionReader::OpenString() {
   constexpr std::size_t kShort = 3;
-  const bool is_short = tokens_.Current().end - tokens_.Current().begin <= kShort;
+  const std::string_view content = Text().substr(1);
+  const bool is_short = content.size() < kShort && std::all_of(content.begin(), content.end(), IsWordByte);
   if (comparing_) {
     (left_ == Operand::kName ? compared_mixed_ : compared_constants_) = true;
   } else if (connective_) {
@@ -260,13 +264,13 @@ CSqlExpressionReader::Finding CSqlExpressionReader::Complete(bool in_string) con
       return {};
     }
     case Before::kNumber:
-      if (connective_ && (compared_constants_ || compared_mixed_ || calls_ || constant_word_))
+      if (connective_ && (calls_ || (!sum_ && (compared_constants_ || compared_mixed_ || constant_word_))))
         return Found(Result::kCondition);
       if (calls_ && (arithmetic_ > 0 || comparing_)) return Found(Result::kCondition);
       if (connective_ && last_constant_ && HasShortComment()) return Found(Result::kCondition);
       return {};
     case Before::kName:
-      if (connective_ && (compared_constants_ || calls_)) return Found(Result::kCondition);
+      if (connective_ && (compared_constants_ || called_with_constant_)) return Found(Result::kCondition);
       return {};
     case Before::kNothing:
       if (calls_ && (compared_constants_ || case_)) return Found(Result::kCondition);

@@ -110,6 +110,7 @@ class CSqlExpressionReader {
   void Compare() {
     comparing_ = true;
     left_ = operand_;
+    sum_ = sum_ || !connective_;
   }
 
   /// Where an operand is due.
@@ -198,12 +199,14 @@ class CSqlExpressionReader {
   bool connective_ = false;
   bool list_ = false;  // a bracket is open: commas divide
   bool case_ = false;
-  bool comma_ = false;          // outside brackets
-  bool bracket_ = false;        // the operand stands behind an opening bracket
-  bool string_ = false;         // the operand was a string
-  bool clause_ = false;         // where, having
-  bool calls_ = false;          // a function that injections call, a system variable
-  bool constant_word_ = false;  // true, false, null
+  bool called_with_constant_ = false;  // "sleep(5)"; prose writes "user(s)"
+  bool sum_ = false;                   // it begins with a comparison: "5 > 3 and 2 < 4" is one's own
+  bool comma_ = false;                 // outside brackets
+  bool bracket_ = false;               // the operand stands behind an opening bracket
+  bool string_ = false;                // the operand was a string
+  bool clause_ = false;                // where, having
+  bool calls_ = false;                 // a function that injections call, a system variable
+  bool constant_word_ = false;         // true, false, null
   bool last_constant_ = false;
   bool short_end_ = false;
   bool compared_constants_ = false;

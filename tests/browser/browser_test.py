@@ -59,7 +59,7 @@ class Browser:
 
 class Pages(unittest.TestCase):
     def check_language(self, language, chinese):
-        installation = harness.Installation(language=language)
+        installation = harness.Installation(language=language, shipped_page=True)
         try:
             with harness.Host(installation, root=ROOT / "docs/demo-site") as host, Browser() as browser:
                 document = browser.document(f"http://127.0.0.1:{host.port}{ATTACKS['event']}")
