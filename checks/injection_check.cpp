@@ -110,18 +110,14 @@ class CInjectionRun {
     const CLowered lowered(original);
     const JudgedText text = lowered.Judged();
     Hit hit;
-    if (!(sql && ((super_mode && Detect(text, true, hit)) || MatchRules(text, rules, hit) ||
-                  (super_mode && SqlInjectionDetector::CheckExpressions(text, &hit.sql, true)))) &&
+    if (!(sql && ((super_mode && Detect(text, true, hit)) || MatchRules(text, rules, hit))) &&
         !(xss && DetectXss(text, true, hit))) {
       return false;
     }
     const CShownText shown = place.place == Place::kGet ? CShownText::Query(facts_) : CShownText::Body(facts_);
     HitTexts texts = TextsOf(hit, text, shown);
     if (place.place == Place::kPost) {
-      const bool by_form = hit.sql.id == SqlFindingId::kExpression;
-      const TextPlace found = hit.IsXss() ? hit.fragment
-                              : by_form   ? hit.sql.word
-                                          : ExcerptPlace(texts.match, hit.sql.word, text);
+      const TextPlace found = hit.IsXss() ? hit.fragment : ExcerptPlace(texts.match, hit.sql.word, text);
       texts.excerpt = shown.ExcerptAt(found);
     }
     Block(place, hit, texts);
@@ -133,8 +129,7 @@ class CInjectionRun {
     if ((!sql_.header && !xss) || facts_.all_headers.empty()) return false;
     Hit hit;
     if (!(sql_.header && ((sql_.header_super_mode && DetectInHeaders(hit)) ||
-                          MatchRules(CLowered(facts_.all_headers).Judged(), site_.header_rules, hit) ||
-                          (sql_.header_super_mode && DetectExpressionsInHeaders(hit)))) &&
+                          MatchRules(CLowered(facts_.all_headers).Judged(), site_.header_rules, hit))) &&
         !(xss && DetectXssInHeaders(hit))) {
       return false;
     }
@@ -161,15 +156,6 @@ class CInjectionRun {
   bool DetectInHeaders(Hit& hit) const {
     for (const HeaderEntry& header : facts_.headers) {
       if (!Detect(CLowered(header.value).Judged(), false, hit)) continue;
-      hit.header = &header;
-      return true;
-    }
-    return false;
-  }
-
-  bool DetectExpressionsInHeaders(Hit& hit) const {
-    for (const HeaderEntry& header : facts_.headers) {
-      if (!SqlInjectionDetector::CheckExpressions(CLowered(header.value).Judged(), &hit.sql, false)) continue;
       hit.header = &header;
       return true;
     }

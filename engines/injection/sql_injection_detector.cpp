@@ -15,8 +15,6 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
-#include <optional>
-#include <string>
 #include <utility>
 #include <vector>
 
@@ -233,32 +231,6 @@ bool SqlInjectionDetector::Check(const JudgedText& text, const InjectionSettings
     finding->name = name;
     finding->value = value;
     finding->word = {value.offset + match.word.offset, match.word.length};
-    return true;
-  };
-  if (!per_parameter) return examine({}, {0, text.lowered.size()});
-  return !ForEachParameter(text.lowered, [&](const Parameter& parameter) {
-    return !examine(PlaceOf(parameter.name, text.lowered), PlaceOf(parameter.value, text.lowered));
-  });
-}
-
-bool SqlInjectionDetector::CheckExpressions(const JudgedText& text, SqlFinding* finding, bool per_parameter) {
-  std::string blanked;
-  const auto examine = [&](TextPlace name, TextPlace value) {
-    const std::string_view written = value.In(text.lowered);
-    std::optional<SqlExpressionFinding> found = FindSqlExpression(written);
-    if (!found && written.find('+') != std::string_view::npos) {
-      blanked = written;
-      std::replace(blanked.begin(), blanked.end(), '+', ' ');
-      found = FindSqlExpression(blanked);
-    }
-    if (!found) return false;
-    *finding = {SqlFindingId::kExpression,
-                nullptr,
-                found->kind,
-                per_parameter,
-                name,
-                value,
-                {value.offset + found->begin, found->end - found->begin}};
     return true;
   };
   if (!per_parameter) return examine({}, {0, text.lowered.size()});

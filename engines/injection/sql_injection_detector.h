@@ -9,7 +9,6 @@
 #include "engines/injection/injection_library.h"
 #include "engines/injection/injection_settings.h"
 #include "engines/injection/judged_text.h"
-#include "engines/injection/sql_expression_detector.h"
 
 namespace qiv {
 
@@ -23,7 +22,6 @@ std::string_view LeadingWord(std::string_view segment);
 enum class SqlFindingId {
   kNone,
   kRule,
-  kExpression,      ///< found by its form: see sql_expression_detector.h
   kFormatMismatch,  ///< reserved: an index one past the rules; nothing here finds it
 };
 
@@ -31,7 +29,6 @@ enum class SqlFindingId {
 struct SqlFinding {
   SqlFindingId id = SqlFindingId::kNone;
   const InjectionRule* rule = nullptr;  ///< of the library; null unless id is kRule
-  SqlExpressionKind kind{};             ///< of a kExpression
   bool is_parameter = false;            ///< whether the text was split into parameters
   TextPlace name;                       ///< of the parameter
   TextPlace value;                      ///< the parameter's, else the whole text
@@ -46,9 +43,6 @@ class SqlInjectionDetector {
   /// parameters and each value examined. Null settings, an empty text and an empty rule or cut-word list are no hit.
   static bool Check(const JudgedText& text, const InjectionSettings* settings, const InjectionLibrary& library,
                     SqlFinding* finding, bool per_parameter);
-
-  /// The same for what FindSqlExpression finds in a value; "+" is judged as it stands and as a blank.
-  static bool CheckExpressions(const JudgedText& text, SqlFinding* finding, bool per_parameter);
 
   /// Index of the rule that matches one unit of text, kNoMatch, or Rules().size() for the reserved format mismatch.
   static std::ptrdiff_t MatchUnit(const JudgedText& text, const InjectionLibrary& library);
