@@ -38,6 +38,12 @@ class CFlowBudget {
     held_ += bytes;
     return true;
   }
+  /// The same for what a file can have thousands of for nothing, as names: the last of the room is left to the walk and
+  /// to values.
+  bool TakeFromPlenty(std::size_t bytes) {
+    constexpr std::size_t kReserve = 1 << 17;
+    return HasRoom(kReserve + bytes) && Take(bytes);
+  }
   /// The same for what is there already, whether it fits or not.
   void Hold(std::size_t bytes) { held_ += bytes; }
   void Give(std::size_t bytes) { held_ -= bytes; }

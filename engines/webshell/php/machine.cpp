@@ -84,12 +84,15 @@ CPhpMachine::CPhpMachine(std::string_view source, bool in_code, std::size_t most
 
 PhpName CPhpMachine::NameOf(PhpToken& token) {
   if (token.code == kNoName) token.code = names_.Of(TextOf(token), true);
+  if (token.code == kNoName) token.code = NameWithoutRoom(TextOf(token));
   return token.code;
 }
 
 PhpName CPhpMachine::NameOf(std::string_view text) {
   constexpr std::size_t kShort = 64;  // bytes that are read whatever the budget
-  return text.size() <= kShort || Spend(text.size()) ? names_.Of(text) : kNoName;
+  if (text.size() > kShort && !Spend(text.size())) return kNoName;
+  const PhpName name = names_.Of(text);
+  return name == kNoName ? NameWithoutRoom(text) : name;
 }
 
 PhpFlowResult CPhpMachine::Run() {

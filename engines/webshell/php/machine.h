@@ -118,6 +118,9 @@ class CPhpMachine {
   };
   static constexpr std::size_t kVariableRoom = 128;  // itself and its places in a table that doubles at half full
   NameFacts& FactsOf(PhpName name);
+  PhpName NameWithoutRoom(std::string_view text);
+  /// The same letters in lower case.
+  PhpName LowerOf(PhpName name);
   // The name of a token; looked up once.
   PhpName NameOf(PhpToken& token);
   // The name that a text is used as; none when it is long and the budget does not allow to read it.

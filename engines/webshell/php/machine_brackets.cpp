@@ -52,7 +52,7 @@ void CPhpMachine::OpenBracket(char bracket) {
   }
   // A cast is "(", a type's name, ")".
   if (Next() && Next()->kind == PhpTokenKind::kName && NextIs(")", 2)) {
-    const std::string_view type = names_.Text(names_.Lower(NameOf(*Next())));
+    const std::string_view type = names_.Text(LowerOf(NameOf(*Next())));
     const bool plain = type == "string" || type == "array" || type == "object" || type == "binary";
     if (plain || type == "int" || type == "integer" || type == "bool" || type == "boolean" || type == "float" ||
         type == "double") {

@@ -80,6 +80,22 @@ PhpWord WordOf(std::string_view lower) {
 
 }  // namespace
 
+// There are more names than any program has: one that cannot be told from others may hold what the request says. Words,
+// superglobals and known functions keep their meaning.
+PhpName CPhpMachine::NameWithoutRoom(std::string_view text) {
+  request_variables_ = true;
+  constexpr std::size_t kLongest = 40;  // of those
+  if (text.size() > kLongest) return kNoName;
+  if (SuperglobalNumber(text) != 0) return names_.OfAnyway(text);
+  const std::string lower = CCharSet::LowerAscii(text);
+  return WordOf(lower) != PhpWord::kNone || FindPhpFunction(lower) ? names_.OfAnyway(lower) : kNoName;
+}
+
+PhpName CPhpMachine::LowerOf(PhpName name) {
+  const PhpName lower = names_.Lower(name);
+  return lower == kNoName && name != kNoName ? NameWithoutRoom(names_.Text(name)) : lower;
+}
+
 CPhpMachine::NameFacts& CPhpMachine::FactsOf(PhpName name) {
   if ((name & kNumberName) != 0) name = kNoName;
   if (name >= facts_.size()) facts_.resize(std::max<std::size_t>(name + 1, facts_.size() * 2));
@@ -96,7 +112,7 @@ void CPhpMachine::OnName(PhpToken& token) {
   if (IsDigit(text[0])) return OnNumber(text);
   const PhpName name = NameOf(token);
   Operand operand;
-  operand.name = names_.Lower(name);
+  operand.name = LowerOf(name);
   const bool member = BeforeIs("->") || BeforeIs("::") || BeforeIs("?->");
   const PhpWord word = FactsOf(operand.name).word;
   if (!member && word != PhpWord::kNone && OnKeyword(word)) return;
@@ -251,7 +267,7 @@ bool CPhpMachine::OnStructure(PhpWord word) {
 std::uint32_t CPhpMachine::NextFunction() {
   const std::uint32_t number = next_function_;
   if (number == functions_.size()) {
-    if (number != 0 && !budget_.Take(sizeof(Function) + 64)) return number - 1;
+    if (number != 0 && !budget_.TakeFromPlenty(sizeof(Function) + 64)) return number - 1;
     functions_.emplace_back();
   }
   if (next_function_ + 1 < kMostFunctions) ++next_function_;
@@ -285,7 +301,7 @@ void CPhpMachine::Declaration(bool is_closure) {
   PhpName name = kNoName;
   if (!is_closure && Next() && Next()->kind == PhpTokenKind::kName) {
     tokens_.Advance();
-    name = names_.Lower(NameOf(tokens_.At()));
+    name = LowerOf(NameOf(tokens_.At()));
   }
   const std::uint32_t number = NextFunction();
   std::vector<PhpName> parameters;
@@ -382,7 +398,7 @@ void CPhpMachine::OnMember() {
   if (next.kind == PhpTokenKind::kName && called) {
     operand.is_name = true;
     operand.is_member = true;
-    operand.name = names_.Lower(NameOf(next));
+    operand.name = LowerOf(NameOf(next));
     operand.value = std::move(object.value);
   } else if ((next.kind == PhpTokenKind::kName && !is_static) ||
              (next.kind == PhpTokenKind::kVariable && is_static && !called)) {
@@ -393,7 +409,7 @@ void CPhpMachine::OnMember() {
     operand.is_name = true;
     operand.is_member = true;
     const PhpValue method = Lookup(NameOf(next)).value;
-    if (method.HasText()) operand.name = names_.Lower(NameOf(method.Text()));
+    if (method.HasText()) operand.name = LowerOf(NameOf(method.Text()));
   }
   PushOperand(std::move(operand));
 }

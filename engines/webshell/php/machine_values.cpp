@@ -105,7 +105,12 @@ CPhpMachine::VariableKey CPhpMachine::KeyIn(std::uint32_t scope, PhpName name) {
       MixHash((std::uint64_t{scope} << 32 | name) ^ HashSeed()),
       [&](VariableKey key) { return variables_[key - 1].name == name && variables_[key - 1].scope == scope; },
       [&]() -> VariableKey {
-        if (!budget_.Take(kVariableRoom)) return 0;
+        const bool super = scope == kSuperScope;  // they are few
+        if (super) budget_.Hold(kVariableRoom);
+        if (!super && !budget_.TakeFromPlenty(kVariableRoom)) {
+          request_variables_ = true;  // what is not followed may hold anything
+          return 0;
+        }
         Variable& added = variables_.emplace_back();
         added.scope = scope;
         added.name = name;

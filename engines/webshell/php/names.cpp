@@ -52,7 +52,11 @@ void CProbeTable::Grow() {
 
 CPhpNames::CPhpNames(CFlowBudget* budget) : budget_(budget) { Of("", true); }
 
-PhpName CPhpNames::Of(std::string_view text, bool lasting) {
+PhpName CPhpNames::Of(std::string_view text, bool lasting) { return Find(text, lasting, false); }
+
+PhpName CPhpNames::OfAnyway(std::string_view text) { return Find(text, false, true); }
+
+PhpName CPhpNames::Find(std::string_view text, bool lasting, bool anyway) {
   constexpr std::size_t kMostDigits = 9;  // fits the number of a name
   if (!text.empty() && text.size() <= kMostDigits && IsDigit(text[0]) && (text[0] != '0' || text.size() == 1) &&
       std::all_of(text.begin(), text.end(), IsDigit)) {
@@ -61,7 +65,12 @@ PhpName CPhpNames::Of(std::string_view text, bool lasting) {
   return table_.FindOrAdd(
       HashOf(text), [&](PhpName name) { return Text(name) == text; },
       [&] {
-        if (!budget_->Take(kRoom + (lasting ? 0 : text.size() + sizeof(std::string)))) return kNoName;
+        const std::size_t room = kRoom + (lasting ? 0 : text.size() + sizeof(std::string));
+        if (anyway) {
+          budget_->Hold(room);
+        } else if (!budget_->TakeFromPlenty(room)) {
+          return kNoName;
+        }
         const std::string_view kept = lasting ? text : std::string_view(own_.emplace_back(text));
         entries_.push_back({kept.data(), static_cast<std::uint32_t>(kept.size()), kNoName});
         return static_cast<PhpName>(entries_.size());

@@ -77,12 +77,15 @@ class CPhpNames {
 
   /// The number of `text`; kNoName when the budget has no room. `lasting`: the bytes stay longer than this object.
   PhpName Of(std::string_view text, bool lasting = false);
+  /// The same whatever room there is, for texts of which there are few.
+  PhpName OfAnyway(std::string_view text);
   /// The same letters in lower case.
   PhpName Lower(PhpName name);
   /// Empty for numbers.
   std::string_view Text(PhpName name) const;
 
  private:
+  PhpName Find(std::string_view text, bool lasting, bool anyway);
   struct Entry {
     const char* data;
     std::uint32_t size;

@@ -81,6 +81,20 @@ TEST(WebshellScan, KeepsItsLimits) {
   EXPECT_EQ(Finding("<%x<!--#include file=\"a\"--> \nx=request(\"a\")\nexecute x\n" + std::string(102400, ' ')), "");
 }
 
+// More names than can be kept are no way past: the words of the language stay known, and what is not followed counts as
+// what the request says.
+TEST(WebshellScan, ThousandsOfNamesHideNothing) {
+  for (const char* const piece : {"$v%=1;", "f%();", "$a['k%']=1;", "function f%(){}"}) {
+    std::string padding = "<?php ";
+    for (int i = 0; i < 8000; ++i)
+      padding += std::string(piece).replace(std::string(piece).find('%'), 1, std::to_string(i));
+    EXPECT_NE(Finding(padding + "eval($_POST[1]);"), "") << piece;
+    EXPECT_NE(Finding(padding + "$z=$_REQUEST['q'];$y='as'.'sert';$y($z);"), "") << piece;
+    EXPECT_NE(Finding(padding + "SYSTEM($_GET[1]);"), "") << piece;
+    EXPECT_EQ(Finding(padding + "echo strlen('a');"), "") << piece;
+  }
+}
+
 TEST(WebshellScan, KnownGoodCodeClearsTheText) {
   const CQivLibs libs(Language::kChinese, "<trojan_rules>my!mark{*}0{*}Mine{*}0{*}0{*}4{*}0{#}</trojan_rules>",
                       "own mark{#}", "Known  Good{#}");
