@@ -188,6 +188,7 @@ struct Response : stubs::UnexpectedHttpResponse {
     outcome->page_size = 0;
   }
   VOID ClearHeaders() override { raw.Headers = {}; }
+  VOID DisableKernelCache(ULONG) override {}
   HRESULT WriteEntityChunks(HTTP_DATA_CHUNK* chunks, DWORD count, BOOL async, BOOL, DWORD* sent,
                             BOOL* pending) override {
     if (async != 0) Fault("WriteEntityChunks: asynchronous");

@@ -102,7 +102,7 @@ void ExpectBlocked(const proof::Outcome& outcome) {
   EXPECT_EQ(outcome.skip_custom_errors, 1) << "or the server puts its own page in place of ours";
   EXPECT_GE(outcome.status, 400);
   EXPECT_NE(Page(outcome).find("</html>"), std::string::npos) << Page(outcome).substr(0, 400);
-  EXPECT_NE(Page(outcome).find("203.0.113.9"), std::string::npos) << "the client's address is on the page";
+  EXPECT_NE(Page(outcome).find("<code>"), std::string::npos) << "the incident number is on the page";
   EXPECT_EQ(Page(outcome).find("application</body>"), std::string::npos);
   EXPECT_EQ(std::string(outcome.content_type).rfind("text/html", 0), 0u) << outcome.content_type;
 }
