@@ -6,6 +6,7 @@
 #include "checks/injection_check.h"
 
 #include <algorithm>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -14,6 +15,7 @@
 #include "checks/event_recorder.h"
 #include "checks/injection_texts.h"
 #include "checks/shown_text.h"
+#include "checks/value_judge.h"
 #include "common/char_set.h"
 #include "common/messages.h"
 #include "common/text.h"
@@ -64,6 +66,8 @@ struct Hit {
   XssType xss = XssType::kNone;            // or of the XSS detector
   TextPlace fragment;                      // where the latter found it
   const HeaderEntry* header = nullptr;     // the header that a detector hit in
+  std::string value;                       // the value that was judged by itself, as "name=value"
+  std::size_t name_length = 0;
 
   bool IsSemantic() const { return sql.id != SqlFindingId::kNone; }
   bool IsXss() const { return xss != XssType::kNone; }
@@ -88,7 +92,7 @@ class CInjectionRun {
       result_.status = kUndecided;
       return;
     }
-    if (CheckGet() || CheckPost()) return;
+    if (CheckGet() || CheckPath() || CheckPost()) return;
     if (!CheckHeaders()) result_.status = kUndecided;
   }
 
@@ -96,23 +100,65 @@ class CInjectionRun {
   bool CheckGet() {
     const bool xss = sql_.xss && sql_.xss_get;
     if ((!sql_.get && !xss) || facts_.query.empty()) return false;
-    return CheckText(kGet, facts_.query, sql_.get, sql_.get_super_mode, xss, site_.get_rules);
+    return CheckText(kGet, facts_.query, {sql_.get != 0, sql_.get_super_mode != 0, xss}, site_.get_rules,
+                     [this](const ValueVisitor& visit) { return ForEachQueryValue(facts_, visit); });
+  }
+
+  /// Pages read parameters out of the path. What a path is made of is no text that rules are written for: only its
+  /// values are judged.
+  bool CheckPath() {
+    const bool xss = sql_.xss && sql_.xss_get;
+    if (!sql_.get && !xss) return false;
+    Hit hit;
+    return JudgeValues({sql_.get != 0, sql_.get_super_mode != 0, xss}, site_.get_rules, hit,
+                       [this](const ValueVisitor& visit) { return ForEachPathValue(facts_, visit); }) &&
+           BlockValue(kGet, hit);
   }
 
   bool CheckPost() {
     const bool xss = sql_.xss && sql_.xss_post;
     if ((!sql_.post && !xss) || facts_.body.Empty()) return false;
-    return CheckText(kPost, facts_.body, sql_.post, sql_.post_super_mode, xss, site_.post_rules);
+    return CheckText(
+        kPost, facts_.body, {sql_.post != 0, sql_.post_super_mode != 0, xss}, site_.post_rules,
+        [this](const ValueVisitor& visit) { return ForEachBodyValue(facts_.content_type, facts_.raw_body, visit); });
   }
 
-  bool CheckText(const PlaceTraits& place, std::string_view original, bool sql, bool super_mode, bool xss,
-                 const CKeywordRules& rules) {
+  using Walk = std::function<bool(const ValueVisitor&)>;
+
+  /// Each value of a place by itself.
+  bool JudgeValues(ValueSwitches switches, const CKeywordRules& rules, Hit& hit, const Walk& for_each) const {
+    switches.detector = switches.detector && switches.sql;
+    CValueJudge judge(sql_, *facts_.library, rules, switches);
+    if (for_each([&judge](const RequestValue& value) { return !judge.Judge(value); })) return false;
+    const ValueHit& found = judge.Hit();
+    hit.sql = found.sql;
+    hit.keyword = found.keyword;
+    hit.xss = found.xss;
+    hit.fragment = found.fragment;
+    hit.value = found.text;
+    hit.name_length = found.name_length;
+    return true;
+  }
+
+  bool BlockValue(const PlaceTraits& place, const Hit& hit) {
+    const CShownText shown = CShownText::Value(hit.value, hit.name_length);
+    HitTexts texts = TextsOf(hit, hit.value, shown);
+    if (place.place == Place::kPost) {
+      const TextPlace value = {hit.name_length + 1, hit.value.size()};
+      texts.excerpt = shown.ExcerptAt(hit.IsXss() ? hit.fragment : hit.IsSemantic() ? hit.sql.word : value);
+    }
+    Block(place, hit, texts);
+    return true;
+  }
+
+  bool CheckText(const PlaceTraits& place, std::string_view original, const ValueSwitches& switches,
+                 const CKeywordRules& rules, const Walk& for_each) {
     const CLowered lowered(original);
     const JudgedText text = lowered.Judged();
     Hit hit;
-    if (!(sql && ((super_mode && Detect(text, true, hit)) || MatchRules(text, rules, hit))) &&
-        !(xss && DetectXss(text, true, hit))) {
-      return false;
+    if (!(switches.sql && ((switches.detector && Detect(text, true, hit)) || MatchRules(text, rules, hit)))) {
+      if (JudgeValues(switches, rules, hit, for_each)) return BlockValue(place, hit);
+      if (!switches.xss || !DetectXss(text, true, hit)) return false;
     }
     const CShownText shown = place.place == Place::kGet ? CShownText::Query(facts_) : CShownText::Body(facts_);
     HitTexts texts = TextsOf(hit, text, shown);
@@ -129,13 +175,23 @@ class CInjectionRun {
     if ((!sql_.header && !xss) || facts_.all_headers.empty()) return false;
     Hit hit;
     if (!(sql_.header && ((sql_.header_super_mode && DetectInHeaders(hit)) ||
-                          MatchRules(CLowered(facts_.all_headers).Judged(), site_.header_rules, hit))) &&
-        !(xss && DetectXssInHeaders(hit))) {
-      return false;
+                          MatchRules(CLowered(facts_.all_headers).Judged(), site_.header_rules, hit)))) {
+      if (JudgeHeaderValues(xss, hit)) return BlockValue(kHeader, hit);
+      if (!xss || !DetectXssInHeaders(hit)) return false;
     }
     const CShownText shown = hit.header ? CShownText::Header(*hit.header) : CShownText();
     Block(kHeader, hit, TextsOf(hit, {}, shown));
     return true;
+  }
+
+  bool JudgeHeaderValues(bool xss, Hit& hit) const {
+    for (const HeaderEntry& header : facts_.headers) {
+      const Walk walk = [&header](const ValueVisitor& visit) { return ForEachValueOf(header, visit); };
+      if (!JudgeValues({sql_.header != 0, sql_.header_super_mode != 0, xss}, site_.header_rules, hit, walk)) continue;
+      hit.header = &header;
+      return true;
+    }
+    return false;
   }
 
   bool Detect(const JudgedText& text, bool per_parameter, Hit& hit) const {

@@ -11,6 +11,10 @@ namespace {
 constexpr std::size_t kDetailValue = 800;  // bytes of a value that a detail line shows
 constexpr std::string_view kCut = "...";
 
+// Identifiers of what is found by form, one for each SqlExpressionKind; rules of the libraries have others.
+constexpr int kFirstExpression = 13001;
+constexpr std::size_t kShownExpression = 80;  // bytes of it that are the keyword
+
 /// The value as a detail line shows it: whole when short, else from `begin` on, moved back to where a character begins.
 std::string DetailValue(std::string_view value, std::size_t begin) {
   std::string detail;
@@ -40,7 +44,13 @@ InjectionRule MatchRecord(const SqlFinding& finding, const JudgedText& text, con
   if (finding.id == SqlFindingId::kFormatMismatch) {
     return {"", "", std::string(Message(language, MessageId::kFormatMismatch)), "0", {""}};
   }
-  InjectionRule record = *finding.rule;
+  InjectionRule record;
+  if (finding.id == SqlFindingId::kExpression) {
+    record.shown = CCharSet::Prefix(shown.At(finding.word), kShownExpression);
+    record.identifier = std::to_string(kFirstExpression + static_cast<int>(finding.kind));
+  } else {
+    record = *finding.rule;
+  }
   if (!finding.is_parameter) return record;
   const TextPlace found = {finding.word.offset - finding.value.offset, finding.word.length};
   const TextPlace word = ExcerptPlace(record, found, text.Part(finding.value));

@@ -34,9 +34,78 @@ bool VisitPairs(std::string_view text, char separator, RequestValue::Encoding en
   return true;
 }
 
-/// Every string of a JSON text, keys and values alike; a broken one is read to its end. In UTF-8 no byte of a character
-/// looks like a quote or a backslash.
-bool VisitJson(std::string_view text, const ValueVisitor& visit) {
+/// Text and attributes of XML, each a value; the names of elements are not. Broken XML is read to its end: what can be
+/// no element is text. CDATA is text without references; comments and the type declaration are values too, since what
+/// they hold (entities) becomes text.
+bool VisitXml(std::string_view text, const ValueVisitor& visit) {
+  std::string_view name;
+  std::size_t at = 0;
+  const auto hand_out = [&](std::string_view of, std::string_view piece, RequestValue::Encoding encoding) {
+    piece = Trim(piece);
+    return piece.empty() || visit({of, piece, encoding});
+  };
+  const auto until = [&](std::string_view end, std::size_t from) {
+    return std::min(text.find(end, from), text.size());
+  };
+  while (at < text.size()) {
+    const std::size_t tag = until("<", at);
+    if (!hand_out(name, text.substr(at, tag - at), RequestValue::kXml)) return false;
+    if (tag == text.size()) break;
+    constexpr std::string_view kCdata = "<![CDATA[";
+    if (text.compare(tag, kCdata.size(), kCdata) == 0) {
+      const std::size_t begin = tag + kCdata.size();
+      const std::size_t end = until("]]>", begin);
+      if (!hand_out(name, text.substr(begin, end - begin), RequestValue::kPlain)) return false;
+      at = std::min(end + 3, text.size());
+      continue;
+    }
+    const char kind = tag + 1 < text.size() ? text[tag + 1] : '\0';
+    if (kind == '!' || kind == '?' || !(IsLetter(kind) || kind == '/' || kind == '_')) {
+      at = std::min(until(">", tag) + 1, text.size());
+      if (!hand_out({}, text.substr(tag, at - tag), RequestValue::kXml)) return false;
+      continue;
+    }
+    // An element: its name, then attributes.
+    std::size_t end = tag + 1;
+    while (end < text.size() && !IsSpace(text[end]) && text[end] != '>' && text[end] != '/') ++end;
+    if (kind != '/') name = text.substr(tag + 1, end - tag - 1);
+    at = end;
+    while (at < text.size() && text[at] != '>' && text[at] != '<') {
+      const std::size_t quote = std::min(text.find_first_of("\"'<>", at), text.size());
+      if (quote == text.size() || text[quote] == '<' || text[quote] == '>') {
+        at = quote;
+        break;
+      }
+      const std::string_view before = Trim(TrimBytes(Trim(text.substr(at, quote - at)), "="));
+      const std::size_t close = std::min(text.find(text[quote], quote + 1), text.size());
+      if (!hand_out(before, text.substr(quote + 1, close - quote - 1), RequestValue::kXml)) return false;
+      at = std::min(close + 1, text.size());
+    }
+    if (at < text.size() && text[at] == '>') ++at;
+  }
+  return true;
+}
+
+}  // namespace
+
+namespace {
+
+/// The type of a form that is no multipart form, or none.
+bool IsFormType(std::string_view content_type) {
+  return Trim(content_type).empty() || FindNoCase(content_type, "urlencoded") != kEnd;
+}
+
+}  // namespace
+
+bool LooksLikeJson(std::string_view text) {
+  const std::size_t first = std::min(text.find_first_not_of(" \t\r\n"), text.size());
+  const std::size_t second = std::min(text.find_first_not_of(" \t\r\n", first + 1), text.size());
+  const char head = first < text.size() ? text[first] : '\0';
+  return head == '[' || (head == '{' && second < text.size() && text[second] == '"');
+}
+
+/// A broken one is read to its end. In UTF-8 no byte of a character looks like a quote or a backslash.
+bool ForEachJsonValue(std::string_view text, const ValueVisitor& visit) {
   std::string_view name;
   for (std::size_t at = text.find('"'); at != kEnd; at = text.find('"', at + 1)) {
     const std::size_t begin = at + 1;
@@ -53,6 +122,8 @@ bool VisitJson(std::string_view text, const ValueVisitor& visit) {
   }
   return true;
 }
+
+namespace {
 
 /// "\uXXXX" becomes UTF-8, half of a surrogate pair a mark of its own: enough to find ASCII words. What is malformed
 /// stays.
@@ -104,8 +175,13 @@ std::string_view RequestValue::Decoded(std::string* room, std::size_t most) cons
       if (text.find('%') == kEnd) return text;
       *room = PercentDecode(text);
       return *room;
+    case kXml:
+      if (text.find('&') == kEnd) return text;
+      *room = DecodeHtmlEntities(text);
+      return *room;
     case kForm:
     case kQuery:
+    case kCookie:
       break;
   }
   if (text.find_first_of("%+") == kEnd) return text;
@@ -116,19 +192,16 @@ std::string_view RequestValue::Decoded(std::string* room, std::size_t most) cons
   return *room;
 }
 
-BodyForm BodyFormOf(const RequestFacts& facts) {
-  const std::string type = CCharSet::LowerAscii(facts.content_type);
-  const std::string_view body = facts.raw_body;
-  if (IsMultipartBody(facts.content_type, body)) return BodyForm::kMultipart;
+BodyForm BodyFormOf(std::string_view content_type, std::string_view body) {
+  if (IsMultipartBody(content_type, body)) return BodyForm::kMultipart;
+  if (LooksLikeJson(body) || FindNoCase(content_type, "json") != kEnd) return BodyForm::kJson;
   const std::size_t first = std::min(body.find_first_not_of(" \t\r\n"), body.size());
-  const std::size_t second = std::min(body.find_first_not_of(" \t\r\n", first + 1), body.size());
-  const char head = first < body.size() ? body[first] : '\0';
-  const bool braces = head == '[' || (head == '{' && second < body.size() && body[second] == '"');
-  if (braces || type.find("json") != std::string::npos) return BodyForm::kJson;
+  constexpr std::string_view kDeclaration = "<?xml";
+  const bool declared = body.compare(first, kDeclaration.size(), kDeclaration) == 0;
+  if (declared || FindNoCase(content_type, "xml") != kEnd) return BodyForm::kXml;
   // Who posts a script as it is to a page that reads the raw body leaves the type of a form.
-  if (head == '<') return BodyForm::kRaw;
-  const bool form = type.empty() || type.find("form") != std::string::npos;
-  return form ? BodyForm::kForm : BodyForm::kRaw;
+  if (first < body.size() && body[first] == '<') return BodyForm::kRaw;
+  return IsFormType(content_type) ? BodyForm::kForm : BodyForm::kRaw;
 }
 
 bool ForEachQueryValue(const RequestFacts& facts, const ValueVisitor& visit) {
@@ -137,16 +210,27 @@ bool ForEachQueryValue(const RequestFacts& facts, const ValueVisitor& visit) {
   return mark == kEnd || VisitPairs(url.substr(mark + 1), '&', RequestValue::kQuery, visit);
 }
 
-bool ForEachBodyValue(const RequestFacts& facts, const ValueVisitor& visit) {
-  switch (BodyFormOf(facts)) {
+bool ForEachBodyValue(std::string_view content_type, std::string_view body, const ValueVisitor& visit) {
+  const BodyForm form = BodyFormOf(content_type, body);
+  // Whatever a body of that type begins with, servers read it as a form.
+  const bool pairs = form == BodyForm::kForm || (IsFormType(content_type) && body.find('&') != kEnd);
+  if (pairs && !VisitPairs(body, '&', RequestValue::kForm, visit)) return false;
+  switch (form) {
     case BodyForm::kForm:
-      return VisitPairs(facts.raw_body, '&', RequestValue::kForm, visit);
+      return true;
     case BodyForm::kJson:
-      return VisitJson(facts.raw_body, visit);
+      return ForEachJsonValue(body, visit);
+    case BodyForm::kXml:
+      return VisitXml(body, visit);
     case BodyForm::kMultipart: {
       bool all = true;
-      ForEachPart(facts.content_type, facts.raw_body, [&](const MultipartPart& part) {
-        if (!part.head.has_file_name) all = visit({part.head.name, part.content, RequestValue::kPlain});
+      ForEachPart(content_type, body, [&](const MultipartPart& part) {
+        all = part.head.name.empty() || visit({{}, part.head.name, RequestValue::kPlain});
+        for (std::size_t i = 0; all && i < part.head.file_name_count; ++i) {
+          const std::string_view file_name = part.head.file_names[i];
+          all = file_name.empty() || visit({{}, file_name, RequestValue::kPlain});
+        }
+        if (all && !part.head.has_file_name) all = visit({part.head.name, part.content, RequestValue::kPlain});
         return all;
       });
       return all;
@@ -154,14 +238,31 @@ bool ForEachBodyValue(const RequestFacts& facts, const ValueVisitor& visit) {
     case BodyForm::kRaw:
       break;
   }
-  return facts.raw_body.empty() || visit({{}, facts.raw_body, RequestValue::kPlain});
+  return body.empty() || visit({{}, body, RequestValue::kPlain});
+}
+
+bool ForEachValueOf(const HeaderEntry& header, const ValueVisitor& visit) {
+  if (header.number == kCookieHeader) return VisitPairs(header.value, ';', RequestValue::kCookie, visit);
+  return header.value.empty() || visit({header.name, header.value, RequestValue::kPercent});
 }
 
 bool ForEachHeaderValue(const RequestFacts& facts, const ValueVisitor& visit) {
-  return std::all_of(facts.headers.begin(), facts.headers.end(), [&visit](const HeaderEntry& header) {
-    if (header.number == kCookieHeader) return VisitPairs(header.value, ';', RequestValue::kForm, visit);
-    return visit({header.name, header.value, RequestValue::kPercent});
-  });
+  return std::all_of(facts.headers.begin(), facts.headers.end(),
+                     [&visit](const HeaderEntry& header) { return ForEachValueOf(header, visit); });
+}
+
+bool ForEachPathValue(const RequestFacts& facts, const ValueVisitor& visit) {
+  std::string_view rest = std::string_view(facts.raw_url).substr(0, facts.raw_url.find('?'));
+  // Behind this many segments no more than the rest is looked at: a path is short.
+  constexpr int kMostSegments = 16;
+  for (int segments = 0; !rest.empty() && segments < kMostSegments; ++segments) {
+    const std::string_view all = rest;
+    const std::string_view segment = TakePiece(&rest, '/');
+    if (segment.empty()) continue;
+    if (!visit({{}, segment, RequestValue::kPercent})) return false;
+    if (!rest.empty() && !visit({{}, all, RequestValue::kPercent})) return false;
+  }
+  return true;
 }
 
 }  // namespace qiv

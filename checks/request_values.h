@@ -17,7 +17,9 @@ struct RequestValue {
     kPercent,  ///< "%XX", once
     kForm,     ///< "%XX" and "+", once
     kQuery,    ///< the same, twice if need be, as the query is normalised
+    kCookie,   ///< as kForm; some servers hand it on as it was sent
     kJson,     ///< the inside of a JSON string
+    kXml,      ///< text or attribute of XML: character and named references
   };
 
   std::string_view name;  ///< undecoded; empty: none
@@ -26,6 +28,12 @@ struct RequestValue {
 
   /// The first `most` bytes of `raw` decoded: a view of them where there is nothing to decode, else of *room.
   std::string_view Decoded(std::string* room, std::size_t most = std::string_view::npos) const;
+
+  /// Whether the text of its place (query, body or header) holds this decoded form too, as the checks are given it. In
+  /// queries and forms it does; elsewhere where there was nothing to decode.
+  bool IsSent(std::string_view decoded) const {
+    return encoding == kQuery || encoding == kForm || encoding == kPlain || decoded.data() == raw.data();
+  }
 };
 
 using ValueVisitor = std::function<bool(const RequestValue&)>;
@@ -35,15 +43,25 @@ enum class BodyForm {
   kForm,
   kJson,
   kMultipart,
+  kXml,
   kRaw,  ///< one text
 };
-BodyForm BodyFormOf(const RequestFacts& facts);
+BodyForm BodyFormOf(std::string_view content_type, std::string_view body);
 
 /// Each calls visit for one text after the other until it returns false; a parameter's name is a text as well. Whether
 /// they reached the end. Linear.
 bool ForEachQueryValue(const RequestFacts& facts, const ValueVisitor& visit);
-/// Reads facts.raw_body. Of a multipart form the fields that are no files.
-bool ForEachBodyValue(const RequestFacts& facts, const ValueVisitor& visit);
+/// Of a multipart form the fields that are no files, and the names and file names that parts state.
+bool ForEachBodyValue(std::string_view content_type, std::string_view body, const ValueVisitor& visit);
 bool ForEachHeaderValue(const RequestFacts& facts, const ValueVisitor& visit);
+/// Of one header.
+bool ForEachValueOf(const HeaderEntry& header, const ValueVisitor& visit);
+/// The path of the request as it was sent: each segment, and what stands from each segment on.
+bool ForEachPathValue(const RequestFacts& facts, const ValueVisitor& visit);
+
+/// Whether a text looks like JSON: it begins with "[", or with "{" and a string.
+bool LooksLikeJson(std::string_view text);
+/// The strings of a JSON text, names and values alike.
+bool ForEachJsonValue(std::string_view text, const ValueVisitor& visit);
 
 }  // namespace qiv

@@ -77,7 +77,7 @@ CShownText CShownText::Body(const RequestFacts& facts) noexcept {
   CShownText shown;
   try {
     CSecretPlaces secrets(facts.raw_body);
-    ForEachBodyValue(facts, [&secrets](const RequestValue& value) { return secrets.Visit(value); });
+    ForEachBodyValue(facts.content_type, facts.raw_body, [&secrets](const RequestValue& value) { return secrets.Visit(value); });
     MarkedText sent{std::string(facts.raw_body), secrets.Take()};
     DecodeBodyMarked(&sent);
     shown.text_ = Overwritten(std::move(sent), facts.body);
@@ -94,6 +94,20 @@ CShownText CShownText::Header(const HeaderEntry& header) noexcept {
     MarkedText sent{header.value, {}};
     if (IsSecretName(header.name)) sent.places.push_back({0, header.value.size()});
     shown.text_ = Overwritten(std::move(sent), header.value);
+  } catch (const std::bad_alloc&) {
+    shown.text_.clear();
+  }
+  return shown;
+}
+
+CShownText CShownText::Value(std::string_view text, std::size_t name_length) noexcept {
+  CShownText shown;
+  try {
+    shown.is_utf8_ = true;
+    MarkedText sent{std::string(text), {}};
+    const std::size_t begin = name_length + 1;
+    if (IsSecretName(text.substr(0, name_length))) sent.places.push_back({begin, text.size() - begin});
+    shown.text_ = Overwritten(std::move(sent), text);
   } catch (const std::bad_alloc&) {
     shown.text_.clear();
   }

@@ -87,15 +87,17 @@ class CWebshellRun {
     }
     if (base.trojan_post && !facts_.raw_body.empty()) {
       place_ = "POST";
-      const BodyForm form = BodyFormOf(facts_);
-      direct_ = form == BodyForm::kRaw;
+      const BodyForm form = BodyFormOf(facts_.content_type, facts_.raw_body);
+      direct_ = form == BodyForm::kRaw || form == BodyForm::kXml;
       // Most of a multipart form are files, which are not this check's: its fields are looked at one by one.
       const bool multipart = form == BodyForm::kMultipart;
       hints_ = multipart ? kHintCall : CodeHints(facts_.body);
       // Words can be written in escapes.
       const bool escaped = form == BodyForm::kJson && facts_.body.View().find("\\u00") != std::string_view::npos;
       if (escaped) hints_ |= kHintCall;
-      if ((multipart || IsWorthAWalk(facts_.raw_body)) && !ForEachBodyValue(facts_, visit)) return;
+      // A script may begin like XML.
+      if (form == BodyForm::kXml && hints_ != 0 && !visit({{}, facts_.raw_body, RequestValue::kPlain})) return;
+      if ((multipart || IsWorthAWalk(facts_.raw_body)) && !ForEachBodyValue(facts_.content_type, facts_.raw_body, visit)) return;
     }
     if (base.trojan_header != 0) {
       place_ = "Header";

@@ -76,7 +76,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   whole = facts.raw_url;
   Require(qiv::ForEachQueryValue(facts, visit));
   whole = facts.raw_body;
-  Require(qiv::ForEachBodyValue(facts, visit));
+  Require(qiv::ForEachBodyValue(facts.content_type, facts.raw_body, visit));
   Require(bytes <= (qiv::kMostPasses + 1) * (size + 1024));
 
   qiv::CheckResult result;

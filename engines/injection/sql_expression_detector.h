@@ -1,5 +1,3 @@
-// Not asked by any check yet: random bytes and hints of forms still hit.
-//
 // Finds values that break out of an SQL literal and go on as SQL, by their form.
 //
 // A value is injected when the statement around it still parses: it ends the literal that it was put into (a quote, a

@@ -259,7 +259,9 @@ CSqlExpressionReader::Finding CSqlExpressionReader::Complete(bool in_string) con
         return Found(Result::kCondition);
       if (commented && connective_ && (last_constant_ || constant_word_)) return Found(Result::kCondition);
       if (in_string && connective_ && !clause_ && short_end_) return Found(Result::kCondition);
-      if (in_string && arithmetic_ > 0 && begin_ <= 1 && text_.size() <= 8) return Found(Result::kCondition);
+      // "'-'", "'*'": the whole value. Not "div" and "mod", which are words in quotes as well.
+      if (in_string && arithmetic_ > 0 && begin_ <= 1 && text_.size() <= 8 && !IsLetter(text_[begin_]))
+        return Found(Result::kCondition);
       if (connective_ && (compared_constants_ || calls_)) return Found(Result::kCondition);
       return {};
     }

@@ -80,7 +80,20 @@ class CSqlExpressionReader {
     return true;
   }
   bool IsEnd() const { return Is(Kind::kEnd) || Is(Kind::kComment); }
-  Finding Found(Result kind) const { return SqlExpressionFinding{kind, begin_, tokens_.Current().end}; }
+  Finding Found(Result kind) const {
+    if (kind != Result::kUnion && IsDocument() && !(connective_ && (compared_constants_ || called_with_constant_))) {
+      return {};
+    }
+    return SqlExpressionFinding{kind, begin_, tokens_.Current().end};
+  }
+  /// In a document sentences of several lines stand beside one another; what is read across the end of a line counts
+  /// only when it is more than words.
+  bool IsDocument() const {
+    constexpr std::size_t kShortest = 2048;
+    if (text_.size() < kShortest) return false;
+    const std::string_view read = text_.substr(begin_, tokens_.Current().end - begin_);
+    return read.find('\n') != std::string_view::npos;
+  }
   std::string_view Text() const {
     return text_.substr(tokens_.Current().begin, tokens_.Current().end - tokens_.Current().begin);
   }
@@ -137,13 +150,11 @@ class CSqlExpressionReader {
     return connective_ && (compared_constants_ || calls_) ? Found(Result::kCondition) : Finding();
   }
 
-  /// At "select" where an operand is due.
-  Finding Subquery() {
-    const bool certain = before_ != Before::kName && (connective_ || arithmetic_ > 0 || comparing_);
-    return SelectList(certain) ? Found(Result::kSubquery) : Finding();
-  }
+  /// At "select" where an operand is due. "(select one)" of a form's hint is an operand like others.
+  Finding Subquery();
 
-  /// At "select": whether what follows is a list of a query, not the rest of a sentence. `certain`: one name is enough.
+  /// At "select": whether what follows is a list of a query, not the rest of a sentence. `certain`: one name is enough
+  /// where the text or the query ends behind it. Else the tokens are left behind the name.
   bool SelectList(bool certain);
 
   Finding Union();

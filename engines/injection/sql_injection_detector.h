@@ -9,6 +9,7 @@
 #include "engines/injection/injection_library.h"
 #include "engines/injection/injection_settings.h"
 #include "engines/injection/judged_text.h"
+#include "engines/injection/sql_expression_detector.h"
 
 namespace qiv {
 
@@ -22,6 +23,7 @@ std::string_view LeadingWord(std::string_view segment);
 enum class SqlFindingId {
   kNone,
   kRule,
+  kExpression,      ///< found by its form: see sql_expression_detector.h
   kFormatMismatch,  ///< reserved: an index one past the rules; nothing here finds it
 };
 
@@ -29,6 +31,7 @@ enum class SqlFindingId {
 struct SqlFinding {
   SqlFindingId id = SqlFindingId::kNone;
   const InjectionRule* rule = nullptr;  ///< of the library; null unless id is kRule
+  SqlExpressionKind kind{};             ///< of a kExpression
   bool is_parameter = false;            ///< whether the text was split into parameters
   TextPlace name;                       ///< of the parameter
   TextPlace value;                      ///< the parameter's, else the whole text

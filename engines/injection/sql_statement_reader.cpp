@@ -35,6 +35,13 @@ bool CSqlExpressionReader::SelectList(bool certain) {
   return at_end || Is(Kind::kClose) || Is(Kind::kConnective);
 }
 
+CSqlExpressionReader::Finding CSqlExpressionReader::Subquery() {
+  if (SelectList(false)) return Found(Result::kSubquery);
+  if (!Is(Kind::kClose)) return {};
+  Next();
+  return Behind(Operand::kName);
+}
+
 CSqlExpressionReader::Finding CSqlExpressionReader::Union() {
   Next();
   while (Is(Word::kAll) || Is(Kind::kNot)) Next();  // all, distinct

@@ -1,0 +1,111 @@
+#include "checks/value_judge.h"
+
+#include <algorithm>
+#include <cstddef>
+
+#include "checks/value_forms.h"
+#include "common/char_set.h"
+#include "common/text.h"
+#include "engines/injection/sql_squeeze.h"
+
+namespace qiv {
+namespace {
+
+// JSON in a parameter, and JSON in a string of that, are looked into.
+constexpr int kMostNested = 2;
+
+/// A body that is no form and no text: bytes in which everything occurs by accident. The rules have judged it.
+bool IsBinary(const RequestValue& value) {
+  if (value.encoding != RequestValue::kPlain || !value.name.empty()) return false;
+  constexpr std::size_t kSample = 4096;
+  constexpr std::size_t kShare = 16;  // one control byte in so many
+  const std::string_view sample = value.raw.substr(0, kSample);
+  const auto controls = static_cast<std::size_t>(std::count_if(
+      sample.begin(), sample.end(), [](char c) { return static_cast<unsigned char>(c) < 0x20 && !IsSpace(c); }));
+  return controls * kShare > sample.size();
+}
+
+}  // namespace
+
+bool CValueJudge::Judge(const RequestValue& value) {
+  return !ForEachForm(value, [&](const ValueForm& form) { return !JudgeForm(value, form.text, form.is_sent); });
+}
+
+bool CValueJudge::JudgeForm(const RequestValue& value, std::string_view text, bool is_sent) {
+  if (is_sent && IsBinary(value)) return false;
+  if (switches_.detector) {
+    if (const auto found = FindSqlExpression(text)) {
+      const std::size_t begin = Keep(value, text);
+      hit_.sql = {SqlFindingId::kExpression,
+                  nullptr,
+                  found->kind,
+                  true,
+                  {0, hit_.name_length},
+                  {begin, text.size()},
+                  {begin + found->begin, found->end - found->begin}};
+      return true;
+    }
+  }
+  if (!is_sent && JudgeByRules(value, text, false)) return true;
+  if (switches_.sql && JudgeByRules(value, text, true)) return true;
+  return JudgeNested(value, text);
+}
+
+bool CValueJudge::JudgeByRules(const RequestValue& value, std::string_view text, bool squeeze) {
+  // As it would stand in a form: rules know what is before a value and behind it.
+  lowered_.assign(1, '=');
+  if (squeeze) {
+    if (!SqueezeSql(text, &lowered_)) return false;
+  } else {
+    lowered_ += text;
+  }
+  lowered_ += '&';
+  const std::string exact = lowered_;
+  lowered_ = CCharSet::LowerBytes(exact);
+  const JudgedText judged(lowered_, exact);
+  const JudgedText alone = judged.Part({1, lowered_.size() - 2});
+  if (switches_.detector && !squeeze && SqlInjectionDetector::Check(alone, &settings_, library_, &hit_.sql, false)) {
+    const std::size_t begin = Keep(value, text);
+    hit_.sql.is_parameter = true;
+    hit_.sql.name = {0, hit_.name_length};
+    hit_.sql.value = {begin, text.size()};
+    hit_.sql.word.offset += begin;
+    return true;
+  }
+  if (switches_.sql) {
+    hit_.keyword = rules_.FindFirst(judged);
+    if (hit_.keyword) {
+      Keep(value, text);
+      return true;
+    }
+  }
+  if (switches_.xss && !squeeze) {
+    hit_.xss = XssDetector::CheckText(judged, settings_, library_, &hit_.fragment, false);
+    if (hit_.xss != XssType::kNone) {
+      hit_.fragment.offset += Keep(value, text) - 1;
+      return true;
+    }
+  }
+  return false;
+}
+
+bool CValueJudge::JudgeNested(const RequestValue& value, std::string_view text) {
+  constexpr std::size_t kShortest = 5;  // {"":}
+  if (depth_ >= kMostNested || text.size() < kShortest || !LooksLikeJson(text)) return false;
+  ++depth_;
+  const bool all = ForEachJsonValue(text, [&](const RequestValue& nested) {
+    return !Judge({nested.name.empty() ? value.name : nested.name, nested.raw, nested.encoding});
+  });
+  --depth_;
+  return !all;
+}
+
+std::size_t CValueJudge::Keep(const RequestValue& value, std::string_view text) {
+  std::string room;
+  hit_.text = RequestValue{{}, value.name, value.encoding}.Decoded(&room);
+  hit_.name_length = hit_.text.size();
+  hit_.text.append("=").append(text);
+  return hit_.name_length + 1;
+}
+
+}  // namespace qiv
