@@ -12,7 +12,6 @@
 #include <utility>
 #include <vector>
 
-#include "checks/event_recorder.h"
 #include "checks/injection_texts.h"
 #include "checks/shown_text.h"
 #include "checks/value_judge.h"
@@ -82,8 +81,13 @@ struct HitTexts {
 
 class CInjectionRun {
  public:
-  CInjectionRun(RequestFacts& facts, CheckResult& result)
-      : facts_(facts), result_(result), site_(*facts.config), sql_(facts.config->sql), language_(site_.language) {}
+  CInjectionRun(const RequestFacts& facts, const CheckContext& context, CheckResult& result)
+      : facts_(facts),
+        context_(context),
+        result_(result),
+        site_(context.config),
+        sql_(context.config.sql),
+        language_(site_.language) {}
 
   void Run() {
     result_.log = 0;
@@ -117,7 +121,7 @@ class CInjectionRun {
 
   bool CheckPost() {
     const bool xss = sql_.xss && sql_.xss_post;
-    if ((!sql_.post && !xss) || facts_.body.Empty()) return false;
+    if ((!sql_.post && !xss) || facts_.body.empty()) return false;
     return CheckText(
         kPost, facts_.body, {sql_.post != 0, sql_.post_super_mode != 0, xss}, site_.post_rules,
         [this](const ValueVisitor& visit) { return ForEachBodyValue(facts_.content_type, facts_.raw_body, visit); });
@@ -128,7 +132,7 @@ class CInjectionRun {
   /// Each value of a place by itself.
   bool JudgeValues(ValueSwitches switches, const CKeywordRules& rules, Hit& hit, const Walk& for_each) const {
     switches.detector = switches.detector && switches.sql;
-    CValueJudge judge(sql_, *facts_.library, rules, switches);
+    CValueJudge judge(sql_, context_.library, rules, switches);
     if (for_each([&judge](const RequestValue& value) { return !judge.Judge(value); })) return false;
     const ValueHit& found = judge.Hit();
     hit.sql = found.sql;
@@ -195,7 +199,7 @@ class CInjectionRun {
   }
 
   bool Detect(const JudgedText& text, bool per_parameter, Hit& hit) const {
-    return SqlInjectionDetector::Check(text, &sql_, *facts_.library, &hit.sql, per_parameter);
+    return SqlInjectionDetector::Check(text, &sql_, context_.library, &hit.sql, per_parameter);
   }
 
   bool MatchRules(const JudgedText& text, const CKeywordRules& rules, Hit& hit) const {
@@ -205,7 +209,7 @@ class CInjectionRun {
   }
 
   bool DetectXss(const JudgedText& text, bool per_parameter, Hit& hit) const {
-    hit.xss = XssDetector::CheckText(text, sql_, *facts_.library, &hit.fragment, per_parameter);
+    hit.xss = XssDetector::CheckText(text, sql_, context_.library, &hit.fragment, per_parameter);
     return hit.IsXss();
   }
 
@@ -260,12 +264,12 @@ class CInjectionRun {
     result_.kind = kKindInjection;
     result_.rule = match.identifier;
     // A hit in the query is always counted; one in body or headers only when the lists left the request countable.
-    if (place.place == Place::kGet || facts_.statistics) {
+    if (place.place == Place::kGet || result_.request.statistics) {
       const char* const detected = hit.IsXss() ? "xss" : "sql_act";
-      EventRecorder().RecordStatistics(hit.keyword ? place.keyword_category : detected, facts_.client_ip,
-                                       match.identifier.empty() ? std::string_view("-") : match.identifier);
+      context_.recorder.RecordStatistics(hit.keyword ? place.keyword_category : detected, facts_.client_ip,
+                                         match.identifier.empty() ? std::string_view("-") : match.identifier);
     }
-    facts_.attack = true;
+    result_.request.attack = true;
     result_.category = T(MessageId::kInjectionCategory);
     result_.status = kBlocked;
   }
@@ -325,7 +329,8 @@ class CInjectionRun {
 
   std::string_view T(MessageId id) const { return Message(language_, id); }
 
-  RequestFacts& facts_;
+  const RequestFacts& facts_;
+  const CheckContext& context_;
   CheckResult& result_;
   const WebsiteConfig& site_;
   const InjectionSettings& sql_;
@@ -334,6 +339,8 @@ class CInjectionRun {
 
 }  // namespace
 
-void InjectionCheck(RequestFacts& facts, CheckResult& result) { CInjectionRun(facts, result).Run(); }
+void InjectionCheck(const RequestFacts& facts, const CheckContext& context, CheckResult& result) {
+  CInjectionRun(facts, context, result).Run();
+}
 
 }  // namespace qiv

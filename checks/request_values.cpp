@@ -13,6 +13,7 @@ namespace {
 
 constexpr std::size_t kEnd = std::string_view::npos;
 constexpr std::int32_t kCookieHeader = 25;
+constexpr std::int32_t kRefererHeader = 36;
 
 /// The part of *rest before the next `separator`, which both are taken off.
 std::string_view TakePiece(std::string_view* rest, char separator) {
@@ -243,6 +244,9 @@ bool ForEachBodyValue(std::string_view content_type, std::string_view body, cons
 
 bool ForEachValueOf(const HeaderEntry& header, const ValueVisitor& visit) {
   if (header.number == kCookieHeader) return VisitPairs(header.value, ';', RequestValue::kCookie, visit);
+  const std::size_t query = header.number == kRefererHeader ? header.value.find('?') : kEnd;
+  if (query != kEnd && !VisitPairs(std::string_view(header.value).substr(query + 1), '&', RequestValue::kCookie, visit))
+    return false;
   return header.value.empty() || visit({header.name, header.value, RequestValue::kPercent});
 }
 

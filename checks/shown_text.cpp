@@ -77,7 +77,8 @@ CShownText CShownText::Body(const RequestFacts& facts) noexcept {
   CShownText shown;
   try {
     CSecretPlaces secrets(facts.raw_body);
-    ForEachBodyValue(facts.content_type, facts.raw_body, [&secrets](const RequestValue& value) { return secrets.Visit(value); });
+    ForEachBodyValue(facts.content_type, facts.raw_body,
+                     [&secrets](const RequestValue& value) { return secrets.Visit(value); });
     MarkedText sent{std::string(facts.raw_body), secrets.Take()};
     DecodeBodyMarked(&sent);
     shown.text_ = Overwritten(std::move(sent), facts.body);

@@ -184,8 +184,9 @@ int main(int argc, char** argv) {
   CLI::App app("Counts the lines of text files that injection protection blocks.");
   Options options;
   app.add_option("-m,--module", options.module_directory, "module directory, as made by qivctl init")->required();
-  app.add_option("-p,--place", options.places,
-                 "query, form, json, header, raw-query, raw-body, file, divided by commas");
+  app.add_option(
+      "-p,--place", options.places,
+      "query, form, json, header, xml, cookie, referer, path, field, raw-query, raw-body, file, divided by commas");
   app.add_option("-l,--list", options.list,
                  "list the tuned part's blocked lines, those that pass, those that the XSS detector would find but a "
                  "keyword rule names first; or of every line its number and what blocks it, to compare two versions")

@@ -11,6 +11,7 @@
 #include "common/char_set.h"
 #include "common/text.h"
 #include "config/qiv_config.h"
+#include "tests/checks/lone_context.h"
 
 namespace qiv {
 namespace {
@@ -18,7 +19,9 @@ namespace {
 constexpr std::pair<Place, std::string_view> kPlaces[] = {
     {Place::kQuery, "query"},   {Place::kForm, "form"},          {Place::kJson, "json"},
     {Place::kHeader, "header"}, {Place::kRawQuery, "raw-query"}, {Place::kRawBody, "raw-body"},
-    {Place::kFile, "file"},     {Place::kPicture, "picture"},    {Place::kField, "field"},
+    {Place::kXml, "xml"},       {Place::kCookie, "cookie"},      {Place::kReferer, "referer"},
+    {Place::kPath, "path"},     {Place::kFile, "file"},          {Place::kPicture, "picture"},
+    {Place::kField, "field"},
 };
 
 std::string PercentEncode(std::string_view text, bool blank_as_plus) {
@@ -60,6 +63,26 @@ std::string JsonEscape(std::string_view text) {
   return escaped;
 }
 
+std::string XmlEscape(std::string_view text) {
+  std::string escaped;
+  for (const char c : text) {
+    switch (c) {
+      case '<':
+        escaped += "&lt;";
+        break;
+      case '&':
+        escaped += "&amp;";
+        break;
+      case '>':
+        escaped += "&gt;";
+        break;
+      default:
+        escaped += c;
+    }
+  }
+  return escaped;
+}
+
 constexpr std::string_view kFormType = "multipart/form-data; boundary=----FormBoundary7MA4YWxk";
 
 /// A multipart form with two fields, the second one with `parameters` behind its name.
@@ -75,7 +98,7 @@ std::string Form(std::string_view parameters, std::string_view content) {
 std::string Query(std::string_view raw) { return std::string(Trim(NormalizeText(std::string(Trim(raw))))); }
 
 /// The module's decoding of a body.
-CSharedText Body(std::string_view raw) {
+std::string Body(std::string_view raw) {
   std::string body = DecodeBody(raw);
   CCharSet::LowerAscii(&body);
   return body;
@@ -124,10 +147,9 @@ std::string_view PlaceName(Place place) {
 }
 
 Verdict Judge(const Protection& protection, Place place, std::string_view text, bool webshells) {
+  CLoneContext lone(*protection.config, protection.webshells.get());
+  const CheckContext context = lone.With(*protection.library);
   RequestFacts facts;
-  facts.config = protection.config;
-  facts.library = protection.library;
-  facts.webshells = protection.webshells;
   facts.raw_url = "/page.aspx";
   facts.path = facts.raw_url;
   std::string form;
@@ -148,6 +170,21 @@ Verdict Judge(const Protection& protection, Place place, std::string_view text, 
     case Place::kHeader:
       facts.all_headers = text;
       facts.headers.push_back({40, "User-Agent", std::string(text)});
+      break;
+    case Place::kXml:
+      facts.content_type = "text/xml";
+      body = "<?xml version=\"1.0\"?><order><id>1</id><q>" + XmlEscape(text) + "</q></order>";
+      break;
+    case Place::kCookie:
+      facts.all_headers = "id=1; q=" + PercentEncode(text, false);
+      facts.headers.push_back({25, "Cookie", facts.all_headers});
+      break;
+    case Place::kReferer:
+      facts.all_headers = "https://www.example.com/page?q=" + PercentEncode(text, false);
+      facts.headers.push_back({36, "Referer", facts.all_headers});
+      break;
+    case Place::kPath:
+      facts.raw_url = "/page/" + PercentEncode(text, false);
       break;
     case Place::kRawQuery:
       query = text;
@@ -174,10 +211,10 @@ Verdict Judge(const Protection& protection, Place place, std::string_view text, 
     facts.content_type = kFormType;
     facts.raw_body = form;
     facts.body = Body(form);
-    if (!webshells) UploadCheck(facts, result);
+    if (!webshells) UploadCheck(facts, context, result);
     if (result.status == kBlocked) return {Mechanism::kUpload, result.rule, result.reason};
   }
-  webshells ? WebshellCheck(facts, result) : InjectionCheck(facts, result);
+  webshells ? WebshellCheck(facts, context, result) : InjectionCheck(facts, context, result);
   return {MechanismOf(result), result.rule, webshells ? result.detail : result.reason};
 }
 

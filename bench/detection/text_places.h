@@ -16,6 +16,10 @@ enum class Place {
   kForm,      ///< the same as a form body, a blank written "+"
   kJson,      ///< {"id":1,"q":"<escaped>","page":2} as a body
   kHeader,    ///< a header's value, unencoded
+  kXml,       ///< <order><id>1</id><q>escaped</q></order> as a body
+  kCookie,    ///< "id=1; q=<percent-encoded>"
+  kReferer,   ///< "https://www.example.com/page?q=<percent-encoded>"
+  kPath,      ///< "/page/<percent-encoded>"
   kRawQuery,  ///< the text is a whole query as sent
   kRawBody,   ///< the text is a whole body as sent
   kFile,      ///< the content of a file in a multipart form
