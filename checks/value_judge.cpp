@@ -14,15 +14,21 @@ namespace {
 // JSON in a parameter, and JSON in a string of that, are looked into.
 constexpr int kMostNested = 2;
 
-/// A body that is no form and no text: bytes in which everything occurs by accident. The rules have judged it.
-bool IsBinary(const RequestValue& value) {
-  if (value.encoding != RequestValue::kPlain || !value.name.empty()) return false;
+/// Bytes in which everything stands by accident: text in UTF-16, or in a body that is no form a share of control bytes
+/// that no text has. The rules judge such values all the same.
+bool IsBinary(const RequestValue& value, std::string_view text) {
+  constexpr std::size_t kShortest = 32;
   constexpr std::size_t kSample = 4096;
-  constexpr std::size_t kShare = 16;  // one control byte in so many
-  const std::string_view sample = value.raw.substr(0, kSample);
-  const auto controls = static_cast<std::size_t>(std::count_if(
-      sample.begin(), sample.end(), [](char c) { return static_cast<unsigned char>(c) < 0x20 && !IsSpace(c); }));
-  return controls * kShare > sample.size();
+  constexpr std::size_t kNulShare = 4;  // one NUL in so many bytes
+  constexpr std::size_t kControlShare = 16;
+  if (text.size() < kShortest) return false;
+  const std::string_view sample = text.substr(0, kSample);
+  const auto is_odd = [](char c) { return static_cast<unsigned char>(c) < 0x20 && !IsSpace(c); };
+  const auto nul = static_cast<std::size_t>(std::count(sample.begin(), sample.end(), '\0'));
+  if (nul * kNulShare > sample.size()) return true;
+  if (value.encoding != RequestValue::kPlain || !value.name.empty()) return false;
+  const auto odd = static_cast<std::size_t>(std::count_if(sample.begin(), sample.end(), is_odd));
+  return odd * kControlShare > sample.size();
 }
 
 }  // namespace
@@ -32,8 +38,7 @@ bool CValueJudge::Judge(const RequestValue& value) {
 }
 
 bool CValueJudge::JudgeForm(const RequestValue& value, std::string_view text, bool is_sent) {
-  if (is_sent && IsBinary(value)) return false;
-  if (switches_.detector) {
+  if (switches_.detector && !IsBinary(value, text)) {
     if (const auto found = FindSqlExpression(text)) {
       const std::size_t begin = Keep(value, text);
       hit_.sql = {SqlFindingId::kExpression,

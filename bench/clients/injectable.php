@@ -4,7 +4,7 @@
 // The environment names the database: DATABASE=sqlite:FILE, or mysql:unix_socket=FILE;dbname=shop.
 ini_set('display_errors', '1');
 mysqli_report(MYSQLI_REPORT_OFF);
-$values = [$_GET, $_POST, json_decode(file_get_contents('php://input'), true), $_COOKIE, ['id' => $_SERVER['HTTP_X_ID'] ?? null]];
+$values = [$_GET, $_POST, json_decode(file_get_contents('php://input'), true), $_COOKIE, ['id' => ($_GET['from'] ?? '') === 'header' ? ($_SERVER['HTTP_USER_AGENT'] ?? null) : null]];
 $id = '1';
 foreach ($values as $source) if (is_array($source) && isset($source['id'])) $id = (string)$source['id'];
 $queries = [

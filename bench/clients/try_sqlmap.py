@@ -49,7 +49,7 @@ def request_file(place, at, port, folder):
         head = f"Content-Type: multipart/form-data; boundary={BOUNDARY}\r\nContent-Length: {len(body)}\r\n"
         text = f"POST /?at={at} HTTP/1.1\r\nHost: 127.0.0.1:{port}\r\n{head}\r\n{body}"
     else:
-        text = f"GET /?at={at} HTTP/1.1\r\nHost: 127.0.0.1:{port}\r\nX-Id: 1*\r\n\r\n"
+        text = f"GET /?at={at}&from=header HTTP/1.1\r\nHost: 127.0.0.1:{port}\r\nUser-Agent: 1*\r\n\r\n"
     path = pathlib.Path(folder) / f"{place}.http"
     path.write_bytes(text.encode())
     return ["-r", str(path)]
