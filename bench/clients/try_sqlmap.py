@@ -22,8 +22,9 @@ PLACES = {
     "multipart": None,
     "header": None,
 }
-# What an attacker would try after the plain run; "," joins scripts that work together.
-TAMPERS = ["", "--chunked", "space2comment", "space2plus", "space2morecomment", "space2randomblank", "space2hash",
+# What an attacker would try after the plain run; "," joins scripts that work together. Not "--chunked": bodies in chunks
+# are not read (docs/tuning.md says what to do about them).
+TAMPERS = ["", "space2comment", "space2plus", "space2morecomment", "space2randomblank", "space2hash",
            "space2morehash", "space2dash", "space2mysqldash", "space2mysqlblank", "space2mssqlblank", "multiplespaces",
            "randomcase", "randomcomments", "between", "greatest", "least", "equaltolike", "symboliclogical", "charencode",
            "chardoubleencode", "charunicodeencode", "charunicodeescape", "percentage", "apostrophemask",
@@ -61,7 +62,7 @@ def sqlmap(url, place, at, tamper, database, quick):
         target = PLACES[place]
         target = [part.format(url=url, at=at) for part in target] if target else \
             request_file(place, at, url.rsplit(":", 1)[1], folder)
-        command = ["sqlmap", *target, "--batch", "--flush-session", "--output-dir", folder, "--disable-coloring",
+        command = ["sqlmap", *target, "--batch", "--ignore-stdin", "--flush-session", "--output-dir", folder, "--disable-coloring",
                    "--dbms", "SQLite" if database == "sqlite" else "MySQL", "--time-sec", "1", "--timeout", "10",
                    "--retries", "0", "--ignore-code", "*", "--skip-waf"]
         if "--level" not in command:
@@ -99,7 +100,7 @@ def main():
         with Site(database, options.profile) as site:
             for at in options.at or (["text"] if options.quick else ["number", "text", "order"]):
                 for place in places:
-                    found, output = sqlmap(site.direct, place, at, "", database, options.quick)
+                    found, output = sqlmap(site.direct, place, at, "", database, True)
                     if not found:
                         print(output[-3000:], file=sys.stderr)
                         print(f"try_sqlmap: {database} {at} {place}: nothing succeeds without the firewall", file=sys.stderr)
