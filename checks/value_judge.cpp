@@ -1,7 +1,9 @@
 #include "checks/value_judge.h"
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
+#include <cstdint>
 
 #include "checks/value_forms.h"
 #include "common/char_set.h"
@@ -31,6 +33,36 @@ bool IsBinary(const RequestValue& value, std::string_view text) {
   return odd * kControlShare > sample.size();
 }
 
+/// What a value may hold without being SQL by its form, in one look at each byte: most values are let go by it. None is
+/// found that begins with a letter and holds nothing but single blanks and signs that join words, numbers and
+/// addresses; none that begins otherwise and has no blank besides.
+class CPlainValue {
+ public:
+  static bool Is(std::string_view text) {
+    unsigned seen = 0;
+    unsigned before = 0;
+    for (const char c : text) {
+      const unsigned kind = kKinds[static_cast<unsigned char>(c)];
+      seen |= kind | (kind & before & kBlank) << 1U;
+      before = kind;
+    }
+    if (seen & kTelling) return false;
+    return (seen & kBlank) == 0 || IsLetter(text.front()) || static_cast<unsigned char>(text.front()) >= 0x80;
+  }
+
+ private:
+  static constexpr unsigned kBlank = 1;
+  static constexpr unsigned kTelling = 2;  // twice kBlank: a run of blanks
+  static constexpr auto kKinds = [] {
+    std::array<std::uint8_t, 256> kinds{};
+    for (std::size_t c = 0; c < 0x20; ++c) kinds[c] = kTelling;
+    for (const char c : {'\'', '"', '`', '(', '=', '<', '>', '|', '&', ';', '*', '[', '{', '\x7F', '\xA0'})
+      kinds[static_cast<unsigned char>(c)] = kTelling;
+    kinds[' '] = kBlank;
+    return kinds;
+  }();
+};
+
 }  // namespace
 
 bool CValueJudge::Judge(const RequestValue& value) {
@@ -38,6 +70,8 @@ bool CValueJudge::Judge(const RequestValue& value) {
 }
 
 bool CValueJudge::JudgeForm(const RequestValue& value, std::string_view text, bool is_sent) {
+  if (text.empty()) return false;
+  if (CPlainValue::Is(text)) return !is_sent && JudgeByRules(value, text, false);
   if (switches_.detector && !IsBinary(value, text)) {
     if (const auto found = FindSqlExpression(text)) {
       const std::size_t begin = Keep(value, text);

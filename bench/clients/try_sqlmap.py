@@ -80,6 +80,8 @@ def sqlmap(url, place, at, tamper, database, quick):
             output = (late.stdout or b"").decode(errors="replace") + "\nthe time was over\n"
         found = re.findall(r"^ +Type: (.+)$", output, re.M)
         said = re.findall(r"(?:parameter|custom .*?) '[^']+' (?:appears to be|is) '([^']+)' injectable", output)
+        if "false positive or unexploitable" in output:
+            said = []  # it tried what it had found, and it was nothing
         return sorted(set(found + said)), output
 
 

@@ -339,8 +339,9 @@ void CSqlTokens::ReadSign() {
       {"(", Kind::kOpen},        {")", Kind::kClose},       {",", Kind::kComma},     {";", Kind::kSemicolon},
 
   };
+  const std::string_view rest = text_.substr(at_, 3);
   for (const Sign& sign : kSigns) {
-    if (text_.compare(at_, sign.text.size(), sign.text) == 0) return Take(sign.kind, sign.text.size());
+    if (sign.text[0] == rest[0] && rest.starts_with(sign.text)) return Take(sign.kind, sign.text.size());
   }
   Take(Kind::kOther, 1);
 }
