@@ -5,6 +5,7 @@ import json
 import os
 import pathlib
 import shutil
+import signal
 import socket
 import subprocess
 import tempfile
@@ -56,13 +57,14 @@ class Site:
             raise
 
     def __exit__(self, *_):
-        for child in reversed(self.children):
-            child.terminate()
-        for child in self.children:
-            try:
-                child.wait(20)
-            except subprocess.TimeoutExpired:
-                child.kill()
+        # PHP's workers outlive it: each child is ended with all that it started.
+        for signal_number in (signal.SIGTERM, signal.SIGKILL):
+            for child in reversed(self.children):
+                try:
+                    os.killpg(child.pid, signal_number)
+                    child.wait(20)
+                except (ProcessLookupError, subprocess.TimeoutExpired):
+                    pass
         shutil.rmtree(self.folder, ignore_errors=True)
 
     def log(self):
@@ -72,7 +74,8 @@ class Site:
 
     def _start(self, *command, **options):
         log = open(self.folder / f"{pathlib.Path(command[0]).name}.log", "ab")
-        child = subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=log, stderr=log, **options)
+        child = subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=log, stderr=log, start_new_session=True,
+                                 **options)
         self.children.append(child)
         return child
 
