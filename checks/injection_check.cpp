@@ -12,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "checks/body_charset.h"
 #include "checks/injection_texts.h"
 #include "checks/shown_text.h"
 #include "checks/value_judge.h"
@@ -38,6 +39,8 @@ struct PlaceTraits {
 constexpr PlaceTraits kGet{Place::kGet, "GET", "sql_get", &InjectionSettings::get_mode};
 constexpr PlaceTraits kPost{Place::kPost, "POST", "sql_post", &InjectionSettings::post_mode};
 constexpr PlaceTraits kHeader{Place::kHeader, "Header", "sql_header", &InjectionSettings::header_mode};
+
+constexpr const char* kCharsetIdentifier = "13007";  // behind those of what is found by form
 
 /// A text in lower case: the original where it is lower-case already, else a copy.
 class CLowered {
@@ -96,7 +99,7 @@ class CInjectionRun {
       result_.status = kUndecided;
       return;
     }
-    if (CheckGet() || CheckPath() || CheckPost()) return;
+    if (CheckGet() || CheckPath() || CheckCharset() || CheckPost()) return;
     if (!CheckHeaders()) result_.status = kUndecided;
   }
 
@@ -119,9 +122,35 @@ class CInjectionRun {
            BlockValue(kGet, hit);
   }
 
+  /// A charset in which nothing can be judged. The type's charset is that of the query as well, to some servers.
+  bool CheckCharset() {
+    const bool body = !facts_.raw_body.empty();
+    if (!(body ? sql_.post : sql_.get) || (!body && facts_.query.empty())) return false;
+    const BodyCharset charset = CharsetOfBody(facts_.content_type, facts_.raw_body);
+    if (charset == BodyCharset::kAscii || (charset == BodyCharset::kWide && body)) return false;
+    InjectionRule rule;
+    rule.shown = NamedCharset(facts_.content_type);
+    rule.identifier = kCharsetIdentifier;
+    Hit hit;
+    hit.keyword = &rule;
+    Block(body ? kPost : kGet, hit, {rule, {}, {}});
+    return true;
+  }
+
   bool CheckPost() {
     const bool xss = sql_.xss && sql_.xss_post;
     if ((!sql_.post && !xss) || facts_.body.empty()) return false;
+    if (CharsetOfBody(facts_.content_type, facts_.raw_body) == BodyCharset::kWide) {
+      const std::string wide = WideToUtf8(facts_.raw_body);
+      const std::string whole = DecodeBody(wide);
+      Hit hit;
+      return JudgeValues({sql_.post != 0, sql_.post_super_mode != 0, xss}, site_.post_rules, hit,
+                         [&](const ValueVisitor& visit) {
+                           return visit({{}, whole, RequestValue::kConverted}) &&
+                                  ForEachBodyValue(facts_.content_type, wide, visit);
+                         }) &&
+             BlockValue(kPost, hit);
+    }
     return CheckText(
         kPost, facts_.body, {sql_.post != 0, sql_.post_super_mode != 0, xss}, site_.post_rules,
         [this](const ValueVisitor& visit) { return ForEachBodyValue(facts_.content_type, facts_.raw_body, visit); });

@@ -167,6 +167,7 @@ std::string_view RequestValue::Decoded(std::string* room, std::size_t most) cons
   const std::string_view text = raw.substr(0, most);
   switch (encoding) {
     case kPlain:
+    case kConverted:
       return text;
     case kJson:
       if (text.find('\\') == kEnd) return text;

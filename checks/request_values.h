@@ -14,12 +14,13 @@ namespace qiv {
 struct RequestValue {
   enum Encoding {
     kPlain,
-    kPercent,  ///< "%XX", once
-    kForm,     ///< "%XX" and "+", once
-    kQuery,    ///< the same, twice if need be, as the query is normalised
-    kCookie,   ///< as kForm; some servers hand it on as it was sent
-    kJson,     ///< the inside of a JSON string
-    kXml,      ///< text or attribute of XML: character and named references
+    kConverted,  ///< the text of a body in another charset: as kPlain, but not what was sent
+    kPercent,    ///< "%XX", once
+    kForm,       ///< "%XX" and "+", once
+    kQuery,      ///< the same, twice if need be, as the query is normalised
+    kCookie,     ///< as kForm; some servers hand it on as it was sent
+    kJson,       ///< the inside of a JSON string
+    kXml,        ///< text or attribute of XML: character and named references
   };
 
   std::string_view name;  ///< undecoded; empty: none
@@ -32,7 +33,8 @@ struct RequestValue {
   /// Whether the text of its place (query, body or header) holds this decoded form too, as the checks are given it. In
   /// queries and forms it does; elsewhere where there was nothing to decode.
   bool IsSent(std::string_view decoded) const {
-    return encoding == kQuery || encoding == kForm || encoding == kPlain || decoded.data() == raw.data();
+    return encoding == kQuery || encoding == kForm || encoding == kPlain ||
+           (encoding != kConverted && decoded.data() == raw.data());
   }
 };
 

@@ -41,7 +41,8 @@ class CSqlExpressionReader {
         begin_(begin),
         before_(before),
         tokens_(value->text, begin, &value->comments),
-        most_(value->tokens_read < kFreeTokens + value->text.size() ? kMaxTokens : kFewTokens) {}
+        most_(value->tokens_read < kFreeTokens + value->text.size() ? kMaxTokens : kFewTokens),
+        operand_(before == Before::kName ? Operand::kName : Operand::kConstant) {}
   ~CSqlExpressionReader() { value_.tokens_read += static_cast<std::size_t>(read_) + 1; }
   CSqlExpressionReader(const CSqlExpressionReader&) = delete;
   CSqlExpressionReader& operator=(const CSqlExpressionReader&) = delete;
@@ -89,7 +90,7 @@ class CSqlExpressionReader {
   /// In a document sentences of several lines stand beside one another; what is read across the end of a line counts
   /// only when it is more than words.
   bool IsDocument() const {
-    constexpr std::size_t kShortest = 2048;
+    constexpr std::size_t kShortest = 256;
     if (text_.size() < kShortest) return false;
     const std::string_view read = text_.substr(begin_, tokens_.Current().end - begin_);
     return read.find('\n') != std::string_view::npos;
@@ -204,8 +205,8 @@ class CSqlExpressionReader {
   const int most_;
   int read_ = 0;
 
-  Operand operand_ = Operand::kConstant;  // what stands before the attempt is one
-  Operand left_ = Operand::kNone;         // of the comparison
+  Operand operand_;                // at first what stands before the attempt
+  Operand left_ = Operand::kNone;  // of the comparison
   bool comparing_ = false;
   bool connective_ = false;
   bool list_ = false;  // a bracket is open: commas divide

@@ -110,7 +110,11 @@ CSqlExpressionReader::Finding CSqlExpressionReader::Statement() {
       Next();
       return name && Is(Kind::kOpen) ? Found(Result::kStacked) : Finding();
     case Word::kFunction:  // "; if(1=1) waitfor ..."
-      if (Is(Kind::kOpen) && (EqualNoCase(first, "if") || EqualNoCase(first, "iif"))) return Found(Result::kStacked);
+      if (Is(Kind::kOpen) && (EqualNoCase(first, "if") || EqualNoCase(first, "iif"))) {
+        while (Is(Kind::kOpen) || Is(Kind::kNot)) Next();
+        const bool name = Is(Kind::kWord) && Is(Word::kName) && !Text().starts_with('@');
+        return name || Is(Kind::kClose) ? Finding() : Found(Result::kStacked);
+      }
       return Is(Kind::kOpen) && !first.empty() ? Operands() : Finding();
     case Word::kSet:
       return second.starts_with('@') ? Found(Result::kStacked) : Finding();
