@@ -112,8 +112,8 @@ CSqlExpressionReader::Finding CSqlExpressionReader::Statement() {
     case Word::kFunction:  // "; if(1=1) waitfor ..."
       if (Is(Kind::kOpen) && (EqualNoCase(first, "if") || EqualNoCase(first, "iif"))) {
         while (Is(Kind::kOpen) || Is(Kind::kNot)) Next();
-        const bool name = Is(Kind::kWord) && Is(Word::kName) && !Text().starts_with('@');
-        return name || Is(Kind::kClose) ? Finding() : Found(Result::kStacked);
+        const bool prose = Is(Word::kName) && !Text().starts_with('@');
+        return prose || Is(Kind::kClose) ? Finding() : Found(Result::kStacked);
       }
       return Is(Kind::kOpen) && !first.empty() ? Operands() : Finding();
     case Word::kSet:
