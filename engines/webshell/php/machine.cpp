@@ -78,8 +78,10 @@ bool IsAssignment(std::uint32_t code) {
 
 CPhpMachine::CPhpMachine(std::string_view source, bool in_code, std::size_t most_room)
     : source_(source), budget_(kWorkAnyway, kRoomAnyway, most_room), in_code_(in_code), tokens_(source, in_code) {
-  budget_.Hold(kPrepaid * (sizeof(Frame) + kOperandRoom + sizeof(Operation)));
+  budget_.Hold(kPrepaid * (sizeof(Frame) + sizeof(FrameValues) + sizeof(Operand) + sizeof(Operation)));
   nested_left_ = kWorkAnyway + source.size() * 4;
+  constexpr std::array<std::string_view, 4> kMagic = {"__invoke", "__get", "__call", "__construct"};
+  for (std::size_t i = 0; i < kMagic.size(); ++i) magic_names_[i] = names_.OfAnyway(kMagic[i]);
 }
 
 PhpName CPhpMachine::NameOf(PhpToken& token) {
@@ -104,19 +106,16 @@ PhpFlowResult CPhpMachine::Run() {
 }
 
 void CPhpMachine::Pass() {
-  values_.clear();
-  operations_.clear();
-  frames_.clear();
-  arguments_.clear();
-  argument_keys_.clear();
-  argument_names_.clear();
+  DropOperands(0);
+  operations_.Shrink(0);
+  while (!frames_.empty()) PopFrame();
+  DropArguments(0);
   next_function_ = 0;
   made_.clear();
   handlers_.clear();
   arrows_.clear();
   stray_braces_ = 0;
   scope_ = 0;
-  function_ = 0;
   pending_scope_ = 0;
   pending_class_ = false;
   weak_ = false;
@@ -161,29 +160,39 @@ CPhpMachine::Frame* CPhpMachine::PushFrame(FrameKind kind) {
   operand_next_ = true;
   if (!HasRoomForFrame()) {
     ++skipped_;
-    values_.resize(std::min<std::size_t>(values_.size(), frames_.back().values));
+    DropOperands(frames_.back().values);
     return nullptr;
   }
   const std::size_t number = frames_.size();
-  const std::uint32_t block = kind == FrameKind::kBlock ? static_cast<std::uint32_t>(number) : frames_.back().block;
-  Frame& frame = frames_.emplace_back();
+  const std::uint32_t block =
+      kind == FrameKind::kBlock || number == 0 ? static_cast<std::uint32_t>(number) : frames_.back().block;
+  Frame& frame = frames_.Push();
+  frame = {};
   frame.kind = kind;
   frame.values = static_cast<std::uint32_t>(values_.size());
   frame.operations = static_cast<std::uint32_t>(operations_.size());
   frame.arguments = static_cast<std::uint32_t>(arguments_.size());
   frame.block = block;
   frame.scope = scope_;
-  frame.function = function_;
   return &frame;
 }
 
 CPhpMachine::FrameValues* CPhpMachine::MoreOf(Frame& frame) {
-  if (!frame.more) {
-    if (frames_.size() > kPrepaid && !budget_.HasRoom(sizeof(FrameValues))) return nullptr;
-    frame.more = std::make_unique<FrameValues>();
-    frame.more->held.Set(&budget_, sizeof(FrameValues) + 16);
+  if (frame.more == nullptr && Grow(frame_values_.size(), &most_frame_values_, sizeof(FrameValues))) {
+    frame.more = &frame_values_.Push();
+    frame.more->callee = {};
+    frame.more->element = {};
   }
-  return frame.more.get();
+  return frame.more;
+}
+
+void CPhpMachine::PopFrame() {
+  if (FrameValues* const more = frames_.back().more) {
+    more->callee.Release();
+    more->element = {};
+    frame_values_.Pop();
+  }
+  frames_.Pop();
 }
 
 // Whether there is room for one more argument.
@@ -210,21 +219,43 @@ void CPhpMachine::DropArguments(std::size_t count) {
   argument_names_.resize(arguments_.size());
 }
 
-void CPhpMachine::PushOperand(Operand operand) {
-  // Without an operator between them only the last counts.
-  if (!operand_next_) values_.resize(std::max<std::size_t>(frames_.back().values, values_.size() - 1));
-  if (InForeach() && operand.key != 0) {
-    Store(operand.key, frames_.back().more ? frames_.back().more->element : PhpValue(), false);
-  }
+// Where the next operand goes, in whatever state; without an operator between them only the last counts.
+CPhpMachine::Operand& CPhpMachine::NextOperand() {
+  const bool replaces = !operand_next_ && HasOperand();
   operand_next_ = false;
-  if (Grow(values_.size(), &most_values_, kOperandRoom)) values_.push_back(std::move(operand));
+  if (replaces) return values_.back();
+  return Grow(values_.size(), &most_values_, sizeof(Operand)) ? values_.Push() : beyond_;
+}
+
+void CPhpMachine::PushOperand(Operand&& operand) {
+  Operand& placed = NextOperand();
+  placed = std::move(operand);
+  Placed(placed);
+}
+
+// What "foreach" puts into a variable that stands behind its "as".
+void CPhpMachine::Placed(Operand& operand) {
+  const Frame& frame = frames_.back();
+  if (frame.in_foreach && operand.key != 0) {
+    Store(operand.key, frame.more != nullptr ? frame.more->element : PhpValue(), false);
+  }
 }
 
 CPhpMachine::Operand CPhpMachine::PopOperand() {
-  if (values_.size() <= frames_.back().values) return {};
+  if (!HasOperand()) return {};
   Operand operand = std::move(values_.back());
-  values_.pop_back();
+  values_.Pop();
   return operand;
+}
+
+void CPhpMachine::DropOperand() {
+  values_.back().Release();
+  values_.Pop();
+}
+
+// Until no more than that many are left.
+void CPhpMachine::DropOperands(std::size_t size) {
+  while (values_.size() > size) DropOperand();
 }
 
 void CPhpMachine::PushOperation(std::uint32_t code, int precedence, bool unary, bool keep_left) {
@@ -237,98 +268,109 @@ void CPhpMachine::PushOperation(std::uint32_t code, int precedence, bool unary, 
 void CPhpMachine::PushPending(std::uint32_t code, int precedence, bool unary) {
   const auto fits = [&] { return Grow(operations_.size(), &most_operations_, sizeof(Operation)); };
   if (operations_.size() - frames_.back().operations >= kMostPending || !fits()) Reduce(kLowest);
-  if (fits()) operations_.push_back({code, static_cast<std::int16_t>(precedence), unary});
+  if (fits()) operations_.Push() = {code, static_cast<std::int16_t>(precedence), unary};
 }
 
 // Applies what binds at least as tightly.
 void CPhpMachine::Reduce(int precedence) {
-  while (operations_.size() > frames_.back().operations && operations_.back().precedence >= precedence) {
+  const std::size_t first = frames_.back().operations;
+  while (operations_.size() > first && operations_.back().precedence >= precedence) {
     const Operation operation = operations_.back();
-    operations_.pop_back();
+    operations_.Pop();
     Apply(operation);
   }
 }
 
+// The result takes the place of what it is made of; an operand that is missing is an empty one.
 void CPhpMachine::Apply(const Operation& operation) {
-  Operand right = PopOperand();
-  Operand result;
-  if (operation.unary) {
-    switch (operation.code) {
-      case kIncludeCode:
-        Include(right.value);
-        break;
-      case kReturnCode:
-        if (function_ != 0) {
-          Function& function = functions_[function_ - 1];
-          const std::uint32_t origin = function.returns.origin;
-          if (!function.has_return) {
-            function.returns = right.value;
-          } else if (!right.value.HasText() || !SameText(right.value, function.returns)) {
-            function.returns = function.returns.Taint();
-            function.returns.Join(right.value);
-          }
-          function.returns.origin |= origin;
-          function.has_return = true;
-        }
-        break;
-      case kEchoCode:
-        printed_.Join(right.value.Taint());
-        if (right.value.Has(kFromNetwork)) Report(PhpFindingKind::kRemoteText, "echo");
-        break;
-      case kArrowCode:
-        if (!arrows_.empty()) {
-          Function& function = functions_[arrows_.back()];
-          function.returns = right.value;
-          function.has_return = true;
-          result.value.origin = kClosure;
-          result.value.function = arrows_.back() + 1;
-          arrows_.pop_back();
-        }
-        break;
-      case PhpOperator("..."):  // the request fills all arguments: also the callback among them
-        if (frames_.back().kind == FrameKind::kCall && right.value.Has(kWholeRequest)) {
-          const PhpFunction* const function = FindPhpFunction(names_.Text(frames_.back().callee_name));
-          if (!frames_.back().named || (function != nullptr && (function->kind == PhpFunctionKind::kCallback ||
-                                                                function->kind == PhpFunctionKind::kPattern))) {
-            Report(PhpFindingKind::kRequestCall, function != nullptr ? function->name : "$");
-          }
-        }
-        result = std::move(right);
-        break;
-      case PhpOperator("@"):
-      case PhpOperator("&"):
-      case PhpOperator("+"):
-        result = std::move(right);
-        break;
-      case kPlainCast:
-        result.value = right.value;
-        break;
-      case PhpOperator("~"):
-        result.value = Bitwise(operation.code, right.value, right.value);
-        break;
-      case PhpOperator("-"):
-        if (right.value.is_number) result.value = PhpValue::OfNumber(-right.value.number);
-        break;
-      case PhpOperator("!"):
-        result.value = PhpValue::OfNumber(0);
-        result.value.is_number = false;
-        break;
-      default:
-        break;
-    }
+  const std::size_t operands = values_.size() - std::min<std::size_t>(values_.size(), frames_.back().values);
+  if (operands == 0) values_.Push() = {};
+  if (operation.unary) return ApplyUnary(operation.code, &values_.back());
+  Operand right;
+  if (operands > 1) {
+    right = std::move(values_.back());
+    values_.Pop();
   } else {
-    Operand left = PopOperand();
-    if (IsAssignment(operation.code)) {
-      Assign(operation.code, left, right.value);
-      result = std::move(left);
-      result.value = std::move(right.value);
-    } else if (operation.code == PhpOperator("?")) {
-      result = std::move(right);
-    } else {
-      result.value = Binary(operation.code, std::move(left.value), right.value);
-    }
+    right = std::exchange(values_.back(), {});
   }
-  values_.push_back(std::move(result));
+  Operand& left = values_.back();
+  if (IsAssignment(operation.code)) {
+    Assign(operation.code, left, right.value);
+    left.value = std::move(right.value);
+  } else if (operation.code == PhpOperator("?")) {
+    left = std::move(right);
+  } else {
+    PhpValue made = Binary(operation.code, std::move(left.value), right.value);
+    left = {};
+    left.value = std::move(made);
+  }
+}
+
+void CPhpMachine::Return(const PhpValue& value) {
+  if (scope_ == 0) return;
+  Function& function = functions_[scope_ - 1];
+  const std::uint32_t origin = function.returns.origin;
+  if (!function.has_return) {
+    function.returns = value;
+  } else if (!value.HasText() || !SameText(value, function.returns)) {
+    function.returns = function.returns.Taint();
+    function.returns.Join(value);
+  }
+  function.returns.origin |= origin;
+  function.has_return = true;
+}
+
+void CPhpMachine::ApplyUnary(std::uint32_t code, Operand* operand) {
+  PhpValue& value = operand->value;
+  PhpValue made;
+  switch (code) {
+    case PhpOperator("@"):
+    case PhpOperator("&"):
+    case PhpOperator("+"):
+      return;
+    case PhpOperator("..."):  // the request fills all arguments: also the callback among them
+      if (frames_.back().kind == FrameKind::kCall && value.Has(kWholeRequest)) {
+        const PhpFunction* const function = OwnFunction(frames_.back().callee_name);
+        if (!frames_.back().named || (function != nullptr && (function->kind == PhpFunctionKind::kCallback ||
+                                                              function->kind == PhpFunctionKind::kPattern))) {
+          Report(PhpFindingKind::kRequestCall, function != nullptr ? function->name : "$");
+        }
+      }
+      return;
+    case kIncludeCode:
+      Include(value);
+      break;
+    case kReturnCode:
+      Return(value);
+      break;
+    case kEchoCode:
+      printed_.Join(value);
+      if (value.Has(kFromNetwork)) Report(PhpFindingKind::kRemoteText, "echo");
+      break;
+    case kArrowCode:
+      if (!arrows_.empty()) {
+        Function& function = functions_[arrows_.back()];
+        function.returns = value;
+        function.has_return = true;
+        made.origin = kClosure;
+        made.function = arrows_.back() + 1;
+        arrows_.pop_back();
+      }
+      break;
+    case kPlainCast:
+      made = std::move(value);
+      break;
+    case PhpOperator("~"):
+      made = Bitwise(code, value, value);
+      break;
+    case PhpOperator("-"):
+      if (value.is_number) made = PhpValue::OfNumber(-value.number);
+      break;
+    default:
+      break;
+  }
+  *operand = {};
+  value = std::move(made);
 }
 
 void CPhpMachine::OnOperator(const PhpToken& token) {
@@ -395,8 +437,7 @@ void CPhpMachine::Ternary() {
   }
   Reduce(kTernary);
   if (operations_.size() > frames_.back().operations && operations_.back().code == PhpOperator("?")) {
-    operations_.pop_back();
-    operations_.push_back({PhpOperator("?\?"), kTernary, false});
+    operations_.back() = {PhpOperator("?\?"), kTernary, false};
     operand_next_ = true;
   } else if (frames_.back().kind == FrameKind::kBlock) {
     EndStatement();  // a label, a case, "if (...):"
@@ -407,8 +448,8 @@ void CPhpMachine::Comma() {
   Frame& frame = frames_.back();
   Reduce(kLowest);
   if (frame.kind == FrameKind::kCall || frame.kind == FrameKind::kArray) {
-    if (values_.size() > frame.values) {
-      Operand operand = PopOperand();
+    if (HasOperand()) {
+      Operand& operand = values_.back();
       if (arguments_.size() - frame.arguments > kMostElements || arguments_.size() >= kMostArguments ||
           !GrowArguments()) {
         if (arguments_.size() > frame.arguments) arguments_.back().Join(operand.value);
@@ -423,7 +464,7 @@ void CPhpMachine::Comma() {
     }
     frame.has_key = false;
   }
-  values_.resize(std::min<std::size_t>(values_.size(), frame.values));
+  DropOperands(frame.values);
   operand_next_ = true;
 }
 
@@ -445,7 +486,7 @@ void CPhpMachine::Arrow() {
 void CPhpMachine::EndStatement() {
   Reduce(kLowest);
   Frame& frame = frames_.back();
-  values_.resize(std::min<std::size_t>(values_.size(), frame.values));
+  DropOperands(frame.values);
   operand_next_ = true;
   if (frame.kind == FrameKind::kBlock) weak_ = false;
   pending_new_ = false;

@@ -1,6 +1,7 @@
 // The walk over a PHP file's tokens. Internal to php_flow*.cpp; see php_flow.h.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
@@ -12,6 +13,7 @@
 #include <string_view>
 #include <vector>
 
+#include "engines/webshell/flow/stack.h"
 #include "engines/webshell/php/builtins.h"
 #include "engines/webshell/php/flow.h"
 #include "engines/webshell/php/names.h"
@@ -92,7 +94,14 @@ class CPhpMachine {
     bool is_name = false;     // a bare name
     bool is_member = false;
     bool request_named = false;                      // a variable whose name the request chose
-    std::shared_ptr<std::vector<VariableKey>> list;  // variables of a list(...) that is assigned to
+    std::unique_ptr<std::vector<VariableKey>> list;  // variables of a list(...) that is assigned to
+
+    /// Lets go of what others may share or wait for.
+    void Release() {
+      value.text = {};
+      value.array = {};
+      list.reset();
+    }
   };
   // Precedences; those of the binary operators lie between kCoalesce and kUnary.
   static constexpr int kLowest = 0;      // everything
@@ -114,10 +123,16 @@ class CPhpMachine {
     bool known = false;
     PhpWord word = PhpWord::kNone;
     std::uint8_t superglobal = 0;  // number + 1
+    std::uint16_t function = 0;    // of PHP's own functions, its row + 1
     std::uint32_t user = 0;        // function of the file of that name, its number + 1
   };
   static constexpr std::size_t kVariableRoom = 128;  // itself and its places in a table that doubles at half full
   NameFacts& FactsOf(PhpName name);
+  /// The function of PHP's own of that lower-case name, or null.
+  const PhpFunction* OwnFunction(PhpName name) {
+    const std::uint16_t row = FactsOf(name).function;
+    return row != 0 ? &PhpFunctions()[row - 1U] : nullptr;
+  }
   PhpName NameWithoutRoom(std::string_view text);
   /// The same letters in lower case.
   PhpName LowerOf(PhpName name);
@@ -136,7 +151,6 @@ class CPhpMachine {
   struct FrameValues {
     Operand callee;    // what is called or looked into, but for functions called by their names
     PhpValue element;  // foreach: what its variables get
-    CHeldRoom held;
   };
   struct Frame {
     FrameKind kind = FrameKind::kBlock;
@@ -152,10 +166,9 @@ class CPhpMachine {
     std::uint32_t arguments = 0;  // of kCall and kArray: where its arguments begin
     std::uint32_t block = 0;      // the innermost block: this frame or one around it
     std::uint32_t scope = 0;      // to go back to
-    std::uint32_t function = 0;
     PhpName callee_name = kNoName;
     PhpName array_key = kNoName;
-    std::unique_ptr<FrameValues> more;  // null: none of it, or no room for it
+    FrameValues* more = nullptr;  // null: none of it, or no room for it
   };
   static constexpr std::size_t kPrepaid = 64;                        // of each stack, whatever was held before
   static constexpr std::size_t kOperandRoom = sizeof(Operand) + 24;  // five fill a block
@@ -169,6 +182,7 @@ class CPhpMachine {
   }
   bool GrowArguments();
   FrameValues* MoreOf(Frame& frame);
+  void PopFrame();
   struct Variable {
     PhpValue value;
     std::uint32_t scope = 0;
@@ -186,6 +200,13 @@ class CPhpMachine {
     bool has_return = false;
   };
 
+  // What is called: by the text of a name, and what is known of it.
+  struct Called {
+    std::string_view name;
+    Function* user = nullptr;            // of the file
+    const PhpFunction* known = nullptr;  // of PHP's own
+  };
+
   // php_machine.cpp: tokens, brackets, statements
   void Pass();
   void Token();
@@ -194,6 +215,7 @@ class CPhpMachine {
   bool OnKeyword(PhpWord word);
   bool OnStructure(PhpWord word);
   void OnVariable(PhpToken& token);
+  Operand OfVariables(Operand operand);
   void OnString(const PhpToken& token);
   void OnNumber(std::string_view text);
   void Prefix(std::uint32_t code);
@@ -202,6 +224,9 @@ class CPhpMachine {
   void CloseBracket(char bracket);
   void OpenBlock();
   void CloseBlock();
+  void CloseVariable();
+  void CloseInto(const Frame& frame, bool empty, Operand* result);
+  void MakeArray(const Frame& frame, Operand* result);
   void EndStatement();
   void Declaration(bool is_closure);
   std::uint32_t NextFunction();
@@ -220,14 +245,20 @@ class CPhpMachine {
   bool BeforeIs(std::string_view op) const { return tokens_.Before() != nullptr && tokens_.Before()->Is(op); }
   std::string_view TextOf(const PhpToken& token) const { return token.Text(source_); }
   Frame* PushFrame(FrameKind kind);
-  void PushOperand(Operand operand);
+  Operand& NextOperand();
+  void PushOperand(Operand&& operand);
+  void Placed(Operand& operand);
+  bool HasOperand() const { return values_.size() > frames_.back().values; }
   Operand PopOperand();
+  void DropOperand();
+  void DropOperands(std::size_t size);
   void PushOperation(std::uint32_t code, int precedence, bool unary, bool keep_left = false);
   void PushPending(std::uint32_t code, int precedence, bool unary);
   void Reduce(int precedence);
   void Apply(const Operation& operation);
+  void ApplyUnary(std::uint32_t code, Operand* operand);
+  void Return(const PhpValue& value);
   void DropArguments(std::size_t count);
-  bool InForeach() const { return frames_.back().in_foreach; }
 
   // php_machine_values.cpp: variables and operators
   VariableKey KeyIn(std::uint32_t scope, PhpName name);
@@ -254,9 +285,11 @@ class CPhpMachine {
 
   // php_machine_calls.cpp: functions and what they give away
   PhpValue Call(const Frame& frame, const Operand& called_value, std::span<PhpValue> arguments);
-  PhpValue CallNamed(std::string_view name, std::span<PhpValue> arguments, bool hidden, HidingWay way);
+  PhpValue CallNamed(const Called& called, std::span<PhpValue> arguments, bool hidden, HidingWay way);
+  PhpValue CallOther(const Called& called, std::span<PhpValue> arguments);
   PhpValue CallKnown(const PhpFunction& function, std::span<PhpValue> arguments);
-  void GiveBack(const Frame& frame);
+  void GiveBack(const Frame& frame, const Called& called);
+  PhpValue Derived(const Called& called, std::span<const PhpValue> arguments);
   void CallBack(Function& user, std::string_view caller, const PhpValue& value);
   void CallWithAll(Function& user, const PhpValue& given);
   PhpValue New(const Frame& frame, const PhpValue& name_value, std::span<PhpValue> arguments);
@@ -265,6 +298,14 @@ class CPhpMachine {
   PhpValue CallUser(Function& function, std::span<const PhpValue> arguments);
   Function* FindUser(PhpName lower_name);
   Function* FindUser(std::string_view lower_name) { return FindUser(NameOf(lower_name)); }
+  Called CalledBy(std::string_view lower_name);
+  Called CalledBy(PhpName lower_name);
+  // Methods that PHP calls by itself.
+  Function* FindMagic(std::size_t number) { return FindUser(magic_names_[number]); }
+  static constexpr std::size_t kInvoke = 0;
+  static constexpr std::size_t kGet = 1;
+  static constexpr std::size_t kCallAny = 2;
+  static constexpr std::size_t kConstruct = 3;
   std::string CalledName(const PhpValue& callee);
   void RunCode(std::string_view name, const PhpValue& code);
   void RunCommand(std::string_view name, std::span<const PhpValue> arguments);
@@ -290,25 +331,28 @@ class CPhpMachine {
   CPhpNames names_{&budget_};
   bool in_code_;
   CPhpTokens tokens_;
+  std::array<PhpName, 4> magic_names_{};
   std::vector<NameFacts> facts_;  // per name
   bool operand_next_ = true;      // an operand is expected, not an operator
   int pass_ = 0;
-  std::deque<Operand> values_;
-  std::deque<Operation> operations_;
-  std::deque<Frame> frames_;
+  CFlowStack<Operand> values_;
+  CFlowStack<Operation> operations_;
+  CFlowStack<Frame> frames_;
+  CFlowStack<FrameValues> frame_values_;  // of the frames that have some, in their order
+  Operand beyond_;                        // takes what finds no room on the stack
   std::size_t most_values_ = kPrepaid;
   std::size_t most_operations_ = kPrepaid;
   std::size_t most_frames_ = kPrepaid;
+  std::size_t most_frame_values_ = kPrepaid;
   std::vector<PhpValue> arguments_;
   std::vector<VariableKey> argument_keys_;  // the variables that stand in them, in step with arguments_
   std::vector<PhpName> argument_names_;     // "name => value", in step with arguments_
-  std::deque<Variable> variables_;
+  CFlowStack<Variable> variables_;
   CProbeTable variable_table_;
   std::set<std::string, std::less<>> written_;  // files that got their content from the request
   std::deque<Function> functions_;
   std::uint32_t next_function_ = 0;
-  std::uint32_t scope_ = 0;
-  std::uint32_t function_ = 0;       // the function being walked + 1
+  std::uint32_t scope_ = 0;          // of the function being walked its number + 1
   std::size_t skipped_ = 0;          // brackets open beyond kMostFrames
   std::uint32_t pending_scope_ = 0;  // of the block that a declaration opens next, + 1
   bool pending_class_ = false;

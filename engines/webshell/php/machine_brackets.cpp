@@ -71,10 +71,7 @@ void CPhpMachine::OpenBlock() {
   PushFrame(FrameKind::kBlock)->is_class = pending_class_;
   pending_class_ = false;
   pending_scope_ = 0;
-  if (scope != 0) {
-    scope_ = scope;
-    function_ = scope;
-  }
+  if (scope != 0) scope_ = scope;
   weak_ = false;
 }
 
@@ -84,46 +81,47 @@ void CPhpMachine::CloseBlock() {
     --stray_braces_;
     return;
   }
-  if (frames_.back().kind == FrameKind::kVariable) {
-    Reduce(kLowest);
-    const Operand name = PopOperand();
-    frames_.pop_back();
-    if (name.value.Has(kFromRequest)) {
-      if (Function* const get = FindUser("__get")) CallUser(*get, std::span(&name.value, 1));
-    }
-    operand_next_ = true;
-    Operand operand;
-    if (name.value.HasText()) {
-      operand = Lookup(NameOf(name.value.Text()));
-      if (name.value.Has(kComputed) && operand.value.Has(kFromRequest) && operand.value.Has(kWholeRequest)) {
-        operand.value.origin |= kComputed;
-        operand.value.way = name.value.way;
-      }
-    } else {
-      operand.request_named = name.value.Has(kFromRequest);
-      operand.value = name.value.Taint();
-    }
-    PushOperand(std::move(operand));
-    return;
-  }
+  if (frames_.back().kind == FrameKind::kVariable) return CloseVariable();
   const std::size_t depth = frames_.back().block;
   Reduce(kLowest);
   if (depth == 0) {
-    values_.resize(std::min<std::size_t>(values_.size(), frames_.back().values));
+    DropOperands(frames_.back().values);
     operand_next_ = true;
     return;  // one too many
   }
-  const Frame& frame = frames_[depth];
-  values_.resize(std::min<std::size_t>(values_.size(), frame.values));
-  operations_.resize(std::min<std::size_t>(operations_.size(), frame.operations));
+  const Frame frame = frames_[depth];
+  DropOperands(frame.values);
+  operations_.Shrink(frame.operations);
   DropArguments(frame.arguments);
   const bool closure =
-      frame.function != function_ && values_.size() > frames_[depth - 1].values && values_.back().value.Has(kClosure);
+      frame.scope != scope_ && values_.size() > frames_[depth - 1].values && values_.back().value.Has(kClosure);
   scope_ = frame.scope;
-  function_ = frame.function;
-  frames_.resize(depth);
+  while (frames_.size() > depth) PopFrame();
   operand_next_ = !closure;
   weak_ = false;
+}
+
+// "${...}": the variable that the text between the brackets names.
+void CPhpMachine::CloseVariable() {
+  Reduce(kLowest);
+  const Operand name = PopOperand();
+  PopFrame();
+  if (name.value.Has(kFromRequest)) {
+    if (Function* const get = FindMagic(kGet)) CallUser(*get, std::span(&name.value, 1));
+  }
+  operand_next_ = true;
+  Operand operand;
+  if (name.value.HasText()) {
+    operand = Lookup(NameOf(name.value.Text()));
+    if (name.value.Has(kComputed) && operand.value.Has(kFromRequest) && operand.value.Has(kWholeRequest)) {
+      operand.value.origin |= kComputed;
+      operand.value.way = name.value.way;
+    }
+  } else {
+    operand.request_named = name.value.Has(kFromRequest);
+    operand.value = name.value.Taint();
+  }
+  PushOperand(std::move(operand));
 }
 
 void CPhpMachine::CloseBracket(char bracket) {
@@ -134,60 +132,79 @@ void CPhpMachine::CloseBracket(char bracket) {
   }
   if (bracket == '}' && !(frames_.back().kind == FrameKind::kIndex && frames_.size() > 1)) return CloseBlock();
   if (frames_.back().kind == FrameKind::kBlock) return;  // one too many
-  const bool empty = values_.size() <= frames_.back().values && operations_.size() <= frames_.back().operations;
-  if (frames_.back().kind == FrameKind::kCall || frames_.back().kind == FrameKind::kArray) {
-    if (!empty) Comma();
-  } else {
+  const bool empty = !HasOperand() && operations_.size() <= frames_.back().operations;
+  const bool list = frames_.back().kind == FrameKind::kCall || frames_.back().kind == FrameKind::kArray;
+  if (list && !empty) {
+    Comma();
+  } else if (!list) {
     Reduce(kLowest);
   }
-  Operand inner = PopOperand();
-  Frame frame = std::move(frames_.back());
-  const Operand none;
-  const Operand& callee = frame.more ? frame.more->callee : none;
-  frames_.pop_back();
-  values_.resize(std::min<std::size_t>(values_.size(), frame.values));
+  const Frame frame = frames_.back();
+  frames_.Pop();  // what more there is of it stays until the end
+  // The last operand of the bracket becomes the one that the bracket is.
+  if (values_.size() > frame.values + 1U) {
+    std::swap(values_[frame.values], values_.back());
+    DropOperands(frame.values + 1U);
+  }
+  const bool in_place = values_.size() > frame.values;
   operand_next_ = true;
-  Operand result;
+  if (frame.statement) {
+    DropOperands(frame.values);
+    weak_ = true;
+  } else {
+    operand_next_ = !in_place;
+    Operand& result = NextOperand();
+    if (!in_place) result = {};
+    CloseInto(frame, empty, &result);
+    Placed(result);
+  }
+  if (frame.more != nullptr) {
+    frame.more->callee.Release();
+    frame.more->element = {};
+    frame_values_.Pop();
+  }
+}
+
+// `*result` is what stood last between the brackets.
+void CPhpMachine::CloseInto(const Frame& frame, bool empty, Operand* result) {
+  const Operand none;
+  const Operand& callee = frame.more != nullptr ? frame.more->callee : none;
   switch (frame.kind) {
     case FrameKind::kIndex:
-      result = Element(callee, empty ? nullptr : &inner.value);
+      *result = Element(callee, empty ? nullptr : &result->value);
       break;
     case FrameKind::kArray:
+      MakeArray(frame, result);
+      DropArguments(frame.arguments);
+      break;
     case FrameKind::kCall: {
       const std::span<PhpValue> arguments(arguments_.data() + frame.arguments, arguments_.size() - frame.arguments);
-      const bool list = frame.kind == FrameKind::kArray;
-      if (list) {
-        if (NextIs("=") && frames_.size() < kPrepaid && operations_.size() < kPrepaid) {
-          result.list = std::make_shared<std::vector<VariableKey>>(
-              argument_keys_.begin() + static_cast<std::ptrdiff_t>(frame.arguments), argument_keys_.end());
-        }
-        for (const PhpValue& argument : arguments) result.value.Join(argument);
-        result.value.origin = (result.value.origin & ~static_cast<std::uint32_t>(kClosure)) | kArrayLiteral;
-        if (arguments.size() <= kMostElements && budget_.HasRoom(PhpArray::RoomFor(arguments.size()))) {
-          result.value.array = NewArray();
-          result.value.array->elements.reserve(arguments.size());
-          for (std::size_t i = 0; i < arguments.size(); ++i) {
-            const PhpName key = argument_names_[frame.arguments + i];
-            result.value.array->Add(key == kNoName || key == kEmptyName ? NameOfNumber(i) : key, arguments[i]);
-          }
-          if (!Account(&*result.value.array)) result.value.array = {};
-        }
-      } else {
-        result.value = Call(frame, callee, arguments);
-      }
+      result->value = Call(frame, callee, arguments);
       DropArguments(frame.arguments);
       break;
     }
-    default: {
-      result = std::move(inner);
-      result.is_name = false;
-      if (frame.statement) {
-        weak_ = true;
-        return;
-      }
-    }
+    default:
+      result->is_name = false;
   }
-  PushOperand(std::move(result));
+}
+
+void CPhpMachine::MakeArray(const Frame& frame, Operand* result) {
+  const std::span<const PhpValue> elements(arguments_.data() + frame.arguments, arguments_.size() - frame.arguments);
+  if (NextIs("=") && frames_.size() < kPrepaid && operations_.size() < kPrepaid) {
+    result->list = std::make_unique<std::vector<VariableKey>>(
+        argument_keys_.begin() + static_cast<std::ptrdiff_t>(frame.arguments), argument_keys_.end());
+  }
+  PhpValue& value = result->value;
+  for (const PhpValue& element : elements) value.Join(element);
+  value.origin = (value.origin & ~static_cast<std::uint32_t>(kClosure)) | kArrayLiteral;
+  if (elements.size() > kMostElements || !budget_.HasRoom(PhpArray::RoomFor(elements.size()))) return;
+  value.array = NewArray();
+  value.array->elements.reserve(elements.size());
+  for (std::size_t i = 0; i < elements.size(); ++i) {
+    const PhpName key = argument_names_[frame.arguments + i];
+    value.array->Add(key == kNoName || key == kEmptyName ? NameOfNumber(i) : key, elements[i]);
+  }
+  if (!Account(&*value.array)) value.array = {};
 }
 
 }  // namespace qiv

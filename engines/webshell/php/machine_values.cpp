@@ -111,7 +111,7 @@ CPhpMachine::VariableKey CPhpMachine::KeyIn(std::uint32_t scope, PhpName name) {
           request_variables_ = true;  // what is not followed may hold anything
           return 0;
         }
-        Variable& added = variables_.emplace_back();
+        Variable& added = variables_.Push();
         added.scope = scope;
         added.name = name;
         return static_cast<VariableKey>(variables_.size());
