@@ -78,7 +78,7 @@ bool IsAssignment(std::uint32_t code) {
 
 CPhpMachine::CPhpMachine(std::string_view source, bool in_code, std::size_t most_room)
     : source_(source), budget_(kWorkAnyway, kRoomAnyway, most_room), in_code_(in_code), tokens_(source, in_code) {
-  budget_.Hold(kPrepaid * (sizeof(Frame) + sizeof(FrameValues) + sizeof(Operand) + sizeof(Operation)));
+  budget_.Hold(kPrepaid * (sizeof(Frame) + sizeof(PhpValue) + sizeof(Operand) + sizeof(Operation)));
   nested_left_ = kWorkAnyway + source.size() * 4;
   constexpr std::array<std::string_view, 4> kMagic = {"__invoke", "__get", "__call", "__construct"};
   for (std::size_t i = 0; i < kMagic.size(); ++i) magic_names_[i] = names_.OfAnyway(kMagic[i]);
@@ -177,27 +177,26 @@ CPhpMachine::Frame* CPhpMachine::PushFrame(FrameKind kind) {
   return &frame;
 }
 
-CPhpMachine::FrameValues* CPhpMachine::MoreOf(Frame& frame) {
-  if (frame.more == nullptr && Grow(frame_values_.size(), &most_frame_values_, sizeof(FrameValues))) {
-    frame.more = &frame_values_.Push();
-    frame.more->callee = {};
-    frame.more->element = {};
+void CPhpMachine::SetElement(PhpValue&& value) {
+  Frame& frame = frames_.back();
+  if (frame.element == nullptr) {
+    if (!Grow(elements_.size(), &most_elements_, sizeof(PhpValue))) return;
+    frame.element = &elements_.Push();
   }
-  return frame.more;
+  *frame.element = std::move(value);
 }
 
 void CPhpMachine::PopFrame() {
-  if (FrameValues* const more = frames_.back().more) {
-    more->callee.Release();
-    more->element = {};
-    frame_values_.Pop();
+  if (frames_.back().element != nullptr) {
+    *frames_.back().element = {};
+    elements_.Pop();
   }
   frames_.Pop();
 }
 
 // Whether there is room for one more argument.
 bool CPhpMachine::GrowArguments() {
-  constexpr std::size_t kArgument = sizeof(PhpValue) + sizeof(VariableKey) + sizeof(PhpName);
+  constexpr std::size_t kArgument = sizeof(PhpValue) + sizeof(ArgumentFacts);
   const std::size_t old = arguments_.capacity();
   if (arguments_.size() < old) return true;
   const std::size_t grown = std::max(kPrepaid, old + old / 4);
@@ -207,16 +206,15 @@ bool CPhpMachine::GrowArguments() {
     return false;
   }
   arguments_.reserve(grown);
-  argument_keys_.reserve(grown);
-  argument_names_.reserve(grown);
+  argument_facts_.reserve(grown);
   budget_.Give(old * kArgument);
   return true;
 }
 
 void CPhpMachine::DropArguments(std::size_t count) {
-  arguments_.resize(std::min(arguments_.size(), count));
-  argument_keys_.resize(arguments_.size());
-  argument_names_.resize(arguments_.size());
+  if (arguments_.size() <= count) return;
+  arguments_.resize(count);
+  argument_facts_.resize(count);
 }
 
 // Where the next operand goes, in whatever state; without an operator between them only the last counts.
@@ -237,7 +235,7 @@ void CPhpMachine::PushOperand(Operand&& operand) {
 void CPhpMachine::Placed(Operand& operand) {
   const Frame& frame = frames_.back();
   if (frame.in_foreach && operand.key != 0) {
-    Store(operand.key, frame.more != nullptr ? frame.more->element : PhpValue(), false);
+    Store(operand.key, frame.element != nullptr ? *frame.element : PhpValue(), false);
   }
 }
 
@@ -454,12 +452,11 @@ void CPhpMachine::Comma() {
           !GrowArguments()) {
         if (arguments_.size() > frame.arguments) arguments_.back().Join(operand.value);
       } else {
-        argument_keys_.push_back(operand.indexed ? 0 : operand.key);
+        argument_facts_.push_back({operand.indexed ? 0 : operand.key, frame.has_key ? frame.array_key : kNoName});
         arguments_.push_back(std::move(operand.value));
-        argument_names_.push_back(frame.has_key ? frame.array_key : kNoName);
       }
-      if (frame.kind == FrameKind::kArray && frame.more && arguments_.size() > frame.arguments) {
-        arguments_.back().Join(std::exchange(frame.more->element, PhpValue()));
+      if (frame.kind == FrameKind::kArray && frame.element != nullptr && arguments_.size() > frame.arguments) {
+        arguments_.back().Join(std::exchange(*frame.element, PhpValue()));
       }
     }
     frame.has_key = false;
@@ -474,8 +471,8 @@ void CPhpMachine::Arrow() {
   const Operand key = PopOperand();
   Frame& frame = frames_.back();
   if (frame.kind == FrameKind::kArray) {
-    if (frame.more || key.value.origin != 0 || key.value.way != HidingWay::kNone) {
-      if (FrameValues* const more = MoreOf(frame)) more->element = key.value.Taint();
+    if (frame.element != nullptr || key.value.origin != 0 || key.value.way != HidingWay::kNone) {
+      SetElement(key.value.Taint());
     }
     frame.array_key = IndexOf(key.value);
     frame.has_key = frame.array_key != kNoName;

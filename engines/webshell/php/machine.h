@@ -147,11 +147,6 @@ class CPhpMachine {
     bool unary = false;
   };
   enum class FrameKind : std::uint8_t { kBlock, kParen, kCall, kIndex, kArray, kVariable, kSkip };
-  // What few brackets need.
-  struct FrameValues {
-    Operand callee;    // what is called or looked into, but for functions called by their names
-    PhpValue element;  // foreach: what its variables get
-  };
   struct Frame {
     FrameKind kind = FrameKind::kBlock;
     bool named = false;      // callee_name is the function
@@ -161,6 +156,7 @@ class CPhpMachine {
     bool is_class = false;
     bool in_foreach = false;
     bool has_key = false;
+    bool has_callee = false;  // what is called or looked into stands below its values
     std::uint32_t values = 0;
     std::uint32_t operations = 0;
     std::uint32_t arguments = 0;  // of kCall and kArray: where its arguments begin
@@ -168,7 +164,7 @@ class CPhpMachine {
     std::uint32_t scope = 0;      // to go back to
     PhpName callee_name = kNoName;
     PhpName array_key = kNoName;
-    FrameValues* more = nullptr;  // null: none of it, or no room for it
+    PhpValue* element = nullptr;  // what "foreach" gives its variables, or "=>" an element; null: nothing, or no room
   };
   static constexpr std::size_t kPrepaid = 64;                        // of each stack, whatever was held before
   static constexpr std::size_t kOperandRoom = sizeof(Operand) + 24;  // five fill a block
@@ -181,7 +177,7 @@ class CPhpMachine {
     return true;
   }
   bool GrowArguments();
-  FrameValues* MoreOf(Frame& frame);
+  void SetElement(PhpValue&& value);
   void PopFrame();
   struct Variable {
     PhpValue value;
@@ -225,8 +221,8 @@ class CPhpMachine {
   void OpenBlock();
   void CloseBlock();
   void CloseVariable();
-  void CloseInto(const Frame& frame, bool empty, Operand* result);
-  void MakeArray(const Frame& frame, Operand* result);
+  Operand MakeArray(const Frame& frame);
+  Operand& ResultOf(const Frame& frame);
   void EndStatement();
   void Declaration(bool is_closure);
   std::uint32_t NextFunction();
@@ -338,15 +334,18 @@ class CPhpMachine {
   CFlowStack<Operand> values_;
   CFlowStack<Operation> operations_;
   CFlowStack<Frame> frames_;
-  CFlowStack<FrameValues> frame_values_;  // of the frames that have some, in their order
-  Operand beyond_;                        // takes what finds no room on the stack
+  CFlowStack<PhpValue> elements_;  // of the frames that have one, in their order
+  Operand beyond_;                 // takes what finds no room on the stack
   std::size_t most_values_ = kPrepaid;
   std::size_t most_operations_ = kPrepaid;
   std::size_t most_frames_ = kPrepaid;
-  std::size_t most_frame_values_ = kPrepaid;
+  std::size_t most_elements_ = kPrepaid;
   std::vector<PhpValue> arguments_;
-  std::vector<VariableKey> argument_keys_;  // the variables that stand in them, in step with arguments_
-  std::vector<PhpName> argument_names_;     // "name => value", in step with arguments_
+  struct ArgumentFacts {
+    VariableKey key = 0;     // the variable that stands in it
+    PhpName name = kNoName;  // "name => value"
+  };
+  std::vector<ArgumentFacts> argument_facts_;  // in step with arguments_
   CFlowStack<Variable> variables_;
   CProbeTable variable_table_;
   std::set<std::string, std::less<>> written_;  // files that got their content from the request

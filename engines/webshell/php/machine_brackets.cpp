@@ -33,21 +33,20 @@ void CPhpMachine::OpenBracket(char bracket) {
       PushFrame(FrameKind::kArray);
       return;
     }
-    Operand base = PopOperand();
-    Frame& frame = *PushFrame(FrameKind::kIndex);
-    if (FrameValues* const more = MoreOf(frame)) more->callee = std::move(base);
+    const bool has_base = HasOperand();
+    PushFrame(FrameKind::kIndex)->has_callee = has_base;
     return;
   }
   if (!operand_next_) {  // a call
-    Operand callee = PopOperand();
+    const bool has_callee = HasOperand();
+    const Operand none;
+    const Operand& callee = has_callee ? values_.back() : none;
     Frame& frame = *PushFrame(FrameKind::kCall);
     frame.named = callee.is_name;
     frame.is_member = callee.is_member;
     frame.callee_name = callee.name;
     frame.is_new = std::exchange(pending_new_, false);
-    if (!callee.is_name || callee.is_member || callee.value.origin != 0 || callee.value.HasText()) {
-      if (FrameValues* const more = MoreOf(frame)) more->callee = std::move(callee);
-    }
+    frame.has_callee = has_callee;
     return;
   }
   // A cast is "(", a type's name, ")".
@@ -140,71 +139,80 @@ void CPhpMachine::CloseBracket(char bracket) {
     Reduce(kLowest);
   }
   const Frame frame = frames_.back();
-  frames_.Pop();  // what more there is of it stays until the end
+  PopFrame();
+  operand_next_ = true;
+  switch (frame.kind) {
+    case FrameKind::kIndex: {
+      const Operand none;
+      const bool has_index = values_.size() > frame.values;
+      Operand index = has_index ? std::move(values_.back()) : Operand();
+      DropOperands(frame.values);
+      Operand element = Element(frame.has_callee ? values_.back() : none, empty ? nullptr : &index.value);
+      Operand& result = ResultOf(frame);
+      result = std::move(element);
+      return Placed(result);
+    }
+    case FrameKind::kCall: {
+      const Operand none;
+      const std::span<PhpValue> arguments(arguments_.data() + frame.arguments, arguments_.size() - frame.arguments);
+      PhpValue value = Call(frame, frame.has_callee ? values_.back() : none, arguments);
+      DropArguments(frame.arguments);
+      Operand& result = ResultOf(frame);
+      result = {};
+      result.value = std::move(value);
+      return;
+    }
+    case FrameKind::kArray:
+      PushOperand(MakeArray(frame));
+      DropArguments(frame.arguments);
+      return;
+    default:
+      break;
+  }
   // The last operand of the bracket becomes the one that the bracket is.
   if (values_.size() > frame.values + 1U) {
     std::swap(values_[frame.values], values_.back());
     DropOperands(frame.values + 1U);
   }
-  const bool in_place = values_.size() > frame.values;
-  operand_next_ = true;
   if (frame.statement) {
     DropOperands(frame.values);
     weak_ = true;
+  } else if (values_.size() > frame.values) {
+    operand_next_ = false;
+    values_.back().is_name = false;
+    Placed(values_.back());
   } else {
-    operand_next_ = !in_place;
-    Operand& result = NextOperand();
-    if (!in_place) result = {};
-    CloseInto(frame, empty, &result);
-    Placed(result);
-  }
-  if (frame.more != nullptr) {
-    frame.more->callee.Release();
-    frame.more->element = {};
-    frame_values_.Pop();
+    PushOperand({});
   }
 }
 
-// `*result` is what stood last between the brackets.
-void CPhpMachine::CloseInto(const Frame& frame, bool empty, Operand* result) {
-  const Operand none;
-  const Operand& callee = frame.more != nullptr ? frame.more->callee : none;
-  switch (frame.kind) {
-    case FrameKind::kIndex:
-      *result = Element(callee, empty ? nullptr : &result->value);
-      break;
-    case FrameKind::kArray:
-      MakeArray(frame, result);
-      DropArguments(frame.arguments);
-      break;
-    case FrameKind::kCall: {
-      const std::span<PhpValue> arguments(arguments_.data() + frame.arguments, arguments_.size() - frame.arguments);
-      result->value = Call(frame, callee, arguments);
-      DropArguments(frame.arguments);
-      break;
-    }
-    default:
-      result->is_name = false;
-  }
+// Where the result of a call or an index goes: in the place of what was called or looked into.
+CPhpMachine::Operand& CPhpMachine::ResultOf(const Frame& frame) {
+  operand_next_ = !frame.has_callee;
+  return NextOperand();
 }
 
-void CPhpMachine::MakeArray(const Frame& frame, Operand* result) {
+CPhpMachine::Operand CPhpMachine::MakeArray(const Frame& frame) {
   const std::span<const PhpValue> elements(arguments_.data() + frame.arguments, arguments_.size() - frame.arguments);
+  Operand result;
   if (NextIs("=") && frames_.size() < kPrepaid && operations_.size() < kPrepaid) {
-    result->list = std::make_unique<std::vector<VariableKey>>(
-        argument_keys_.begin() + static_cast<std::ptrdiff_t>(frame.arguments), argument_keys_.end());
+    result.list = std::make_unique<std::vector<VariableKey>>();
+    for (std::size_t i = frame.arguments; i < argument_facts_.size(); ++i) {
+      result.list->push_back(argument_facts_[i].key);
+    }
   }
-  PhpValue& value = result->value;
+  PhpValue& value = result.value;
   for (const PhpValue& element : elements) value.Join(element);
   value.origin = (value.origin & ~static_cast<std::uint32_t>(kClosure)) | kArrayLiteral;
-  if (elements.size() > kMostElements || !budget_.HasRoom(PhpArray::RoomFor(elements.size()))) return;
+  if (elements.size() > kMostElements || !budget_.HasRoom(PhpArray::RoomFor(elements.size()))) return result;
   value.array = NewArray();
   value.array->elements.reserve(elements.size());
   for (std::size_t i = 0; i < elements.size(); ++i) {
-    const PhpName key = argument_names_[frame.arguments + i];
+    const PhpName key = argument_facts_[frame.arguments + i].name;
     value.array->Add(key == kNoName || key == kEmptyName ? NameOfNumber(i) : key, elements[i]);
   }
   if (!Account(&*value.array)) value.array = {};
+  return result;
 }
 
 }  // namespace qiv

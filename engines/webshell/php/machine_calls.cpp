@@ -129,29 +129,29 @@ PhpValue CPhpMachine::Call(const Frame& frame, const Operand& called_value, std:
 
 // What a call leaves in the variables among its arguments.
 void CPhpMachine::GiveBack(const Frame& frame, const Called& called) {
-  const std::span<const VariableKey> keys = std::span(argument_keys_).subspan(frame.arguments);
+  const std::span<const ArgumentFacts> facts = std::span(argument_facts_).subspan(frame.arguments);
   const std::span<const PhpValue> values = std::span(arguments_).subspan(frame.arguments);
   const PhpFunction* const known = called.known;
   if (known != nullptr && known->to >= 0) {
     const auto from = static_cast<std::size_t>(known->from);
     const auto to = static_cast<std::size_t>(known->to);
-    if (keys.size() > std::max(from, to) && keys[to] != 0) {
+    if (facts.size() > std::max(from, to) && facts[to].key != 0) {
       PhpValue given;
       given.origin = values[from].origin & (kFromRequest | kServerList | kDecoded | kFromNetwork);
       if (known->kind == PhpFunctionKind::kDecode) given.origin |= kDecoded;
       if (known->kind == PhpFunctionKind::kExtract) given.origin = values[from].origin & kRequest;
-      if (given.origin != 0) Store(keys[to], given, false);
+      if (given.origin != 0) Store(facts[to].key, given, false);
       return;
     }
   }
   const Function* const function = called.user;
   if (function == nullptr) return;
   const std::uint32_t scope = FactsOf(frame.callee_name).user;
-  for (std::size_t i = 0; i < std::min(keys.size(), function->by_reference.size()); ++i) {
+  for (std::size_t i = 0; i < std::min(facts.size(), function->by_reference.size()); ++i) {
     const VariableKey parameter = function->by_reference[i] ? KeyIn(scope, function->parameters[i]) : 0;
-    if (parameter == 0 || keys[i] == 0) continue;
+    if (parameter == 0 || facts[i].key == 0) continue;
     const PhpValue value = variables_[parameter - 1].value;
-    if (value.HasText() || value.origin != 0) Store(keys[i], value, false);
+    if (value.HasText() || value.origin != 0) Store(facts[i].key, value, false);
   }
 }
 

@@ -212,7 +212,7 @@ bool CPhpMachine::OnKeyword(PhpWord word) {
       Reduce(kLowest);
       const Operand list = PopOperand();
       if (frames_.back().kind == FrameKind::kParen) {
-        if (FrameValues* const more = MoreOf(frames_.back())) more->element = Each(list.value);
+        SetElement(Each(list.value));
         frames_.back().in_foreach = true;
       }
       operand_next_ = true;
