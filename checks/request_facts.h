@@ -78,9 +78,10 @@ struct RequestFacts {
   /// still substituted in it.
   std::string prepared_page;
   bool gbk_page = false;
-  bool custom_page = false;  ///< set when a complete custom page was used
-  bool statistics = true;    ///< whether this request's later blocks are counted in statistics; lists clear it
-  bool attack = false;       ///< the request's attack mark
+  bool custom_page = false;   ///< set when a complete custom page was used
+  bool statistics = true;     ///< whether this request's later blocks are counted in statistics; lists clear it
+  bool attack = false;        ///< the request's attack mark
+  bool form_scanned = false;  ///< every part of a multipart form was scanned whole for webshells
   /// Identifier of the event that this request's block becomes, for the log and the visitor; empty before a page is
   /// written.
   std::string event_id;

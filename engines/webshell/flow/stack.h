@@ -11,7 +11,7 @@
 namespace qiv {
 
 /// What is taken off is as new when it is put on again only if the caller makes it so: elements are kept as they are.
-template <typename T>
+template <typename T, std::size_t kBlock = 16>
 class CFlowStack {
  public:
   std::size_t size() const { return size_; }
@@ -21,7 +21,7 @@ class CFlowStack {
   T& back() { return *top_; }
   const T& back() const { return *top_; }
 
-  /// The next element, as it was left or as new.
+  /// The next element, as it was left or as new. Those that are there stay where they are.
   T& Push() {
     if (size_ / kBlock == blocks_.size()) blocks_.push_back(std::make_unique<Block>());
     ++size_;
@@ -38,7 +38,6 @@ class CFlowStack {
   }
 
  private:
-  static constexpr std::size_t kBlock = 32;
   using Block = std::array<T, kBlock>;
 
   std::vector<std::unique_ptr<Block>> blocks_;

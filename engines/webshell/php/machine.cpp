@@ -74,10 +74,21 @@ bool IsAssignment(std::uint32_t code) {
   }
 }
 
+// Room that is there before a byte has earned any: for brackets as deep as they may stand. Each byte earns its part of
+// the rest: names and variables of ordinary programs take some three, their texts and arrays less.
+std::size_t FirstRoom(std::size_t source, std::size_t most_room) {
+  constexpr std::size_t kLeastEarned = 4;  // by a byte
+  return std::min(kPhpRoomAnyway, most_room - std::min(most_room, source * kLeastEarned));
+}
+
 }  // namespace
 
 CPhpMachine::CPhpMachine(std::string_view source, bool in_code, std::size_t most_room)
-    : source_(source), budget_(kWorkAnyway, kRoomAnyway, most_room), in_code_(in_code), tokens_(source, in_code) {
+    : source_(source),
+      room_per_byte_((most_room - FirstRoom(source.size(), most_room)) / (source.size() + 1) + 1),
+      budget_(kWorkAnyway, FirstRoom(source.size(), most_room), most_room),
+      in_code_(in_code),
+      tokens_(source, in_code) {
   budget_.Hold(kPrepaid * (sizeof(Frame) + sizeof(PhpValue) + sizeof(Operand) + sizeof(Operation)));
   nested_left_ = kWorkAnyway + source.size() * 4;
   constexpr std::array<std::string_view, 4> kMagic = {"__invoke", "__get", "__call", "__construct"};
@@ -126,7 +137,7 @@ void CPhpMachine::Pass() {
   for (tokens_ = CPhpTokens(source_, in_code_); tokens_.Advance();) {
     const std::size_t end = tokens_.At().End();
     if (end > earned) budget_.EarnWork((end - std::exchange(earned, end)) * kWorkPerByte);
-    if (end > earned_) budget_.EarnRoom((end - std::exchange(earned_, end)) * kRoomPerByte);
+    if (end > earned_) budget_.EarnRoom((end - std::exchange(earned_, end)) * room_per_byte_);
     Token();
   }
   EndStatement();
@@ -282,16 +293,12 @@ void CPhpMachine::Reduce(int precedence) {
 // The result takes the place of what it is made of; an operand that is missing is an empty one.
 void CPhpMachine::Apply(const Operation& operation) {
   const std::size_t operands = values_.size() - std::min<std::size_t>(values_.size(), frames_.back().values);
-  if (operands == 0) values_.Push() = {};
-  if (operation.unary) return ApplyUnary(operation.code, &values_.back());
-  Operand right;
-  if (operands > 1) {
-    right = std::move(values_.back());
-    values_.Pop();
-  } else {
-    right = std::exchange(values_.back(), {});
-  }
-  Operand& left = values_.back();
+  if (operands == 0) (Grow(values_.size(), &most_values_, sizeof(Operand)) ? values_.Push() : beyond_) = {};
+  Operand& last = values_.size() > frames_.back().values ? values_.back() : beyond_;
+  if (operation.unary) return ApplyUnary(operation.code, &last);
+  Operand right = std::exchange(last, {});
+  if (operands > 1) values_.Pop();
+  Operand& left = operands > 1 ? values_.back() : last;
   if (IsAssignment(operation.code)) {
     Assign(operation.code, left, right.value);
     left.value = std::move(right.value);

@@ -4,7 +4,6 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <functional>
 #include <memory>
 #include <set>
@@ -53,6 +52,7 @@ std::uint8_t SuperglobalNumber(std::string_view name);
 
 class CPhpMachine {
  public:
+  /// `most_room`: see FollowPhp.
   CPhpMachine(std::string_view source, bool in_code, std::size_t most_room);
   PhpFlowResult Run();
 
@@ -70,10 +70,6 @@ class CPhpMachine {
   static constexpr std::size_t kMostFunctions = 1 << 16;  // the functions behind them count as one
   static constexpr std::size_t kMostPending = 4096;       // operators of a bracket that wait for their right side
   static constexpr std::size_t kMostWritten = 4096;       // files that are remembered
-  // Room for each byte of source: names and variables of ordinary programs take some three, their texts and arrays
-  // less; and for the shortest, with brackets as deep as they may stand.
-  static constexpr std::size_t kRoomPerByte = 8;
-  static constexpr std::size_t kRoomAnyway = 1 << 19;
   // Brackets inside each other. PHP's own parser gives up at 10,000 symbols: what stands deeper never runs.
   static constexpr std::size_t kMostFrames = 10000;
 
@@ -125,8 +121,9 @@ class CPhpMachine {
     std::uint8_t superglobal = 0;  // number + 1
     std::uint16_t function = 0;    // of PHP's own functions, its row + 1
     std::uint32_t user = 0;        // function of the file of that name, its number + 1
+    VariableKey global = 0;        // variable of that name outside functions
   };
-  static constexpr std::size_t kVariableRoom = 128;  // itself and its places in a table that doubles at half full
+  static constexpr std::size_t kVariablePlace = 24;  // bytes, in a table that doubles at three quarters full
   NameFacts& FactsOf(PhpName name);
   /// The function of PHP's own of that lower-case name, or null.
   const PhpFunction* OwnFunction(PhpName name) {
@@ -258,6 +255,7 @@ class CPhpMachine {
 
   // php_machine_values.cpp: variables and operators
   VariableKey KeyIn(std::uint32_t scope, PhpName name);
+  VariableKey AddVariable(std::uint32_t scope, PhpName name, std::size_t room);
   VariableKey KeyOf(PhpName name);
   Operand Lookup(PhpName name);
   PhpValue Load(VariableKey key);
@@ -322,14 +320,15 @@ class CPhpMachine {
   bool IsAdded(std::vector<std::string>* texts, std::string_view text);
 
   std::string_view source_;
+  std::size_t room_per_byte_;
   CFlowBudget budget_;      // outlives all that is held
   std::size_t earned_ = 0;  // bytes of source that have earned their room
   CPhpNames names_{&budget_};
   bool in_code_;
   CPhpTokens tokens_;
   std::array<PhpName, 4> magic_names_{};
-  std::vector<NameFacts> facts_;  // per name
-  bool operand_next_ = true;      // an operand is expected, not an operator
+  CFlowStack<NameFacts, 32> facts_;  // per name
+  bool operand_next_ = true;         // an operand is expected, not an operator
   int pass_ = 0;
   CFlowStack<Operand> values_;
   CFlowStack<Operation> operations_;
@@ -349,7 +348,7 @@ class CPhpMachine {
   CFlowStack<Variable> variables_;
   CProbeTable variable_table_;
   std::set<std::string, std::less<>> written_;  // files that got their content from the request
-  std::deque<Function> functions_;
+  CFlowStack<Function, 8> functions_;
   std::uint32_t next_function_ = 0;
   std::uint32_t scope_ = 0;          // of the function being walked its number + 1
   std::size_t skipped_ = 0;          // brackets open beyond kMostFrames

@@ -98,12 +98,12 @@ PhpName CPhpMachine::LowerOf(PhpName name) {
 
 CPhpMachine::NameFacts& CPhpMachine::FactsOf(PhpName name) {
   if ((name & kNumberName) != 0) name = kNoName;
-  if (name >= facts_.size()) facts_.resize(std::max<std::size_t>(name + 1, facts_.size() * 2));
+  while (name >= facts_.size()) facts_.Push();
   NameFacts& facts = facts_[name];
   if (!facts.known) {
     const std::string_view text = names_.Text(name);
     const PhpFunction* const function = FindPhpFunction(text);
-    facts = {true, WordOf(text), SuperglobalNumber(text), 0, 0};
+    facts = {true, WordOf(text), SuperglobalNumber(text), 0, 0, 0};
     if (function != nullptr) facts.function = static_cast<std::uint16_t>(function - PhpFunctions().data() + 1);
   }
   return facts;
@@ -270,7 +270,7 @@ std::uint32_t CPhpMachine::NextFunction() {
   const std::uint32_t number = next_function_;
   if (number == functions_.size()) {
     if (number != 0 && !budget_.TakeFromPlenty(sizeof(Function) + 64)) return number - 1;
-    functions_.emplace_back();
+    functions_.Push();
   }
   if (next_function_ + 1 < kMostFunctions) ++next_function_;
   return number;
