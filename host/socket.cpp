@@ -26,6 +26,9 @@ namespace qiv::host {
 namespace {
 
 constexpr std::size_t kLargestCall = 1u << 30;
+#if defined(TCP_NOTSENT_LOWAT)
+constexpr int kUnsentLimit = 128 * 1024;  ///< a fast client on a fast line is sent more before this is gone
+#endif
 
 #if defined(_WIN32)
 using Native = SOCKET;
@@ -125,6 +128,14 @@ void PrepareReset(SocketHandle socket) {
   off.l_onoff = 1;
   off.l_linger = 0;
   setsockopt(ToNative(socket), SOL_SOCKET, SO_LINGER, reinterpret_cast<const char*>(&off), sizeof off);
+}
+
+void LimitUnsent([[maybe_unused]] SocketHandle socket) {
+#if defined(TCP_NOTSENT_LOWAT)
+  // Elsewhere the system's own limit of a send buffer holds.
+  const int limit = kUnsentLimit;
+  setsockopt(ToNative(socket), IPPROTO_TCP, TCP_NOTSENT_LOWAT, reinterpret_cast<const char*>(&limit), sizeof limit);
+#endif
 }
 
 void RaiseSocketLimit() { RaiseLimit(); }
