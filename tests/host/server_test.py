@@ -374,7 +374,6 @@ class Lifetime(unittest.TestCase):
                     return client.response().body
             self.assertEqual(before_the_cut(half_sent), b"client lost")
 
-    @unittest.skipIf(WINE, "under wine the first Ctrl-C does not end a host with a body on its way; cause not found")
     def test_stop_finishes_what_runs(self):
         with Host("--root", native(self.folder.name)) as host:
             with host.connect() as busy, host.connect() as idle:
