@@ -12,7 +12,6 @@
 #include <string>
 #include <string_view>
 
-#include "checks/event_recorder.h"
 #include "checks/file_content.h"
 #include "checks/upload_name.h"
 #include "checks/webshell_finding.h"
@@ -72,18 +71,20 @@ bool IsDeclaredImage(std::string_view content_type) {
 
 class CUploadRun {
  public:
-  CUploadRun(RequestFacts& facts, CheckResult& result)
+  CUploadRun(const RequestFacts& facts, const CheckContext& context, CheckResult& result)
       : facts_(facts),
+        context_(context),
         result_(result),
-        base_(facts.config->base),
-        request_(facts.config->request),
+        base_(context.config.base),
+        request_(context.config.request),
         scan_left_(std::min(kScannedScript, kScannedAnyway + facts.raw_body.size() * kScansPerByte)) {}
 
   void Run() {
     Search();
-    facts_.form_scanned = form_ && base_.upload && base_.upload_file && !partial_ && result_.status == kUndecided;
+    result_.request.form_scanned =
+        form_ && base_.upload && base_.upload_file && !partial_ && result_.status == kUndecided;
     if (!partial_ || result_.status == kBlocked) return;
-    RecordPartialScan({"File", {}, MessageId::kUploadItem}, "upload", facts_);
+    RecordPartialScan({"File", {}, MessageId::kUploadItem}, "upload", facts_, context_);
   }
 
  private:
@@ -218,12 +219,12 @@ class CUploadRun {
     constexpr std::size_t kPrice = 64;
     scan_left_ -= std::min(scan_left_, content.size() + kPrice);
     WebshellResult found;
-    if (!facts_.webshells) return false;
-    const bool hit = facts_.webshells->WebshellScan(content, &found);
+    if (!context_.webshells) return false;
+    const bool hit = context_.webshells->WebshellScan(content, &found);
     partial_ = partial_ || found.partial;
     if (!hit) return false;
     if (found.suspicious && base_.trojan_strict_mode == 0) return false;
-    BlockWebshell({"File", Shown(item), MessageId::kUploadItem}, found, facts_, result_);
+    BlockWebshell({"File", Shown(item), MessageId::kUploadItem}, found, facts_, context_, result_);
     return true;
   }
 
@@ -304,13 +305,14 @@ class CUploadRun {
       AppendAll(&result_.detail, {comma, T(MessageId::kKeywords), colon,
                                   CCharSet::Prefix(CCharSet::ToLocal(std::string(found)), kLongestShown)});
     }
-    BlockPlainly(kKindUpload, facts_.statistics ? statistics : "", facts_, result_);
+    BlockPlainly(kKindUpload, result_.request.statistics ? statistics : "", facts_, context_, result_);
     return true;
   }
 
-  std::string_view T(MessageId id) const { return Message(facts_.config->language, id); }
+  std::string_view T(MessageId id) const { return Message(context_.config.language, id); }
 
-  RequestFacts& facts_;
+  const RequestFacts& facts_;
+  const CheckContext& context_;
   CheckResult& result_;
   const BaseSettings& base_;
   const RequestSettings& request_;
@@ -332,6 +334,8 @@ bool IsUploadBody(const RequestFacts& facts) {
   return true;
 }
 
-void UploadCheck(RequestFacts& facts, CheckResult& result) { CUploadRun(facts, result).Run(); }
+void UploadCheck(const RequestFacts& facts, const CheckContext& context, CheckResult& result) {
+  CUploadRun(facts, context, result).Run();
+}
 
 }  // namespace qiv

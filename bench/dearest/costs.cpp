@@ -99,9 +99,9 @@ CCosts::CCosts(const std::string& rules, const std::string& profile)
   options.profile = profile;
   if (InitInstallation(options) != 0) return;
   InitialiseModule(directory_, false);
-  ModuleConfig().RefreshTick();
+  State().config.RefreshTick();
   parts_ = new Parts;
-  ready_ = ModuleConfig().IsConfigValid() && !iis::Failed(parts_->modules.Register(&RegisterModule));
+  ready_ = State().config.IsConfigValid() && !iis::Failed(parts_->modules.Register(&RegisterModule));
   // What is made once, with the first request of a kind, is no request's.
   for (std::size_t kind = 0; ready_ && kind < KindNames().size(); ++kind)
     Measure({kind, 0, Shape::kCycle, {0}}, 4096, 2);
