@@ -1,4 +1,4 @@
-// The walk over a PHP file's tokens. Internal to php_flow*.cpp; see php_flow.h.
+// The walk over a PHP file's tokens. Internal to this room; see flow.h.
 #pragma once
 
 #include <array>
@@ -49,6 +49,9 @@ enum class PhpWord : std::uint8_t {
 
 /// The number of a superglobal variable in its table, from 1 on; 0: none.
 std::uint8_t SuperglobalNumber(std::string_view name);
+
+/// Whether the operator of that code (PhpOperator) assigns.
+bool IsPhpAssignment(std::uint32_t code);
 
 class CPhpMachine {
  public:
@@ -200,7 +203,7 @@ class CPhpMachine {
     const PhpFunction* known = nullptr;  // of PHP's own
   };
 
-  // php_machine.cpp: tokens, brackets, statements
+  // machine.cpp, machine_operands.cpp, machine_brackets.cpp: tokens, operators, brackets, statements
   void Pass();
   void Token();
   void OnOperator(const PhpToken& token);
@@ -253,7 +256,7 @@ class CPhpMachine {
   void Return(const PhpValue& value);
   void DropArguments(std::size_t count);
 
-  // php_machine_values.cpp: variables and operators
+  // machine_values.cpp: variables and operators
   VariableKey KeyIn(std::uint32_t scope, PhpName name);
   VariableKey AddVariable(std::uint32_t scope, PhpName name, std::size_t room);
   VariableKey KeyOf(PhpName name);
@@ -277,7 +280,7 @@ class CPhpMachine {
   CPhpShare<PhpArray> NewArray(const PhpArray* copied = nullptr);
   bool Account(PhpArray* array);
 
-  // php_machine_calls.cpp: functions and what they give away
+  // machine_calls.cpp: functions and what they give away
   PhpValue Call(const Frame& frame, const Operand& called_value, std::span<PhpValue> arguments);
   PhpValue CallNamed(const Called& called, std::span<PhpValue> arguments, bool hidden, HidingWay way);
   PhpValue CallOther(const Called& called, std::span<PhpValue> arguments);
