@@ -81,6 +81,14 @@ std::vector<Item> Items(std::string_view list, std::string_view key, std::option
   return items;
 }
 
+/// `names`: wrapped, as the record holds them.
+CTextList SpiderKeys(const std::vector<std::string>& keys, std::string_view names) {
+  std::string list;
+  for (const std::string& key : keys) AppendAll(&list, {key, "|"});
+  for (const std::string_view name : Split(names, ",")) AppendAll(&list, {name, "|"});
+  return CTextList(CCharSet::LowerAscii(list));
+}
+
 MethodFilter Methods(std::string_view wrapped) {
   MethodFilter filter;
   filter.rpc = wrapped.find("|RPC|") != std::string_view::npos;
@@ -153,8 +161,9 @@ bool MethodFilter::Admits(std::string_view method) const {
   return other && !Holds(kNamedMethods, lower);
 }
 
-PreparedAccess PrepareAccess(const RequestSettings& request, const ProtectSettings& protect,
-                             const AttackSettings& attack, std::vector<MalformedItems>* malformed) {
+PreparedAccess PrepareAccess(const WebsiteConfig& config, std::vector<MalformedItems>* malformed) {
+  const ProtectSettings& protect = config.protect;
+  const AttackSettings& attack = config.attack;
   PreparedAccess access;
   access.static_urls = CPathList(protect.static_urls);
   access.admin_urls = CPathList(protect.admin_urls);
@@ -165,7 +174,8 @@ PreparedAccess PrepareAccess(const RequestSettings& request, const ProtectSettin
   access.timelimit_auth_times =
       Items(protect.timelimit_auth_times, "website_protect.timelimit_auth_times", &ParseTimeSpan, malformed);
   access.link_file_types = CExtensions(protect.link_file_types);
-  access.link_white_referers = CTextList(CCharSet::LowerAscii(protect.link_white_referers));
+  access.link_white_referers = BarItems(CCharSet::LowerAscii(protect.link_white_referers));
+  access.link_empty_referer = std::erase(access.link_white_referers, "{$empty}") != 0;
   access.link_white_urls = CPathList(protect.link_white_urls);
   access.type_file_types = CExtensions(protect.type_file_types);
   access.type_white_urls = CPathList(protect.type_white_urls);
@@ -176,7 +186,9 @@ PreparedAccess PrepareAccess(const RequestSettings& request, const ProtectSettin
   access.e404_free_type = CExtensions(attack.e404_free_type);
   access.overflow_httpheader_rules =
       Items(attack.overflow_httpheader_rules, "website_attack.overflow_httpheader_rules", &ParseHeaderLimit, malformed);
-  access.types = Methods(request.types);
+  access.types = Methods(config.request.types);
+  access.denied_spiders = SpiderKeys(config.addresses.website_attack_spiders_deny_keys, attack.spider_deny_spiders);
+  access.known_spiders = SpiderKeys(config.addresses.website_attack_spiders_all_keys, {});
   return access;
 }
 

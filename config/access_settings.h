@@ -18,9 +18,7 @@
 
 namespace qiv {
 
-struct AttackSettings;
-struct ProtectSettings;
-struct RequestSettings;
+struct WebsiteConfig;
 
 /// "HH:MM-HH:MM" after optional weekdays "1-5 " or "1,3,5 " (1 Monday ... 7 Sunday). The end does not belong to it,
 /// save "24:00"; a span whose end is not later than its begin crosses midnight and belongs to the day on which it
@@ -72,7 +70,8 @@ struct PreparedAccess {
   CPathList timelimit_limit_urls;
   std::vector<TimeSpan> timelimit_auth_times;
   CExtensions link_file_types;
-  CTextList link_white_referers;  ///< in lower case
+  std::vector<std::string> link_white_referers;  ///< in lower case
+  bool link_empty_referer = false;               ///< the list holds "{$empty}"
   CPathList link_white_urls;
   CExtensions type_file_types;
   CPathList type_white_urls;
@@ -83,6 +82,8 @@ struct PreparedAccess {
   CExtensions e404_free_type;
   std::vector<HeaderLimit> overflow_httpheader_rules;
   MethodFilter types;
+  CTextList denied_spiders;  ///< pieces of user agents, in lower case
+  CTextList known_spiders;   ///< likewise; their addresses are known
 };
 
 /// Items of a list that are no time spans, header limits and so on: the key ("website_protect.timelimit_auth_times")
@@ -93,7 +94,6 @@ struct MalformedItems {
 };
 
 /// Items that cannot be read are left out and named in *malformed.
-PreparedAccess PrepareAccess(const RequestSettings& request, const ProtectSettings& protect,
-                             const AttackSettings& attack, std::vector<MalformedItems>* malformed);
+PreparedAccess PrepareAccess(const WebsiteConfig& config, std::vector<MalformedItems>* malformed);
 
 }  // namespace qiv
