@@ -227,9 +227,14 @@ bool IsCopyOfScript(std::string_view name) {
   });
 }
 
+/// "web.config.bak", "web.config_", "web.config-2020", but not "web.configuration".
+bool IsCopyOf(std::string_view name, std::string_view file) {
+  return name.size() > file.size() && name.starts_with(file) && !IsLetter(name[file.size()]);
+}
+
 bool IsHiddenFile(std::string_view name) {
   name = WithoutTrailing(name.substr(0, name.find("::")));
-  if (Holds(kHiddenFiles, name) || name.starts_with(".env.") || name.starts_with("web.config")) return true;
+  if (Holds(kHiddenFiles, name) || name.starts_with(".env.") || IsCopyOf(name, "web.config")) return true;
   if (name.starts_with("appsettings.") && name.ends_with(".json")) return true;
   if (name.ends_with(".sql.gz") || name.ends_with(".sql.zip") || name.ends_with(".sql.bz2")) return true;
   return Holds(kHiddenExtensions, ExtensionOf(name)) || IsCopyOfScript(name);

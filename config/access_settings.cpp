@@ -175,7 +175,7 @@ PreparedAccess PrepareAccess(const WebsiteConfig& config, std::vector<MalformedI
       Items(protect.timelimit_auth_times, "website_protect.timelimit_auth_times", &ParseTimeSpan, malformed);
   access.link_file_types = CExtensions(protect.link_file_types);
   access.link_white_referers = BarItems(CCharSet::LowerAscii(protect.link_white_referers));
-  access.link_empty_referer = std::erase(access.link_white_referers, "{$empty}") != 0;
+  access.link_empty_referer = std::erase(access.link_white_referers, "{$empty}") != 0 || protect.link_empty_refer != 0;
   access.link_white_urls = CPathList(protect.link_white_urls);
   access.type_file_types = CExtensions(protect.type_file_types);
   access.type_white_urls = CPathList(protect.type_white_urls);

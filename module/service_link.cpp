@@ -24,21 +24,19 @@ CServiceLink::CServiceLink(CQivConfig& config, bool may_write)
     : config_(config),
       exchange_(config.Paths().in_file, may_write ? config.Paths().out_log : std::string(), config.States()),
       libraries_({config.Paths().ipv4_areas, config.Paths().ipv6_areas, config.Paths().bad_ips}, config.States()),
-      checks_(exchange_, &libraries_) {
-  SetCheckState(&checks_);
+      checks_(exchange_, &libraries_, &UnixSeconds, may_write ? config.Paths().visitor_key : std::string(),
+              config.States()) {
   config_.SetTickClient(this);
 }
 
-CServiceLink::~CServiceLink() {
-  config_.SetTickClient(nullptr);
-  if (&SharedCheckState() == &checks_) SetCheckState(nullptr);
-}
+CServiceLink::~CServiceLink() { config_.SetTickClient(nullptr); }
 
 bool CServiceLink::OnServiceTick(std::int64_t now) {
   const bool reloaded = Guarded([&] { return libraries_.ReloadChanged(); });
   Guarded([&] { return exchange_.LookAtLists(now); });
   Guarded([&] {
     exchange_.FlushIfDue(now);
+    checks_.ReportFlood();
     return true;
   });
   return reloaded;

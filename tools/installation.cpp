@@ -82,7 +82,7 @@ std::unique_ptr<JsonObject> SetsWithSpiders(const JsonObject& given, const std::
   for (const JsonObject::Member* const member : given.Members()) {
     const bool is_keys = member->first.ends_with("_keys");
     if (given.GetText(member->first) == "@spiders") {
-      sets->SetText(member->first, TrimBytes(is_keys ? keys : ranges, "| "));
+      sets->SetText(member->first, std::string(TrimBytes(is_keys ? keys : ranges, "| ")));
     } else {
       sets->Set(member->first, CloneJson(*member->second));
     }

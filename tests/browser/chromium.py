@@ -93,8 +93,8 @@ class Chromium:
         return self.value("document.body ? document.body.innerText : ''")
 
     def click(self, selector):
-        x, y = self.value(f"(r => [r.x + r.width / 2, r.y + r.height / 2])"
-                          f"(document.querySelector({json.dumps(selector)}).getBoundingClientRect())")
+        x, y = self.value(f"(e => (e.scrollIntoView({{block: 'center'}}), e = e.getBoundingClientRect(), "
+                          f"[e.x + e.width / 2, e.y + e.height / 2]))(document.querySelector({json.dumps(selector)}))")
         self._mouse("mouseMoved", x, y)
         self._mouse("mousePressed", x, y)
         self._mouse("mouseReleased", x, y)
@@ -106,12 +106,13 @@ class Chromium:
         y += height / 2
         self._mouse("mousePressed", x + 8, y)
         for step in range(1, 11):
-            self._mouse("mouseMoved", x + 8 + (width + 10) * step / 10, y)
+            self._mouse("mouseMoved", x + 8 + (width + 10) * step / 10, y, held=True)
         self._mouse("mouseReleased", x + width + 18, y)
 
-    def _mouse(self, kind, x, y):
-        self.call("Input.dispatchMouseEvent", type=kind, x=x, y=y, button="none" if kind == "mouseMoved" else "left",
-                  buttons=1, clickCount=0 if kind == "mouseMoved" else 1)
+    def _mouse(self, kind, x, y, held=False):
+        moved = kind == "mouseMoved"
+        self.call("Input.dispatchMouseEvent", type=kind, x=x, y=y, button="none" if moved and not held else "left",
+                  buttons=0 if moved and not held else 1, clickCount=0 if moved else 1)
 
     def press(self, *keys):
         for key in keys:
