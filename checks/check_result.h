@@ -10,8 +10,16 @@ namespace qiv {
 enum CheckStatus : std::int32_t { kUndecided = 0, kAllowed = 1, kBlocked = 2 };
 
 /// The values of CheckResult::kind.
-enum CheckKind : std::int32_t { kKindNone = 0, kKindLists = 3, kKindWebshell = 4, kKindInjection = 5, kKindUpload = 6,
-  kKindShape = 7, kKindAccess = 8, kKindFlood = 9 };
+enum CheckKind : std::int32_t {
+  kKindNone = 0,
+  kKindLists = 3,
+  kKindWebshell = 4,
+  kKindInjection = 5,
+  kKindUpload = 6,
+  kKindShape = 7,
+  kKindAccess = 8,
+  kKindFlood = 9
+};
 
 /// What goes out beside or in place of a page. Each is empty unless a check has set it.
 struct PreparedAnswer {

@@ -50,7 +50,7 @@ struct CheckState {
   CExchangeFiles& exchange;
   const CAddressLibraries* const libraries;
   const Clock clock;
-  CAttackCounter attacks;  ///< plain blocks, for smart blocking
+  CAttackCounter attacks;   ///< plain blocks, for smart blocking
   CClientCounter requests;  ///< for flood protection
   CClientCounter missing;   ///< requests for what is not there
   CAttackCounter wrong_passwords;

@@ -48,7 +48,7 @@ void BlockWebshell(const WebshellPlace& place, const WebshellResult& found, cons
 }
 
 void RecordNoteScan(const WebshellPlace& place, const char* check, const RequestFacts& facts,
-                       const CheckContext& context) {
+                    const CheckContext& context) {
   const auto text = [&context](MessageId id) { return Message(context.config.language, id); };
   CheckResult note;
   note.check = check;

@@ -32,6 +32,6 @@ void BlockWebshell(const WebshellPlace& place, const WebshellResult& found, cons
 
 /// Tells that of what was sent there not all was examined.
 void RecordNoteScan(const WebshellPlace& place, const char* check, const RequestFacts& facts,
-                       const CheckContext& context);
+                    const CheckContext& context);
 
 }  // namespace qiv

@@ -5,12 +5,12 @@
 #include <random>
 #include <string>
 
+#include "checks/form_target.h"
 #include "common/char_set.h"
 #include "common/text.h"
 #include "config/page_settings.h"
 #include "config/website_config.h"
 #include "module/facts_collector.h"
-#include "checks/form_target.h"
 #include "module/page_renderer.h"
 #include "module/page_writer.h"
 #include "tests/checks/lone_context.h"
