@@ -84,7 +84,7 @@ class CUploadRun {
     result_.request.form_scanned =
         form_ && base_.upload && base_.upload_file && !partial_ && result_.status == kUndecided;
     if (!partial_ || result_.status == kBlocked) return;
-    RecordPartialScan({"File", {}, MessageId::kUploadItem}, "upload", facts_, context_);
+    RecordNoteScan({"File", {}, MessageId::kUploadItem}, "upload", facts_, context_);
   }
 
  private:
