@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/hex.h"
 #include "checks/shown_text.h"
 #include "checks/unlock_registry.h"
 #include "common/char_set.h"
@@ -111,17 +112,7 @@ std::string FormAction(std::string_view raw_url) {
   }
   // Two slashes (or backslashes, which browsers take for them) would name another host; "/./" in front does not.
   const bool names_host = raw_url.size() > 1 && (raw_url[1] == '/' || raw_url[1] == '\\');
-  std::string action = names_host ? "/." : "";
-  constexpr char kHex[] = "0123456789ABCDEF";
-  for (const char c : raw_url) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (byte > 0x20 && byte < 0x7F) {
-      action += c;
-    } else {
-      action.append({'%', kHex[byte >> 4], kHex[byte & 15]});
-    }
-  }
-  return action;
+  return (names_host ? "/." : "") + EscapeUnprintable(raw_url);
 }
 
 std::string RenderPage(RequestFacts& facts, const CheckResult& result, std::string_view appended) {

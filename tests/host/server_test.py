@@ -502,9 +502,9 @@ class Lifetime(unittest.TestCase):
                                  ([*listen, "--root", root, "--root", root], "--root"),
                                  (["--listen"], "--listen"), (["--nothing"], "unknown option --nothing"),
                                  ([*listen, "--root", root, "--nothing=1"], "unknown option --nothing"),
-                                 ([*listen, "--root", root + "/no"], "no such folder"),
-                                 ([*listen, "--root", root, "--module", "missing.so"], "cannot be loaded"),
-                                 (["--listen", "192.0.2.77:1", "--root", root], "cannot listen")):
+                                 ([*listen, "--root", root + "/no"], "/no: cannot be served: "),
+                                 ([*listen, "--root", root, "--module", "missing.so"], "missing.so: cannot be loaded: "),
+                                 (["--listen", "192.0.2.77:1", "--root", root], "192.0.2.77:1: cannot listen: ")):
             with self.subTest(arguments):
                 result = subprocess.run(harness.command("qivhost", *arguments), capture_output=True, timeout=LIMIT, check=False)
                 self.assertEqual(result.returncode, 2)
