@@ -47,7 +47,7 @@ void CBlockRecorder::RecordBlock(const RequestFacts& facts, const CheckContext& 
   TellService(facts, context, result, url);
 }
 
-void CBlockRecorder::RecordPartial(const RequestFacts& facts, const CheckContext& context, const CheckResult& note) {
+void CBlockRecorder::RecordNote(const RequestFacts& facts, const CheckContext& context, const CheckResult& note) {
   WriteEvent(facts, context, note, ShownUrl(facts));
 }
 
@@ -82,9 +82,13 @@ void CBlockRecorder::TellService(const RequestFacts& facts, const CheckContext& 
   if (!service_.IsEnabled()) return;
   try {
     CExchangeFiles& exchange = service_.Exchange();
-    exchange.CountCheck(result.check, facts.client_ip, "block", result.rule.empty() ? "-" : result.rule);
+    exchange.CountCheck({.check = result.check, .client = facts.client_ip, .action = "block", .rule = result.rule});
     if (!result.notify || !context.config.response.notice) return;
-    exchange.WriteMessage(facts.client_ip, result.category, result.item, result.reason, url);
+    exchange.WriteMessage({.client = facts.client_ip,
+                           .category = result.category,
+                           .item = result.item,
+                           .reason = result.reason,
+                           .url = url});
   } catch (const std::exception&) {
     // Out of memory: the line is lost, the request is not.
   }
@@ -93,7 +97,7 @@ void CBlockRecorder::TellService(const RequestFacts& facts, const CheckContext& 
 void CBlockRecorder::RecordStatistics(std::string_view category, std::string_view client_ip, std::string_view rule) {
   if (!service_.IsEnabled()) return;
   try {
-    service_.Exchange().CountStatistics(category, client_ip, rule);
+    service_.Exchange().CountStatistics({category, client_ip, rule});
   } catch (const std::exception&) {
     // As above.
   }
