@@ -26,6 +26,7 @@
 #include "module/module_state.h"
 #include "module/register_module.h"
 #include "port/module_path.h"
+#include "tests/checks/lone_context.h"
 #include "tools/installation.h"
 
 namespace qiv::bench {
@@ -140,13 +141,14 @@ std::string TextOf(const TextKind& kind, const benchmark::State& state) {
 }
 
 void CheckBody(benchmark::State& state, const TextKind* kind) {
+  const std::shared_ptr<const WebsiteConfig> config = State().config.Current();
+  const std::shared_ptr<const InjectionLibrary> library = State().config.Library();
+  CLoneContext lone(*config);
   RequestFacts facts;
-  facts.config = ModuleConfig().Current();
-  facts.library = ModuleConfig().Library();
   facts.body = TextOf(*kind, state);
   for (auto _ : state) {
     CheckResult result;
-    InjectionCheck(facts, result);
+    InjectionCheck(facts, lone.With(*library), result);
     benchmark::DoNotOptimize(result.status);
   }
   CountBytes(state);
@@ -154,14 +156,14 @@ void CheckBody(benchmark::State& state, const TextKind* kind) {
 
 void DetectSql(benchmark::State& state, const TextKind* kind) {
   const std::string text = TextOf(*kind, state);
-  const std::shared_ptr<const InjectionLibrary> library = ModuleConfig().Library();
+  const std::shared_ptr<const InjectionLibrary> library = State().config.Library();
   for (auto _ : state) benchmark::DoNotOptimize(SqlInjectionDetector::MatchUnit(text, *library));
   CountBytes(state);
 }
 
 void DetectXss(benchmark::State& state, const TextKind* kind) {
   const std::string text = TextOf(*kind, state);
-  const std::shared_ptr<const InjectionLibrary> library = ModuleConfig().Library();
+  const std::shared_ptr<const InjectionLibrary> library = State().config.Library();
   for (auto _ : state) {
     benchmark::DoNotOptimize(XssDetector::EventCheck(text, *library).size());
     benchmark::DoNotOptimize(XssDetector::ScriptTagCheck(text).size());
@@ -172,7 +174,7 @@ void DetectXss(benchmark::State& state, const TextKind* kind) {
 
 void TestKeywords(benchmark::State& state, const TextKind* kind) {
   const std::string text = TextOf(*kind, state);
-  const std::shared_ptr<const WebsiteConfig> config = ModuleConfig().Current();
+  const std::shared_ptr<const WebsiteConfig> config = State().config.Current();
   for (auto _ : state) benchmark::DoNotOptimize(config->post_rules.FindFirst(text));
   CountBytes(state);
 }
@@ -238,8 +240,8 @@ int main(int argc, char** argv) {
   const qiv::bench::CBenchInstallation installation(argc == 2 ? argv[1] : QIV_BENCH_RULES);
   if (!installation.Ready()) return 2;
   qiv::InitialiseModule(installation.Directory(), false);
-  qiv::ModuleConfig().RefreshTick();
-  if (!qiv::ModuleConfig().IsConfigValid()) {
+  qiv::State().config.RefreshTick();
+  if (!qiv::State().config.IsConfigValid()) {
     std::cerr << "qivbench: the default configuration did not load\n";
     return 2;
   }

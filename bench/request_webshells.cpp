@@ -9,6 +9,7 @@
 #include "common/char_set.h"
 #include "common/text.h"
 #include "module/module_state.h"
+#include "tests/checks/lone_context.h"
 
 namespace qiv::bench {
 namespace {
@@ -52,16 +53,17 @@ constexpr BodyKind kKinds[] = {
 void CheckWebshells(benchmark::State& state, const BodyKind* kind) {
   std::string body = kind->head;
   body += Repeat(kind->unit, static_cast<std::size_t>(state.range(0)) - body.size());
+  const std::shared_ptr<const WebsiteConfig> config = State().config.Current();
+  const std::shared_ptr<const CQivLibs> webshells = State().config.Webshells();
+  CLoneContext lone(*config, webshells.get());
   RequestFacts facts;
-  facts.config = ModuleConfig().Current();
-  facts.webshells = ModuleConfig().Webshells();
   facts.raw_url = "/submit.php";
   facts.content_type = kind->type;
   facts.raw_body = body;
   facts.body = CCharSet::LowerAscii(CCharSet::ToLocal(PercentDecode(body)));
   for (auto _ : state) {
     CheckResult result;
-    WebshellCheck(facts, result);
+    WebshellCheck(facts, lone.Context(), result);
     // What is found ends the search: such a body measures nothing.
     if (result.status == kBlocked) state.SkipWithError("the body was blocked");
     benchmark::DoNotOptimize(result.status);

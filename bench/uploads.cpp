@@ -14,6 +14,7 @@
 #include "common/text.h"
 #include "config/website_config.h"
 #include "module/module_state.h"
+#include "tests/checks/lone_context.h"
 
 namespace qiv::bench {
 namespace {
@@ -48,24 +49,24 @@ constexpr UploadKind kKinds[] = {
 };
 
 void CheckUpload(benchmark::State& state, const UploadKind* kind) {
-  const auto config = std::make_shared<WebsiteConfig>(*ModuleConfig().Current());
+  const auto config = std::make_shared<WebsiteConfig>(*State().config.Current());
   config->base.upload = config->base.upload_file = config->base.upload_exe = true;
   config->request.photo = 1;
   config->request.photo_post = true;
   const std::string body = std::string("--XX\r\nContent-Disposition: form-data; name=\"file\"; filename=\"") +
                            kind->file_name + "\"\r\n\r\n" + kind->content(static_cast<std::size_t>(state.range(0))) +
                            "\r\n--XX--\r\n";
+  const std::shared_ptr<const InjectionLibrary> library = State().config.Library();
+  const std::shared_ptr<const CQivLibs> webshells = State().config.Webshells();
+  CLoneContext lone(*config, webshells.get());
   RequestFacts facts;
-  facts.config = config;
-  facts.library = ModuleConfig().Library();
-  facts.webshells = ModuleConfig().Webshells();
   facts.content_type = "multipart/form-data; boundary=XX";
   facts.raw_body = body;
   facts.body = CCharSet::LowerAscii(CCharSet::ToLocal(PercentDecode(body)));
   for (auto _ : state) {
     CheckResult result;
-    UploadCheck(facts, result);
-    if (kind->injection) InjectionCheck(facts, result);
+    UploadCheck(facts, lone.Context(), result);
+    if (kind->injection) InjectionCheck(facts, lone.With(*library), result);
     // Hostile bodies may be refused.
     if (kind->content == Image && result.status == kBlocked) state.SkipWithError("an ordinary upload was blocked");
     benchmark::DoNotOptimize(result.status);

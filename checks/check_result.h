@@ -1,8 +1,9 @@
-// The decision record of one notification.
+// The decision record of one notification: of its checks about the request, and what they wish for its page.
 #pragma once
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 namespace qiv {
 
@@ -10,6 +11,21 @@ enum CheckStatus : std::int32_t { kUndecided = 0, kAllowed = 1, kBlocked = 2 };
 
 /// The values of CheckResult::kind.
 enum CheckKind : std::int32_t { kKindNone = 0, kKindLists = 3, kKindWebshell = 4, kKindInjection = 5, kKindUpload = 6 };
+
+/// What the checks of a notification decide beside block or pass.
+struct RequestDecision {
+  bool statistics = true;    ///< whether later blocks are counted in statistics; lists clear it
+  bool attack = false;       ///< the attack mark
+  bool page_detail = true;   ///< whether the page may hold the password form; cleared for blocks by lists
+  bool gbk_page = false;     ///< pages go out in GBK; starts as the request's headers ask
+  bool custom_page = false;  ///< set when a complete custom page was used
+  /// A whole page that a check prepared, sent instead of the block page; "{{charset}}" is the one placeholder that is
+  /// still substituted in it.
+  std::string prepared_page;
+  /// Identifier of the event that the request's block became, for the log and the visitor; empty before a page was
+  /// written.
+  std::string event_id;
+};
 
 /// Fresh for each notification. A check leaves status alone, or sets it to 1 or 2 and fills the texts.
 struct CheckResult {
@@ -35,10 +51,20 @@ struct CheckResult {
   std::int32_t no_count = 0;     ///< do not count it after all
   std::int32_t notify = 0;
 
+  RequestDecision request;
+
   // For the event log.
   const char* check = "";  ///< stable name of the deciding check; static storage
   std::string rule;        ///< identifier of the rule that matched
 };
+
+struct RequestFacts;
+struct CheckContext;
+
+/// What every plain block does beside its texts and rule: blocks, to be logged, reported and counted towards a lock,
+/// and marks the request as an attack. Counted in `statistics` unless empty.
+void BlockPlainly(CheckKind kind, std::string_view statistics, const RequestFacts& facts, const CheckContext& context,
+                  CheckResult& result);
 
 /// Puts "***" in place of secrets in the texts of a decision. Called once, when a check has decided: pages, events,
 /// lock requests and messages all take these texts as they are. A text for which there is no memory is emptied.

@@ -12,6 +12,8 @@
 
 namespace qiv {
 
+struct WebsiteConfig;
+
 /// One per process. Thread safe, each member by itself.
 struct CheckState {
   using Clock = CAttackCounter::Clock;
@@ -32,11 +34,6 @@ struct CheckState {
   CAttackCounter attacks;  ///< plain blocks, for smart blocking
   CAttackCounter scans;    ///< requests for what is not there
 };
-
-/// The state in use; one without files until SetCheckState was called.
-CheckState& SharedCheckState();
-/// Not owned; null restores the one without files. Call it before requests run.
-void SetCheckState(CheckState* state);
 
 /// The address that all checks use.
 CIpAddress ClientAddress(const RequestFacts& facts);

@@ -3,6 +3,7 @@
 
 #include <span>
 
+#include "checks/check_context.h"
 #include "checks/check_result.h"
 #include "checks/request_facts.h"
 
@@ -21,7 +22,7 @@ enum class Stage {
 struct CheckRow {
   const char* name;  ///< stable, lower snake case; written to the event log
   Stage stage;
-  void (*run)(RequestFacts& facts, CheckResult& result);
+  void (*run)(const RequestFacts& facts, const CheckContext& context, CheckResult& result);
 };
 
 /// All rows, grouped by stage in the order of Stage.

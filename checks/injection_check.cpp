@@ -11,7 +11,6 @@
 #include <utility>
 #include <vector>
 
-#include "checks/event_recorder.h"
 #include "checks/injection_texts.h"
 #include "checks/shown_text.h"
 #include "common/char_set.h"
@@ -78,8 +77,13 @@ struct HitTexts {
 
 class CInjectionRun {
  public:
-  CInjectionRun(RequestFacts& facts, CheckResult& result)
-      : facts_(facts), result_(result), site_(*facts.config), sql_(facts.config->sql), language_(site_.language) {}
+  CInjectionRun(const RequestFacts& facts, const CheckContext& context, CheckResult& result)
+      : facts_(facts),
+        context_(context),
+        result_(result),
+        site_(context.config),
+        sql_(context.config.sql),
+        language_(site_.language) {}
 
   void Run() {
     result_.log = 0;
@@ -101,7 +105,7 @@ class CInjectionRun {
 
   bool CheckPost() {
     const bool xss = sql_.xss && sql_.xss_post;
-    if ((!sql_.post && !xss) || facts_.body.Empty()) return false;
+    if ((!sql_.post && !xss) || facts_.body.empty()) return false;
     return CheckText(kPost, facts_.body, sql_.post, sql_.post_super_mode, xss, site_.post_rules);
   }
 
@@ -139,7 +143,7 @@ class CInjectionRun {
   }
 
   bool Detect(const JudgedText& text, bool per_parameter, Hit& hit) const {
-    return SqlInjectionDetector::Check(text, &sql_, *facts_.library, &hit.sql, per_parameter);
+    return SqlInjectionDetector::Check(text, &sql_, context_.library, &hit.sql, per_parameter);
   }
 
   bool MatchRules(const JudgedText& text, const CKeywordRules& rules, Hit& hit) const {
@@ -149,7 +153,7 @@ class CInjectionRun {
   }
 
   bool DetectXss(const JudgedText& text, bool per_parameter, Hit& hit) const {
-    hit.xss = XssDetector::CheckText(text, sql_, *facts_.library, &hit.fragment, per_parameter);
+    hit.xss = XssDetector::CheckText(text, sql_, context_.library, &hit.fragment, per_parameter);
     return hit.IsXss();
   }
 
@@ -204,12 +208,12 @@ class CInjectionRun {
     result_.kind = kKindInjection;
     result_.rule = match.identifier;
     // A hit in the query is always counted; one in body or headers only when the lists left the request countable.
-    if (place.place == Place::kGet || facts_.statistics) {
+    if (place.place == Place::kGet || result_.request.statistics) {
       const char* const detected = hit.IsXss() ? "xss" : "sql_act";
-      EventRecorder().RecordStatistics(hit.keyword ? place.keyword_category : detected, facts_.client_ip,
-                                       match.identifier.empty() ? std::string_view("-") : match.identifier);
+      context_.recorder.RecordStatistics(hit.keyword ? place.keyword_category : detected, facts_.client_ip,
+                                         match.identifier.empty() ? std::string_view("-") : match.identifier);
     }
-    facts_.attack = true;
+    result_.request.attack = true;
     result_.category = T(MessageId::kInjectionCategory);
     result_.status = kBlocked;
   }
@@ -269,7 +273,8 @@ class CInjectionRun {
 
   std::string_view T(MessageId id) const { return Message(language_, id); }
 
-  RequestFacts& facts_;
+  const RequestFacts& facts_;
+  const CheckContext& context_;
   CheckResult& result_;
   const WebsiteConfig& site_;
   const InjectionSettings& sql_;
@@ -278,6 +283,8 @@ class CInjectionRun {
 
 }  // namespace
 
-void InjectionCheck(RequestFacts& facts, CheckResult& result) { CInjectionRun(facts, result).Run(); }
+void InjectionCheck(const RequestFacts& facts, const CheckContext& context, CheckResult& result) {
+  CInjectionRun(facts, context, result).Run();
+}
 
 }  // namespace qiv

@@ -5,8 +5,6 @@
 #include <string>
 #include <string_view>
 
-#include "checks/check_state.h"
-#include "checks/event_recorder.h"
 #include "common/messages.h"
 #include "config/website_config.h"
 
@@ -27,10 +25,11 @@ constexpr HeaderTexts kRefererTexts{MessageId::kRefererBlacklist, MessageId::kRe
 
 class CListsRun {
  public:
-  CListsRun(RequestFacts& facts, CheckResult& result)
+  CListsRun(const RequestFacts& facts, const CheckContext& context, CheckResult& result)
       : facts_(facts),
+        context_(context),
         result_(result),
-        site_(*facts.config),
+        site_(context.config),
         lists_(site_.lists),
         prepared_(site_.prepared_lists),
         client_(ClientAddress(facts)),
@@ -38,7 +37,7 @@ class CListsRun {
 
   void Run() {
     result_.log = 0;
-    facts_.statistics = false;
+    result_.request.statistics = false;
     if (IsWhite()) {
       result_.status = kAllowed;
       return;
@@ -53,7 +52,7 @@ class CListsRun {
  private:
   bool IsWhite() const {
     if (site_.addresses.website_sys_common_area_ips.Contains(client_)) return true;
-    const CheckState& state = SharedCheckState();
+    const CheckState& state = context_.state;
     if (state.exchange.IsListed(ClientList::kAuth, client_, state.clock())) return true;
     if (lists_.status_url && prepared_.allow_urls.Matches(facts_.raw_url, facts_.path)) return true;
     if (lists_.status_ua && IsIn(prepared_.allow_uas, facts_.user_agent)) return true;
@@ -66,7 +65,7 @@ class CListsRun {
 
   /// Clients that the firewall service keeps out; behind a proxy, the address that the proxy forwarded too.
   bool IsDenied() const {
-    CheckState& state = SharedCheckState();
+    CheckState& state = context_.state;
     state.scans.Prune();
     const std::int64_t now = state.clock();
     if (state.exchange.IsListed(ClientList::kDeny, client_, now)) return true;
@@ -99,7 +98,7 @@ class CListsRun {
   /// Areas come as names to be looked up in the library and, resolved by the firewall service, as address ranges.
   bool IsInArea(const CIpRanges& ranges, const CAreaNames& names) const {
     if (ranges.Contains(client_)) return true;
-    const CAddressLibraries* const libraries = SharedCheckState().libraries;
+    const CAddressLibraries* const libraries = context_.state.libraries;
     if (names.Empty() || libraries == nullptr) return false;
     const std::shared_ptr<const CAreaLibrary> library = libraries->Areas(client_.IsIpv4());
     const Area* const area = library->Find(client_);
@@ -107,7 +106,7 @@ class CListsRun {
   }
 
   bool IsMalicious() const {
-    const CAddressLibraries* const libraries = SharedCheckState().libraries;
+    const CAddressLibraries* const libraries = context_.state.libraries;
     return libraries != nullptr && libraries->BadIps()->Contains(client_) && !prepared_.trusted_ips.Contains(client_);
   }
 
@@ -142,9 +141,9 @@ class CListsRun {
     result_.item = T(item);
     result_.reason = reason;
     // The lists run in every notification; a blocked request is counted in its first.
-    const bool counted = statistics == "malice" ? facts_.phase == kPhaseBegin : facts_.statistics;
-    if (counted) EventRecorder().RecordStatistics(statistics, facts_.client_ip, "-");
-    facts_.statistics = false;
+    const bool counted = statistics == "malice" ? context_.phase == kPhaseBegin : result_.request.statistics;
+    if (counted) context_.recorder.RecordStatistics(statistics, facts_.client_ip, "-");
+    result_.request.statistics = false;
   }
 
   void LockIf(std::int32_t lock_switch) {
@@ -156,7 +155,8 @@ class CListsRun {
 
   std::string_view T(MessageId id) const { return Message(language_, id); }
 
-  RequestFacts& facts_;
+  const RequestFacts& facts_;
+  const CheckContext& context_;
   CheckResult& result_;
   const WebsiteConfig& site_;
   const ListSettings& lists_;
@@ -167,6 +167,8 @@ class CListsRun {
 
 }  // namespace
 
-void ListsCheck(RequestFacts& facts, CheckResult& result) { CListsRun(facts, result).Run(); }
+void ListsCheck(const RequestFacts& facts, const CheckContext& context, CheckResult& result) {
+  CListsRun(facts, context, result).Run();
+}
 
 }  // namespace qiv

@@ -4,12 +4,13 @@
 // never blocked by a list.
 #pragma once
 
+#include "checks/check_context.h"
 #include "checks/check_result.h"
 #include "checks/request_facts.h"
 
 namespace qiv {
 
 /// Sets status to 1 (allowed: no further check), 2 (blocked), or leaves it.
-void ListsCheck(RequestFacts& facts, CheckResult& result);
+void ListsCheck(const RequestFacts& facts, const CheckContext& context, CheckResult& result);
 
 }  // namespace qiv

@@ -3,7 +3,6 @@
 #include <string>
 #include <string_view>
 
-#include "checks/check_state.h"
 #include "common/messages.h"
 #include "config/website_config.h"
 
@@ -21,17 +20,19 @@ void AppendInBrackets(Language language, std::string_view text, std::string* out
   *out += Message(language, MessageId::kCloseBracket);
 }
 
-void Deny(const RequestFacts& facts, std::string_view text, std::string_view item, std::string_view category) {
-  CheckState& state = SharedCheckState();
+void Deny(const RequestFacts& facts, const CheckContext& context, std::string_view text, std::string_view item,
+          std::string_view category) {
+  CheckState& state = context.state;
   const std::int64_t now = state.clock();
-  state.exchange.WriteLock(ClientList::kDeny, ClientAddress(facts), now, now + LockSeconds(*facts.config),
+  state.exchange.WriteLock(ClientList::kDeny, ClientAddress(facts), now, now + LockSeconds(context.config),
                            {text, item, category});
 }
 
-void LockAtOnce(const RequestFacts& facts, CheckResult* result) {
+void LockAtOnce(const RequestFacts& facts, const CheckContext& context, CheckResult* result) {
   std::string text = result->smart_block_text;
-  AppendInBrackets(facts.config->language, result->reason, &text);
-  Deny(facts, text, result->item, result->smart_block_title.empty() ? result->category : result->smart_block_title);
+  AppendInBrackets(context.config.language, result->reason, &text);
+  Deny(facts, context, text, result->item,
+       result->smart_block_title.empty() ? result->category : result->smart_block_title);
   result->smart_block = 0;
 }
 
@@ -47,20 +48,20 @@ std::string CountedLockText(const CAttackCounter& counter, Language language, co
 
 }  // namespace
 
-void SmartBlockingCheck(RequestFacts& facts, CheckResult& result) {
-  const WebsiteConfig& site = *facts.config;
+void SmartBlockingCheck(const RequestFacts& facts, const CheckContext& context, CheckResult& result) {
+  const WebsiteConfig& site = context.config;
   if (result.smart_block) {
-    if (site.library_enabled) LockAtOnce(facts, &result);
+    if (site.library_enabled) LockAtOnce(facts, context, &result);
     return;
   }
   if (!site.response.lock || !result.plain_block || result.no_count || !site.library_enabled) return;
 
-  CAttackCounter& counter = SharedCheckState().attacks;
+  CAttackCounter& counter = context.state.attacks;
   counter.Prune();
   // Counted and removed in one step: blocks on several threads at once yield one lock for each lock_freq of them.
   if (counter.Count(ClientAddress(facts), {}, CAttackCounter::OnTrigger::kRemove)) {
-    Deny(facts, CountedLockText(counter, site.language, result), Message(site.language, MessageId::kSmartBlocking),
-         Message(site.language, MessageId::kAttackCategory));
+    Deny(facts, context, CountedLockText(counter, site.language, result),
+         Message(site.language, MessageId::kSmartBlocking), Message(site.language, MessageId::kAttackCategory));
   }
   result.plain_block = 0;
 }

@@ -5,12 +5,13 @@
 // line for the firewall service, which puts the client on the deny list until the lock ends.
 #pragma once
 
+#include "checks/check_context.h"
 #include "checks/check_result.h"
 #include "checks/request_facts.h"
 
 namespace qiv {
 
 /// Runs after the decision. Only while the link to the firewall service is enabled does it do anything.
-void SmartBlockingCheck(RequestFacts& facts, CheckResult& result);
+void SmartBlockingCheck(const RequestFacts& facts, const CheckContext& context, CheckResult& result);
 
 }  // namespace qiv

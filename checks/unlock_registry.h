@@ -13,9 +13,4 @@ class IUnlockRegistry {
   virtual void RegisterForUnlocking(const RequestFacts& facts) = 0;
 };
 
-/// The registry in use; one that keeps nothing until SetUnlockRegistry was called.
-IUnlockRegistry& UnlockRegistry();
-/// Not owned; null restores the one that keeps nothing. Call it before requests run.
-void SetUnlockRegistry(IUnlockRegistry* registry);
-
 }  // namespace qiv

@@ -12,7 +12,6 @@
 #include <string>
 #include <string_view>
 
-#include "checks/event_recorder.h"
 #include "checks/file_content.h"
 #include "checks/upload_name.h"
 #include "checks/webshell_finding.h"
@@ -67,13 +66,17 @@ bool IsDeclaredImage(std::string_view content_type) {
 
 class CUploadRun {
  public:
-  CUploadRun(RequestFacts& facts, CheckResult& result)
-      : facts_(facts), result_(result), base_(facts.config->base), request_(facts.config->request) {}
+  CUploadRun(const RequestFacts& facts, const CheckContext& context, CheckResult& result)
+      : facts_(facts),
+        context_(context),
+        result_(result),
+        base_(context.config.base),
+        request_(context.config.request) {}
 
   void Run() {
     Search();
     if (!partial_ || result_.status == kBlocked) return;
-    RecordPartialScan({"File", {}, MessageId::kUploadItem}, "upload", facts_);
+    RecordPartialScan({"File", {}, MessageId::kUploadItem}, "upload", facts_, context_);
   }
 
  private:
@@ -207,12 +210,12 @@ class CUploadRun {
     constexpr std::size_t kPrice = 1024;
     scan_left_ -= std::min(scan_left_, content.size() + kPrice);
     WebshellResult found;
-    if (!facts_.webshells) return false;
-    const bool hit = facts_.webshells->WebshellScan(content, &found);
+    if (!context_.webshells) return false;
+    const bool hit = context_.webshells->WebshellScan(content, &found);
     partial_ = partial_ || found.partial;
     if (!hit) return false;
     if (found.suspicious && base_.trojan_strict_mode == 0) return false;
-    BlockWebshell({"File", Shown(item), MessageId::kUploadItem}, found, facts_, result_);
+    BlockWebshell({"File", Shown(item), MessageId::kUploadItem}, found, facts_, context_, result_);
     return true;
   }
 
@@ -293,13 +296,14 @@ class CUploadRun {
       AppendAll(&result_.detail, {comma, T(MessageId::kKeywords), colon,
                                   CCharSet::Prefix(CCharSet::ToLocal(std::string(found)), kLongestShown)});
     }
-    BlockPlainly(kKindUpload, facts_.statistics ? statistics : "", facts_, result_);
+    BlockPlainly(kKindUpload, result_.request.statistics ? statistics : "", facts_, context_, result_);
     return true;
   }
 
-  std::string_view T(MessageId id) const { return Message(facts_.config->language, id); }
+  std::string_view T(MessageId id) const { return Message(context_.config.language, id); }
 
-  RequestFacts& facts_;
+  const RequestFacts& facts_;
+  const CheckContext& context_;
   CheckResult& result_;
   const BaseSettings& base_;
   const RequestSettings& request_;
@@ -320,6 +324,8 @@ bool IsUploadBody(const RequestFacts& facts) {
   return true;
 }
 
-void UploadCheck(RequestFacts& facts, CheckResult& result) { CUploadRun(facts, result).Run(); }
+void UploadCheck(const RequestFacts& facts, const CheckContext& context, CheckResult& result) {
+  CUploadRun(facts, context, result).Run();
+}
 
 }  // namespace qiv

@@ -1,6 +1,7 @@
 // Upload protection: names and content of uploaded files, and images that are none.
 #pragma once
 
+#include "checks/check_context.h"
 #include "checks/check_result.h"
 #include "checks/request_facts.h"
 
@@ -14,8 +15,8 @@ bool IsUploadBody(const RequestFacts& facts);
 /// microsecond. What is over it is refused where it could be run (see upload_check.cpp).
 inline constexpr std::size_t kScannedScript = 2 * 1024 * 1024;
 
-/// Leaves status at 0 or sets it to 2. Reads facts.config, raw_body, raw_url, content_type and webshells. Linear in the
-/// request; copies only what is encoded.
-void UploadCheck(RequestFacts& facts, CheckResult& result);
+/// Leaves status at 0 or sets it to 2. Reads context.config, raw_body, raw_url, content_type and webshells. Linear in
+/// the request; copies only what is encoded.
+void UploadCheck(const RequestFacts& facts, const CheckContext& context, CheckResult& result);
 
 }  // namespace qiv

@@ -65,15 +65,15 @@ bool BeginsEncoded(std::string_view raw) {
 
 class CWebshellRun {
  public:
-  CWebshellRun(RequestFacts& facts, CheckResult& result)
-      : facts_(facts), result_(result), site_(*facts.config), libs_(*facts.webshells) {}
+  CWebshellRun(const RequestFacts& facts, const CheckContext& context, CheckResult& result)
+      : facts_(facts), context_(context), result_(result), site_(context.config), libs_(*context.webshells) {}
 
   void Run() {
     Search();
     if (partial_.empty() || result_.status == kBlocked) return;
     WebshellPlace place;
     place.place = partial_;
-    RecordPartialScan(place, "webshell", facts_);
+    RecordPartialScan(place, "webshell", facts_, context_);
   }
 
  private:
@@ -93,7 +93,7 @@ class CWebshellRun {
       const bool multipart = form == BodyForm::kMultipart;
       hints_ = multipart ? kHintCall : CodeHints(facts_.body);
       // Words can be written in escapes.
-      const bool escaped = form == BodyForm::kJson && facts_.body.View().find("\\u00") != std::string_view::npos;
+      const bool escaped = form == BodyForm::kJson && facts_.body.find("\\u00") != std::string_view::npos;
       if (escaped) hints_ |= kHintCall;
       if ((multipart || IsWorthAWalk(facts_.raw_body)) && !ForEachBodyValue(facts_, visit)) return;
     }
@@ -188,11 +188,12 @@ class CWebshellRun {
     place.place = place_;
     room = CCharSet::ToLocal(std::string(RequestValue{{}, value.name, value.encoding}.Decoded(&room)));
     place.name = room;
-    BlockWebshell(place, found, facts_, result_);
+    BlockWebshell(place, found, facts_, context_, result_);
     return true;
   }
 
-  RequestFacts& facts_;
+  const RequestFacts& facts_;
+  const CheckContext& context_;
   CheckResult& result_;
   const WebsiteConfig& site_;
   const CQivLibs& libs_;
@@ -206,9 +207,9 @@ class CWebshellRun {
 
 }  // namespace
 
-void WebshellCheck(RequestFacts& facts, CheckResult& result) {
-  if (facts.config->base.trojan == 0 || !facts.webshells) return;
-  CWebshellRun(facts, result).Run();
+void WebshellCheck(const RequestFacts& facts, const CheckContext& context, CheckResult& result) {
+  if (context.config.base.trojan == 0 || !context.webshells) return;
+  CWebshellRun(facts, context, result).Run();
 }
 
 }  // namespace qiv

@@ -2,14 +2,15 @@
 // webshells send to them.
 #pragma once
 
+#include "checks/check_context.h"
 #include "checks/check_result.h"
 #include "checks/request_facts.h"
 
 namespace qiv {
 
-/// Leaves status at 0 or sets it to 2. Reads facts.config, facts.webshells and the raw texts of query, body and
+/// Leaves status at 0 or sets it to 2. Reads context.config, context.webshells and the raw texts of query, body and
 /// headers; files in a multipart form are the upload check's. Ordinary texts cost a search for a few bytes; what may be
 /// code is analysed, up to a bound for each request.
-void WebshellCheck(RequestFacts& facts, CheckResult& result);
+void WebshellCheck(const RequestFacts& facts, const CheckContext& context, CheckResult& result);
 
 }  // namespace qiv

@@ -3,7 +3,6 @@
 #include <cstddef>
 #include <string>
 
-#include "checks/event_recorder.h"
 #include "common/char_set.h"
 #include "common/secrets.h"
 #include "common/text.h"
@@ -18,8 +17,9 @@ constexpr std::size_t kLongestDetail = 300;
 
 }  // namespace
 
-void BlockWebshell(const WebshellPlace& place, const WebshellResult& found, RequestFacts& facts, CheckResult& result) {
-  const auto text = [&facts](MessageId id) { return Message(facts.config->language, id); };
+void BlockWebshell(const WebshellPlace& place, const WebshellResult& found, const RequestFacts& facts,
+                   const CheckContext& context, CheckResult& result) {
+  const auto text = [&context](MessageId id) { return Message(context.config.language, id); };
   const std::string_view open = text(MessageId::kOpenBracket);
   const std::string_view close = text(MessageId::kCloseBracket);
   const std::string_view comma = text(MessageId::kComma);
@@ -43,19 +43,20 @@ void BlockWebshell(const WebshellPlace& place, const WebshellResult& found, Requ
 
   result.rule = found.rule;
   // The lists leave only the first phase countable.
-  BlockPlainly(kKindWebshell, facts.statistics || facts.phase == kPhasePostExecute ? place.statistics : "", facts,
-               result);
+  BlockPlainly(kKindWebshell, result.request.statistics || context.phase == kPhasePostExecute ? place.statistics : "",
+               facts, context, result);
 }
 
-void RecordPartialScan(const WebshellPlace& place, const char* check, const RequestFacts& facts) {
-  const auto text = [&facts](MessageId id) { return Message(facts.config->language, id); };
+void RecordPartialScan(const WebshellPlace& place, const char* check, const RequestFacts& facts,
+                       const CheckContext& context) {
+  const auto text = [&context](MessageId id) { return Message(context.config.language, id); };
   CheckResult note;
   note.check = check;
   note.item = text(place.item);
   AppendAll(&note.item, {text(MessageId::kOpenBracket), place.place, text(MessageId::kCloseBracket)});
   note.category = text(MessageId::kWebshellCategory);
   note.reason = note.detail = text(MessageId::kWebshellPartial);
-  EventRecorder().RecordPartial(facts, note);
+  context.recorder.RecordPartial(facts, context, note);
 }
 
 }  // namespace qiv

@@ -3,6 +3,7 @@
 
 #include <string_view>
 
+#include "checks/check_context.h"
 #include "checks/check_result.h"
 #include "checks/request_facts.h"
 #include "common/messages.h"
@@ -26,9 +27,11 @@ struct WebshellPlace {
 ///   item    "Webshell Protection(GET)"
 ///   reason  "Deny webshell(GET),Type:ASP backdoor"
 ///   detail  "Deny webshell(GET[q]),Type:ASP backdoor(Hide),Keywords:eval"
-void BlockWebshell(const WebshellPlace& place, const WebshellResult& found, RequestFacts& facts, CheckResult& result);
+void BlockWebshell(const WebshellPlace& place, const WebshellResult& found, const RequestFacts& facts,
+                   const CheckContext& context, CheckResult& result);
 
 /// Tells that of what was sent there not all was examined.
-void RecordPartialScan(const WebshellPlace& place, const char* check, const RequestFacts& facts);
+void RecordPartialScan(const WebshellPlace& place, const char* check, const RequestFacts& facts,
+                       const CheckContext& context);
 
 }  // namespace qiv

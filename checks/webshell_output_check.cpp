@@ -14,24 +14,24 @@ constexpr std::size_t kScannedSource = 64 * 1024;
 
 }  // namespace
 
-void WebshellOutputCheck(RequestFacts& facts, CheckResult& result) {
-  const WebsiteConfig& site = *facts.config;
-  const std::string_view text = facts.response_body;
-  if (site.base.trojan == 0 || site.base.trojan_webout == 0 || !facts.webshells || text.empty()) return;
+void WebshellOutputCheck(const RequestFacts& facts, const CheckContext& context, CheckResult& result) {
+  const WebsiteConfig& site = context.config;
+  const std::string_view text = context.response_body;
+  if (site.base.trojan == 0 || site.base.trojan_webout == 0 || !context.webshells || text.empty()) return;
 
   WebshellPlace place;
   place.place = "Response";
   place.statistics = kWebshellOutputStatistics;
   WebshellResult found;
   if (IsWebshellOutput(text, site.language, &found)) {
-    BlockWebshell(place, found, facts, result);
+    BlockWebshell(place, found, facts, context, result);
     return;
   }
   if (FindScript(text) == std::string_view::npos) return;
   const bool strict = site.base.trojan_strict_mode != 0;
-  if (facts.webshells->WebshellScan(text.substr(0, kScannedSource), &found) && (strict || !found.suspicious)) {
+  if (context.webshells->WebshellScan(text.substr(0, kScannedSource), &found) && (strict || !found.suspicious)) {
     place.name = Message(site.language, MessageId::kScriptSource);
-    BlockWebshell(place, found, facts, result);
+    BlockWebshell(place, found, facts, context, result);
   }
 }
 

@@ -185,18 +185,12 @@ bool CExchangeFiles::WriteLock(ClientList list, const CIpAddress& client, std::i
   return Append(LockLine(list, client.Text(), now, end, details));
 }
 
-bool CExchangeFiles::WriteMessage(std::string_view text1, std::string_view text2, std::string_view text3,
-                                  std::string_view text4, std::string_view text5) {
-  return Append(MessageLine(text1, text2, text3, text4, text5));
-}
+bool CExchangeFiles::WriteMessage(const ServiceMessage& message) { return Append(MessageLine(message)); }
 
-bool CExchangeFiles::CountCheck(std::string_view value1, std::string_view value2, std::string_view value3,
-                                std::string_view value4) {
-  return Count(&check_queue_, CheckLine(value1, value2, value3, value4));
-}
+bool CExchangeFiles::CountCheck(const CheckCount& check) { return Count(&check_queue_, CheckLine(check)); }
 
-bool CExchangeFiles::CountStatistics(std::string_view category, std::string_view value1, std::string_view value2) {
-  return Count(&statistics_queue_, StatisticsLine(category, value1, value2));
+bool CExchangeFiles::CountStatistics(const StatisticsCount& statistics) {
+  return Count(&statistics_queue_, StatisticsLine(statistics));
 }
 
 bool CExchangeFiles::Count(CLineQueue* queue, const std::string& line) { return queue->Add(line) || Append(line); }

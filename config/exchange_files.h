@@ -76,11 +76,10 @@ class CExchangeFiles {
   /// begin with the reason.
   bool WriteLock(ClientList list, const CIpAddress& client, std::int64_t now, std::int64_t end,
                  std::initializer_list<std::string_view> details);
-  bool WriteMessage(std::string_view text1, std::string_view text2, std::string_view text3, std::string_view text4,
-                    std::string_view text5);
+  bool WriteMessage(const ServiceMessage& message);
   // Queued; a line for which its queue has no room is written at once instead.
-  bool CountCheck(std::string_view value1, std::string_view value2, std::string_view value3, std::string_view value4);
-  bool CountStatistics(std::string_view category, std::string_view value1, std::string_view value2);
+  bool CountCheck(const CheckCount& check);
+  bool CountStatistics(const StatisticsCount& statistics);
 
   /// Writes the queued lines when the last flush is kFlushInterval ago.
   void FlushIfDue(std::int64_t now);

@@ -102,18 +102,19 @@ std::string LockLine(ClientList list, std::string_view client, std::int64_t now,
   return line;
 }
 
-std::string MessageLine(std::string_view text1, std::string_view text2, std::string_view text3, std::string_view text4,
-                        std::string_view text5) {
-  return Line({"msg", OrDash(text1), OrDash(text2), OrDash(text3), "-", "-", OrDash(text4), OrDash(text5)});
+std::string MessageLine(const ServiceMessage& message) {
+  return Line({"msg", OrDash(message.client), OrDash(message.category), OrDash(message.item), "-", "-",
+               OrDash(message.reason), OrDash(message.url)});
 }
 
-std::string CheckLine(std::string_view value1, std::string_view value2, std::string_view value3,
-                      std::string_view value4) {
-  return Line({"check", OrDash(value1), OrDash(value2), OrDash(value3), "0", "1", OrDash(value4), "-"});
+std::string CheckLine(const CheckCount& check) {
+  return Line(
+      {"check", OrDash(check.check), OrDash(check.client), OrDash(check.action), "0", "1", OrDash(check.rule), "-"});
 }
 
-std::string StatisticsLine(std::string_view category, std::string_view value1, std::string_view value2) {
-  return Line({"tongji", OrDash(category), "-", OrDash(value1), OrDash(value2), "1", "-", "-"});
+std::string StatisticsLine(const StatisticsCount& statistics) {
+  return Line(
+      {"tongji", OrDash(statistics.category), "-", OrDash(statistics.client), OrDash(statistics.rule), "1", "-", "-"});
 }
 
 std::string WithCount(std::string_view line, std::uint64_t count) {

@@ -57,16 +57,40 @@ std::int64_t ParseTime(std::string_view text);
 std::string CleanField(std::string_view text);
 inline constexpr std::size_t kFieldMaxBytes = 1024;  // the longest text of the event log
 
+// What the module tells of its blocks. An empty text is written "-".
+
+/// A "msg" line: a block that somebody should hear of.
+struct ServiceMessage {
+  std::string_view client;
+  std::string_view category;
+  std::string_view item;
+  std::string_view reason;
+  std::string_view url;
+};
+
+/// A "check" line, counted: what a check did.
+struct CheckCount {
+  std::string_view check;
+  std::string_view client;
+  std::string_view action;
+  std::string_view rule;
+};
+
+/// A "tongji" line, counted.
+struct StatisticsCount {
+  std::string_view category;
+  std::string_view client;
+  std::string_view rule;
+};
+
 // Plain lines for _out.log, every field cleaned.
 
 /// "add", or "del" when the client's verification ended (kCcCheck with end 0).
 std::string LockLine(ClientList list, std::string_view client, std::int64_t now, std::int64_t end,
                      std::initializer_list<std::string_view> details);
-std::string MessageLine(std::string_view text1, std::string_view text2, std::string_view text3, std::string_view text4,
-                        std::string_view text5);
-std::string CheckLine(std::string_view value1, std::string_view value2, std::string_view value3,
-                      std::string_view value4);
-std::string StatisticsLine(std::string_view category, std::string_view value1, std::string_view value2);
+std::string MessageLine(const ServiceMessage& message);
+std::string CheckLine(const CheckCount& check);
+std::string StatisticsLine(const StatisticsCount& statistics);
 
 /// A check or statistics line with its count (field 5) set.
 std::string WithCount(std::string_view line, std::uint64_t count);

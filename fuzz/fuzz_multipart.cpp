@@ -8,6 +8,7 @@
 #include "checks/upload_check.h"
 #include "common/multipart.h"
 #include "config/website_config.h"
+#include "tests/checks/lone_context.h"
 
 namespace {
 
@@ -31,16 +32,16 @@ std::shared_ptr<const qiv::WebsiteConfig> Config() {
 
 void CheckUpload(std::string_view type, std::string_view body) {
   static const std::shared_ptr<const qiv::WebsiteConfig> config = Config();
+  static qiv::CLoneContext lone(*config);
   qiv::RequestFacts facts;
-  facts.config = config;
   facts.content_type = type;
   facts.raw_url = type;
   facts.raw_body = body;
   qiv::CheckResult result;
-  qiv::UploadCheck(facts, result);
+  qiv::UploadCheck(facts, lone.Context(), result);
   const bool blocked = result.status == qiv::kBlocked;
   Require(blocked || result.status == qiv::kUndecided);
-  Require(blocked != result.reason.empty() && blocked != result.item.empty() && facts.attack == blocked);
+  Require(blocked != result.reason.empty() && blocked != result.item.empty() && result.request.attack == blocked);
 }
 
 }  // namespace

@@ -38,7 +38,7 @@ class CProtectedHost {
         << "<qivips_websiteconfigpart>" << qiv::encrypt_text("", kSettings) << "</qivips_websiteconfigpart>";
     std::ofstream(path / "config" / "_sql.db") << qiv::encrypt_text("", kLibrary);
     qiv::InitialiseModule(path.string(), false);
-    if (iis::Failed(host.Register(&RegisterModule)) || !qiv::ModuleConfig().IsConfigValid()) std::abort();
+    if (iis::Failed(host.Register(&RegisterModule)) || !qiv::State().config.IsConfigValid()) std::abort();
   }
   qiv::host::CModuleHost host;
 };

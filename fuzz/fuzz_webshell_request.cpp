@@ -14,6 +14,7 @@
 #include "config/website_config.h"
 #include "engines/webshell/request_code.h"
 #include "engines/webshell/webshell_scan.h"
+#include "tests/checks/lone_context.h"
 
 namespace {
 
@@ -49,9 +50,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::string_view rest = text.substr(type.size());
   const bool query = type == "GET";
 
+  static qiv::CLoneContext lone(*config, libs.get());
   qiv::RequestFacts facts;
-  facts.config = config;
-  facts.webshells = libs;
   facts.raw_url = query ? "/a.php?" + std::string(rest) : "/a.php";
   facts.query = query ? qiv::NormalizeText(std::string(rest)) : "";
   facts.content_type = type;
@@ -80,7 +80,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   Require(bytes <= (qiv::kMostPasses + 1) * (size + 1024));
 
   qiv::CheckResult result;
-  qiv::WebshellCheck(facts, result);
+  qiv::WebshellCheck(facts, lone.Context(), result);
   const bool blocked = result.status == qiv::kBlocked;
   Require(blocked || result.status == qiv::kUndecided);
   Require(blocked != result.reason.empty() && blocked != result.item.empty() && blocked != result.detail.empty());

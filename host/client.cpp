@@ -82,6 +82,7 @@ void CClient::Start() {
   Error error;
   socket_.set_option(tcp::no_delay(true), error);
   socket_.native_non_blocking(true, error);
+  LimitUnsent(handle_);
   const tcp::endpoint remote = socket_.remote_endpoint(error);
   if (error) return;
   const tcp::endpoint local = socket_.local_endpoint(error);
@@ -273,6 +274,11 @@ bool CClient::SendTail() {
   std::size_t moved = 0;
   const IoStatus status = wire_.tail().Write(handle_, &moved);
   wire_.send_pace().Moved(moved);
+  if (moved >= kWriteAtOnce && status == IoStatus::kWouldBlock) {
+    deadline_ = kNever;
+    asio::post(server_->io, [self = shared_from_this()] { self->Work(); });
+    return false;
+  }
   if (status == IoStatus::kWouldBlock) WaitWithin(wire_.send_pace(), true);
   if (status == IoStatus::kDone && !wire_.has_failed()) return Finish();
   // What the system still holds of a response that will not be whole goes too.

@@ -10,7 +10,6 @@ namespace {
 constexpr std::size_t kTailLimit = 1u << 20;  ///< of one response; more than that keeps its thread
 constexpr std::size_t kAllTailsLimit = 128u << 20;
 constexpr std::size_t kFilePiece = 32768;
-constexpr std::size_t kWriteOnce = 512 * 1024;  ///< then other connections get their turn
 
 }  // namespace
 
@@ -69,7 +68,7 @@ IoStatus CResponseTail::Write(SocketHandle socket, std::size_t* moved) {
     if (sent.status != IoStatus::kDone) return sent.status;
     part.at += sent.bytes;
     *moved += sent.bytes;
-    if (*moved >= kWriteOnce) return IoStatus::kWouldBlock;
+    if (*moved >= kWriteAtOnce) return IoStatus::kWouldBlock;
   }
   Clear();
   return IoStatus::kDone;

@@ -11,6 +11,8 @@
 
 namespace qiv::host {
 
+inline constexpr std::size_t kWriteAtOnce = 256 * 1024;  ///< to one client, then others get their turn
+
 /// Bytes and ranges of files that go out without a thread. Used by one thread at a time; the memory that all tails hold
 /// together is limited.
 class CResponseTail {
@@ -27,7 +29,8 @@ class CResponseTail {
   bool AppendFile(iis::HANDLE file, std::uint64_t offset, std::uint64_t size);
   void Clear();
 
-  /// Writes what fits, at most a few hundred KiB. kDone when nothing is left, kClosed when a file became shorter.
+  /// Writes what fits, at most kWriteAtOnce and a piece. kDone when nothing is left, kClosed when a file became
+  /// shorter.
   IoStatus Write(SocketHandle socket, std::size_t* moved);
 
  private:

@@ -21,11 +21,15 @@
 #endif
 
 #include <algorithm>
+#include <climits>
 
 namespace qiv::host {
 namespace {
 
 constexpr std::size_t kLargestCall = 1u << 30;
+#if defined(TCP_NOTSENT_LOWAT)
+constexpr int kUnsentLimit = 128 * 1024;  ///< a fast client on a fast line is sent more before this is gone
+#endif
 
 #if defined(_WIN32)
 using Native = SOCKET;
@@ -37,6 +41,12 @@ bool Interrupted() { return false; }
 bool ConnectIsUnderWay() { return WSAGetLastError() == WSAEWOULDBLOCK; }
 int CallSize(std::size_t size) { return static_cast<int>(std::min(size, kLargestCall)); }
 void CloseNative(Native socket) { closesocket(socket); }
+// A wait there need not end when another thread ends the connection, so it looks for that now and then.
+constexpr int kLongestPoll = 1000;
+bool WasShutDown(Native socket) {
+  char byte;
+  return recv(socket, &byte, 1, MSG_PEEK) < 0 && WSAGetLastError() == WSAESHUTDOWN;
+}
 void SetNonBlocking(Native socket) {
   u_long on = 1;
   ioctlsocket(socket, FIONBIO, &on);
@@ -54,6 +64,8 @@ bool Interrupted() { return errno == EINTR; }
 bool ConnectIsUnderWay() { return errno == EINPROGRESS; }
 std::size_t CallSize(std::size_t size) { return std::min(size, kLargestCall); }
 void CloseNative(Native socket) { close(socket); }
+constexpr int kLongestPoll = INT_MAX;
+bool WasShutDown(Native) { return false; }
 void SetNonBlocking(Native socket) { fcntl(socket, F_SETFL, fcntl(socket, F_GETFL) | O_NONBLOCK); }
 void RaiseLimit() {
   rlimit limit;
@@ -94,11 +106,16 @@ bool WaitFor(SocketHandle socket, bool read, bool write, int milliseconds, Readi
   entry.events = static_cast<short>((read ? POLLIN : 0) | (write ? POLLOUT : 0));
   // An interrupted wait starts anew: signals are rare, and the limit is a safety net.
   int count = 0;
+  bool shut_down = false;
   do {
-    count = Poll(&entry, milliseconds);
-  } while (count < 0 && Interrupted());
-  if (count <= 0) return false;
-  const bool broken = (entry.revents & (POLLERR | POLLHUP | POLLNVAL)) != 0;
+    const int slice = std::min(milliseconds, kLongestPoll);
+    count = Poll(&entry, slice);
+    if (count != 0) continue;
+    milliseconds -= slice;
+    shut_down = WasShutDown(entry.fd);
+  } while ((count < 0 && Interrupted()) || (count == 0 && milliseconds > 0 && !shut_down));
+  if (count <= 0 && !shut_down) return false;
+  const bool broken = shut_down || (entry.revents & (POLLERR | POLLHUP | POLLNVAL)) != 0;
   ready->readable = broken || (entry.revents & POLLIN) != 0;
   ready->writable = broken || (entry.revents & POLLOUT) != 0;
   return true;
@@ -117,7 +134,13 @@ bool IsIpv6(SocketHandle socket) {
          address.ss_family == AF_INET6;
 }
 
-void ShutdownBoth(SocketHandle socket) { shutdown(ToNative(socket), kShutBoth); }
+void ShutdownBoth(SocketHandle socket) {
+  shutdown(ToNative(socket), kShutBoth);
+#if defined(_WIN32)
+  // There a read that is under way goes on waiting for a client that does not close its side.
+  CancelIoEx(reinterpret_cast<HANDLE>(socket), nullptr);
+#endif
+}
 void ShutdownWrite(SocketHandle socket) { shutdown(ToNative(socket), kShutWrite); }
 
 void PrepareReset(SocketHandle socket) {
@@ -125,6 +148,14 @@ void PrepareReset(SocketHandle socket) {
   off.l_onoff = 1;
   off.l_linger = 0;
   setsockopt(ToNative(socket), SOL_SOCKET, SO_LINGER, reinterpret_cast<const char*>(&off), sizeof off);
+}
+
+void LimitUnsent([[maybe_unused]] SocketHandle socket) {
+#if defined(TCP_NOTSENT_LOWAT)
+  // Elsewhere the system's own limit of a send buffer holds.
+  const int limit = kUnsentLimit;
+  setsockopt(ToNative(socket), IPPROTO_TCP, TCP_NOTSENT_LOWAT, reinterpret_cast<const char*>(&limit), sizeof limit);
+#endif
 }
 
 void RaiseSocketLimit() { RaiseLimit(); }

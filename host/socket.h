@@ -42,6 +42,10 @@ void ShutdownWrite(SocketHandle socket);
 /// Makes the coming close drop what is unsent and tell the peer by a reset.
 void PrepareReset(SocketHandle socket);
 
+/// Lets the system hold little of what a socket is yet to send, whatever its buffers grow to: a client that does not
+/// read costs no more than that, in memory and in the time it takes to fill.
+void LimitUnsent(SocketHandle socket);
+
 /// Lets this process have as many sockets as the system gives without asking anybody.
 void RaiseSocketLimit();
 

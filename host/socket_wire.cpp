@@ -202,6 +202,7 @@ bool CSocketWire::FlushOut() {
 bool CSocketWire::WriteFile(const iis::HTTP_DATA_CHUNK& chunk) {
   std::uint64_t offset = chunk.FromFileHandle.ByteRange.StartingOffset;
   std::uint64_t left = chunk.FromFileHandle.ByteRange.Length;
+  const std::uint64_t first = offset;
   while (left > 0) {
     const std::size_t at = out_.size();
     const auto wanted = static_cast<std::size_t>(std::min<std::uint64_t>(left, kCoalesceLimit));
@@ -215,7 +216,8 @@ bool CSocketWire::WriteFile(const iis::HTTP_DATA_CHUNK& chunk) {
     left -= static_cast<std::uint64_t>(got);
     if (out_.size() >= kCoalesceLimit && !FlushOut()) return false;
     if (count == 0) return true;
-    if (tail_.empty()) continue;
+    const bool had_its_turn = may_defer_ && offset - first >= kWriteAtOnce;
+    if (tail_.empty() && !had_its_turn) continue;
     const std::uint64_t size = SizeOfFile(chunk.FromFileHandle.FileHandle);
     const std::uint64_t rest = framer_.Admit(std::min(left, size > offset ? size - offset : 0));
     bytes_sent_ += rest;

@@ -19,42 +19,43 @@ std::string_view ActionOf(const CheckResult& result) {
 }
 
 /// What the visitor was told, where a page was written.
-std::string EventId(const RequestFacts& facts) {
-  return facts.event_id.empty() ? CEventLog::NewEventId() : facts.event_id;
+std::string EventId(const CheckResult& result) {
+  return result.request.event_id.empty() ? CEventLog::NewEventId() : result.request.event_id;
 }
 
 /// What both logs say alike. Views into the two records.
-Event EventOf(const RequestFacts& facts, const CheckResult& result) {
+Event EventOf(const RequestFacts& facts, const CheckContext& context, const CheckResult& result) {
   Event event;
   event.site = facts.site_id;
-  event.client = facts.client_ip_copy;
-  event.forwarded = facts.forwarded_for_as_sent.empty() ? std::string_view() : facts.forwarded_ip_copy;
+  event.client = facts.client_ip;
+  event.forwarded = facts.forwarded_for_as_sent.empty() ? std::string_view() : facts.forwarded_ip;
   event.method = facts.method;
-  event.phase = facts.phase;
+  event.phase = context.phase;
   event.check = result.check;
   event.action = ActionOf(result);
-  event.status = result.status == kBlocked ? PageStatus(facts, result) : 0;
+  event.status = result.status == kBlocked ? PageStatus(context.config.page, result) : 0;
   event.elapsed_us = MonotonicMicroseconds() - facts.started_us;
   return event;
 }
 
 }  // namespace
 
-void CBlockRecorder::RecordBlock(const RequestFacts& facts, const CheckResult& result) {
+void CBlockRecorder::RecordBlock(const RequestFacts& facts, const CheckContext& context, const CheckResult& result) {
   if (!result.log) return;
   const std::string url = ShownUrl(facts);
-  WriteEvent(facts, result, url);
-  TellService(facts, result, url);
+  WriteEvent(facts, context, result, url);
+  TellService(facts, context, result, url);
 }
 
-void CBlockRecorder::RecordPartial(const RequestFacts& facts, const CheckResult& note) {
-  WriteEvent(facts, note, ShownUrl(facts));
+void CBlockRecorder::RecordPartial(const RequestFacts& facts, const CheckContext& context, const CheckResult& note) {
+  WriteEvent(facts, context, note, ShownUrl(facts));
 }
 
-void CBlockRecorder::WriteEvent(const RequestFacts& facts, const CheckResult& result, std::string_view url) {
-  const std::string id = EventId(facts);
+void CBlockRecorder::WriteEvent(const RequestFacts& facts, const CheckContext& context, const CheckResult& result,
+                                std::string_view url) {
+  const std::string id = EventId(result);
   const std::string user_agent = WithoutSecrets(facts.user_agent);
-  Event event = EventOf(facts, result);
+  Event event = EventOf(facts, context, result);
   event.event_id = id;
   event.url = url;
   event.user_agent = user_agent;
@@ -65,24 +66,29 @@ void CBlockRecorder::WriteEvent(const RequestFacts& facts, const CheckResult& re
   log_.Write(event);
 }
 
-void CBlockRecorder::RecordRequest(const RequestFacts& facts, const CheckResult& result) {
-  const std::string id = EventId(facts);
+void CBlockRecorder::RecordRequest(const RequestFacts& facts, const CheckContext& context, const CheckResult& result) {
+  const std::string id = EventId(result);
   const std::string url = ShownUrl(facts);
   const std::string user_agent = WithoutSecrets(facts.user_agent);
-  Event event = EventOf(facts, result);
+  Event event = EventOf(facts, context, result);
   event.event_id = id;
   event.url = url;
   event.user_agent = user_agent;
   log_.WriteRequest(event);
 }
 
-void CBlockRecorder::TellService(const RequestFacts& facts, const CheckResult& result, std::string_view url) noexcept {
+void CBlockRecorder::TellService(const RequestFacts& facts, const CheckContext& context, const CheckResult& result,
+                                 std::string_view url) noexcept {
   if (!service_.IsEnabled()) return;
   try {
     CExchangeFiles& exchange = service_.Exchange();
-    exchange.CountCheck(result.check, facts.client_ip, "block", result.rule.empty() ? "-" : result.rule);
-    if (!result.notify || !facts.config->response.notice) return;
-    exchange.WriteMessage(facts.client_ip, result.category, result.item, result.reason, url);
+    exchange.CountCheck({.check = result.check, .client = facts.client_ip, .action = "block", .rule = result.rule});
+    if (!result.notify || !context.config.response.notice) return;
+    exchange.WriteMessage({.client = facts.client_ip,
+                           .category = result.category,
+                           .item = result.item,
+                           .reason = result.reason,
+                           .url = url});
   } catch (const std::exception&) {
     // Out of memory: the line is lost, the request is not.
   }
@@ -91,7 +97,7 @@ void CBlockRecorder::TellService(const RequestFacts& facts, const CheckResult& r
 void CBlockRecorder::RecordStatistics(std::string_view category, std::string_view client_ip, std::string_view rule) {
   if (!service_.IsEnabled()) return;
   try {
-    service_.Exchange().CountStatistics(category, client_ip, rule);
+    service_.Exchange().CountStatistics({category, client_ip, rule});
   } catch (const std::exception&) {
     // As above.
   }

@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "checks/event_recorder.h"
+#include "checks/check_context.h"
 #include "common/event_log.h"
 #include "module/service_link.h"
 
@@ -19,11 +19,11 @@ class CBlockRecorder final : public IEventRecorder {
   /// Writes an event when result.log is set. While the service is linked, it is told too: every block counts in a
   /// "check" line (check, client, "block"; rule), and one that asks for notification is a "msg" line (client, category,
   /// item; reason, URL).
-  void RecordBlock(const RequestFacts& facts, const CheckResult& result) override;
+  void RecordBlock(const RequestFacts& facts, const CheckContext& context, const CheckResult& result) override;
   /// Writes an event.
-  void RecordPartial(const RequestFacts& facts, const CheckResult& note) override;
+  void RecordPartial(const RequestFacts& facts, const CheckContext& context, const CheckResult& note) override;
   /// A line in the request log: what was decided before the application saw the request.
-  void RecordRequest(const RequestFacts& facts, const CheckResult& result) override;
+  void RecordRequest(const RequestFacts& facts, const CheckContext& context, const CheckResult& result) override;
   /// A "tongji" line (category; client, rule). Nothing keeps statistics while the service is not linked.
   void RecordStatistics(std::string_view category, std::string_view client_ip, std::string_view rule) override;
 
@@ -31,8 +31,10 @@ class CBlockRecorder final : public IEventRecorder {
   void RecordFailure(std::string_view notification, std::string_view what) noexcept;
 
  private:
-  void WriteEvent(const RequestFacts& facts, const CheckResult& result, std::string_view url);
-  void TellService(const RequestFacts& facts, const CheckResult& result, std::string_view url) noexcept;
+  void WriteEvent(const RequestFacts& facts, const CheckContext& context, const CheckResult& result,
+                  std::string_view url);
+  void TellService(const RequestFacts& facts, const CheckContext& context, const CheckResult& result,
+                   std::string_view url) noexcept;
 
   CEventLog& log_;
   CServiceLink& service_;

@@ -4,7 +4,6 @@
 #include <cstring>
 
 #include "common/text.h"
-#include "config/website_config.h"
 #include "iis/httpserv.h"
 #include "module/server_text.h"
 
@@ -23,8 +22,6 @@ void CollectForwarded(iis::IHttpRequest& request, RequestFacts& facts) {
   if (!address) return;
   facts.is_ipv4 = address->IsIpv4();
   facts.forwarded_ip = address->Text();
-  facts.forwarded_ipv4 = address->Ipv4();
-  if (!facts.is_ipv4) facts.forwarded_ipv6 = address->Bytes();
 }
 
 bool SeenProxy(iis::IHttpContext& context, const RequestFacts& facts) {
@@ -78,12 +75,12 @@ std::optional<CIpAddress> ForwardedAddress(std::string_view cleaned) {
   return CIpAddress::Parse(item);
 }
 
-bool CollectAddresses(iis::IHttpContext& context, iis::IHttpRequest& request, RequestFacts& facts) {
+bool CollectAddresses(iis::IHttpContext& context, iis::IHttpRequest& request, bool cdn, RequestFacts& facts) {
   CollectForwarded(request, facts);
   facts.proxy_seen = SeenProxy(context, facts);
 
   std::optional<CIpAddress> client;
-  if (facts.config->response.cdn && facts.forwarded_ip != "0.0.0.0") client = CIpAddress::Parse(facts.forwarded_ip);
+  if (cdn && facts.forwarded_ip != "0.0.0.0") client = CIpAddress::Parse(facts.forwarded_ip);
   if (!client) client = SocketClient(context, request);
   if (!client) return false;
 
@@ -91,13 +88,7 @@ bool CollectAddresses(iis::IHttpContext& context, iis::IHttpRequest& request, Re
   facts.is_ipv4 = client->IsIpv4();
   facts.client_ipv4 = client->Ipv4();
   facts.ipv6 = facts.is_ipv4 ? std::array<std::uint8_t, 16>{} : client->Bytes();
-  facts.client_ip_copy = facts.client_ip;
-  if (facts.forwarded_ip.empty()) {
-    facts.forwarded_ip = facts.client_ip;
-    facts.forwarded_ipv4 = facts.client_ipv4;
-    facts.forwarded_ipv6 = facts.ipv6;
-  }
-  facts.forwarded_ip_copy = facts.forwarded_ip;
+  if (facts.forwarded_ip.empty()) facts.forwarded_ip = facts.client_ip;
   return true;
 }
 

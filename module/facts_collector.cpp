@@ -117,11 +117,8 @@ void CollectUrl(const iis::HTTP_REQUEST& raw, RequestFacts& facts) {
 
   const bool secured = raw.pSslInfo != nullptr;
   facts.host = CookedHost(raw, secured);
-  facts.host_and_path = facts.host + facts.path;
-  facts.site_url = (secured ? "https://" : "http://") + facts.host_and_path;
+  facts.site_url = (secured ? "https://" : "http://") + facts.host + facts.path;
   facts.full_url = facts.query.empty() ? facts.site_url : facts.site_url + "?" + facts.query;
-  facts.full_raw_url = facts.site_url;
-  if (mark != std::string_view::npos) facts.full_raw_url.append("?").append(raw_query);
 }
 
 std::uint32_t SaturatedLength(std::string_view text) {
@@ -138,13 +135,6 @@ bool ContainsIgnoringCase(std::string_view text, std::string_view lower) {
   return CCharSet::LowerAscii(text).find(lower) != std::string::npos;
 }
 
-/// A form with parts. Blanks around the ";" vary between clients.
-bool IsMultipart(std::string_view content_type) {
-  const std::string lower = CCharSet::LowerAscii(content_type);
-  const std::size_t form = lower.find("multipart/form-data");
-  return form != std::string::npos && lower.find("boundary=", form) != std::string::npos;
-}
-
 void TakeHeader(std::int32_t number, std::string_view value, RequestFacts& facts) {
   switch (number) {
     case iis::HttpHeaderContentLength:
@@ -152,7 +142,6 @@ void TakeHeader(std::int32_t number, std::string_view value, RequestFacts& facts
       break;
     case iis::HttpHeaderContentType:
       facts.content_type = value;
-      facts.multipart = IsMultipart(value);
       if (ContainsIgnoringCase(value, "gbk") || ContainsIgnoringCase(value, "gb2312")) facts.gbk_page = true;
       if (ContainsIgnoringCase(value, "utf-8")) facts.gbk_page = false;
       break;
@@ -187,8 +176,9 @@ void ReadHeaders(const iis::IHttpRequest& request, RequestFacts& facts) {
   }
 }
 
-void ReadBody(iis::IHttpContext& context, iis::IHttpRequest& request, RequestFacts& facts) {
-  const bool wanted = facts.config->need_post_body || facts.config->response.passwd;
+void ReadBody(iis::IHttpContext& context, iis::IHttpRequest& request, const WebsiteConfig& config,
+              RequestFacts& facts) {
+  const bool wanted = config.need_post_body || config.response.passwd;
   const bool has_type = RequestHeader(request, iis::HttpHeaderContentType).has_value();
   if (!wanted || !has_type || facts.content_length == 0) return;
   if (facts.content_length > kMaxBody) {
@@ -208,24 +198,25 @@ void ReadBody(iis::IHttpContext& context, iis::IHttpRequest& request, RequestFac
 
 }  // namespace
 
-bool CollectFacts(iis::IHttpContext& context, RequestFacts& facts) {
+bool CollectFacts(iis::IHttpContext& context, const WebsiteConfig& config, RequestFacts& facts) {
   iis::IHttpRequest* request = context.GetRequest();
   const iis::HTTP_REQUEST* raw = request ? request->GetRawHttpRequest() : nullptr;
   if (!raw) return false;
-  facts.page_detail = true;
-  if (!CollectAddresses(context, *request, facts)) return false;
+  facts.context = &context;
+  if (!CollectAddresses(context, *request, config.response.cdn != 0, facts)) return false;
   CollectUrl(*raw, facts);
   return true;
 }
 
-bool ReadHeadersAndBody(iis::IHttpContext& context, RequestFacts& facts, bool may_read_body) {
+bool ReadHeadersAndBody(iis::IHttpContext& context, const WebsiteConfig& config, bool may_read_body,
+                        RequestFacts& facts) {
   iis::IHttpRequest* request = context.GetRequest();
   if (!request) return false;
   const char* method = request->GetHttpMethod();
   facts.method = method ? method : "";
   ReadHeaders(*request, facts);
   facts.site_id = request->GetSiteId();
-  if (may_read_body && facts.method == "POST") ReadBody(context, *request, facts);
+  if (may_read_body && facts.method == "POST") ReadBody(context, *request, config, facts);
   return true;
 }
 

@@ -9,12 +9,15 @@ class IHttpContext;
 
 namespace qiv {
 
-/// Addresses and URL. Reads facts.config. False when there is no request to read or the client's address is neither
+struct WebsiteConfig;
+
+/// Addresses and URL. False when there is no request to read or the client's address is neither
 /// IPv4 nor IPv6.
-bool CollectFacts(iis::IHttpContext& context, RequestFacts& facts);
+bool CollectFacts(iis::IHttpContext& context, const WebsiteConfig& config, RequestFacts& facts);
 
 /// Method, headers, site and, when `may_read_body` and the configuration needs it, the body of a POST, which is given
 /// back to the server. False when there is no request to read.
-bool ReadHeadersAndBody(iis::IHttpContext& context, RequestFacts& facts, bool may_read_body);
+bool ReadHeadersAndBody(iis::IHttpContext& context, const WebsiteConfig& config, bool may_read_body,
+                        RequestFacts& facts);
 
 }  // namespace qiv

@@ -15,33 +15,35 @@ std::unique_ptr<ModuleState>& Holder() {
   return state;
 }
 
+IEventRecorder& RecorderOf(CBlockRecorder* recorder, IEventRecorder* events) {
+  static CNoRecorder nobody;
+  if (recorder) return *recorder;
+  return events ? *events : nobody;
+}
+
 }  // namespace
 
-ModuleState::ModuleState(std::string directory, bool with_log)
+ModuleState::ModuleState(std::string directory, bool with_log, IEventRecorder* events)
     : log(LogDirectory(directory)),
       states(with_log ? &log : nullptr),
       config(std::move(directory), &UnixSeconds, &states),
       service(config, with_log),
       contexts(config),
-      pipeline(config, contexts, CheckTable()),
-      recorder(with_log ? std::make_unique<CBlockRecorder>(log, service) : nullptr) {
-  SetEventRecorder(recorder.get());
-}
-
-ModuleState::~ModuleState() {
-  if (recorder && &EventRecorder() == recorder.get()) SetEventRecorder(nullptr);
-}
+      recorder(with_log ? std::make_unique<CBlockRecorder>(log, service) : nullptr),
+      pipeline(config, contexts, CheckTable(), {service.Checks(), RecorderOf(recorder.get(), events)}) {}
 
 ModuleState& State() {
   if (!Holder()) InitialiseModule(ModuleDirectory(&kPathSeparator), false);
   return *Holder();
 }
 
-void InitialiseModule(std::string module_directory, bool with_log) {
+void InitialiseModule(std::string module_directory, bool with_log, IEventRecorder* events) {
   if (module_directory.empty()) module_directory = ".";
   const char last = module_directory.back();
   if (last != '/' && last != kPathSeparator) module_directory += kPathSeparator;
-  Holder() = std::make_unique<ModuleState>(std::move(module_directory), with_log);
+  Holder() = std::make_unique<ModuleState>(std::move(module_directory), with_log, events);
 }
+
+void EndModule() { Holder().reset(); }
 
 }  // namespace qiv

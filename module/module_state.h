@@ -18,17 +18,16 @@ namespace qiv {
 
 /// Everything that outlives a request. Members are thread safe each by itself.
 struct ModuleState {
-  /// `directory` with its trailing separator.
-  ModuleState(std::string directory, bool with_log);
-  ~ModuleState();
+  /// `directory` with its trailing separator; the others as for InitialiseModule.
+  ModuleState(std::string directory, bool with_log, IEventRecorder* events);
 
   CEventLog log;
   CStateRecorder states;  ///< writes nothing when nothing is logged
   CQivConfig config;
   CServiceLink service;
   CStoredContexts contexts;
+  const std::unique_ptr<CBlockRecorder> recorder;  ///< null: nothing is logged
   CPipeline pipeline;
-  std::unique_ptr<CBlockRecorder> recorder;  ///< null: nothing is logged
   /// Read and then set by the factory's first call. Two racing first calls may both take themselves for the first:
   /// what they then do may be done twice.
   std::atomic<std::int32_t> factory_called{0};
@@ -38,10 +37,12 @@ struct ModuleState {
 /// own directory. Programs that link the module's sources call InitialiseModule first.
 ModuleState& State();
 
-inline CQivConfig& ModuleConfig() { return State().config; }
-
 /// Builds the state for a directory (with or without its trailing separator), replacing what was there. `with_log`:
-/// write the event log and the lines for the firewall service there. Not while requests run.
-void InitialiseModule(std::string module_directory, bool with_log);
+/// write the event log and the lines for the firewall service there. `events` gets what would go there when nothing is
+/// logged; not owned, and null: nobody. Not while requests run.
+void InitialiseModule(std::string module_directory, bool with_log, IEventRecorder* events = nullptr);
+
+/// Ends the state. Not while requests run.
+void EndModule();
 
 }  // namespace qiv

@@ -17,14 +17,14 @@ bool FitsGbk(std::string_view utf8) { return CCharSet::LocalToUtf8(CCharSet::Utf
 
 }  // namespace
 
-std::string_view PageCharset(std::string_view page, const RequestFacts& facts) {
-  const bool converted_content = facts.config->page.content_charset && facts.custom_page;
-  if (facts.gbk_page == converted_content) return "utf-8";
+std::string_view PageCharset(std::string_view page, const PageSettings& settings, const RequestDecision& request) {
+  const bool converted_content = settings.content_charset && request.custom_page;
+  if (request.gbk_page == converted_content) return "utf-8";
   return IsUtf8Page(page) && !FitsGbk(page) ? "utf-8" : kGbk;
 }
 
-EncodedPage EncodePage(std::string page, const RequestFacts& facts) {
-  const std::string_view charset = PageCharset(page, facts);
+EncodedPage EncodePage(std::string page, const PageSettings& settings, const RequestDecision& request) {
+  const std::string_view charset = PageCharset(page, settings, request);
   if (charset == kGbk) {
     if (IsUtf8Page(page)) page = CCharSet::Utf8ToLocal(page);
   } else if (!CCharSet::IsValidUtf8(page)) {

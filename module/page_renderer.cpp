@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "checks/shown_text.h"
-#include "checks/unlock_registry.h"
 #include "common/char_set.h"
 #include "common/messages.h"
 #include "common/text.h"
@@ -54,13 +53,13 @@ std::string CurrentTime() {
   return text.data();
 }
 
-std::string PasswordForm(const RequestFacts& facts) {
-  const Language language = facts.config->language;
+std::string PasswordForm(const RequestFacts& facts, const CheckContext& context) {
+  const Language language = context.config.language;
   const std::string prompt = PageText(language, MessageId::kPasswordPrompt);
   const std::string submit = PageText(language, MessageId::kPasswordSubmit);
-  const std::string address = Safe(facts.client_ip_copy);
+  const std::string address = Safe(facts.client_ip);
   const std::string action = Safe(FormAction(facts.raw_url));  // ASCII
-  UnlockRegistry().RegisterForUnlocking(facts);
+  if (context.unlocks) context.unlocks->RegisterForUnlocking(facts);
   return Substitute(
       kPasswordForm,
       std::array<Placeholder, 4>{
@@ -76,8 +75,8 @@ std::string CustomTemplate(const PageSettings& page, const std::string& default_
 
 /// Substitutes the values and, knowing the whole page by then, the charset it goes out in.
 std::string WithCharset(std::string_view text, std::vector<Placeholder> values, std::string_view appended,
-                        const RequestFacts& facts) {
-  const std::string_view charset = PageCharset(Substitute(text, values).append(appended), facts);
+                        const PageSettings& settings, const RequestDecision& request) {
+  const std::string_view charset = PageCharset(Substitute(text, values).append(appended), settings, request);
   values.push_back({"{{charset}}", charset});
   return Substitute(text, values).append(appended);
 }
@@ -124,26 +123,28 @@ std::string FormAction(std::string_view raw_url) {
   return action;
 }
 
-std::string RenderPage(RequestFacts& facts, const CheckResult& result, std::string_view appended) {
-  const PageSettings& page = facts.config->page;
-  const Language language = facts.config->language;
+std::string RenderPage(const RequestFacts& facts, const CheckContext& context, CheckResult& result,
+                       std::string_view appended) {
+  const PageSettings& page = context.config.page;
+  const Language language = context.config.language;
+  RequestDecision& request = result.request;
   if (page.type == PageSettings::kRedirect && !page.redirect_url.empty()) {
     return ("302 Found " + ToUtf8(page.redirect_url)).append(appended);  // the site's own text
   }
-  if (!facts.prepared_page.empty()) return WithCharset(facts.prepared_page, {}, appended, facts);
+  if (!request.prepared_page.empty()) return WithCharset(request.prepared_page, {}, appended, page, request);
 
   const std::string title = PageText(language, MessageId::kPageTitle);
-  const bool with_form = facts.config->response.passwd && facts.page_detail;
+  const bool with_form = context.config.response.passwd && request.page_detail;
   std::string text;
   std::string form;
   std::vector<Placeholder> values;
   // Everything a placeholder refers to has to outlive the substitution below.
   std::array<std::string, 5> safe;
-  const std::string event = Safe(facts.event_id);
+  const std::string event = Safe(request.event_id);
   if (page.type == PageSettings::kCustom) values.push_back({"{{event_id}}", event});
   if (page.type == PageSettings::kCustom && page.complete_page) {
     text = page.content;
-    facts.custom_page = true;
+    request.custom_page = true;
   } else if (page.type == PageSettings::kCustom) {
     text = CustomTemplate(page, title);
   } else {
@@ -151,8 +152,7 @@ std::string RenderPage(RequestFacts& facts, const CheckResult& result, std::stri
     text = std::string(kPageHead);
     text += PageText(language, detailed ? MessageId::kDetailedPageBody : MessageId::kShortPageBody);
     text += kPageEnd;
-    safe = {Safe(facts.client_ip_copy), CurrentTime(), Safe(ShownFullUrl(facts)), Safe(result.reason),
-            Safe(result.item)};
+    safe = {Safe(facts.client_ip), CurrentTime(), Safe(ShownFullUrl(facts)), Safe(result.reason), Safe(result.item)};
     values.insert(values.end(), {{"{{title}}", title},
                                  {"{{ip}}", safe[0]},
                                  {"{{time}}", safe[1]},
@@ -160,9 +160,9 @@ std::string RenderPage(RequestFacts& facts, const CheckResult& result, std::stri
                                  {"{{detail}}", safe[3]},
                                  {"{{note}}", safe[4]}});
   }
-  if (with_form && text.find("{{secretrkey}}") != std::string::npos) form = PasswordForm(facts);
+  if (with_form && text.find("{{secretrkey}}") != std::string::npos) form = PasswordForm(facts, context);
   values.push_back({"{{secretrkey}}", form});
-  return WithCharset(text, values, appended, facts);
+  return WithCharset(text, values, appended, page, request);
 }
 
 }  // namespace qiv

@@ -4,7 +4,6 @@
 #include <string>
 #include <utility>
 
-#include "checks/event_recorder.h"
 #include "common/char_set.h"
 #include "common/event_log.h"
 #include "config/website_config.h"
@@ -71,32 +70,35 @@ void SetPageHeaders(iis::IHttpContext& context, iis::IHttpResponse& response, st
 }
 
 /// False when the status could not be set: the page is not written then.
-bool PrepareResponse(const RequestFacts& facts, const CheckResult& result, iis::IHttpResponse& response,
+bool PrepareResponse(iis::IHttpContext& server, const PageSettings& page, const CheckResult& result,
                      std::string_view charset, const PageOptions& options) {
-  iis::IHttpContext& context = *facts.context;
-  const bool sent = context.GetResponseHeadersSent();
+  iis::IHttpResponse& response = *server.GetResponse();
+  const bool sent = server.GetResponseHeadersSent();
   if (options.reset_response && !sent) response.Clear();
   if (options.extra_text.empty()) {
-    const int status = PageStatus(facts, result);
+    const int status = PageStatus(page, result);
     if (!SetStatus(response, status)) return false;
-    const std::string& target = facts.config->page.redirect_url;
+    const std::string& target = page.redirect_url;
     if (status == 302 && !target.empty() && !sent) {
-      SetResponseHeader(context, response, iis::HttpHeaderLocation, LocationOf(target));
+      SetResponseHeader(server, response, iis::HttpHeaderLocation, LocationOf(target));
     }
   }
   if (sent) return true;
   DropBodyHeaders(response);
-  if (options.render) SetPageHeaders(context, response, charset);
-  if (!facts.event_id.empty()) SetResponseHeader(context, response, kEventHeader, facts.event_id);
+  if (options.render) SetPageHeaders(server, response, charset);
+  const std::string& event_id = result.request.event_id;
+  if (!event_id.empty()) SetResponseHeader(server, response, kEventHeader, event_id);
   return true;
 }
 
 /// When memory runs out the status alone answers.
-EncodedPage ComposePage(RequestFacts& facts, const CheckResult& result, const PageOptions& options) {
+EncodedPage ComposePage(const RequestFacts& facts, const CheckContext& context, CheckResult& result,
+                        const PageOptions& options) {
   try {
-    if (facts.event_id.empty()) facts.event_id = CEventLog::NewEventId();
-    std::string text = options.render ? RenderPage(facts, result, options.extra_text) : std::string(options.extra_text);
-    return EncodePage(std::move(text), facts);
+    if (result.request.event_id.empty()) result.request.event_id = CEventLog::NewEventId();
+    std::string text =
+        options.render ? RenderPage(facts, context, result, options.extra_text) : std::string(options.extra_text);
+    return EncodePage(std::move(text), context.config.page, result.request);
   } catch (const std::bad_alloc&) {
     return {std::string(), "utf-8"};
   }
@@ -116,36 +118,35 @@ void WriteChunk(iis::IHttpContext& context, iis::IHttpResponse& response, std::s
 
 }  // namespace
 
-int PageStatus(const RequestFacts& facts, const CheckResult& result) {
-  const PageSettings& page = facts.config->page;
+int PageStatus(const PageSettings& page, const CheckResult& result) {
   if (page.type == PageSettings::kRedirect && !page.redirect_url.empty()) return 302;
   return result.response_status ? static_cast<int>(result.response_status) : page.status;
 }
 
-void WritePage(RequestFacts& facts, const CheckResult& result, CStoredContexts& contexts, const PageOptions& options) {
-  iis::IHttpContext& context = *facts.context;
-  const EncodedPage page = ComposePage(facts, result, options);
+void WritePage(const RequestFacts& facts, const CheckContext& context, CheckResult& result, CStoredContexts& contexts,
+               const PageOptions& options) {
+  iis::IHttpContext& server = *facts.context;
+  const EncodedPage page = ComposePage(facts, context, result, options);
 
-  const bool first_page = !contexts.PageWritten(context);
-  contexts.MarkPageWritten(context, facts.event_id);
-  iis::IHttpResponse* response = context.GetResponse();
-  if (response && PrepareResponse(facts, result, *response, page.charset, options)) {
-    WriteChunk(context, *response, page.text);
+  const bool first_page = !contexts.PageWritten(server);
+  contexts.MarkPageWritten(server, result.request.event_id);
+  iis::IHttpResponse* response = server.GetResponse();
+  if (response && PrepareResponse(server, context.config.page, result, page.charset, options)) {
+    WriteChunk(server, *response, page.text);
   }
-  if (first_page) EventRecorder().RecordBlock(facts, result);
+  if (first_page) context.recorder.RecordBlock(facts, context, result);
 }
 
-void KeepPageHeaders(const RequestFacts& facts) {
-  iis::IHttpContext& context = *facts.context;
-  iis::IHttpResponse* response = context.GetResponse();
+void KeepPageHeaders(iis::IHttpContext& server, std::string_view event_id) {
+  iis::IHttpResponse* response = server.GetResponse();
   if (!response) return;
-  SetResponseHeader(context, *response, kEventHeader, facts.event_id);
+  SetResponseHeader(server, *response, kEventHeader, event_id);
   iis::USHORT length = 0;
   const char* value = response->GetHeader(iis::HttpHeaderContentType, &length);
   const std::string_view type = ServerText(value, length);
   for (const std::string_view charset : {"gbk", "utf-8"}) {
     const std::string ours = std::string(kPageType).append(charset);
-    if (type.starts_with(ours + ",")) SetResponseHeader(context, *response, iis::HttpHeaderContentType, ours);
+    if (type.starts_with(ours + ",")) SetResponseHeader(server, *response, iis::HttpHeaderContentType, ours);
   }
 }
 

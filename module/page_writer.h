@@ -3,6 +3,7 @@
 
 #include <string_view>
 
+#include "checks/check_context.h"
 #include "checks/check_result.h"
 #include "checks/request_facts.h"
 #include "module/stored_context.h"
@@ -16,14 +17,15 @@ struct PageOptions {
 };
 
 /// Writes the page, marks the request, and records the event: once a request, however many pages are written for it.
-/// The response carries the event's identifier, facts.event_id, as "X-Qiv-Event".
-void WritePage(RequestFacts& facts, const CheckResult& result, CStoredContexts& contexts, const PageOptions& options);
+/// The response carries the event's identifier, result.request.event_id, as "X-Qiv-Event".
+void WritePage(const RequestFacts& facts, const CheckContext& context, CheckResult& result, CStoredContexts& contexts,
+               const PageOptions& options);
 
 /// For a request that a page was written for, when its response leaves: what other modules have put on top of the
 /// page's headers goes, and the identifier is there. A response that was replaced keeps its own type.
-void KeepPageHeaders(const RequestFacts& facts);
+void KeepPageHeaders(iis::IHttpContext& server, std::string_view event_id);
 
 /// Status code that a page goes out with.
-int PageStatus(const RequestFacts& facts, const CheckResult& result);
+int PageStatus(const PageSettings& page, const CheckResult& result);
 
 }  // namespace qiv

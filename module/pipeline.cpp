@@ -2,8 +2,8 @@
 
 #include <new>
 #include <string>
+#include <utility>
 
-#include "checks/event_recorder.h"
 #include "common/secrets.h"
 #include "common/state_recorder.h"
 #include "config/website_config.h"
@@ -65,44 +65,63 @@ void KeepFromKernelCache(iis::IHttpContext& context) {
   if (iis::IHttpResponse* response = context.GetResponse()) response->DisableKernelCache(kByHandler);
 }
 
-void HardenResponse(const RequestFacts& facts, CheckResult& result) {
-  HideServerHeaders(facts, result);
-  CookieAndFrameHeaders(facts);
+void HardenResponse(const RequestFacts& facts, const CheckContext& context, CheckResult& result) {
+  HideServerHeaders(facts, context, result);
+  CookieAndFrameHeaders(facts, context);
 }
 
 }  // namespace
 
-void CPipeline::StartRecord(iis::IHttpContext& context, Phase phase, RequestFacts& facts) const {
-  facts.phase = phase;
-  facts.context = &context;
-  facts.started_us = MonotonicMicroseconds();
-  facts.config = config_.Current();
-  facts.library = config_.Library();
-  facts.webshells = config_.Webshells();
-  facts.headers.reserve(kUsualHeaders);
+/// The records that one notification works with.
+struct CPipeline::Notification {
+  const RequestFacts& facts;
+  CheckContext context;
+  CheckResult result;
+
+  Notification(const RequestRecord& record, const CheckContext& of, std::string event_id)
+      : facts(record.facts), context(of) {
+    result.request.gbk_page = facts.gbk_page;
+    result.request.event_id = std::move(event_id);
+  }
+};
+
+std::shared_ptr<RequestRecord> CPipeline::StartRecord() const {
+  auto record = std::make_shared<RequestRecord>();
+  record->facts.started_us = MonotonicMicroseconds();
+  record->facts.headers.reserve(kUsualHeaders);
+  record->config = config_.Current();
+  record->library = config_.Library();
+  record->webshells = config_.Webshells();
+  return record;
+}
+
+CheckContext CPipeline::ContextOf(const RequestRecord& record, Phase phase) const {
+  return {
+      *record.config, *record.library, record.webshells.get(), services_.state, services_.recorder, services_.unlocks,
+      phase};
 }
 
 bool CPipeline::IsUnprotectedIpv6(const RequestFacts& facts) const {
   return !facts.is_ipv4 && !config_.IsIpv6Protected();
 }
 
-/// Of the record that the begin of the request saved, or read again without the body. False when neither can be had.
-bool CPipeline::LoadOrRebuild(iis::IHttpContext& context, Phase phase, RequestFacts& facts) {
-  if (contexts_.Load(context, &facts)) {
-    facts.phase = phase;
-    facts.context = &context;
-    return true;
-  }
-  StartRecord(context, phase, facts);
-  return CollectFacts(context, facts) && ReadHeadersAndBody(context, facts, false);
+/// The record that the begin of the request saved, or read again without the body. False when neither can be had.
+bool CPipeline::LoadOrRebuild(iis::IHttpContext& server, StoredRequest* stored) {
+  *stored = contexts_.Load(server);
+  if (stored->record) return true;
+  const std::shared_ptr<RequestRecord> record = StartRecord();
+  stored->record = record;
+  return CollectFacts(server, *record->config, record->facts) &&
+         ReadHeadersAndBody(server, *record->config, false, record->facts);
 }
 
-void CPipeline::RunStage(Stage stage, RequestFacts& facts, CheckResult& result) const {
+void CPipeline::RunStage(Stage stage, Notification& notification) const {
+  CheckResult& result = notification.result;
   for (const CheckRow& row : checks_) {
     if (row.stage != stage) continue;
     if (result.status == kBlocked) return;
     const std::int32_t before = result.status;
-    row.run(facts, result);
+    row.run(notification.facts, notification.context, result);
     if (result.status == before || result.status == kUndecided) continue;
     result.check = row.name;
     HideSecrets(&result);
@@ -112,108 +131,116 @@ void CPipeline::RunStage(Stage stage, RequestFacts& facts, CheckResult& result) 
 // What follows a decision may fail for want of memory without changing it: a request that was blocked, perhaps with its
 // page written already, must not reach the application after all.
 
-void CPipeline::RunAfterDecision(RequestFacts& facts, CheckResult& result) const {
+void CPipeline::RunAfterDecision(Notification& notification) const {
   for (const CheckRow& row : checks_) {
     if (row.stage != Stage::kAfterDecision) continue;
     try {
-      row.run(facts, result);
+      row.run(notification.facts, notification.context, notification.result);
     } catch (const std::bad_alloc&) {
       // Not counted.
     }
   }
 }
 
-void CPipeline::WriteBlockPage(RequestFacts& facts, const CheckResult& result, bool reset_response) {
+void CPipeline::WriteBlockPage(Notification& notification, bool reset_response) {
   try {
     PageOptions options;
     options.reset_response = reset_response;
-    WritePage(facts, result, contexts_, options);
+    WritePage(notification.facts, notification.context, notification.result, contexts_, options);
   } catch (const std::bad_alloc&) {
     // What is missing of the page or of its record stays missing.
   }
 }
 
-iis::REQUEST_NOTIFICATION_STATUS CPipeline::BeginRequest(iis::IHttpContext& context) {
+iis::REQUEST_NOTIFICATION_STATUS CPipeline::BeginRequest(iis::IHttpContext& server) {
   config_.RefreshTick();
   if (!config_.IsConfigValid()) return RQ_NOTIFICATION_CONTINUE;
 
-  RequestFacts facts;
-  StartRecord(context, kPhaseBegin, facts);
-  if (DependsOnClient(*facts.config)) KeepFromKernelCache(context);
-  if (!CollectFacts(context, facts)) return RQ_NOTIFICATION_CONTINUE;
-  if (IsUnprotectedIpv6(facts)) return RQ_NOTIFICATION_CONTINUE;
-  if (!ReadHeadersAndBody(context, facts, true)) return RQ_NOTIFICATION_CONTINUE;
-  ReportUnreadBody(facts, *config_.States());
-  contexts_.Save(context, facts);  // without it the later notifications read the request again
+  const std::shared_ptr<RequestRecord> record = StartRecord();
+  const WebsiteConfig& config = *record->config;
+  if (DependsOnClient(config)) KeepFromKernelCache(server);
+  if (!CollectFacts(server, config, record->facts)) return RQ_NOTIFICATION_CONTINUE;
+  if (IsUnprotectedIpv6(record->facts)) return RQ_NOTIFICATION_CONTINUE;
+  if (!ReadHeadersAndBody(server, config, true, record->facts)) return RQ_NOTIFICATION_CONTINUE;
+  ReportUnreadBody(record->facts, *config_.States());
+  contexts_.Save(server, record);  // without it the later notifications read the request again
 
-  CheckResult result;
-  if (facts.config->response.disable_compress) BlankAcceptEncoding(context);
-  RunStage(Stage::kLists, facts, result);
+  Notification notification(*record, ContextOf(*record, kPhaseBegin), {});
+  CheckResult& result = notification.result;
+  if (config.response.disable_compress) BlankAcceptEncoding(server);
+  RunStage(Stage::kLists, notification);
   if (result.status == kBlocked) {
-    facts.page_detail = false;
+    result.request.page_detail = false;
   } else if (result.status == kUndecided) {
-    RunStage(Stage::kRequest, facts, result);
+    RunStage(Stage::kRequest, notification);
   }
 
-  if (result.status != kAllowed) HardenResponse(facts, result);
-  if (result.status != kBlocked) RunStage(Stage::kRequestAlways, facts, result);
+  if (result.status != kAllowed) HardenResponse(record->facts, notification.context, result);
+  if (result.status != kBlocked) RunStage(Stage::kRequestAlways, notification);
   const bool blocked = result.status == kBlocked;
-  if (blocked) WriteBlockPage(facts, result);
-  RunAfterDecision(facts, result);
-  if (facts.config->log_requests) EventRecorder().RecordRequest(facts, result);
+  if (blocked) WriteBlockPage(notification);
+  RunAfterDecision(notification);
+  if (config.log_requests) services_.recorder.RecordRequest(record->facts, notification.context, result);
   return blocked ? RQ_NOTIFICATION_FINISH_REQUEST : RQ_NOTIFICATION_CONTINUE;
 }
 
 /// A blocked response goes out in no part: the page takes its place.
-void CPipeline::InspectResponse(RequestFacts& facts, CheckResult& result) {
-  if (WantsResponse(*facts.config)) ReadResponse(facts);
-  RunStage(Stage::kResponseBody, facts, result);
-  if (result.status == kBlocked) WriteBlockPage(facts, result, true);
+void CPipeline::InspectResponse(Notification& notification) {
+  std::string response;
+  if (WantsResponse(notification.context.config)) response = ReadResponse(*notification.facts.context);
+  notification.context.response_body = response;
+  RunStage(Stage::kResponseBody, notification);
+  notification.context.response_body = {};
+  if (notification.result.status == kBlocked) WriteBlockPage(notification, true);
 }
 
-iis::REQUEST_NOTIFICATION_STATUS CPipeline::PostExecuteRequestHandler(iis::IHttpContext& context) {
+iis::REQUEST_NOTIFICATION_STATUS CPipeline::PostExecuteRequestHandler(iis::IHttpContext& server) {
   if (!config_.IsConfigValid()) return RQ_NOTIFICATION_CONTINUE;
-  RequestFacts facts;
-  if (!LoadOrRebuild(context, kPhasePostExecute, facts)) return RQ_NOTIFICATION_CONTINUE;
-  if (IsUnprotectedIpv6(facts)) return RQ_NOTIFICATION_CONTINUE;
+  StoredRequest stored;
+  if (!LoadOrRebuild(server, &stored)) return RQ_NOTIFICATION_CONTINUE;
+  const RequestRecord& record = *stored.record;
+  if (IsUnprotectedIpv6(record.facts)) return RQ_NOTIFICATION_CONTINUE;
 
-  CheckResult result;
-  RunStage(Stage::kLists, facts, result);
+  Notification notification(record, ContextOf(record, kPhasePostExecute), std::move(stored.event_id));
+  CheckResult& result = notification.result;
+  RunStage(Stage::kLists, notification);
   if (result.status != kBlocked) {
     if (result.status == kUndecided) {
-      HardenResponse(facts, result);
-      if (result.status == kBlocked) WriteBlockPage(facts, result);
+      HardenResponse(record.facts, notification.context, result);
+      if (result.status == kBlocked) WriteBlockPage(notification);
     }
-    if (result.status != kBlocked && !contexts_.PageWritten(context)) InspectResponse(facts, result);
+    if (result.status != kBlocked && !stored.page_written) InspectResponse(notification);
     if (result.status != kBlocked) return RQ_NOTIFICATION_CONTINUE;
   }
-  RunAfterDecision(facts, result);
+  RunAfterDecision(notification);
   return RQ_NOTIFICATION_FINISH_REQUEST;
 }
 
-iis::REQUEST_NOTIFICATION_STATUS CPipeline::SendResponse(iis::IHttpContext& context,
+iis::REQUEST_NOTIFICATION_STATUS CPipeline::SendResponse(iis::IHttpContext& server,
                                                          const iis::ISendResponseProvider* provider) {
   if (!config_.IsConfigValid()) return RQ_NOTIFICATION_CONTINUE;
-  RequestFacts facts;
-  if (!LoadOrRebuild(context, kPhaseSendResponse, facts)) return RQ_NOTIFICATION_CONTINUE;
-  if (IsUnprotectedIpv6(facts)) return RQ_NOTIFICATION_CONTINUE;
+  StoredRequest stored;
+  if (!LoadOrRebuild(server, &stored)) return RQ_NOTIFICATION_CONTINUE;
+  const RequestRecord& record = *stored.record;
+  if (IsUnprotectedIpv6(record.facts)) return RQ_NOTIFICATION_CONTINUE;
 
   // A response goes out in any number of sends; only the one with the headers can still be changed, and counts.
-  const bool with_headers = (!provider || provider->GetHeadersBeingSent()) && !context.GetResponseHeadersSent();
-  if (with_headers && !facts.event_id.empty()) KeepPageHeaders(facts);
+  const bool with_headers = (!provider || provider->GetHeadersBeingSent()) && !server.GetResponseHeadersSent();
+  if (with_headers && !stored.event_id.empty()) KeepPageHeaders(server, stored.event_id);
 
-  const iis::USHORT status = ResponseStatus(context);
-  CheckResult result;
-  RunStage(Stage::kLists, facts, result);
+  const iis::USHORT status = ResponseStatus(server);
+  Notification notification(record, ContextOf(record, kPhaseSendResponse), std::move(stored.event_id));
+  CheckResult& result = notification.result;
+  RunStage(Stage::kLists, notification);
   if (result.status == kAllowed) return RQ_NOTIFICATION_CONTINUE;
   if (result.status == kBlocked) return RQ_NOTIFICATION_FINISH_REQUEST;
   if (!with_headers) return RQ_NOTIFICATION_CONTINUE;
-  HardenResponse(facts, result);
+  HardenResponse(record.facts, notification.context, result);
   if (result.status == kBlocked) {
-    WriteBlockPage(facts, result);
+    WriteBlockPage(notification);
     return RQ_NOTIFICATION_FINISH_REQUEST;
   }
-  if (status == kNotFound && facts.config->attack.e404) RunStage(Stage::kNotFound, facts, result);
+  if (status == kNotFound && record.config->attack.e404) RunStage(Stage::kNotFound, notification);
   return RQ_NOTIFICATION_CONTINUE;
 }
 

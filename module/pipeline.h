@@ -4,6 +4,7 @@
 // written and tells the server whether to go on. A check that is added to the table changes nothing here.
 #pragma once
 
+#include <memory>
 #include <span>
 
 #include "checks/check_table.h"
@@ -13,31 +14,42 @@
 
 namespace qiv {
 
+/// What outlives all requests and is handed to every check.
+struct CheckServices {
+  CheckState& state;
+  IEventRecorder& recorder;
+  IUnlockRegistry* unlocks = nullptr;
+};
+
 /// One object serves all requests on all threads; each notification works on its own records.
 class CPipeline {
  public:
-  /// All three must outlive the pipeline.
-  CPipeline(CQivConfig& config, CStoredContexts& contexts, std::span<const CheckRow> checks)
-      : config_(config), contexts_(contexts), checks_(checks) {}
+  /// All of them must outlive the pipeline.
+  CPipeline(CQivConfig& config, CStoredContexts& contexts, std::span<const CheckRow> checks, CheckServices services)
+      : config_(config), contexts_(contexts), checks_(checks), services_(services) {}
 
   // Each returns CONTINUE or FINISH_REQUEST. They throw std::bad_alloc, and whatever a server's object throws.
-  iis::REQUEST_NOTIFICATION_STATUS BeginRequest(iis::IHttpContext& context);
-  iis::REQUEST_NOTIFICATION_STATUS PostExecuteRequestHandler(iis::IHttpContext& context);
+  iis::REQUEST_NOTIFICATION_STATUS BeginRequest(iis::IHttpContext& server);
+  iis::REQUEST_NOTIFICATION_STATUS PostExecuteRequestHandler(iis::IHttpContext& server);
   /// `provider` may be null.
-  iis::REQUEST_NOTIFICATION_STATUS SendResponse(iis::IHttpContext& context, const iis::ISendResponseProvider* provider);
+  iis::REQUEST_NOTIFICATION_STATUS SendResponse(iis::IHttpContext& server, const iis::ISendResponseProvider* provider);
 
  private:
-  void StartRecord(iis::IHttpContext& context, Phase phase, RequestFacts& facts) const;
+  struct Notification;
+
+  std::shared_ptr<RequestRecord> StartRecord() const;
+  CheckContext ContextOf(const RequestRecord& record, Phase phase) const;
   bool IsUnprotectedIpv6(const RequestFacts& facts) const;
-  bool LoadOrRebuild(iis::IHttpContext& context, Phase phase, RequestFacts& facts);
-  void RunStage(Stage stage, RequestFacts& facts, CheckResult& result) const;
-  void RunAfterDecision(RequestFacts& facts, CheckResult& result) const;
-  void WriteBlockPage(RequestFacts& facts, const CheckResult& result, bool reset_response = false);
-  void InspectResponse(RequestFacts& facts, CheckResult& result);
+  bool LoadOrRebuild(iis::IHttpContext& server, StoredRequest* stored);
+  void RunStage(Stage stage, Notification& notification) const;
+  void RunAfterDecision(Notification& notification) const;
+  void WriteBlockPage(Notification& notification, bool reset_response = false);
+  void InspectResponse(Notification& notification);
 
   CQivConfig& config_;
   CStoredContexts& contexts_;
   const std::span<const CheckRow> checks_;
+  const CheckServices services_;
 };
 
 }  // namespace qiv

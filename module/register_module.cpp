@@ -15,7 +15,7 @@ using qiv::MyGlobalModule;
 /// So that the first request finds a loaded configuration. Without one the module is there and lets everything pass.
 void LoadConfiguration() noexcept {
   try {
-    qiv::ModuleConfig().RefreshTick();
+    qiv::State().config.RefreshTick();
   } catch (...) {
   }
 }
@@ -47,7 +47,7 @@ iis::HRESULT RegisterAll(iis::IHttpModuleRegistrationInfo& registration) {
   const iis::HTTP_MODULE_ID id = registration.GetId();
   if (!id) return iis::E_INVALIDARG;
   if (const iis::HRESULT hr = RegisterGlobalModule(registration, id); iis::Failed(hr)) return hr;
-  qiv::ModuleConfig().SetModuleId(id);
+  qiv::State().config.SetModuleId(id);
   return 0;
 }
 

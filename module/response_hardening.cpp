@@ -87,7 +87,7 @@ std::string_view WithAttributes(iis::IHttpContext& context, std::string_view val
 }
 
 /// Treats every cookie of the raw response. True when there is one, ours among them.
-bool TreatCookies(const RequestFacts& facts, iis::IHttpResponse& response, iis::HTTP_RESPONSE& raw,
+bool TreatCookies(const RequestFacts& facts, Phase phase, iis::IHttpResponse& response, iis::HTTP_RESPONSE& raw,
                   std::string_view attributes) {
   std::vector<HeaderSlot> slots = SlotsOf(raw, kSetCookie);
   iis::HTTP_KNOWN_HEADER& known = raw.Headers.KnownHeaders[iis::HttpHeaderSetCookie];
@@ -96,7 +96,7 @@ bool TreatCookies(const RequestFacts& facts, iis::IHttpResponse& response, iis::
   }
   std::vector<HeaderSlot> no_cookies;  // empty ones, and the one that a response without cookies gets
   for (const HeaderSlot& slot : slots) {
-    const std::string_view own = facts.phase > kPhaseBegin ? WithoutOurs(slot.Text(), attributes) : slot.Text();
+    const std::string_view own = phase > kPhaseBegin ? WithoutOurs(slot.Text(), attributes) : slot.Text();
     if (own.empty() || own == attributes) {
       no_cookies.push_back(slot);
       continue;
@@ -115,11 +115,11 @@ bool TreatCookies(const RequestFacts& facts, iis::IHttpResponse& response, iis::
   return !slots.empty();
 }
 
-void ProtectCookies(const RequestFacts& facts, iis::IHttpResponse& response) {
-  const std::string_view attributes = CookieAttributeText(facts.config->request);
+void ProtectCookies(const RequestFacts& facts, const CheckContext& context, iis::IHttpResponse& response) {
+  const std::string_view attributes = CookieAttributeText(context.config.request);
   if (attributes.empty()) return;
   iis::HTTP_RESPONSE* raw = response.GetRawHttpResponse();
-  if (raw && TreatCookies(facts, response, *raw, attributes)) return;
+  if (raw && TreatCookies(facts, context.phase, response, *raw, attributes)) return;
   // A server that shows its cookies by name alone: they could be several, so they stay as they are.
   iis::USHORT length = 0;
   const char* value = response.GetHeader("Set-Cookie", &length);
@@ -151,12 +151,12 @@ std::string CurrentFrameValue(iis::IHttpResponse& response) {
 }
 
 /// Of our value and the application's one stays: the one that the settings choose over the application's.
-void ProtectFrames(const RequestFacts& facts, iis::IHttpResponse& response) {
-  if (!facts.config->request.xframe) return;
-  const std::string choice = FrameChoice(facts.config->request);
+void ProtectFrames(const RequestFacts& facts, const CheckContext& context, iis::IHttpResponse& response) {
+  if (!context.config.request.xframe) return;
+  const std::string choice = FrameChoice(context.config.request);
   if (choice.empty()) return;
   const std::string current = CurrentFrameValue(response);
-  std::string_view value = facts.phase > kPhaseBegin ? WithoutOurs(current, choice) : std::string_view(current);
+  std::string_view value = context.phase > kPhaseBegin ? WithoutOurs(current, choice) : std::string_view(current);
   if (value.find(choice) == std::string_view::npos) value = choice;
   if (value != current) SetResponseHeader(*facts.context, response, kFrameOptions, value);
 }
@@ -176,23 +176,23 @@ std::string_view CookieAttributeText(const RequestSettings& request) {
   return {};
 }
 
-void HideServerHeaders(const RequestFacts& facts, CheckResult& result) {
+void HideServerHeaders(const RequestFacts& facts, const CheckContext& context, CheckResult& result) {
   if (!facts.context->GetResponse()) {
     result.status = kAllowed;
-    result.item = Message(facts.config->language, MessageId::kSystemError);
+    result.item = Message(context.config.language, MessageId::kSystemError);
     return;
   }
-  if (!facts.config->base.hide) return;
+  if (!context.config.base.hide) return;
   iis::IHttpResponse* response = UnsentResponse(facts);
   if (!response) return;
   for (const char* name : kServerHeaders) response->DeleteHeader(name);
 }
 
-void CookieAndFrameHeaders(const RequestFacts& facts) {
+void CookieAndFrameHeaders(const RequestFacts& facts, const CheckContext& context) {
   iis::IHttpResponse* response = UnsentResponse(facts);
   if (!response) return;
-  ProtectCookies(facts, *response);
-  ProtectFrames(facts, *response);
+  ProtectCookies(facts, context, *response);
+  ProtectFrames(facts, context, *response);
 }
 
 }  // namespace qiv

@@ -15,6 +15,7 @@
 
 #include <string_view>
 
+#include "checks/check_context.h"
 #include "checks/check_result.h"
 #include "checks/request_facts.h"
 #include "config/website_config.h"
@@ -23,10 +24,10 @@ namespace qiv {
 
 /// Deletes the headers that name the server software, when the site hides them. Without a response object the request
 /// is allowed, with the note "System error".
-void HideServerHeaders(const RequestFacts& facts, CheckResult& result);
+void HideServerHeaders(const RequestFacts& facts, const CheckContext& context, CheckResult& result);
 
 /// Cookie attributes and X-Frame-Options.
-void CookieAndFrameHeaders(const RequestFacts& facts);
+void CookieAndFrameHeaders(const RequestFacts& facts, const CheckContext& context);
 
 /// The text that cookies get; empty for none. A response without cookies gets it as a cookie of its own. Static
 /// storage.

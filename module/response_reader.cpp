@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <string>
 #include <string_view>
-#include <utility>
 
 #include "common/char_set.h"
 #include "common/text.h"
@@ -52,17 +51,17 @@ void AppendChunk(const iis::HTTP_DATA_CHUNK& chunk, std::string* text) {
 
 bool WantsResponse(const WebsiteConfig& config) { return config.base.trojan != 0 && config.base.trojan_webout != 0; }
 
-void ReadResponse(RequestFacts& facts) {
-  const iis::IHttpResponse* response = facts.context->GetResponse();
-  if (!response || facts.context->GetResponseHeadersSent()) return;
-  const iis::HTTP_RESPONSE* raw = response->GetRawHttpResponse();
-  if (!raw || raw->EntityChunkCount == 0 || !raw->pEntityChunks) return;
-  if (!IsText(*response) || !IsPlainlyEncoded(*response)) return;
+std::string ReadResponse(iis::IHttpContext& context) {
   std::string text;
+  const iis::IHttpResponse* response = context.GetResponse();
+  if (!response || context.GetResponseHeadersSent()) return text;
+  const iis::HTTP_RESPONSE* raw = response->GetRawHttpResponse();
+  if (!raw || raw->EntityChunkCount == 0 || !raw->pEntityChunks) return text;
+  if (!IsText(*response) || !IsPlainlyEncoded(*response)) return text;
   for (iis::USHORT i = 0; i < raw->EntityChunkCount && text.size() < kMostResponseBytes; ++i) {
     AppendChunk(raw->pEntityChunks[i], &text);
   }
-  facts.response_body = std::move(text);
+  return text;
 }
 
 }  // namespace qiv

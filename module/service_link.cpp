@@ -25,14 +25,10 @@ CServiceLink::CServiceLink(CQivConfig& config, bool may_write)
       exchange_(config.Paths().in_file, may_write ? config.Paths().out_log : std::string(), config.States()),
       libraries_({config.Paths().ipv4_areas, config.Paths().ipv6_areas, config.Paths().bad_ips}, config.States()),
       checks_(exchange_, &libraries_) {
-  SetCheckState(&checks_);
   config_.SetTickClient(this);
 }
 
-CServiceLink::~CServiceLink() {
-  config_.SetTickClient(nullptr);
-  if (&SharedCheckState() == &checks_) SetCheckState(nullptr);
-}
+CServiceLink::~CServiceLink() { config_.SetTickClient(nullptr); }
 
 bool CServiceLink::OnServiceTick(std::int64_t now) {
   const bool reloaded = Guarded([&] { return libraries_.ReloadChanged(); });

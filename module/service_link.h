@@ -10,7 +10,7 @@
 
 namespace qiv {
 
-/// Thread safe. Its check state is the shared one from construction to destruction.
+/// Thread safe. Owns what the checks keep between requests.
 class CServiceLink final : public ITickClient {
  public:
   /// Becomes the tick client of `config`, which must outlive it. Without `may_write` nothing is written to _out.log.
@@ -28,6 +28,7 @@ class CServiceLink final : public ITickClient {
   /// its last minute at most.
   void Finish() noexcept;
 
+  CheckState& Checks() { return checks_; }
   CExchangeFiles& Exchange() { return exchange_; }
   bool IsEnabled() const { return config_.IsLibraryEnabled(); }
 

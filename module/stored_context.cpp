@@ -20,21 +20,20 @@ bool CStoredContexts::Update(iis::IHttpContext& context, Change&& change) {
   iis::IHttpModuleContextContainer* container = context.GetModuleContextContainer();
   if (!container) return false;
   if (CQivStoredContext* stored = Find(context)) {
-    change(*stored);
+    change(stored->request);
     const iis::HRESULT hr = container->SetModuleContext(stored, config_.ModuleId());
     return iis::Succeeded(hr) || hr == iis::kAlreadyAssigned;
   }
   auto fresh = std::make_unique<CQivStoredContext>();
-  change(*fresh);
+  change(fresh->request);
   if (iis::Failed(container->SetModuleContext(fresh.get(), config_.ModuleId()))) return false;
   fresh.release();
   return true;
 }
 
-bool CStoredContexts::Save(iis::IHttpContext& context, const RequestFacts& record) {
+bool CStoredContexts::Save(iis::IHttpContext& context, std::shared_ptr<const RequestRecord> record) {
   try {
-    RequestFacts copy(record);  // all that can fail happens before the stored record changes
-    return Update(context, [&copy](CQivStoredContext& stored) { stored.record = std::move(copy); });
+    return Update(context, [&record](StoredRequest& stored) { stored.record = std::move(record); });
   } catch (const std::bad_alloc&) {
     return false;  // the checks go on without it
   }
@@ -42,27 +41,25 @@ bool CStoredContexts::Save(iis::IHttpContext& context, const RequestFacts& recor
 
 bool CStoredContexts::MarkPageWritten(iis::IHttpContext& context, std::string_view event_id) {
   try {
-    return Update(context, [event_id](CQivStoredContext& stored) {
+    return Update(context, [event_id](StoredRequest& stored) {
       stored.page_written = 1;
-      if (stored.record.event_id.empty()) stored.record.event_id = event_id;
+      if (stored.event_id.empty()) stored.event_id = event_id;
     });
   } catch (const std::bad_alloc&) {
     return false;
   }
 }
 
-bool CStoredContexts::Load(iis::IHttpContext& context, RequestFacts* record) {
+StoredRequest CStoredContexts::Load(iis::IHttpContext& context) {
   const CAutoLock hold(lock_);
   const CQivStoredContext* stored = Find(context);
-  if (!stored || stored->record.phase == 0) return false;
-  *record = stored->record;
-  return true;
+  return stored ? stored->request : StoredRequest{};
 }
 
 bool CStoredContexts::PageWritten(iis::IHttpContext& context) {
   const CAutoLock hold(lock_);
   const CQivStoredContext* stored = Find(context);
-  return stored && stored->page_written != 0;
+  return stored && stored->request.page_written != 0;
 }
 
 }  // namespace qiv

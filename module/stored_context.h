@@ -2,14 +2,23 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
+#include <string>
 #include <string_view>
 
-#include "checks/request_facts.h"
 #include "config/qiv_config.h"
 #include "iis/httpserv.h"
+#include "module/request_record.h"
 #include "port/critical_section.h"
 
 namespace qiv {
+
+/// What is kept.
+struct StoredRequest {
+  std::shared_ptr<const RequestRecord> record;  ///< null: never saved
+  std::int32_t page_written = 0;                ///< 1 once a page was written for the request
+  std::string event_id;                         ///< of the event that the first of them stands for
+};
 
 /// Owned by the server once it was set; the server ends it with the request.
 class CQivStoredContext final : public iis::IHttpStoredContext {
@@ -18,8 +27,7 @@ class CQivStoredContext final : public iis::IHttpStoredContext {
   iis::VOID CleanupStoredContext() override;
   virtual ~CQivStoredContext() = default;
 
-  std::int32_t page_written = 0;  ///< 1 once a page was written for the request
-  RequestFacts record;            ///< phase 0: never saved
+  StoredRequest request;
 };
 
 /// The operations on the stored context. Thread safe: all of them hold one lock for the get, copy and set of a context.
@@ -31,14 +39,14 @@ class CStoredContexts {
   /// `config` gives the module's identifier and must outlive this object.
   explicit CStoredContexts(const CQivConfig& config) : config_(config) {}
 
-  /// Copies the record into the request's stored context, creating it when there is none. False when the server did not
+  /// Puts the record into the request's stored context, creating it when there is none. False when the server did not
   /// take it, or memory ran out.
-  bool Save(iis::IHttpContext& context, const RequestFacts& record);
+  bool Save(iis::IHttpContext& context, std::shared_ptr<const RequestRecord> record);
 
-  /// A copy of the saved record; false when none was saved.
-  bool Load(iis::IHttpContext& context, RequestFacts* record);
+  /// What was kept so far.
+  StoredRequest Load(iis::IHttpContext& context);
 
-  /// Notes that a page was written for the request, and in its record the event of the first one. False as above.
+  /// Notes that a page was written for the request, and the event of the first one. False as above.
   bool MarkPageWritten(iis::IHttpContext& context, std::string_view event_id);
 
   bool PageWritten(iis::IHttpContext& context);

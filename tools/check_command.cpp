@@ -33,7 +33,7 @@ struct CheckOptions {
 /// Takes the place of the event log.
 class CCapture final : public IEventRecorder {
  public:
-  void RecordBlock(const RequestFacts&, const CheckResult& result) override { block = result; }
+  void RecordBlock(const RequestFacts&, const CheckContext&, const CheckResult& result) override { block = result; }
   void RecordStatistics(std::string_view, std::string_view, std::string_view) override {}
   std::optional<CheckResult> block;
 };
@@ -111,7 +111,7 @@ std::string TabbedLine(const Decision& decision) {
 }
 
 /// An exit code other than kExitOk when the installation cannot judge anything; the reason has been printed then.
-int Prepare(const CheckOptions& options) {
+int Prepare(const CheckOptions& options, CCapture& capture) {
   const std::string directory = ResolveModuleDirectory(options.config);
   CReport report(options.config);
   if (directory.empty()) {
@@ -119,7 +119,7 @@ int Prepare(const CheckOptions& options) {
   } else if (!options.client.empty() && !CIpAddress::Parse(options.client)) {
     report.Error(0, "--client " + options.client + " is no IP address");
   } else {
-    InitialiseModule(directory, false);
+    InitialiseModule(directory, false, &capture);
   }
   return report.Print();
 }
@@ -167,22 +167,21 @@ int CheckBatch(host::CModuleHost& server, CCapture& capture, const CheckOptions&
 }
 
 int Check(const CheckOptions& options) {
-  if (const int exit_code = Prepare(options); exit_code != kExitOk) return exit_code;
   CCapture capture;
-  SetEventRecorder(&capture);
+  if (const int exit_code = Prepare(options, capture); exit_code != kExitOk) return exit_code;
   int exit_code = kExitOk;
   {
     host::CModuleHost server;
     const bool registered = iis::Succeeded(server.Register(&RegisterModule));
-    if (!registered || !ModuleConfig().IsConfigValid()) {
-      CReport report(ModuleConfig().Paths().config_file);
+    if (!registered || !State().config.IsConfigValid()) {
+      CReport report(State().config.Paths().config_file);
       report.Error(0, "the configuration cannot be used: the module would let every request pass");
       exit_code = report.Print();
     } else {
       exit_code = options.batch ? CheckBatch(server, capture, options) : CheckFiles(server, capture, options);
     }
   }
-  SetEventRecorder(nullptr);
+  EndModule();
   return exit_code;
 }
 

@@ -99,9 +99,9 @@ CCosts::CCosts(const std::string& rules, const std::string& profile)
   options.profile = profile;
   if (InitInstallation(options) != 0) return;
   InitialiseModule(directory_, false);
-  ModuleConfig().RefreshTick();
+  State().config.RefreshTick();
   parts_ = new Parts;
-  ready_ = ModuleConfig().IsConfigValid() && !iis::Failed(parts_->modules.Register(&RegisterModule));
+  ready_ = State().config.IsConfigValid() && !iis::Failed(parts_->modules.Register(&RegisterModule));
 }
 
 CCosts::~CCosts() {

@@ -11,6 +11,7 @@
 #include "common/char_set.h"
 #include "common/text.h"
 #include "config/qiv_config.h"
+#include "tests/checks/lone_context.h"
 
 namespace qiv {
 namespace {
@@ -75,7 +76,7 @@ std::string Form(std::string_view parameters, std::string_view content) {
 std::string Query(std::string_view raw) { return std::string(Trim(NormalizeText(std::string(Trim(raw))))); }
 
 /// The module's decoding of a body.
-CSharedText Body(std::string_view raw) {
+std::string Body(std::string_view raw) {
   std::string body = DecodeBody(raw);
   CCharSet::LowerAscii(&body);
   return body;
@@ -124,10 +125,9 @@ std::string_view PlaceName(Place place) {
 }
 
 Verdict Judge(const Protection& protection, Place place, std::string_view text, bool webshells) {
+  CLoneContext lone(*protection.config, protection.webshells.get());
+  const CheckContext context = lone.With(*protection.library);
   RequestFacts facts;
-  facts.config = protection.config;
-  facts.library = protection.library;
-  facts.webshells = protection.webshells;
   facts.raw_url = "/page.aspx";
   facts.path = facts.raw_url;
   std::string form;
@@ -174,10 +174,10 @@ Verdict Judge(const Protection& protection, Place place, std::string_view text, 
     facts.content_type = kFormType;
     facts.raw_body = form;
     facts.body = Body(form);
-    if (!webshells) UploadCheck(facts, result);
+    if (!webshells) UploadCheck(facts, context, result);
     if (result.status == kBlocked) return {Mechanism::kUpload, result.rule, result.reason};
   }
-  webshells ? WebshellCheck(facts, result) : InjectionCheck(facts, result);
+  webshells ? WebshellCheck(facts, context, result) : InjectionCheck(facts, context, result);
   return {MechanismOf(result), result.rule, webshells ? result.detail : result.reason};
 }
 

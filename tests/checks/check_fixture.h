@@ -8,14 +8,15 @@
 #include <string>
 #include <vector>
 
+#include "checks/check_context.h"
 #include "checks/check_result.h"
-#include "checks/check_state.h"
-#include "checks/event_recorder.h"
 #include "checks/request_facts.h"
 #include "common/aes.h"
 #include "common/char_set.h"
 #include "config/exchange_lines.h"
 #include "config/website_config.h"
+#include "engines/injection/injection_library.h"
+#include "engines/webshell/webshell_scan.h"
 #include "port/file.h"
 #include "tests/port/temporary_directory.h"
 
@@ -27,18 +28,14 @@ class CCheckFixture : public testing::Test, public IEventRecorder {
  protected:
   CCheckFixture() {
     fixture_now = 1'000'000;
-    SetCheckState(&state_);
-    SetEventRecorder(this);
     site_->library_enabled = true;
     SetClient("192.0.2.7");
   }
-  ~CCheckFixture() override {
-    SetEventRecorder(nullptr);
-    SetCheckState(nullptr);
-  }
 
-  void RecordBlock(const RequestFacts&, const CheckResult&) override {}
-  void RecordPartial(const RequestFacts&, const CheckResult& note) override { partial_.push_back(note.check); }
+  void RecordBlock(const RequestFacts&, const CheckContext&, const CheckResult&) override {}
+  void RecordPartial(const RequestFacts&, const CheckContext&, const CheckResult& note) override {
+    partial_.push_back(note.check);
+  }
   void RecordStatistics(std::string_view category, std::string_view client, std::string_view rule) override {
     statistics_.push_back(std::string(category) + " " + std::string(client) + " " + std::string(rule));
   }
@@ -48,14 +45,13 @@ class CCheckFixture : public testing::Test, public IEventRecorder {
     facts_.is_ipv4 = address.IsIpv4();
     facts_.client_ipv4 = address.Ipv4();
     facts_.ipv6 = address.Bytes();
-    facts_.client_ip = facts_.client_ip_copy = text;
+    facts_.client_ip = text;
   }
 
-  /// Makes the configuration being written the request's.
-  void UseSite() {
-    facts_.config = site_;
-    state_.OnConfigLoaded(*site_);
-  }
+  /// Has the state take over the configuration being written.
+  void UseSite() { state_.OnConfigLoaded(*site_); }
+
+  CheckContext Context() { return {*site_, library_, webshells_.get(), state_, *this, nullptr, phase_, response_}; }
 
   /// The lines of _out.log in UTF-8, tabs written as "|".
   std::vector<std::string> OutLines() const {
@@ -79,6 +75,10 @@ class CCheckFixture : public testing::Test, public IEventRecorder {
       {directory_.Path("iplib.db"), directory_.Path("iplibv6.db"), directory_.Path("_badip.db")}};
   CheckState state_{exchange_, &libraries_, [] { return fixture_now.load(); }};
   std::shared_ptr<WebsiteConfig> site_ = std::make_shared<WebsiteConfig>();
+  InjectionLibrary library_;
+  std::shared_ptr<const CQivLibs> webshells_;
+  Phase phase_ = kPhaseBegin;
+  std::string response_;
   RequestFacts facts_;
   std::vector<std::string> statistics_;
   std::vector<std::string> partial_;  // checks that did not examine everything

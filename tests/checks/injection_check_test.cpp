@@ -10,20 +10,20 @@
 #include <utility>
 #include <vector>
 
-#include "checks/event_recorder.h"
 #include "checks/injection_texts.h"
 #include "common/char_set.h"
 #include "common/text.h"
 #include "config/website_config.h"
 #include "engines/injection/injection_library.h"
 #include "engines/injection/rule_text.h"
+#include "tests/checks/lone_context.h"
 
 namespace qiv {
 namespace {
 
 class CStatistics final : public IEventRecorder {
  public:
-  void RecordBlock(const RequestFacts&, const CheckResult&) override {}
+  void RecordBlock(const RequestFacts&, const CheckContext&, const CheckResult&) override {}
   void RecordStatistics(std::string_view category, std::string_view ip, std::string_view rule) override {
     lines.push_back(std::string(category) + " " + std::string(ip) + " " + std::string(rule));
   }
@@ -54,20 +54,19 @@ struct Outcome {
   bool attack = false;
 };
 
-Outcome Judge(std::shared_ptr<WebsiteConfig> site, RequestFacts facts) {
-  facts.config = site;
-  facts.library = std::make_shared<InjectionLibrary>(std::vector{Rule("union", "union query", "r1", {"union"})},
-                                                     std::vector{Rule("'", "", "k1", {"'"})},
-                                                     std::vector{Rule("onload", "", "e1", {"onload"})});
+Outcome Judge(std::shared_ptr<WebsiteConfig> site, RequestFacts facts, bool countable = true) {
+  const InjectionLibrary library(std::vector{Rule("union", "union query", "r1", {"union"})},
+                                 std::vector{Rule("'", "", "k1", {"'"})},
+                                 std::vector{Rule("onload", "", "e1", {"onload"})});
   facts.client_ip = "203.0.113.7";
   for (const HeaderEntry& header : facts.headers) facts.all_headers += header.value;
   CStatistics statistics;
-  SetEventRecorder(&statistics);
+  CLoneContext lone(*site, nullptr, &statistics);
   Outcome outcome;
-  InjectionCheck(facts, outcome.result);
-  SetEventRecorder(nullptr);
+  outcome.result.request.statistics = countable;
+  InjectionCheck(facts, lone.With(library), outcome.result);
   outcome.statistics = statistics.lines;
-  outcome.attack = facts.attack;
+  outcome.attack = outcome.result.request.attack;
   return outcome;
 }
 
@@ -351,9 +350,7 @@ TEST(InjectionCheck, CountsAQueryHitAlwaysAndOthersOnlyWhenCountable) {
   const std::pair<RequestFacts, std::size_t> cases[] = {
       {Query("a=drop table"), 1}, {Body("a=drop table"), 0}, {Headers({{40, "User-Agent", "drop table"}}), 0}};
   for (const auto& [facts, lines] : cases) {
-    RequestFacts uncounted = facts;
-    uncounted.statistics = false;
-    EXPECT_EQ(Judge(Site(), uncounted).statistics.size(), lines);
+    EXPECT_EQ(Judge(Site(), facts, false).statistics.size(), lines);
   }
 }
 

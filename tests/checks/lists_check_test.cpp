@@ -15,7 +15,6 @@ constexpr const char* kClient6 = "2001:db8::7";
 class ListsCheckTest : public CCheckFixture {
  protected:
   ListsCheckTest() {
-    facts_.phase = kPhaseBegin;
     facts_.raw_url = "/shop/list.php?id=5&kind=2";
     facts_.path = "/shop/list.php";
     facts_.user_agent = "Mozilla/5.0 Robot";
@@ -49,10 +48,9 @@ class ListsCheckTest : public CCheckFixture {
   CheckResult Run() {
     site_->prepared_lists = PrepareLists(site_->lists, site_->sys_trust_ip);
     UseSite();
-    facts_.statistics = true;
     CheckResult result;
-    ListsCheck(facts_, result);
-    EXPECT_EQ(facts_.statistics, false);
+    ListsCheck(facts_, Context(), result);
+    EXPECT_EQ(result.request.statistics, false);
     if (result.status != kBlocked) {
       EXPECT_EQ(result.log, 0);
     }

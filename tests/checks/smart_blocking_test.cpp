@@ -27,7 +27,7 @@ class SmartBlocking : public CCheckFixture {
     return result;
   }
   void Block(CheckResult result) {
-    SmartBlockingCheck(facts_, result);
+    SmartBlockingCheck(facts_, Context(), result);
     EXPECT_EQ(result.plain_block, 0);
     EXPECT_EQ(result.status, kBlocked);
   }
@@ -91,7 +91,7 @@ TEST_F(SmartBlocking, CountsOnlyWhatItShould) {
     for (int i = 0; i < 5; ++i) {
       CheckResult result = Plain();
       c.change(*site_, result);
-      SmartBlockingCheck(facts_, result);
+      SmartBlockingCheck(facts_, Context(), result);
       EXPECT_EQ(result.plain_block, c.plain_after) << c.what;
     }
     EXPECT_EQ(OutLines(), Lines()) << c.what;
@@ -124,7 +124,7 @@ TEST_F(SmartBlocking, ASmartBlockLocksAtOnce) {
     result.smart_block_text = "Strict";
     result.smart_block_title = c.title;
     result.reason = c.reason;
-    SmartBlockingCheck(facts_, result);
+    SmartBlockingCheck(facts_, Context(), result);
     EXPECT_EQ(OutLines(), Lines({c.line}));
     EXPECT_EQ(result.smart_block, 0);
     EXPECT_EQ(result.plain_block, 1);  // not counted besides
@@ -134,7 +134,7 @@ TEST_F(SmartBlocking, ASmartBlockLocksAtOnce) {
   site_->library_enabled = false;
   CheckResult result = Plain();
   result.smart_block = 1;
-  SmartBlockingCheck(facts_, result);
+  SmartBlockingCheck(facts_, Context(), result);
   EXPECT_EQ(OutLines(), Lines());
   EXPECT_EQ(result.smart_block, 1);
 }

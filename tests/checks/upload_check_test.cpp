@@ -167,8 +167,7 @@ class UploadCheckTest : public CCheckFixture {
     site_->request.photo_post = true;
     site_->request.photo_get = 1;
     static const auto libs = std::make_shared<const CQivLibs>(Language::kEnglish);
-    facts_.webshells = libs;
-    facts_.config = site_;
+    webshells_ = libs;
   }
 
   // The reason, without what all reasons begin with, or "".
@@ -177,9 +176,8 @@ class UploadCheckTest : public CCheckFixture {
     facts_.raw_body = body_;
     facts_.content_type = type;
     facts_.raw_url = url;
-    facts_.statistics = true;
     result_ = {};
-    UploadCheck(facts_, result_);
+    UploadCheck(facts_, Context(), result_);
     EXPECT_EQ(result_.status == kBlocked, !result_.reason.empty());
     const std::size_t colon = result_.reason.find(':');
     return colon == std::string::npos ? result_.reason : result_.reason.substr(colon + 1);

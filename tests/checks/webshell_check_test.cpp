@@ -26,7 +26,7 @@ class WebshellCheckTest : public CCheckFixture {
     UseLibrary("", "");
   }
   void UseLibrary(std::string_view file, std::string_view free_code) {
-    facts_.webshells = std::make_shared<CQivLibs>(site_->language, file, "", free_code);
+    webshells_ = std::make_shared<CQivLibs>(site_->language, file, "", free_code);
     UseSite();
   }
 
@@ -47,7 +47,7 @@ class WebshellCheckTest : public CCheckFixture {
   }
   std::string Run() {
     result_ = {};
-    WebshellCheck(facts_, result_);
+    WebshellCheck(facts_, Context(), result_);
     return result_.status == kBlocked ? result_.detail : "";
   }
 
@@ -83,7 +83,7 @@ class WebshellCheckTest : public CCheckFixture {
       facts_.raw_url = "/";
       facts_.query.clear();
       facts_.raw_body = {};
-      facts_.body = CSharedText();
+      facts_.body.clear();
       facts_.headers.clear();
     };
     Query("id=1&q=" + Encoded(text));
@@ -192,7 +192,7 @@ TEST_F(WebshellCheckTest, LooksOnlyWhereItIsSwitchedOn) {
   site_->base.trojan = 0;
   EXPECT_EQ(places(), "");
   site_->base.trojan = 1;
-  facts_.webshells = nullptr;
+  webshells_ = nullptr;
   EXPECT_EQ(places(), "") << "nothing to look with";
 }
 
@@ -259,7 +259,7 @@ TEST_F(WebshellCheckTest, WritesTheTextsOfABlock) {
   EXPECT_EQ(utf8(result_.category), "网页木马");
   EXPECT_EQ(result_.kind, kKindWebshell);
   EXPECT_EQ(result_.plain_block, 1);
-  EXPECT_TRUE(facts_.attack);
+  EXPECT_TRUE(result_.request.attack);
   EXPECT_EQ(statistics_, std::vector<std::string>{"trojan 192.0.2.7 -"});
 }
 

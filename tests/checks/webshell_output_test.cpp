@@ -13,13 +13,13 @@ class WebshellOutput : public CCheckFixture {
  protected:
   WebshellOutput() {
     site_->base.trojan = site_->base.trojan_webout = 1;
-    facts_.webshells = std::make_shared<CQivLibs>(Language::kEnglish);
+    webshells_ = std::make_shared<CQivLibs>(Language::kEnglish);
     UseSite();
   }
   std::string Run(const std::string& response) {
-    facts_.response_body = response;
+    response_ = response;
     CheckResult result;
-    WebshellOutputCheck(facts_, result);
+    WebshellOutputCheck(facts_, Context(), result);
     return result.detail;
   }
 };

@@ -287,7 +287,7 @@ TEST_F(ExchangeFiles, WritesTheLinesOfEachKind) {
   EXPECT_TRUE(files_.WriteLock(ClientList::kAuth, Ip("2001:DB8::1"), 5000, 5600, {}));
   EXPECT_TRUE(files_.WriteLock(ClientList::kCcCheck, Ip("1.2.3.4"), 5000, 5600, {"over"}));
   EXPECT_TRUE(files_.WriteLock(ClientList::kCcCheck, Ip("1.2.3.4"), 5000, 0, {"passed"}));
-  EXPECT_TRUE(files_.WriteMessage("a", "b", "", "d", "e"));
+  EXPECT_TRUE(files_.WriteMessage({"a", "b", "", "d", "e"}));
   EXPECT_EQ(OutLines(),
             Lines({"denylist\tadd\tIIS\t1.2.3.4\t5000\t5600\treason\titem\tcategory",
                    "authlist\tadd\tIIS\t2001:db8::1\t5000\t5600\t-", "cccheck\tadd\tIIS\t1.2.3.4\t5000\t5600\tover",
@@ -298,9 +298,9 @@ TEST_F(ExchangeFiles, TextOfAnAttackerStaysInItsField) {
   const std::string evil =
       "x\tdel\nauthlist\tadd\tIIS\t6.6.6.6\t1\t9\tforged\r" + std::string(1, '\0') + "\x7F" + std::string(5000, '\xC4');
   ASSERT_TRUE(files_.WriteLock(ClientList::kDeny, Ip("1.2.3.4"), 5000, 5600, {evil, "item"}));
-  ASSERT_TRUE(files_.WriteMessage(evil, evil, evil, evil, evil));
-  ASSERT_TRUE(files_.CountCheck(evil, evil, evil, evil));
-  ASSERT_TRUE(files_.CountStatistics("invade", evil, evil));
+  ASSERT_TRUE(files_.WriteMessage({evil, evil, evil, evil, evil}));
+  ASSERT_TRUE(files_.CountCheck({evil, evil, evil, evil}));
+  ASSERT_TRUE(files_.CountStatistics({"invade", evil, evil}));
   files_.Flush();
   const Lines lines = OutLines();
   ASSERT_EQ(lines.size(), 4U);
@@ -314,16 +314,16 @@ TEST_F(ExchangeFiles, TextOfAnAttackerStaysInItsField) {
 
 TEST_F(ExchangeFiles, CountsEqualLinesUntilTheFlush) {
   files_.FlushIfDue(1000);  // nothing queued; the next is due at 1060
-  for (int i = 0; i < 12; ++i) files_.CountStatistics("invade", "1.2.3.4", "-");
-  files_.CountStatistics("invade", "1.2.3.5", "-");
-  for (int i = 0; i < 2; ++i) files_.CountCheck("injection", "1.2.3.4", "block", "R1");
+  for (int i = 0; i < 12; ++i) files_.CountStatistics({"invade", "1.2.3.4", "-"});
+  files_.CountStatistics({"invade", "1.2.3.5", "-"});
+  for (int i = 0; i < 2; ++i) files_.CountCheck({"injection", "1.2.3.4", "block", "R1"});
   files_.FlushIfDue(1059);
   EXPECT_EQ(OutLines(), Lines());
   files_.FlushIfDue(1060);
   const Lines first = {"check\tinjection\t1.2.3.4\tblock\t0\t2\tR1\t-", "tongji\tinvade\t-\t1.2.3.4\t-\t12\t-\t-",
                        "tongji\tinvade\t-\t1.2.3.5\t-\t1\t-\t-"};
   EXPECT_EQ(OutLines(), first);
-  files_.CountStatistics("invade", "1.2.3.4", "-");
+  files_.CountStatistics({"invade", "1.2.3.4", "-"});
   files_.FlushIfDue(1119);
   EXPECT_EQ(OutLines(), first);
   files_.FlushIfDue(500);  // the clock was set back
@@ -334,9 +334,9 @@ TEST_F(ExchangeFiles, CountsEqualLinesUntilTheFlush) {
 TEST_F(ExchangeFiles, AFullQueueLosesNothing) {
   constexpr int kMore = 5;
   const int total = static_cast<int>(CLineQueue::kMaxLines) + kMore;
-  for (int i = 0; i < total; ++i) files_.CountStatistics("invade", std::to_string(i), "-");
+  for (int i = 0; i < total; ++i) files_.CountStatistics({"invade", std::to_string(i), "-"});
   EXPECT_EQ(OutLines().size(), static_cast<std::size_t>(kMore));
-  files_.CountStatistics("invade", "0", "-");  // known lines still only count
+  files_.CountStatistics({"invade", "0", "-"});  // known lines still only count
   EXPECT_EQ(OutLines().size(), static_cast<std::size_t>(kMore));
   files_.Flush();
   const Lines lines = OutLines();
@@ -351,10 +351,10 @@ TEST_F(ExchangeFiles, TellsOnceOfFilesThatFail) {
   CStateRecorder states(&log);
   const std::string folder = directory_.Path("later");
   CExchangeFiles files(in_file_, folder + "/_out.log", &states);
-  for (int i = 0; i < 3; ++i) EXPECT_FALSE(files.WriteMessage("a", "b", "c", "d", "e"));
+  for (int i = 0; i < 3; ++i) EXPECT_FALSE(files.WriteMessage({"a", "b", "c", "d", "e"}));
   EXPECT_TRUE(states.IsFault(StateKind::kOutput, "_out.log"));
   ASSERT_TRUE(MakeDirectory(folder));
-  for (int i = 0; i < 3; ++i) EXPECT_TRUE(files.WriteMessage("a", "b", "c", "d", "e"));
+  for (int i = 0; i < 3; ++i) EXPECT_TRUE(files.WriteMessage({"a", "b", "c", "d", "e"}));
   EXPECT_FALSE(states.IsFault(StateKind::kOutput, "_out.log"));
   std::string text;
   ReadWholeFile(directory_.Path("_log.log"), 1U << 20, &text);
@@ -367,7 +367,7 @@ TEST_F(ExchangeFiles, TellsOnceOfFilesThatFail) {
 
   // Full: what is there already counts.
   std::filesystem::resize_file(folder + "/_out.log", CExchangeFiles::kOutMaxBytes);
-  EXPECT_FALSE(CExchangeFiles("", folder + "/_out.log", &states).WriteMessage("a", "b", "c", "d", "e"));
+  EXPECT_FALSE(CExchangeFiles("", folder + "/_out.log", &states).WriteMessage({"a", "b", "c", "d", "e"}));
   EXPECT_TRUE(states.IsFault(StateKind::kOutput, "_out.log"));
 
   WriteIn("");
@@ -394,7 +394,7 @@ TEST_F(ExchangeFiles, ReadersSeeWholeTablesDuringRebuilds) {
       while (!stop) {
         const auto table = files_.deny_table().Get();
         if (table->Find(Ip("1.0.0.1")).has_value() != table->Find(Ip("2001:db8::")).has_value()) ++torn;
-        files_.CountStatistics("invade", "1.2.3.4", "-");
+        files_.CountStatistics({"invade", "1.2.3.4", "-"});
         files_.LookAtLists(now);
         files_.ContinueReading(now);
       }

@@ -111,17 +111,16 @@ TEST(BodyReader, TakesMemoryForWhatComesNotForWhatIsPromised) {
 class CPost {
  public:
   CPost(std::string data, std::string content_length, bool need_body = true) {
-    auto config = std::make_shared<WebsiteConfig>();
-    config->need_post_body = need_body;
-    facts.config = config;
+    config.need_post_body = need_body;
     context.request.method = "POST";
     context.request.body.data = std::move(data);
     context.request.known[iis::HttpHeaderContentType] = "application/x-www-form-urlencoded";
     if (!content_length.empty()) context.request.known[iis::HttpHeaderContentLength] = std::move(content_length);
   }
-  void Read(bool may_read = true) { ASSERT_TRUE(ReadHeadersAndBody(context, facts, may_read)); }
+  void Read(bool may_read = true) { ASSERT_TRUE(ReadHeadersAndBody(context, config, may_read, facts)); }
 
   CFakeContext context;
+  WebsiteConfig config;
   RequestFacts facts;
 };
 
@@ -146,7 +145,7 @@ TEST(PostBody, IsReadOnlyWhenAllowed) {
     c.change(post);
     post.Read();
     EXPECT_EQ(post.context.request.reads != 0, c.read);
-    EXPECT_EQ(post.facts.body.View(), c.read ? "a=1" : "");
+    EXPECT_EQ(post.facts.body, c.read ? "a=1" : "");
     EXPECT_EQ(post.context.request.ApplicationBody(), "a=1");
   }
   CPost unwanted("a=1", "3", false);
@@ -160,7 +159,7 @@ TEST(PostBody, IsReadOnlyWhenAllowed) {
 TEST(PostBody, IsReadUpToTheLimitAndNotBeyond) {
   CPost largest(std::string(kMaxBody, 'a'), std::to_string(kMaxBody));
   largest.Read();
-  EXPECT_EQ(largest.facts.body.View().size(), kMaxBody);
+  EXPECT_EQ(largest.facts.body.size(), kMaxBody);
   EXPECT_TRUE(largest.context.request.inserted.size() == 1 && largest.context.request.inserted[0].size() == kMaxBody);
   EXPECT_TRUE(largest.facts.raw_body.data() == largest.context.memory.back().first.get()) << "copied";
 
@@ -173,7 +172,7 @@ TEST(PostBody, IsReadUpToTheLimitAndNotBeyond) {
   CPost liar(std::string(kMaxBody, 'a') + "rest", "5");
   liar.context.request.body.length_known = false;
   liar.Read();
-  EXPECT_TRUE(liar.facts.body.Empty());
+  EXPECT_TRUE(liar.facts.body.empty());
   EXPECT_TRUE(liar.context.request.ApplicationBody() == liar.context.request.body.data);
 }
 
@@ -195,7 +194,7 @@ TEST(PostBody, IsDecodedForTheChecks) {
     SCOPED_TRACE(c.name);
     CPost post(c.sent, std::to_string(std::string(c.sent).size()));
     post.Read();
-    EXPECT_EQ(post.facts.body.View(), c.body);
+    EXPECT_EQ(post.facts.body, c.body);
     EXPECT_EQ(post.facts.raw_body, c.sent);
     EXPECT_EQ(post.facts.keyed_body, c.keyed ? c.sent : "");
   }

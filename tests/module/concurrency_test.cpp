@@ -33,7 +33,10 @@ TEST(Concurrency, EveryRequestIsJudgedWholeWhileConfigurationsChange) {
   config.SetModuleId(&config);
   config.RefreshTick();
   CStoredContexts contexts(config);
-  CPipeline pipeline(config, contexts, CheckTable());
+  CNoRecorder nobody;
+  CExchangeFiles exchange("", "");
+  CheckState state(exchange);
+  CPipeline pipeline(config, contexts, CheckTable(), {state, nobody});
 
   std::atomic<int> wrong{0};
   std::vector<std::thread> threads;

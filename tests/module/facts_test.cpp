@@ -14,13 +14,13 @@ namespace {
 
 using test::CFakeContext;
 
-RequestFacts Facts(bool cdn = false) {
-  auto config = std::make_shared<WebsiteConfig>();
-  config->response.cdn = cdn;
-  RequestFacts facts;
-  facts.config = config;
-  return facts;
+bool Collect(CFakeContext& context, RequestFacts& facts, bool cdn = false) {
+  WebsiteConfig config;
+  config.response.cdn = cdn;
+  return CollectFacts(context, config, facts);
 }
+
+bool ReadHeaders(CFakeContext& context, RequestFacts& facts) { return ReadHeadersAndBody(context, {}, true, facts); }
 
 TEST(ForwardedFor, IsCleanedAndRead) {
   struct {
@@ -47,8 +47,8 @@ TEST(ForwardedFor, IsCleanedAndRead) {
     SCOPED_TRACE(c.sent);
     CFakeContext context;
     context.request.unknown["x-forwarded-for"] = c.sent;
-    RequestFacts facts = Facts();
-    ASSERT_TRUE(CollectFacts(context, facts));
+    RequestFacts facts;
+    ASSERT_TRUE(Collect(context, facts));
     EXPECT_EQ(facts.forwarded_for, c.cleaned);
     EXPECT_EQ(facts.forwarded_ip, c.address);
     EXPECT_EQ(facts.client_ip, "203.0.113.7") << "without the CDN switch the socket counts";
@@ -56,8 +56,8 @@ TEST(ForwardedFor, IsCleanedAndRead) {
     EXPECT_TRUE(facts.is_ipv4);
     EXPECT_EQ(facts.proxy_seen, c.sent[0] != '\0');
 
-    RequestFacts behind_cdn = Facts(true);
-    ASSERT_TRUE(CollectFacts(context, behind_cdn));
+    RequestFacts behind_cdn;
+    ASSERT_TRUE(Collect(context, behind_cdn, true));
     EXPECT_EQ(behind_cdn.client_ip, c.address);
     EXPECT_EQ(behind_cdn.is_ipv4, std::string(c.address).find(':') == std::string::npos);
     EXPECT_EQ(behind_cdn.is_ipv4, behind_cdn.client_ipv4 != 0);
@@ -67,8 +67,8 @@ TEST(ForwardedFor, IsCleanedAndRead) {
 TEST(ForwardedFor, NamesNoClientByTheZeroAddress) {
   CFakeContext context;
   context.request.unknown["X-Forwarded-For"] = "0.0.0.0";
-  RequestFacts facts = Facts(true);
-  ASSERT_TRUE(CollectFacts(context, facts));
+  RequestFacts facts;
+  ASSERT_TRUE(Collect(context, facts, true));
   EXPECT_EQ(facts.client_ip, "203.0.113.7");
 }
 
@@ -98,8 +98,8 @@ TEST(ClientAddress, IsTakenFromWhatTheServerHas) {
     CFakeContext context;
     context.request.SetFamily(iis::kFamilyIpv6);
     c.change(context);
-    RequestFacts facts = Facts();
-    ASSERT_EQ(CollectFacts(context, facts), c.address != nullptr);
+    RequestFacts facts;
+    ASSERT_EQ(Collect(context, facts), c.address != nullptr);
     EXPECT_EQ(facts.client_ip, c.address ? c.address : "");
   }
 }
@@ -108,12 +108,12 @@ TEST(ProxySeen, AlsoByServerVariables) {
   for (const char* name : {"VIA", "USER_AGENT_VIA"}) {
     CFakeContext context;
     context.variables[name] = "1.1 proxy";
-    RequestFacts facts = Facts();
-    ASSERT_TRUE(CollectFacts(context, facts));
+    RequestFacts facts;
+    ASSERT_TRUE(Collect(context, facts));
     EXPECT_TRUE(facts.proxy_seen);
     context.variables[name] = "";
-    facts = Facts();
-    ASSERT_TRUE(CollectFacts(context, facts));
+    facts = {};
+    ASSERT_TRUE(Collect(context, facts));
     EXPECT_FALSE(facts.proxy_seen);
   }
 }
@@ -126,33 +126,30 @@ TEST(Url, IsPreparedInEveryForm) {
     const char* path;
     const char* query;
     const char* full;
-    const char* full_raw;
   } const cases[] = {
-      {"/a%20b.asp?x=%27+1", u"h:80", false, "/a b.asp", "x=' 1", "http://h/a b.asp?x=' 1", "http://h/a b.asp?x=%27+1"},
-      {"/a", u"h:8080", false, "/a", "", "http://h:8080/a", "http://h:8080/a"},
-      {"/a?", u"h:443", true, "/a", "", "https://h/a", "https://h/a?"},
-      {"/a?b?c", u"h:80", true, "/a", "b?c", "https://h:80/a?b?c", "https://h:80/a?b?c"},
-      {"/?%252527", u"h", false, "/", "%27", "http://h/?%27", "http://h/?%252527"},
-      {"/?&LT;B", u"h", false, "/", "<b", "http://h/?<b", "http://h/?&LT;B"},
-      {"/", u"[2001:DB8:0:0::1]:80", false, "/", "", "http://[2001:db8::1]/", "http://[2001:db8::1]/"},
-      {"http://other/admin/x?q", u"h", false, "/admin/x", "q", "http://h/admin/x?q", "http://h/admin/x?q"},
-      {"http://other", u"h", false, "/", "", "http://h/", "http://h/"},
-      {"*", u"h", false, "*", "", "http://h*", "http://h*"},
-      {"/%E4%B8%AD", u"h", false, "/\xD6\xD0", "", "http://h/\xD6\xD0", "http://h/\xD6\xD0"},
+      {"/a%20b.asp?x=%27+1", u"h:80", false, "/a b.asp", "x=' 1", "http://h/a b.asp?x=' 1"},
+      {"/a", u"h:8080", false, "/a", "", "http://h:8080/a"},
+      {"/a?", u"h:443", true, "/a", "", "https://h/a"},
+      {"/a?b?c", u"h:80", true, "/a", "b?c", "https://h:80/a?b?c"},
+      {"/?%252527", u"h", false, "/", "%27", "http://h/?%27"},
+      {"/?&LT;B", u"h", false, "/", "<b", "http://h/?<b"},
+      {"/", u"[2001:DB8:0:0::1]:80", false, "/", "", "http://[2001:db8::1]/"},
+      {"http://other/admin/x?q", u"h", false, "/admin/x", "q", "http://h/admin/x?q"},
+      {"http://other", u"h", false, "/", "", "http://h/"},
+      {"*", u"h", false, "*", "", "http://h*"},
+      {"/%E4%B8%AD", u"h", false, "/\xD6\xD0", "", "http://h/\xD6\xD0"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.raw);
     CFakeContext context;
     context.request.SetUrl(c.raw, c.cooked_host);
     if (c.secured) context.request.raw.pSslInfo = reinterpret_cast<iis::HTTP_SSL_INFO*>(8);
-    RequestFacts facts = Facts();
-    ASSERT_TRUE(CollectFacts(context, facts));
+    RequestFacts facts;
+    ASSERT_TRUE(Collect(context, facts));
     EXPECT_EQ(facts.raw_url, c.raw);
     EXPECT_EQ(facts.path, c.path);
     EXPECT_EQ(facts.query, c.query);
     EXPECT_EQ(facts.full_url, c.full);
-    EXPECT_EQ(facts.full_raw_url, c.full_raw);
-    EXPECT_EQ(facts.host_and_path, facts.host + facts.path);
   }
 }
 
@@ -166,8 +163,8 @@ TEST(Url, SurvivesWarmUpRequests) {
     raw.CookedUrl.pAbsPath = u"/app";
     raw.CookedUrl.AbsPathLength = 8;
     raw.CookedUrl.HostLength = 20;
-    RequestFacts facts = Facts();
-    ASSERT_TRUE(CollectFacts(context, facts));
+    RequestFacts facts;
+    ASSERT_TRUE(Collect(context, facts));
     EXPECT_EQ(facts.raw_url, null_pointer ? "/app" : "/");
     EXPECT_EQ(facts.host, "");
   }
@@ -179,10 +176,9 @@ TEST(Headers, FillTheirFields) {
                            {iis::HttpHeaderCookie, "c=1"},        {iis::HttpHeaderHost, "Other:80"},
                            {iis::HttpHeaderReferer, "http://r/"}, {iis::HttpHeaderUserAgent, ""}};
   context.request.unknown["X-Other"] = "no known header";
-  RequestFacts facts = Facts();
-  ASSERT_TRUE(CollectFacts(context, facts) && ReadHeadersAndBody(context, facts, true));
+  RequestFacts facts;
+  ASSERT_TRUE(Collect(context, facts) && ReadHeaders(context, facts));
   EXPECT_EQ(facts.host, "Other:80");
-  EXPECT_EQ(facts.host_and_path, "www.example.com/");
   EXPECT_EQ(facts.all_headers, "12text/plainc=1Other:80http://r/");
   EXPECT_EQ(facts.header_bytes, facts.all_headers.size());
   ASSERT_EQ(facts.headers.size(), 6u) << "an empty header is there";
@@ -192,28 +188,26 @@ TEST(Headers, FillTheirFields) {
   EXPECT_EQ(facts.cookie + facts.referer + facts.content_type, "c=1http://r/text/plain");
   EXPECT_EQ(facts.content_length, 12u);
   EXPECT_EQ(facts.site_id, 7u);
-  EXPECT_TRUE(facts.page_detail);
 }
 
-TEST(Headers, DecideOnTheEncodingOfPagesAndOnForms) {
+TEST(Headers, DecideOnTheEncodingOfPages) {
   struct {
     const char* type;
     const char* language;
     bool gbk;
-    bool multipart;
   } const cases[] = {
-      {"text/html; charset=GBK", "zh", true, false},         {"text/html; charset=gb2312", "zh, utf-8", false, false},
-      {"text/html; charset=utf-8", "zh", false, false},      {"multipart/form-data; boundary=x", "zh", false, true},
-      {"Multipart/Form-Data;Boundary=x", "zh", false, true}, {"multipart/mixed; boundary=x", "zh", false, false},
+      {"text/html; charset=GBK", "zh", true},
+      {"text/html; charset=gb2312", "zh, utf-8", false},
+      {"text/html; charset=utf-8", "zh", false},
+      {"text/html", "gbk", false},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.type);
     CFakeContext context;
     context.request.known = {{iis::HttpHeaderContentType, c.type}, {iis::HttpHeaderAcceptLanguage, c.language}};
-    RequestFacts facts = Facts();
-    ASSERT_TRUE(ReadHeadersAndBody(context, facts, true));
+    RequestFacts facts;
+    ASSERT_TRUE(ReadHeaders(context, facts));
     EXPECT_EQ(facts.gbk_page, c.gbk);
-    EXPECT_EQ(facts.multipart, c.multipart);
   }
 }
 

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/checks/lone_context.h"
 #include "tests/module/fake_server.h"
 
 namespace qiv {
@@ -23,12 +24,19 @@ class ResponseHardening : public testing::Test {
     settings_->request.cookie = 1;
     settings_->request.xss_mode = 1;
     settings_->request.csrf_mode = kSameSiteStrict;
-    facts_.config = settings_;
     facts_.context = &context_;
   }
   Values Cookies() const { return context_.response.Values("Set-Cookie"); }
 
+  CheckContext Context() {
+    CheckContext context = lone_.Context();
+    context.phase = phase_;
+    return context;
+  }
+
   std::shared_ptr<WebsiteConfig> settings_ = std::make_shared<WebsiteConfig>();
+  CLoneContext lone_{*settings_};
+  Phase phase_ = kPhaseBegin;
   CFakeContext context_;
   RequestFacts facts_;
 };
@@ -66,18 +74,18 @@ TEST_F(ResponseHardening, TreatsEveryCookieOnceAndLosesNone) {
   const Values expected = {std::string("a=1; Path=/; ") + kAll, std::string("b=2, Expires=x; ") + kAll,
                            std::string("c=3; ") + kAll, std::string(65500, 'd')};
   for (int notification = 0; notification < 3; ++notification) {
-    CookieAndFrameHeaders(facts_);
+    CookieAndFrameHeaders(facts_, Context());
     EXPECT_EQ(Cookies(), expected);
     EXPECT_EQ(response.Values("Content-Style"), Values{"x"});
   }
 }
 
 TEST_F(ResponseHardening, GivesAResponseWithoutCookiesOne) {
-  CookieAndFrameHeaders(facts_);
-  CookieAndFrameHeaders(facts_);
+  CookieAndFrameHeaders(facts_, Context());
+  CookieAndFrameHeaders(facts_, Context());
   EXPECT_EQ(Cookies(), Values{kAll});
   context_.response.Add("Set-Cookie", "sid=1");
-  CookieAndFrameHeaders(facts_);
+  CookieAndFrameHeaders(facts_, Context());
   EXPECT_EQ(Cookies(), Values{std::string("sid=1; ") + kAll});
 }
 
@@ -86,11 +94,11 @@ TEST_F(ResponseHardening, LosesNoCookieWithoutMemoryOrRawResponse) {
   context_.response.Add("Set-Cookie", "b=2");
   const Values before = Cookies();
   context_.memory_limit = 0;
-  CookieAndFrameHeaders(facts_);
+  CookieAndFrameHeaders(facts_, Context());
   EXPECT_EQ(Cookies(), before);
   context_.memory_limit = test::kNever;
   context_.response.has_raw = false;
-  CookieAndFrameHeaders(facts_);
+  CookieAndFrameHeaders(facts_, Context());
   EXPECT_EQ(Cookies(), before);
 }
 
@@ -99,7 +107,7 @@ TEST_F(ResponseHardening, SetsFrameOptions) {
     const char* mode;
     const char* current;
     Values expected;
-    std::int32_t phase = kPhaseBegin;
+    Phase phase = kPhaseBegin;
   } const cases[] = {
       {"DENY", nullptr, {"DENY"}},
       // Our value in front of the application's.
@@ -126,9 +134,9 @@ TEST_F(ResponseHardening, SetsFrameOptions) {
       CFakeContext context;
       facts_.context = &context;
       settings_->request.xframe_type = c.mode;
-      facts_.phase = c.phase;
+      phase_ = c.phase;
       if (c.current) context.response.Add("X-Frame-Options", c.current);
-      CookieAndFrameHeaders(facts_);
+      CookieAndFrameHeaders(facts_, Context());
       EXPECT_EQ(context.response.Values("x-frame-options"), on ? c.expected : c.current ? Values{c.current} : Values{});
       EXPECT_EQ(context.response.Values("Set-Cookie"), Values{});
     }
@@ -141,7 +149,7 @@ TEST_F(ResponseHardening, HidesServerHeaders) {
     settings_->base.hide = on;
     for (const char* name : names) context_.response.Add(name, "x");
     CheckResult result;
-    HideServerHeaders(facts_, result);
+    HideServerHeaders(facts_, Context(), result);
     EXPECT_EQ(result.status, kUndecided);
     for (const char* name : names) EXPECT_EQ(context_.response.Values(name).empty(), on) << name;
   }
@@ -153,15 +161,15 @@ TEST_F(ResponseHardening, LeavesAResponseAloneThatIsOnItsWayOrMissing) {
   settings_->request.xframe = 1;
   settings_->request.xframe_type = "DENY";
   CheckResult result;
-  HideServerHeaders(facts_, result);
-  CookieAndFrameHeaders(facts_);
+  HideServerHeaders(facts_, Context(), result);
+  CookieAndFrameHeaders(facts_, Context());
   EXPECT_EQ(context_.response.header_writes, 0);
   EXPECT_EQ(result.status, kUndecided);
 
   context_.has_response = false;
   result.status = kBlocked;
-  HideServerHeaders(facts_, result);
-  CookieAndFrameHeaders(facts_);
+  HideServerHeaders(facts_, Context(), result);
+  CookieAndFrameHeaders(facts_, Context());
   EXPECT_EQ(result.status, kAllowed);
   EXPECT_EQ(result.item, "System error");
 }

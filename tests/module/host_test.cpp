@@ -55,7 +55,7 @@ class Hosted : public testing::Test {
     InitialiseModule(installation_.Directory(), false);
     auto server = std::make_unique<CModuleHost>(options);
     EXPECT_EQ(server->Register(&RegisterModule), 0);
-    EXPECT_TRUE(ModuleConfig().IsConfigValid());
+    EXPECT_TRUE(State().config.IsConfigValid());
     return server;
   }
   test::CInstallation installation_;

@@ -126,14 +126,13 @@ TEST(Memory, ABodyTakesLittleMoreThanItselfAndItsText) {
     context.request.method = "POST";
     context.request.known[iis::HttpHeaderContentType] = "text/plain";
     context.request.known[iis::HttpHeaderContentLength] = std::to_string(size);
-    auto config = std::make_shared<WebsiteConfig>();
-    config->need_post_body = true;
+    WebsiteConfig config;
+    config.need_post_body = true;
     RequestFacts facts;
-    facts.config = config;
     const std::size_t before = in_use;
     most_in_use = before;
-    ASSERT_TRUE(ReadHeadersAndBody(context, facts, true));
-    EXPECT_FALSE(facts.body.Empty());
+    ASSERT_TRUE(ReadHeadersAndBody(context, config, true, facts));
+    EXPECT_FALSE(facts.body.empty());
     const std::size_t of_the_server = size;  // the stand-in keeps what was given back
     EXPECT_LT(most_in_use - before - of_the_server, size / 10 * 22) << letter;
   }

@@ -28,9 +28,9 @@ class Notification : public testing::Test {
   Notification() {
     installation_.Write(test::InjectionSite());
     InitialiseModule(installation_.Directory(), true);
-    ModuleConfig().SetModuleId(reinterpret_cast<void*>(3));
-    ModuleConfig().RefreshTick();
-    EXPECT_TRUE(ModuleConfig().IsConfigValid());
+    State().config.SetModuleId(reinterpret_cast<void*>(3));
+    State().config.RefreshTick();
+    EXPECT_TRUE(State().config.IsConfigValid());
     attack_.request.SetUrl("/a.asp?id=1%27%20union%20select%201");
   }
   ~Notification() { InitialiseModule(".", false); }
@@ -130,7 +130,7 @@ TEST_F(Notification, SendsOneValueOfEachHeaderItSets) {
       R"("cookie":"1","xss_mode":"1","csrf_mode":"1","xframe":"1","xframe_type":"SAMEORIGIN")";
   installation_.Write(site);
   InitialiseModule(installation_.Directory(), true);
-  ModuleConfig().RefreshTick();
+  State().config.RefreshTick();
   for (const auto& c : cases) {
     SCOPED_TRACE(std::string(*c.name ? c.name : "Content-Type") + " row " + std::to_string(&c - cases));
     CFakeContext context;
@@ -213,9 +213,9 @@ TEST_F(Notification, ALongListIsReadByRequestsThatWereAnswered) {
     const std::string client = i == 0 ? "203.0.113.7" : CIpAddress::FromIpv4(i).Text();
     list += EncipherLine("denylist\tadd\tIIS\t" + client + "\t1\t99999999999\treason");
   }
-  ASSERT_TRUE(ReplaceFile(ModuleConfig().Paths().in_file, list));
+  ASSERT_TRUE(ReplaceFile(State().config.Paths().in_file, list));
   InitialiseModule(installation_.Directory(), true);
-  ModuleConfig().RefreshTick();
+  State().config.RefreshTick();
   const auto request = [](bool is_child) {
     CFakeContext context;
     context.is_child = is_child;
@@ -263,7 +263,7 @@ TEST_F(Notification, SendsNoNoticeWhereTheSiteWantsNone) {
     site.sections["website_response"] = notice ? R"("notice":"1")" : R"("notice":"0")";
     installation.Write(site);
     InitialiseModule(installation.Directory(), true);
-    ModuleConfig().RefreshTick();
+    State().config.RefreshTick();
     CFakeContext attack;
     attack.request.SetUrl("/a.asp?id=1%27%20union%20select%201");
     EXPECT_EQ(module_->OnBeginRequest(&attack, nullptr), kFinish);
@@ -293,7 +293,7 @@ TEST_F(Notification, AsksTheChecksInTheirOrder) {
       installation.Write(site);
       if (listed) installation.Deny("203.0.113.7");
       InitialiseModule(installation.Directory(), true);
-      ModuleConfig().RefreshTick();
+      State().config.RefreshTick();
       CFakeContext attack;
       attack.request.SetUrl("/a.asp?id=1%27%20union%20select%201&c=%3C%3Fphp%20eval(%24_POST%5B1%5D)%3B%3F%3E");
       attack.request.method = "POST";

@@ -5,8 +5,6 @@
 #include <random>
 #include <string>
 
-#include "checks/event_recorder.h"
-#include "checks/unlock_registry.h"
 #include "common/char_set.h"
 #include "common/text.h"
 #include "config/page_settings.h"
@@ -14,6 +12,7 @@
 #include "module/facts_collector.h"
 #include "module/page_renderer.h"
 #include "module/page_writer.h"
+#include "tests/checks/lone_context.h"
 #include "tests/module/fake_server.h"
 
 namespace qiv {
@@ -30,15 +29,7 @@ constexpr char kEnd[] =
 
 class CRecorder final : public IEventRecorder, public IUnlockRegistry {
  public:
-  CRecorder() {
-    SetEventRecorder(this);
-    SetUnlockRegistry(this);
-  }
-  ~CRecorder() {
-    SetEventRecorder(nullptr);
-    SetUnlockRegistry(nullptr);
-  }
-  void RecordBlock(const RequestFacts&, const CheckResult&) override { ++blocks; }
+  void RecordBlock(const RequestFacts&, const CheckContext&, const CheckResult&) override { ++blocks; }
   void RecordStatistics(std::string_view, std::string_view, std::string_view) override {}
   void RegisterForUnlocking(const RequestFacts&) override { ++registered; }
   int blocks = 0;
@@ -47,21 +38,24 @@ class CRecorder final : public IEventRecorder, public IUnlockRegistry {
 
 class Page : public testing::Test {
  protected:
-  /// `settings` are the response section's, given the form that a load gives them.
-  RequestFacts Facts(const ResponseSettings& settings, Language language = Language::kEnglish) {
-    auto config = std::make_shared<WebsiteConfig>();
-    config->response = settings;
-    config->language = language;
-    config->page = MakePageSettings(settings);
-    RequestFacts facts;
-    facts.config = config;
-    facts.context = &context_;
-    facts.client_ip_copy = "203.0.113.7";
-    facts.full_url = "http://h/a?x=1";
-    facts.raw_url = "/a?x=1";
-    facts.page_detail = true;
-    return facts;
+  Page() {
+    facts_.context = &context_;
+    facts_.client_ip = "203.0.113.7";
+    facts_.full_url = "http://h/a?x=1";
+    facts_.raw_url = "/a?x=1";
   }
+  /// `settings` are the response section's, given the form that a load gives them.
+  void Use(const ResponseSettings& settings, Language language = Language::kEnglish) {
+    config_of_site_.response = settings;
+    config_of_site_.language = language;
+    config_of_site_.page = MakePageSettings(settings);
+  }
+  CheckContext Context() {
+    CheckContext context = lone_.Context();
+    context.unlocks = &recorder_;
+    return context;
+  }
+  std::string Render(CheckResult result = Blocked()) { return RenderPage(facts_, Context(), result); }
   static std::string WithoutTime(std::string page) {
     const std::string_view shape = "dddd-dd-dd dd:dd:dd";
     for (std::size_t at = 0; at + shape.size() <= page.size(); ++at) {
@@ -80,8 +74,8 @@ class Page : public testing::Test {
     result.item = "ITEM";
     return result;
   }
-  const test::CFakeResponse& Write(RequestFacts facts, const CheckResult& result, const PageOptions& options = {}) {
-    WritePage(facts, result, contexts_, options);
+  const test::CFakeResponse& Write(CheckResult result, const PageOptions& options = {}) {
+    WritePage(facts_, Context(), result, contexts_, options);
     return context_.response;
   }
 
@@ -89,6 +83,9 @@ class Page : public testing::Test {
   CStoredContexts contexts_{config_};
   CFakeContext context_;
   CRecorder recorder_;
+  WebsiteConfig config_of_site_;
+  CLoneContext lone_{config_of_site_, nullptr, &recorder_};
+  RequestFacts facts_;
 };
 
 TEST_F(Page, HasItsTextsInBothLanguages) {
@@ -112,8 +109,8 @@ TEST_F(Page, HasItsTextsInBothLanguages) {
   for (const auto& c : cases) {
     ResponseSettings settings;
     settings.ret_type = c.type;
-    RequestFacts facts = Facts(settings, c.language);
-    EXPECT_EQ(WithoutTime(RenderPage(facts, Blocked())), kHead + c.title + "</title></head><body>" + c.body + kEnd);
+    Use(settings, c.language);
+    EXPECT_EQ(WithoutTime(Render()), kHead + c.title + "</title></head><body>" + c.body + kEnd);
   }
 }
 
@@ -121,43 +118,46 @@ TEST_F(Page, ShowsCustomContent) {
   ResponseSettings settings;
   settings.ret_type = 4;
   settings.ret_content = "被拒绝";
-  RequestFacts facts = Facts(settings);
-  EXPECT_EQ(RenderPage(facts, Blocked()), kHead + std::string("被拒绝</title></head><body>被拒绝") + kEnd);
-  EXPECT_FALSE(facts.custom_page);
+  Use(settings);
+  CheckResult result = Blocked();
+  EXPECT_EQ(RenderPage(facts_, Context(), result), kHead + std::string("被拒绝</title></head><body>被拒绝") + kEnd);
+  EXPECT_FALSE(result.request.custom_page);
 
   settings.ret_content = "<b>no</b>\n{{ip}}";
-  facts = Facts(settings, Language::kChinese);
-  EXPECT_EQ(RenderPage(facts, Blocked()),
-            kHead + std::string("抱歉，此访问被禁止</title></head><body><b>no</b><br>{{ip}}") + kEnd);
+  Use(settings, Language::kChinese);
+  EXPECT_EQ(Render(), kHead + std::string("抱歉，此访问被禁止</title></head><body><b>no</b><br>{{ip}}") + kEnd);
 
   settings.ret_content = "<html><head><title>t</title></head><body>{{charset}} {{ip}}|{{secretrkey}}|</body></html>";
-  facts = Facts(settings);
-  EXPECT_EQ(RenderPage(facts, Blocked()), "<html><head><title>t</title></head><body>gbk {{ip}}||</body></html>");
-  EXPECT_TRUE(facts.custom_page);
+  Use(settings);
+  EXPECT_EQ(RenderPage(facts_, Context(), result),
+            "<html><head><title>t</title></head><body>gbk {{ip}}||</body></html>");
+  EXPECT_TRUE(result.request.custom_page);
 
   settings.ret_content = "Quote {{event_id}}.";
-  facts = Facts(settings);
-  facts.event_id = "00<ff";
-  EXPECT_NE(RenderPage(facts, Blocked()).find("<body>Quote 00&lt;ff.</body>"), std::string::npos);
+  Use(settings);
+  result = Blocked();
+  result.request.event_id = "00<ff";
+  EXPECT_NE(Render(result).find("<body>Quote 00&lt;ff.</body>"), std::string::npos);
   settings.ret_type = 2;
-  facts = Facts(settings);
-  facts.prepared_page = "<p>{{charset}}{{secretrkey}}";
-  EXPECT_EQ(RenderPage(facts, Blocked()), "<p>utf-8{{secretrkey}}");
+  Use(settings);
+  result.request.prepared_page = "<p>{{charset}}{{secretrkey}}";
+  EXPECT_EQ(Render(result), "<p>utf-8{{secretrkey}}");
 }
 
 TEST_F(Page, OffersThePasswordFormWhereAllowed) {
   ResponseSettings settings;
   settings.passwd = true;
-  RequestFacts facts = Facts(settings);
-  facts.raw_url = "//evil.example/\xE4\xB8\xAD?a=\"&b='";
-  const std::string page = RenderPage(facts, Blocked());
+  Use(settings);
+  facts_.raw_url = "//evil.example/\xE4\xB8\xAD?a=\"&b='";
+  const std::string page = Render();
   EXPECT_NE(page.find("action=\"/.//evil.example/%E4%B8%AD?a=&quot;&amp;b="), std::string::npos) << page;
   EXPECT_NE(page.find("<input type=\"password\" name=\"secretrkey203.0.113.7\">\n"), std::string::npos);
   EXPECT_NE(page.find("Please enter the preset authorization password to unlock</p>\n"), std::string::npos);
   EXPECT_EQ(recorder_.registered, 1);
 
-  facts.page_detail = false;  // a list block
-  EXPECT_EQ(RenderPage(facts, Blocked()).find("<form"), std::string::npos);
+  CheckResult of_list = Blocked();
+  of_list.request.page_detail = false;
+  EXPECT_EQ(Render(of_list).find("<form"), std::string::npos);
   EXPECT_EQ(recorder_.registered, 1);
 }
 
@@ -210,7 +210,8 @@ TEST_F(Page, IsAnsweredWithTheStatusAskedFor) {
     settings.ret_url = c.ret_url;
     CheckResult result = Blocked();
     result.response_status = c.of_result;
-    const test::CFakeResponse& response = Write(Facts(settings), result);
+    Use(settings);
+    const test::CFakeResponse& response = Write(result);
     EXPECT_EQ(response.status, c.status);
     EXPECT_EQ(response.reason, c.reason);
     EXPECT_TRUE(response.skip_custom_errors);
@@ -253,9 +254,10 @@ TEST_F(Page, GoesOutInOneEncoding) {
     ResponseSettings settings;
     settings.ret_type = c.content.empty() ? 1 : 4;
     settings.ret_content = c.content;
-    RequestFacts facts = Facts(settings, Language::kChinese);
-    facts.gbk_page = c.gbk;
-    const test::CFakeResponse& response = Write(facts, Blocked());
+    Use(settings, Language::kChinese);
+    CheckResult result = Blocked();
+    result.request.gbk_page = c.gbk;
+    const test::CFakeResponse& response = Write(result);
     EXPECT_EQ(response.known.at(iis::HttpHeaderContentType), std::string("text/html; charset=") + c.charset);
     const bool is_utf8 = std::string(c.charset) == "utf-8";
     EXPECT_EQ(CCharSet::IsValidUtf8(response.body), is_utf8);
@@ -267,28 +269,29 @@ TEST_F(Page, GoesOutInOneEncoding) {
 }
 
 TEST_F(Page, KeepsToItsOptionsAndToWhatTheServerAllows) {
+  Use({});
   PageOptions options;
   options.extra_text = "<i>more</i>";
   options.render = false;
-  EXPECT_EQ(Write(Facts({}), Blocked(), options).body, "<i>more</i>");
+  EXPECT_EQ(Write(Blocked(), options).body, "<i>more</i>");
   EXPECT_EQ(context_.response.status, 200) << "extra text leaves the status";
 
   context_.response = {};
   context_.response.body = "the application's";
   options = {};
   options.reset_response = true;
-  EXPECT_TRUE(Write(Facts({}), Blocked(), options).body.starts_with("<!DOCTYPE"));
+  EXPECT_TRUE(Write(Blocked(), options).body.starts_with("<!DOCTYPE"));
 
   context_.response = {};
   context_.response.status_result = iis::kInvalidData;
-  EXPECT_EQ(Write(Facts({}), Blocked()).body, "") << "no page without its status";
+  EXPECT_EQ(Write(Blocked()).body, "") << "no page without its status";
 
   context_.response = {};
   context_.headers_sent = true;
-  EXPECT_TRUE(Write(Facts({}), Blocked()).known.empty());
+  EXPECT_TRUE(Write(Blocked()).known.empty());
 
   context_.has_response = false;
-  Write(Facts({}), Blocked());
+  Write(Blocked());
   EXPECT_TRUE(contexts_.PageWritten(context_));
 }
 
@@ -320,23 +323,23 @@ TEST_F(Page, ReflectsNoMarkup) {
   settings.passwd = true;
   settings.cdn = 1;
   settings.ret_type = 2;
-  RequestFacts harmless = Facts(settings);
-  const auto expected = MarkupCounts(RenderPage(harmless, Blocked()));
+  Use(settings);
+  const auto expected = MarkupCounts(Render());
   for (int round = 0; round < 3000; ++round) {
     CFakeContext context;
     context.request.SetUrl("/" + Hostile(random) + "?" + Hostile(random), u"h\"><b>" + std::u16string(1, round));
     context.request.unknown["X-Forwarded-For"] = Hostile(random);
     context.request.known[iis::HttpHeaderHost] = Hostile(random);
-    RequestFacts facts = Facts(settings);
-    facts.context = &context;
-    ASSERT_TRUE(CollectFacts(context, facts) && ReadHeadersAndBody(context, facts, false));
-    facts.gbk_page = round % 2;
+    facts_ = {};
+    ASSERT_TRUE(CollectFacts(context, config_of_site_, facts_) &&
+                ReadHeadersAndBody(context, config_of_site_, false, facts_));
     CheckResult result = Blocked();
+    result.request.gbk_page = round % 2;
     result.reason = Hostile(random);
     result.item = Hostile(random);
-    WritePage(facts, result, contexts_, {});
+    WritePage(facts_, Context(), result, contexts_, {});
     const std::string& body = context.response.body;
-    const std::string page = facts.gbk_page ? CCharSet::LocalToUtf8(body) : body;
+    const std::string page = result.request.gbk_page ? CCharSet::LocalToUtf8(body) : body;
     ASSERT_TRUE(CCharSet::IsValidUtf8(page));
     ASSERT_EQ(MarkupCounts(page), expected) << page;
     ASSERT_EQ(page.find("{{"), std::string::npos) << page;

@@ -27,11 +27,12 @@ Script* script = nullptr;
 constexpr const char* kNames[] = {"lists", "shape", "access", "words", "body", "missing", "counter"};
 
 template <int kIndex>
-void Row(RequestFacts& facts, CheckResult& result) {
+void Row(const RequestFacts& facts, const CheckContext& context, CheckResult& result) {
   auto& response = static_cast<CFakeContext*>(facts.context)->response;
   const std::string name = kNames[kIndex];
-  script->calls += std::to_string(facts.phase) + ":" + name + (response.header_writes ? "! " : " ");
-  facts.path += "/seen";  // must not reach the next notification
+  script->calls += std::to_string(context.phase) + ":" + name + (response.header_writes ? "! " : " ");
+  EXPECT_TRUE(result.request.statistics || kIndex != 0) << "each notification starts anew";
+  result.request.statistics = false;
   const auto found = script->decisions.find(name);
   if (found != script->decisions.end()) {
     result.status = found->second;
@@ -66,7 +67,10 @@ class Pipeline : public testing::Test {
   test::CInstallation installation_;
   CQivConfig config_{installation_.Directory()};
   CStoredContexts contexts_{config_};
-  CPipeline pipeline_{config_, contexts_, kRows};
+  CNoRecorder nobody_;
+  CExchangeFiles exchange_{"", ""};
+  CheckState state_{exchange_};
+  CPipeline pipeline_{config_, contexts_, kRows, {state_, nobody_}};
 };
 
 constexpr std::int32_t kFinish = iis::RQ_NOTIFICATION_FINISH_REQUEST;
@@ -100,9 +104,10 @@ TEST_F(Pipeline, BeginsInOrder) {
     EXPECT_EQ(context.response.body.empty(), c.returned == kContinue);
     EXPECT_EQ(contexts_.PageWritten(context), c.returned == kFinish);
     EXPECT_EQ(context.response.body.find("<form") != std::string::npos, c.form);
-    RequestFacts saved;
-    ASSERT_TRUE(contexts_.Load(context, &saved));
-    EXPECT_EQ(saved.path, "/");
+    const StoredRequest stored = contexts_.Load(context);
+    ASSERT_TRUE(stored.record);
+    EXPECT_EQ(stored.record->facts.path, "/");
+    EXPECT_EQ(stored.record->config, config_.Current());
   }
 }
 
@@ -210,7 +215,7 @@ TEST_F(Pipeline, LetsPassWhatItCannotOrMustNotJudge) {
     installation.Write(site);
     CQivConfig config(installation.Directory());
     CStoredContexts contexts(config);
-    CPipeline pipeline(config, contexts, kRows);
+    CPipeline pipeline(config, contexts, kRows, {state_, nobody_});
     CFakeContext context;
     c.change(context);
     EXPECT_EQ(pipeline.BeginRequest(context), kContinue);
@@ -251,7 +256,7 @@ TEST_F(Pipeline, KeepsAnswersFromTheSystemsCacheWhereTheClientMatters) {
     test::CInstallation installation;
     installation.Write(site);
     CQivConfig config(installation.Directory());
-    CPipeline pipeline(config, contexts_, kRows);
+    CPipeline pipeline(config, contexts_, kRows, {state_, nobody_});
     const std::vector<iis::ULONG> expected(std::string(section) == "website_base" ? 0 : 1, 9);
     for (const bool ipv6 : {false, true}) {  // protection is off for IPv6: such a client must not fill the cache either
       CFakeContext context;

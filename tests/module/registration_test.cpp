@@ -82,11 +82,11 @@ class Registration : public testing::Test {
 };
 
 TEST_F(Registration, LoadsTheConfigurationAndRegistersInOrder) {
-  EXPECT_FALSE(ModuleConfig().IsConfigValid());
+  EXPECT_FALSE(State().config.IsConfigValid());
   EXPECT_EQ(RegisterModule(10, &registration_, nullptr), 0);
-  EXPECT_TRUE(ModuleConfig().IsConfigValid());
+  EXPECT_TRUE(State().config.IsConfigValid());
   EXPECT_EQ(registration_.calls, AllCalls());
-  EXPECT_EQ(ModuleConfig().ModuleId(), registration_.id);
+  EXPECT_EQ(State().config.ModuleId(), registration_.id);
   EXPECT_EQ(static_cast<MyGlobalModule*>(registration_.global)->Id(), registration_.id);
   EXPECT_EQ(registration_.global->OnGlobalPreBeginRequest(nullptr), iis::GL_NOTIFICATION_CONTINUE);
 }
@@ -100,7 +100,7 @@ TEST_F(Registration, ReturnsTheFirstFailure) {
   without_id.id = nullptr;
   EXPECT_EQ(RegisterModule(10, &without_id, nullptr), iis::E_INVALIDARG);
   EXPECT_EQ(without_id.calls, kRequestCalls) << "no global module";
-  EXPECT_EQ(ModuleConfig().ModuleId(), nullptr);
+  EXPECT_EQ(State().config.ModuleId(), nullptr);
 
   EXPECT_EQ(RegisterModule(10, nullptr, nullptr), iis::E_INVALIDARG);
 }
@@ -109,14 +109,14 @@ TEST_F(Registration, IgnoresFailuresOfPrioritiesAndOfTheGlobalModule) {
   registration_.other_result = iis::kNotSupported;
   EXPECT_EQ(RegisterModule(10, &registration_, nullptr), 0);
   EXPECT_EQ(registration_.calls, AllCalls());
-  EXPECT_EQ(ModuleConfig().ModuleId(), registration_.id);
+  EXPECT_EQ(State().config.ModuleId(), registration_.id);
 }
 
 TEST_F(Registration, TheFactoryLoadsTheConfigurationAtItsFirstCall) {
   auto* factory = new CQivIpsIIsModuleFactory;
   iis::CHttpModule* modules[2] = {};
   ASSERT_EQ(factory->GetHttpModule(&modules[0], nullptr), 0);
-  EXPECT_TRUE(ModuleConfig().IsConfigValid());
+  EXPECT_TRUE(State().config.IsConfigValid());
   ASSERT_EQ(factory->GetHttpModule(&modules[1], nullptr), 0);
   EXPECT_NE(modules[0], modules[1]);
   for (iis::CHttpModule* module : modules) module->Dispose();

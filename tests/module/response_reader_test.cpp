@@ -20,13 +20,6 @@ constexpr const char* kPanel =
     "<html><title>r57shell</title>uname: Linux kernel 5<br>safe mode: off<form method=post><input name=cmd>"
     "<input type=file> back connect, bind port, chmod, rename, execute command</form></html>";
 
-std::string Read(CFakeContext& context) {
-  RequestFacts facts;
-  facts.context = &context;
-  ReadResponse(facts);
-  return std::string(facts.response_body.View());
-}
-
 TEST(ResponseReader, ReadsUncompressedTextAsItIs) {
   struct Row {
     const char* type;
@@ -48,14 +41,14 @@ TEST(ResponseReader, ReadsUncompressedTextAsItIs) {
     context.response.AddChunk("one ");
     context.response.AddChunk("");
     context.response.AddChunk("two");
-    EXPECT_EQ(Read(context), row.read ? "one two" : "") << (row.type ? row.type : "");
+    EXPECT_EQ(ReadResponse(context), row.read ? "one two" : "") << (row.type ? row.type : "");
     EXPECT_EQ(context.response.GetRawHttpResponse()->EntityChunkCount, 3) << "nothing changes";
   }
 }
 
 TEST(ResponseReader, ReadsNothingWhereThereIsNothingToRead) {
   CFakeContext context;
-  EXPECT_EQ(Read(context), "");
+  EXPECT_EQ(ReadResponse(context), "");
   iis::HTTP_DATA_CHUNK chunk{};
   chunk.DataChunkType = iis::HttpDataChunkFromFragmentCache;
   context.response.AddChunk(chunk);
@@ -63,14 +56,14 @@ TEST(ResponseReader, ReadsNothingWhereThereIsNothingToRead) {
   chunk.FromMemory = {nullptr, 5};
   context.response.AddChunk(chunk);
   context.response.AddChunk("text");
-  EXPECT_EQ(Read(context), "text");
+  EXPECT_EQ(ReadResponse(context), "text");
   context.headers_sent = true;
-  EXPECT_EQ(Read(context), "");
+  EXPECT_EQ(ReadResponse(context), "");
   context.headers_sent = false;
   context.response.has_raw = false;
-  EXPECT_EQ(Read(context), "");
+  EXPECT_EQ(ReadResponse(context), "");
   context.has_response = false;
-  EXPECT_EQ(Read(context), "");
+  EXPECT_EQ(ReadResponse(context), "");
 }
 
 TEST(ResponseReader, ReadsFilesAndStopsAtItsBound) {
@@ -95,7 +88,7 @@ TEST(ResponseReader, ReadsFilesAndStopsAtItsBound) {
     chunk.FromFileHandle = {{row.begin, row.length}, file};
     context.response.AddChunk(chunk);
     context.response.AddChunk(">");
-    EXPECT_EQ(Read(context), "<" + row.read + ">") << row.begin;
+    EXPECT_EQ(ReadResponse(context), "<" + row.read + ">") << row.begin;
   }
   CFakeContext context;
   context.response.AddChunk(std::string(262140, 'b'));
@@ -104,12 +97,12 @@ TEST(ResponseReader, ReadsFilesAndStopsAtItsBound) {
   chunk.FromFileHandle = {{9999, kToEnd}, file};
   context.response.AddChunk(chunk);
   context.response.AddChunk("more");
-  EXPECT_EQ(Read(context), std::string(262140, 'b') + "aend");
+  EXPECT_EQ(ReadResponse(context), std::string(262140, 'b') + "aend");
   host::CloseFile(file);
   CFakeContext closed;
   chunk.FromFileHandle.FileHandle = host::kNoFile;
   closed.response.AddChunk(chunk);
-  EXPECT_EQ(Read(closed), "");
+  EXPECT_EQ(ReadResponse(closed), "");
 }
 
 // The page of a webshell is replaced by the block page; other answers go out untouched.

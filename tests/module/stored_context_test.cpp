@@ -2,6 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <memory>
+#include <string>
+#include <utility>
+
 #include "tests/module/fake_server.h"
 
 namespace qiv {
@@ -9,12 +13,10 @@ namespace {
 
 using test::CFakeContext;
 
-RequestFacts Record(std::string path) {
-  RequestFacts facts;
-  facts.phase = kPhaseBegin;
-  facts.path = std::move(path);
-  facts.body = std::string("a=1");
-  return facts;
+std::shared_ptr<const RequestRecord> Record(std::string path) {
+  const auto record = std::make_shared<RequestRecord>();
+  record->facts.path = std::move(path);
+  return record;
 }
 
 class StoredContext : public testing::Test {
@@ -24,17 +26,11 @@ class StoredContext : public testing::Test {
   CFakeContext context_;
 };
 
-TEST_F(StoredContext, HandsOutCopies) {
-  RequestFacts loaded;
-  EXPECT_FALSE(contexts_.Load(context_, &loaded));
-  ASSERT_TRUE(contexts_.Save(context_, Record("/a")));
-  ASSERT_TRUE(contexts_.Load(context_, &loaded));
-  EXPECT_EQ(loaded.path, "/a");
-  loaded.path = "/changed";
-  loaded.body = std::string("changed");
-  ASSERT_TRUE(contexts_.Load(context_, &loaded));
-  EXPECT_EQ(loaded.path, "/a");
-  EXPECT_EQ(loaded.body.View(), "a=1");
+TEST_F(StoredContext, HandsOutTheRecordItself) {
+  EXPECT_EQ(contexts_.Load(context_).record, nullptr);
+  const auto record = Record("/a");
+  ASSERT_TRUE(contexts_.Save(context_, record));
+  EXPECT_EQ(contexts_.Load(context_).record, record);
 }
 
 TEST_F(StoredContext, ReplacesItsRecordThoughTheServerRefusesASecondSet) {
@@ -44,10 +40,11 @@ TEST_F(StoredContext, ReplacesItsRecordThoughTheServerRefusesASecondSet) {
   EXPECT_TRUE(contexts_.MarkPageWritten(context_, "id"));
   EXPECT_EQ(context_.container.stored, first);
   EXPECT_EQ(context_.container.sets, 3);
-  RequestFacts loaded;
-  ASSERT_TRUE(contexts_.Load(context_, &loaded));
-  EXPECT_EQ(loaded.path, "/b");
-  EXPECT_TRUE(contexts_.PageWritten(context_));
+  EXPECT_TRUE(contexts_.MarkPageWritten(context_, "later"));
+  const StoredRequest loaded = contexts_.Load(context_);
+  EXPECT_EQ(loaded.record->facts.path, "/b");
+  EXPECT_EQ(loaded.page_written, 1);
+  EXPECT_EQ(loaded.event_id, "id") << "of the first page";
 }
 
 // The address sanitizer finds the object that nobody owns.
@@ -59,9 +56,8 @@ TEST_F(StoredContext, KeepsWhatTheServerDoesNotTake) {
     EXPECT_FALSE(contexts_.PageWritten(context_));
   }
   context_.has_container = false;
-  RequestFacts loaded;
   EXPECT_FALSE(contexts_.Save(context_, Record("/a")));
-  EXPECT_FALSE(contexts_.Load(context_, &loaded));
+  EXPECT_EQ(contexts_.Load(context_).record, nullptr);
   EXPECT_FALSE(contexts_.MarkPageWritten(context_, "id"));
   EXPECT_FALSE(contexts_.PageWritten(context_));
 }
@@ -69,8 +65,7 @@ TEST_F(StoredContext, KeepsWhatTheServerDoesNotTake) {
 TEST_F(StoredContext, WithThePageMarkAloneHoldsNoRecord) {
   EXPECT_TRUE(contexts_.MarkPageWritten(context_, "id"));
   EXPECT_TRUE(contexts_.PageWritten(context_));
-  RequestFacts loaded;
-  EXPECT_FALSE(contexts_.Load(context_, &loaded));
+  EXPECT_EQ(contexts_.Load(context_).record, nullptr);
   EXPECT_TRUE(contexts_.Save(context_, Record("/a")));
   EXPECT_TRUE(contexts_.PageWritten(context_)) << "saving keeps the mark";
 }

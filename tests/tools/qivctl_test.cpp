@@ -441,7 +441,7 @@ TEST(Qivctl, ShowsNoControlCharactersOfClients) {
       "\xE4\xB8\xAD\xC2\x9B"
       "2J";
   ASSERT_TRUE(files.WriteLock(ClientList::kDeny, CIpAddress::FromIpv4(7), UnixSeconds(), UnixSeconds() + 600, {evil}));
-  ASSERT_TRUE(files.WriteMessage("192.0.2.7", "a", "b", evil, evil));
+  ASSERT_TRUE(files.WriteMessage({"192.0.2.7", "a", "b", evil, evil}));
   for (const char* command : {"log", "service --once", "lists"}) {
     const std::string output = Qivctl(command + config).output;
     EXPECT_NE(output.find("\xE4\xB8\xAD  2J"), std::string::npos) << command << output;
@@ -456,7 +456,7 @@ TEST(Qivctl, AFullDiskAtTheOutputIsAnError) {
   const CTemporaryDirectory directory;
   const std::string module = directory.Path("m");
   ASSERT_EQ(Qivctl("init " + module).exit_code, 0);
-  ASSERT_TRUE(CExchangeFiles("", module + "/config/_out.log").WriteMessage("a", "b", "c", "d", "e"));
+  ASSERT_TRUE(CExchangeFiles("", module + "/config/_out.log").WriteMessage({"a", "b", "c", "d", "e"}));
   for (const std::string command : {"service --once --config ", "log --config ", "log --follow --config ",
                                     "lists --config ", "--help ", "encrypt <"}) {
     const std::string argument = command == "--help " ? "" : module + (command == "encrypt <" ? "/settings.json" : "");

@@ -73,7 +73,7 @@ TEST_F(Service, KilledAnywhereItLosesAndRepeatsNothing) {
       const auto service = Start(kill_after);
       for (int step = 0; step < 4; ++step) {
         for (int i = 0; i < 7; ++i) {
-          module_.CountStatistics("invade", std::to_string(written++), "-");
+          module_.CountStatistics({"invade", std::to_string(written++), "-"});
           module_.Flush();
         }
         module_.WriteLock(ClientList::kDeny, CIpAddress::FromIpv4(static_cast<std::uint32_t>(++locks)), now_, 90'000,
@@ -240,11 +240,11 @@ TEST_F(Service, FourProcessesLoseNoLine) {
     CExchangeFiles files("", ChildArgument());
     for (int i = 0; i < kLines; ++i) {
       const std::string number = std::to_string(i);
-      const bool written = i % 100 == 0
-                               ? files.WriteLock(ClientList::kDeny,
-                                                 CIpAddress::FromIpv4(static_cast<std::uint32_t>(*child * kLines + i)),
-                                                 1000, 2'000'000'000, {"process " + std::to_string(*child)})
-                               : files.WriteMessage(std::to_string(*child), number, std::string(i % 300, 'x'), "", "");
+      const bool written =
+          i % 100 == 0 ? files.WriteLock(ClientList::kDeny,
+                                         CIpAddress::FromIpv4(static_cast<std::uint32_t>(*child * kLines + i)), 1000,
+                                         2'000'000'000, {"process " + std::to_string(*child)})
+                       : files.WriteMessage({std::to_string(*child), number, std::string(i % 300, 'x'), "", ""});
       ASSERT_TRUE(written);
     }
     return;

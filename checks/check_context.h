@@ -1,0 +1,34 @@
+// What a check may ask beside the request itself.
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+
+#include "checks/check_state.h"
+#include "checks/event_recorder.h"
+#include "checks/unlock_registry.h"
+
+namespace qiv {
+
+struct WebsiteConfig;
+class CQivLibs;
+class InjectionLibrary;
+
+/// Where in the life of its request a notification stands.
+enum Phase : std::int32_t { kPhaseBegin = 1, kPhasePostExecute = 3, kPhaseSendResponse = 4 };
+
+/// Made by the module for each notification; owns nothing. The configuration and the libraries are those in force when
+/// the request began, and stay to its end; the rest outlives all requests.
+struct CheckContext {
+  const WebsiteConfig& config;
+  const InjectionLibrary& library;
+  const CQivLibs* webshells;  ///< null while there is none: nothing can be looked for
+  CheckState& state;          ///< counters, the service's lists, address libraries, the clock
+  IEventRecorder& recorder;
+  IUnlockRegistry* unlocks = nullptr;  ///< null: nobody keeps who was shown the password form
+  Phase phase = kPhaseBegin;
+  /// The head of the application's answer as it is sent, when a check wants it and it is uncompressed text; phase 3.
+  std::string_view response_body = {};
+};
+
+}  // namespace qiv
