@@ -22,7 +22,7 @@ import xss_vectors
 from guarded_site import Site
 
 BROWSER = shutil.which("chromium") or shutil.which("chromium-browser")
-RUN_SECONDS = 150
+RUN_SECONDS = 900
 LEAST_VECTORS = 1000
 # Says once that the vector ran, then does what a visitor may do: every handler that an element has, every link.
 HOOK = """<script>(function () {

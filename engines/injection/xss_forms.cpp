@@ -1,6 +1,8 @@
 #include "engines/injection/xss_forms.h"
 
 #include <algorithm>
+#include <array>
+#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -78,12 +80,38 @@ bool HoldsPercentEscape(std::string_view text) {
   return false;
 }
 
-XssFinding FindElements(std::string_view text, const InjectionLibrary& library) {
+XssFinding FindElements(std::string_view text, const InjectionLibrary& library, bool hidden_too) {
   if (text.find('<') == kNone) return {};
   CMarkupReader reader(text, library);
   XssFinding found = reader.Read(MarkupStart::kElement);
-  if (found.type == XssType::kNone && reader.PassedOverTags()) found = reader.Read(MarkupStart::kRaw);
+  if (found.type == XssType::kNone && hidden_too && reader.PassedOverTags()) found = reader.Read(MarkupStart::kRaw);
   return found;
+}
+
+// A value that ends the attribute and the tag around it, or the element whose text it is, and begins a tag of its own:
+// what the tag does on its own or not, it is the page that was opened.
+XssFinding FindTagBreakout(std::string_view text) {
+  constexpr std::array<std::string_view, 7> kTextElements = {"script",   "style",  "textarea", "title",
+                                                             "noscript", "iframe", "xmp"};
+  const std::size_t open = text.find('<');
+  if (open == kNone || open + 1 == text.size()) return {};
+  const char first = text[open + 1];
+  if (first == '/') {
+    std::size_t end = open + 2;
+    while (end < text.size() && IsLetter(text[end])) ++end;
+    const std::string_view name = text.substr(open + 2, end - open - 2);
+    const std::size_t next = text.find('<', end);
+    const bool tag = next != kNone && next + 1 < text.size() && IsLetter(text[next + 1]);
+    if (tag && std::find(kTextElements.begin(), kTextElements.end(), name) != kTextElements.end())
+      return {XssType::kScriptTag, open, next + 2};
+  }
+  if (!IsLetter(first) && first != '/' && first != '!' && first != '<') return {};
+  std::size_t begin = open;
+  while (begin > 0 && IsSpace(text[begin - 1])) --begin;
+  if (begin == 0 || text[begin - 1] != '>') return {};
+  while (begin > 0 && (text[begin - 1] == '>' || text[begin - 1] == '/')) --begin;
+  if (begin == 0 || (text[begin - 1] != '"' && text[begin - 1] != '\'')) return {};
+  return {XssType::kScriptTag, begin - 1, open + 2};
 }
 
 XssFinding FindAttributes(std::string_view text, const InjectionLibrary& library) {
@@ -103,6 +131,68 @@ XssFinding FindScript(std::string_view text) {
   return {};
 }
 
+// What a value shows of itself at a glance.
+enum Sign : unsigned {
+  kTag = 1U,
+  kAssigns = 2U,
+  kCalls = 4U,
+  kQuote = 8U,
+  kHole = 16U,
+  kPlus = 32U,
+  kReference = 64U,
+  kPercent = 128U,
+  kBackslash = 256U,
+  kEscapes = kReference | kPercent | kBackslash,
+};
+
+constexpr std::array<std::uint16_t, 256> SignTable() {
+  std::array<std::uint16_t, 256> table{};
+  table['<'] = kTag;
+  table['='] = kAssigns;
+  table['('] = kCalls;
+  table['`'] = kCalls | kQuote;
+  table['"'] = table['\''] = kQuote;
+  table['$'] = kHole;
+  table['+'] = kPlus;
+  table['&'] = kReference;
+  table['%'] = kPercent;
+  table['\\'] = kBackslash;
+  return table;
+}
+
+unsigned SignsIn(std::string_view text) {
+  static constexpr std::array<std::uint16_t, 256> kTable = SignTable();
+  unsigned signs = 0;
+  for (const char c : text) signs |= kTable[static_cast<unsigned char>(c)];
+  return signs;
+}
+
+// What the value is behind one more decoding: a browser's, a script's, a site's.
+XssFinding FindDecoded(std::string_view value, std::string_view markup, unsigned signs,
+                       const InjectionLibrary& library) {
+  XssFinding found;
+  const auto none = [&found] { return found.type == XssType::kNone; };
+  // In event attributes and URLs a script's quotes may be written as references and percent escapes.
+  if ((signs & kReference) != 0 &&
+      (value.find("&#") != kNone || value.find("&apos") != kNone || value.find("&quot") != kNone)) {
+    const std::string decoded = DecodeHtmlEntities(value);
+    found = FindScript(decoded);
+    if (none() && decoded.find("%27") != kNone) found = FindScript(PercentDecode(decoded));
+  }
+  // A site may decode once more than its server does.
+  if (none() && (signs & kPercent) != 0 && HoldsPercentEscape(value)) {
+    const std::string decoded = CCharSet::LowerBytes(PercentDecode(markup));
+    found = FindElements(decoded, library, false);
+    if (none()) found = FindAttributes(decoded, library);
+    if (none()) found = FindScript(decoded);
+  }
+  // A script may write its string into the page.
+  if (none() && (signs & kBackslash) != 0 && HoldsEscapedTag(value)) {
+    found = FindElements(UnescapeScript(value), library, false);
+  }
+  return found;
+}
+
 // What was found in a decoded copy stands for the beginning of the value.
 XssFinding InDecoded(XssFinding found, std::string_view value) {
   if (found.type != XssType::kNone) found = {found.type, 0, CCharSet::Prefix(value, kShownOfDecoded).size()};
@@ -112,39 +202,26 @@ XssFinding InDecoded(XssFinding found, std::string_view value) {
 }  // namespace
 
 XssFinding FindXssForm(std::string_view value, const InjectionLibrary& library) {
+  const unsigned signs = SignsIn(value);
+  if ((signs & (kTag | kAssigns | kCalls | kEscapes)) == 0) return {};  // most values
   // "+" is a blank in markup, where nothing is added.
   std::string blanked;
   std::string_view markup = value;
-  if (value.find('+') != kNone && value.find_first_of("<=") != kNone) {
+  if ((signs & kPlus) != 0 && (signs & (kTag | kAssigns)) != 0) {
     blanked = value;
     std::replace(blanked.begin(), blanked.end(), '+', ' ');
     markup = blanked;
   }
-  XssFinding found = FindElements(markup, library);
-  if (found.type == XssType::kNone) found = FindAttributes(markup, library);
-  if (found.type == XssType::kNone) found = FindScript(value);
-  if (found.type != XssType::kNone) return found;
+  XssFinding found;
+  const auto none = [&found] { return found.type == XssType::kNone; };
+  if ((signs & kTag) != 0) found = FindElements(markup, library, true);
+  if (none() && (signs & kTag) != 0) found = FindTagBreakout(markup);
+  if (none() && (signs & kAssigns) != 0) found = FindAttributes(markup, library);
+  if (none() && (signs & (kAssigns | kCalls)) != 0 && (signs & (kQuote | kHole)) != 0) found = FindScript(value);
+  if (!none()) return found;
   if (IsScriptUrl(value)) return InDecoded({XssType::kScriptLoading, 0, 0}, value);
-  if (IsWholeScript(value)) return InDecoded({XssType::kScriptCode, 0, 0}, value);
-  // In event attributes and URLs a script's quotes may be written as references and percent escapes.
-  if (value.find("&#") != kNone || value.find("&apos") != kNone || value.find("&quot") != kNone) {
-    const std::string decoded = DecodeHtmlEntities(value);
-    found = InDecoded(FindScript(decoded), value);
-    if (found.type == XssType::kNone && decoded.find("%27") != kNone)
-      found = InDecoded(FindScript(PercentDecode(decoded)), value);
-  }
-  // A site may decode once more than its server does.
-  if (found.type == XssType::kNone && HoldsPercentEscape(value)) {
-    const std::string decoded = CCharSet::LowerBytes(PercentDecode(value));
-    found = FindElements(decoded, library);
-    if (found.type == XssType::kNone) found = FindAttributes(decoded, library);
-    if (found.type == XssType::kNone) found = FindScript(decoded);
-    found = InDecoded(found, value);
-  }
-  // A script may write its string into the page.
-  if (found.type == XssType::kNone && HoldsEscapedTag(value)) {
-    found = InDecoded(FindElements(UnescapeScript(value), library), value);
-  }
+  if ((signs & kCalls) != 0 && IsWholeScript(value)) return InDecoded({XssType::kScriptCode, 0, 0}, value);
+  if ((signs & kEscapes) != 0) found = InDecoded(FindDecoded(value, markup, signs, library), value);
   return found;
 }
 

@@ -11,7 +11,7 @@ namespace {
 
 constexpr std::size_t kNone = std::string_view::npos;
 constexpr std::string_view kScheme = "javascript:";
-constexpr std::size_t kHead = 32;  // significant bytes of a URL by which it is told
+constexpr std::size_t kHead = 64;  // bytes of a URL by which it is told
 
 constexpr bool IsLineByte(char c) { return c == '\t' || c == '\n' || c == '\r'; }
 
@@ -63,7 +63,6 @@ bool IsDataPage(std::string_view head) {
 }  // namespace
 
 std::optional<TextPlace> FindScriptBreakout(std::string_view text) {
-  if (text.find_first_of("(`=") == kNone) return std::nullopt;  // nothing is called or set
   for (const char quote : {'\'', '"', '`'}) {
     for (const bool escaped : {false, true}) {
       const std::size_t at = FindQuote(text, quote, escaped);
@@ -99,7 +98,10 @@ bool IsRunningUrl(std::string_view value, UrlPlace place) {
 bool IsScriptUrl(std::string_view value) {
   std::string decoded;
   while (!value.empty() && (value.front() == '"' || value.front() == '\'')) value.remove_prefix(1);
-  if (value.find('&') < std::min<std::size_t>(value.find_first_of("/?"), kHead)) {
+  while (!value.empty() && static_cast<unsigned char>(value.front()) <= ' ') value.remove_prefix(1);
+  if (value.empty() || (value.front() != 'j' && value.front() != '&')) return false;
+  const std::string_view head = value.substr(0, kHead);
+  if (head.find('&') < head.find_first_of("/?")) {
     decoded = DecodeHtmlEntities(value);
     value = decoded;
   }
@@ -110,9 +112,6 @@ bool IsScriptUrl(std::string_view value) {
   return CScriptReader(script, 0, '\0').Runs(ScriptStart::kStatement);
 }
 
-bool IsWholeScript(std::string_view value) {
-  if (value.find_first_of("(`") == kNone) return false;
-  return CScriptReader(value, 0, '\0').Runs(ScriptStart::kWhole);
-}
+bool IsWholeScript(std::string_view value) { return CScriptReader(value, 0, '\0').Runs(ScriptStart::kWhole); }
 
 }  // namespace qiv

@@ -33,10 +33,11 @@ bool Holds(const List& list, std::string_view word) {
 }  // namespace
 
 CScriptReader::CScriptReader(std::string_view text, std::size_t pos, char quote)
-    : text_(text), begin_(pos), pos_(pos), quote_(quote), blank_is_plus_(text.find('+') == kNone) {}
+    : text_(text), begin_(pos), pos_(pos), quote_(quote) {}
 
 bool CScriptReader::Runs(ScriptStart start) {
   start_ = start;
+  blank_is_plus_ = start == ScriptStart::kBehindString && text_.find('+') == kNone;  // of holes there may be many
   operand_ = start != ScriptStart::kBehindString;
   previous_ = operand_ ? Previous::kSemicolon : Previous::kLiteral;
   while (!complete_) {
@@ -67,16 +68,21 @@ CScriptReader::Gap CScriptReader::SkipGap() {
     const std::string_view rest = text_.substr(pos_, 4);
     if (rest.starts_with("/*")) {
       const std::size_t end = text_.find("*/", pos_ + 2);
-      if (end == kNone) return Gap::kComment;
+      if (end == kNone) return EndInComment();
       pos_ = end + 2;
     } else if (rest.starts_with("//") || rest == "<!--") {
       const std::size_t end = text_.find_first_of("\r\n", pos_);
-      if (end == kNone) return Gap::kComment;
+      if (end == kNone) return EndInComment();
       pos_ = end;
     } else {
       return Gap::kText;
     }
   }
+}
+
+CScriptReader::Gap CScriptReader::EndInComment() {
+  pos_ = text_.size();  // or each "${" of a text of comments would read the rest of it again
+  return Gap::kComment;
 }
 
 bool CScriptReader::Expect(Previous previous, bool operand) {
@@ -242,8 +248,8 @@ bool CScriptReader::ReadOperator() {
       return Open(false);
     case '`':
       // The page's own "`" ends a template, but calls nothing: `word` stands so in every second page of documentation.
-      if (!Call() && !statement) return false;
-      return ReadString(c) && !complete_ && Expect(Previous::kClose, false);
+      if (Call()) return ReadString(c) && !complete_ && Expect(Previous::kClose, false);
+      return (statement || IsBlankPlus()) && ReadString(c);
     case '{':
       return (previous_ == Previous::kClose || previous_ == Previous::kBlock || class_ahead_) && Open(false);
     case '.':
@@ -275,7 +281,7 @@ bool CScriptReader::ReadOperator() {
 // Whether the blank before this was a "+": behind the string that the value ended, before the one that ends it, or
 // between two others.
 bool CScriptReader::IsBlankPlus() {
-  if (!blank_is_plus_ || !one_blank_ || quote_ == '`' || start_ != ScriptStart::kBehindString) return false;
+  if (!blank_is_plus_ || !one_blank_ || quote_ == '`') return false;
   if (pos_ == begin_ + 1) return true;
   const bool string = IsQuote(text_[pos_]);
   return string && ((one_line_ && text_[pos_] == quote_) || IsQuote(text_[pos_ - 2]));

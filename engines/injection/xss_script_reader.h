@@ -33,6 +33,7 @@ class CScriptReader {
   enum class Gap : std::uint8_t { kText, kEnd, kComment };
 
   Gap SkipGap();
+  Gap EndInComment();
   bool ReadOperand();
   bool ReadOperator();
   bool ReadSign(char c);
@@ -54,7 +55,7 @@ class CScriptReader {
   const std::size_t begin_;
   std::size_t pos_;
   const char quote_;
-  const bool blank_is_plus_;
+  bool blank_is_plus_ = false;
   bool one_line_ = false;  // the first operator was such a blank: what has lines then is no such value
   ScriptStart start_ = ScriptStart::kStatement;
   bool operand_ = false;  // whether an operand comes next
