@@ -35,6 +35,7 @@ struct ConfigPaths {
   std::string ipv6_areas;        ///< config/iplibv6.db
   std::string bad_ips;           ///< config/_badip.db
   std::string webshell_library;  ///< config/_trojan.db
+  std::string visitor_key;       ///< config/_key.db
 };
 
 /// What other parts of the module do inside the tick. Called by one thread at a time, with no lock held.

@@ -47,7 +47,7 @@ void CBlockRecorder::RecordBlock(const RequestFacts& facts, const CheckContext& 
   TellService(facts, context, result, url);
 }
 
-void CBlockRecorder::RecordPartial(const RequestFacts& facts, const CheckContext& context, const CheckResult& note) {
+void CBlockRecorder::RecordNote(const RequestFacts& facts, const CheckContext& context, const CheckResult& note) {
   WriteEvent(facts, context, note, ShownUrl(facts));
 }
 

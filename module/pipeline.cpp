@@ -97,7 +97,7 @@ std::shared_ptr<RequestRecord> CPipeline::StartRecord() const {
 
 CheckContext CPipeline::ContextOf(const RequestRecord& record, Phase phase) const {
   return {
-      *record.config, *record.library, record.webshells.get(), services_.state, services_.recorder, services_.unlocks,
+      *record.config, *record.library, record.webshells.get(), services_.state, services_.recorder,
       phase};
 }
 
@@ -119,7 +119,7 @@ void CPipeline::RunStage(Stage stage, Notification& notification) const {
   CheckResult& result = notification.result;
   for (const CheckRow& row : checks_) {
     if (row.stage != stage) continue;
-    if (result.status == kBlocked) return;
+    if (result.status == kBlocked || (stage == Stage::kRequest && result.status == kAllowed)) return;
     const std::int32_t before = result.status;
     row.run(notification.facts, notification.context, result);
     if (result.status == before || result.status == kUndecided) continue;
