@@ -70,12 +70,15 @@ bool HoldsEscapedTag(std::string_view text) {
   return false;
 }
 
-// Whether it holds "%XX" or "%uXXXX" of a byte that markup or script is made of.
+// Whether it holds "%XX" or "%uXXXX" of a byte that makes markup or script: a control byte, a letter, one of these.
 bool HoldsPercentEscape(std::string_view text) {
   for (std::size_t pos = text.find('%'); pos != kNone; pos = text.find('%', pos + 1)) {
-    const std::string_view rest = text.substr(pos + 1, 3);
-    if (rest.size() >= 2 && (rest[0] == 'u' || (rest[0] >= '0' && rest[0] < '8')) && HexDigit(rest[1]) >= 0)
-      return true;
+    const std::string_view rest = text.substr(pos + 1, 2);
+    if (rest.size() < 2 || HexDigit(rest[1]) < 0) continue;
+    if (rest[0] == 'u' || rest[0] == '0' || (rest[0] >= '4' && rest[0] < '8')) return true;
+    for (const std::string_view one : {"22", "27", "28", "3c", "3d"}) {
+      if (rest == one) return true;
+    }
   }
   return false;
 }
@@ -88,30 +91,19 @@ XssFinding FindElements(std::string_view text, const InjectionLibrary& library, 
   return found;
 }
 
-// A value that ends the attribute and the tag around it, or the element whose text it is, and begins a tag of its own:
-// what the tag does on its own or not, it is the page that was opened.
-XssFinding FindTagBreakout(std::string_view text) {
+// A value that ends the element whose text it is (nobody writes the end alone) and begins a tag of its own.
+XssFinding FindEndOfText(std::string_view text) {
   constexpr std::array<std::string_view, 7> kTextElements = {"script",   "style",  "textarea", "title",
                                                              "noscript", "iframe", "xmp"};
   const std::size_t open = text.find('<');
-  if (open == kNone || open + 1 == text.size()) return {};
-  const char first = text[open + 1];
-  if (first == '/') {
-    std::size_t end = open + 2;
-    while (end < text.size() && IsLetter(text[end])) ++end;
-    const std::string_view name = text.substr(open + 2, end - open - 2);
-    const std::size_t next = text.find('<', end);
-    const bool tag = next != kNone && next + 1 < text.size() && IsLetter(text[next + 1]);
-    if (tag && std::find(kTextElements.begin(), kTextElements.end(), name) != kTextElements.end())
-      return {XssType::kScriptTag, open, next + 2};
-  }
-  if (!IsLetter(first) && first != '/' && first != '!' && first != '<') return {};
-  std::size_t begin = open;
-  while (begin > 0 && IsSpace(text[begin - 1])) --begin;
-  if (begin == 0 || text[begin - 1] != '>') return {};
-  while (begin > 0 && (text[begin - 1] == '>' || text[begin - 1] == '/')) --begin;
-  if (begin == 0 || (text[begin - 1] != '"' && text[begin - 1] != '\'')) return {};
-  return {XssType::kScriptTag, begin - 1, open + 2};
+  if (open == kNone || text.substr(open + 1, 1) != "/") return {};
+  std::size_t end = open + 2;
+  while (end < text.size() && IsLetter(text[end])) ++end;
+  const std::string_view name = text.substr(open + 2, end - open - 2);
+  const std::size_t next = text.find('<', end);
+  const bool tag = next != kNone && next + 1 < text.size() && IsLetter(text[next + 1]);
+  const bool ends_text = std::find(kTextElements.begin(), kTextElements.end(), name) != kTextElements.end();
+  return tag && ends_text ? XssFinding{XssType::kScriptTag, open, next + 2} : XssFinding{};
 }
 
 XssFinding FindAttributes(std::string_view text, const InjectionLibrary& library) {
@@ -207,7 +199,7 @@ XssFinding FindXssForm(std::string_view value, const InjectionLibrary& library) 
   // "+" is a blank in markup, where nothing is added.
   std::string blanked;
   std::string_view markup = value;
-  if ((signs & kPlus) != 0 && (signs & (kTag | kAssigns)) != 0) {
+  if ((signs & kPlus) != 0 && (signs & (kTag | kAssigns | kPercent)) != 0) {
     blanked = value;
     std::replace(blanked.begin(), blanked.end(), '+', ' ');
     markup = blanked;
@@ -215,7 +207,7 @@ XssFinding FindXssForm(std::string_view value, const InjectionLibrary& library) 
   XssFinding found;
   const auto none = [&found] { return found.type == XssType::kNone; };
   if ((signs & kTag) != 0) found = FindElements(markup, library, true);
-  if (none() && (signs & kTag) != 0) found = FindTagBreakout(markup);
+  if (none() && (signs & kTag) != 0) found = FindEndOfText(markup);
   if (none() && (signs & kAssigns) != 0) found = FindAttributes(markup, library);
   if (none() && (signs & (kAssigns | kCalls)) != 0 && (signs & (kQuote | kHole)) != 0) found = FindScript(value);
   if (!none()) return found;

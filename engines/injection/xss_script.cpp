@@ -63,8 +63,10 @@ bool IsDataPage(std::string_view head) {
 }  // namespace
 
 std::optional<TextPlace> FindScriptBreakout(std::string_view text) {
+  const bool has_backslash = text.find('\\') != kNone;
   for (const char quote : {'\'', '"', '`'}) {
     for (const bool escaped : {false, true}) {
+      if (escaped && !has_backslash) continue;
       const std::size_t at = FindQuote(text, quote, escaped);
       if (at == kNone) continue;
       CScriptReader reader(text, at + 1, quote);
@@ -82,6 +84,13 @@ std::optional<TextPlace> FindScriptBreakout(std::string_view text) {
 }
 
 bool IsRunningUrl(std::string_view value, UrlPlace place) {
+  // Few values begin like one; the others cost nothing.
+  std::size_t first = 0;
+  while (first < value.size() && static_cast<unsigned char>(value[first]) <= ' ') ++first;
+  if (first == value.size()) return false;
+  const bool possible = place == UrlPlace::kAnywhere ? value.find("script") != kNone || value.find('&') != kNone
+                                                     : std::string_view("jvd&").find(value[first]) != kNone;
+  if (!possible) return false;
   std::string decoded;
   const std::size_t reference = value.find('&');
   if (reference != kNone && (place == UrlPlace::kAnywhere || reference < value.find_first_of("/?"))) {
