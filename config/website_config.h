@@ -7,6 +7,7 @@
 
 #include "common/ip_address.h"
 #include "common/language.h"
+#include "config/extended_functions.h"
 #include "config/list_settings.h"
 #include "config/url_exemptions.h"
 #include "engines/injection/injection_settings.h"
@@ -130,6 +131,7 @@ struct WebsiteConfig {
   bool need_post_body = false;
 
   // Prepared while loading.
+  ExtendedFunctions extended;
   PageSettings page;
   CKeywordRules get_rules;
   CKeywordRules post_rules;
