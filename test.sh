@@ -105,6 +105,7 @@ if [ "$quick" = 0 ]; then
   [ ! -d "$WINEPREFIX" ] || /usr/lib/wine/wineserver -k >/dev/null 2>&1 || true
   section "browser"
   one browser python3 tests/browser/browser_test.py
+  one verification_pages python3 tests/browser/verification_test.py
 fi
 
 section "done"

@@ -7,7 +7,6 @@
 
 #include "checks/check_state.h"
 #include "checks/event_recorder.h"
-#include "checks/unlock_registry.h"
 
 namespace qiv {
 
@@ -26,7 +25,6 @@ struct CheckContext {
   const CQivLibs* webshells;  ///< null while there is none: nothing can be looked for
   CheckState& state;          ///< counters, the service's lists, address libraries, the clock
   IEventRecorder& recorder;
-  IUnlockRegistry* unlocks = nullptr;  ///< null: nobody keeps who was shown the password form
   Phase phase = kPhaseBegin;
   /// The head of the application's answer as it is sent, when a check wants it and it is uncompressed text; phase 3.
   std::string_view response_body = {};

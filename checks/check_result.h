@@ -10,7 +10,23 @@ namespace qiv {
 enum CheckStatus : std::int32_t { kUndecided = 0, kAllowed = 1, kBlocked = 2 };
 
 /// The values of CheckResult::kind.
-enum CheckKind : std::int32_t { kKindNone = 0, kKindLists = 3, kKindWebshell = 4, kKindInjection = 5, kKindUpload = 6 };
+enum CheckKind : std::int32_t {
+  kKindNone = 0,
+  kKindLists = 3,
+  kKindWebshell = 4,
+  kKindInjection = 5,
+  kKindUpload = 6,
+  kKindShape = 7,
+  kKindAccess = 8,
+  kKindFlood = 9
+};
+
+/// What goes out beside or in place of a page. Each is empty unless a check has set it.
+struct PreparedAnswer {
+  std::string location;  ///< path on this host: the visitor is sent there (302) and sees no page
+  std::string cookie;    ///< value of a Set-Cookie header
+  std::string policy;    ///< value of the Content-Security-Policy of the prepared page
+};
 
 /// What the checks of a notification decide beside block or pass.
 struct RequestDecision {
@@ -22,6 +38,7 @@ struct RequestDecision {
   /// A whole page that a check prepared, sent instead of the block page; "{{charset}}" is the one placeholder that is
   /// still substituted in it.
   std::string prepared_page;
+  PreparedAnswer answer;
   /// Identifier of the event that the request's block became, for the log and the visitor; empty before a page was
   /// written.
   std::string event_id;

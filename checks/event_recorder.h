@@ -20,9 +20,9 @@ class IEventRecorder {
   virtual void RecordWouldBlock(const RequestFacts& facts, const CheckContext& context, const CheckResult& result) {
     static_cast<void>(facts), static_cast<void>(context), static_cast<void>(result);
   }
-  /// Called for a request that passed although limits kept a part of it from being examined: `note` holds the texts,
-  /// and the name of the check.
-  virtual void RecordPartial(const RequestFacts& facts, const CheckContext& context, const CheckResult& note) {
+  /// Called for what an operator should know of a request that is not blocked for it: limits kept a part of it from
+  /// being examined, the authorization password was given. `note` holds the texts, and the name of the check.
+  virtual void RecordNote(const RequestFacts& facts, const CheckContext& context, const CheckResult& note) {
     static_cast<void>(facts), static_cast<void>(context), static_cast<void>(note);
   }
   /// Called at the end of a request's first notification, where the site keeps a line for every request.

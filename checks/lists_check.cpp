@@ -66,7 +66,6 @@ class CListsRun {
   /// Clients that the firewall service keeps out; behind a proxy, the address that the proxy forwarded too.
   bool IsDenied() const {
     CheckState& state = context_.state;
-    state.scans.Prune();
     const std::int64_t now = state.clock();
     if (state.exchange.IsListed(ClientList::kDeny, client_, now)) return true;
     if (facts_.forwarded_ip.empty() || facts_.forwarded_ip == facts_.client_ip) return false;

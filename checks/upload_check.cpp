@@ -76,7 +76,7 @@ class CUploadRun {
   void Run() {
     Search();
     if (!partial_ || result_.status == kBlocked) return;
-    RecordPartialScan({"File", {}, MessageId::kUploadItem}, "upload", facts_, context_);
+    RecordNoteScan({"File", {}, MessageId::kUploadItem}, "upload", facts_, context_);
   }
 
  private:

@@ -73,7 +73,7 @@ class CWebshellRun {
     if (partial_.empty() || result_.status == kBlocked) return;
     WebshellPlace place;
     place.place = partial_;
-    RecordPartialScan(place, "webshell", facts_, context_);
+    RecordNoteScan(place, "webshell", facts_, context_);
   }
 
  private:

@@ -47,8 +47,8 @@ void BlockWebshell(const WebshellPlace& place, const WebshellResult& found, cons
                facts, context, result);
 }
 
-void RecordPartialScan(const WebshellPlace& place, const char* check, const RequestFacts& facts,
-                       const CheckContext& context) {
+void RecordNoteScan(const WebshellPlace& place, const char* check, const RequestFacts& facts,
+                    const CheckContext& context) {
   const auto text = [&context](MessageId id) { return Message(context.config.language, id); };
   CheckResult note;
   note.check = check;
@@ -56,7 +56,7 @@ void RecordPartialScan(const WebshellPlace& place, const char* check, const Requ
   AppendAll(&note.item, {text(MessageId::kOpenBracket), place.place, text(MessageId::kCloseBracket)});
   note.category = text(MessageId::kWebshellCategory);
   note.reason = note.detail = text(MessageId::kWebshellPartial);
-  context.recorder.RecordPartial(facts, context, note);
+  context.recorder.RecordNote(facts, context, note);
 }
 
 }  // namespace qiv

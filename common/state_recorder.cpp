@@ -19,7 +19,7 @@ MessageId FineReason(StateKind kind) {
 }  // namespace
 
 std::string_view StateKindName(StateKind kind) {
-  constexpr std::string_view kNames[] = {"protection", "load", "section", "items", "output", "body"};
+  constexpr std::string_view kNames[] = {"protection", "load", "section", "items", "output", "body", "flood"};
   return kNames[static_cast<std::size_t>(kind)];
 }
 

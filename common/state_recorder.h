@@ -27,8 +27,9 @@ enum class StateKind : std::uint8_t {
   kItems,       ///< items of a list that were left out; item: the list's key
   kOutput,      ///< a file that the module writes
   kBody,        ///< a request's body that was not examined
+  kFlood,       ///< requests that flood protection holds off
 };
-/// "protection", "load", "section", "items", "output", "body".
+/// "protection", "load", "section", "items", "output", "body", "flood".
 std::string_view StateKindName(StateKind kind);
 
 /// One thing that is wrong. The reason is written in the configured language, the detail behind it as it is (GBK or

@@ -78,15 +78,18 @@ constexpr ConfigKey kScalarKeys[] = {
 };
 
 constexpr IpSetKey kIpSetKeys[] = {
-    {"website_protect_admin_dir_ips", false, KeyReader::kIdle, "Addresses that may use the administration pages."},
+    {"website_protect_admin_dir_ips", false, KeyReader::kAccessChecks,
+     "Addresses that may use the administration pages."},
     {"website_lists_allow_area_ips", false, KeyReader::kLists, "Addresses of the allowed areas."},
     {"website_lists_deny_area_ips", false, KeyReader::kLists, "Addresses of the denied areas."},
     {"website_lists_allow_spider_ips", false, KeyReader::kLists, "Addresses of search engines that pass unchecked."},
     {"website_sys_common_area_ips", false, KeyReader::kLists, "Addresses that pass unchecked, everywhere."},
-    {"website_attack_cc_allow_area_ips", false, KeyReader::kIdle, "Addresses that CC protection does not count."},
-    {"website_attack_all_spiders_ips", false, KeyReader::kIdle, "Addresses of all known search engines."},
-    {"website_attack_spiders_deny_keys", true, KeyReader::kIdle, "Pieces of the user agents of denied search engines."},
-    {"website_attack_spiders_all_keys", true, KeyReader::kIdle,
+    {"website_attack_cc_allow_area_ips", false, KeyReader::kRequestChecks,
+     "Addresses that CC protection does not count."},
+    {"website_attack_all_spiders_ips", false, KeyReader::kRequestChecks, "Addresses of all known search engines."},
+    {"website_attack_spiders_deny_keys", true, KeyReader::kRequestChecks,
+     "Pieces of the user agents of denied search engines."},
+    {"website_attack_spiders_all_keys", true, KeyReader::kRequestChecks,
      "Pieces of the user agents of all known search engines."},
 };
 

@@ -298,7 +298,14 @@ bool ReadSections(std::string_view settings, WebsiteConfig* config, ConfigFaults
   return true;
 }
 
-void Prepare(WebsiteConfig* config) {
+/// What is reported of items that cannot be read.
+StateFault MalformedFault(const MalformedItems& malformed) {
+  std::string items;
+  for (const std::string& item : malformed.items) AppendAll(&items, {items.empty() ? "" : ", ", item});
+  return {malformed.key, MessageId::kStateMalformedItems, items};
+}
+
+void Prepare(WebsiteConfig* config, ConfigFaults* faults) {
   // The site's keyword lists are user-defined rules without a separator setting; the standard one divides words.
   const char separator = RuleWordSeparator("");
   config->get_rules = CKeywordRules(ParseRules(config->sql.get_keys, separator, true));
@@ -306,6 +313,9 @@ void Prepare(WebsiteConfig* config) {
   config->header_rules = CKeywordRules(ParseRules(config->sql.header_keys, separator, true));
   config->injection_exemptions = CUrlExemptions(config->sql.allow_urls);
   config->prepared_lists = PrepareLists(config->lists, config->sys_trust_ip);
+  std::vector<MalformedItems> malformed;
+  config->access = PrepareAccess(*config, &malformed);
+  for (const MalformedItems& list : malformed) faults->items.push_back(MalformedFault(list));
   config->page = MakePageSettings(config->response);
   config->need_post_body = CapturesBody(config->base) || CapturesBody(config->request) || CapturesBody(config->sql);
 }
@@ -361,7 +371,7 @@ ConfigStatus ParseConfigParts(std::string_view ip_lists, std::string_view settin
   if (!ReadSections(settings, config, faults)) return ConfigStatus::kNoSections;
   FindDamagedTags(settings, ip_lists, faults);
   ReadAddressSets(ip_lists, &config->addresses, &faults->items);
-  Prepare(config);
+  Prepare(config, faults);
   return ConfigStatus::kLoaded;
 }
 

@@ -69,7 +69,8 @@ ConfigPaths::ConfigPaths(std::string directory)
       ipv6_areas(ConfigFile(module_directory, "iplibv6.db")),
       bad_ips(ConfigFile(module_directory, "_badip.db")),
       webshell_library(ConfigFile(module_directory, "_trojan.db")),
-      exemptions(ConfigFile(module_directory, "_exempt.db")) {}
+      exemptions(ConfigFile(module_directory, "_exempt.db")),
+      visitor_key(ConfigFile(module_directory, "_key.db")) {}
 
 CQivConfig::CQivConfig(std::string module_directory, Clock clock, CStateRecorder* states)
     : paths_(std::move(module_directory)),

@@ -37,6 +37,7 @@ struct ConfigPaths {
   std::string bad_ips;           ///< config/_badip.db
   std::string webshell_library;  ///< config/_trojan.db
   std::string exemptions;        ///< config/_exempt.db
+  std::string visitor_key;       ///< config/_key.db
 };
 
 /// What other parts of the module do inside the tick. Called by one thread at a time, with no lock held.

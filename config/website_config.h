@@ -7,6 +7,7 @@
 
 #include "common/ip_address.h"
 #include "common/language.h"
+#include "config/access_settings.h"
 #include "config/extended_functions.h"
 #include "config/list_settings.h"
 #include "config/url_exemptions.h"
@@ -138,6 +139,7 @@ struct WebsiteConfig {
   CKeywordRules header_rules;
   CUrlExemptions injection_exemptions;  ///< sql.allow_urls
   PreparedLists prepared_lists;
+  PreparedAccess access;
 };
 
 }  // namespace qiv

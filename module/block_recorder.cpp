@@ -62,7 +62,7 @@ void CBlockRecorder::RecordWouldBlock(const RequestFacts& facts, const CheckCont
   }
 }
 
-void CBlockRecorder::RecordPartial(const RequestFacts& facts, const CheckContext& context, const CheckResult& note) {
+void CBlockRecorder::RecordNote(const RequestFacts& facts, const CheckContext& context, const CheckResult& note) {
   WriteEvent(facts, context, note, ShownUrl(facts));
 }
 

@@ -23,7 +23,7 @@ class CBlockRecorder final : public IEventRecorder {
   /// Writes an event with the action "would block". The service counts it as such, and hears nothing else.
   void RecordWouldBlock(const RequestFacts& facts, const CheckContext& context, const CheckResult& result) override;
   /// Writes an event.
-  void RecordPartial(const RequestFacts& facts, const CheckContext& context, const CheckResult& note) override;
+  void RecordNote(const RequestFacts& facts, const CheckContext& context, const CheckResult& note) override;
   /// A line in the request log: what was decided before the application saw the request.
   void RecordRequest(const RequestFacts& facts, const CheckContext& context, const CheckResult& result) override;
   /// A "tongji" line (category; client, rule). Nothing keeps statistics while the service is not linked.

@@ -120,7 +120,6 @@ bool CExemptedCheck::IsExempt(const CheckRow& row, const RequestRecord& record, 
                               context.webshells,
                               context.state,
                               nobody,
-                              nullptr,
                               context.phase,
                               context.response_body,
                               true};

@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+#include "checks/form_target.h"
 #include "checks/shown_text.h"
 #include "common/char_set.h"
 #include "common/messages.h"
@@ -59,7 +60,6 @@ std::string PasswordForm(const RequestFacts& facts, const CheckContext& context)
   const std::string submit = PageText(language, MessageId::kPasswordSubmit);
   const std::string address = Safe(facts.client_ip);
   const std::string action = Safe(FormAction(facts.raw_url));  // ASCII
-  if (context.unlocks) context.unlocks->RegisterForUnlocking(facts);
   return Substitute(
       kPasswordForm,
       std::array<Placeholder, 4>{
@@ -100,27 +100,6 @@ std::string Substitute(std::string_view text, std::span<const Placeholder> place
     at += found ? found->name.size() : 1;
   }
   return result;
-}
-
-std::string FormAction(std::string_view raw_url) {
-  const std::size_t scheme = raw_url.find("://");
-  if (!raw_url.starts_with('/')) {
-    const std::size_t slash = scheme == std::string_view::npos ? scheme : raw_url.find('/', scheme + 3);
-    raw_url = slash == std::string_view::npos ? std::string_view("/") : raw_url.substr(slash);
-  }
-  // Two slashes (or backslashes, which browsers take for them) would name another host; "/./" in front does not.
-  const bool names_host = raw_url.size() > 1 && (raw_url[1] == '/' || raw_url[1] == '\\');
-  std::string action = names_host ? "/." : "";
-  constexpr char kHex[] = "0123456789ABCDEF";
-  for (const char c : raw_url) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (byte > 0x20 && byte < 0x7F) {
-      action += c;
-    } else {
-      action.append({'%', kHex[byte >> 4], kHex[byte & 15]});
-    }
-  }
-  return action;
 }
 
 std::string RenderPage(const RequestFacts& facts, const CheckContext& context, CheckResult& result,

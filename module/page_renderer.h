@@ -27,8 +27,4 @@ struct Placeholder {
 /// name stays as it is.
 std::string Substitute(std::string_view text, std::span<const Placeholder> placeholders);
 
-/// The request's URL as the target of a form on the page: on this host whatever the URL says ("//other/x" is a path
-/// here), every byte outside ASCII percent-encoded; not yet escaped for HTML.
-std::string FormAction(std::string_view raw_url);
-
 }  // namespace qiv

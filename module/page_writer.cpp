@@ -16,6 +16,8 @@ namespace qiv {
 namespace {
 
 constexpr const char* kEventHeader = "X-Qiv-Event";
+constexpr const char* kPolicyHeader = "Content-Security-Policy";
+constexpr int kFound = 302;
 constexpr std::string_view kPageType = "text/html; charset=";
 
 std::string_view Reason(int status) {
@@ -79,7 +81,7 @@ bool PrepareResponse(iis::IHttpContext& server, const PageSettings& page, const 
     const int status = PageStatus(page, result);
     if (!SetStatus(response, status)) return false;
     const std::string& target = page.redirect_url;
-    if (status == 302 && !target.empty() && !sent) {
+    if (status == kFound && result.request.answer.location.empty() && !target.empty() && !sent) {
       SetResponseHeader(server, response, iis::HttpHeaderLocation, LocationOf(target));
     }
   }
@@ -88,6 +90,10 @@ bool PrepareResponse(iis::IHttpContext& server, const PageSettings& page, const 
   if (options.render) SetPageHeaders(server, response, charset);
   const std::string& event_id = result.request.event_id;
   if (!event_id.empty()) SetResponseHeader(server, response, kEventHeader, event_id);
+  const PreparedAnswer& answer = result.request.answer;
+  if (!answer.policy.empty()) SetResponseHeader(server, response, kPolicyHeader, answer.policy);
+  if (!answer.location.empty()) SetResponseHeader(server, response, iis::HttpHeaderLocation, answer.location);
+  if (!answer.cookie.empty()) SetResponseHeader(server, response, iis::HttpHeaderSetCookie, answer.cookie);
   return true;
 }
 
@@ -95,7 +101,9 @@ bool PrepareResponse(iis::IHttpContext& server, const PageSettings& page, const 
 EncodedPage ComposePage(const RequestFacts& facts, const CheckContext& context, CheckResult& result,
                         const PageOptions& options) {
   try {
-    if (result.request.event_id.empty()) result.request.event_id = CEventLog::NewEventId();
+    if (!result.request.answer.location.empty()) return {std::string(), "utf-8"};
+    // Of a page that is no block nobody finds an event.
+    if (result.request.event_id.empty() && result.log != 0) result.request.event_id = CEventLog::NewEventId();
     std::string text =
         options.render ? RenderPage(facts, context, result, options.extra_text) : std::string(options.extra_text);
     return EncodePage(std::move(text), context.config.page, result.request);
@@ -119,7 +127,8 @@ void WriteChunk(iis::IHttpContext& context, iis::IHttpResponse& response, std::s
 }  // namespace
 
 int PageStatus(const PageSettings& page, const CheckResult& result) {
-  if (page.type == PageSettings::kRedirect && !page.redirect_url.empty()) return 302;
+  if (!result.request.answer.location.empty()) return kFound;
+  if (page.type == PageSettings::kRedirect && !page.redirect_url.empty()) return kFound;
   return result.response_status ? static_cast<int>(result.response_status) : page.status;
 }
 

@@ -75,8 +75,8 @@ class CHeldStatistics final : public IEventRecorder {
   void RecordBlock(const RequestFacts& facts, const CheckContext& context, const CheckResult& result) override {
     recorder_.RecordBlock(facts, context, result);
   }
-  void RecordPartial(const RequestFacts& facts, const CheckContext& context, const CheckResult& note) override {
-    recorder_.RecordPartial(facts, context, note);
+  void RecordNote(const RequestFacts& facts, const CheckContext& context, const CheckResult& note) override {
+    recorder_.RecordNote(facts, context, note);
   }
   void RecordStatistics(std::string_view category, std::string_view client_ip, std::string_view rule) override {
     held_.push_back({std::string(category), std::string(client_ip), std::string(rule)});
@@ -96,8 +96,8 @@ class CLogOnlyRecorder final : public IEventRecorder {
   explicit CLogOnlyRecorder(IEventRecorder& recorder) : recorder_(recorder) {}
 
   void RecordBlock(const RequestFacts&, const CheckContext&, const CheckResult&) override {}
-  void RecordPartial(const RequestFacts& facts, const CheckContext& context, const CheckResult& note) override {
-    recorder_.RecordPartial(facts, context, note);
+  void RecordNote(const RequestFacts& facts, const CheckContext& context, const CheckResult& note) override {
+    recorder_.RecordNote(facts, context, note);
   }
   void RecordStatistics(std::string_view category, std::string_view client_ip, std::string_view rule) override {
     recorder_.RecordStatistics("log_only_" + std::string(category), client_ip, rule);
@@ -140,9 +140,7 @@ std::shared_ptr<RequestRecord> CPipeline::StartRecord() const {
 }
 
 CheckContext CPipeline::ContextOf(const RequestRecord& record, Phase phase) const {
-  return {
-      *record.config, *record.library, record.webshells.get(), services_.state, services_.recorder, services_.unlocks,
-      phase};
+  return {*record.config, *record.library, record.webshells.get(), services_.state, services_.recorder, phase};
 }
 
 bool CPipeline::IsUnprotectedIpv6(const RequestFacts& facts) const {
@@ -164,7 +162,7 @@ void CPipeline::RunStage(Stage stage, Notification& notification) const {
   const ExtendedFunctions& extended = notification.context.config.extended;
   for (const CheckRow& row : checks_) {
     if (row.stage != stage) continue;
-    if (result.status == kBlocked) return;
+    if (result.status == kBlocked || (stage == Stage::kRequest && result.status == kAllowed)) return;
     if (extended.AnyLogOnly() && extended.IsLogOnly(row.name)) {
       RunLogOnly(row, notification);
       continue;
@@ -187,8 +185,8 @@ void CPipeline::RunRow(const CheckRow& row, Notification& notification, IEventRe
     return;
   }
   CHeldStatistics held(recorder);
-  const CheckContext own{context.config,  context.library, context.webshells,     context.state, held,
-                         context.unlocks, context.phase,   context.response_body, log_only};
+  const CheckContext own{context.config, context.library, context.webshells,     context.state,
+                         held,           context.phase,   context.response_body, log_only};
   CheckResult decided = *result;
   row.run(notification.facts, own, decided);
   const bool blocks = decided.status == kBlocked && result->status != kBlocked;

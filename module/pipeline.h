@@ -19,7 +19,6 @@ namespace qiv {
 struct CheckServices {
   CheckState& state;
   IEventRecorder& recorder;
-  IUnlockRegistry* unlocks = nullptr;
 };
 
 /// One object serves all requests on all threads; each notification works on its own records.

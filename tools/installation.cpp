@@ -6,6 +6,8 @@
 #include <utility>
 #include <vector>
 
+#include "common/ip_address.h"
+#include "common/text.h"
 #include "port/file.h"
 #include "tools/files.h"
 #include "tools/library_files.h"
@@ -59,6 +61,35 @@ std::unique_ptr<JsonObject> ResponseWithPage(const JsonObject& given, const std:
   return response;
 }
 
+/// The IP sets of a profile; "@spiders" in one stands for the data in rules/spiders: of an address set the ranges of
+/// all search engines there, of a key list the words that their user agents hold.
+std::unique_ptr<JsonObject> SetsWithSpiders(const JsonObject& given, const std::string& rules, int* exit_code) {
+  std::string ranges;
+  std::string keys;
+  for (const char* const name : {"bing", "duckassistbot", "duckduckbot", "googlebot", "openai", "perplexity"}) {
+    const std::string path = rules + "/spiders/" + name + ".txt";
+    std::string text;
+    if (!ReadInput(path, &text)) *exit_code = Fail(path, "cannot be read");
+    for (const std::string_view written : Split(text, '\n')) {
+      const std::string_view line = Trim(written);
+      if (line.empty() || line.front() == '#') continue;
+      const bool is_key = line.starts_with("key ");
+      if (!is_key && !ParseIpRange(line)) *exit_code = Fail(path, "is no address range: " + std::string(line));
+      AppendAll(is_key ? &keys : &ranges, {is_key ? line.substr(4) : line, is_key ? "|" : " "});
+    }
+  }
+  auto sets = std::make_unique<JsonObject>();
+  for (const JsonObject::Member* const member : given.Members()) {
+    const bool is_keys = member->first.ends_with("_keys");
+    if (given.GetText(member->first) == "@spiders") {
+      sets->SetText(member->first, std::string(TrimBytes(is_keys ? keys : ranges, "| ")));
+    } else {
+      sets->Set(member->first, CloneJson(*member->second));
+    }
+  }
+  return sets;
+}
+
 /// The profile with the language, the page and the keyword lists filled in; empty after an error.
 std::string MakeSettings(const std::string& rules, const InitOptions& options, int* exit_code) {
   const std::string path = rules + "/settings/" + options.profile + ".json";
@@ -86,6 +117,8 @@ std::string MakeSettings(const std::string& rules, const InitOptions& options, i
     const JsonObject* const response = member->first == "website_response" ? member->second->AsObject() : nullptr;
     if (member->first == "website_sql") {
       settings.Set(member->first, std::move(sql));
+    } else if (member->first == "ip_sets" && member->second->AsObject() != nullptr) {
+      settings.Set(member->first, SetsWithSpiders(*member->second->AsObject(), rules, exit_code));
     } else if (response != nullptr) {
       settings.Set(member->first, ResponseWithPage(*response, rules, options.language, exit_code));
     } else {

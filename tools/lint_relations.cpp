@@ -74,6 +74,11 @@ constexpr Need kNeeds[] = {
     {"website_protect", "admin", "admin_urls", "\"admin\" is on, but \"admin_urls\" is empty"},
     {"website_protect", "timelimit", "timelimit_limit_urls",
      "\"timelimit\" is on, but \"timelimit_limit_urls\" is empty"},
+    {"website_protect", "timelimit", "timelimit_auth_times",
+     "\"timelimit\" is on, but \"timelimit_auth_times\" is empty: the URLs are closed all the time"},
+    {"website_protect", "admin", "admin_ips admin_areas",
+     "\"admin\" is on, but neither \"admin_ips\" nor \"admin_areas\" admits anybody; only the IP set "
+     "\"website_protect_admin_dir_ips\" does"},
     {"website_protect", "link", "link_file_types", "\"link\" is on, but \"link_file_types\" is empty"},
     {"website_protect", "type", "type_file_types", "\"type\" is on, but \"type_file_types\" is empty"},
     {"website_sql", "xss", "xss_get xss_post xss_header", "\"xss\" is on, but none of its places is"},

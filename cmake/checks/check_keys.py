@@ -17,7 +17,7 @@ IP_SETS = "config/config_keys.cpp"
 OTHER_READS = {"sql": (r"\bsettings(?:\.|->)", r"\bInjectionSettings::")}
 # Sources that act on values. Of the parser only Prepare.
 READING_FOLDERS = ("checks/", "module/", "engines/")
-READING_FILES = ("config/page_settings.cpp", "config/list_settings.cpp")
+READING_FILES = ("config/page_settings.cpp", "config/list_settings.cpp", "config/access_settings.cpp")
 PARSER = "config/config_parser.cpp"
 
 # Only keeps answers out of the server's cache where a switch is on; it decides about no request.

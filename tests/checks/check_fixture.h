@@ -33,7 +33,7 @@ class CCheckFixture : public testing::Test, public IEventRecorder {
   }
 
   void RecordBlock(const RequestFacts&, const CheckContext&, const CheckResult&) override {}
-  void RecordPartial(const RequestFacts&, const CheckContext&, const CheckResult& note) override {
+  void RecordNote(const RequestFacts&, const CheckContext&, const CheckResult& note) override {
     partial_.push_back(note.check);
   }
   void RecordStatistics(std::string_view category, std::string_view client, std::string_view rule) override {
@@ -51,7 +51,7 @@ class CCheckFixture : public testing::Test, public IEventRecorder {
   /// Has the state take over the configuration being written.
   void UseSite() { state_.OnConfigLoaded(*site_); }
 
-  CheckContext Context() { return {*site_, library_, webshells_.get(), state_, *this, nullptr, phase_, response_}; }
+  CheckContext Context() { return {*site_, library_, webshells_.get(), state_, *this, phase_, response_}; }
 
   /// The lines of _out.log in UTF-8, tabs written as "|".
   std::vector<std::string> OutLines() const {

@@ -5,6 +5,7 @@
 #include <random>
 #include <string>
 
+#include "checks/form_target.h"
 #include "common/char_set.h"
 #include "common/text.h"
 #include "config/page_settings.h"
@@ -27,13 +28,11 @@ constexpr char kHead[] =
 constexpr char kEnd[] =
     "</body></html><script>if(window.stop){window.stop();}else{document.execCommand(\"stop\");}</script><!--";
 
-class CRecorder final : public IEventRecorder, public IUnlockRegistry {
+class CRecorder final : public IEventRecorder {
  public:
   void RecordBlock(const RequestFacts&, const CheckContext&, const CheckResult&) override { ++blocks; }
   void RecordStatistics(std::string_view, std::string_view, std::string_view) override {}
-  void RegisterForUnlocking(const RequestFacts&) override { ++registered; }
   int blocks = 0;
-  int registered = 0;
 };
 
 class Page : public testing::Test {
@@ -52,7 +51,6 @@ class Page : public testing::Test {
   }
   CheckContext Context() {
     CheckContext context = lone_.Context();
-    context.unlocks = &recorder_;
     return context;
   }
   std::string Render(CheckResult result = Blocked()) { return RenderPage(facts_, Context(), result); }
@@ -153,12 +151,10 @@ TEST_F(Page, OffersThePasswordFormWhereAllowed) {
   EXPECT_NE(page.find("action=\"/.//evil.example/%E4%B8%AD?a=&quot;&amp;b="), std::string::npos) << page;
   EXPECT_NE(page.find("<input type=\"password\" name=\"secretrkey203.0.113.7\">\n"), std::string::npos);
   EXPECT_NE(page.find("Please enter the preset authorization password to unlock</p>\n"), std::string::npos);
-  EXPECT_EQ(recorder_.registered, 1);
 
   CheckResult of_list = Blocked();
   of_list.request.page_detail = false;
   EXPECT_EQ(Render(of_list).find("<form"), std::string::npos);
-  EXPECT_EQ(recorder_.registered, 1);
 }
 
 TEST_F(Page, PutsTheFormsTargetOnThisHost) {
