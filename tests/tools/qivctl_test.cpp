@@ -1,6 +1,7 @@
 // Runs the built qivctl: what it prints, what it writes, how it exits.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
