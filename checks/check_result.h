@@ -30,11 +30,12 @@ struct PreparedAnswer {
 
 /// What the checks of a notification decide beside block or pass.
 struct RequestDecision {
-  bool statistics = true;    ///< whether later blocks are counted in statistics; lists clear it
-  bool attack = false;       ///< the attack mark
-  bool page_detail = true;   ///< whether the page may hold the password form; cleared for blocks by lists
-  bool gbk_page = false;     ///< pages go out in GBK; starts as the request's headers ask
-  bool custom_page = false;  ///< set when a complete custom page was used
+  bool statistics = true;     ///< whether later blocks are counted in statistics; lists clear it
+  bool attack = false;        ///< the attack mark
+  bool page_detail = true;    ///< whether the page may hold the password form; cleared for blocks by lists
+  bool gbk_page = false;      ///< pages go out in GBK; starts as the request's headers ask
+  bool custom_page = false;   ///< set when a complete custom page was used
+  bool form_scanned = false;  ///< every part of a multipart form was scanned whole for webshells
   /// A whole page that a check prepared, sent instead of the block page; "{{charset}}" is the one placeholder that is
   /// still substituted in it.
   std::string prepared_page;

@@ -31,6 +31,11 @@ constexpr std::size_t kNone = std::string_view::npos;
 // Of names and findings in the log, in bytes.
 constexpr std::size_t kLongestShown = 100;
 
+// What is scanned of a request: each byte of the body as a part's content and once more as its text, and the price of
+// as many scans as parts with their heads can be. Beyond it, up to kScannedScript, it takes parts without heads.
+constexpr std::size_t kScansPerByte = 2;
+constexpr std::size_t kScannedAnyway = 64 * 1024;
+
 constexpr std::string_view kUploadStatistics = "upload";
 constexpr std::string_view kPhotoStatistics = "photo";
 
@@ -71,10 +76,13 @@ class CUploadRun {
         context_(context),
         result_(result),
         base_(context.config.base),
-        request_(context.config.request) {}
+        request_(context.config.request),
+        scan_left_(std::min(kScannedScript, kScannedAnyway + facts.raw_body.size() * kScansPerByte)) {}
 
   void Run() {
     Search();
+    result_.request.form_scanned =
+        form_ && base_.upload && base_.upload_file && !partial_ && result_.status == kUndecided;
     if (!partial_ || result_.status == kBlocked) return;
     RecordNoteScan({"File", {}, MessageId::kUploadItem}, "upload", facts_, context_);
   }
@@ -117,6 +125,7 @@ class CUploadRun {
   }
 
   void CheckForm() {
+    form_ = true;
     const MultipartFault fault =
         ForEachPart(facts_.content_type, facts_.raw_body, [&](const MultipartPart& part) { return !CheckPart(part); });
     if (fault != MultipartFault::kNone && result_.status == kUndecided && base_.upload) {
@@ -224,7 +233,7 @@ class CUploadRun {
 
   bool Scan(const Item& item, std::string_view content) {
     // A scan has a price of its own, or many small parts would cost more than one large one.
-    constexpr std::size_t kPrice = 1024;
+    constexpr std::size_t kPrice = 64;
     scan_left_ -= std::min(scan_left_, content.size() + kPrice);
     WebshellResult found;
     if (!context_.webshells) return false;
@@ -324,8 +333,9 @@ class CUploadRun {
   CheckResult& result_;
   const BaseSettings& base_;
   const RequestSettings& request_;
-  std::size_t scan_left_ = kScannedScript;
-  bool partial_ = false;  // limits kept something from being examined
+  std::size_t scan_left_;  // bytes
+  bool form_ = false;      // the body is a form, and was taken apart
+  bool partial_ = false;   // limits kept something from being examined
 };
 
 }  // namespace

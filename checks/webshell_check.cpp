@@ -96,6 +96,7 @@ class CWebshellRun {
       direct_ = form == BodyForm::kRaw;
       // Most of a multipart form are files, which are not this check's: its fields are looked at one by one.
       const bool multipart = form == BodyForm::kMultipart;
+      scanned_ = multipart && result_.request.form_scanned;
       hints_ = multipart ? kHintCall : CodeHints(facts_.body);
       // Words can be written in escapes.
       const bool escaped = form == BodyForm::kJson && facts_.body.find("\\u00") != std::string_view::npos;
@@ -105,6 +106,7 @@ class CWebshellRun {
     if (base.trojan_header != 0) {
       place_ = "Header";
       direct_ = true;
+      scanned_ = false;
       hints_ = kHintCall;  // too short to be looked at twice
       ForEachHeaderValue(facts_, visit);
     }
@@ -131,6 +133,7 @@ class CWebshellRun {
           strength == FragmentStrength::kStrong || (strength == FragmentStrength::kWeak && (strict || planted));
       if (counts && !libs_.Library().Find(BlankFreeLower(text), text.size()).known_good) return Block(value, found);
     }
+    if (scanned_ && (hints & (kHintPhpTag | kHintPageTag)) != 0) return false;
     return Scan(text, hints, &found) && (strict || !found.suspicious) && Block(value, found);
   }
 
@@ -146,9 +149,9 @@ class CWebshellRun {
     }
     const bool worth = (hints & kHintSource) != 0 && text.size() <= kLongestFragment;
     if (!worth || text.find('\0') != std::string_view::npos) return false;
-    std::string page = "<?php ";
-    page += text;
-    page += ';';
+    std::string page;
+    page.reserve(text.size() + 8);
+    page.append("<?php ").append(text).append(";");
     return ScanText(page, found);
   }
 
@@ -205,6 +208,7 @@ class CWebshellRun {
   std::string_view place_;
   std::uint32_t hints_ = 0;  // of the place as a whole
   bool direct_ = true;       // nobody edits pages there
+  bool scanned_ = false;     // the detectors of files have seen every value of the place as it is
   std::size_t budget_ = kBudget;
   std::string_view partial_;  // the place of which not all was examined; empty: none
   std::string room_;

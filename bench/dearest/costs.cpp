@@ -102,6 +102,9 @@ CCosts::CCosts(const std::string& rules, const std::string& profile)
   State().config.RefreshTick();
   parts_ = new Parts;
   ready_ = State().config.IsConfigValid() && !iis::Failed(parts_->modules.Register(&RegisterModule));
+  // What is made once, with the first request of a kind, is no request's.
+  for (std::size_t kind = 0; ready_ && kind < KindNames().size(); ++kind)
+    Measure({kind, 0, Shape::kCycle, {0}}, 4096, 2);
 }
 
 CCosts::~CCosts() {
@@ -128,7 +131,7 @@ Cost CCosts::Measure(const Mix& mix, std::size_t bytes, int rounds) {
     } else {
       WebshellResult result;
       if (kind == "asp" || kind == "aspx") {
-        blocked = AnalysePage(parts_->libs.Library(), text, Language::kEnglish, &result);
+        blocked = AnalysePage(parts_->libs.Library(), text, {}, Language::kEnglish, &result);
       } else {
         blocked = parts_->libs.WebshellScan(std::string_view(text), &result);
       }

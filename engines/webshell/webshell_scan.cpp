@@ -68,7 +68,8 @@ bool CQivLibs::WebshellScan(std::string_view text, WebshellResult* result) const
     converted = CCharSet::ToLocal(std::string(text));
     local = converted;
   }
-  const CSignatureLibrary::Match match = library_.Find(BlankFreeLower(local), size);
+  std::string copy = BlankFreeLower(local);
+  const CSignatureLibrary::Match match = library_.Find(copy, size);
   if (match.known_good) {
     result->known_good = true;
     return false;
@@ -79,12 +80,13 @@ bool CQivLibs::WebshellScan(std::string_view text, WebshellResult* result) const
     return true;
   }
   if (size < kShortestScript) return false;
-  if (text.find("<?") != std::string_view::npos && AnalysePhp(text, language_, result)) return true;
   // A page may consist of "<script runat=server>" alone.
   constexpr std::size_t kNone = std::string_view::npos;
-  if (text.find("<%") == kNone && (FindNoCase(text, "<script") == kNone || FindNoCase(text, "runat") == kNone))
-    return false;
-  return AnalysePage(library_, local, language_, result);
+  const bool is_page =
+      text.find("<%") != kNone || (FindNoCase(text, "<script") != kNone && FindNoCase(text, "runat") != kNone);
+  if (!is_page || local.size() != size) copy = {};  // a search of other sizes, or none, comes
+  if (text.find("<?") != kNone && AnalysePhp(text, language_, result)) return true;
+  return is_page && AnalysePage(library_, local, copy, language_, result);
 }
 
 bool CQivLibs::WebshellScan(std::string* text, WebshellResult* result) const {

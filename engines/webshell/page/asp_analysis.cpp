@@ -66,9 +66,12 @@ std::string_view ScriptPart(std::string_view text) {
 // What a short page says once its removal texts, blanks and string joins are gone.
 std::string JoinedCopy(const CSignatureLibrary& library, std::string_view text) {
   std::string copy(text);
-  for (const std::string& removed : library.Removal()) copy = ReplaceAll(copy, removed, "");
+  const auto remove = [&copy](std::string_view what) {
+    if (Holds(copy, what)) copy = ReplaceAll(copy, what, "");
+  };
+  for (const std::string& removed : library.Removal()) remove(removed);
   copy = WithoutBlanks(copy);
-  for (const std::string_view join : {"\"+\"", "'+'", "\"&\"", "'&'"}) copy = ReplaceAll(copy, join, "");
+  for (const std::string_view join : {"\"+\"", "'+'", "\"&\"", "'&'"}) remove(join);
   return copy;
 }
 
@@ -291,14 +294,16 @@ bool JudgeAspx(Page* page, WebshellResult* result) {
 
 }  // namespace
 
-bool AnalysePage(const CSignatureLibrary& library, std::string_view text, Language language, WebshellResult* result) {
+bool AnalysePage(const CSignatureLibrary& library, std::string_view text, std::string_view searched, Language language,
+                 WebshellResult* result) {
   const std::string plain = PlainPage(text);
   if (text.size() > kLargestScript && Holds(plain, "standard jet db")) return false;
-  if (Holds(WithoutBlanks(plain), "@codepage=65000"))
+  if (Holds(plain, "@") && Holds(WithoutBlanks(plain), "@codepage=65000"))
     return Fill(language, MessageId::kUtf7Script, "@codepage=65000", result);
   if (IsLargeOrdinaryPage(plain)) return false;
-  const std::string_view script = ScriptPart(plain);
-  if (const SignatureRule* const rule = library.Find(BlankFreeLower(script), text.size()).rule) {
+  const std::string script = BlankFreeLower(ScriptPart(plain));
+  const SignatureRule* const rule = script != searched ? library.Find(script, text.size()).rule : nullptr;
+  if (rule != nullptr) {
     *result = {rule->name, {}, rule->terms.front(), rule->terms.front(), kAspRuleKind, rule->size_limit};
     return true;
   }

@@ -11,7 +11,9 @@ namespace qiv {
 
 /// Whether `text` (bytes of a file that holds "<%") is a backdoor as an ASP page or, if not, as an ASPX page or
 /// handler; fills `result` with the first finding. Where limits kept something from being followed and nothing was
-/// found, sets result->partial. Linear.
-bool AnalysePage(const CSignatureLibrary& library, std::string_view text, Language language, WebshellResult* result);
+/// found, sets result->partial. `searched`: lower-case text without blanks that holds none of the library's rules, by
+/// the size of `text`; empty for none. Linear.
+bool AnalysePage(const CSignatureLibrary& library, std::string_view text, std::string_view searched, Language language,
+                 WebshellResult* result);
 
 }  // namespace qiv

@@ -288,7 +288,7 @@ void CPageFollower::FinishArgument() {
 }
 
 void CPageFollower::Open(bool call, bool without_brackets) {
-  if (frames_.size() <= depth_ + 1) frames_.resize(depth_ + 2);
+  if (frames_.size() <= depth_ + 1) frames_.Push();
   Frame& frame = frames_[depth_];
   Frame& next = frames_[++depth_];
   next.Clear();

@@ -17,7 +17,8 @@ bool Divides(std::string_view word) {
 constexpr std::string_view kBasicHeads[] = {"set",  "let",    "call",    "const",  "for",   "each",  "do",
                                             "loop", "public", "private", "return", "throw", "using", "byval"};
 
-constexpr int kPasses = 3;  // what a call says reaches a function's result, and its caller, by the third
+constexpr std::size_t kUsualTokens = 32;  // of a statement
+constexpr int kPasses = 3;                // what a call says reaches a function's result, and its caller, by the third
 
 }  // namespace
 
@@ -42,6 +43,7 @@ void CPageFollower::Walk(Part part) {
   CStatements statements(part.code, part.syntax, &names_);
   char closed_by = '\n';
   tokens_.clear();
+  tokens_.reserve(kUsualTokens);
   while (statements.Next(&tokens_, &closed_by)) {
     continues_ = closed_by == '\0';
     if (open_) {
@@ -253,7 +255,7 @@ void CPageFollower::LastSegment(std::size_t begin, bool condition) {
 }
 
 void CPageFollower::BeginSegment(bool condition) {
-  if (frames_.empty()) frames_.resize(1);
+  if (frames_.empty()) frames_.Push();
   depth_ = 0;
   ignored_ = 0;
   frames_[0].Clear();

@@ -5,14 +5,15 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <iterator>
+#include <list>
 #include <string>
 #include <string_view>
 #include <unordered_map>
 #include <unordered_set>
 #include <vector>
 
+#include "engines/webshell/flow/stack.h"
 #include "engines/webshell/page/flow.h"
 #include "engines/webshell/page/names.h"
 #include "engines/webshell/page/scope.h"
@@ -149,11 +150,11 @@ class CPageFollower {
   std::size_t size_;  // of the code
   CPageNames names_;
   CPageScope scope_;
-  std::deque<std::string> layers_;  // texts that are evaluated
+  std::list<std::string> layers_;  // texts that are evaluated
   std::unordered_set<std::string_view> followed_;
   std::unordered_map<std::string_view, bool> written_;  // by part of an object's name: whether the code holds it
   std::vector<Token> tokens_;
-  std::vector<Frame> frames_;
+  CFlowStack<Frame, 4> frames_;  // as many as were ever open; those up to depth_ are
   std::size_t depth_ = 0;
   std::size_t ignored_ = 0;  // brackets opened below the deepest
   std::vector<Target> targets_;

@@ -2,7 +2,7 @@
 #pragma once
 
 #include <cstddef>
-#include <deque>
+#include <list>
 #include <string>
 #include <string_view>
 #include <unordered_set>
@@ -27,7 +27,7 @@ class CPageNames {
 
  private:
   std::size_t room_;
-  std::deque<std::string> texts_;
+  std::list<std::string> texts_;
   std::unordered_set<std::string_view> kept_;
 };
 

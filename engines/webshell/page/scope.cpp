@@ -34,7 +34,7 @@ void CPageScope::Store(std::string_view name, PageValue value) {
   variable_room_ += variable.held;
   variable.held = 0;
   variable.value = std::move(value);
-  if (is_new) order_.push_back(name);
+  if (is_new) order_.Push(name);
   if (HeldBy(variable.value) > variable_room_) MakeRoom(name);
   if (HeldBy(variable.value) > variable_room_) {  // longer than all room
     variable.value.known = false;
@@ -48,11 +48,10 @@ void CPageScope::Store(std::string_view name, PageValue value) {
 // Until the variable of that name fits.
 void CPageScope::MakeRoom(std::string_view name) {
   const std::size_t wanted = HeldBy(variables_.find(name)->second.value);
-  for (std::size_t left = order_.size(); left > 0 && wanted > variable_room_; --left) {
-    const std::string_view oldest = order_.front();
-    order_.pop_front();
+  for (std::size_t left = order_.Size(); left > 0 && wanted > variable_room_; --left) {
+    const std::string_view oldest = order_.Pop();
     if (oldest == name) {
-      order_.push_back(oldest);
+      order_.Push(oldest);
       continue;
     }
     const auto found = variables_.find(oldest);
@@ -77,18 +76,17 @@ PageFunction& CPageScope::Declare(std::string_view name, std::vector<std::string
   const auto [found, is_new] = functions_.try_emplace(name);
   PageFunction& function = found->second;
   if (is_new) {
-    function_order_.push_back(name);
+    function_order_.Push(name);
   } else {
     function_room_ += HeldBy(function);
   }
   function.parameters = std::move(parameters);
   if (function.marks.size() < function.parameters.size()) function.marks.resize(function.parameters.size());
   const std::size_t wanted = HeldBy(function);
-  for (std::size_t left = function_order_.size(); left > 1 && wanted > function_room_; --left) {
-    const std::string_view oldest = function_order_.front();
-    function_order_.pop_front();
+  for (std::size_t left = function_order_.Size(); left > 1 && wanted > function_room_; --left) {
+    const std::string_view oldest = function_order_.Pop();
     if (oldest == name) {
-      function_order_.push_back(oldest);
+      function_order_.Push(oldest);
       continue;
     }
     const auto gone = functions_.find(oldest);

@@ -7,7 +7,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <string_view>
 #include <unordered_map>
 #include <vector>
@@ -20,6 +19,25 @@ struct PageFunction {
   std::vector<std::string_view> parameters;
   std::vector<std::uint32_t> marks;  ///< of the parameters, from all calls
   std::uint32_t returns = 0;
+};
+
+/// First in, first out; takes no memory while it is empty.
+class CNameQueue {
+ public:
+  std::size_t Size() const { return names_.size() - begin_; }
+  void Push(std::string_view name) { names_.push_back(name); }
+  std::string_view Pop() {
+    const std::string_view name = names_[begin_++];
+    if (begin_ * 2 > names_.size()) {
+      names_.erase(names_.begin(), names_.begin() + static_cast<std::ptrdiff_t>(begin_));
+      begin_ = 0;
+    }
+    return name;
+  }
+
+ private:
+  std::vector<std::string_view> names_;
+  std::size_t begin_ = 0;  // those in front are gone
 };
 
 /// Names are views that must outlive the object.
@@ -55,8 +73,8 @@ class CPageScope {
   std::size_t function_room_;
   std::unordered_map<std::string_view, Variable> variables_;
   std::unordered_map<std::string_view, PageFunction> functions_;
-  std::deque<std::string_view> order_;  // of variables, oldest first
-  std::deque<std::string_view> function_order_;
+  CNameQueue order_;  // of variables, oldest first
+  CNameQueue function_order_;
   std::uint32_t forgotten_ = 0;
   bool lost_ = false;
 };

@@ -3,7 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <deque>
+#include <list>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -73,7 +73,7 @@ class CStatements {
   bool goes_on_ = false;   // the last piece did not end its statement
   Token last_;             // of the piece before
   CPageNames* names_;
-  std::deque<std::string> strings_;
+  std::list<std::string> strings_;
 };
 
 }  // namespace qiv

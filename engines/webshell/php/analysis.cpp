@@ -24,8 +24,7 @@ constexpr int kDeepestLayer = 10;              // samples wrap themselves up to 
 constexpr std::size_t kMostLayers = 64;        // texts judged for one file
 constexpr std::size_t kLayerBytesPerByte = 4;  // compressed code grows three- to fourfold
 constexpr std::size_t kLayerBytesAnyway = 1 << 18;
-constexpr std::size_t kRoomPerByte = 8;  // what a walk and the layers that wait for theirs hold together
-constexpr std::size_t kRoomAnyway = 1 << 19;
+constexpr std::size_t kLayerRoom = kPhpRoomAnyway / 2;  // for a layer, whatever those that wait for theirs hold
 constexpr std::size_t kLargestUploader = 16384;    // bytes: an upload form and what stores it; more is an application
 constexpr std::size_t kLargestStandalone = 32768;  // bytes: a file whose variables come from nowhere
 constexpr std::size_t kLargestPrinter = 4096;      // bytes: shows another host's pages, and nothing else
@@ -53,7 +52,7 @@ class CPhpJudge {
         layers.push_back({std::move(code), depth});
       }
     };
-    const std::size_t most_room = kRoomAnyway + text_.size() * kRoomPerByte;
+    const std::size_t most_room = PhpRoom(text_.size());
     PhpFlowResult flow = FollowPhp(text_, false, most_room);
     standalone_ = flow.standalone;
     for (const bool weak : {false, true}) {
@@ -66,7 +65,7 @@ class CPhpJudge {
     flow = {};
     for (std::size_t i = 0; i < layers.size(); ++i) {
       const std::string code = std::move(layers[i].code);
-      PhpFlowResult inner = FollowPhp(code, true, std::max(kRoomAnyway / 2, most_room - std::min(most_room, bytes)));
+      PhpFlowResult inner = FollowPhp(code, true, std::max(kLayerRoom, most_room - std::min(most_room, bytes)));
       for (const PhpFinding& finding : inner.findings) {
         if (finding.kind == PhpFindingKind::kUpload) return Fill(MessageId::kFileUploader, finding.detail);
         if (finding.kind != PhpFindingKind::kUnknownSource && Accept(finding)) return true;

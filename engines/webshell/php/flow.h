@@ -55,8 +55,18 @@ struct PhpFlowResult {
   bool standalone = true;            ///< no include, class, namespace, or function called that the file does not define
 };
 
-/// `in_code`: the text begins inside PHP. `most_room`: bytes that may be held at a time; never more than some eight
-/// times the source and half a mebibyte.
-PhpFlowResult FollowPhp(std::string_view source, bool in_code, std::size_t most_room = ~std::size_t{0} / 2);
+inline constexpr std::size_t kPhpRoomAnyway = std::size_t{1} << 19;
+
+/// Bytes that may be held while a file of that many bytes is followed, and the code inside it.
+constexpr std::size_t PhpRoom(std::size_t file) {
+  constexpr std::size_t kPerByte = 9;
+  return file * kPerByte < kPhpRoomAnyway ? kPhpRoomAnyway : file * kPerByte;
+}
+
+/// `in_code`: the text begins inside PHP. `most_room`: bytes that may be held at a time.
+PhpFlowResult FollowPhp(std::string_view source, bool in_code, std::size_t most_room);
+inline PhpFlowResult FollowPhp(std::string_view source, bool in_code) {
+  return FollowPhp(source, in_code, PhpRoom(source.size()));
+}
 
 }  // namespace qiv

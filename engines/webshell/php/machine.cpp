@@ -52,34 +52,25 @@ int BinaryPrecedence(std::uint32_t code) {
   }
 }
 
-bool IsAssignment(std::uint32_t code) {
-  switch (code) {
-    case PhpOperator("="):
-    case PhpOperator(".="):
-    case PhpOperator("+="):
-    case PhpOperator("-="):
-    case PhpOperator("*="):
-    case PhpOperator("/="):
-    case PhpOperator("%="):
-    case PhpOperator("^="):
-    case PhpOperator("|="):
-    case PhpOperator("&="):
-    case PhpOperator("?\?="):
-    case PhpOperator("<<="):
-    case PhpOperator(">>="):
-    case PhpOperator("**="):
-      return true;
-    default:
-      return false;
-  }
+// Room that is there before a byte has earned any: for brackets as deep as they may stand. Each byte earns its part of
+// the rest: names and variables of ordinary programs take some three, their texts and arrays less.
+std::size_t FirstRoom(std::size_t source, std::size_t most_room) {
+  constexpr std::size_t kLeastEarned = 4;  // by a byte
+  return std::min(kPhpRoomAnyway, most_room - std::min(most_room, source * kLeastEarned));
 }
 
 }  // namespace
 
 CPhpMachine::CPhpMachine(std::string_view source, bool in_code, std::size_t most_room)
-    : source_(source), budget_(kWorkAnyway, kRoomAnyway, most_room), in_code_(in_code), tokens_(source, in_code) {
-  budget_.Hold(kPrepaid * (sizeof(Frame) + kOperandRoom + sizeof(Operation)));
+    : source_(source),
+      room_per_byte_((most_room - FirstRoom(source.size(), most_room)) / (source.size() + 1) + 1),
+      budget_(kWorkAnyway, FirstRoom(source.size(), most_room), most_room),
+      in_code_(in_code),
+      tokens_(source, in_code) {
+  budget_.Hold(kPrepaid * (sizeof(Frame) + sizeof(PhpValue) + sizeof(Operand) + sizeof(Operation)));
   nested_left_ = kWorkAnyway + source.size() * 4;
+  constexpr std::array<std::string_view, 4> kMagic = {"__invoke", "__get", "__call", "__construct"};
+  for (std::size_t i = 0; i < kMagic.size(); ++i) magic_names_[i] = names_.OfAnyway(kMagic[i]);
 }
 
 PhpName CPhpMachine::NameOf(PhpToken& token) {
@@ -104,19 +95,16 @@ PhpFlowResult CPhpMachine::Run() {
 }
 
 void CPhpMachine::Pass() {
-  values_.clear();
-  operations_.clear();
-  frames_.clear();
-  arguments_.clear();
-  argument_keys_.clear();
-  argument_names_.clear();
+  DropOperands(0);
+  operations_.Shrink(0);
+  while (!frames_.empty()) PopFrame();
+  DropArguments(0);
   next_function_ = 0;
   made_.clear();
   handlers_.clear();
   arrows_.clear();
   stray_braces_ = 0;
   scope_ = 0;
-  function_ = 0;
   pending_scope_ = 0;
   pending_class_ = false;
   weak_ = false;
@@ -127,7 +115,7 @@ void CPhpMachine::Pass() {
   for (tokens_ = CPhpTokens(source_, in_code_); tokens_.Advance();) {
     const std::size_t end = tokens_.At().End();
     if (end > earned) budget_.EarnWork((end - std::exchange(earned, end)) * kWorkPerByte);
-    if (end > earned_) budget_.EarnRoom((end - std::exchange(earned_, end)) * kRoomPerByte);
+    if (end > earned_) budget_.EarnRoom((end - std::exchange(earned_, end)) * room_per_byte_);
     Token();
   }
   EndStatement();
@@ -161,174 +149,38 @@ CPhpMachine::Frame* CPhpMachine::PushFrame(FrameKind kind) {
   operand_next_ = true;
   if (!HasRoomForFrame()) {
     ++skipped_;
-    values_.resize(std::min<std::size_t>(values_.size(), frames_.back().values));
+    DropOperands(frames_.back().values);
     return nullptr;
   }
   const std::size_t number = frames_.size();
-  const std::uint32_t block = kind == FrameKind::kBlock ? static_cast<std::uint32_t>(number) : frames_.back().block;
-  Frame& frame = frames_.emplace_back();
+  const std::uint32_t block =
+      kind == FrameKind::kBlock || number == 0 ? static_cast<std::uint32_t>(number) : frames_.back().block;
+  Frame& frame = frames_.Push();
+  frame = {};
   frame.kind = kind;
   frame.values = static_cast<std::uint32_t>(values_.size());
   frame.operations = static_cast<std::uint32_t>(operations_.size());
   frame.arguments = static_cast<std::uint32_t>(arguments_.size());
   frame.block = block;
   frame.scope = scope_;
-  frame.function = function_;
   return &frame;
 }
 
-CPhpMachine::FrameValues* CPhpMachine::MoreOf(Frame& frame) {
-  if (!frame.more) {
-    if (frames_.size() > kPrepaid && !budget_.HasRoom(sizeof(FrameValues))) return nullptr;
-    frame.more = std::make_unique<FrameValues>();
-    frame.more->held.Set(&budget_, sizeof(FrameValues) + 16);
+void CPhpMachine::SetElement(PhpValue&& value) {
+  Frame& frame = frames_.back();
+  if (frame.element == nullptr) {
+    if (!Grow(elements_.size(), &most_elements_, sizeof(PhpValue))) return;
+    frame.element = &elements_.Push();
   }
-  return frame.more.get();
+  *frame.element = std::move(value);
 }
 
-// Whether there is room for one more argument.
-bool CPhpMachine::GrowArguments() {
-  constexpr std::size_t kArgument = sizeof(PhpValue) + sizeof(VariableKey) + sizeof(PhpName);
-  const std::size_t old = arguments_.capacity();
-  if (arguments_.size() < old) return true;
-  const std::size_t grown = std::max(kPrepaid, old + old / 4);
-  if (old == 0) {
-    budget_.Hold(grown * kArgument);
-  } else if (!budget_.Take(grown * kArgument)) {
-    return false;
+void CPhpMachine::PopFrame() {
+  if (frames_.back().element != nullptr) {
+    *frames_.back().element = {};
+    elements_.Pop();
   }
-  arguments_.reserve(grown);
-  argument_keys_.reserve(grown);
-  argument_names_.reserve(grown);
-  budget_.Give(old * kArgument);
-  return true;
-}
-
-void CPhpMachine::DropArguments(std::size_t count) {
-  arguments_.resize(std::min(arguments_.size(), count));
-  argument_keys_.resize(arguments_.size());
-  argument_names_.resize(arguments_.size());
-}
-
-void CPhpMachine::PushOperand(Operand operand) {
-  // Without an operator between them only the last counts.
-  if (!operand_next_) values_.resize(std::max<std::size_t>(frames_.back().values, values_.size() - 1));
-  if (InForeach() && operand.key != 0) {
-    Store(operand.key, frames_.back().more ? frames_.back().more->element : PhpValue(), false);
-  }
-  operand_next_ = false;
-  if (Grow(values_.size(), &most_values_, kOperandRoom)) values_.push_back(std::move(operand));
-}
-
-CPhpMachine::Operand CPhpMachine::PopOperand() {
-  if (values_.size() <= frames_.back().values) return {};
-  Operand operand = std::move(values_.back());
-  values_.pop_back();
-  return operand;
-}
-
-void CPhpMachine::PushOperation(std::uint32_t code, int precedence, bool unary, bool keep_left) {
-  if (!unary && !keep_left) Reduce(precedence);
-  PushPending(code, precedence, unary);
-  operand_next_ = true;
-}
-
-// A chain that is longer than anybody writes is applied as far as it goes.
-void CPhpMachine::PushPending(std::uint32_t code, int precedence, bool unary) {
-  const auto fits = [&] { return Grow(operations_.size(), &most_operations_, sizeof(Operation)); };
-  if (operations_.size() - frames_.back().operations >= kMostPending || !fits()) Reduce(kLowest);
-  if (fits()) operations_.push_back({code, static_cast<std::int16_t>(precedence), unary});
-}
-
-// Applies what binds at least as tightly.
-void CPhpMachine::Reduce(int precedence) {
-  while (operations_.size() > frames_.back().operations && operations_.back().precedence >= precedence) {
-    const Operation operation = operations_.back();
-    operations_.pop_back();
-    Apply(operation);
-  }
-}
-
-void CPhpMachine::Apply(const Operation& operation) {
-  Operand right = PopOperand();
-  Operand result;
-  if (operation.unary) {
-    switch (operation.code) {
-      case kIncludeCode:
-        Include(right.value);
-        break;
-      case kReturnCode:
-        if (function_ != 0) {
-          Function& function = functions_[function_ - 1];
-          const std::uint32_t origin = function.returns.origin;
-          if (!function.has_return) {
-            function.returns = right.value;
-          } else if (!right.value.HasText() || !SameText(right.value, function.returns)) {
-            function.returns = function.returns.Taint();
-            function.returns.Join(right.value);
-          }
-          function.returns.origin |= origin;
-          function.has_return = true;
-        }
-        break;
-      case kEchoCode:
-        printed_.Join(right.value.Taint());
-        if (right.value.Has(kFromNetwork)) Report(PhpFindingKind::kRemoteText, "echo");
-        break;
-      case kArrowCode:
-        if (!arrows_.empty()) {
-          Function& function = functions_[arrows_.back()];
-          function.returns = right.value;
-          function.has_return = true;
-          result.value.origin = kClosure;
-          result.value.function = arrows_.back() + 1;
-          arrows_.pop_back();
-        }
-        break;
-      case PhpOperator("..."):  // the request fills all arguments: also the callback among them
-        if (frames_.back().kind == FrameKind::kCall && right.value.Has(kWholeRequest)) {
-          const PhpFunction* const function = FindPhpFunction(names_.Text(frames_.back().callee_name));
-          if (!frames_.back().named || (function != nullptr && (function->kind == PhpFunctionKind::kCallback ||
-                                                                function->kind == PhpFunctionKind::kPattern))) {
-            Report(PhpFindingKind::kRequestCall, function != nullptr ? function->name : "$");
-          }
-        }
-        result = std::move(right);
-        break;
-      case PhpOperator("@"):
-      case PhpOperator("&"):
-      case PhpOperator("+"):
-        result = std::move(right);
-        break;
-      case kPlainCast:
-        result.value = right.value;
-        break;
-      case PhpOperator("~"):
-        result.value = Bitwise(operation.code, right.value, right.value);
-        break;
-      case PhpOperator("-"):
-        if (right.value.is_number) result.value = PhpValue::OfNumber(-right.value.number);
-        break;
-      case PhpOperator("!"):
-        result.value = PhpValue::OfNumber(0);
-        result.value.is_number = false;
-        break;
-      default:
-        break;
-    }
-  } else {
-    Operand left = PopOperand();
-    if (IsAssignment(operation.code)) {
-      Assign(operation.code, left, right.value);
-      result = std::move(left);
-      result.value = std::move(right.value);
-    } else if (operation.code == PhpOperator("?")) {
-      result = std::move(right);
-    } else {
-      result.value = Binary(operation.code, std::move(left.value), right.value);
-    }
-  }
-  values_.push_back(std::move(result));
+  frames_.Pop();
 }
 
 void CPhpMachine::OnOperator(const PhpToken& token) {
@@ -373,7 +225,7 @@ void CPhpMachine::OnOperator(const PhpToken& token) {
   }
   if (operand_next_) {
     PushPending(code, kUnary, true);
-  } else if (IsAssignment(code)) {
+  } else if (IsPhpAssignment(code)) {
     PushOperation(code, kAssignment, false, true);
   } else if (const int precedence = BinaryPrecedence(code); precedence >= 0) {
     PushOperation(code, precedence, false);
@@ -395,8 +247,7 @@ void CPhpMachine::Ternary() {
   }
   Reduce(kTernary);
   if (operations_.size() > frames_.back().operations && operations_.back().code == PhpOperator("?")) {
-    operations_.pop_back();
-    operations_.push_back({PhpOperator("?\?"), kTernary, false});
+    operations_.back() = {PhpOperator("?\?"), kTernary, false};
     operand_next_ = true;
   } else if (frames_.back().kind == FrameKind::kBlock) {
     EndStatement();  // a label, a case, "if (...):"
@@ -407,23 +258,22 @@ void CPhpMachine::Comma() {
   Frame& frame = frames_.back();
   Reduce(kLowest);
   if (frame.kind == FrameKind::kCall || frame.kind == FrameKind::kArray) {
-    if (values_.size() > frame.values) {
-      Operand operand = PopOperand();
+    if (HasOperand()) {
+      Operand& operand = values_.back();
       if (arguments_.size() - frame.arguments > kMostElements || arguments_.size() >= kMostArguments ||
           !GrowArguments()) {
         if (arguments_.size() > frame.arguments) arguments_.back().Join(operand.value);
       } else {
-        argument_keys_.push_back(operand.indexed ? 0 : operand.key);
+        argument_facts_.push_back({operand.indexed ? 0 : operand.key, frame.has_key ? frame.array_key : kNoName});
         arguments_.push_back(std::move(operand.value));
-        argument_names_.push_back(frame.has_key ? frame.array_key : kNoName);
       }
-      if (frame.kind == FrameKind::kArray && frame.more && arguments_.size() > frame.arguments) {
-        arguments_.back().Join(std::exchange(frame.more->element, PhpValue()));
+      if (frame.kind == FrameKind::kArray && frame.element != nullptr && arguments_.size() > frame.arguments) {
+        arguments_.back().Join(std::exchange(*frame.element, PhpValue()));
       }
     }
     frame.has_key = false;
   }
-  values_.resize(std::min<std::size_t>(values_.size(), frame.values));
+  DropOperands(frame.values);
   operand_next_ = true;
 }
 
@@ -433,8 +283,8 @@ void CPhpMachine::Arrow() {
   const Operand key = PopOperand();
   Frame& frame = frames_.back();
   if (frame.kind == FrameKind::kArray) {
-    if (frame.more || key.value.origin != 0 || key.value.way != HidingWay::kNone) {
-      if (FrameValues* const more = MoreOf(frame)) more->element = key.value.Taint();
+    if (frame.element != nullptr || key.value.origin != 0 || key.value.way != HidingWay::kNone) {
+      SetElement(key.value.Taint());
     }
     frame.array_key = IndexOf(key.value);
     frame.has_key = frame.array_key != kNoName;
@@ -445,7 +295,7 @@ void CPhpMachine::Arrow() {
 void CPhpMachine::EndStatement() {
   Reduce(kLowest);
   Frame& frame = frames_.back();
-  values_.resize(std::min<std::size_t>(values_.size(), frame.values));
+  DropOperands(frame.values);
   operand_next_ = true;
   if (frame.kind == FrameKind::kBlock) weak_ = false;
   pending_new_ = false;

@@ -1,9 +1,9 @@
-// The walk over a PHP file's tokens. Internal to php_flow*.cpp; see php_flow.h.
+// The walk over a PHP file's tokens. Internal to this room; see flow.h.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <functional>
 #include <memory>
 #include <set>
@@ -12,6 +12,7 @@
 #include <string_view>
 #include <vector>
 
+#include "engines/webshell/flow/stack.h"
 #include "engines/webshell/php/builtins.h"
 #include "engines/webshell/php/flow.h"
 #include "engines/webshell/php/names.h"
@@ -49,8 +50,12 @@ enum class PhpWord : std::uint8_t {
 /// The number of a superglobal variable in its table, from 1 on; 0: none.
 std::uint8_t SuperglobalNumber(std::string_view name);
 
+/// Whether the operator of that code (PhpOperator) assigns.
+bool IsPhpAssignment(std::uint32_t code);
+
 class CPhpMachine {
  public:
+  /// `most_room`: see FollowPhp.
   CPhpMachine(std::string_view source, bool in_code, std::size_t most_room);
   PhpFlowResult Run();
 
@@ -68,10 +73,6 @@ class CPhpMachine {
   static constexpr std::size_t kMostFunctions = 1 << 16;  // the functions behind them count as one
   static constexpr std::size_t kMostPending = 4096;       // operators of a bracket that wait for their right side
   static constexpr std::size_t kMostWritten = 4096;       // files that are remembered
-  // Room for each byte of source: names and variables of ordinary programs take some three, their texts and arrays
-  // less; and for the shortest, with brackets as deep as they may stand.
-  static constexpr std::size_t kRoomPerByte = 8;
-  static constexpr std::size_t kRoomAnyway = 1 << 19;
   // Brackets inside each other. PHP's own parser gives up at 10,000 symbols: what stands deeper never runs.
   static constexpr std::size_t kMostFrames = 10000;
 
@@ -92,7 +93,14 @@ class CPhpMachine {
     bool is_name = false;     // a bare name
     bool is_member = false;
     bool request_named = false;                      // a variable whose name the request chose
-    std::shared_ptr<std::vector<VariableKey>> list;  // variables of a list(...) that is assigned to
+    std::unique_ptr<std::vector<VariableKey>> list;  // variables of a list(...) that is assigned to
+
+    /// Lets go of what others may share or wait for.
+    void Release() {
+      value.text = {};
+      value.array = {};
+      list.reset();
+    }
   };
   // Precedences; those of the binary operators lie between kCoalesce and kUnary.
   static constexpr int kLowest = 0;      // everything
@@ -114,10 +122,17 @@ class CPhpMachine {
     bool known = false;
     PhpWord word = PhpWord::kNone;
     std::uint8_t superglobal = 0;  // number + 1
+    std::uint16_t function = 0;    // of PHP's own functions, its row + 1
     std::uint32_t user = 0;        // function of the file of that name, its number + 1
+    VariableKey global = 0;        // variable of that name outside functions
   };
-  static constexpr std::size_t kVariableRoom = 128;  // itself and its places in a table that doubles at half full
+  static constexpr std::size_t kVariablePlace = 24;  // bytes, in a table that doubles at three quarters full
   NameFacts& FactsOf(PhpName name);
+  /// The function of PHP's own of that lower-case name, or null.
+  const PhpFunction* OwnFunction(PhpName name) {
+    const std::uint16_t row = FactsOf(name).function;
+    return row != 0 ? &PhpFunctions()[row - 1U] : nullptr;
+  }
   PhpName NameWithoutRoom(std::string_view text);
   /// The same letters in lower case.
   PhpName LowerOf(PhpName name);
@@ -132,12 +147,6 @@ class CPhpMachine {
     bool unary = false;
   };
   enum class FrameKind : std::uint8_t { kBlock, kParen, kCall, kIndex, kArray, kVariable, kSkip };
-  // What few brackets need.
-  struct FrameValues {
-    Operand callee;    // what is called or looked into, but for functions called by their names
-    PhpValue element;  // foreach: what its variables get
-    CHeldRoom held;
-  };
   struct Frame {
     FrameKind kind = FrameKind::kBlock;
     bool named = false;      // callee_name is the function
@@ -147,15 +156,15 @@ class CPhpMachine {
     bool is_class = false;
     bool in_foreach = false;
     bool has_key = false;
+    bool has_callee = false;  // what is called or looked into stands below its values
     std::uint32_t values = 0;
     std::uint32_t operations = 0;
     std::uint32_t arguments = 0;  // of kCall and kArray: where its arguments begin
     std::uint32_t block = 0;      // the innermost block: this frame or one around it
     std::uint32_t scope = 0;      // to go back to
-    std::uint32_t function = 0;
     PhpName callee_name = kNoName;
     PhpName array_key = kNoName;
-    std::unique_ptr<FrameValues> more;  // null: none of it, or no room for it
+    PhpValue* element = nullptr;  // what "foreach" gives its variables, or "=>" an element; null: nothing, or no room
   };
   static constexpr std::size_t kPrepaid = 64;                        // of each stack, whatever was held before
   static constexpr std::size_t kOperandRoom = sizeof(Operand) + 24;  // five fill a block
@@ -168,7 +177,8 @@ class CPhpMachine {
     return true;
   }
   bool GrowArguments();
-  FrameValues* MoreOf(Frame& frame);
+  void SetElement(PhpValue&& value);
+  void PopFrame();
   struct Variable {
     PhpValue value;
     std::uint32_t scope = 0;
@@ -186,7 +196,14 @@ class CPhpMachine {
     bool has_return = false;
   };
 
-  // php_machine.cpp: tokens, brackets, statements
+  // What is called: by the text of a name, and what is known of it.
+  struct Called {
+    std::string_view name;
+    Function* user = nullptr;            // of the file
+    const PhpFunction* known = nullptr;  // of PHP's own
+  };
+
+  // machine.cpp, machine_operands.cpp, machine_brackets.cpp: tokens, operators, brackets, statements
   void Pass();
   void Token();
   void OnOperator(const PhpToken& token);
@@ -194,6 +211,7 @@ class CPhpMachine {
   bool OnKeyword(PhpWord word);
   bool OnStructure(PhpWord word);
   void OnVariable(PhpToken& token);
+  Operand OfVariables(Operand operand);
   void OnString(const PhpToken& token);
   void OnNumber(std::string_view text);
   void Prefix(std::uint32_t code);
@@ -202,6 +220,9 @@ class CPhpMachine {
   void CloseBracket(char bracket);
   void OpenBlock();
   void CloseBlock();
+  void CloseVariable();
+  Operand MakeArray(const Frame& frame);
+  Operand& ResultOf(const Frame& frame);
   void EndStatement();
   void Declaration(bool is_closure);
   std::uint32_t NextFunction();
@@ -220,17 +241,24 @@ class CPhpMachine {
   bool BeforeIs(std::string_view op) const { return tokens_.Before() != nullptr && tokens_.Before()->Is(op); }
   std::string_view TextOf(const PhpToken& token) const { return token.Text(source_); }
   Frame* PushFrame(FrameKind kind);
-  void PushOperand(Operand operand);
+  Operand& NextOperand();
+  void PushOperand(Operand&& operand);
+  void Placed(Operand& operand);
+  bool HasOperand() const { return values_.size() > frames_.back().values; }
   Operand PopOperand();
+  void DropOperand();
+  void DropOperands(std::size_t size);
   void PushOperation(std::uint32_t code, int precedence, bool unary, bool keep_left = false);
   void PushPending(std::uint32_t code, int precedence, bool unary);
   void Reduce(int precedence);
   void Apply(const Operation& operation);
+  void ApplyUnary(std::uint32_t code, Operand* operand);
+  void Return(const PhpValue& value);
   void DropArguments(std::size_t count);
-  bool InForeach() const { return frames_.back().in_foreach; }
 
-  // php_machine_values.cpp: variables and operators
+  // machine_values.cpp: variables and operators
   VariableKey KeyIn(std::uint32_t scope, PhpName name);
+  VariableKey AddVariable(std::uint32_t scope, PhpName name, std::size_t room);
   VariableKey KeyOf(PhpName name);
   Operand Lookup(PhpName name);
   PhpValue Load(VariableKey key);
@@ -252,11 +280,13 @@ class CPhpMachine {
   CPhpShare<PhpArray> NewArray(const PhpArray* copied = nullptr);
   bool Account(PhpArray* array);
 
-  // php_machine_calls.cpp: functions and what they give away
+  // machine_calls.cpp: functions and what they give away
   PhpValue Call(const Frame& frame, const Operand& called_value, std::span<PhpValue> arguments);
-  PhpValue CallNamed(std::string_view name, std::span<PhpValue> arguments, bool hidden, HidingWay way);
+  PhpValue CallNamed(const Called& called, std::span<PhpValue> arguments, bool hidden, HidingWay way);
+  PhpValue CallOther(const Called& called, std::span<PhpValue> arguments);
   PhpValue CallKnown(const PhpFunction& function, std::span<PhpValue> arguments);
-  void GiveBack(const Frame& frame);
+  void GiveBack(const Frame& frame, const Called& called);
+  PhpValue Derived(const Called& called, std::span<const PhpValue> arguments);
   void CallBack(Function& user, std::string_view caller, const PhpValue& value);
   void CallWithAll(Function& user, const PhpValue& given);
   PhpValue New(const Frame& frame, const PhpValue& name_value, std::span<PhpValue> arguments);
@@ -265,6 +295,14 @@ class CPhpMachine {
   PhpValue CallUser(Function& function, std::span<const PhpValue> arguments);
   Function* FindUser(PhpName lower_name);
   Function* FindUser(std::string_view lower_name) { return FindUser(NameOf(lower_name)); }
+  Called CalledBy(std::string_view lower_name);
+  Called CalledBy(PhpName lower_name);
+  // Methods that PHP calls by itself.
+  Function* FindMagic(std::size_t number) { return FindUser(magic_names_[number]); }
+  static constexpr std::size_t kInvoke = 0;
+  static constexpr std::size_t kGet = 1;
+  static constexpr std::size_t kCallAny = 2;
+  static constexpr std::size_t kConstruct = 3;
   std::string CalledName(const PhpValue& callee);
   void RunCode(std::string_view name, const PhpValue& code);
   void RunCommand(std::string_view name, std::span<const PhpValue> arguments);
@@ -285,30 +323,37 @@ class CPhpMachine {
   bool IsAdded(std::vector<std::string>* texts, std::string_view text);
 
   std::string_view source_;
+  std::size_t room_per_byte_;
   CFlowBudget budget_;      // outlives all that is held
   std::size_t earned_ = 0;  // bytes of source that have earned their room
   CPhpNames names_{&budget_};
   bool in_code_;
   CPhpTokens tokens_;
-  std::vector<NameFacts> facts_;  // per name
-  bool operand_next_ = true;      // an operand is expected, not an operator
+  std::array<PhpName, 4> magic_names_{};
+  CFlowStack<NameFacts, 32> facts_;  // per name
+  bool operand_next_ = true;         // an operand is expected, not an operator
   int pass_ = 0;
-  std::deque<Operand> values_;
-  std::deque<Operation> operations_;
-  std::deque<Frame> frames_;
+  CFlowStack<Operand> values_;
+  CFlowStack<Operation> operations_;
+  CFlowStack<Frame> frames_;
+  CFlowStack<PhpValue> elements_;  // of the frames that have one, in their order
+  Operand beyond_;                 // takes what finds no room on the stack
   std::size_t most_values_ = kPrepaid;
   std::size_t most_operations_ = kPrepaid;
   std::size_t most_frames_ = kPrepaid;
+  std::size_t most_elements_ = kPrepaid;
   std::vector<PhpValue> arguments_;
-  std::vector<VariableKey> argument_keys_;  // the variables that stand in them, in step with arguments_
-  std::vector<PhpName> argument_names_;     // "name => value", in step with arguments_
-  std::deque<Variable> variables_;
+  struct ArgumentFacts {
+    VariableKey key = 0;     // the variable that stands in it
+    PhpName name = kNoName;  // "name => value"
+  };
+  std::vector<ArgumentFacts> argument_facts_;  // in step with arguments_
+  CFlowStack<Variable> variables_;
   CProbeTable variable_table_;
   std::set<std::string, std::less<>> written_;  // files that got their content from the request
-  std::deque<Function> functions_;
+  CFlowStack<Function, 8> functions_;
   std::uint32_t next_function_ = 0;
-  std::uint32_t scope_ = 0;
-  std::uint32_t function_ = 0;       // the function being walked + 1
+  std::uint32_t scope_ = 0;          // of the function being walked its number + 1
   std::size_t skipped_ = 0;          // brackets open beyond kMostFrames
   std::uint32_t pending_scope_ = 0;  // of the block that a declaration opens next, + 1
   bool pending_class_ = false;

@@ -33,21 +33,20 @@ void CPhpMachine::OpenBracket(char bracket) {
       PushFrame(FrameKind::kArray);
       return;
     }
-    Operand base = PopOperand();
-    Frame& frame = *PushFrame(FrameKind::kIndex);
-    if (FrameValues* const more = MoreOf(frame)) more->callee = std::move(base);
+    const bool has_base = HasOperand();
+    PushFrame(FrameKind::kIndex)->has_callee = has_base;
     return;
   }
   if (!operand_next_) {  // a call
-    Operand callee = PopOperand();
+    const bool has_callee = HasOperand();
+    const Operand none;
+    const Operand& callee = has_callee ? values_.back() : none;
     Frame& frame = *PushFrame(FrameKind::kCall);
     frame.named = callee.is_name;
     frame.is_member = callee.is_member;
     frame.callee_name = callee.name;
     frame.is_new = std::exchange(pending_new_, false);
-    if (!callee.is_name || callee.is_member || callee.value.origin != 0 || callee.value.HasText()) {
-      if (FrameValues* const more = MoreOf(frame)) more->callee = std::move(callee);
-    }
+    frame.has_callee = has_callee;
     return;
   }
   // A cast is "(", a type's name, ")".
@@ -71,10 +70,7 @@ void CPhpMachine::OpenBlock() {
   PushFrame(FrameKind::kBlock)->is_class = pending_class_;
   pending_class_ = false;
   pending_scope_ = 0;
-  if (scope != 0) {
-    scope_ = scope;
-    function_ = scope;
-  }
+  if (scope != 0) scope_ = scope;
   weak_ = false;
 }
 
@@ -84,46 +80,47 @@ void CPhpMachine::CloseBlock() {
     --stray_braces_;
     return;
   }
-  if (frames_.back().kind == FrameKind::kVariable) {
-    Reduce(kLowest);
-    const Operand name = PopOperand();
-    frames_.pop_back();
-    if (name.value.Has(kFromRequest)) {
-      if (Function* const get = FindUser("__get")) CallUser(*get, std::span(&name.value, 1));
-    }
-    operand_next_ = true;
-    Operand operand;
-    if (name.value.HasText()) {
-      operand = Lookup(NameOf(name.value.Text()));
-      if (name.value.Has(kComputed) && operand.value.Has(kFromRequest) && operand.value.Has(kWholeRequest)) {
-        operand.value.origin |= kComputed;
-        operand.value.way = name.value.way;
-      }
-    } else {
-      operand.request_named = name.value.Has(kFromRequest);
-      operand.value = name.value.Taint();
-    }
-    PushOperand(std::move(operand));
-    return;
-  }
+  if (frames_.back().kind == FrameKind::kVariable) return CloseVariable();
   const std::size_t depth = frames_.back().block;
   Reduce(kLowest);
   if (depth == 0) {
-    values_.resize(std::min<std::size_t>(values_.size(), frames_.back().values));
+    DropOperands(frames_.back().values);
     operand_next_ = true;
     return;  // one too many
   }
-  const Frame& frame = frames_[depth];
-  values_.resize(std::min<std::size_t>(values_.size(), frame.values));
-  operations_.resize(std::min<std::size_t>(operations_.size(), frame.operations));
+  const Frame frame = frames_[depth];
+  DropOperands(frame.values);
+  operations_.Shrink(frame.operations);
   DropArguments(frame.arguments);
   const bool closure =
-      frame.function != function_ && values_.size() > frames_[depth - 1].values && values_.back().value.Has(kClosure);
+      frame.scope != scope_ && values_.size() > frames_[depth - 1].values && values_.back().value.Has(kClosure);
   scope_ = frame.scope;
-  function_ = frame.function;
-  frames_.resize(depth);
+  while (frames_.size() > depth) PopFrame();
   operand_next_ = !closure;
   weak_ = false;
+}
+
+// "${...}": the variable that the text between the brackets names.
+void CPhpMachine::CloseVariable() {
+  Reduce(kLowest);
+  const Operand name = PopOperand();
+  PopFrame();
+  if (name.value.Has(kFromRequest)) {
+    if (Function* const get = FindMagic(kGet)) CallUser(*get, std::span(&name.value, 1));
+  }
+  operand_next_ = true;
+  Operand operand;
+  if (name.value.HasText()) {
+    operand = Lookup(NameOf(name.value.Text()));
+    if (name.value.Has(kComputed) && operand.value.Has(kFromRequest) && operand.value.Has(kWholeRequest)) {
+      operand.value.origin |= kComputed;
+      operand.value.way = name.value.way;
+    }
+  } else {
+    operand.request_named = name.value.Has(kFromRequest);
+    operand.value = name.value.Taint();
+  }
+  PushOperand(std::move(operand));
 }
 
 void CPhpMachine::CloseBracket(char bracket) {
@@ -134,60 +131,88 @@ void CPhpMachine::CloseBracket(char bracket) {
   }
   if (bracket == '}' && !(frames_.back().kind == FrameKind::kIndex && frames_.size() > 1)) return CloseBlock();
   if (frames_.back().kind == FrameKind::kBlock) return;  // one too many
-  const bool empty = values_.size() <= frames_.back().values && operations_.size() <= frames_.back().operations;
-  if (frames_.back().kind == FrameKind::kCall || frames_.back().kind == FrameKind::kArray) {
-    if (!empty) Comma();
-  } else {
+  const bool empty = !HasOperand() && operations_.size() <= frames_.back().operations;
+  const bool list = frames_.back().kind == FrameKind::kCall || frames_.back().kind == FrameKind::kArray;
+  if (list && !empty) {
+    Comma();
+  } else if (!list) {
     Reduce(kLowest);
   }
-  Operand inner = PopOperand();
-  Frame frame = std::move(frames_.back());
-  const Operand none;
-  const Operand& callee = frame.more ? frame.more->callee : none;
-  frames_.pop_back();
-  values_.resize(std::min<std::size_t>(values_.size(), frame.values));
+  const Frame frame = frames_.back();
+  PopFrame();
   operand_next_ = true;
-  Operand result;
   switch (frame.kind) {
-    case FrameKind::kIndex:
-      result = Element(callee, empty ? nullptr : &inner.value);
-      break;
-    case FrameKind::kArray:
-    case FrameKind::kCall: {
-      const std::span<PhpValue> arguments(arguments_.data() + frame.arguments, arguments_.size() - frame.arguments);
-      const bool list = frame.kind == FrameKind::kArray;
-      if (list) {
-        if (NextIs("=") && frames_.size() < kPrepaid && operations_.size() < kPrepaid) {
-          result.list = std::make_shared<std::vector<VariableKey>>(
-              argument_keys_.begin() + static_cast<std::ptrdiff_t>(frame.arguments), argument_keys_.end());
-        }
-        for (const PhpValue& argument : arguments) result.value.Join(argument);
-        result.value.origin = (result.value.origin & ~static_cast<std::uint32_t>(kClosure)) | kArrayLiteral;
-        if (arguments.size() <= kMostElements && budget_.HasRoom(PhpArray::RoomFor(arguments.size()))) {
-          result.value.array = NewArray();
-          result.value.array->elements.reserve(arguments.size());
-          for (std::size_t i = 0; i < arguments.size(); ++i) {
-            const PhpName key = argument_names_[frame.arguments + i];
-            result.value.array->Add(key == kNoName || key == kEmptyName ? NameOfNumber(i) : key, arguments[i]);
-          }
-          if (!Account(&*result.value.array)) result.value.array = {};
-        }
-      } else {
-        result.value = Call(frame, callee, arguments);
-      }
-      DropArguments(frame.arguments);
-      break;
+    case FrameKind::kIndex: {
+      const Operand none;
+      const bool has_index = values_.size() > frame.values;
+      Operand index = has_index ? std::move(values_.back()) : Operand();
+      DropOperands(frame.values);
+      Operand element = Element(frame.has_callee ? values_.back() : none, empty ? nullptr : &index.value);
+      Operand& result = ResultOf(frame);
+      result = std::move(element);
+      return Placed(result);
     }
-    default: {
-      result = std::move(inner);
-      result.is_name = false;
-      if (frame.statement) {
-        weak_ = true;
-        return;
-      }
+    case FrameKind::kCall: {
+      const Operand none;
+      const std::span<PhpValue> arguments(arguments_.data() + frame.arguments, arguments_.size() - frame.arguments);
+      PhpValue value = Call(frame, frame.has_callee ? values_.back() : none, arguments);
+      DropArguments(frame.arguments);
+      Operand& result = ResultOf(frame);
+      result = {};
+      result.value = std::move(value);
+      return;
+    }
+    case FrameKind::kArray:
+      PushOperand(MakeArray(frame));
+      DropArguments(frame.arguments);
+      return;
+    default:
+      break;
+  }
+  // The last operand of the bracket becomes the one that the bracket is.
+  if (values_.size() > frame.values + 1U) {
+    std::swap(values_[frame.values], values_.back());
+    DropOperands(frame.values + 1U);
+  }
+  if (frame.statement) {
+    DropOperands(frame.values);
+    weak_ = true;
+  } else if (values_.size() > frame.values) {
+    operand_next_ = false;
+    values_.back().is_name = false;
+    Placed(values_.back());
+  } else {
+    PushOperand({});
+  }
+}
+
+// Where the result of a call or an index goes: in the place of what was called or looked into.
+CPhpMachine::Operand& CPhpMachine::ResultOf(const Frame& frame) {
+  operand_next_ = !frame.has_callee;
+  return NextOperand();
+}
+
+CPhpMachine::Operand CPhpMachine::MakeArray(const Frame& frame) {
+  const std::span<const PhpValue> elements(arguments_.data() + frame.arguments, arguments_.size() - frame.arguments);
+  Operand result;
+  if (NextIs("=") && frames_.size() < kPrepaid && operations_.size() < kPrepaid) {
+    result.list = std::make_unique<std::vector<VariableKey>>();
+    for (std::size_t i = frame.arguments; i < argument_facts_.size(); ++i) {
+      result.list->push_back(argument_facts_[i].key);
     }
   }
-  PushOperand(std::move(result));
+  PhpValue& value = result.value;
+  for (const PhpValue& element : elements) value.Join(element);
+  value.origin = (value.origin & ~static_cast<std::uint32_t>(kClosure)) | kArrayLiteral;
+  if (elements.size() > kMostElements || !budget_.HasRoom(PhpArray::RoomFor(elements.size()))) return result;
+  value.array = NewArray();
+  value.array->elements.reserve(elements.size());
+  for (std::size_t i = 0; i < elements.size(); ++i) {
+    const PhpName key = argument_facts_[frame.arguments + i].name;
+    value.array->Add(key == kNoName || key == kEmptyName ? NameOfNumber(i) : key, elements[i]);
+  }
+  if (!Account(&*value.array)) value.array = {};
+  return result;
 }
 
 }  // namespace qiv

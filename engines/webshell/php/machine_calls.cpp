@@ -52,6 +52,15 @@ CPhpMachine::Function* CPhpMachine::FindUser(PhpName name) {
   return number != 0 ? &functions_[number - 1] : nullptr;
 }
 
+CPhpMachine::Called CPhpMachine::CalledBy(PhpName lower_name) {
+  return {names_.Text(lower_name), FindUser(lower_name), OwnFunction(lower_name)};
+}
+
+CPhpMachine::Called CPhpMachine::CalledBy(std::string_view lower_name) {
+  const PhpName name = NameOf(lower_name);
+  return {lower_name, FindUser(name), name != kNoName ? OwnFunction(name) : FindPhpFunction(lower_name)};
+}
+
 // The function that a text names, in lower case; empty when the text is longer than any name.
 std::string CPhpMachine::CalledName(const PhpValue& callee) {
   constexpr std::size_t kLongestCalled = 256;
@@ -79,31 +88,32 @@ PhpValue CPhpMachine::CallUser(Function& function, std::span<const PhpValue> arg
 }
 
 PhpValue CPhpMachine::Call(const Frame& frame, const Operand& called_value, std::span<PhpValue> arguments) {
-  const std::string_view called = names_.Text(frame.callee_name);
-  if (frame.is_member) return CallMember(called, arguments, called_value);
+  if (frame.is_member) return CallMember(names_.Text(frame.callee_name), arguments, called_value);
   if (frame.is_new) return New(frame, called_value.value, arguments);
   if (frame.named) {
+    const Called called = CalledBy(frame.callee_name);
     PhpValue result = CallNamed(called, arguments, false, HidingWay::kNone);
-    GiveBack(frame);
+    if (called.user != nullptr || (called.known != nullptr && called.known->to >= 0)) GiveBack(frame, called);
     return result;
   }
   // A value is called.
   const PhpValue& callee = called_value.value;
   if (callee.function != 0 && callee.function <= functions_.size())
     return CallUser(functions_[callee.function - 1], arguments);
-  if (Function* const invoke = callee.HasText() ? nullptr : FindUser("__invoke")) CallUser(*invoke, arguments);
+  if (Function* const invoke = callee.HasText() ? nullptr : FindMagic(kInvoke)) CallUser(*invoke, arguments);
   if (callee.Has(kDecoded) && callee.HasText()) {  // no name of a function needs decoding
     Report(PhpFindingKind::kHidden, callee.Text(), callee.way);
   }
   if (callee.HasText()) {
     const std::string name = CalledName(callee);
+    const Called called = CalledBy(name);
     const bool no_name = callee.Has(kComputed) || name.size() < kShortestFunction;
-    const PhpFunction* const known = FindPhpFunction(name);
-    const bool is_known = (known != nullptr && known->kind != PhpFunctionKind::kOther) || FindUser(name) != nullptr;
+    const bool is_known =
+        (called.known != nullptr && called.known->kind != PhpFunctionKind::kOther) || called.user != nullptr;
     if (no_name && !is_known && AnyHas(arguments, kWholeRequest)) {
       Report(PhpFindingKind::kHidden, "", callee.way);
     }
-    return CallNamed(name, arguments, callee.Has(kComputed), callee.way);
+    return CallNamed(called, arguments, callee.Has(kComputed), callee.way);
   }
   if (callee.array && callee.array->size() == 2 && (*callee.array)[1].second.HasText()) return {};
   if (callee.Has(kFromRequest)) {
@@ -118,51 +128,41 @@ PhpValue CPhpMachine::Call(const Frame& frame, const Operand& called_value, std:
 }
 
 // What a call leaves in the variables among its arguments.
-void CPhpMachine::GiveBack(const Frame& frame) {
-  const std::span<const VariableKey> keys = std::span(argument_keys_).subspan(frame.arguments);
+void CPhpMachine::GiveBack(const Frame& frame, const Called& called) {
+  const std::span<const ArgumentFacts> facts = std::span(argument_facts_).subspan(frame.arguments);
   const std::span<const PhpValue> values = std::span(arguments_).subspan(frame.arguments);
-  const PhpFunction* const known = FindPhpFunction(names_.Text(frame.callee_name));
+  const PhpFunction* const known = called.known;
   if (known != nullptr && known->to >= 0) {
     const auto from = static_cast<std::size_t>(known->from);
     const auto to = static_cast<std::size_t>(known->to);
-    if (keys.size() > std::max(from, to) && keys[to] != 0) {
+    if (facts.size() > std::max(from, to) && facts[to].key != 0) {
       PhpValue given;
       given.origin = values[from].origin & (kFromRequest | kServerList | kDecoded | kFromNetwork);
       if (known->kind == PhpFunctionKind::kDecode) given.origin |= kDecoded;
       if (known->kind == PhpFunctionKind::kExtract) given.origin = values[from].origin & kRequest;
-      if (given.origin != 0) Store(keys[to], given, false);
+      if (given.origin != 0) Store(facts[to].key, given, false);
       return;
     }
   }
-  const Function* const function = FindUser(frame.callee_name);
+  const Function* const function = called.user;
   if (function == nullptr) return;
   const std::uint32_t scope = FactsOf(frame.callee_name).user;
-  for (std::size_t i = 0; i < std::min(keys.size(), function->by_reference.size()); ++i) {
+  for (std::size_t i = 0; i < std::min(facts.size(), function->by_reference.size()); ++i) {
     const VariableKey parameter = function->by_reference[i] ? KeyIn(scope, function->parameters[i]) : 0;
-    if (parameter == 0 || keys[i] == 0) continue;
+    if (parameter == 0 || facts[i].key == 0) continue;
     const PhpValue value = variables_[parameter - 1].value;
-    if (value.HasText() || value.origin != 0) Store(keys[i], value, false);
+    if (value.HasText() || value.origin != 0) Store(facts[i].key, value, false);
   }
 }
 
-PhpValue CPhpMachine::CallNamed(std::string_view name, std::span<PhpValue> arguments, bool hidden, HidingWay way) {
-  if (hidden && IsPhpFunction(name, PhpFunction::kDangerous) && !arguments.empty())
+PhpValue CPhpMachine::CallNamed(const Called& called, std::span<PhpValue> arguments, bool hidden, HidingWay way) {
+  const auto& [name, user, function] = called;
+  if (hidden && function != nullptr && function->Is(PhpFunction::kDangerous) && !arguments.empty())
     Report(PhpFindingKind::kHidden, name, way);
   if (name.starts_with(kMadeFunction)) return CallMade(name, arguments);
-  if (Function* const user = FindUser(name)) {
-    PhpValue result = CallUser(*user, arguments);
-    return result;
-  }
-  if ((name == "socket_connect" || name == "socket_bind") && arguments.size() > 1 && arguments[1].Has(kFromRequest)) {
-    Report(PhpFindingKind::kTunnel, name);
-  }
-  if (name == "putenv" && AnyHas(arguments, kFromRequest | kRemotePath)) Report(PhpFindingKind::kBackdoor, name);
-  if (name == "putenv" && !arguments.empty() && arguments[0].Text().starts_with("LD_PRELOAD")) {
-    Report(PhpFindingKind::kBackdoor, name);
-  }
-  if ((name == "trigger_error" || name == "user_error") && !arguments.empty()) RunHandlers(arguments[0]);
-  const PhpFunction* const function = FindPhpFunction(name);
-  if (function != nullptr && function->Is(PhpFunction::kTool) && !arguments.empty() &&
+  if (user != nullptr) return CallUser(*user, arguments);
+  if (function == nullptr) return Derived(called, arguments);
+  if (function->Is(PhpFunction::kTool) && !arguments.empty() &&
       AnyHas(arguments.first(std::min<std::size_t>(arguments.size(), name == "curl_setopt" ? 3 : 2)), kWholeRequest)) {
     Report(PhpFindingKind::kTool, name);
   }
@@ -171,7 +171,31 @@ PhpValue CPhpMachine::CallNamed(std::string_view name, std::span<PhpValue> argum
                   [](const PhpValue& value) { return value.Has(kRemotePath) && value.Has(kFromRequest); })) {
     Report(PhpFindingKind::kTool, name);
   }
-  if (function != nullptr && function->kind != PhpFunctionKind::kOther) return CallKnown(*function, arguments);
+  return function->kind != PhpFunctionKind::kOther ? CallKnown(*function, arguments) : CallOther(called, arguments);
+}
+
+// What a function gives of which nothing is known but what it is given.
+PhpValue CPhpMachine::Derived(const Called& called, std::span<const PhpValue> arguments) {
+  PhpValue value;
+  if (called.name == "unserialize" && AnyHas(arguments, kFromRequest)) value.origin |= kFromRequest;
+  if (AnyHas(arguments, kFromRequest | kDerived) && !called.name.starts_with("is_") &&
+      (called.known == nullptr || !called.known->Is(PhpFunction::kMeasure))) {
+    value.origin |= kDerived;
+  }
+  return value;
+}
+
+// Functions of PHP's own that are like no other.
+PhpValue CPhpMachine::CallOther(const Called& called, std::span<PhpValue> arguments) {
+  const std::string_view name = called.name;
+  if ((name == "socket_connect" || name == "socket_bind") && arguments.size() > 1 && arguments[1].Has(kFromRequest)) {
+    Report(PhpFindingKind::kTunnel, name);
+  }
+  if (name == "putenv" && AnyHas(arguments, kFromRequest | kRemotePath)) Report(PhpFindingKind::kBackdoor, name);
+  if (name == "putenv" && !arguments.empty() && arguments[0].Text().starts_with("LD_PRELOAD")) {
+    Report(PhpFindingKind::kBackdoor, name);
+  }
+  if ((name == "trigger_error" || name == "user_error") && !arguments.empty()) RunHandlers(arguments[0]);
   if (name == "define" && arguments.size() >= 2 && arguments[0].HasText()) {
     Store(KeyIn(kConstScope, NameOf(arguments[0].Text())), arguments[1], false);
     return {};
@@ -198,19 +222,14 @@ PhpValue CPhpMachine::CallNamed(std::string_view name, std::span<PhpValue> argum
   }
   if (name == "serialize" || name == "unserialize") {
     if (AnyHas(arguments, kFromRequest) && Spend(variables_.size())) {
-      for (Variable& variable : variables_) {
+      for (std::size_t i = 0; i < variables_.size(); ++i) {
+        Variable& variable = variables_[i];
         if (variable.scope == kMemberScope && variable.assigned) variable.value.origin |= kFromRequest;
       }
     }
     unserialized_ |= name == "unserialize" && AnyHas(arguments, kFromRequest);
   }
-  PhpValue value;
-  if (name == "unserialize" && AnyHas(arguments, kFromRequest)) value.origin |= kFromRequest;
-  if (AnyHas(arguments, kFromRequest | kDerived) && !name.starts_with("is_") &&
-      (function == nullptr || !function->Is(PhpFunction::kMeasure))) {
-    value.origin |= kDerived;
-  }
-  return value;
+  return Derived(called, arguments);
 }
 
 PhpValue CPhpMachine::CallKnown(const PhpFunction& function, std::span<PhpValue> arguments) {
@@ -271,8 +290,8 @@ PhpValue CPhpMachine::CallKnown(const PhpFunction& function, std::span<PhpValue>
       return {};
     case Kind::kVariables: {
       PhpValue value;
-      if (function_ != 0) {
-        for (const PhpValue& parameter : functions_[function_ - 1].values) value.Join(parameter);
+      if (scope_ != 0) {
+        for (const PhpValue& parameter : functions_[scope_ - 1].values) value.Join(parameter);
       }
       return value;
     }
@@ -396,9 +415,9 @@ PhpValue CPhpMachine::RunCallback(const PhpFunction& function, std::span<PhpValu
           Spend(arguments[1].array->size() * kElementWork)) {
         std::vector<PhpValue> unpacked;
         for (const auto& [key, element] : *arguments[1].array) unpacked.push_back(element);
-        return CallNamed(name, unpacked, false, callback.way);
+        return CallNamed(CalledBy(name), unpacked, false, callback.way);
       }
-      return CallNamed(name, arguments.subspan(1), false, callback.way);
+      return CallNamed(CalledBy(name), arguments.subspan(1), false, callback.way);
     }
     if (Function* const user = FindUser(name)) CallBack(*user, function.name, value);
     return value;

@@ -98,11 +98,13 @@ PhpName CPhpMachine::LowerOf(PhpName name) {
 
 CPhpMachine::NameFacts& CPhpMachine::FactsOf(PhpName name) {
   if ((name & kNumberName) != 0) name = kNoName;
-  if (name >= facts_.size()) facts_.resize(std::max<std::size_t>(name + 1, facts_.size() * 2));
+  while (name >= facts_.size()) facts_.Push();
   NameFacts& facts = facts_[name];
   if (!facts.known) {
     const std::string_view text = names_.Text(name);
-    facts = {true, WordOf(text), SuperglobalNumber(text), 0};
+    const PhpFunction* const function = FindPhpFunction(text);
+    facts = {true, WordOf(text), SuperglobalNumber(text), 0, 0, 0};
+    if (function != nullptr) facts.function = static_cast<std::uint16_t>(function - PhpFunctions().data() + 1);
   }
   return facts;
 }
@@ -127,8 +129,8 @@ void CPhpMachine::OnName(PhpToken& token) {
   }
   if (lower.starts_with("__") && lower.ends_with("__")) {  // what PHP fills in
     if (lower == "__file__") operand.value.origin = kOwnFile;
-    if (lower == "__function__" && function_ != 0) {
-      operand.value = Made(std::string(names_.Text(functions_[function_ - 1].name)));
+    if (lower == "__function__" && scope_ != 0) {
+      operand.value = Made(std::string(names_.Text(functions_[scope_ - 1].name)));
     }
   } else if (!operand.is_name && word != PhpWord::kBoolean) {
     const VariableKey key = KeyIn(kConstScope, name);
@@ -210,7 +212,7 @@ bool CPhpMachine::OnKeyword(PhpWord word) {
       Reduce(kLowest);
       const Operand list = PopOperand();
       if (frames_.back().kind == FrameKind::kParen) {
-        if (FrameValues* const more = MoreOf(frames_.back())) more->element = Each(list.value);
+        SetElement(Each(list.value));
         frames_.back().in_foreach = true;
       }
       operand_next_ = true;
@@ -268,7 +270,7 @@ std::uint32_t CPhpMachine::NextFunction() {
   const std::uint32_t number = next_function_;
   if (number == functions_.size()) {
     if (number != 0 && !budget_.TakeFromPlenty(sizeof(Function) + 64)) return number - 1;
-    functions_.emplace_back();
+    functions_.Push();
   }
   if (next_function_ + 1 < kMostFunctions) ++next_function_;
   return number;
@@ -354,16 +356,23 @@ void CPhpMachine::Declaration(bool is_closure) {
 }
 
 void CPhpMachine::OnVariable(PhpToken& token) {
-  Operand operand;
-  if (frames_.back().is_class && operand_next_ && operations_.size() <= frames_.back().operations) {
-    operand.key = KeyIn(kMemberScope, NameOf(token));
-    operand.value = Load(operand.key);
-  } else {
-    operand = Lookup(NameOf(token));
-  }
+  const PhpName name = NameOf(token);
+  const Frame& frame = frames_.back();
+  const bool pending = operations_.size() > frame.operations;
+  if (pending && operations_.back().code == PhpOperator("$")) return PushOperand(OfVariables(Lookup(name)));
+  const VariableKey key = frame.is_class && operand_next_ && !pending ? KeyIn(kMemberScope, name) : KeyOf(name);
+  Operand& operand = NextOperand();
+  operand = {};
+  operand.key = key;
+  operand.value = Load(key);
+  Placed(operand);
+}
+
+// "$$name": the variable that a variable names, once for each "$" that waits.
+CPhpMachine::Operand CPhpMachine::OfVariables(Operand operand) {
   while (operations_.size() > frames_.back().operations && operations_.back().code == PhpOperator("$")) {
-    operations_.pop_back();
-    const PhpValue value = operand.value;
+    operations_.Pop();
+    const PhpValue value = std::move(operand.value);
     operand = {};
     if (value.HasText()) {
       operand = Lookup(NameOf(value.Text()));
@@ -376,7 +385,7 @@ void CPhpMachine::OnVariable(PhpToken& token) {
       operand.value = value.Taint();
     }
   }
-  PushOperand(std::move(operand));
+  return operand;
 }
 
 // "->name", "::name", "::$name": a property, or what is called next.

@@ -35,11 +35,11 @@ PhpValue CPhpMachine::New(const Frame& frame, const PhpValue& name_value, std::s
   }
   const std::string_view name = names_.Text(frame.callee_name);
   constexpr std::size_t kOneClass = 4096;  // bytes: in a longer file it may be another class's
-  if (Function* const constructor = source_.size() <= kOneClass ? FindUser("__construct") : nullptr) {
+  if (Function* const constructor = source_.size() <= kOneClass ? FindMagic(kConstruct) : nullptr) {
     CallUser(*constructor, arguments);
   }
   if (name == "com") com_objects_ = true;
-  if (name == "reflectionfunction") return CallNamed(name, arguments, false, {});
+  if (name == "reflectionfunction") return CallNamed(CalledBy(frame.callee_name), arguments, false, {});
   const bool exception = name.ends_with("exception") || name.ends_with("error");
   if (!exception && !IsBuiltInClass(name)) return object;
   if (AnyHas(arguments, kFromRequest)) object.origin |= kFromRequest;
@@ -71,7 +71,7 @@ PhpValue CPhpMachine::CallMember(std::string_view name, std::span<PhpValue> argu
   }
   if (Function* const user = FindUser(name)) return CallUser(*user, arguments);
   ReportRunners(arguments, callee.value, false);
-  if (Function* const any = FindUser("__call"); any && any->values.size() > 1) {
+  if (Function* const any = FindMagic(kCallAny); any && any->values.size() > 1) {
     PhpValue list;
     for (const PhpValue& argument : arguments) list.Join(argument);
     const std::vector<PhpValue> given = {PhpValue::OfText(std::string(name)), list};
@@ -109,7 +109,7 @@ PhpValue CPhpMachine::CallMember(std::string_view name, std::span<PhpValue> argu
     }
   }
   if (name == "invoke" || name == "invokeargs" || name == "__invoke") {
-    if (callee.value.HasText()) return CallNamed(CalledName(callee.value), arguments, false, {});
+    if (callee.value.HasText()) return CallNamed(CalledBy(CalledName(callee.value)), arguments, false, {});
     if (callee.value.Has(kFromRequest)) Report(PhpFindingKind::kRequestCall, name);
   }
   return {};

@@ -99,23 +99,31 @@ bool CPhpMachine::Account(PhpArray* array) {
   return !budget_.IsOverdrawn();
 }
 
+// The place of a new variable; 0: there is no room for it.
+CPhpMachine::VariableKey CPhpMachine::AddVariable(std::uint32_t scope, PhpName name, std::size_t room) {
+  const bool super = scope == kSuperScope;  // they are few
+  if (super) budget_.Hold(room);
+  if (!super && !budget_.TakeFromPlenty(room)) {
+    request_variables_ = true;  // what is not followed may hold anything
+    return 0;
+  }
+  Variable& added = variables_.Push();
+  added.scope = scope;
+  added.name = name;
+  return static_cast<VariableKey>(variables_.size());
+}
+
 CPhpMachine::VariableKey CPhpMachine::KeyIn(std::uint32_t scope, PhpName name) {
   if (name == kNoName) return 0;
+  if (scope == 0 && (name & kNumberName) == 0) {
+    VariableKey& key = FactsOf(name).global;
+    if (key == 0) key = AddVariable(scope, name, sizeof(Variable));
+    return key;
+  }
   return variable_table_.FindOrAdd(
       MixHash((std::uint64_t{scope} << 32 | name) ^ HashSeed()),
       [&](VariableKey key) { return variables_[key - 1].name == name && variables_[key - 1].scope == scope; },
-      [&]() -> VariableKey {
-        const bool super = scope == kSuperScope;  // they are few
-        if (super) budget_.Hold(kVariableRoom);
-        if (!super && !budget_.TakeFromPlenty(kVariableRoom)) {
-          request_variables_ = true;  // what is not followed may hold anything
-          return 0;
-        }
-        Variable& added = variables_.emplace_back();
-        added.scope = scope;
-        added.name = name;
-        return static_cast<VariableKey>(variables_.size());
-      });
+      [&] { return AddVariable(scope, name, sizeof(Variable) + kVariablePlace); });
 }
 
 CPhpMachine::VariableKey CPhpMachine::KeyOf(PhpName name) {

@@ -10,7 +10,7 @@
 namespace qiv {
 namespace {
 
-constexpr std::size_t kFirstSlots = 256;
+constexpr std::size_t kFirstSlots = 32;
 
 std::uint32_t HashOf(std::string_view text) {
   std::uint64_t hash = HashSeed() + text.size();
@@ -65,14 +65,14 @@ PhpName CPhpNames::Find(std::string_view text, bool lasting, bool anyway) {
   return table_.FindOrAdd(
       HashOf(text), [&](PhpName name) { return Text(name) == text; },
       [&] {
-        const std::size_t room = kRoom + (lasting ? 0 : text.size() + sizeof(std::string));
+        const std::size_t room = kRoom + (lasting ? 0 : text.size() + sizeof(std::string) + 32);
         if (anyway) {
           budget_->Hold(room);
         } else if (!budget_->TakeFromPlenty(room)) {
           return kNoName;
         }
         const std::string_view kept = lasting ? text : std::string_view(own_.emplace_back(text));
-        entries_.push_back({kept.data(), static_cast<std::uint32_t>(kept.size()), kNoName});
+        entries_.Push() = {kept.data(), static_cast<std::uint32_t>(kept.size()), kNoName};
         return static_cast<PhpName>(entries_.size());
       });
 }

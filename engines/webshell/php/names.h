@@ -6,12 +6,13 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <deque>
+#include <list>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "engines/webshell/flow/budget.h"
+#include "engines/webshell/flow/stack.h"
 
 namespace qiv {
 
@@ -38,13 +39,13 @@ std::uint64_t HashSeed();
 /// found.
 class CProbeTable {
  public:
-  static constexpr std::size_t kMostProbes = 128;  // far beyond what chance brings at half full
+  static constexpr std::size_t kMostProbes = 128;  // far beyond what chance brings at three quarters full
 
   /// The first entry of that hash for which same(number) holds; else add() makes one and gives its number, from 1 on,
   /// or 0 to make none. 0: no room.
   template <typename Same, typename Add>
   std::uint32_t FindOrAdd(std::uint32_t hash, Same&& same, Add&& add) {
-    if ((used_ + 1) * 2 > slots_.size()) Grow();
+    if ((used_ + 1) * 4 > slots_.size() * 3) Grow();
     const std::size_t mask = slots_.size() - 1;
     for (std::size_t i = 0; i < kMostProbes; ++i) {
       Slot& slot = slots_[(hash + i) & mask];
@@ -91,12 +92,12 @@ class CPhpNames {
     std::uint32_t size;
     PhpName lower;  // kNoName: not asked yet
   };
-  // An entry, its places in tables that double at half full, and what the walk keeps for each name.
-  static constexpr std::size_t kRoom = 96;
+  // An entry, its places in a table that doubles at three quarters full, and what the walk keeps for each name.
+  static constexpr std::size_t kRoom = 64;
 
   CFlowBudget* budget_;
-  std::deque<Entry> entries_;  // entry i has number i + 1
-  std::deque<std::string> own_;
+  CFlowStack<Entry, 32> entries_;  // entry i has number i + 1
+  std::list<std::string> own_;
   CProbeTable table_;
 };
 

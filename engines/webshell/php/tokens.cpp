@@ -143,27 +143,54 @@ void CPhpLexer::LineComment() {
 
 void CPhpLexer::Code() {
   const char c = source_[at_];
-  if (IsSpace(c) || c == '\0') {
+  switch (c) {
+    case '(':
+    case ')':
+    case '[':
+    case ']':
+    case '{':
+    case '}':
+    case ';':
+    case ',':
+      Add(PhpTokenKind::kOperator, at_, at_ + 1, static_cast<unsigned char>(c));
+      ++at_;
+      return;
+    case '\0':
+      ++at_;
+      return;
+    case '$':
+      if (at_ + 1 >= source_.size() || !IsNameByte(source_[at_ + 1])) return Operator();
+      Add(PhpTokenKind::kVariable, at_ + 1, NameEnd(at_ + 1));
+      at_ = token_->End();
+      return;
+    case '\'':
+    case '"':
+    case '`':
+      return Quoted(c);
+    case '?':
+      return AtClosingTag() ? Close() : Operator();
+    case '<':
+      if (AtClosingTag()) return Close();
+      return Ahead(1) == '<' && Ahead(2) == '<' ? HereDocument() : Operator();
+    case '#':
+      return Ahead(1) != '[' ? LineComment() : Operator();
+    case '/':
+      if (Ahead(1) == '/') return LineComment();
+      if (Ahead(1) == '*') {
+        const std::size_t end = source_.find("*/", at_ + 2);
+        at_ = end == std::string_view::npos ? source_.size() : end + 2;
+        return;
+      }
+      return Operator();
+    case '\\':
+      return at_ + 1 < source_.size() && IsNameByte(source_[at_ + 1]) ? Name() : Operator();
+    default:
+      break;
+  }
+  if (IsSpace(c)) {
     ++at_;
-  } else if (AtClosingTag()) {
-    Close();
-  } else if (c == '#' && Ahead(1) != '[') {
-    LineComment();
-  } else if (c == '/' && Ahead(1) == '/') {
-    LineComment();
-  } else if (c == '/' && Ahead(1) == '*') {
-    const std::size_t end = source_.find("*/", at_ + 2);
-    at_ = end == std::string_view::npos ? source_.size() : end + 2;
-  } else if (c == '$' && at_ + 1 < source_.size() && IsNameByte(source_[at_ + 1])) {
-    const std::size_t end = NameEnd(at_ + 1);
-    Add(PhpTokenKind::kVariable, at_ + 1, end);
-    at_ = end;
-  } else if (IsNameByte(c) || (c == '\\' && at_ + 1 < source_.size() && IsNameByte(source_[at_ + 1]))) {
+  } else if (IsNameByte(c)) {
     Name();
-  } else if (c == '\'' || c == '"' || c == '`') {
-    Quoted(c);
-  } else if (c == '<' && Ahead(1) == '<' && Ahead(2) == '<') {
-    HereDocument();
   } else {
     Operator();
   }

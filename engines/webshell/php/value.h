@@ -122,19 +122,19 @@ class CPhpText {
   }
 
   const char* data_ = nullptr;
-  std::uint32_t size_ = 0;
   CPhpShare<PhpBytes> bytes_;
+  std::uint32_t size_ = 0;
 };
 
 /// Copies share text and elements.
 struct PhpValue {
+  [[no_unique_address]] CPhpText text;  // the next one fills it up
   std::uint32_t origin = 0;
+  CPhpShare<PhpArray> array;
+  std::int64_t number = 0;
+  std::uint32_t function = 0;  ///< of a closure: its number + 1
   HidingWay way = HidingWay::kNone;
   bool is_number = false;
-  std::uint32_t function = 0;  ///< of a closure: its number + 1
-  std::int64_t number = 0;
-  CPhpText text;
-  CPhpShare<PhpArray> array;
 
   bool HasText() const { return static_cast<bool>(text); }
   bool Has(std::uint32_t origins) const { return (origin & origins) != 0; }
