@@ -6,6 +6,7 @@
 
 #include "checks/check_table.h"
 #include "common/text.h"
+#include "config/access_settings.h"
 #include "config/extended_functions.h"
 #include "config/value_lists.h"
 #include "tools/lock_obstacles.h"
@@ -289,30 +290,8 @@ void Bodies(const CSettingsDocument& settings, std::vector<LintRemark>* remarks)
   }
 }
 
-/// "Name:limit".
-bool IsHeaderLimit(std::string_view item) {
-  const std::size_t colon = item.rfind(':');
-  return colon != std::string_view::npos && !Trim(item.substr(0, colon)).empty() &&
-         DigitsToNumber(Trim(item.substr(colon + 1))) != 0;
-}
-
-bool IsTimeOfDay(std::string_view text) {
-  return text.size() == 5 && text[2] == ':' && IsDigit(text[0]) && IsDigit(text[1]) && IsDigit(text[3]) &&
-         IsDigit(text[4]) && (text.substr(0, 2) < "24" || text == "24:00") && text.substr(3) < "60";
-}
-
-/// "HH:MM-HH:MM" after optional weekdays "1-5 " or "6 ".
-bool IsTimeSpan(std::string_view item) {
-  item = Trim(item);
-  if (const std::size_t blank = item.find(' '); blank != std::string_view::npos) {
-    const std::string_view days = item.substr(0, blank);
-    const auto is_day = [](char c) { return c >= '1' && c <= '7'; };
-    const bool good = is_day(days[0]) && (days.size() == 1 || (days.size() == 3 && days[1] == '-' && is_day(days[2])));
-    if (!good) return false;
-    item = Trim(item.substr(blank));
-  }
-  return item.size() == 11 && item[5] == '-' && IsTimeOfDay(item.substr(0, 5)) && IsTimeOfDay(item.substr(6));
-}
+bool IsHeaderLimit(std::string_view item) { return ParseHeaderLimit(item).has_value(); }
+bool IsTimeSpan(std::string_view item) { return ParseTimeSpan(item).has_value(); }
 
 void Items(const CSettingsDocument& settings, std::string_view section, std::string_view key,
            bool (*is_good)(std::string_view), std::string_view form, std::vector<LintRemark>* remarks) {
