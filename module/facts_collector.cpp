@@ -11,6 +11,7 @@
 #include "common/char_set.h"
 #include "common/text.h"
 #include "config/website_config.h"
+#include "iis/header_names.h"
 #include "iis/httpserv.h"
 #include "module/body_reader.h"
 #include "module/client_address.h"
@@ -19,49 +20,6 @@
 
 namespace qiv {
 namespace {
-
-/// Names of the request headers by their number.
-constexpr std::string_view kHeaderNames[iis::HttpHeaderRequestMaximum] = {"Cache-Control",
-                                                                          "Connection",
-                                                                          "Date",
-                                                                          "Keep-Alive",
-                                                                          "Pragma",
-                                                                          "Trailer",
-                                                                          "Transfer-Encoding",
-                                                                          "Upgrade",
-                                                                          "Via",
-                                                                          "Warning",
-                                                                          "Allow",
-                                                                          "Content-Length",
-                                                                          "Content-Type",
-                                                                          "Content-Encoding",
-                                                                          "Content-Language",
-                                                                          "Content-Location",
-                                                                          "Content-Md5",
-                                                                          "Content-Range",
-                                                                          "Expires",
-                                                                          "Last-Modified",
-                                                                          "Accept",
-                                                                          "Accept-Charset",
-                                                                          "Accept-Encoding",
-                                                                          "Accept-Language",
-                                                                          "Authorization",
-                                                                          "Cookie",
-                                                                          "Expect",
-                                                                          "From",
-                                                                          "Host",
-                                                                          "If-Match",
-                                                                          "If-Modified-Since",
-                                                                          "If-None-Match",
-                                                                          "If-Range",
-                                                                          "If-Unmodified-Since",
-                                                                          "Max-Forwards",
-                                                                          "Proxy-Authorization",
-                                                                          "Referer",
-                                                                          "Range",
-                                                                          "Te",
-                                                                          "Translate",
-                                                                          "User-Agent"};
 
 std::u16string_view WideText(const iis::WCHAR* text, std::size_t bytes) {
   return text ? std::u16string_view(text, bytes / sizeof(iis::WCHAR)) : std::u16string_view();
@@ -171,7 +129,7 @@ void ReadHeaders(const iis::IHttpRequest& request, RequestFacts& facts) {
     if (!value) continue;
     facts.header_bytes += static_cast<std::uint32_t>(value->size());
     facts.all_headers += *value;
-    facts.headers.push_back({number, kHeaderNames[number], std::string(*value)});
+    facts.headers.push_back({number, iis::RequestHeaderName(number), std::string(*value)});
     TakeHeader(number, *value, facts);
   }
 }
