@@ -12,6 +12,7 @@
 #include "common/text.h"
 #include "config/website_config.h"
 #include "engines/webshell/decoding/inflate.h"
+#include "iis/header_names.h"
 #include "iis/httpserv.h"
 #include "module/body_reader.h"
 #include "module/client_address.h"
@@ -20,49 +21,6 @@
 
 namespace qiv {
 namespace {
-
-/// Names of the request headers by their number.
-constexpr std::string_view kHeaderNames[iis::HttpHeaderRequestMaximum] = {"Cache-Control",
-                                                                          "Connection",
-                                                                          "Date",
-                                                                          "Keep-Alive",
-                                                                          "Pragma",
-                                                                          "Trailer",
-                                                                          "Transfer-Encoding",
-                                                                          "Upgrade",
-                                                                          "Via",
-                                                                          "Warning",
-                                                                          "Allow",
-                                                                          "Content-Length",
-                                                                          "Content-Type",
-                                                                          "Content-Encoding",
-                                                                          "Content-Language",
-                                                                          "Content-Location",
-                                                                          "Content-Md5",
-                                                                          "Content-Range",
-                                                                          "Expires",
-                                                                          "Last-Modified",
-                                                                          "Accept",
-                                                                          "Accept-Charset",
-                                                                          "Accept-Encoding",
-                                                                          "Accept-Language",
-                                                                          "Authorization",
-                                                                          "Cookie",
-                                                                          "Expect",
-                                                                          "From",
-                                                                          "Host",
-                                                                          "If-Match",
-                                                                          "If-Modified-Since",
-                                                                          "If-None-Match",
-                                                                          "If-Range",
-                                                                          "If-Unmodified-Since",
-                                                                          "Max-Forwards",
-                                                                          "Proxy-Authorization",
-                                                                          "Referer",
-                                                                          "Range",
-                                                                          "Te",
-                                                                          "Translate",
-                                                                          "User-Agent"};
 
 std::u16string_view WideText(const iis::WCHAR* text, std::size_t bytes) {
   return text ? std::u16string_view(text, bytes / sizeof(iis::WCHAR)) : std::u16string_view();
@@ -172,7 +130,7 @@ void ReadHeaders(const iis::IHttpRequest& request, RequestFacts& facts) {
     if (!value) continue;
     facts.header_bytes += static_cast<std::uint32_t>(value->size());
     facts.all_headers += *value;
-    facts.headers.push_back({number, std::string(kHeaderNames[number]), std::string(*value)});
+    facts.headers.push_back({number, std::string(iis::RequestHeaderName(number)), std::string(*value)});
     TakeHeader(number, *value, facts);
   }
 }
