@@ -137,6 +137,18 @@ bool ForEachQueryValue(const RequestFacts& facts, const ValueVisitor& visit) {
   return mark == kEnd || VisitPairs(url.substr(mark + 1), '&', RequestValue::kQuery, visit);
 }
 
+bool ForEachPathValue(const RequestFacts& facts, const ValueVisitor& visit) {
+  std::string_view path = std::string_view(facts.raw_url).substr(0, facts.raw_url.find('?'));
+  if (const std::size_t scheme = path.find("://"); !path.starts_with('/') && scheme != kEnd) {
+    path.remove_prefix(std::min(path.find('/', scheme + 3), path.size()));
+  }
+  while (!path.empty()) {
+    const std::string_view segment = TakePiece(&path, '/');
+    if (!segment.empty() && !visit({{}, segment, RequestValue::kPercent})) return false;
+  }
+  return true;
+}
+
 bool ForEachBodyValue(const RequestFacts& facts, const ValueVisitor& visit) {
   switch (BodyFormOf(facts)) {
     case BodyForm::kForm:

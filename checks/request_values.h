@@ -44,6 +44,8 @@ BodyForm BodyFormOf(const RequestFacts& facts);
 bool ForEachQueryValue(const RequestFacts& facts, const ValueVisitor& visit);
 /// Reads facts.raw_body. Of a multipart form the fields that are no files.
 bool ForEachBodyValue(const RequestFacts& facts, const ValueVisitor& visit);
+/// The segments of the path as sent, path info among them. None when the URL is no path.
+bool ForEachPathValue(const RequestFacts& facts, const ValueVisitor& visit);
 bool ForEachHeaderValue(const RequestFacts& facts, const ValueVisitor& visit);
 
 }  // namespace qiv

@@ -23,6 +23,8 @@ class CShownText {
   static CShownText Query(const RequestFacts& facts) noexcept;
   static CShownText Body(const RequestFacts& facts) noexcept;
   static CShownText Header(const HeaderEntry& header) noexcept;
+  /// Of a text that is judged as it is shown.
+  static CShownText Plain(std::string_view judged) noexcept;
 
   /// What stands at the place, in the local code page, "***" for secrets.
   std::string At(TextPlace place) const;

@@ -4,8 +4,11 @@
 #include <array>
 #include <utility>
 
+#include "checks/check_table.h"
 #include "common/text.h"
 #include "config/access_settings.h"
+#include "config/extended_functions.h"
+#include "config/value_lists.h"
 #include "tools/lock_obstacles.h"
 #include "tools/utf8_text.h"
 
@@ -128,16 +131,42 @@ void Protection(const CSettingsDocument& settings, std::vector<LintRemark>* rema
   }
 }
 
-void Scripts(const CSettingsDocument& settings, std::vector<LintRemark>* remarks) {
-  const std::string functions = settings.TextOf("", "extend_functions");
-  for (const std::string_view function : SplitUtf8(functions, ",")) {
-    if (!Trim(function).empty() && Trim(function) != "website_js") {
-      remarks->push_back(
-          {settings.Find("", "extend_functions"),
-           "\"extend_functions\" names \"" + std::string(Trim(function)) + "\"; known is \"website_js\""});
+/// A name of extend_functions that means nothing; empty: it means something.
+std::string UnknownFunction(std::string_view name) {
+  const std::size_t colon = name.find(':');
+  const bool of_check = colon != std::string_view::npos && name.substr(0, colon) == kLogOnlyFunction;
+  std::string known;
+  if (of_check) {
+    for (const CheckRow& row : CheckTable()) {
+      if (row.name == name.substr(colon + 1)) return {};
+      known.append(known.empty() ? "" : ", ").append(row.name);
     }
+    return "; checks are " + known;
   }
-  if (IsOn(settings, "website_base", "js") && functions.find("website_js") == std::string::npos) {
+  for (const ExtendedFunctionName& function : ExtendedFunctionNames()) {
+    if (function.name == name) return {};
+    known.append(known.empty() ? "" : ", ").append(function.name);
+  }
+  return "; known are " + known;
+}
+
+void Functions(const CSettingsDocument& settings, std::vector<LintRemark>* remarks) {
+  const std::string functions = settings.TextOf("", "extend_functions");
+  const IJsonValue* const value = settings.Find("", "extend_functions");
+  const ExtendedFunctions extended = ReadExtendedFunctions(WrapNames(functions));
+  for (const std::string_view function : SplitUtf8(functions, ",")) {
+    const std::string name(Trim(function));
+    const std::string unknown = name.empty() ? std::string() : UnknownFunction(name);
+    if (!unknown.empty()) remarks->push_back({value, "\"extend_functions\" names \"" + name + "\"" + unknown});
+  }
+  if (extended.log_only) {
+    remarks->push_back({value, "\"website_log_only\" is on: nothing is blocked, events say what would be"});
+  } else if (extended.AnyLogOnly()) {
+    std::string checks;
+    for (const std::string& check : extended.log_only_checks) checks.append(checks.empty() ? "" : ", ").append(check);
+    remarks->push_back({value, "\"website_log_only\" is on: nothing is blocked by " + checks});
+  }
+  if (IsOn(settings, "website_base", "js") && !extended.scripts) {
     remarks->push_back({settings.Find("website_base", "js"),
                         "\"js\" is on, but counts only while \"extend_functions\" names \"website_js\""});
   }
@@ -296,7 +325,7 @@ std::vector<LintRemark> LintRelations(const CSettingsDocument& settings) {
       remarks.push_back({settings.Find(need.section, need.key), std::string(need.message)});
     }
   }
-  Scripts(settings, &remarks);
+  Functions(settings, &remarks);
   Pages(settings, &remarks);
   Bodies(settings, &remarks);
   WhiteLists(settings, &remarks);
