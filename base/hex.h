@@ -48,4 +48,17 @@ inline void AppendEscapedByte(char c, std::string* out) {
   AppendHexByte(c, out);
 }
 
+/// A text in which everything but printable ASCII is "%XX", blanks too.
+inline std::string EscapeUnprintable(std::string_view text) {
+  std::string escaped;
+  for (const char c : text) {
+    if (c > 0x20 && c < 0x7F) {
+      escaped.push_back(c);
+    } else {
+      AppendEscapedByte(c, &escaped);
+    }
+  }
+  return escaped;
+}
+
 }  // namespace qiv

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <initializer_list>
 #include <string_view>
 
 #include "checks/check_state.h"
@@ -27,6 +28,12 @@ struct CheckContext {
   Phase phase = kPhaseBegin;
   /// The head of the application's answer as it is sent, when a check wants it and it is uncompressed text; phase 3.
   std::string_view response_body = {};
+  bool log_only = false;  ///< what the check decides is written down and not done
 };
+
+/// Asks the service to put a client on a list until `end` (CExchangeFiles::WriteLock). Checks lock in no other way: one
+/// that only logs locks nobody.
+bool RequestLock(const CheckContext& context, ClientList list, const CIpAddress& client, std::int64_t now,
+                 std::int64_t end, std::initializer_list<std::string_view> details);
 
 }  // namespace qiv

@@ -3,6 +3,7 @@
 #include <string>
 #include <utility>
 
+#include "checks/check_context.h"
 #include "checks/password_check.h"
 #include "config/website_config.h"
 
@@ -46,6 +47,11 @@ void CheckState::ReportFlood() {
                              std::to_string(flood.locked.exchange(0, kRelaxed)) + ", memory " +
                              std::to_string(requests.Bytes()) + " bytes";
   if (states_ != nullptr) states_->Happened(StateKind::kFlood, MessageId::kStateFlood, detail);
+}
+
+bool RequestLock(const CheckContext& context, ClientList list, const CIpAddress& client, std::int64_t now,
+                 std::int64_t end, std::initializer_list<std::string_view> details) {
+  return !context.log_only && context.state.exchange.WriteLock(list, client, now, end, details);
 }
 
 CIpAddress ClientAddress(const RequestFacts& facts) {

@@ -16,6 +16,10 @@ class IEventRecorder {
   virtual ~IEventRecorder() = default;
   /// Called once for each request that was answered with a page.
   virtual void RecordBlock(const RequestFacts& facts, const CheckContext& context, const CheckResult& result) = 0;
+  /// Called for what a check would have blocked, had it not been told only to log (website_log_only).
+  virtual void RecordWouldBlock(const RequestFacts& facts, const CheckContext& context, const CheckResult& result) {
+    static_cast<void>(facts), static_cast<void>(context), static_cast<void>(result);
+  }
   /// Called for what an operator should know of a request that is not blocked for it: limits kept a part of it from
   /// being examined, the authorization password was given. `note` holds the texts, and the name of the check.
   virtual void RecordNote(const RequestFacts& facts, const CheckContext& context, const CheckResult& note) {

@@ -132,8 +132,8 @@ class CFloodRun {
   void AskService(std::int64_t end) {
     if (!context_.config.library_enabled) return;
     const MessageId text = end == 0 ? MessageId::kFloodPassed : MessageId::kFloodVerify;
-    state_.exchange.WriteLock(
-        ClientList::kCcCheck, client_, now_, end,
+    RequestLock(
+        context_, ClientList::kCcCheck, client_, now_, end,
         {std::string(T(text)), std::string(T(MessageId::kFloodItem)), std::string(T(MessageId::kFloodCategory))});
   }
 
@@ -155,8 +155,8 @@ class CFloodRun {
     state_.flood.locked.fetch_add(1, std::memory_order_relaxed);
     context_.recorder.RecordStatistics("cc", facts_.client_ip, "-");
     if (!context_.config.library_enabled) return;
-    state_.exchange.WriteLock(ClientList::kDeny, client_, now_, now_ + attack_.cc_lock_time,
-                              {result_.reason, result_.item, result_.category});
+    RequestLock(context_, ClientList::kDeny, client_, now_, now_ + attack_.cc_lock_time,
+                {result_.reason, result_.item, result_.category});
   }
 
   void ShowPage(bool first) {
@@ -234,8 +234,8 @@ void NotFoundCheck(const RequestFacts& facts, const CheckContext& context, Check
   context.recorder.RecordNote(facts, context, note);
   context.recorder.RecordStatistics("e404", facts.client_ip, "-");
   if (!context.config.library_enabled) return;
-  state.exchange.WriteLock(ClientList::kDeny, client, now, now + attack.e404_lock_time,
-                           {note.reason, note.item, note.category});
+  RequestLock(context, ClientList::kDeny, client, now, now + attack.e404_lock_time,
+              {note.reason, note.item, note.category});
 }
 
 }  // namespace qiv

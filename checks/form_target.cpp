@@ -13,16 +13,7 @@ std::string FormAction(std::string_view raw_url) {
   }
   // Two slashes (or backslashes, which browsers take for them) would name another host; "/./" in front does not.
   const bool names_host = raw_url.size() > 1 && (raw_url[1] == '/' || raw_url[1] == '\\');
-  std::string action = names_host ? "/." : "";
-  for (const char c : raw_url) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (byte > 0x20 && byte < 0x7F) {
-      action += c;
-    } else {
-      AppendEscapedByte(c, &action);
-    }
-  }
-  return action;
+  return (names_host ? "/." : "") + EscapeUnprintable(raw_url);
 }
 
 std::string Cookie(std::string_view name, std::string_view value, std::int64_t seconds, const RequestFacts& facts) {

@@ -14,6 +14,7 @@
 
 #include "checks/body_charset.h"
 #include "checks/injection_texts.h"
+#include "checks/request_values.h"
 #include "checks/shown_text.h"
 #include "checks/value_judge.h"
 #include "common/char_set.h"
@@ -27,7 +28,7 @@
 namespace qiv {
 namespace {
 
-enum class Place { kGet, kPost, kHeader };
+enum class Place { kGet, kPath, kPost, kHeader };
 
 /// Where a hit's texts and switches differ.
 struct PlaceTraits {
@@ -37,6 +38,7 @@ struct PlaceTraits {
   std::int32_t InjectionSettings::*strict;
 };
 constexpr PlaceTraits kGet{Place::kGet, "GET", "sql_get", &InjectionSettings::get_mode};
+constexpr PlaceTraits kPath{Place::kPath, "Path", "sql_get", &InjectionSettings::get_mode};
 constexpr PlaceTraits kPost{Place::kPost, "POST", "sql_post", &InjectionSettings::post_mode};
 constexpr PlaceTraits kHeader{Place::kHeader, "Header", "sql_header", &InjectionSettings::header_mode};
 
@@ -111,17 +113,6 @@ class CInjectionRun {
                      [this](const ValueVisitor& visit) { return ForEachQueryValue(facts_, visit); });
   }
 
-  /// Pages read parameters out of the path. What a path is made of is no text that rules are written for: only its
-  /// values are judged.
-  bool CheckPath() {
-    const bool xss = sql_.xss && sql_.xss_get;
-    if (!sql_.get && !xss) return false;
-    Hit hit;
-    return JudgeValues({sql_.get != 0, sql_.get_super_mode != 0, xss}, site_.get_rules, hit,
-                       [this](const ValueVisitor& visit) { return ForEachPathValue(facts_, visit); }) &&
-           BlockValue(kGet, hit);
-  }
-
   /// A charset in which nothing can be judged. The type's charset is that of the query as well, to some servers.
   bool CheckCharset() {
     const bool body = !facts_.raw_body.empty();
@@ -136,6 +127,24 @@ class CInjectionRun {
     Block(body ? kPost : kGet, hit, {rule, {}, {}});
     return true;
   }
+
+  /// The segments, as if they were values of one query. Paths of words and numbers need no look.
+  bool CheckPath() {
+    const bool xss = sql_.xss && sql_.xss_get;
+    if (!site_.extended.path || (!sql_.get && !xss)) return false;
+    if (std::all_of(facts_.path.begin(), facts_.path.end(), [](char c) { return IsWordByte(c) || IsPathMark(c); })) {
+      return false;
+    }
+    std::string values;
+    ForEachPathValue(facts_, [&values](const RequestValue& segment) {
+      AppendAll(&values, {NormalizeText(std::string(segment.raw)), "&"});
+      return true;
+    });
+    return CheckText(kPath, values, {sql_.get != 0, sql_.get_super_mode != 0, xss}, site_.get_rules,
+                     [this](const ValueVisitor& visit) { return ForEachPathValue(facts_, visit); });
+  }
+
+  static bool IsPathMark(char c) { return c == '/' || c == '.' || c == '-'; }
 
   bool CheckPost() {
     const bool xss = sql_.xss && sql_.xss_post;
@@ -193,7 +202,7 @@ class CInjectionRun {
       if (JudgeValues(switches, rules, hit, for_each)) return BlockValue(place, hit);
       if (!switches.xss || !DetectXss(text, true, hit)) return false;
     }
-    const CShownText shown = place.place == Place::kGet ? CShownText::Query(facts_) : CShownText::Body(facts_);
+    const CShownText shown = ShownOf(place.place, original);
     HitTexts texts = TextsOf(hit, text, shown);
     if (place.place == Place::kPost) {
       const TextPlace found = hit.IsXss() ? hit.fragment : ExcerptPlace(texts.match, hit.sql.word, text);
@@ -203,9 +212,14 @@ class CInjectionRun {
     return true;
   }
 
+  CShownText ShownOf(Place place, std::string_view judged) const {
+    if (place == Place::kPath) return CShownText::Plain(judged);
+    return place == Place::kGet ? CShownText::Query(facts_) : CShownText::Body(facts_);
+  }
+
   bool CheckHeaders() {
     const bool xss = sql_.xss && sql_.xss_header;
-    if ((!sql_.header && !xss) || facts_.all_headers.empty()) return false;
+    if ((!sql_.header && !xss) || facts_.headers.empty()) return false;
     Hit hit;
     if (!(sql_.header && ((sql_.header_super_mode && DetectInHeaders(hit)) ||
                           MatchRules(CLowered(facts_.all_headers).Judged(), site_.header_rules, hit)))) {
@@ -293,7 +307,7 @@ class CInjectionRun {
     result_.kind = kKindInjection;
     result_.rule = match.identifier;
     // A hit in the query is always counted; one in body or headers only when the lists left the request countable.
-    if (place.place == Place::kGet || result_.request.statistics) {
+    if (place.place == Place::kGet || place.place == Place::kPath || result_.request.statistics) {
       const char* const detected = hit.IsXss() ? "xss" : "sql_act";
       context_.recorder.RecordStatistics(hit.keyword ? place.keyword_category : detected, facts_.client_ip,
                                          match.identifier.empty() ? std::string_view("-") : match.identifier);

@@ -68,6 +68,8 @@ std::string_view XssTypeName(XssType type, Language language) {
       return Message(language, MessageId::kXssScriptTag);
     case XssType::kScriptLoading:
       return Message(language, MessageId::kXssScriptLoading);
+    case XssType::kScriptCode:
+      return Message(language, MessageId::kXssScriptCode);
     case XssType::kNone:
       break;
   }

@@ -66,8 +66,7 @@ void PasswordCheck(const RequestFacts& facts, const CheckContext& context, Check
       note.reason = Message(context.config.language, MessageId::kPasswordGiven);
       context.recorder.RecordNote(facts, context, note);
       if (context.config.library_enabled) {
-        state.exchange.WriteLock(ClientList::kAuth, client, now, now + seconds,
-                                 {note.reason, note.item, note.category});
+        RequestLock(context, ClientList::kAuth, client, now, now + seconds, {note.reason, note.item, note.category});
       }
       state.wrong_passwords.Remove(client);
       result.request.answer.location = FormAction(facts.raw_url);

@@ -3,6 +3,7 @@
 
 #include <array>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -14,11 +15,14 @@ class IHttpContext;
 namespace qiv {
 
 /// Why a body that the checks wanted is not there.
-enum class UnreadBody : std::uint8_t { kNot, kTooLarge, kUnreadable, kNoMemory };
+enum class UnreadBody : std::uint8_t { kNot, kTooLarge, kUnreadable, kNoMemory, kEncoded };
+
+/// Of a header that the server has no number for.
+inline constexpr std::int32_t kUnknownHeader = -1;
 
 struct HeaderEntry {
-  std::int32_t number;    ///< the server's request-header number, 0-40
-  std::string_view name;  ///< static storage; empty for a number out of range
+  std::int32_t number;  ///< the server's request-header number, 0-40, or kUnknownHeader
+  std::string name;
   std::string value;
 };
 
@@ -36,11 +40,14 @@ struct RequestFacts {
   /// memory, valid as long as the request.
   std::string_view raw_body;
   std::string_view keyed_body;
+  /// What a compressed body was unpacked to; raw_body is then a view of this.
+  std::shared_ptr<const std::string> unpacked_body;
   UnreadBody unread_body = UnreadBody::kNot;
   std::string method;
   std::string cookie;
   bool proxy_seen = false;
   std::string all_headers;  ///< values of the known headers, joined in number order with nothing between them
+  /// The known headers that are there, by number; behind them, with website_headers, all others as they came.
   std::vector<HeaderEntry> headers;
   std::uint32_t header_bytes = 0;
   std::string forwarded_for;  ///< X-Forwarded-For after cleaning

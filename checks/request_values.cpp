@@ -212,6 +212,18 @@ bool ForEachQueryValue(const RequestFacts& facts, const ValueVisitor& visit) {
   return mark == kEnd || VisitPairs(url.substr(mark + 1), '&', RequestValue::kQuery, visit);
 }
 
+bool ForEachPathValue(const RequestFacts& facts, const ValueVisitor& visit) {
+  std::string_view path = std::string_view(facts.raw_url).substr(0, facts.raw_url.find('?'));
+  if (const std::size_t scheme = path.find("://"); !path.starts_with('/') && scheme != kEnd) {
+    path.remove_prefix(std::min(path.find('/', scheme + 3), path.size()));
+  }
+  while (!path.empty()) {
+    const std::string_view segment = TakePiece(&path, '/');
+    if (!segment.empty() && !visit({{}, segment, RequestValue::kPercent})) return false;
+  }
+  return true;
+}
+
 bool ForEachBodyValue(std::string_view content_type, std::string_view body, const ValueVisitor& visit) {
   const BodyForm form = BodyFormOf(content_type, body);
   // Whatever a body of that type begins with, servers read it as a form.
@@ -254,20 +266,6 @@ bool ForEachValueOf(const HeaderEntry& header, const ValueVisitor& visit) {
 bool ForEachHeaderValue(const RequestFacts& facts, const ValueVisitor& visit) {
   return std::all_of(facts.headers.begin(), facts.headers.end(),
                      [&visit](const HeaderEntry& header) { return ForEachValueOf(header, visit); });
-}
-
-bool ForEachPathValue(const RequestFacts& facts, const ValueVisitor& visit) {
-  std::string_view rest = std::string_view(facts.raw_url).substr(0, facts.raw_url.find('?'));
-  // Behind this many segments no more than the rest is looked at: a path is short.
-  constexpr int kMostSegments = 16;
-  for (int segments = 0; !rest.empty() && segments < kMostSegments; ++segments) {
-    const std::string_view all = rest;
-    const std::string_view segment = TakePiece(&rest, '/');
-    if (segment.empty()) continue;
-    if (!visit({{}, segment, RequestValue::kPercent})) return false;
-    if (!rest.empty() && !visit({{}, all, RequestValue::kPercent})) return false;
-  }
-  return true;
 }
 
 }  // namespace qiv

@@ -88,6 +88,16 @@ CShownText CShownText::Body(const RequestFacts& facts) noexcept {
   return shown;
 }
 
+CShownText CShownText::Plain(std::string_view judged) noexcept {
+  CShownText shown;
+  try {
+    shown.text_ = Overwritten({std::string(judged), {}}, judged);
+  } catch (const std::bad_alloc&) {
+    shown.text_.clear();
+  }
+  return shown;
+}
+
 CShownText CShownText::Header(const HeaderEntry& header) noexcept {
   CShownText shown;
   try {

@@ -25,6 +25,8 @@ class CShownText {
   static CShownText Header(const HeaderEntry& header) noexcept;
   /// Of one value: "name=value" as it was judged, the name `name_length` bytes long.
   static CShownText Value(std::string_view text, std::size_t name_length) noexcept;
+  /// Of a text that is judged as it is shown.
+  static CShownText Plain(std::string_view judged) noexcept;
 
   /// What stands at the place, in the local code page, "***" for secrets.
   std::string At(TextPlace place) const;

@@ -22,10 +22,9 @@ void AppendInBrackets(Language language, std::string_view text, std::string* out
 
 void Deny(const RequestFacts& facts, const CheckContext& context, std::string_view text, std::string_view item,
           std::string_view category) {
-  CheckState& state = context.state;
-  const std::int64_t now = state.clock();
-  state.exchange.WriteLock(ClientList::kDeny, ClientAddress(facts), now, now + LockSeconds(context.config),
-                           {text, item, category});
+  const std::int64_t now = context.state.clock();
+  RequestLock(context, ClientList::kDeny, ClientAddress(facts), now, now + LockSeconds(context.config),
+              {text, item, category});
 }
 
 void LockAtOnce(const RequestFacts& facts, const CheckContext& context, CheckResult* result) {

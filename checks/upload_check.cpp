@@ -95,6 +95,8 @@ class CUploadRun {
     if (facts_.raw_body.empty() || (!base_.upload && !(photo && request_.photo_post))) return;
     if (IsMultipartBody(facts_.content_type, facts_.raw_body)) {
       CheckForm();
+    } else if (facts_.method == "PUT" && context_.config.extended.body) {
+      CheckPut();
     } else if (IsUploadBody(facts_)) {
       Item item;
       item.content_type = facts_.content_type;
@@ -105,6 +107,21 @@ class CUploadRun {
     } else if (photo && request_.photo_post) {
       CheckEmbeddedImages(facts_.raw_body, "POST");
     }
+  }
+
+  /// The path says where the body is to be saved. What calls itself data of an application and holds no script may be
+  /// sent to a script: its name is not looked at.
+  void CheckPut() {
+    std::string_view path = std::string_view(facts_.raw_url).substr(0, facts_.raw_url.find('?'));
+    path.remove_prefix(path.rfind('/') + 1);
+    Item item;
+    item.content_type = facts_.content_type;
+    item.is_file = true;
+    item.file_name = path;
+    item.image_name = IsDeclaredImage(facts_.content_type);
+    const bool saved = IsUploadBody(facts_) || FindScript(facts_.raw_body) != kNone;
+    if (saved && !path.empty() && CheckName(&item, facts_.raw_body)) return;
+    CheckContent(item, facts_.raw_body);
   }
 
   void CheckForm() {

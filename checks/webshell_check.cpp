@@ -85,6 +85,11 @@ class CWebshellRun {
       hints_ = CodeHints(facts_.query);
       if (IsWorthAWalk(facts_.raw_url) && !ForEachQueryValue(facts_, visit)) return;
     }
+    if (base.trojan_get != 0 && site_.extended.path) {
+      place_ = "GET";
+      hints_ = CodeHints(facts_.path);
+      if (IsWorthAWalk(facts_.raw_url) && !ForEachPathValue(facts_, visit)) return;
+    }
     if (base.trojan_post && !facts_.raw_body.empty()) {
       place_ = "POST";
       const BodyForm form = BodyFormOf(facts_.content_type, facts_.raw_body);

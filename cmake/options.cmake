@@ -18,6 +18,9 @@ set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${QIV_OUTPUT_DIRECTORY}")
 set(CMAKE_LIBRARY_OUTPUT_DIRECTORY "${QIV_OUTPUT_DIRECTORY}")
 
 include_directories("${CMAKE_SOURCE_DIR}")
+if(WIN32)
+  enable_language(RC)
+endif()
 find_package(Threads REQUIRED)
 
 find_program(QIV_CCACHE ccache)

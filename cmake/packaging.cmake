@@ -1,4 +1,4 @@
-# package_zip: build/QivIpsIIs-windows-x64.zip, what an administrator unpacks on a server. `cmake --install` lays out the
+# package_zip: build/QivIpsIIs-VERSION-windows-x64.zip, what an administrator unpacks on a server, and its SHA-256. `cmake --install` lays out the
 # same folder elsewhere.
 # The module file is completed beside its place and renamed: a server that has the old one mapped keeps it whole.
 install(TARGETS QivIpsIIs RUNTIME DESTINATION .new LIBRARY DESTINATION .new)
@@ -10,13 +10,14 @@ install(TARGETS qivctl RUNTIME DESTINATION .)
 install(DIRECTORY rules DESTINATION . PATTERN "README.md" EXCLUDE PATTERN "generate" EXCLUDE)
 install(FILES packaging/install.ps1 packaging/uninstall.ps1 packaging/README.md DESTINATION .)
 
-set(package_name QivIpsIIs-windows-x64)
+set(package_name QivIpsIIs-${PROJECT_VERSION}-windows-x64)
 set(package_folder "${CMAKE_BINARY_DIR}/package/${package_name}")
 set(package_file "${CMAKE_SOURCE_DIR}/build/${package_name}.zip")
 add_custom_target(package_zip
-  COMMAND "${CMAKE_COMMAND}" -E rm -rf "${package_folder}" "${package_file}"
+  COMMAND "${CMAKE_COMMAND}" -E rm -rf "${CMAKE_BINARY_DIR}/package" "${package_file}"
   COMMAND "${CMAKE_COMMAND}" --install "${CMAKE_BINARY_DIR}" --prefix "${package_folder}" --strip
   COMMAND "${CMAKE_COMMAND}" -E chdir "${package_folder}/.." "${CMAKE_COMMAND}" -E tar cf "${package_file}" --format=zip
     "${package_name}"
+  COMMAND "${CMAKE_COMMAND}" -D "FILE=${package_file}" -P "${CMAKE_SOURCE_DIR}/cmake/write_sha256.cmake"
   DEPENDS QivIpsIIs qivctl
   VERBATIM)

@@ -131,6 +131,7 @@ std::string StateLine(const StateEvent& event) {
   line.Text("item", event.item, kItemText);
   line.Text("reason", event.reason, kReasonText);
   line.Text("detail", event.detail, kDetailText);
+  if (!event.version.empty()) line.Text("version", event.version, kWordText);
   return line.Finish();
 }
 

@@ -45,12 +45,13 @@ struct Event {
 struct StateEvent {
   std::int64_t time_us = 0;
   std::string_view event_id;
-  std::string_view kind;    ///< see StateKind in state_recorder.h; 32
-  std::string_view state;   ///< "fault" or "ok", of protection "off" or "on"; 32
-  std::string_view file;    ///< 64
-  std::string_view item;    ///< section or key; 256
-  std::string_view reason;  ///< 512
-  std::string_view detail;  ///< 1,024
+  std::string_view kind;          ///< see StateKind in state_recorder.h; 32
+  std::string_view state;         ///< "fault" or "ok", of protection "off" or "on"; 32
+  std::string_view file;          ///< 64
+  std::string_view item;          ///< section or key; 256
+  std::string_view reason;        ///< 512
+  std::string_view detail;        ///< 1,024
+  std::string_view version = {};  ///< of the module, left out when empty; 32
 };
 
 class CEventLog {

@@ -4,6 +4,8 @@
 #include <exception>
 #include <utility>
 
+#include "base/version.h"
+
 namespace qiv {
 namespace {
 
@@ -125,6 +127,7 @@ void CStateRecorder::Write(const Key& key, bool fault, MessageId reason, std::st
   event.item = item;
   event.reason = Message(language_.load(std::memory_order_relaxed), reason);
   event.detail = detail;
+  if (!version_told_.exchange(true)) event.version = kVersion;
   log_->WriteState(event);
 }
 

@@ -88,6 +88,8 @@ class CStateRecorder {
   std::atomic<Language> language_{Language::kEnglish};
   std::atomic<std::size_t> fault_count_{0};  ///< of `faults_`, so that Fine need not ask for the lock
 
+  std::atomic<bool> version_told_{false};  ///< the first line of a process names it
+
   mutable CCriticalSection states_lock_;
   std::map<Key, Held> faults_ QIV_GUARDED_BY(states_lock_);
   std::map<std::pair<StateKind, MessageId>, Repeated> repeated_ QIV_GUARDED_BY(states_lock_);

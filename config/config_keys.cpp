@@ -63,9 +63,7 @@ constexpr ConfigKey kScalarKeys[] = {
      "Libraries are kept up to date, and the module talks to the firewall service."},
     {"", "enable_ipv6prot", KeyType::kFlag, KeyReader::kLoader,
      "Protect IPv6 clients too; off, their requests pass unchecked."},
-    {"", "extend_functions", KeyType::kNames, KeyReader::kLoader,
-     "Names of extended functions. `website_js` makes the keys `js`, `js_urls`, `js_out_freeurls` and `js_out_codes` "
-     "count."},
+    {"", "extend_functions", KeyType::kNames, KeyReader::kLoader, "Names of extended functions; below."},
     {"", "website_on_servers", KeyType::kFlag, KeyReader::kLoader,
      "The website is protected; off, the configuration is refused."},
     {"website_other", "sys_temp_time", KeyType::kDigits, KeyReader::kLoader,

@@ -156,8 +156,8 @@ std::int32_t MinutesToSeconds(std::int32_t minutes) {
 
 std::int32_t PeriodOrDefault(std::int32_t seconds) { return seconds > 0 ? seconds : kDefaultPeriod; }
 
-void FinishBase(std::string_view extend_functions, BaseSettings* base) {
-  if (extend_functions.find(",website_js,") != std::string_view::npos) return;
+void FinishBase(const ExtendedFunctions& extended, BaseSettings* base) {
+  if (extended.scripts) return;
   base->js = 0;
   base->js_urls.clear();
   base->js_out_freeurls.clear();
@@ -254,6 +254,7 @@ void ReadSwitches(std::string_view settings, WebsiteConfig* config, ConfigFaults
   config->library_enabled = TaggedPart(settings, "sys_is_qiv") == "1";
   config->ipv6_protection = TaggedPart(settings, "enable_ipv6prot") == "1";
   config->extend_functions = WrapNames(TaggedPart(settings, "extend_functions"));
+  config->extended = ReadExtendedFunctions(config->extend_functions);
 
   const std::string_view other = TaggedPart(settings, "website_other");
   const std::string_view minutes = TaggedPart(other, "sys_temp_time");
@@ -282,7 +283,7 @@ bool ReadSections(std::string_view settings, WebsiteConfig* config, ConfigFaults
   config->system_common_areas = TaggedText(settings, "system_common_areas", KeyType::kText, faults);
 
   ReadKeys(base, &config->base);
-  FinishBase(config->extend_functions, &config->base);
+  FinishBase(config->extended, &config->base);
   ReadKeys(request, &config->request);
   FinishRequest(&config->request);
   ReadKeys(protect, &config->protect);

@@ -69,6 +69,7 @@ ConfigPaths::ConfigPaths(std::string directory)
       ipv6_areas(ConfigFile(module_directory, "iplibv6.db")),
       bad_ips(ConfigFile(module_directory, "_badip.db")),
       webshell_library(ConfigFile(module_directory, "_trojan.db")),
+      exemptions(ConfigFile(module_directory, "_exempt.db")),
       visitor_key(ConfigFile(module_directory, "_key.db")) {}
 
 CQivConfig::CQivConfig(std::string module_directory, Clock clock, CStateRecorder* states)
@@ -78,7 +79,9 @@ CQivConfig::CQivConfig(std::string module_directory, Clock clock, CStateRecorder
       current_(std::make_shared<WebsiteConfig>()),
       library_(std::make_shared<InjectionLibrary>()),
       webshells_(paths_.webshell_library, &states_),
+      exemptions_(std::make_shared<CExemptions>()),
       config_file_(paths_.config_file, kConfigMaxBytes),
+      exempt_file_(paths_.exemptions, CExemptions::kFileMaxBytes),
       sql_library_{CWatchedFile(paths_.sql_library, kLibraryMaxBytes), ""},
       sql_user_library_{CWatchedFile(paths_.sql_user_library, kLibraryMaxBytes), ""} {}
 
@@ -112,6 +115,7 @@ void CQivConfig::Refresh(std::int64_t now) {
   const bool library_enabled = IsLibraryEnabled();
   if (library_enabled || library_wanted_) reloaded |= ReloadInjectionLibrary();
   if (library_enabled || webshells_wanted_) reloaded |= ReloadWebshellLibrary();
+  ReloadExemptions();
   if (tick_client_ == nullptr) return;
   if (library_enabled) reloaded |= tick_client_->OnServiceTick(now);
   if (reloaded) tick_client_->OnReloaded(now);
@@ -159,6 +163,23 @@ ConfigStatus CQivConfig::SwapConfig(std::string_view text, ConfigFaults* faults)
   return status;
 }
 
+namespace {
+
+/// Protection that is on and does nothing has to be seen.
+void ReportProtection(const ExtendedFunctions& extended, CStateRecorder* states) {
+  if (!extended.AnyLogOnly()) {
+    states->Fine(StateKind::kProtection, "");
+  } else if (extended.log_only) {
+    states->Fault(StateKind::kProtection, "", MessageId::kStateAllLogOnly);
+  } else {
+    std::string checks;
+    for (const std::string& check : extended.log_only_checks) checks.append(checks.empty() ? "" : ", ").append(check);
+    states->Fault(StateKind::kProtection, "", {"", MessageId::kStateLogOnly, checks});
+  }
+}
+
+}  // namespace
+
 void CQivConfig::ReportConfig(ConfigStatus status, const ConfigFaults& faults) {
   if (status != ConfigStatus::kLoaded) {
     bool is_there = false;
@@ -170,9 +191,10 @@ void CQivConfig::ReportConfig(ConfigStatus status, const ConfigFaults& faults) {
     states_.Fault(StateKind::kProtection, "", MessageId::kStateUnprotected);
     return;
   }
-  states_.SetLanguage(current_.Load()->language);
+  const std::shared_ptr<const WebsiteConfig> config = current_.Load();
+  states_.SetLanguage(config->language);
   states_.Fine(StateKind::kLoad, kConfigName);
-  states_.Fine(StateKind::kProtection, "");
+  ReportProtection(config->extended, &states_);
   states_.Replace(StateKind::kSection, kConfigName, faults.sections);
   states_.Replace(StateKind::kItems, kConfigName, faults.items);
 }
@@ -233,6 +255,17 @@ bool CQivConfig::ReloadWebshellLibrary() {
   const Reload reload = webshells_.ReloadChanged(*Current());
   webshells_wanted_ = reload == Reload::kAgain;
   return reload == Reload::kReplaced;
+}
+
+void CQivConfig::ReloadExemptions() {
+  const CAutoLock lock(exempt_file_lock_);
+  ReloadFile(&exempt_file_, &states_, [this](const std::string* text) {
+    std::vector<Exemption> exemptions;
+    std::size_t bad_line = 0;
+    if (text != nullptr && !CExemptions::Read(*text, &exemptions, &bad_line)) return false;
+    exemptions_.Store(std::make_shared<CExemptions>(std::move(exemptions)));
+    return true;
+  });
 }
 
 bool CQivConfig::IsConfigValid() const {

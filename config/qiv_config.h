@@ -9,6 +9,7 @@
 #include "common/published.h"
 #include "common/state_recorder.h"
 #include "config/config_parser.h"
+#include "config/exemptions.h"
 #include "config/watched_file.h"
 #include "config/webshell_library.h"
 #include "config/website_config.h"
@@ -35,6 +36,7 @@ struct ConfigPaths {
   std::string ipv6_areas;        ///< config/iplibv6.db
   std::string bad_ips;           ///< config/_badip.db
   std::string webshell_library;  ///< config/_trojan.db
+  std::string exemptions;        ///< config/_exempt.db
   std::string visitor_key;       ///< config/_key.db
 };
 
@@ -86,6 +88,9 @@ class CQivConfig {
   /// The webshell library. Null until a configuration was loaded.
   std::shared_ptr<const CQivLibs> Webshells() const { return webshells_.Current(); }
 
+  /// What the site exempts. Never null.
+  std::shared_ptr<const CExemptions> Exemptions() const { return exemptions_.Load(); }
+
   /// The identifier the server gave this module; null before registration.
   void* ModuleId() const { return module_id_.load(); }
   void SetModuleId(void* id) { module_id_.store(id); }
@@ -99,6 +104,7 @@ class CQivConfig {
   void SetSwitches(bool valid);
   bool ReloadInjectionLibrary();
   bool ReloadWebshellLibrary();
+  void ReloadExemptions();
 
   const ConfigPaths paths_;
   const Clock clock_;
@@ -114,12 +120,16 @@ class CQivConfig {
   CPublished<WebsiteConfig> current_;
   CPublished<InjectionLibrary> library_;
   CWebshellLibrary webshells_;
+  CPublished<CExemptions> exemptions_;
 
   mutable CCriticalSection config_check_lock_;
   std::int64_t last_check_ QIV_GUARDED_BY(config_check_lock_) = 0;  ///< seconds; 0: never
 
   mutable CCriticalSection config_file_lock_;
   CWatchedFile config_file_ QIV_GUARDED_BY(config_file_lock_);
+
+  CCriticalSection exempt_file_lock_;
+  CWatchedFile exempt_file_ QIV_GUARDED_BY(exempt_file_lock_);
 
   mutable CCriticalSection config_swap_lock_;
   /// The record that a load fills. It becomes current_ when the load succeeds; the record before it goes with its last

@@ -8,6 +8,7 @@
 #include "common/ip_address.h"
 #include "common/language.h"
 #include "config/access_settings.h"
+#include "config/extended_functions.h"
 #include "config/list_settings.h"
 #include "config/url_exemptions.h"
 #include "engines/injection/injection_settings.h"
@@ -131,6 +132,7 @@ struct WebsiteConfig {
   bool need_post_body = false;
 
   // Prepared while loading.
+  ExtendedFunctions extended;
   PageSettings page;
   CKeywordRules get_rules;
   CKeywordRules post_rules;

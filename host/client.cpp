@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <new>
 
+#include "base/hex.h"
 #include "host/header_names.h"
 #include "host/host_context.h"
 #include "host/http_date.h"
@@ -44,21 +45,6 @@ HostAddress ToHostAddress(const tcp::endpoint& endpoint) {
   address.ipv4.sin_port[0] = static_cast<unsigned char>(port >> 8);
   address.ipv4.sin_port[1] = static_cast<unsigned char>(port & 0xFF);
   return address;
-}
-
-/// A URL or method for the log: only printable ASCII, whatever a client sent.
-std::string Printable(std::string_view text) {
-  static const char kDigits[] = "0123456789ABCDEF";
-  std::string printable;
-  for (const char c : text) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (byte > 0x20 && byte < 0x7F) {
-      printable.push_back(c);
-    } else {
-      printable.append({'%', kDigits[byte >> 4], kDigits[byte & 15]});
-    }
-  }
-  return printable;
 }
 
 }  // namespace
@@ -158,6 +144,23 @@ void CClient::WaitForHead() {
   Wait(false);
 }
 
+/// Reads what is there into the input buffer.
+IoResult CClient::ReadMore() {
+  std::size_t room = 0;
+  char* at = input_.Room(kReadSize, &room);
+  const IoResult got = ReadNow(handle_, at, room);
+  if (got.status == IoStatus::kDone) input_.Added(got.bytes);
+  return got;
+}
+
+/// The same in a body. False when the connection waits for more, or is over.
+bool CClient::ReadMoreBody() {
+  const IoResult got = ReadMore();
+  if (got.status == IoStatus::kWouldBlock) WaitWithin(wire_.body_pace(), false);
+  wire_.body_pace().Moved(got.bytes);
+  return got.status == IoStatus::kDone;
+}
+
 bool CClient::TakeHead() {
   if (!input_.View().empty()) {
     const ParseResult parsed = ParseRequestHead(input_.View(), server_->host.options(), &head_);
@@ -171,10 +174,7 @@ bool CClient::TakeHead() {
       return true;
     }
   }
-  std::size_t room = 0;
-  char* at = input_.Room(kReadSize, &room);
-  const IoResult got = ReadNow(handle_, at, room);
-  if (got.status == IoStatus::kDone) input_.Added(got.bytes);
+  const IoResult got = ReadMore();
   if (got.status == IoStatus::kWouldBlock) WaitForHead();
   return got.status == IoStatus::kDone;
 }
@@ -204,14 +204,7 @@ bool CClient::TakeBodyAhead() {
     server_->Park(shared_from_this());
     return false;
   }
-  std::size_t room = 0;
-  char* at = input_.Room(kReadSize, &room);
-  const IoResult got = ReadNow(handle_, at, room);
-  if (got.status == IoStatus::kWouldBlock) WaitWithin(wire_.body_pace(), false);
-  if (got.status != IoStatus::kDone) return false;
-  input_.Added(got.bytes);
-  wire_.body_pace().Moved(got.bytes);
-  return true;
+  return ReadMoreBody();
 }
 
 bool CClient::Serve() {
@@ -249,7 +242,8 @@ bool CClient::Serve() {
 }
 
 void CClient::Log(std::string_view method, std::string_view url, int status, std::uint64_t bytes) {
-  const std::string line = AddressText(remote_) + " " + Printable(method) + " " + Printable(url) + " " +
+  // Only printable ASCII, whatever a client sent.
+  const std::string line = AddressText(remote_) + " " + EscapeUnprintable(method) + " " + EscapeUnprintable(url) + " " +
                            std::to_string(status) + " " + std::to_string(bytes) + "\n";
   std::fwrite(line.data(), 1, line.size(), stdout);
 }
@@ -312,14 +306,7 @@ bool CClient::SkipBody() {
   if (state == BodyState::kOver) stage_ = Stage::kHead;
   if (state == BodyState::kLost) keep_ = false;
   if (state != BodyState::kMissing) return state == BodyState::kOver || Finish();
-  std::size_t room = 0;
-  char* at = input_.Room(kReadSize, &room);
-  const IoResult got = ReadNow(handle_, at, room);
-  if (got.status == IoStatus::kWouldBlock) WaitWithin(wire_.body_pace(), false);
-  if (got.status != IoStatus::kDone) return false;
-  input_.Added(got.bytes);
-  wire_.body_pace().Moved(got.bytes);
-  return true;
+  return ReadMoreBody();
 }
 
 bool CClient::Linger() {

@@ -48,6 +48,8 @@ class CClient : public std::enable_shared_from_this<CClient> {
 
   void Work();
   bool Step();
+  IoResult ReadMore();
+  bool ReadMoreBody();
   bool TakeHead();
   bool TakeBodyAhead();
   bool SendTail();

@@ -74,7 +74,10 @@ std::uint64_t SizeOfFile(iis::HANDLE file) {
 bool IsFolder(const std::string& path) {
   const std::u16string wide = Utf8ToUtf16(path);
   const DWORD attributes = GetFileAttributesW(reinterpret_cast<const wchar_t*>(wide.c_str()));
-  return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+  if (attributes == INVALID_FILE_ATTRIBUTES) return false;
+  if ((attributes & FILE_ATTRIBUTE_DIRECTORY) != 0) return true;
+  SetLastError(ERROR_DIRECTORY);
+  return false;
 }
 
 #else
@@ -123,7 +126,10 @@ std::uint64_t SizeOfFile(iis::HANDLE file) {
 
 bool IsFolder(const std::string& path) {
   struct stat info;
-  return stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
+  if (stat(path.c_str(), &info) != 0) return false;
+  if (S_ISDIR(info.st_mode)) return true;
+  errno = ENOTDIR;
+  return false;
 }
 #endif
 

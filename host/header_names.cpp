@@ -1,60 +1,12 @@
 #include "host/header_names.h"
 
-#include <array>
-#include <cstddef>
 #include <vector>
 
-#include "host/ascii.h"
+#include "base/ascii.h"
+#include "iis/header_names.h"
 
 namespace qiv::host {
 namespace {
-
-// Order: HTTP_HEADER_ID.
-constexpr std::array<std::string_view, 41> kRequestNames = {"Cache-Control",
-                                                            "Connection",
-                                                            "Date",
-                                                            "Keep-Alive",
-                                                            "Pragma",
-                                                            "Trailer",
-                                                            "Transfer-Encoding",
-                                                            "Upgrade",
-                                                            "Via",
-                                                            "Warning",
-                                                            "Allow",
-                                                            "Content-Length",
-                                                            "Content-Type",
-                                                            "Content-Encoding",
-                                                            "Content-Language",
-                                                            "Content-Location",
-                                                            "Content-MD5",
-                                                            "Content-Range",
-                                                            "Expires",
-                                                            "Last-Modified",
-                                                            "Accept",
-                                                            "Accept-Charset",
-                                                            "Accept-Encoding",
-                                                            "Accept-Language",
-                                                            "Authorization",
-                                                            "Cookie",
-                                                            "Expect",
-                                                            "From",
-                                                            "Host",
-                                                            "If-Match",
-                                                            "If-Modified-Since",
-                                                            "If-None-Match",
-                                                            "If-Range",
-                                                            "If-Unmodified-Since",
-                                                            "Max-Forwards",
-                                                            "Proxy-Authorization",
-                                                            "Referer",
-                                                            "Range",
-                                                            "TE",
-                                                            "Translate",
-                                                            "User-Agent"};
-
-constexpr std::array<std::string_view, 10> kResponseOwnNames = {
-    "Accept-Ranges", "Age",    "ETag",       "Location", "Proxy-Authenticate",
-    "Retry-After",   "Server", "Set-Cookie", "Vary",     "WWW-Authenticate"};
 
 // Names grouped by length, so that a lookup compares one or two candidates.
 class CNameIndex {
@@ -85,7 +37,7 @@ CNameIndex BuildIndex(bool response) {
   for (int id = 0; id < count; ++id) {
     const bool kept_unknown = response && (id == iis::HttpHeaderServer || id == iis::HttpHeaderSetCookie ||
                                            id == iis::HttpHeaderWwwAuthenticate);
-    if (!kept_unknown) index.Add(response ? ResponseHeaderName(id) : RequestHeaderName(id), id);
+    if (!kept_unknown) index.Add(response ? iis::ResponseHeaderName(id) : iis::RequestHeaderName(id), id);
   }
   return index;
 }
@@ -153,17 +105,6 @@ constexpr Reason kReasons[] = {
 };
 
 }  // namespace
-
-std::string_view RequestHeaderName(int id) {
-  if (id < 0 || id >= iis::HttpHeaderRequestMaximum) return {};
-  return kRequestNames[static_cast<std::size_t>(id)];
-}
-
-std::string_view ResponseHeaderName(int id) {
-  if (id < 0 || id >= iis::HttpHeaderResponseMaximum) return {};
-  if (id < iis::HttpHeaderAcceptRanges) return kRequestNames[static_cast<std::size_t>(id)];
-  return kResponseOwnNames[static_cast<std::size_t>(id - iis::HttpHeaderAcceptRanges)];
-}
 
 int RequestHeaderId(std::string_view name) {
   static const CNameIndex index = BuildIndex(false);

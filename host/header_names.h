@@ -1,4 +1,4 @@
-// Names of the headers that the server knows by number, and of its methods.
+// Numbers of header names and of methods, and the phrases of status codes.
 #pragma once
 
 #include <string_view>
@@ -6,11 +6,6 @@
 #include "iis/http_types.h"
 
 namespace qiv::host {
-
-/// Canonical name of a request header number (0-40); empty for other numbers.
-std::string_view RequestHeaderName(int id);
-/// Canonical name of a response header number (0-29); empty for other numbers.
-std::string_view ResponseHeaderName(int id);
 
 /// Number of a name, without regard to case; -1 when the server does not know it.
 int RequestHeaderId(std::string_view name);

@@ -7,6 +7,7 @@
 #include "host/ascii.h"
 #include "host/header_names.h"
 #include "host/results.h"
+#include "iis/header_names.h"
 
 namespace qiv::host {
 namespace {
@@ -82,10 +83,10 @@ template <class Headers>
 iis::HRESULT CHeaderTable<Headers>::Set(iis::HTTP_HEADER_ID id, iis::PCSTR value, iis::USHORT length, bool replace) {
   const int count = kIsRequest ? iis::HttpHeaderRequestMaximum : iis::HttpHeaderResponseMaximum;
   if (id < 0 || id >= count || value == nullptr) return kInvalidArgument;
-  if (!kIsRequest && ResponseHeaderId(ResponseHeaderName(id)) < 0) {
+  if (!kIsRequest && ResponseHeaderId(iis::ResponseHeaderName(id)) < 0) {
     // The server's own quirk: by number, Server is appended to, whatever the caller asked for.
     const bool really_replace = replace && id != iis::HttpHeaderServer;
-    return Set(ResponseHeaderName(id).data(), value, length, really_replace);
+    return Set(iis::ResponseHeaderName(id).data(), value, length, really_replace);
   }
   const std::string_view text(value, length);
   if (!IsClean(text)) return kInvalidArgument;
@@ -123,7 +124,7 @@ template <class Headers>
 iis::HRESULT CHeaderTable<Headers>::Delete(iis::HTTP_HEADER_ID id) {
   const int count = kIsRequest ? iis::HttpHeaderRequestMaximum : iis::HttpHeaderResponseMaximum;
   if (id < 0 || id >= count) return kInvalidArgument;
-  const std::string_view name = kIsRequest ? RequestHeaderName(id) : ResponseHeaderName(id);
+  const std::string_view name = kIsRequest ? iis::RequestHeaderName(id) : iis::ResponseHeaderName(id);
   if (IdOf(name) < 0) {
     RemoveUnknown(name);
   } else {

@@ -11,6 +11,7 @@
 #include "host/pipeline.h"
 #include "host/response_framer.h"
 #include "host/results.h"
+#include "iis/header_names.h"
 
 namespace qiv::host {
 namespace {
@@ -101,7 +102,7 @@ void ListHeaders(const iis::HTTP_REQUEST_HEADERS& headers, std::vector<HeaderFie
   for (int id = 0; id < iis::HttpHeaderRequestMaximum; ++id) {
     const iis::HTTP_KNOWN_HEADER& header = headers.KnownHeaders[id];
     if (header.pRawValue == nullptr) continue;
-    out->push_back({std::string(RequestHeaderName(id)), std::string(header.pRawValue, header.RawValueLength)});
+    out->push_back({std::string(iis::RequestHeaderName(id)), std::string(header.pRawValue, header.RawValueLength)});
   }
   for (std::size_t i = 0; i < headers.UnknownHeaderCount; ++i) {
     const iis::HTTP_UNKNOWN_HEADER& header = headers.pUnknownHeaders[i];

@@ -11,6 +11,7 @@
 #include "host/server.h"
 #include "host/static_files.h"
 #include "port/code_page.h"
+#include "port/system_error.h"
 
 namespace qiv::host {
 namespace {
@@ -29,7 +30,7 @@ std::string WithoutSlash(std::string path) {
 
 int Serve(const CommandLine& line) {
   const std::string root = WithoutSlash(line.root);
-  if (!root.empty() && !IsFolder(root)) return Fail("--root " + root + ": no such folder");
+  if (!root.empty() && !IsFolder(root)) return Fail(root + ": cannot be served: " + LastSystemError());
 
   HostOptions options;
   options.site_id = line.site_id;

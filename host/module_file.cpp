@@ -8,6 +8,7 @@
 #include <windows.h>
 
 #include "port/code_page.h"
+#include "port/system_error.h"
 #else
 #include <dlfcn.h>
 #endif
@@ -24,7 +25,7 @@ void* LoadModuleFile(const std::string& path, iis::RegisterModuleFunction* entry
   const HMODULE module =
       length == 0 || length >= 4096 ? nullptr : LoadLibraryExW(full, nullptr, LOAD_WITH_ALTERED_SEARCH_PATH);
   if (module == nullptr) {
-    *error = path + ": cannot be loaded (error " + std::to_string(GetLastError()) + ")";
+    *error = path + ": cannot be loaded: " + LastSystemError();
     return nullptr;
   }
   *entry =

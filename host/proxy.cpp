@@ -4,10 +4,12 @@
 #include <charconv>
 #include <memory>
 
+#include "base/hex.h"
 #include "host/ascii.h"
 #include "host/header_names.h"
 #include "host/host_context.h"
 #include "host/results.h"
+#include "iis/header_names.h"
 #include "port/clock.h"
 
 namespace qiv::host {
@@ -21,7 +23,6 @@ constexpr int kSliceMilliseconds = 250;        ///< how often a waiting request 
 
 /// The target to send: path and query as received, or, when a module changed the URL, from its decoded form.
 std::string Target(CHostContext& context) {
-  static const char kDigits[] = "0123456789ABCDEF";
   const iis::HTTP_REQUEST& raw = *context.request().GetRawHttpRequest();
   std::string target;
   if (!context.request().GetUrlChanged()) {
@@ -36,11 +37,10 @@ std::string Target(CHostContext& context) {
   iis::DWORD length = 0;
   context.GetServerVariable("URL", &path, &length);
   for (const char c : std::string_view(path, length)) {
-    const auto byte = static_cast<unsigned char>(c);
     if (IsTokenChar(c) || c == '/') {
       target.push_back(c);
     } else {
-      target.append({'%', kDigits[byte >> 4], kDigits[byte & 15]});
+      AppendEscapedByte(c, &target);
     }
   }
   for (std::size_t i = 0; i < raw.CookedUrl.QueryStringLength / sizeof(iis::WCHAR); ++i) {
@@ -162,7 +162,7 @@ std::string CProxy::RequestHeadText(Exchange& exchange) const {
   for (int id = 0; id < iis::HttpHeaderRequestMaximum; ++id) {
     if (headers.KnownHeaders[id].pRawValue == nullptr || id == iis::HttpHeaderExpect) continue;
     if (id == iis::HttpHeaderContentLength && exchange.chunked) continue;
-    add(RequestHeaderName(id), KnownValue(headers, id));
+    add(iis::RequestHeaderName(id), KnownValue(headers, id));
   }
   for (std::size_t i = 0; i < headers.UnknownHeaderCount; ++i) {
     const iis::HTTP_UNKNOWN_HEADER& header = headers.pUnknownHeaders[i];

@@ -7,8 +7,8 @@
 
 #include "host/ascii.h"
 #include "host/file_handle.h"
-#include "host/header_names.h"
 #include "host/http_date.h"
+#include "iis/header_names.h"
 #include "port/clock.h"
 
 namespace qiv::host {
@@ -103,7 +103,7 @@ void CResponseFramer::AppendHead(const OutgoingPiece& piece, std::uint64_t body_
     const iis::HTTP_KNOWN_HEADER& header = headers.KnownHeaders[id];
     if (header.pRawValue == nullptr) continue;
     if (IsOwnHeader(id) && !(switches && id == iis::HttpHeaderUpgrade)) continue;
-    AppendField(ResponseHeaderName(id), {header.pRawValue, header.RawValueLength}, out);
+    AppendField(iis::ResponseHeaderName(id), {header.pRawValue, header.RawValueLength}, out);
   }
   bool has_server = headers.KnownHeaders[iis::HttpHeaderServer].pRawValue != nullptr;
   for (std::size_t i = 0; i < headers.UnknownHeaderCount; ++i) {

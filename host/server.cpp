@@ -139,7 +139,12 @@ bool CServer::Listen(std::string* error) {
 #endif
   if (!failure) impl_->acceptor.bind(endpoint, failure);
   if (!failure) impl_->acceptor.listen(asio::socket_base::max_listen_connections, failure);
-  if (failure) *error = "cannot listen on " + impl_->settings.address + ": " + failure.message();
+  if (failure) {
+    const std::string& address = impl_->settings.address;
+    const bool is_ipv6 = address.find(':') != std::string::npos;
+    *error = (is_ipv6 ? "[" + address + "]" : address) + ":" + std::to_string(impl_->settings.port) +
+             ": cannot listen: " + failure.message();
+  }
   return !failure;
 }
 

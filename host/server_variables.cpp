@@ -1,8 +1,8 @@
 #include "host/server_variables.h"
 
 #include "host/ascii.h"
-#include "host/header_names.h"
 #include "host/host_context.h"
+#include "iis/header_names.h"
 
 namespace qiv::host {
 namespace {
@@ -67,7 +67,7 @@ void ForEachHeader(CHostContext& context, Visit visit) {
   for (int id = 0; id < iis::HttpHeaderRequestMaximum; ++id) {
     const iis::HTTP_KNOWN_HEADER& header = headers.KnownHeaders[id];
     if (header.pRawValue != nullptr) {
-      visit(RequestHeaderName(id), std::string_view(header.pRawValue, header.RawValueLength));
+      visit(iis::RequestHeaderName(id), std::string_view(header.pRawValue, header.RawValueLength));
     }
   }
   for (std::size_t i = 0; i < headers.UnknownHeaderCount; ++i) {

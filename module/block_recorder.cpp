@@ -3,6 +3,7 @@
 #include <exception>
 
 #include "checks/shown_text.h"
+#include "common/messages.h"
 #include "common/secrets.h"
 #include "config/website_config.h"
 #include "module/page_writer.h"
@@ -11,6 +12,7 @@
 namespace qiv {
 namespace {
 
+constexpr std::string_view kWouldBlock = "would block";
 constexpr std::int64_t kFailurePause = 60;  // seconds between two events about failures
 
 std::string_view ActionOf(const CheckResult& result) {
@@ -47,12 +49,25 @@ void CBlockRecorder::RecordBlock(const RequestFacts& facts, const CheckContext& 
   TellService(facts, context, result, url);
 }
 
+void CBlockRecorder::RecordWouldBlock(const RequestFacts& facts, const CheckContext& context,
+                                      const CheckResult& result) {
+  if (!result.log) return;
+  WriteEvent(facts, context, result, ShownUrl(facts), true);
+  if (!service_.IsEnabled()) return;
+  try {
+    service_.Exchange().CountCheck(
+        {.check = result.check, .client = facts.client_ip, .action = kWouldBlock, .rule = result.rule});
+  } catch (const std::exception&) {
+    // Out of memory: the line is lost, the request is not.
+  }
+}
+
 void CBlockRecorder::RecordNote(const RequestFacts& facts, const CheckContext& context, const CheckResult& note) {
   WriteEvent(facts, context, note, ShownUrl(facts));
 }
 
 void CBlockRecorder::WriteEvent(const RequestFacts& facts, const CheckContext& context, const CheckResult& result,
-                                std::string_view url) {
+                                std::string_view url, bool log_only) {
   const std::string id = EventId(result);
   const std::string user_agent = WithoutSecrets(facts.user_agent);
   Event event = EventOf(facts, context, result);
@@ -63,6 +78,14 @@ void CBlockRecorder::WriteEvent(const RequestFacts& facts, const CheckContext& c
   event.reason = result.reason;
   event.detail = result.detail;
   event.rule = result.rule;
+  std::string told;
+  if (log_only) {
+    told = result.detail.empty() ? result.reason : result.detail;
+    told += Message(context.config.language, MessageId::kLogOnlyDetail);
+    event.detail = told;
+    event.action = kWouldBlock;
+    event.status = 0;
+  }
   log_.Write(event);
 }
 

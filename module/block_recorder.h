@@ -20,6 +20,8 @@ class CBlockRecorder final : public IEventRecorder {
   /// "check" line (check, client, "block"; rule), and one that asks for notification is a "msg" line (client, category,
   /// item; reason, URL).
   void RecordBlock(const RequestFacts& facts, const CheckContext& context, const CheckResult& result) override;
+  /// Writes an event with the action "would block". The service counts it as such, and hears nothing else.
+  void RecordWouldBlock(const RequestFacts& facts, const CheckContext& context, const CheckResult& result) override;
   /// Writes an event.
   void RecordNote(const RequestFacts& facts, const CheckContext& context, const CheckResult& note) override;
   /// A line in the request log: what was decided before the application saw the request.
@@ -32,7 +34,7 @@ class CBlockRecorder final : public IEventRecorder {
 
  private:
   void WriteEvent(const RequestFacts& facts, const CheckContext& context, const CheckResult& result,
-                  std::string_view url);
+                  std::string_view url, bool log_only = false);
   void TellService(const RequestFacts& facts, const CheckContext& context, const CheckResult& result,
                    std::string_view url) noexcept;
 

@@ -11,6 +11,8 @@
 #include "common/char_set.h"
 #include "common/text.h"
 #include "config/website_config.h"
+#include "engines/webshell/decoding/inflate.h"
+#include "iis/header_names.h"
 #include "iis/httpserv.h"
 #include "module/body_reader.h"
 #include "module/client_address.h"
@@ -19,49 +21,6 @@
 
 namespace qiv {
 namespace {
-
-/// Names of the request headers by their number.
-constexpr std::string_view kHeaderNames[iis::HttpHeaderRequestMaximum] = {"Cache-Control",
-                                                                          "Connection",
-                                                                          "Date",
-                                                                          "Keep-Alive",
-                                                                          "Pragma",
-                                                                          "Trailer",
-                                                                          "Transfer-Encoding",
-                                                                          "Upgrade",
-                                                                          "Via",
-                                                                          "Warning",
-                                                                          "Allow",
-                                                                          "Content-Length",
-                                                                          "Content-Type",
-                                                                          "Content-Encoding",
-                                                                          "Content-Language",
-                                                                          "Content-Location",
-                                                                          "Content-Md5",
-                                                                          "Content-Range",
-                                                                          "Expires",
-                                                                          "Last-Modified",
-                                                                          "Accept",
-                                                                          "Accept-Charset",
-                                                                          "Accept-Encoding",
-                                                                          "Accept-Language",
-                                                                          "Authorization",
-                                                                          "Cookie",
-                                                                          "Expect",
-                                                                          "From",
-                                                                          "Host",
-                                                                          "If-Match",
-                                                                          "If-Modified-Since",
-                                                                          "If-None-Match",
-                                                                          "If-Range",
-                                                                          "If-Unmodified-Since",
-                                                                          "Max-Forwards",
-                                                                          "Proxy-Authorization",
-                                                                          "Referer",
-                                                                          "Range",
-                                                                          "Te",
-                                                                          "Translate",
-                                                                          "User-Agent"};
 
 std::u16string_view WideText(const iis::WCHAR* text, std::size_t bytes) {
   return text ? std::u16string_view(text, bytes / sizeof(iis::WCHAR)) : std::u16string_view();
@@ -171,29 +130,101 @@ void ReadHeaders(const iis::IHttpRequest& request, RequestFacts& facts) {
     if (!value) continue;
     facts.header_bytes += static_cast<std::uint32_t>(value->size());
     facts.all_headers += *value;
-    facts.headers.push_back({number, kHeaderNames[number], std::string(*value)});
+    facts.headers.push_back({number, std::string(iis::RequestHeaderName(number)), std::string(*value)});
     TakeHeader(number, *value, facts);
   }
 }
 
+/// Headers that the server has no number for. Each is looked at; their number bounds what one request costs, and is
+/// several times what servers admit.
+void ReadUnknownHeaders(const iis::HTTP_REQUEST& raw, RequestFacts& facts) {
+  constexpr std::size_t kMost = 512;
+  const iis::HTTP_REQUEST_HEADERS& headers = raw.Headers;
+  if (!headers.pUnknownHeaders) return;
+  for (std::size_t i = 0; i < std::min<std::size_t>(headers.UnknownHeaderCount, kMost); ++i) {
+    const iis::HTTP_UNKNOWN_HEADER& header = headers.pUnknownHeaders[i];
+    facts.headers.push_back({kUnknownHeader, std::string(ServerText(header.pName, header.NameLength)),
+                             std::string(ServerText(header.pRawValue, header.RawValueLength))});
+  }
+}
+
+/// Requests whose body goes on for as long as their connection, answered meanwhile: to wait for its end would be to
+/// stop them. Tunnels of remote desktops and of mail programs, streams of remote calls, connections that become
+/// something else.
+bool IsEndless(const iis::IHttpRequest& request, const RequestFacts& facts) {
+  constexpr std::string_view kMethods[] = {"CONNECT", "RPC_IN_DATA", "RPC_OUT_DATA", "RDG_IN_DATA", "RDG_OUT_DATA"};
+  if (std::find(std::begin(kMethods), std::end(kMethods), facts.method) != std::end(kMethods)) return true;
+  return BeginsNoCase(Trim(facts.content_type), "application/grpc") ||
+         !Trim(RequestHeader(request, iis::HttpHeaderUpgrade).value_or("")).empty();
+}
+
+/// Whether the body is to be read: of a POST that states type and length always, of others where the site asks for it
+/// and the server says that there is one.
+bool IsBodyToRead(iis::IHttpRequest& request, const WebsiteConfig& config, const RequestFacts& facts) {
+  if (!config.need_post_body && !config.response.passwd) return false;
+  const bool has_type = RequestHeader(request, iis::HttpHeaderContentType).has_value();
+  if (facts.method == "POST" && has_type && facts.content_length != 0) return true;
+  return config.extended.body && request.GetRemainingEntityBytes() != 0 && !IsEndless(request, facts);
+}
+
+/// What one compressed body is unpacked to: like the larger pages of text that people post, and no more than a client
+/// would have to send itself within seconds.
+constexpr std::size_t kMostUnpacked = 8 * 1024 * 1024;
+
+/// False for an encoding that is not known.
+bool UnpackOnce(std::string_view encoding, std::string* text) {
+  if (encoding == "gzip" || encoding == "x-gzip") {
+    *text = Inflate(*text, DeflateWrap::kGzip, kMostUnpacked);
+    return true;
+  }
+  if (encoding != "deflate") return false;
+  // Some clients leave out the header of RFC 1950, which is a multiple of 31 and names the method 8.
+  const auto byte = [text](std::size_t i) { return i < text->size() ? static_cast<unsigned char>((*text)[i]) : 0U; };
+  const bool wrapped = (byte(0) & 15U) == 8 && (byte(0) * 256U + byte(1)) % 31U == 0;
+  *text = Inflate(*text, wrapped ? DeflateWrap::kZlib : DeflateWrap::kRaw, kMostUnpacked);
+  return true;
+}
+
+/// Has the checks see what the application will, where it unpacks bodies. A body that cannot be unpacked is judged as
+/// it was sent.
+void Unpack(std::string_view encodings, RequestFacts& facts) {
+  constexpr int kMostLayers = 2;
+  auto text = std::make_shared<std::string>(facts.raw_body);
+  int layers = 0;
+  bool whole = true;
+  while (!encodings.empty()) {  // the last one was applied last
+    const std::size_t comma = encodings.rfind(',');
+    const std::string encoding = CCharSet::LowerAscii(Trim(encodings.substr(comma + 1)));
+    encodings = comma == std::string_view::npos ? std::string_view() : encodings.substr(0, comma);
+    if (encoding.empty() || encoding == "identity") continue;
+    whole = ++layers <= kMostLayers && UnpackOnce(encoding, text.get()) && !text->empty();
+    if (!whole) break;
+  }
+  if (layers == 0) return;
+  if (!whole || text->size() >= kMostUnpacked) facts.unread_body = UnreadBody::kEncoded;
+  if (!whole) return;
+  facts.unpacked_body = std::move(text);
+  facts.raw_body = *facts.unpacked_body;
+}
+
 void ReadBody(iis::IHttpContext& context, iis::IHttpRequest& request, const WebsiteConfig& config,
               RequestFacts& facts) {
-  const bool wanted = config.need_post_body || config.response.passwd;
-  const bool has_type = RequestHeader(request, iis::HttpHeaderContentType).has_value();
-  if (!wanted || !has_type || facts.content_length == 0) return;
+  if (!IsBodyToRead(request, config, facts)) return;
   if (facts.content_length > kMaxBody) {
     facts.unread_body = UnreadBody::kTooLarge;
     return;
   }
 
-  const BodyBytes body = ReadAndRestoreBody(context, request, facts.content_length);
+  const std::uint32_t length = facts.content_length != 0 ? facts.content_length : kUnknownLength;
+  const BodyBytes body = ReadAndRestoreBody(context, request, length);
   facts.unread_body = body.unread;
   if (body.unread != UnreadBody::kNot) return;
   facts.raw_body = body.bytes;
-  if (body.bytes.find("secretrkey") != std::string_view::npos) facts.keyed_body = body.bytes;
-  std::string text = DecodeBody(body.bytes);
-  CCharSet::LowerAscii(&text);
-  facts.body = std::move(text);
+  const auto encodings = RequestHeader(request, iis::HttpHeaderContentEncoding);
+  if (config.extended.body && encodings && !facts.raw_body.empty()) Unpack(*encodings, facts);
+  if (facts.raw_body.find("secretrkey") != std::string_view::npos) facts.keyed_body = facts.raw_body;
+  facts.body = DecodeBody(facts.raw_body);
+  CCharSet::LowerAscii(&facts.body);
 }
 
 }  // namespace
@@ -216,7 +247,9 @@ bool ReadHeadersAndBody(iis::IHttpContext& context, const WebsiteConfig& config,
   facts.method = method ? method : "";
   ReadHeaders(*request, facts);
   facts.site_id = request->GetSiteId();
-  if (may_read_body && facts.method == "POST") ReadBody(context, *request, config, facts);
+  const iis::HTTP_REQUEST* raw = request->GetRawHttpRequest();
+  if (config.extended.headers && raw) ReadUnknownHeaders(*raw, facts);
+  if (may_read_body) ReadBody(context, *request, config, facts);
   return true;
 }
 

@@ -15,8 +15,9 @@ struct WebsiteConfig;
 /// IPv4 nor IPv6.
 bool CollectFacts(iis::IHttpContext& context, const WebsiteConfig& config, RequestFacts& facts);
 
-/// Method, headers, site and, when `may_read_body` and the configuration needs it, the body of a POST, which is given
-/// back to the server. False when there is no request to read.
+/// Method, headers, site and, when `may_read_body` and the configuration needs it, the body, which is given back to the
+/// server: of a POST with a type and a length; with website_body any that ends. A compressed one is unpacked then.
+/// False when there is no request to read.
 bool ReadHeadersAndBody(iis::IHttpContext& context, const WebsiteConfig& config, bool may_read_body,
                         RequestFacts& facts);
 

@@ -4,6 +4,7 @@
 #include <string>
 #include <utility>
 
+#include "base/hex.h"
 #include "common/char_set.h"
 #include "common/event_log.h"
 #include "config/website_config.h"
@@ -41,19 +42,7 @@ bool SetStatus(iis::IHttpResponse& response, int status) {
 }
 
 /// A URL of the site as a header holds it: characters outside ASCII in UTF-8, percent-encoded like blanks.
-std::string LocationOf(std::string_view url) {
-  constexpr char kHex[] = "0123456789ABCDEF";
-  std::string location;
-  for (const char c : CCharSet::LocalToUtf8(url)) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (byte > 0x20 && byte < 0x7F) {
-      location += c;
-    } else {
-      location.append({'%', kHex[byte >> 4], kHex[byte & 15]});
-    }
-  }
-  return location;
-}
+std::string LocationOf(std::string_view url) { return EscapeUnprintable(CCharSet::LocalToUtf8(url)); }
 
 /// What the application may have said of a body that is no longer the only one.
 void DropBodyHeaders(iis::IHttpResponse& response) {

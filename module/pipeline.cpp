@@ -1,8 +1,10 @@
 #include "module/pipeline.h"
 
+#include <array>
 #include <new>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "common/secrets.h"
 #include "common/state_recorder.h"
@@ -50,7 +52,7 @@ bool DependsOnClient(const WebsiteConfig& config) {
 /// A body that the checks wanted and did not get is what somebody should know of.
 void ReportUnreadBody(const RequestFacts& facts, CStateRecorder& states) {
   static constexpr MessageId kReasons[] = {MessageId::kStateBodyTooLarge, MessageId::kStateBodyUnreadable,
-                                           MessageId::kStateBodyNoMemory};
+                                           MessageId::kStateBodyNoMemory, MessageId::kStateBodyEncoded};
   if (facts.unread_body == UnreadBody::kNot) return;
   try {
     const std::string what = facts.method + " " + WithoutSecrets(facts.raw_url);
@@ -65,6 +67,46 @@ void KeepFromKernelCache(iis::IHttpContext& context) {
   if (iis::IHttpResponse* response = context.GetResponse()) response->DisableKernelCache(kByHandler);
 }
 
+/// Holds the statistics of a check back until it is known whether its decision stands.
+class CHeldStatistics final : public IEventRecorder {
+ public:
+  explicit CHeldStatistics(IEventRecorder& recorder) : recorder_(recorder) {}
+
+  void RecordBlock(const RequestFacts& facts, const CheckContext& context, const CheckResult& result) override {
+    recorder_.RecordBlock(facts, context, result);
+  }
+  void RecordNote(const RequestFacts& facts, const CheckContext& context, const CheckResult& note) override {
+    recorder_.RecordNote(facts, context, note);
+  }
+  void RecordStatistics(std::string_view category, std::string_view client_ip, std::string_view rule) override {
+    held_.push_back({std::string(category), std::string(client_ip), std::string(rule)});
+  }
+  void Release() {
+    for (const auto& [category, client_ip, rule] : held_) recorder_.RecordStatistics(category, client_ip, rule);
+  }
+
+ private:
+  IEventRecorder& recorder_;
+  std::vector<std::array<std::string, 3>> held_;
+};
+
+/// Counts what only would have been blocked as a thing of its own.
+class CLogOnlyRecorder final : public IEventRecorder {
+ public:
+  explicit CLogOnlyRecorder(IEventRecorder& recorder) : recorder_(recorder) {}
+
+  void RecordBlock(const RequestFacts&, const CheckContext&, const CheckResult&) override {}
+  void RecordNote(const RequestFacts& facts, const CheckContext& context, const CheckResult& note) override {
+    recorder_.RecordNote(facts, context, note);
+  }
+  void RecordStatistics(std::string_view category, std::string_view client_ip, std::string_view rule) override {
+    recorder_.RecordStatistics("log_only_" + std::string(category), client_ip, rule);
+  }
+
+ private:
+  IEventRecorder& recorder_;
+};
+
 void HardenResponse(const RequestFacts& facts, const CheckContext& context, CheckResult& result) {
   HideServerHeaders(facts, context, result);
   CookieAndFrameHeaders(facts, context);
@@ -74,12 +116,13 @@ void HardenResponse(const RequestFacts& facts, const CheckContext& context, Chec
 
 /// The records that one notification works with.
 struct CPipeline::Notification {
+  const RequestRecord& record;
   const RequestFacts& facts;
   CheckContext context;
   CheckResult result;
 
-  Notification(const RequestRecord& record, const CheckContext& of, std::string event_id)
-      : facts(record.facts), context(of) {
+  Notification(const RequestRecord& request_record, const CheckContext& of, std::string event_id)
+      : record(request_record), facts(record.facts), context(of) {
     result.request.gbk_page = facts.gbk_page;
     result.request.event_id = std::move(event_id);
   }
@@ -92,13 +135,12 @@ std::shared_ptr<RequestRecord> CPipeline::StartRecord() const {
   record->config = config_.Current();
   record->library = config_.Library();
   record->webshells = config_.Webshells();
+  record->exemptions = config_.Exemptions();
   return record;
 }
 
 CheckContext CPipeline::ContextOf(const RequestRecord& record, Phase phase) const {
-  return {
-      *record.config, *record.library, record.webshells.get(), services_.state, services_.recorder,
-      phase};
+  return {*record.config, *record.library, record.webshells.get(), services_.state, services_.recorder, phase};
 }
 
 bool CPipeline::IsUnprotectedIpv6(const RequestFacts& facts) const {
@@ -117,14 +159,65 @@ bool CPipeline::LoadOrRebuild(iis::IHttpContext& server, StoredRequest* stored) 
 
 void CPipeline::RunStage(Stage stage, Notification& notification) const {
   CheckResult& result = notification.result;
+  const ExtendedFunctions& extended = notification.context.config.extended;
   for (const CheckRow& row : checks_) {
     if (row.stage != stage) continue;
     if (result.status == kBlocked || (stage == Stage::kRequest && result.status == kAllowed)) return;
+    if (extended.AnyLogOnly() && extended.IsLogOnly(row.name)) {
+      RunLogOnly(row, notification);
+      continue;
+    }
     const std::int32_t before = result.status;
-    row.run(notification.facts, notification.context, result);
+    RunRow(row, notification, services_.recorder, false, &result);
     if (result.status == before || result.status == kUndecided) continue;
     result.check = row.name;
     HideSecrets(&result);
+  }
+}
+
+/// Runs one check. What it blocks and the site exempts leaves no trace.
+void CPipeline::RunRow(const CheckRow& row, Notification& notification, IEventRecorder& recorder, bool log_only,
+                       CheckResult* result) const {
+  const CheckContext& context = notification.context;
+  const bool exempting = !notification.record.exemptions->Empty() && row.stage != Stage::kLists;
+  if (!exempting && !log_only) {
+    row.run(notification.facts, context, *result);
+    return;
+  }
+  CHeldStatistics held(recorder);
+  const CheckContext own{context.config, context.library, context.webshells,     context.state,
+                         held,           context.phase,   context.response_body, log_only};
+  CheckResult decided = *result;
+  row.run(notification.facts, own, decided);
+  const bool blocks = decided.status == kBlocked && result->status != kBlocked;
+  if (exempting && blocks && exempted_.IsExempt(row, notification.record, context, decided, *result)) return;
+  held.Release();
+  *result = std::move(decided);
+}
+
+/// What the check would block goes on as if it had found nothing; what it allows is allowed.
+void CPipeline::RunLogOnly(const CheckRow& row, Notification& notification) const {
+  const CheckContext& context = notification.context;
+  CLogOnlyRecorder recorder(services_.recorder);
+  CheckResult result = notification.result;
+  RunRow(row, notification, recorder, true, &result);
+  if (result.status != kBlocked) {
+    if (result.status != notification.result.status) {
+      result.check = row.name;
+      HideSecrets(&result);
+    }
+    notification.result = std::move(result);
+    return;
+  }
+  // The lists decide in every notification, about the same.
+  if (row.stage == Stage::kLists && context.phase != kPhaseBegin) return;
+  result.check = row.name;
+  HideSecrets(&result);
+  result.request.event_id.clear();  // an event of its own
+  try {
+    services_.recorder.RecordWouldBlock(notification.facts, context, result);
+  } catch (const std::bad_alloc&) {
+    // The event is lost, the other checks go on.
   }
 }
 

@@ -10,6 +10,7 @@
 #include "checks/check_table.h"
 #include "config/qiv_config.h"
 #include "iis/httpserv.h"
+#include "module/exempted_check.h"
 #include "module/stored_context.h"
 
 namespace qiv {
@@ -41,6 +42,9 @@ class CPipeline {
   bool IsUnprotectedIpv6(const RequestFacts& facts) const;
   bool LoadOrRebuild(iis::IHttpContext& server, StoredRequest* stored);
   void RunStage(Stage stage, Notification& notification) const;
+  void RunRow(const CheckRow& row, Notification& notification, IEventRecorder& recorder, bool log_only,
+              CheckResult* result) const;
+  void RunLogOnly(const CheckRow& row, Notification& notification) const;
   void RunAfterDecision(Notification& notification) const;
   void WriteBlockPage(Notification& notification, bool reset_response = false);
   void InspectResponse(Notification& notification);
@@ -49,6 +53,7 @@ class CPipeline {
   CStoredContexts& contexts_;
   const std::span<const CheckRow> checks_;
   const CheckServices services_;
+  mutable CExemptedCheck exempted_;
 };
 
 }  // namespace qiv

@@ -34,15 +34,20 @@ struct CheckOptions {
 class CCapture final : public IEventRecorder {
  public:
   void RecordBlock(const RequestFacts&, const CheckContext&, const CheckResult& result) override { block = result; }
+  void RecordWouldBlock(const RequestFacts&, const CheckContext&, const CheckResult& result) override {
+    if (!would_block) would_block = result;
+  }
   void RecordStatistics(std::string_view, std::string_view, std::string_view) override {}
   std::optional<CheckResult> block;
+  std::optional<CheckResult> would_block;  ///< the first
 };
 
 struct Decision {
   std::string file;
-  std::string decision = "pass";  ///< "pass", "blocked", or "refused" by the server itself
-  int status = 0;                 ///< of a page or a refusal
-  CheckResult result;             ///< of a block
+  /// "pass", "blocked", "would block" (website_log_only), or "refused" by the server itself
+  std::string decision = "pass";
+  int status = 0;      ///< of a page or a refusal
+  CheckResult result;  ///< of a block
   std::string refusal;
 };
 
@@ -56,6 +61,7 @@ Decision Judge(host::CModuleHost& server, CCapture& capture, const CheckOptions&
   }
   if (!options.client.empty()) request->remote_address = options.client;
   capture.block.reset();
+  capture.would_block.reset();
   const host::InProcessResponse response = host::RunInProcess(server, *request);
   if (response.refused) {
     decision.decision = "refused";
@@ -65,6 +71,9 @@ Decision Judge(host::CModuleHost& server, CCapture& capture, const CheckOptions&
     decision.decision = "blocked";
     decision.status = response.status;
     if (capture.block) decision.result = *capture.block;
+  } else if (capture.would_block) {
+    decision.decision = "would block";
+    decision.result = *capture.would_block;
   }
   return decision;
 }

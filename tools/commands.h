@@ -17,6 +17,7 @@ void AddReferenceCommand(CLI::App* app, int* exit_code);
 void AddAreaCommand(CLI::App* app, int* exit_code);
 void AddListCommands(CLI::App* app, int* exit_code);  ///< deny, auth, verify, forgive, lists
 void AddEventCommand(CLI::App* app, int* exit_code);
+void AddExemptCommand(CLI::App* app, int* exit_code);
 void AddLogCommand(CLI::App* app, int* exit_code);
 void AddScanCommand(CLI::App* app, int* exit_code);
 void AddServiceCommand(CLI::App* app, int* exit_code);

@@ -4,7 +4,11 @@
 #include <array>
 #include <utility>
 
+#include "checks/check_table.h"
 #include "common/text.h"
+#include "config/access_settings.h"
+#include "config/extended_functions.h"
+#include "config/value_lists.h"
 #include "tools/lock_obstacles.h"
 #include "tools/utf8_text.h"
 
@@ -127,16 +131,42 @@ void Protection(const CSettingsDocument& settings, std::vector<LintRemark>* rema
   }
 }
 
-void Scripts(const CSettingsDocument& settings, std::vector<LintRemark>* remarks) {
-  const std::string functions = settings.TextOf("", "extend_functions");
-  for (const std::string_view function : SplitUtf8(functions, ",")) {
-    if (!Trim(function).empty() && Trim(function) != "website_js") {
-      remarks->push_back(
-          {settings.Find("", "extend_functions"),
-           "\"extend_functions\" names \"" + std::string(Trim(function)) + "\"; known is \"website_js\""});
+/// A name of extend_functions that means nothing; empty: it means something.
+std::string UnknownFunction(std::string_view name) {
+  const std::size_t colon = name.find(':');
+  const bool of_check = colon != std::string_view::npos && name.substr(0, colon) == kLogOnlyFunction;
+  std::string known;
+  if (of_check) {
+    for (const CheckRow& row : CheckTable()) {
+      if (row.name == name.substr(colon + 1)) return {};
+      known.append(known.empty() ? "" : ", ").append(row.name);
     }
+    return "; checks are " + known;
   }
-  if (IsOn(settings, "website_base", "js") && functions.find("website_js") == std::string::npos) {
+  for (const ExtendedFunctionName& function : ExtendedFunctionNames()) {
+    if (function.name == name) return {};
+    known.append(known.empty() ? "" : ", ").append(function.name);
+  }
+  return "; known are " + known;
+}
+
+void Functions(const CSettingsDocument& settings, std::vector<LintRemark>* remarks) {
+  const std::string functions = settings.TextOf("", "extend_functions");
+  const IJsonValue* const value = settings.Find("", "extend_functions");
+  const ExtendedFunctions extended = ReadExtendedFunctions(WrapNames(functions));
+  for (const std::string_view function : SplitUtf8(functions, ",")) {
+    const std::string name(Trim(function));
+    const std::string unknown = name.empty() ? std::string() : UnknownFunction(name);
+    if (!unknown.empty()) remarks->push_back({value, "\"extend_functions\" names \"" + name + "\"" + unknown});
+  }
+  if (extended.log_only) {
+    remarks->push_back({value, "\"website_log_only\" is on: nothing is blocked, events say what would be"});
+  } else if (extended.AnyLogOnly()) {
+    std::string checks;
+    for (const std::string& check : extended.log_only_checks) checks.append(checks.empty() ? "" : ", ").append(check);
+    remarks->push_back({value, "\"website_log_only\" is on: nothing is blocked by " + checks});
+  }
+  if (IsOn(settings, "website_base", "js") && !extended.scripts) {
     remarks->push_back({settings.Find("website_base", "js"),
                         "\"js\" is on, but counts only while \"extend_functions\" names \"website_js\""});
   }
@@ -260,30 +290,8 @@ void Bodies(const CSettingsDocument& settings, std::vector<LintRemark>* remarks)
   }
 }
 
-/// "Name:limit".
-bool IsHeaderLimit(std::string_view item) {
-  const std::size_t colon = item.rfind(':');
-  return colon != std::string_view::npos && !Trim(item.substr(0, colon)).empty() &&
-         DigitsToNumber(Trim(item.substr(colon + 1))) != 0;
-}
-
-bool IsTimeOfDay(std::string_view text) {
-  return text.size() == 5 && text[2] == ':' && IsDigit(text[0]) && IsDigit(text[1]) && IsDigit(text[3]) &&
-         IsDigit(text[4]) && (text.substr(0, 2) < "24" || text == "24:00") && text.substr(3) < "60";
-}
-
-/// "HH:MM-HH:MM" after optional weekdays "1-5 " or "6 ".
-bool IsTimeSpan(std::string_view item) {
-  item = Trim(item);
-  if (const std::size_t blank = item.find(' '); blank != std::string_view::npos) {
-    const std::string_view days = item.substr(0, blank);
-    const auto is_day = [](char c) { return c >= '1' && c <= '7'; };
-    const bool good = is_day(days[0]) && (days.size() == 1 || (days.size() == 3 && days[1] == '-' && is_day(days[2])));
-    if (!good) return false;
-    item = Trim(item.substr(blank));
-  }
-  return item.size() == 11 && item[5] == '-' && IsTimeOfDay(item.substr(0, 5)) && IsTimeOfDay(item.substr(6));
-}
+bool IsHeaderLimit(std::string_view item) { return ParseHeaderLimit(item).has_value(); }
+bool IsTimeSpan(std::string_view item) { return ParseTimeSpan(item).has_value(); }
 
 void Items(const CSettingsDocument& settings, std::string_view section, std::string_view key,
            bool (*is_good)(std::string_view), std::string_view form, std::vector<LintRemark>* remarks) {
@@ -317,7 +325,7 @@ std::vector<LintRemark> LintRelations(const CSettingsDocument& settings) {
       remarks.push_back({settings.Find(need.section, need.key), std::string(need.message)});
     }
   }
-  Scripts(settings, &remarks);
+  Functions(settings, &remarks);
   Pages(settings, &remarks);
   Bodies(settings, &remarks);
   WhiteLists(settings, &remarks);

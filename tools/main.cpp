@@ -79,6 +79,7 @@ int main(int argc, char** argv) {
   qiv::AddAreaCommand(&app, &exit_code);
   qiv::AddListCommands(&app, &exit_code);
   qiv::AddEventCommand(&app, &exit_code);
+  qiv::AddExemptCommand(&app, &exit_code);
   qiv::AddLogCommand(&app, &exit_code);
   qiv::AddScanCommand(&app, &exit_code);
   qiv::AddServiceCommand(&app, &exit_code);

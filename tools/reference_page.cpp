@@ -4,6 +4,7 @@
 
 #include "common/text.h"
 #include "config/config_keys.h"
+#include "config/extended_functions.h"
 
 namespace qiv {
 namespace {
@@ -56,6 +57,10 @@ std::string ReferencePage() {
   AddScalars("", &page);
   AddRow("system_common_areas", "object", KeyReader::kIdle, "Areas that several websites share; carried as it is.",
          &page);
+  page += "\n`extend_functions` may name:\n\n";
+  for (const ExtendedFunctionName& function : ExtendedFunctionNames()) {
+    AppendAll(&page, {"- `", function.name, "`: ", function.meaning, ".\n"});
+  }
   page += "\n## website_other\n";
   AddScalars("website_other", &page);
   for (const std::string_view section : ConfigSections()) {

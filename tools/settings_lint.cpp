@@ -9,7 +9,6 @@
 
 #include "common/ip_address.h"
 #include "common/text.h"
-#include "config/access_settings.h"
 #include "config/value_lists.h"
 #include "tools/lint_relations.h"
 #include "tools/suggestion.h"
@@ -128,7 +127,6 @@ class CLinter {
         break;
     }
     if (IsAddressList(name)) Addresses(name, value);
-    if (name == "timelimit_auth_times" || name == "overflow_httpheader_rules") ReadableItems(name, value);
     if (const std::string_view idle = NoEffectText(key.reader); !idle.empty() && !text.empty() && text != "0") {
       Find(value, Quoted(name) + " " + std::string(idle));
     }
@@ -217,24 +215,6 @@ class CLinter {
     CIpRanges().Add(value.Text(), &malformed);
     for (const CIpRanges::Malformed& item : malformed) {
       Find(value, Quoted(name) + " has an entry that is no address or range: " + Quoted(item.item));
-    }
-  }
-
-  /// Items that a load leaves out because they cannot be read.
-  void ReadableItems(std::string_view name, const IJsonValue& value) {
-    if (value.AsArray() != nullptr) {
-      for (const std::unique_ptr<IJsonValue>& item : value.AsArray()->Items()) ReadableItems(name, *item);
-      return;
-    }
-    const bool times = name == "timelimit_auth_times";
-    const std::string list = value.Text();
-    for (const std::string_view written : SplitUtf8(list, "|")) {
-      const std::string_view item = Trim(written);
-      if (item.empty() || (times ? ParseTimeSpan(item).has_value() : ParseHeaderLimit(item).has_value())) continue;
-      Find(value, Quoted(name) + " has an entry that is no " +
-                      (times ? "time span (HH:MM-HH:MM, as in \"1-5 08:00-18:00\"): "
-                             : "header with its limit in bytes (as in \"Cookie:4096\"): ") +
-                      Quoted(std::string(item)));
     }
   }
 

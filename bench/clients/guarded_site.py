@@ -37,12 +37,7 @@ class Site:
 
     def __enter__(self):
         try:
-            environment = dict(os.environ, DATABASE=self._start_database(), PHP_CLI_SERVER_WORKERS="4")
-            site = self.folder / "site"
-            site.mkdir()
-            shutil.copy(PAGE, site / "index.php")
-            port = free_port()
-            self._start("php", "-d", "variables_order=EGPCS", "-S", f"127.0.0.1:{port}", "-t", str(site), env=environment)
+            port = self._start_site()
             self.direct = f"http://127.0.0.1:{port}"
             self._wait(lambda: self._answers(port))
             self._install()
@@ -71,6 +66,16 @@ class Site:
         """The events so far."""
         path = self.folder / "module/debug/_log.log"
         return [json.loads(line) for line in path.read_text(encoding="utf-8").splitlines()] if path.is_file() else []
+
+    def _start_site(self):
+        """The port of the site itself."""
+        environment = dict(os.environ, DATABASE=self._start_database(), PHP_CLI_SERVER_WORKERS="4")
+        site = self.folder / "site"
+        site.mkdir()
+        shutil.copy(PAGE, site / "index.php")
+        port = free_port()
+        self._start("php", "-d", "variables_order=EGPCS", "-S", f"127.0.0.1:{port}", "-t", str(site), env=environment)
+        return port
 
     def _start(self, *command, **options):
         log = open(self.folder / f"{pathlib.Path(command[0]).name}.log", "ab")

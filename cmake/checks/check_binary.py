@@ -2,7 +2,7 @@
 """check_binary.py FILE...: what a built file exports and imports.
 
 The module (QivIpsIIs.dll, libQivIpsIIs.so) must export RegisterModule and nothing else. A Windows file may import only
-from the DLLs below, which are part of every Windows Server since 2012 (so no run-time of ours, no api-ms-win-crt-*)."""
+from the DLLs below, which are part of every Windows Server since 2012 (so no run-time of ours, no api-ms-win-crt-*), and must tell our version in its properties."""
 import pathlib
 import re
 import subprocess
@@ -13,6 +13,7 @@ WINDOWS_DLLS = {"advapi32.dll", "kernel32.dll", "msvcrt.dll", "mswsock.dll", "nt
 ELF_HARMLESS = {"_init", "_fini", "_edata", "_end", "__bss_start"}
 ELF_LIBRARIES = re.compile(r"(?:libstdc\+\+|libm|libgcc_s|libc|libpthread|libdl|librt|ld-linux-x86-64)\.so\.\d+")
 EXPECTED = {"RegisterModule"}
+ROOT = pathlib.Path(__file__).resolve().parents[2]
 
 
 def windows_tables(listing):
@@ -22,6 +23,14 @@ def windows_tables(listing):
     exports = set(re.findall(r"^\s*\[\s*\d+\]\s+(?:\+base\[\s*\d+\]\s+(?:[0-9a-f]+\s+)?)?(\S+)", table.group(1), flags=re.M)) \
         if table else set()
     return exports, imports
+
+
+def version_faults(name, content, version):
+    """Of the version resource; `content` is the whole file."""
+    key = "ProductVersion\0".encode("utf-16-le")
+    at = content.find(key) + len(key)
+    told = content[at:at + 64].decode("utf-16-le", "replace").strip("\0").split("\0")[0] if at >= len(key) else "nothing"
+    return [] if told == version else [f"{name}: its properties tell {told} as its version instead of {version}"]
 
 
 def windows_faults(name, listing):
@@ -51,7 +60,9 @@ def faults_of(path):
     def run(*command):
         return subprocess.run(command, check=True, capture_output=True, text=True).stdout
     if path.suffix in (".dll", ".exe"):
-        return windows_faults(path.name, run("x86_64-w64-mingw32-objdump", "-p", str(path)))
+        version = re.search(r'kVersion\[\] = "([^"]+)"', (ROOT / "base/version.h").read_text())[1]
+        return windows_faults(path.name, run("x86_64-w64-mingw32-objdump", "-p", str(path))) + \
+            version_faults(path.name, path.read_bytes(), version)
     return elf_faults(path.name, run("nm", "-D", "--defined-only", str(path)), run("readelf", "-d", str(path)))
 
 

@@ -29,6 +29,27 @@ CWordList FirstWords(const std::vector<InjectionRule>& rules) {
   return CWordList(words);
 }
 
+// Indices of the rules that have a word, sorted by it.
+std::vector<std::uint32_t> SortedByWord(const std::vector<InjectionRule>& rules) {
+  std::vector<std::uint32_t> index;
+  for (std::uint32_t i = 0; i < rules.size(); ++i) {
+    if (!FirstWord(rules[i]).empty()) index.push_back(i);
+  }
+  std::stable_sort(index.begin(), index.end(),
+                   [&](std::uint32_t a, std::uint32_t b) { return FirstWord(rules[a]) < FirstWord(rules[b]); });
+  return index;
+}
+
+std::ptrdiff_t FindWord(const std::vector<InjectionRule>& rules, const std::vector<std::uint32_t>& index,
+                        std::string_view word) {
+  if (word.empty()) return -1;  // most segments have none
+  const auto found = std::lower_bound(index.begin(), index.end(), word, [&](std::uint32_t rule, std::string_view w) {
+    return FirstWord(rules[rule]) < w;
+  });
+  if (found == index.end() || FirstWord(rules[*found]) != word) return -1;
+  return static_cast<std::ptrdiff_t>(*found);
+}
+
 std::vector<InjectionRule> ReadList(std::string_view builtin_text, std::string_view user_text, std::string_view tag) {
   std::vector<InjectionRule> rules;
   rules.reserve(kReservedRules);
@@ -50,11 +71,8 @@ InjectionLibrary::InjectionLibrary(std::vector<InjectionRule> rules, std::vector
       events_(std::move(events)),
       key_words_(FirstWords(keys_)),
       event_words_(FirstWords(events_)) {
-  for (std::uint32_t i = 0; i < rules_.size(); ++i) {
-    if (!FirstWord(rules_[i]).empty()) rule_index_.push_back(i);
-  }
-  std::stable_sort(rule_index_.begin(), rule_index_.end(),
-                   [this](std::uint32_t a, std::uint32_t b) { return FirstWord(rules_[a]) < FirstWord(rules_[b]); });
+  rule_index_ = SortedByWord(rules_);
+  event_index_ = SortedByWord(events_);
 }
 
 InjectionLibrary InjectionLibrary::FromText(std::string_view builtin_text, std::string_view user_text) {
@@ -62,13 +80,8 @@ InjectionLibrary InjectionLibrary::FromText(std::string_view builtin_text, std::
                           ReadList(builtin_text, user_text, "xss_events"));
 }
 
-std::ptrdiff_t InjectionLibrary::FindRule(std::string_view word) const {
-  if (word.empty()) return -1;  // most segments have none
-  const auto found =
-      std::lower_bound(rule_index_.begin(), rule_index_.end(), word,
-                       [this](std::uint32_t rule, std::string_view w) { return FirstWord(rules_[rule]) < w; });
-  if (found == rule_index_.end() || FirstWord(rules_[*found]) != word) return -1;
-  return static_cast<std::ptrdiff_t>(*found);
-}
+std::ptrdiff_t InjectionLibrary::FindRule(std::string_view word) const { return FindWord(rules_, rule_index_, word); }
+
+bool InjectionLibrary::IsEvent(std::string_view name) const { return FindWord(events_, event_index_, name) >= 0; }
 
 }  // namespace qiv

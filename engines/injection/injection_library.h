@@ -28,6 +28,8 @@ class InjectionLibrary {
   const std::vector<InjectionRule>& Keys() const { return keys_; }      ///< cut words
   const std::vector<InjectionRule>& Events() const { return events_; }  ///< HTML event attribute names
 
+  /// Whether it is the name of an event attribute, in lower case.
+  bool IsEvent(std::string_view name) const;
   /// Index of the first rule whose first word equals `word`, or -1.
   std::ptrdiff_t FindRule(std::string_view word) const;
   /// Words are numbered like Keys() / Events(); an entry without a word, and one whose word an earlier entry has, never
@@ -39,7 +41,8 @@ class InjectionLibrary {
   std::vector<InjectionRule> rules_;
   std::vector<InjectionRule> keys_;
   std::vector<InjectionRule> events_;
-  std::vector<std::uint32_t> rule_index_;  // the rules that have a word, sorted by it
+  std::vector<std::uint32_t> rule_index_;   // the rules that have a word, sorted by it
+  std::vector<std::uint32_t> event_index_;  // the same of the events
   CWordList key_words_;
   CWordList event_words_;
 };

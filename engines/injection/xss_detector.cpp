@@ -22,6 +22,7 @@
 #include <limits>
 
 #include "common/text.h"
+#include "engines/injection/xss_forms.h"
 
 namespace qiv {
 namespace {
@@ -262,13 +263,64 @@ XssType XssDetector::Check(std::string* text, const InjectionSettings& settings,
   return CheckBlanked(std::string_view(*text), settings, library, fragment, per_parameter);
 }
 
+namespace {
+
+bool IsWanted(XssType type, const InjectionSettings& settings) {
+  switch (type) {
+    case XssType::kHtmlEvent:
+      return settings.xss_html_action != 0;
+    case XssType::kScriptTag:
+    case XssType::kScriptCode:
+      return settings.xss_script_block != 0;
+    case XssType::kScriptLoading:
+      return settings.xss_script_load != 0;
+    case XssType::kNone:
+      break;
+  }
+  return false;
+}
+
+// What a browser would run, by its form.
+XssType CheckForms(std::string_view text, const InjectionSettings& settings, const InjectionLibrary& library,
+                   TextPlace* fragment, bool per_parameter) {
+  XssType type = XssType::kNone;
+  const auto examine = [&](std::string_view value) {
+    const XssFinding found = FindXssForm(value, library);
+    if (!IsWanted(found.type, settings)) return true;
+    type = found.type;
+    *fragment = {PlaceOf(value, text).offset + found.begin, found.end - found.begin};
+    return false;
+  };
+  if (!per_parameter) {
+    examine(text);
+    return type;
+  }
+  ForEachParameter(text, [&](const Parameter& parameter) {
+    const std::string_view name = parameter.name;
+    // "?<svg onload=...": a site that prints its whole query prints the name too. Names of parts lie elsewhere.
+    const bool joined = name.find_first_of("<\"'") != kNone && name.data() + name.size() + 1 == parameter.value.data();
+    return examine(joined ? std::string_view(name.data(), name.size() + 1 + parameter.value.size()) : parameter.value);
+  });
+  return type;
+}
+
+}  // namespace
+
 XssType XssDetector::CheckText(const JudgedText& text, const InjectionSettings& settings,
                                const InjectionLibrary& library, TextPlace* fragment, bool per_parameter) {
   if (!IsAnyOn(settings)) return XssType::kNone;
-  if (text.lowered.find('+') == kNone) return CheckBlanked(text, settings, library, fragment, per_parameter);
-  std::string copy(text.lowered);
-  std::replace(copy.begin(), copy.end(), '+', ' ');
-  return CheckBlanked({copy, text.exact}, settings, library, fragment, per_parameter);
+  XssType type = XssType::kNone;
+  if (text.lowered.find('<') != kNone) {  // each of the three checks needs one
+    if (text.lowered.find('+') == kNone) {
+      type = CheckBlanked(text, settings, library, fragment, per_parameter);
+    } else {
+      std::string copy(text.lowered);
+      std::replace(copy.begin(), copy.end(), '+', ' ');
+      type = CheckBlanked({copy, text.exact}, settings, library, fragment, per_parameter);
+    }
+  }
+  if (type != XssType::kNone || settings.xss_form == 0) return type;
+  return CheckForms(text.lowered, settings, library, fragment, per_parameter);
 }
 
 }  // namespace qiv

@@ -8,10 +8,9 @@
 #include "engines/injection/injection_library.h"
 #include "engines/injection/injection_settings.h"
 #include "engines/injection/judged_text.h"
+#include "engines/injection/xss_finding.h"
 
 namespace qiv {
-
-enum class XssType { kNone, kHtmlEvent, kScriptTag, kScriptLoading };
 
 /// No state of its own; case-sensitive; thread safe; linear in the text. It speaks no language: checks/ names the
 /// types.
@@ -22,7 +21,7 @@ class XssDetector {
   static XssType Check(std::string* text, const InjectionSettings& settings, const InjectionLibrary& library,
                        TextPlace* fragment, bool per_parameter);
   /// The same for a text that is not to be changed: it is copied only when there is a "+" to replace and a check to
-  /// run.
+  /// run. With `xss_form` on, what a browser would run is a finding too (xss_forms.h), of the kinds that are on.
   static XssType CheckText(const JudgedText& text, const InjectionSettings& settings, const InjectionLibrary& library,
                            TextPlace* fragment, bool per_parameter);
 

@@ -28,7 +28,8 @@ class CQivLibs {
 
   /// Whether the content of a file or of a request is a webshell; on a hit, and only then, `*result` is filled (but for
   /// known_good and partial, which are always set). At most 2 MiB of text; a scan takes a few copies of it and, of a
-  /// script, at most some twelve times its bytes and half a mebibyte more; for a text without "<?", "<%" or
+  /// script, at most some nine times its bytes more, or half a mebibyte where that is less; for a text without "<?",
+  /// "<%" or
   /// "<script runat" nothing but one copy.
   bool WebshellScan(std::string_view text, WebshellResult* result) const;
 

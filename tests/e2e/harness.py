@@ -7,11 +7,11 @@ import pathlib
 import shutil
 import signal
 import socket
-import socketserver
 import subprocess
 import tempfile
 import threading
 import time
+import unittest
 
 SOURCE = pathlib.Path(__file__).resolve().parents[2]
 WINE = os.environ.get("QIV_E2E_WINE") == "1"
@@ -85,11 +85,11 @@ class Response:
 
 
 class Client:
-    """A raw connection."""
+    """One side of a raw connection."""
 
-    def __init__(self, port, address="127.0.0.1"):
-        self.socket = socket.create_connection((address, port), timeout=LIMIT)
-        self.buffer = b""
+    def __init__(self, connection):
+        connection.settimeout(LIMIT)
+        self.socket, self.buffer = connection, b""
 
     def __enter__(self):
         return self
@@ -188,7 +188,7 @@ class HostProcess:
         self.reader.start()
 
     def connect(self):
-        return Client(self.port, self.address)
+        return Client(socket.create_connection((self.address, self.port), timeout=LIMIT))
 
     def _drain(self):
         for line in self.process.stdout:
@@ -269,57 +269,97 @@ class Service:
         self.process.stdout.close()
 
 
-class Upstream(socketserver.ThreadingTCPServer):
-    """An application behind the proxy that answers every request with what it received of the body."""
-    allow_reuse_address = True
-    daemon_threads = True
-    request_queue_size = 128
-
-    def __init__(self):
-        super().__init__(("127.0.0.1", 0), _Application)
-        self.port = self.server_address[1]
-        self.requests = []
-        threading.Thread(target=self.serve_forever, daemon=True).start()
-
-    def __exit__(self, *arguments):
-        self.shutdown()
-        super().__exit__(*arguments)
-
-
-class _Application(socketserver.StreamRequestHandler):
-    def handle(self):
-        while True:
-            line = self.rfile.readline(65537)
-            if not line.strip():
-                return
-            headers = {}
-            while (header := self.rfile.readline(65537)).strip():
-                name, _, value = header.decode("latin-1").partition(":")
-                headers[name.strip().lower()] = value.strip()
-            digest, size = hashlib.sha256(), 0
-            for piece in self.body(headers):
-                digest.update(piece)
-                size += len(piece)
-            self.server.requests.append((line.decode("latin-1").strip(), headers, size, digest.hexdigest()))
-            answer = f"{size} {digest.hexdigest()}".encode()
-            self.wfile.write(b"HTTP/1.1 200 OK\r\nContent-Type: text/plain\r\nContent-Length: %d\r\n\r\n%s" %
-                             (len(answer), answer))
-
-    def body(self, headers):
-        if "chunked" in headers.get("transfer-encoding", "").lower():
-            while size := int(self.rfile.readline(1024).split(b";")[0], 16):
-                yield self.rfile.read(size)
-                self.rfile.readline()
-            while self.rfile.readline(65537).strip():
-                pass
-            return
+def read_request(client):
+    """Request line, headers and body as an upstream sees them. The body is given as (size, digest)."""
+    line = client.line()
+    headers = {}
+    while text := client.line():
+        name, value = text.split(": ", 1) if ": " in text else (text.rstrip(":"), "")
+        headers[name.lower()] = value
+    digest, size = hashlib.sha256(), 0
+    if headers.get("transfer-encoding") == "chunked":
+        while data := client.chunk():
+            digest.update(data)
+            size += len(data)
+    else:
         left = int(headers.get("content-length", 0))
         while left:
-            piece = self.rfile.read(min(left, 1 << 16))
-            if not piece:
-                return
-            left -= len(piece)
-            yield piece
+            data = client.take(min(left, 65536))
+            if not data:
+                raise EOFError("body cut")
+            digest.update(data)
+            size += len(data)
+            left -= len(data)
+    return line, headers, (size, digest.hexdigest())
+
+
+def serve_forever(answer):
+    """An upstream that answers every request of a connection with answer(line, headers, body)."""
+    def handle(client, _):
+        with contextlib.suppress(EOFError):
+            while True:
+                body = answer(*read_request(client))
+                client.send(f"HTTP/1.1 200 OK\r\nContent-Type: text/plain\r\nContent-Length: {len(body)}\r\n\r\n{body}")
+    return handle
+
+
+class Upstream:
+    """A server whose connections are handled by a function of (Client, number of connection); without one an application that
+    answers every request with the size and the digest of the body it received."""
+
+    def __init__(self, handle=None):
+        self.handle = handle or serve_forever(self._digest)
+        self.requests = []  # of the application: (line, headers, (size, digest))
+        self.listener = socket.create_server(("127.0.0.1", 0))
+        self.port = self.listener.getsockname()[1]
+        self.connections = 0
+        self.failures = []
+        threading.Thread(target=self._accept, daemon=True).start()
+
+    def _accept(self):
+        with contextlib.suppress(OSError):
+            while True:
+                connection, _ = self.listener.accept()
+                connection.settimeout(LIMIT)
+                self.connections += 1
+                threading.Thread(target=self._serve, args=(connection, self.connections), daemon=True).start()
+
+    def _serve(self, connection, number):
+        try:
+            self.handle(Client(connection), number)
+        except Exception as error:  # pylint: disable=broad-except
+            self.failures.append(error)
+        finally:
+            connection.close()
+
+    def _digest(self, line, headers, body):
+        self.requests.append((line, headers, body))
+        return f"{body[0]} {body[1]}"
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.listener.close()
+
+
+class ProxiedTest(unittest.TestCase):
+    """Tests with the module before an application."""
+    @classmethod
+    def install(cls):
+        return Installation()
+
+    @classmethod
+    def setUpClass(cls):
+        cls.installation = cls.install()
+        cls.upstream = Upstream()
+        cls.host = Host(cls.installation, upstream=cls.upstream.port)
+
+    @classmethod
+    def tearDownClass(cls):
+        cls.host.stop()
+        cls.upstream.__exit__()
+        cls.installation.remove()
 
 
 @contextlib.contextmanager

@@ -4,7 +4,7 @@ import os
 import socket
 import unittest
 
-from harness import Host, Installation, Upstream
+from harness import ProxiedTest
 
 LIMIT = 104857600  # the largest body the module reads
 
@@ -15,19 +15,7 @@ def pattern(size):
     return (block * (size // len(block) + 1))[:size]
 
 
-class Bodies(unittest.TestCase):
-    @classmethod
-    def setUpClass(cls):
-        cls.installation = Installation()
-        cls.upstream = Upstream()
-        cls.host = Host(cls.installation, upstream=cls.upstream.port)
-
-    @classmethod
-    def tearDownClass(cls):
-        cls.host.stop()
-        cls.upstream.__exit__()
-        cls.installation.remove()
-
+class Bodies(ProxiedTest):
     def send(self, body, content_type, method="POST"):
         status, _, answer = self.host.request(method, "/", body, {"Content-Type": content_type})
         self.assertEqual(status, 200, answer[:200])

@@ -62,6 +62,7 @@ class Protection(unittest.TestCase):
         self.host.get("/one-event?id=1")
         wait_until(self.installation.log.exists, 5, "the log")
         events = [json.loads(line) for line in self.installation.log.read_text("utf-8").splitlines()]
+        self.assertRegex(events[0].get("version", ""), r"^\d+\.\d+\.\d+$")
         ours = [event for event in events if "/one-event" in event.get("url", "")]
         self.assertEqual(len(ours), 3)
         self.assertEqual(ours[0]["item"], "SQL Injection Protection(GET)")

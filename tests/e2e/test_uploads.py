@@ -6,7 +6,7 @@ import struct
 import unittest
 import zlib
 
-from harness import Host, Installation, Upstream
+from harness import Installation, ProxiedTest
 
 SHELL = b"<?php @eval($_POST['x']); ?>"
 PAGE = b"<% Dim t : t = \"News\" %>\r\n<html><body><%= t %></body></html>"
@@ -33,23 +33,15 @@ def field(name, content):
     return DISPOSITION + b"name=\"" + name + b"\"", content
 
 
-class Uploads(unittest.TestCase):
+class Uploads(ProxiedTest):
     profile = "default"
 
     @classmethod
-    def setUpClass(cls):
-        cls.installation = Installation(language="en-US", profile=cls.profile)
+    def install(cls):
+        installation = Installation(language="en-US", profile=cls.profile)
         if cls.profile == "strict":  # it locks an address at its first attack
-            cls.installation.edit({"website_response": {"lock": "0", "ret_type": "2"},
-                                   "website_attack": {"e404": "0"}})
-        cls.upstream = Upstream()
-        cls.host = Host(cls.installation, upstream=cls.upstream.port)
-
-    @classmethod
-    def tearDownClass(cls):
-        cls.host.stop()
-        cls.upstream.__exit__()
-        cls.installation.remove()
+            installation.edit({"website_response": {"lock": "0", "ret_type": "2"}, "website_attack": {"e404": "0"}})
+        return installation
 
     def post(self, body, content_type="multipart/form-data; boundary=XX"):
         return self.host.request("POST", "/upload.aspx", body, {"Content-Type": content_type})

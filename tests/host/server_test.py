@@ -18,7 +18,7 @@ import unittest
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "e2e"))
 import harness  # pylint: disable=wrong-import-position
-from harness import LIMIT, WINE, Client, native  # pylint: disable=wrong-import-position
+from harness import LIMIT, WINE, Upstream, native, read_request, serve_forever  # pylint: disable=wrong-import-position
 
 MODULE = os.environ["QIV_HOSTILE_MODULE"]
 LARGE = 104857601
@@ -51,42 +51,6 @@ class Host(harness.HostProcess):
         return int(re.search(r"VmHWM:\s+(\d+)", pathlib.Path(f"/proc/{self.process.pid}/status").read_text())[1])
 
 
-class Upstream:
-    """A server whose connections are handled by a function of (Client-like connection, number of connection)."""
-
-    def __init__(self, handle):
-        self.handle = handle
-        self.listener = socket.create_server(("127.0.0.1", 0))
-        self.port = self.listener.getsockname()[1]
-        self.connections = 0
-        self.failures = []
-        threading.Thread(target=self._accept, daemon=True).start()
-
-    def _accept(self):
-        with contextlib.suppress(OSError):
-            while True:
-                connection, _ = self.listener.accept()
-                connection.settimeout(LIMIT)
-                self.connections += 1
-                threading.Thread(target=self._serve, args=(connection, self.connections), daemon=True).start()
-
-    def _serve(self, connection, number):
-        client = Client.__new__(Client)
-        client.socket, client.buffer = connection, b""
-        try:
-            self.handle(client, number)
-        except Exception as error:  # pylint: disable=broad-except
-            self.failures.append(error)
-        finally:
-            connection.close()
-
-    def __enter__(self):
-        return self
-
-    def __exit__(self, *_):
-        self.listener.close()
-
-
 def before_the_cut(exchange):
     """The result of an exchange with a host that cuts off who is silent for a second, which a client on a busy machine may be:
     then it is tried again."""
@@ -103,40 +67,6 @@ def allow_files(count):
         raise unittest.SkipTest(f"needs {count} open files, and the system allows {hard}: raise the limit (ulimit -Hn)")
     if soft != resource.RLIM_INFINITY and soft < count:
         resource.setrlimit(resource.RLIMIT_NOFILE, (count, hard))
-
-
-def read_request(client):
-    """Request line, headers and body as an upstream sees them. The body is given as (size, digest)."""
-    line = client.line()
-    headers = {}
-    while text := client.line():
-        name, value = text.split(": ", 1) if ": " in text else (text.rstrip(":"), "")
-        headers[name.lower()] = value
-    digest, size = hashlib.sha256(), 0
-    if headers.get("transfer-encoding") == "chunked":
-        while data := client.chunk():
-            digest.update(data)
-            size += len(data)
-    else:
-        left = int(headers.get("content-length", 0))
-        while left:
-            data = client.take(min(left, 65536))
-            if not data:
-                raise EOFError("body cut")
-            digest.update(data)
-            size += len(data)
-            left -= len(data)
-    return line, headers, (size, digest.hexdigest())
-
-
-def serve_forever(answer):
-    """An upstream that answers every request of a connection with answer(line, headers, body)."""
-    def handle(client, _):
-        with contextlib.suppress(EOFError):
-            while True:
-                body = answer(*read_request(client))
-                client.send(f"HTTP/1.1 200 OK\r\nContent-Type: text/plain\r\nContent-Length: {len(body)}\r\n\r\n{body}")
-    return handle
 
 
 class StaticSite(unittest.TestCase):
@@ -502,9 +432,9 @@ class Lifetime(unittest.TestCase):
                                  ([*listen, "--root", root, "--root", root], "--root"),
                                  (["--listen"], "--listen"), (["--nothing"], "unknown option --nothing"),
                                  ([*listen, "--root", root, "--nothing=1"], "unknown option --nothing"),
-                                 ([*listen, "--root", root + "/no"], "no such folder"),
-                                 ([*listen, "--root", root, "--module", "missing.so"], "cannot be loaded"),
-                                 (["--listen", "192.0.2.77:1", "--root", root], "cannot listen")):
+                                 ([*listen, "--root", root + "/no"], "/no: cannot be served: "),
+                                 ([*listen, "--root", root, "--module", "missing.so"], "missing.so: cannot be loaded: "),
+                                 (["--listen", "192.0.2.77:1", "--root", root], "192.0.2.77:1: cannot listen: ")):
             with self.subTest(arguments):
                 result = subprocess.run(harness.command("qivhost", *arguments), capture_output=True, timeout=LIMIT, check=False)
                 self.assertEqual(result.returncode, 2)

@@ -53,9 +53,10 @@ CInstallation::~CInstallation() {
 }
 
 void CInstallation::Write(const Site& site) const {
-  std::string settings = "<language>" + site.language + "</language><enable_ipv6prot>" + (site.ipv6 ? "1" : "0") +
-                         "</enable_ipv6prot><sys_is_qiv>" + (site.linked ? "1" : "0") +
-                         "</sys_is_qiv><website_other><sys_log_ex>" + site.log_ex + "</sys_log_ex></website_other>";
+  std::string settings =
+      "<language>" + site.language + "</language><enable_ipv6prot>" + (site.ipv6 ? "1" : "0") +
+      "</enable_ipv6prot><sys_is_qiv>" + (site.linked ? "1" : "0") + "</sys_is_qiv><extend_functions>" + site.extend +
+      "</extend_functions><website_other><sys_log_ex>" + site.log_ex + "</sys_log_ex></website_other>";
   std::map<std::string, std::string> sections = site.sections;
   sections["website_base"];
   for (const auto& [name, members] : sections) {

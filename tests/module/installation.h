@@ -14,6 +14,7 @@ struct Site {
   bool ipv6 = false;
   bool linked = false;  ///< to the firewall service
   std::string log_ex;   ///< extended log settings
+  std::string extend;   ///< extend_functions
 };
 
 class CInstallation {

@@ -167,6 +167,8 @@ class Binary(unittest.TestCase):
             faults = check_binary.windows_faults("x.dll", self.LISTING.format(dll=dll, more=more))
             self.assertEqual(len(faults), count, (dll, more, faults))
         self.assertEqual(len(check_binary.windows_faults("x.dll", "\tDLL Name: KERNEL32.dll\n")), 1)
+        for told, count in (("ProductVersion\0\0001.0.0\0\0", 0), ("ProductVersion\0001.0.01\0", 1), ("FileVersion\0001.0.0\0", 1)):
+            self.assertEqual(len(check_binary.version_faults("x.dll", told.encode("utf-16-le"), "1.0.0")), count, told)
 
     def test_elf(self):
         needed = " 0x1 (NEEDED)  Shared library: [{}]\n"

@@ -139,7 +139,13 @@ TEST(Lint, SaysWhatIsDoubtfulAndWhere) {
       {"'website_sql': {'xss': 1, 'xss_post': 1, 'xss_html_action': 1}",
        "\"xss_post\" is on, but no key that captures the body is, as \"post\" would"},
       {"'website_request': {'photo_post': 1}", "\"photo_post\" is on, but \"photo\" is off"},
-      {"'extend_functions': 'website_jss'", "\"extend_functions\" names \"website_jss\"; known is \"website_js\""},
+      {"'extend_functions': 'website_jss'",
+       "\"extend_functions\" names \"website_jss\"; known are website_js, website_body, website_headers, website_path, "
+       "website_log_only"},
+      {"'extend_functions': 'website_log_only'",
+       "\"website_log_only\" is on: nothing is blocked, events say what would be"},
+      {"'extend_functions': 'website_log_only:injection'",
+       "\"website_log_only\" is on: nothing is blocked by injection"},
       // Keys that are there twice, in one object or as sections.
       {"'website_sql': {'get': 0}, 'website_sql': {'post': 0}",
        "\"website_sql\" was set on line 2 already; what stands there is lost"},

@@ -1,6 +1,7 @@
 // Runs the built qivctl: what it prints, what it writes, how it exits.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -175,6 +176,24 @@ TEST(Qivctl, ShowsTheEventThatAVisitorQuotes) {
   EXPECT_EQ(Qivctl("event " + id + "5" + config).exit_code, 1);
   EXPECT_EQ(Qivctl("event '\",'" + config).exit_code, 2);
   EXPECT_EQ(Qivctl("event " + id + "1 --config " + directory.Path("debug")).exit_code, 2);
+}
+
+// What is proposed for an event can be run as it stands, and is then listed and taken back.
+TEST(Qivctl, ExemptsWhatAnEventFound) {
+  const CTemporaryDirectory directory;
+  ASSERT_TRUE(MakeDirectories(directory.Path("config")) && MakeDirectories(directory.Path("debug")));
+  const std::string config = " --config " + directory.Path("");
+  ReplaceFile(directory.Path("debug/_log.log"),
+              "{\"event_id\":\"b1\",\"check\":\"injection\",\"rule\":\"k'1\",\"url\":\"/a%20b.asp?q=1\","
+              "\"detail\":\"SQL(Detail:q=union select)\"}\n");
+  const std::string proposal = Qivctl("exempt --from-event b1" + config).output;
+  const std::size_t begin = std::min(proposal.find("exempt add"), proposal.size());
+  EXPECT_EQ(Qivctl(proposal.substr(begin, proposal.find('\n', begin) - begin)).output, "") << proposal;
+  const std::string listed = Qivctl("exempt list" + config).output;
+  EXPECT_TRUE(listed.starts_with("1. rule k'1 on /a b.asp in parameter q, 2")) << listed;
+  EXPECT_EQ(Qivctl("exempt add --rule r --path a.asp" + config).exit_code, 2);
+  EXPECT_EQ(Qivctl("exempt remove 1" + config).exit_code, 0);
+  EXPECT_EQ(Qivctl("exempt list" + config).output, "nothing is exempt\n");
 }
 
 TEST(Qivctl, LibrariesGoThereAndBack) {
