@@ -55,7 +55,8 @@ bool CutParameter(std::string_view name, RequestFacts* facts) {
   CValueCutter query(facts->raw_url, name);
   ForEachQueryValue(*facts, [&query](const RequestValue& value) { return query.Visit(value); });
   CValueCutter body(facts->raw_body, name);
-  ForEachBodyValue(*facts, [&body](const RequestValue& value) { return body.Visit(value); });
+  ForEachBodyValue(facts->content_type, facts->raw_body,
+                   [&body](const RequestValue& value) { return body.Visit(value); });
   if (query.HasCut()) {
     facts->raw_url = query.Rest();
     const std::size_t mark = facts->raw_url.find('?');

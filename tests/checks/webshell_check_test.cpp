@@ -43,7 +43,7 @@ class WebshellCheckTest : public CCheckFixture {
     facts_.body = decoded;
   }
   void Header(std::int32_t number, std::string_view name, const std::string& value) {
-    facts_.headers.assign(1, {number, name, value});
+    facts_.headers = {{number, std::string(name), value}};
   }
   std::string Run() {
     result_ = {};
