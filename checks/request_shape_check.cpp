@@ -17,6 +17,7 @@ namespace qiv {
 namespace {
 
 constexpr std::uint64_t kBytesInKib = 1024;
+constexpr std::int32_t kViaHeader = 8;  // the server's number for Via, which it makes no variable of
 
 std::string Exceeds(std::uint64_t size, std::uint64_t limit) {
   return std::to_string(size) + " > " + std::to_string(limit);
@@ -142,7 +143,10 @@ void SpiderCheck(const RequestFacts& facts, const CheckContext& context, CheckRe
 
 void ProxyCheck(const RequestFacts& facts, const CheckContext& context, CheckResult& result) {
   const AttackSettings& attack = context.config.attack;
-  if (attack.agent == 0 || !facts.proxy_seen) return;
+  if (attack.agent == 0) return;
+  const bool has_via = std::any_of(facts.headers.begin(), facts.headers.end(),
+                                   [](const HeaderEntry& header) { return header.number == kViaHeader; });
+  if (!facts.proxy_seen && !has_via) return;
   if (context.config.response.cdn != 0 && HasForwardedSource(facts)) return;
   BlockAccess({.kind = kKindShape,
                .category = MessageId::kShapeCategory,

@@ -185,6 +185,7 @@ Verdict Judge(const Protection& protection, Place place, std::string_view text, 
       break;
     case Place::kPath:
       facts.raw_url = "/page/" + PercentEncode(text, false);
+      facts.path = NormalizeText(facts.raw_url);
       break;
     case Place::kRawQuery:
       query = text;

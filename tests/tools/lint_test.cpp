@@ -126,8 +126,8 @@ TEST(Lint, SaysWhatIsDoubtfulAndWhere) {
        "\"get_keys\" has a rule without words; it never matches: \"a=={*}*{*}{*}1\""},
       {"'website_attack': {'overflow_httpheader_rules': 'Host:255|Host'}",
        "\"overflow_httpheader_rules\" has an entry that is not \"Name:limit\": \"Host\""},
-      {"'website_protect': {'timelimit_auth_times': '8:00-18:00'}",
-       "\"timelimit_auth_times\" has an entry that is not a time span: \"8:00-18:00\""},
+      {"'website_protect': {'timelimit_auth_times': '8.00-18:00'}",
+       "\"timelimit_auth_times\" has an entry that is not a time span: \"8.00-18:00\""},
       // Features without what they need.
       {"'website_attack': {'cc': 1, 'cc_lock_freq': 5}", "\"cc\" is on, but \"cc_lock_time\" 0 turns it off"},
       {"'website_attack': {'overflow': 1}", "\"overflow\" is on, but every limit is 0"},
