@@ -49,8 +49,7 @@ class CFloodRun {
         access_(context.config.access),
         state_(context.state),
         client_(ClientAddress(facts)),
-        now_(context.state.clock()),
-        proofs_(context.state.proofs.At(now_)) {}
+        now_(context.state.clock()) {}
 
   void Run() {
     if (!IsCounted() || IsExempt()) return;
@@ -87,9 +86,15 @@ class CFloodRun {
     return !access_.cc_allow_urls.Empty() && access_.cc_allow_urls.HoldsAll(RequestPaths(facts_));
   }
 
-  bool HasPassed() const {
+  bool HasPassed() {
     const std::string_view proof = CookieValue(facts_.cookie, kPassedCookie);
-    return !proof.empty() && proofs_->Read(ProofKind::kVerified, client_, now_, proof).has_value();
+    return !proof.empty() && Proofs().Read(ProofKind::kVerified, client_, now_, proof).has_value();
+  }
+
+  /// Their lock is not for requests that show nothing and are shown nothing.
+  const CVisitorProofs& Proofs() {
+    if (proofs_ == nullptr) proofs_ = state_.proofs.At(now_);
+    return *proofs_;
   }
 
   std::uint32_t Kind() const { return static_cast<std::uint32_t>(attack_.cc_verify_type); }
@@ -102,7 +107,7 @@ class CFloodRun {
         std::string_view(facts_.raw_url).substr(std::min(question + 1, facts_.raw_url.size()));
     const auto answer = ReadVerificationAnswer(attack_.cc_verify_type, query, facts_.cookie);
     if (!answer) return false;
-    const std::optional<PageToken> token = proofs_->ReadPage(Kind(), client_, now_, answer->token);
+    const std::optional<PageToken> token = Proofs().ReadPage(Kind(), client_, now_, answer->token);
     if (!token) return false;
     if (!IsRightAnswer(attack_.cc_verify_type, *token, answer->answer, now_)) {
       wrong_ = attack_.cc_verify_type == kVerifySelect;
@@ -122,7 +127,7 @@ class CFloodRun {
     decision.answer.location =
         FormAction(in_cookie ? std::string_view(facts_.raw_url) : std::string_view(answer->target));
     decision.answer.cookie =
-        Cookie(kPassedCookie, proofs_->Make(ProofKind::kVerified, client_, end), attack_.cc_lock_time, facts_);
+        Cookie(kPassedCookie, Proofs().Make(ProofKind::kVerified, client_, end), attack_.cc_lock_time, facts_);
     result_.status = kBlocked;
     result_.kind = kKindFlood;
     result_.log = 0;
@@ -168,9 +173,9 @@ class CFloodRun {
     state_.flood.pages.fetch_add(1, std::memory_order_relaxed);
     const std::string id = CEventLog::NewEventId();
     const std::uint64_t nonce = NonceOf(id);
-    const std::string token = proofs_->MakePage(Kind(), client_, now_, nonce);
+    const std::string token = Proofs().MakePage(Kind(), client_, now_, nonce);
     const std::string target = FormAction(target_.empty() ? std::string_view(facts_.raw_url) : target_);
-    const std::optional<PageToken> made = proofs_->ReadPage(Kind(), client_, now_, token);
+    const std::optional<PageToken> made = Proofs().ReadPage(Kind(), client_, now_, token);
     VerificationPage page{.kind = attack_.cc_verify_type,
                           .language = context_.config.language,
                           .token = token,
@@ -195,7 +200,7 @@ class CFloodRun {
   CheckState& state_;
   const CIpAddress client_;
   const std::int64_t now_;
-  const std::shared_ptr<const CVisitorProofs> proofs_;
+  std::shared_ptr<const CVisitorProofs> proofs_;  ///< null until something is to be proved
   bool wrong_ = false;
   std::string target_;  ///< of the page that was answered wrongly
 };
