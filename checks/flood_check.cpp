@@ -54,7 +54,7 @@ class CFloodRun {
   void Run() {
     if (!IsCounted() || IsExempt()) return;
     bool passed = HasPassed();
-    if (!passed && attack_.cc_strict_mode == 0 && TakeAnswer(&passed)) return;
+    if (attack_.cc_strict_mode == 0 && TakeAnswer(&passed)) return;
     CClientCounter::Count count = state_.requests.Add(client_, now_, attack_.cc_lock_freq_sec);
     const auto limit = static_cast<std::uint64_t>(attack_.cc_lock_freq) * (passed ? kPassedFactor : 1);
     const bool over = count.requests > limit;
@@ -106,7 +106,9 @@ class CFloodRun {
     const std::string_view query =
         std::string_view(facts_.raw_url).substr(std::min(question + 1, facts_.raw_url.size()));
     const auto answer = ReadVerificationAnswer(attack_.cc_verify_type, query, facts_.cookie);
-    if (!answer) return false;
+    const bool in_cookie = attack_.cc_verify_type == kVerifyCookie;
+    // Who has passed may still send the page's form once more, and is then sent on likewise.
+    if (!answer || (in_cookie && *passed)) return false;
     const std::optional<PageToken> token = Proofs().ReadPage(Kind(), client_, now_, answer->token);
     if (!token) return false;
     if (!IsRightAnswer(attack_.cc_verify_type, *token, answer->answer, now_)) {
@@ -118,7 +120,6 @@ class CFloodRun {
     state_.requests.Forget(client_);
     state_.flood.passed.fetch_add(1, std::memory_order_relaxed);
     AskService(0);
-    const bool in_cookie = attack_.cc_verify_type == kVerifyCookie;
     if (in_cookie && facts_.method != "GET") {
       *passed = true;  // with its form; the next request gets the other cookie
       return false;

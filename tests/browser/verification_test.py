@@ -113,8 +113,9 @@ class Verification(unittest.TestCase):
     def test_a_browser_that_refuses_cookies_is_told_and_does_not_loop(self):
         installation = self.installation("en-US", "cookie")
         with harness.Host(installation, root=ROOT / "docs/demo-site") as host:
-            self.browser.call("Page.addScriptToEvaluateOnNewDocument",
-                              source="Object.defineProperty(document, 'cookie', {get: () => '', set: () => {}})")
+            refusal = self.browser.call("Page.addScriptToEvaluateOnNewDocument",
+                                        source="Object.defineProperty(document, 'cookie', {get: () => '', set: () => {}})")
+            self.addCleanup(self.browser.call, "Page.removeScriptToEvaluateOnNewDocument", **refusal)
             self.flooded(host)
             self.browser.wait("document.body.innerText.includes('refuses cookies')", 10)
 
