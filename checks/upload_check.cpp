@@ -31,8 +31,9 @@ constexpr std::size_t kNone = std::string_view::npos;
 // Of names and findings in the log, in bytes.
 constexpr std::size_t kLongestShown = 100;
 
-// What is scanned of a request: each byte of the body as a part's content and once more as its text, and the price of
-// as many scans as parts with their heads can be. Beyond it, up to kScannedScript, it takes parts without heads.
+// What is scanned of a request: each byte of the body as a part's content and once more as its text or for the price of
+// a part's scan, which its head and some 70 bytes of content earn. Beyond it, up to kScannedScript, it takes parts
+// without heads.
 constexpr std::size_t kScansPerByte = 2;
 constexpr std::size_t kScannedAnyway = 64 * 1024;
 
@@ -233,7 +234,7 @@ class CUploadRun {
 
   bool Scan(const Item& item, std::string_view content) {
     // A scan has a price of its own, or many small parts would cost more than one large one.
-    constexpr std::size_t kPrice = 64;
+    constexpr std::size_t kPrice = 192;
     scan_left_ -= std::min(scan_left_, content.size() + kPrice);
     WebshellResult found;
     if (!context_.webshells) return false;
