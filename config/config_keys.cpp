@@ -1,7 +1,10 @@
 #include "config/config_keys.h"
 
 #include <algorithm>
-#include <array>
+#include <vector>
+
+#include "common/char_set.h"
+#include "common/text.h"
 
 namespace qiv {
 namespace {
@@ -11,26 +14,25 @@ constexpr std::string_view kSections[] = {
     "website_attack", "website_response", "website_lists",
 };
 
-#define QIV_NUMBER(member, key, reader, meaning) \
-  ConfigKey{QIV_SECTION, key, KeyType::kNumber, KeyReader::reader, meaning},
-#define QIV_DIGITS(member, key, reader, meaning) \
-  ConfigKey{QIV_SECTION, key, KeyType::kDigits, KeyReader::reader, meaning},
-#define QIV_FLAG(member, key, reader, meaning) ConfigKey{QIV_SECTION, key, KeyType::kFlag, KeyReader::reader, meaning},
-#define QIV_TEXT(member, key, reader, meaning) ConfigKey{QIV_SECTION, key, KeyType::kText, KeyReader::reader, meaning},
-#define QIV_LIST(member, key, reader, meaning) ConfigKey{QIV_SECTION, key, KeyType::kList, KeyReader::reader, meaning},
-#define QIV_NAMES(member, key, reader, meaning) \
-  ConfigKey{QIV_SECTION, key, KeyType::kNames, KeyReader::reader, meaning},
-#define QIV_EXTENSIONS(member, key, reader, meaning) \
-  ConfigKey{QIV_SECTION, key, KeyType::kExtensions, KeyReader::reader, meaning},
-#define QIV_RULES(member, key, reader, meaning) \
-  ConfigKey{QIV_SECTION, key, KeyType::kRules, KeyReader::reader, meaning},
-#define QIV_CHOICE(member, key, reader, meaning) \
-  ConfigKey{QIV_SECTION, key, KeyType::kChoice, KeyReader::reader, meaning},
-#define QIV_ADDRESSES(member, key, reader, meaning) \
-  ConfigKey{QIV_SECTION, key, KeyType::kList, KeyReader::reader, meaning, true},
+#define QIV_ROW(type, key, reader, meaning, ...)                                           \
+  ConfigKey {                                                                              \
+    QIV_SECTION, key, KeyType::type, KeyReader::reader, meaning, KeyValues { __VA_ARGS__ } \
+  }
+#define QIV_NUMBER(member, key, reader, ...) QIV_ROW(kNumber, key, reader, __VA_ARGS__),
+#define QIV_SWITCH(member, key, reader, ...) QIV_ROW(kSwitch, key, reader, __VA_ARGS__),
+#define QIV_DIGITS(member, key, reader, ...) QIV_ROW(kDigits, key, reader, __VA_ARGS__),
+#define QIV_FLAG(member, key, reader, ...) QIV_ROW(kFlag, key, reader, __VA_ARGS__),
+#define QIV_TEXT(member, key, reader, ...) QIV_ROW(kText, key, reader, __VA_ARGS__),
+#define QIV_LIST(member, key, reader, ...) QIV_ROW(kList, key, reader, __VA_ARGS__),
+#define QIV_ADDRESSES(member, key, reader, ...) QIV_ROW(kAddresses, key, reader, __VA_ARGS__),
+#define QIV_NAMES(member, key, reader, ...) QIV_ROW(kNames, key, reader, __VA_ARGS__),
+#define QIV_EXTENSIONS(member, key, reader, ...) QIV_ROW(kExtensions, key, reader, __VA_ARGS__),
+#define QIV_RULES(member, key, reader, ...) QIV_ROW(kRules, key, reader, __VA_ARGS__),
+#define QIV_CHOICE(member, key, reader, ...) QIV_ROW(kChoice, key, reader, __VA_ARGS__),
 #define QIV_BODY(member, key, reader, meaning) \
-  ConfigKey{QIV_SECTION, key, KeyType::kFlag, KeyReader::reader, meaning, false, true},
-#define QIV_BODY_IF(member, key, with, reader, meaning) QIV_BODY(member, key, reader, meaning)
+  ConfigKey{QIV_SECTION, key, KeyType::kFlag, KeyReader::reader, meaning, {}, true},
+#define QIV_BODY_IF(member, key, with, reader, meaning) \
+  ConfigKey{QIV_SECTION, key, KeyType::kFlag, KeyReader::reader, meaning, {}, true, #with},
 
 constexpr ConfigKey kKeys[] = {
 #define QIV_SECTION "website_base"
@@ -57,8 +59,12 @@ constexpr ConfigKey kKeys[] = {
 };
 
 constexpr ConfigKey kScalarKeys[] = {
-    {"", "language", KeyType::kChoice, KeyReader::kLoader,
-     "Language of messages and pages: `zh-CN`, or `en-US`, which anything else means."},
+    {"",
+     "language",
+     KeyType::kChoice,
+     KeyReader::kLoader,
+     "Language of messages and pages. Anything else is `en-US`.",
+     {.choices = "zh-cn=1 en-us=0"}},
     {"", "sys_is_qiv", KeyType::kFlag, KeyReader::kLoader,
      "Libraries are kept up to date, and the module talks to the firewall service."},
     {"", "enable_ipv6prot", KeyType::kFlag, KeyReader::kLoader,
@@ -71,8 +77,8 @@ constexpr ConfigKey kScalarKeys[] = {
     {"website_other", "trojan_freecode", KeyType::kRules, KeyReader::kLoader,
      "Code that is never taken for a webshell."},
     {"website_other", "trojan_usertrojan", KeyType::kRules, KeyReader::kLoader, "The site's own webshell signatures."},
-    {"website_other", "sys_trust_ip", KeyType::kList, KeyReader::kLoader,
-     "Addresses that the bad-IP library never blocks: single, `a-b`, CIDR, or IPv4 with a trailing `*`.", true},
+    {"website_other", "sys_trust_ip", KeyType::kAddresses, KeyReader::kLoader,
+     "Addresses that the bad-IP library never blocks."},
     {"website_other", "sys_log_ex", KeyType::kText, KeyReader::kLoader,
      "Extended log settings, divided by commas. `request` writes a line for every request to `debug/_log_req.log`."},
 };
@@ -122,9 +128,56 @@ std::string_view NoEffectText(KeyReader reader) {
   return reader == KeyReader::kIdle ? std::string_view("has no effect in this version") : std::string_view();
 }
 
+std::int32_t ReadNumber(std::string_view text, const KeyValues& values) {
+  constexpr std::int32_t kMinute = 60;
+  std::int32_t number = ToNumber(text);
+  if (!values.choices.empty()) return IsChoice(std::to_string(number), values) ? number : values.other;
+  number = std::max(number, values.least);
+  if (number <= 0 && values.none != 0) return values.none;
+  if (values.minutes) number = std::min(number, std::numeric_limits<std::int32_t>::max() / kMinute) * kMinute;
+  return number;
+}
+
+std::int32_t ReadChoice(std::string_view text, const KeyValues& values) {
+  const std::string value = CCharSet::LowerAscii(Trim(text));
+  if (value.empty()) return values.none;
+  for (const std::string_view choice : Split(values.choices, ' ')) {
+    const std::size_t equals = choice.find('=');
+    if (choice.substr(0, equals) == value) return equals == choice.npos ? 0 : ToNumber(choice.substr(equals + 1));
+  }
+  return values.other;
+}
+
+bool IsChoice(std::string_view text, const KeyValues& values) {
+  const std::string value = CCharSet::LowerAscii(Trim(text));
+  const std::vector<std::string_view> choices = Split(values.choices, ' ');
+  return value.empty() || std::any_of(choices.begin(), choices.end(), [&value](std::string_view choice) {
+           return choice.substr(0, choice.find('=')) == value;
+         });
+}
+
+std::string OtherName(const KeyValues& values) {
+  for (const std::string_view choice : Split(values.choices, ' ')) {
+    const std::size_t equals = choice.find('=');
+    if (equals != choice.npos && ToNumber(choice.substr(equals + 1)) == values.other) {
+      return std::string(choice.substr(0, equals));
+    }
+  }
+  return values.other == 0 ? "nothing" : std::to_string(values.other);
+}
+
+std::string ChoiceNames(const KeyValues& values) {
+  std::string names;
+  for (const std::string_view choice : Split(values.choices, ' ')) {
+    AppendAll(&names, {names.empty() ? "" : ", ", choice.substr(0, choice.find('='))});
+  }
+  return names;
+}
+
 std::string_view KeySeparator(KeyType type) {
   switch (type) {
     case KeyType::kList:
+    case KeyType::kAddresses:
       return "|";
     case KeyType::kNames:
     case KeyType::kExtensions:
@@ -137,8 +190,8 @@ std::string_view KeySeparator(KeyType type) {
 }
 
 std::string_view KeyTypeName(KeyType type) {
-  constexpr std::string_view kNames[] = {"number", "digits",     "flag",  "text",  "list",
-                                         "names",  "extensions", "rules", "choice"};
+  constexpr std::string_view kNames[] = {"number",    "switch", "digits",     "flag",  "text",  "list",
+                                         "addresses", "names",  "extensions", "rules", "choice"};
   return kNames[static_cast<std::size_t>(type)];
 }
 

@@ -25,7 +25,6 @@ namespace {
 
 constexpr std::string_view kIpListPart = "qivips_websiteiplibpart";
 constexpr std::string_view kSettingsPart = "qivips_websiteconfigpart";
-constexpr std::int32_t kDefaultPeriod = 60;  // seconds
 constexpr std::string_view kEmptyReferer = "|{$empty}|";
 
 /// The name of the switch that stands in <website_base>, in front of the JSON.
@@ -85,22 +84,23 @@ class CSection {
 };
 
 // Reading is by type alone; what single keys need beyond that follows below.
-#define QIV_NUMBER(member, key, reader, meaning) out->member = ToNumber(section.Text(key, KeyType::kNumber));
+#define QIV_NUMBER(member, key, reader, meaning, ...) \
+  out->member = ReadNumber(section.Text(key, KeyType::kNumber), KeyValues{__VA_ARGS__});
+#define QIV_SWITCH(member, key, reader, meaning) out->member = ToNumber(section.Text(key, KeyType::kSwitch));
 #define QIV_DIGITS(member, key, reader, meaning) out->member = DigitsToNumber(section.Text(key, KeyType::kDigits));
 #define QIV_FLAG(member, key, reader, meaning) out->member = section.Text(key, KeyType::kFlag) == "1";
-#define QIV_TEXT(member, key, reader, meaning) out->member = section.Text(key, KeyType::kText);
+#define QIV_TEXT(member, key, reader, ...) out->member = section.Text(key, KeyType::kText);
 #define QIV_LIST(member, key, reader, meaning) out->member = section.Text(key, KeyType::kList);
 #define QIV_RULES(member, key, reader, meaning) out->member = section.Text(key, KeyType::kRules);
 #define QIV_NAMES(member, key, reader, meaning) out->member = WrapNames(section.Text(key, KeyType::kNames));
 #define QIV_EXTENSIONS(member, key, reader, meaning) \
   out->member = WrapExtensions(section.Text(key, KeyType::kExtensions));
-// Divided by other bytes too, so that no item of it can be told apart here; what is no address is skipped later.
-#define QIV_ADDRESSES(member, key, reader, meaning) out->member = section.Text(key, KeyType::kNumber);
+// What is no address is skipped later.
+#define QIV_ADDRESSES(member, key, reader, meaning) out->member = section.Text(key, KeyType::kAddresses);
 #define QIV_BODY(member, key, reader, meaning) out->member = section.Text(key, KeyType::kFlag) == "1";
 #define QIV_BODY_IF(member, key, with, reader, meaning) QIV_BODY(member, key, reader, meaning)
-#define QIV_CHOICE(member, key, reader, meaning) out->member = ReadChoice(key, section.Text(key, KeyType::kChoice));
-
-std::int32_t ReadChoice(std::string_view key, std::string_view text);
+#define QIV_CHOICE(member, key, reader, meaning, ...) \
+  out->member = ReadChoice(section.Text(key, KeyType::kChoice), KeyValues{__VA_ARGS__});
 
 void ReadKeys(const CSection& section, BaseSettings* out) {
 #include "config/keys_base.def"
@@ -120,11 +120,12 @@ void ReadKeys(const CSection& section, AttackSettings* out) {
 void ReadKeys(const CSection& section, ResponseSettings* out) {
 #include "config/keys_response.def"
 }
-void ReadKeys(const CSection& section, ListSettings* out){
+void ReadKeys(const CSection& section, ListSettings* out) {
 #include "config/keys_lists.def"
 }
 
 #undef QIV_NUMBER
+#undef QIV_SWITCH
 #undef QIV_DIGITS
 #undef QIV_FLAG
 #undef QIV_TEXT
@@ -136,25 +137,6 @@ void ReadKeys(const CSection& section, ListSettings* out){
 #undef QIV_ADDRESSES
 #undef QIV_BODY
 #undef QIV_BODY_IF
-
-std::int32_t ReadChoice(std::string_view key, std::string_view text) {
-  const std::string value = CCharSet::LowerAscii(Trim(text));
-  if (key == "cc_verify_type") {
-    constexpr std::string_view kKinds[] = {"jump", "click", "slide", "select", "cookie"};
-    const auto* const kind = std::find(std::begin(kKinds), std::end(kKinds), value);
-    return kind == std::end(kKinds) ? kVerifyJump : static_cast<std::int32_t>(kind - kKinds) + kVerifyJump;
-  }
-  // csrf_mode.
-  if (value.empty() || value == "0") return kSameSiteOff;
-  return value == "2" || value == "strict" ? kSameSiteStrict : kSameSiteLax;
-}
-
-/// Minutes to seconds, kept within the type; nothing below 0.
-std::int32_t MinutesToSeconds(std::int32_t minutes) {
-  return std::clamp(minutes, 0, std::numeric_limits<std::int32_t>::max() / 60) * 60;
-}
-
-std::int32_t PeriodOrDefault(std::int32_t seconds) { return seconds > 0 ? seconds : kDefaultPeriod; }
 
 void FinishBase(const ExtendedFunctions& extended, BaseSettings* base) {
   if (extended.scripts) return;
@@ -175,24 +157,18 @@ void FinishProtect(ProtectSettings* protect) {
   if (protect->link_empty_refer != 0) protect->link_white_referers += kEmptyReferer;
 }
 
-void FinishAttack(AttackSettings* attack) {
-  attack->cc_lock_freq = std::max(attack->cc_lock_freq, 0);
-  attack->cc_lock_freq_sec = PeriodOrDefault(attack->cc_lock_freq_sec);
-  attack->cc_lock_time = MinutesToSeconds(attack->cc_lock_time);
-  attack->e404_lock_freq_sec = PeriodOrDefault(attack->e404_lock_freq_sec);
-  attack->e404_lock_time = MinutesToSeconds(attack->e404_lock_time);
-}
-
 void FinishResponse(ResponseSettings* response) {
-  response->lock_freq = std::max(response->lock_freq, 0);
   // Without a limit the other keys of smart blocking are not looked at.
-  response->lock_time = response->lock_freq == 0 ? 0 : MinutesToSeconds(response->lock_time);
-  response->lock_freq_sec = response->lock_freq == 0 ? kDefaultPeriod : PeriodOrDefault(response->lock_freq_sec);
+  if (response->lock_freq == 0) {
+    response->lock_time = 0;
+    response->lock_freq_sec = ReadNumber("", FindConfigKey("website_response", "lock_freq_sec")->values);
+  }
   response->lock = response->lock && response->lock_freq != 0 && response->lock_time != 0;
 }
 
 // Whether a flag of the section has the body captured: the rows of the table that say so.
-#define QIV_NUMBER(member, key, reader, meaning)
+#define QIV_NUMBER(...)
+#define QIV_SWITCH QIV_NUMBER
 #define QIV_DIGITS QIV_NUMBER
 #define QIV_FLAG QIV_NUMBER
 #define QIV_TEXT QIV_NUMBER
@@ -219,6 +195,7 @@ bool CapturesBody(const InjectionSettings& settings) {
   return false;
 }
 #undef QIV_NUMBER
+#undef QIV_SWITCH
 #undef QIV_DIGITS
 #undef QIV_FLAG
 #undef QIV_TEXT
@@ -262,7 +239,7 @@ void ReadSwitches(std::string_view settings, WebsiteConfig* config, ConfigFaults
   if (const std::uint32_t value = DigitsToNumber(minutes); value != 0 || is_zero) config->sys_temp_time = value;
   config->trojan_freecode = TaggedText(other, "trojan_freecode", KeyType::kRules, faults);
   config->trojan_usertrojan = TaggedText(other, "trojan_usertrojan", KeyType::kRules, faults);
-  config->sys_trust_ip = TaggedText(other, "sys_trust_ip", KeyType::kNumber, faults);
+  config->sys_trust_ip = TaggedText(other, "sys_trust_ip", KeyType::kAddresses, faults);
   config->sys_log_ex = TaggedText(other, "sys_log_ex", KeyType::kText, faults);
   config->log_requests = WrapNames(config->sys_log_ex).find(",request,") != std::string::npos;
 }
@@ -290,7 +267,6 @@ bool ReadSections(std::string_view settings, WebsiteConfig* config, ConfigFaults
   FinishProtect(&config->protect);
   ReadKeys(sql, &config->sql);
   ReadKeys(attack, &config->attack);
-  FinishAttack(&config->attack);
   ReadKeys(response, &config->response);
   config->response.ret_content = response.Utf8("ret_content");  // goes out in UTF-8
   FinishResponse(&config->response);

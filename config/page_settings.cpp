@@ -61,9 +61,7 @@ PageSettings MakePageSettings(const ResponseSettings& response) {
   PageSettings page;
   page.redirect_url = RedirectUrl(response.ret_url);
   page.status = PageStatus(response.ret_status, !page.redirect_url.empty());
-  page.type = response.ret_type >= PageSettings::kDetailed && response.ret_type <= PageSettings::kCustom
-                  ? response.ret_type
-                  : PageSettings::kShort;
+  page.type = response.ret_type;
   page.content_charset = true;
   if (page.type != PageSettings::kCustom) return page;
 

@@ -18,18 +18,19 @@ namespace qiv {
 
 // What a row of the key table becomes; how its value is written and held: KeyType in config_keys.h. Lists are in GBK,
 // and so are texts, save one with a character that has no GBK form: that stays in UTF-8 as a whole.
-#define QIV_NUMBER(member, key, reader, meaning) std::int32_t member = 0;
-#define QIV_DIGITS(member, key, reader, meaning) std::uint32_t member = 0;
-#define QIV_CHOICE(member, key, reader, meaning) std::int32_t member = 0;
-#define QIV_FLAG(member, key, reader, meaning) bool member = false;
-#define QIV_TEXT(member, key, reader, meaning) std::string member;
-#define QIV_LIST(member, key, reader, meaning) std::string member;
-#define QIV_NAMES(member, key, reader, meaning) std::string member;
-#define QIV_EXTENSIONS(member, key, reader, meaning) std::string member;
-#define QIV_RULES(member, key, reader, meaning) std::string member;
-#define QIV_ADDRESSES(member, key, reader, meaning) std::string member;
-#define QIV_BODY(member, key, reader, meaning) bool member = false;
-#define QIV_BODY_IF(member, key, with, reader, meaning) bool member = false;
+#define QIV_NUMBER(member, ...) std::int32_t member = 0;
+#define QIV_SWITCH(member, ...) std::int32_t member = 0;
+#define QIV_DIGITS(member, ...) std::uint32_t member = 0;
+#define QIV_CHOICE(member, ...) std::int32_t member = 0;
+#define QIV_FLAG(member, ...) bool member = false;
+#define QIV_TEXT(member, ...) std::string member;
+#define QIV_LIST(member, ...) std::string member;
+#define QIV_NAMES(member, ...) std::string member;
+#define QIV_EXTENSIONS(member, ...) std::string member;
+#define QIV_RULES(member, ...) std::string member;
+#define QIV_ADDRESSES(member, ...) std::string member;
+#define QIV_BODY(member, ...) bool member = false;
+#define QIV_BODY_IF(member, ...) bool member = false;
 
 // One struct a section; members are named like their keys ("static" is static_). Lock times are in seconds, periods are
 // never 0, and whatever a feature cannot work without is 0 together with it (see config_parser.cpp).
@@ -53,6 +54,7 @@ struct ListSettings {
 };
 
 #undef QIV_NUMBER
+#undef QIV_SWITCH
 #undef QIV_DIGITS
 #undef QIV_CHOICE
 #undef QIV_ADDRESSES

@@ -222,7 +222,9 @@ void ReadBody(iis::IHttpContext& context, iis::IHttpRequest& request, const Webs
   facts.raw_body = body.bytes;
   const auto encodings = RequestHeader(request, iis::HttpHeaderContentEncoding);
   if (config.extended.body && encodings && !facts.raw_body.empty()) Unpack(*encodings, facts);
-  if (facts.raw_body.find("secretrkey") != std::string_view::npos) facts.keyed_body = facts.raw_body;
+  if (config.response.passwd && facts.raw_body.find("secretrkey") != std::string_view::npos) {
+    facts.keyed_body = facts.raw_body;
+  }
   facts.body = DecodeBody(facts.raw_body);
   CCharSet::LowerAscii(&facts.body);
 }

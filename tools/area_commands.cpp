@@ -26,19 +26,13 @@ struct LookupOptions {
   std::string library;
 };
 
-int Fail(const std::string& file, const std::string& message) {
-  CReport report(file);
-  report.Error(0, message);
-  return report.Print();
-}
-
 std::string FamilyFile(const std::string& folder, bool ipv4) { return folder + (ipv4 ? "/iplib.db" : "/iplibv6.db"); }
 
 int WriteLibrary(CAreaBuilder* builder, bool ipv4, const std::string& path) {
   const std::size_t ranges = builder->RangeCount();
   const CAreaBuilder::File file = builder->Build();
   if (file.content.empty()) return Fail(path, "there are more ranges than a library holds (16,777,216)");
-  if (!ReplaceFile(path, file.content)) return Fail(path, "cannot be written");
+  if (!ReplaceFile(path, file.content)) return Fail(path, CannotWrite());
   std::string summary = path + ": " + std::to_string(ranges) + (ipv4 ? " IPv4" : " IPv6") + " ranges, " +
                         std::to_string(builder->AreaCount()) + " areas, " + std::to_string(file.content.size()) +
                         " bytes";
@@ -54,11 +48,7 @@ int Build(const BuildOptions& options) {
   for (const std::string& input : options.inputs) {
     CReport report(input);
     std::string text;
-    if (ReadInput(input, &text)) {
-      ReadAreaCsv(text, &ipv4, &ipv6, &report);
-    } else {
-      report.Error(0, "cannot be read");
-    }
+    if (ReadInput(input, &text, &report)) ReadAreaCsv(text, &ipv4, &ipv6, &report);
     if (report.Print() != kExitOk) exit_code = kExitError;
   }
   if (exit_code != kExitOk) return exit_code;

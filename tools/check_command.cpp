@@ -138,11 +138,8 @@ int CheckFiles(host::CModuleHost& server, CCapture& capture, const CheckOptions&
   int exit_code = kExitOk;
   for (const std::string& file : options.files) {
     std::string text;
-    if (!ReadInput(file, &text)) {
-      CReport report(file);
-      report.Error(0, "cannot be read");
-      return report.Print();
-    }
+    CReport report(file);
+    if (!ReadInput(file, &text, &report)) return report.Print();
     Decision decision = Judge(server, capture, options, text);
     decision.file = file;
     WriteOutput(options.json ? JsonLine(decision) : ReadableText(decision));

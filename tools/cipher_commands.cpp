@@ -29,10 +29,7 @@ const char* Fault(std::string_view line, bool encrypt) {
 int Convert(bool encrypt) {
   CReport report("standard input");
   std::string input;
-  if (!ReadInput("-", &input)) {
-    report.Error(0, "cannot be read");
-    return report.Print();
-  }
+  if (!ReadInput("-", &input, &report)) return report.Print();
   std::string_view text = input;
   if (text.ends_with('\n')) text.remove_suffix(1);
   std::string output;

@@ -34,12 +34,6 @@ std::string EventText(const JsonObject& event) {
   return text;
 }
 
-int Fail(const std::string& file, const std::string& message) {
-  CReport report(file);
-  report.Error(0, message);
-  return report.Print();
-}
-
 int PrintEvent(const EventOptions& options) {
   const std::string directory = ResolveModuleDirectory(options.directory);
   if (directory.empty()) return Fail(options.directory, "is no module directory: it holds no config folder");

@@ -96,10 +96,10 @@ bool CExchangeService::Start(std::string* error) {
   }
   WebsiteConfig config;
   if (LoadConfigFile(folder_ + "_config.db", &config) == ConfigStatus::kLoaded) states_.SetLanguage(config.language);
-  if (!store_.Load()) return Fail(error, store_.Path() + " cannot be read");
+  if (!store_.Load()) return Fail(error, store_.Path() + " " + CannotRead(store_.Path()));
   if (const std::unique_ptr<CFileLock> lock = store_.Lock()) RemoveLeftovers();
-  if (journal_.moving != 0 && !FinishMoving(UnixSeconds())) return Fail(error, journal_file_ + " cannot be written");
-  if (!FinishPending()) return Fail(error, store_.Path() + " cannot be written");
+  if (journal_.moving != 0 && !FinishMoving(UnixSeconds())) return Fail(error, journal_file_ + " " + CannotWrite());
+  if (!FinishPending()) return Fail(error, store_.Path() + " " + CannotWrite());
   return true;
 }
 
@@ -183,7 +183,7 @@ void CExchangeService::CountPlainLine(std::string_view line) {
 
 bool CExchangeService::WriteJournal() {
   const bool written = ReplaceFile(journal_file_, journal_.ToJson());
-  if (!written && !failed_) options_.print(journal_file_ + " cannot be written; trying again");
+  if (!written && !failed_) options_.print(journal_file_ + " " + CannotWrite() + "; trying again");
   failed_ = !written;
   if (written) options_.after_change();
   return written;
@@ -195,7 +195,7 @@ bool CExchangeService::SaveIsDue() const { return MonotonicMicroseconds() >= nex
 bool CExchangeService::SaveLists() {
   const std::int64_t begin = MonotonicMicroseconds();
   const bool written = store_.Save();
-  if (!written && !lists_failed_) options_.print(store_.Path() + " cannot be written; trying again");
+  if (!written && !lists_failed_) options_.print(store_.Path() + " " + CannotWrite() + "; trying again");
   lists_failed_ = !written;
   const std::int64_t end = MonotonicMicroseconds();
   next_save_us_ = store_.Size() > kLongLists ? end + (end - begin) * kPauseFactor : 0;

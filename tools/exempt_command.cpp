@@ -32,12 +32,6 @@ struct ExemptOptions {
   std::size_t number = 0;  ///< of one to be removed, as `list` counts
 };
 
-int Fail(const std::string& file, const std::string& message, std::size_t line = 0) {
-  CReport report(file);
-  report.Error(line, message);
-  return report.Print();
-}
-
 /// False after an error, which was printed. A file that is not there holds none.
 bool Load(const ExemptOptions& options, std::string* path, std::vector<Exemption>* exemptions, int* exit_code) {
   const std::string directory = ResolveModuleDirectory(options.directory);
@@ -49,7 +43,7 @@ bool Load(const ExemptOptions& options, std::string* path, std::vector<Exemption
   std::string text;
   std::size_t bad_line = 0;
   if (IsFile(*path) && ReadWholeFile(*path, CExemptions::kFileMaxBytes, &text) != ReadFileResult::kOk) {
-    *exit_code = Fail(*path, "cannot be read");
+    *exit_code = Fail(*path, CannotRead(*path));
   } else if (!CExemptions::Read(text, exemptions, &bad_line)) {
     *exit_code = Fail(*path, "is no exemption: rule, path, parameter, date and remark, divided by tabs", bad_line);
   } else {
@@ -61,7 +55,7 @@ bool Load(const ExemptOptions& options, std::string* path, std::vector<Exemption
 int Store(const std::string& path, const std::vector<Exemption>& exemptions) {
   std::string text = "# rule\tpath\tparameter\tdate\tremark\n";
   for (const Exemption& exemption : exemptions) text += ExemptionLine(exemption) + "\n";
-  return ReplaceFile(path, text) ? kExitOk : Fail(path, "cannot be written");
+  return ReplaceFile(path, text) ? kExitOk : Fail(path, CannotWrite());
 }
 
 std::string Today() {

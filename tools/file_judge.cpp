@@ -14,6 +14,7 @@
 #include "port/directory.h"
 #include "port/file.h"
 #include "port/module_path.h"
+#include "tools/files.h"
 
 namespace qiv {
 namespace {
@@ -83,7 +84,7 @@ FileVerdict CFileJudge::Judge(const std::string& path, Cores* cores, const std::
     case ReadFileResult::kUnreadable:
       // What is no file any more has been moved away.
       const PathKind kind = PathKindOf(path);
-      if (kind == PathKind::kFile || kind == PathKind::kUnknown) verdict.error = "cannot be read";
+      if (kind == PathKind::kFile || kind == PathKind::kUnknown) verdict.error = CannotRead(path);
       break;
   }
   return verdict;

@@ -6,6 +6,7 @@
 
 #include "port/file.h"
 #include "port/module_path.h"
+#include "port/system_error.h"
 
 namespace qiv {
 namespace {
@@ -35,6 +36,23 @@ bool ReadInput(const std::string& path, std::string* content) {
   if (path == "-") return ReadStandardInput(content);
   return ReadWholeFile(path, kMaxInput, content) == ReadFileResult::kOk;
 }
+
+bool ReadInput(const std::string& path, std::string* content, CReport* report) {
+  if (ReadInput(path, content)) return true;
+  report->Error(0, CannotRead(path));
+  return false;
+}
+
+std::string CannotRead(const std::string& path) {
+  const std::string message = "cannot be read";
+  if (path == "-") return message;
+  if (IsDirectory(path)) return message + ": it is a folder";
+  std::string part;
+  if (ReadFilePart(path, 0, 1, &part) != ReadFileResult::kOk) return message + ": " + LastSystemError();
+  return FileSize(path).value_or(0) > kMaxInput ? message + ": it is larger than 200 MiB" : message;
+}
+
+std::string CannotWrite() { return "cannot be written: " + LastSystemError(); }
 
 bool IsFile(const std::string& path) { return FileSize(path).has_value(); }
 

@@ -4,10 +4,19 @@
 #include <string>
 #include <string_view>
 
+#include "tools/report.h"
+
 namespace qiv {
 
 /// A file whole, or standard input for "-". False when it cannot be read or is beyond 200 MiB.
 bool ReadInput(const std::string& path, std::string* content);
+/// The same; where it cannot be read, the report has an error that says why.
+bool ReadInput(const std::string& path, std::string* content, CReport* report);
+
+/// "cannot be read: " and the system's reason, or what the path is instead of a file. After a read of it has failed.
+std::string CannotRead(const std::string& path);
+/// "cannot be written: " and the reason of this thread's last failed system call: for right after a failed write.
+std::string CannotWrite();
 
 bool IsFile(const std::string& path);
 bool IsDirectory(const std::string& path);

@@ -9,6 +9,7 @@
 #include "common/ip_address.h"
 #include "common/text.h"
 #include "port/file.h"
+#include "port/system_error.h"
 #include "tools/files.h"
 #include "tools/library_files.h"
 #include "tools/rule_file.h"
@@ -18,18 +19,12 @@
 namespace qiv {
 namespace {
 
-int Fail(const std::string& file, std::string message) {
-  CReport report(file);
-  report.Error(0, std::move(message));
-  return report.Print();
-}
-
 /// The records of one keyword file.
 std::unique_ptr<JsonArray> KeywordRecords(const std::string& path, Language language, int* exit_code) {
   auto records = std::make_unique<JsonArray>();
   CReport report(path);
   std::string text;
-  if (!ReadInput(path, &text)) report.Error(0, "cannot be read");
+  ReadInput(path, &text, &report);
   RecordForm form;
   form.language = language;
   form.user_defined = true;
@@ -55,7 +50,7 @@ std::unique_ptr<JsonObject> ResponseWithPage(const JsonObject& given, const std:
     }
     const std::string path = rules + "/pages/" + content.substr(kPages.size()) + "." + LanguageName(language) + ".html";
     std::string page;
-    if (!ReadInput(path, &page)) *exit_code = Fail(path, "cannot be read");
+    if (!ReadInput(path, &page)) *exit_code = Fail(path, CannotRead(path));
     response->SetText(member->first, page);
   }
   return response;
@@ -69,7 +64,7 @@ std::unique_ptr<JsonObject> SetsWithSpiders(const JsonObject& given, const std::
   for (const char* const name : {"bing", "duckassistbot", "duckduckbot", "googlebot", "openai", "perplexity"}) {
     const std::string path = rules + "/spiders/" + name + ".txt";
     std::string text;
-    if (!ReadInput(path, &text)) *exit_code = Fail(path, "cannot be read");
+    if (!ReadInput(path, &text)) *exit_code = Fail(path, CannotRead(path));
     for (const std::string_view written : Split(text, '\n')) {
       const std::string_view line = Trim(written);
       if (line.empty() || line.front() == '#') continue;
@@ -95,7 +90,7 @@ std::string MakeSettings(const std::string& rules, const InitOptions& options, i
   const std::string path = rules + "/settings/" + options.profile + ".json";
   CReport report(path);
   std::string text;
-  if (!ReadInput(path, &text)) report.Error(0, "cannot be read");
+  ReadInput(path, &text, &report);
   const std::unique_ptr<CSettingsDocument> profile =
       report.HasError() ? nullptr : CSettingsDocument::Parse(std::move(text), &report);
   *exit_code = std::max(*exit_code, report.Print());
@@ -139,10 +134,11 @@ int WriteFiles(const InitOptions& options, const std::vector<NewFile>& files) {
     if (!options.force && IsFile(file.path)) return Fail(file.path, "is there already; --force overwrites it");
   }
   for (const char* const folder : {"/config", "/debug"}) {
-    if (!MakeDirectories(options.directory + folder)) return Fail(options.directory + folder, "cannot be created");
+    if (!MakeDirectories(options.directory + folder))
+      return Fail(options.directory + folder, "cannot be created: " + LastSystemError());
   }
   for (const NewFile& file : files) {
-    if (!ReplaceFile(file.path, file.content)) return Fail(file.path, "cannot be written");
+    if (!ReplaceFile(file.path, file.content)) return Fail(file.path, CannotWrite());
   }
   return kExitOk;
 }

@@ -24,7 +24,7 @@ int Store(const LibraryOptions& options, const std::string& name, const std::str
   const std::string path = options.output + "/" + name;
   if (MakeDirectories(options.output) && ReplaceFile(path, stored)) return kExitOk;
   CReport report(path);
-  report.Error(0, "cannot be written");
+  report.Error(0, CannotWrite());
   return report.Print();
 }
 
@@ -47,17 +47,14 @@ void PutList(const LibraryOptions& options, const std::string& name, const std::
   if (options.output.empty()) {
     WriteOutput("# " + name + "\n" + text);
   } else if (!ReplaceFile(path, text)) {
-    report->Error(0, path + " cannot be written");
+    report->Error(0, path + " " + CannotWrite());
   }
 }
 
 int Unpack(const LibraryOptions& options) {
   CReport report(options.input);
   std::string text;
-  if (!ReadInput(options.input, &text)) {
-    report.Error(0, "cannot be read");
-    return report.Print();
-  }
+  if (!ReadInput(options.input, &text, &report)) return report.Print();
   const std::vector<LibraryList> lists = UnpackLibrary(text, options.user_defined);
   const std::vector<WebshellFile> webshell_files = UnpackWebshellFiles(text);
   if (lists.empty() && webshell_files.empty()) {

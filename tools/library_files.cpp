@@ -43,7 +43,7 @@ std::string PackLibrary(const std::string& directory, RecordForm form, int* exit
     std::string text;
     if (!IsFile(path)) continue;
     reports.emplace_back(path);
-    if (!ReadInput(path, &text)) reports.back().Error(0, "cannot be read");
+    ReadInput(path, &text, &reports.back());
     lists.push_back({name, ReadRuleFile(text, &reports.back())});
   }
   if (lists.empty()) {

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "checks/check_table.h"
+#include "common/char_set.h"
 #include "common/text.h"
 #include "config/access_settings.h"
 #include "config/extended_functions.h"
@@ -14,31 +15,6 @@
 
 namespace qiv {
 namespace {
-
-std::string Lower(std::string_view text) {
-  std::string lower(Trim(text));
-  for (char& c : lower) {
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-  }
-  return lower;
-}
-
-struct Choice {
-  std::string_view section;
-  std::string_view key;
-  std::string_view values;  ///< " a b c " in lower case; an empty value is always admitted
-  std::string_view otherwise;
-};
-
-constexpr Choice kChoices[] = {
-    {"", "language", " zh-cn en-us ", "reads as \"en-US\""},
-    {"website_request", "xframe_type", " deny sameorigin allow-from allowfrom ", "adds no header"},
-    {"website_request", "csrf_mode", " 0 1 2 lax strict ", "reads as Lax"},
-    {"website_protect", "type_allow_mode", " 0 1 ", "reads as 1"},
-    {"website_attack", "cc_verify_type", " jump click slide select cookie ", "reads as \"jump\""},
-    {"website_response", "ret_status", " 200 302 403 404 500 ", "reads as 403"},
-    {"website_response", "ret_type", " 1 2 3 4 ", "reads as 1"},
-};
 
 /// When `key` is on, at least one of `needs` must be.
 struct Need {
@@ -99,6 +75,7 @@ bool IsOn(const CSettingsDocument& settings, std::string_view section, std::stri
     case KeyType::kFlag:
       return text == "1";
     case KeyType::kNumber:
+    case KeyType::kSwitch:
       return ToNumber(text) != 0;
     case KeyType::kDigits:
       return DigitsToNumber(text) != 0;
@@ -114,11 +91,11 @@ bool IsAnyOn(const CSettingsDocument& settings, std::string_view section, std::s
 
 /// The switches that make the module capture the body.
 bool CapturesBody(const CSettingsDocument& settings) {
-  return IsAnyOn(settings, "website_base", "trojan_post upload upload_file upload_exe") ||
-         IsAnyOn(settings, "website_request", "ill_block_post ill_replace_post ill_record_post") ||
-         (IsOn(settings, "website_base", "badcode") && IsOn(settings, "website_base", "badcode_post")) ||
-         (IsOn(settings, "website_request", "photo") && IsOn(settings, "website_request", "photo_post")) ||
-         IsOn(settings, "website_sql", "post");
+  const std::span<const ConfigKey> keys = ConfigKeys();
+  return std::any_of(keys.begin(), keys.end(), [&settings](const ConfigKey& key) {
+    return key.needs_body && IsOn(settings, key.section, key.name) &&
+           (key.body_switch.empty() || IsOn(settings, key.section, key.body_switch));
+  });
 }
 
 void Protection(const CSettingsDocument& settings, std::vector<LintRemark>* remarks) {
@@ -176,7 +153,7 @@ void Pages(const CSettingsDocument& settings, std::vector<LintRemark>* remarks) 
   constexpr std::string_view kSection = "website_response";
   const IJsonValue* const type = settings.Find(kSection, "ret_type");
   const std::string kind(Trim(settings.TextOf(kSection, "ret_type")));
-  const std::string url = Lower(settings.TextOf(kSection, "ret_url"));
+  const std::string url = CCharSet::LowerAscii(settings.TextOf(kSection, "ret_url"));
   if (kind == "3" && url.empty()) remarks->push_back({type, "\"ret_type\" is 3, but \"ret_url\" is empty"});
   if (kind == "4" && settings.TextOf(kSection, "ret_content").empty()) {
     remarks->push_back({type, "\"ret_type\" is 4, but \"ret_content\" is empty"});
@@ -218,7 +195,7 @@ void WhiteLists(const CSettingsDocument& settings, std::vector<LintRemark>* rema
 
 void Cookies(const CSettingsDocument& settings, std::vector<LintRemark>* remarks) {
   constexpr std::string_view kSection = "website_request";
-  const std::string same_site = Lower(settings.TextOf(kSection, "csrf_mode"));
+  const std::string same_site = CCharSet::LowerAscii(settings.TextOf(kSection, "csrf_mode"));
   const bool states_site = !same_site.empty() && same_site != "0";
   if (!IsOn(settings, kSection, "cookie") || (!states_site && !IsOn(settings, kSection, "xss_mode"))) return;
   remarks->push_back({settings.Find(kSection, "cookie"),
@@ -304,18 +281,6 @@ void Items(const CSettingsDocument& settings, std::string_view section, std::str
 }
 
 }  // namespace
-
-std::string LintChoice(const ConfigKey& key, const std::string& text) {
-  for (const Choice& choice : kChoices) {
-    if (choice.section != key.section || choice.key != key.name) continue;
-    const std::string value = Lower(text);
-    if (value.empty() || choice.values.find(" " + value + " ") != std::string_view::npos) return {};
-    return "\"" + std::string(key.name) + "\" is none of" +
-           std::string(choice.values.substr(0, choice.values.size() - 1)) + ": \"" + text + "\" " +
-           std::string(choice.otherwise);
-  }
-  return {};
-}
 
 std::vector<LintRemark> LintRelations(const CSettingsDocument& settings) {
   std::vector<LintRemark> remarks;

@@ -8,9 +8,6 @@
 
 namespace qiv {
 
-/// What is doubtful about the value of a key that has few meaningful values; empty when nothing is.
-std::string LintChoice(const ConfigKey& key, const std::string& text);
-
 struct LintRemark {
   const IJsonValue* value;  ///< where; null for the file as a whole
   std::string message;

@@ -53,12 +53,6 @@ std::optional<std::int64_t> ParsePeriod(std::string_view text) {
   return total;
 }
 
-int Fail(const std::string& file, const std::string& message) {
-  CReport report(file);
-  report.Error(0, message);
-  return report.Print();
-}
-
 /// What to do about a text that is no single address. `command` is the one it was given to.
 std::string NoAddress(const std::string& text, std::string_view command) {
   if (!ParseIpRange(text)) return "is no IP address";
@@ -110,12 +104,12 @@ int ChangeLists(const std::string& directory, Change&& change) {
   CListStore store(directory);
   const std::unique_ptr<CFileLock> lock = store.Lock();
   if (!lock) return Fail(store.Path(), "is being changed by another program");
-  if (!store.Load()) return Fail(store.Path(), "cannot be read");
+  if (!store.Load()) return Fail(store.Path(), CannotRead(store.Path()));
   const std::int64_t now = UnixSeconds();
   store.Expire(now);
   Said said;
   change(store, now, &said);
-  if (!store.Save()) return Fail(store.Path(), "cannot be written");
+  if (!store.Save()) return Fail(store.Path(), CannotWrite());
   WriteOutput(said.text);
   if (const std::size_t dropped = store.TakeDropped(); dropped != 0) {
     PrintWarnings(store.Path(),
@@ -208,7 +202,7 @@ int Show(const ListOptions& options) {
   const std::string directory = ResolveModuleDirectory(options.directory);
   if (directory.empty()) return Fail(options.directory, "is no module directory: it holds no config folder");
   CListStore store(directory);
-  if (!store.Load()) return Fail(store.Path(), "cannot be read");
+  if (!store.Load()) return Fail(store.Path(), CannotRead(store.Path()));
   store.Expire(UnixSeconds());
   const std::vector<ListEntry> entries = store.Entries();
   options.json ? PrintJson(entries) : PrintTable(entries);

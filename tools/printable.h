@@ -8,9 +8,6 @@ namespace qiv {
 
 /// GBK to UTF-8; control characters become blanks: texts can quote a request or a file.
 std::string Printable(std::string_view local);
-/// The same of a text in UTF-8.
-std::string PrintableUtf8(std::string text);
-
 /// The same for a text that is UTF-8 already.
 std::string PrintableUtf8(std::string text);
 

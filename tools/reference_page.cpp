@@ -24,28 +24,42 @@ constexpr std::string_view kHead =
     "| Type | Written as |\n"
     "|---|---|\n"
     "| number | a whole number, as `10` or `\"10\"`; other text reads as 0, or as the number that it begins with |\n"
-    "| digits | the same, but text that is not all digits, or beyond 4294967295, reads as 0 |\n"
+    "| switch | on when it is a number other than 0: write 1 or 0 |\n"
+    "| digits | as a number, but text that is not all digits, or beyond 4294967295, reads as 0 |\n"
     "| flag | on when it is exactly `\"1\"` or `1`; `true` and `\"01\"` are off |\n"
     "| text | any text; an array of strings is joined by line feeds |\n"
     "| list | items divided by `\\|`, or an array of strings |\n"
+    "| addresses | the same; each a single address, `a-b`, CIDR, or IPv4 with a trailing `*` |\n"
     "| names | items divided by `,`, or an array of strings |\n"
     "| extensions | file name extensions without dot, divided by `,` or `\\|`, or an array of strings; case does not "
     "matter |\n"
     "| rules | records that each end with `{#}`, or an array of strings, one a record |\n"
-    "| choice | one of the values named |\n";
+    "| choice | one of the values named, in any case of letters |\n";
 
-constexpr std::string_view kTableHead = "\n| Key | Type | Meaning |\n|---|---|---|\n";
+constexpr std::string_view kTableHead = "\n| Key | Type | Values | Meaning |\n|---|---|---|---|\n";
+
+std::string ValuesText(KeyType type, const KeyValues& values) {
+  std::string text;
+  if (!values.choices.empty()) text = "`" + ReplaceAll(ChoiceNames(values), ", ", "`, `") + "`";
+  if (!values.choices.empty()) text += "; else " + OtherName(values);
+  if (values.none != 0 && type == KeyType::kNumber) text += "0 reads as " + std::to_string(values.none);
+  return text;
+}
 
 void AddRow(std::string_view name, std::string_view type, KeyReader reader, std::string_view meaning,
-            std::string* page) {
+            std::string_view values, std::string* page) {
   const std::string_view remark = reader == KeyReader::kIdle ? "(No effect in this version.) " : "";
-  AppendAll(page, {"| `", name, "` | ", type, " | ", remark, ReplaceAll(meaning, "|", "\\|"), " |\n"});
+  AppendAll(page, {"| `", name, "` | ", type, " | ", values, " | ", remark, ReplaceAll(meaning, "|", "\\|"), " |\n"});
+}
+
+void AddRow(const ConfigKey& key, std::string* page) {
+  AddRow(key.name, KeyTypeName(key.type), key.reader, key.meaning, ValuesText(key.type, key.values), page);
 }
 
 void AddScalars(std::string_view section, std::string* page) {
   *page += kTableHead;
   for (const ConfigKey& key : ScalarKeys()) {
-    if (key.section == section) AddRow(key.name, KeyTypeName(key.type), key.reader, key.meaning, page);
+    if (key.section == section) AddRow(key, page);
   }
 }
 
@@ -55,7 +69,7 @@ std::string ReferencePage() {
   std::string page(kHead);
   page += "\n## Top level\n";
   AddScalars("", &page);
-  AddRow("system_common_areas", "object", KeyReader::kIdle, "Areas that several websites share; carried as it is.",
+  AddRow("system_common_areas", "object", KeyReader::kIdle, "Areas that several websites share; carried as it is.", "",
          &page);
   page += "\n`extend_functions` may name:\n\n";
   for (const ExtendedFunctionName& function : ExtendedFunctionNames()) {
@@ -65,16 +79,13 @@ std::string ReferencePage() {
   AddScalars("website_other", &page);
   for (const std::string_view section : ConfigSections()) {
     page += "\n## " + std::string(section) + "\n" + std::string(kTableHead);
-    for (const ConfigKey& key : ConfigKeys(section))
-      AddRow(key.name, KeyTypeName(key.type), key.reader, key.meaning, &page);
+    for (const ConfigKey& key : ConfigKeys(section)) AddRow(key, &page);
   }
   page += "\n## ip_sets\n" + std::string(kTableHead);
   for (const IpSetKey& key : IpSetKeys()) {
-    AddRow(key.name, key.is_key_list ? "list" : "addresses", key.reader, key.meaning, &page);
+    AddRow(key.name, key.is_key_list ? "list" : "addresses", key.reader, key.meaning, "", &page);
   }
-  page +=
-      "\nAddresses are an object `{\"ipv4\": [...], \"ipv6\": [...]}`, an array, or one text. Each entry is a single "
-      "address,\n`a-b`, CIDR, or IPv4 with a trailing `*`.\n";
+  page += "\nAddresses are an object `{\"ipv4\": [...], \"ipv6\": [...]}`, an array, or one text.\n";
   return page;
 }
 

@@ -29,4 +29,10 @@ int CReport::Print() const {
   return ExitCode();
 }
 
+int Fail(const std::string& file, std::string message, std::size_t line) {
+  CReport report(file);
+  report.Error(line, std::move(message));
+  return report.Print();
+}
+
 }  // namespace qiv

@@ -42,4 +42,7 @@ class CReport {
   std::vector<Entry> entries_;
 };
 
+/// Prints an error about a file, or whatever else a command was given, to stderr; kExitError.
+int Fail(const std::string& file, std::string message, std::size_t line = 0);
+
 }  // namespace qiv

@@ -25,12 +25,6 @@ struct ServiceCommandOptions {
   bool quiet = false;
 };
 
-int Fail(const std::string& file, const std::string& message) {
-  CReport report(file);
-  report.Error(0, message);
-  return report.Print();
-}
-
 void PrintTotals(const ServiceTotals& totals) {
   WriteOutput(std::to_string(totals.lines) + " lines: " + std::to_string(totals.locks) + " locks, " +
               std::to_string(totals.messages) + " messages, " + std::to_string(totals.malformed) + " malformed\n");

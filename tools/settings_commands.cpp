@@ -16,25 +16,19 @@ namespace {
 int Pack(const std::string& input, const std::string& output) {
   CReport report(input);
   std::string text;
-  if (!ReadInput(input, &text)) {
-    report.Error(0, "cannot be read");
-    return report.Print();
-  }
+  if (!ReadInput(input, &text, &report)) return report.Print();
   const std::unique_ptr<CSettingsDocument> settings = CSettingsDocument::Parse(std::move(text), &report);
   if (settings == nullptr) return report.Print();
   const std::string packed = PackSettings(*settings, &report);
   if (!report.HasError() && packed.size() > kConfigMaxBytes) report.Error(0, "the packed settings are beyond 100 MiB");
-  if (!report.HasError() && !ReplaceFile(output, packed)) report.Error(0, output + " cannot be written");
+  if (!report.HasError() && !ReplaceFile(output, packed)) report.Error(0, output + " " + CannotWrite());
   return report.Print();
 }
 
 int Unpack(const std::string& input) {
   CReport report(input);
   std::string text;
-  if (!ReadInput(input, &text)) {
-    report.Error(0, "cannot be read");
-    return report.Print();
-  }
+  if (!ReadInput(input, &text, &report)) return report.Print();
   WriteOutput(UnpackSettings(text, &report));
   return report.Print();
 }
@@ -42,10 +36,7 @@ int Unpack(const std::string& input) {
 int Lint(const std::string& input) {
   CReport report(input);
   std::string text;
-  if (!ReadInput(input, &text)) {
-    report.Error(0, "cannot be read");
-    return report.Print();
-  }
+  if (!ReadInput(input, &text, &report)) return report.Print();
   const std::unique_ptr<CSettingsDocument> settings = CSettingsDocument::Parse(std::move(text), &report);
   if (settings != nullptr) LintSettings(*settings, &report);
   return report.Print();

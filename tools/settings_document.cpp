@@ -18,7 +18,7 @@ std::unique_ptr<IJsonValue> ArrayOf(const std::vector<std::string_view>& items) 
   return array;
 }
 
-bool IsList(KeyType type) { return type == KeyType::kList || type == KeyType::kNames || type == KeyType::kExtensions; }
+bool IsList(KeyType type) { return KeySeparator(type) == "|" || KeySeparator(type) == ","; }
 
 }  // namespace
 

@@ -35,12 +35,6 @@ std::vector<std::string_view> KnownKeys(std::string_view section) {
   return names;
 }
 
-/// Keys whose values are address lists although their type says only "list".
-bool IsAddressList(std::string_view key) {
-  constexpr std::string_view kKeys[] = {"admin_ips", "cc_allow_ips", "allow_ips", "deny_ips", "sys_trust_ip"};
-  return std::find(std::begin(kKeys), std::end(kKeys), key) != std::end(kKeys);
-}
-
 class CLinter {
  public:
   CLinter(const CSettingsDocument& settings, CReport* report) : settings_(settings), report_(*report) {}
@@ -109,8 +103,12 @@ class CLinter {
     Separators(key, value);
     switch (key.type) {
       case KeyType::kNumber:
+      case KeyType::kSwitch:
       case KeyType::kDigits:
         Number(key, value, text);
+        break;
+      case KeyType::kAddresses:
+        Addresses(name, value);
         break;
       case KeyType::kFlag:
         if (!text.empty() && text != "0" && text != "1") {
@@ -126,11 +124,13 @@ class CLinter {
       default:
         break;
     }
-    if (IsAddressList(name)) Addresses(name, value);
     if (const std::string_view idle = NoEffectText(key.reader); !idle.empty() && !text.empty() && text != "0") {
       Find(value, Quoted(name) + " " + std::string(idle));
     }
-    if (const std::string remark = LintChoice(key, text); !remark.empty()) Find(value, remark);
+    if (!key.values.choices.empty() && !IsChoice(text, key.values)) {
+      Find(value, Quoted(name) + " is none of " + ChoiceNames(key.values) + ": " + Quoted(text) + " reads as " +
+                      OtherName(key.values));
+    }
   }
 
   void Number(const ConfigKey& key, const IJsonValue& value, const std::string& text) {
@@ -140,23 +140,25 @@ class CLinter {
       Find(value, name + " is a number: write 1 or 0, " + text + " reads as 0");
       return;
     }
-    const bool has_sign = key.type == KeyType::kNumber && (text[0] == '-' || text[0] == '+');
+    const bool has_sign = key.type != KeyType::kDigits && (text[0] == '-' || text[0] == '+');
     const std::string_view digits = std::string_view(text).substr(has_sign ? 1 : 0);
     if (digits.empty() || !std::all_of(digits.begin(), digits.end(), IsDigit)) {
-      const std::string held = std::to_string(key.type == KeyType::kNumber ? std::int64_t{ToNumber(text)}
-                                                                           : std::int64_t{DigitsToNumber(text)});
+      const std::string held = std::to_string(key.type == KeyType::kDigits ? std::int64_t{DigitsToNumber(text)}
+                                                                           : std::int64_t{ToNumber(text)});
       Find(value, name + " is no whole number: " + Quoted(text) + " reads as " + held);
     } else if (text[0] == '-' && ToNumber(text) != 0) {
       Find(value, name + " is negative");
     } else if (IsBeyondRange(key.type, digits)) {
       Find(value, name + " is too large: " + text);
+    } else if (key.type == KeyType::kSwitch && ToNumber(text) > 1) {
+      Find(value, name + " is a switch: write 1 or 0, " + text + " switches it on");
     }
   }
 
   static bool IsBeyondRange(KeyType type, std::string_view digits) {
     digits.remove_prefix(std::min(digits.find_first_not_of('0'), digits.size()));
-    const std::string limit = type == KeyType::kNumber ? std::to_string(std::numeric_limits<std::int32_t>::max())
-                                                       : std::to_string(std::numeric_limits<std::uint32_t>::max());
+    const std::string limit = type == KeyType::kDigits ? std::to_string(std::numeric_limits<std::uint32_t>::max())
+                                                       : std::to_string(std::numeric_limits<std::int32_t>::max());
     return digits.size() > limit.size() || (digits.size() == limit.size() && digits > limit);
   }
 

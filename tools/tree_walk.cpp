@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "port/system_error.h"
+
 namespace qiv {
 namespace {
 
@@ -110,8 +112,9 @@ bool CTreeWalk::Enter(Step* step) {
   Level level;
   DirectoryIdentity identity;
   if (!ListDirectory(path_, &level.entries, &identity)) {
+    const std::string reason = LastSystemError();
     if (PathKindOf(path_) == PathKind::kMissing) return false;
-    *step = {path_, "the folder cannot be read"};
+    *step = {path_, "the folder cannot be read: " + reason};
     return true;
   }
   if (options_.follow_links && !entered_.insert(identity).second) return false;

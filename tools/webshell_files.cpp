@@ -92,7 +92,7 @@ std::string PackWebshellFiles(const std::string& directory, Language language, i
     if (!IsFile(path)) continue;
     CReport report(path);
     std::string text;
-    if (!ReadInput(path, &text)) report.Error(0, "cannot be read");
+    ReadInput(path, &text, &report);
     stored +=
         "<" + std::string(name) + ">\n" + PackList(name, text, language, &report) + "</" + std::string(name) + ">\n";
     *exit_code = std::max(*exit_code, report.Print());

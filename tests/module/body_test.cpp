@@ -193,6 +193,7 @@ TEST(PostBody, IsDecodedForTheChecks) {
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     CPost post(c.sent, std::to_string(std::string(c.sent).size()));
+    post.config.response.passwd = true;
     post.Read();
     EXPECT_EQ(post.facts.body, c.body);
     EXPECT_EQ(post.facts.raw_body, c.sent);

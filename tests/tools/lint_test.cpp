@@ -57,7 +57,7 @@ TEST(Lint, HasNothingToSayAboutGoodSettings) {
 
 TEST(Lint, SaysWhichSwitchesNothingActsOn) {
   for (const ConfigKey& key : ConfigKeys()) {
-    if (key.type != KeyType::kNumber && key.type != KeyType::kFlag) continue;
+    if (key.type != KeyType::kSwitch && key.type != KeyType::kFlag) continue;
     const std::string name(key.name);
     const std::string remark = "\"" + name + "\" has no effect in this version\n";
     for (const bool on : {true, false}) {
@@ -97,6 +97,7 @@ TEST(Lint, SaysWhatIsDoubtfulAndWhere) {
       {"'website_attack': {'overflow_url_maxlen': '10s'}",
        "\"overflow_url_maxlen\" is no whole number: \"10s\" reads as 0"},
       {"'website_request': {'type_log': 1.5}", "\"type_log\" is no whole number: \"1.5\" reads as 1"},
+      {"'website_request': {'type_log': 2}", "\"type_log\" is a switch: write 1 or 0, 2 switches it on"},
       {"'website_request': {'type_log': -2}", "\"type_log\" is negative"},
       {"'website_request': {'type_log': 2147483648}", "\"type_log\" is too large: 2147483648"},
       {"'website_attack': {'overflow_url_maxlen': 4294967296}", "\"overflow_url_maxlen\" is too large: 4294967296"},
@@ -104,12 +105,12 @@ TEST(Lint, SaysWhatIsDoubtfulAndWhere) {
       {"'website_response': {'passwd': '01'}", "\"passwd\" is off: only \"1\" switches it on, not \"01\""},
       {"'enable_ipv6prot': true", "\"enable_ipv6prot\" is off: only \"1\" switches it on, not \"true\""},
       // Values out of range.
-      {"'language': 'de'", "\"language\" is none of zh-cn en-us: \"de\" reads as \"en-US\""},
-      {"'website_response': {'ret_type': 7}", "\"ret_type\" is none of 1 2 3 4: \"7\" reads as 1"},
+      {"'language': 'de'", "\"language\" is none of zh-cn, en-us: \"de\" reads as en-us"},
+      {"'website_response': {'ret_type': 7}", "\"ret_type\" is none of 1, 2, 3, 4: \"7\" reads as 1"},
       {"'website_response': {'ret_status': '503'}",
-       "\"ret_status\" is none of 200 302 403 404 500: \"503\" reads as 403"},
+       "\"ret_status\" is none of 200, 302, 403, 404, 500: \"503\" reads as 403"},
       {"'website_attack': {'cc_verify_type': 'jmp'}",
-       "\"cc_verify_type\" is none of jump click slide select cookie: \"jmp\" reads as \"jump\""},
+       "\"cc_verify_type\" is none of jump, click, slide, select, cookie: \"jmp\" reads as jump"},
       // Lists.
       {"'website_lists': {'deny_ips': ['1.2.3.4', '1.2.3.400']}",
        "\"deny_ips\" has an entry that is no address or range: \"1.2.3.400\""},
