@@ -7,12 +7,9 @@ found anywhere. The gap between words has no bound, so every word of a phrase mu
 
 LIMITS = {"keyword_rules": 3500, "cut_words": 200}
 STAR = "\N{ASTERISK OPERATOR}"  # in a phrase: an asterisk that divides no words
-COMMENT = f"/{STAR}{STAR}/"
 
-# Spellings of the blanks of a phrase; see STYLES in generate_rules.py.
-FULL = ("blank", "plus", "comment", "any_comment", "tab", "feed", "double", "double_plus", "encoded", "spread",
-    "spread_plus")
-COMMON = ("blank", "plus", "comment", "spread", "spread_plus")
+# Spellings of the blanks of a phrase. One blank is enough where values are judged one by one: runs of blanks and comments
+# are squeezed there. A whole body keeps the "+" of a form; phrases worth it are also spelled with one.
 BLANKS = ("blank", "plus")
 PLAIN = ("blank",)
 
@@ -22,8 +19,17 @@ BODY = ("post",)
 
 KEYWORDS = []
 
+# Phrases that ordinary documents hold, by identifier (family * 1000 + place in the list, from 1): program code in posts,
+# escaped markup, plain sentences. What they were for is found by its form. Their numbers stay unused.
+LEFT_OUT = {
+    111023, 111056, 111067, 111069, 121014, 121070, 121095, 123038, 125014, 132001, 132014, 132032, 151059, 202053, 202078,
+    202092, 202101, 204086, 204115, 213008, 213027, 215005, 216088, 217003, 217038, 217039, 218056,
+}
+# The same of phrases that only bodies hold ordinarily.
+LEFT_OUT_OF_BODIES = {131011, 141001, 161013, 161126, 173011, 173012, 201005, 205068, 216001}
 
-def family(number, english, chinese, phrases, styles=COMMON, places=EVERYWHERE):
+
+def family(number, english, chinese, phrases, styles=BLANKS, places=EVERYWHERE):
     KEYWORDS.append({"number": number, "english": english, "chinese": chinese, "phrases": list(phrases),
                      "styles": styles, "places": places})
 
@@ -34,7 +40,7 @@ family(101, "Union query", "联合查询注入", [
     "union select", "union all select", "union distinct select", "union distinctrow select", "union(select",
     "union (select",
     "union all(select", "union all (select", "union distinct (select", "union((select", "union select(",
-], FULL)
+], BLANKS)
 family(102, "Union query", "联合查询注入", [
     "union\r\nselect", "union\n\nselect", "union\\nselect", "union\\tselect", "union\\nall\\nselect",
     "union\\tall\\tselect", "union\\r\\nselect", "union/*/all/*/select", "union/*/distinct/*/select",
@@ -62,14 +68,14 @@ family(111, "Closed literal with a clause", "闭合后追加条件", [
     "\" order by ", "\" group by ", "\" rlike ", "\" xor ", "` where ", "`) where ", "` order by ", "`) order by ",
     ")) as ", ")) where ", ")) order by ", ")) having ", ")) rlike ", ") rlike ", ")) or ", ")) group by ",
     ") order by 1",
-], ("blank", "plus", "comment"))
+], BLANKS)
 family(112, "Closed literal with a clause", "闭合后追加条件", [
     blanks.join((")", "")) + clause + " " for blanks in ("   ", "    ") for clause in _CLAUSES
 ] + [
     clause + " *  =  " for clause in (" or", " and", " where", " having")
 ] + ["'+  (  select", "'||  (  select", ",  (  select", "'  =  '", "\"  =  \"", "and    (    ", "or    (    ",
     "or   (  ", "and   (  "],
-    ("blank", "plus"))
+    BLANKS)
 
 _DIGITS = "0123456789"
 family(121, "Always-true condition", "永真条件注入", [
@@ -88,17 +94,6 @@ family(121, "Always-true condition", "永真条件注入", [
         "not (1",
         "true--", "true#", "1--", "1#", "1 -- ", "1 #", "1=", "1 =", "-1=", "0--", "false--")
 ] + ["and(1)=", "or(1)=", "or(1=1", "and(1=1", "or 1 --", "and true;"], BLANKS)
-# Digits at both ends of the comments make these words long enough for bodies.
-family(133, "Always-true condition", "永真条件注入", [
-    f"{word} {one}{sign}{one}" for word in ("or", "and") for one in _DIGITS for sign in ("=", " = ")
-    if sign == "=" or one == "1"
-] + [
-    f"{word} {one}" for word in ("or", "and") for one in (
-        "1=2", "1=0", "0=1", "2=1", "2=3", "1>0", "2>1", "1<2", "1--", "1#", "true", "false", "not 1",
-        "'1'='1", "'a'='a", "'x'='x", "''='", "\"1\"=\"1", "\"a\"=\"a", "\"\"=\"", "(1=1", "('1'='1", "1 like 1",
-        "1=(", "if(", "(select", "exists(", "ascii(", "substring(", "substr(")
-] + [f"{quote} {word} " for quote in "'\"" for word in ("or", "and", "||", "&&", "union", "order", "having")
-] + ["order by", "group by"], ("comment",))
 
 _OPERATORS = ["=", "||", "&&", "<=", ">=", "<>", "!=", "<=>", "like", "or", "and", "xor", "div", "mod", "rlike",
     "regexp", "not like", "not regexp",
@@ -151,7 +146,7 @@ family(125, "Blind condition", "布尔盲注", [
     "in boolean mode)", "collate nocase", "::bool", "::int", "::jsonb", "is not null--",
     "or user like '", "or name like '", "collate`", "or username like '", "or 1 in (", "1' or ", "-1' or ", 
     "-1' and ", "'or'1", "'and'1", "' and (1", "'or id", "(1)and(", "(1)or(", ")or(",
-], ("blank", "plus", "spread", "spread_plus"))
+], BLANKS)
 # "Order by 5 pm" and "group by 2" are ordinary; so something must end the statement.
 family(124, "Column count probing", "探测列数", [
     f"order by {number}{end}" for number in list(range(1, 32)) + [50, 99, 100] for end in ("--", "#")
@@ -205,7 +200,8 @@ family(141, "Time-based blind injection", "时间盲注", [
     "all_users t", "from sysusers as", "sysusers as sys", "domain.domains",
     "information_schema.system_users", "numbers(1000000)", "sysmaster:", "syscat.", "java.lang.thread.sleep",
     "waitfor delay",
-], COMMON)
+    "benchmark (*md5 (", "regexp_substring (", "generate_series (",
+], BLANKS)
 family(142, "Error-based injection", "报错注入", [
     "extractvalue(", "updatexml(", "floor(rand(", "(rand(0)", "rand(0)", "rand()*", "procedure analyse(",
     "procedure analyse (", "utl_inaddr.", "ctxsys.drithsx", "ctxsys.ctx_", "xmltype(", "dbms_utility.",
@@ -218,7 +214,7 @@ family(142, "Error-based injection", "报错注入", [
     "cast((chr(", "cast((select", "cast(chr(", "cast(char(", "cast(version(", "cast(database(", "cast(user(",
     "cast(count(", "as char),0x", "extractvalue (", "updatexml (", "floor (rand (", "exp (~", "code(49)",
     "code(113)", "upper(xmltype", "elt(", "elt (",
-], ("blank", "plus", "spread", "spread_plus"))
+], BLANKS)
 family(151, "Reading the database's catalogue", "读取数据库结构", [
     "information_schema.", "from information_schema", "`information_schema`", "[information_schema]", "group_concat(",
     "group_concat (", "concat_ws(", "concat_ws (", "from mysql.", "from sysobjects", "..sysobjects",

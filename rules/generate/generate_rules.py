@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
 """Writes rules/library/*.txt and rules/keywords/*.txt from the families below.
 
-A rule word is a literal, so one attack phrase becomes several rules: with blanks, with "+" (bodies keep the "+" of a
-form), with a tab or a line feed, with "/**/", and with the blanks that some tools put around brackets and operators.
+A rule word is a literal, so one attack phrase may become two rules: with blanks, and with "+" for bodies, which keep the
+"+" of a form.
 
 Run:   rules/generate/generate_rules.py            writes the files
        rules/generate/generate_rules.py --check    exits 1 when the files differ from what it would write
@@ -12,38 +12,16 @@ import os
 import sys
 
 from budget import KEYWORD_BUDGETS, accidents, detector_accidents
-from families import COMMENT, EVENTS, KEYWORDS, LEADING_WORDS, LIMITS, STAR
+from families import EVENTS, KEYWORDS, LEADING_WORDS, LEFT_OUT, LEFT_OUT_OF_BODIES, LIMITS, STAR
 
 ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 
 HEADER = "# Written by rules/generate/generate_rules.py; edit rules/generate/families.py instead.\n"
 
-# How the blanks of a phrase may be written.
-STYLES = {"plus": "+", "comment": COMMENT, "any_comment": "/*/", "tab": "\t", "feed": "\n", "vertical": "\v", "encoded": "%20", "double": "  ", "double_plus": "++"}
-
-
-def spread(text):
-    """The phrase as written by tools that put two blanks on both sides of every bracket and equals sign."""
-    out = text
-    for mark in "(=":
-        out = out.replace(" " + mark, mark).replace(mark + " ", mark).replace(mark, "  " + mark + "  ")
-    while "    " in out:
-        out = out.replace("    ", "   ")
-    if text[-1] in "(=":
-        out = out.rstrip(" ")
-    return out if text[0] not in "(=" else out.lstrip(" ")
-
-
 def styled(text, style):
     """The words of one spelling of a phrase."""
-    if style == "blank":
-        pass
-    elif style in ("spread", "spread_plus"):
-        text = spread(text)
-        if style == "spread_plus":
-            text = text.replace(" ", "+")
-    else:
-        text = text.replace(" ", STYLES[style])
+    if style == "plus":
+        text = text.replace(" ", "+")
     return [word.replace(STAR, "*") for word in text.split("*") if word]
 
 
@@ -134,20 +112,18 @@ def keyword_rules(place):
             continue
         for number, phrase in enumerate(family["phrases"], 1):
             shown = " ".join(word.strip() for word in phrase.split("*")).strip().rstrip("= ")
+            identifier = family["number"] * 1000 + number
+            if identifier in LEFT_OUT or (place == "post" and identifier in LEFT_OUT_OF_BODIES):
+                continue
             for style in family["styles"]:
-                if place == "get" and "plus" in style:
-                    continue  # a query has no "+" any more
-                if place == "header" and "plus" in style and "encoded" not in family["styles"]:
-                    continue  # worth it for few families: the address in a Referer
-                if place != "header" and style == "encoded":
-                    continue  # only header values stay encoded
+                if style == "plus" and place != "post":
+                    continue
                 spelled = styled(phrase, style)
                 if tuple(spelled) in seen:
                     continue
                 seen.add(tuple(spelled))
                 if not is_rare(place, spelled):
                     continue
-                identifier = family["number"] * 1000 + number
                 line = "\t".join([str(identifier), "*".join(map(escape, spelled)), "-" if spelled == [phrase] else escape(shown.replace(STAR, "*")), family["english"],
                                         family["chinese"]])
                 rules.append((spelled, line))
