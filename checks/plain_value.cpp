@@ -54,29 +54,27 @@ constexpr Kinds kUndecided = [] {
 bool IsPlain(std::string_view text, const Kinds& kinds, bool decoded) {
   unsigned before = 0;
   unsigned blanks = 0;
-  char first = '\0';
   for (std::size_t i = 0; i < text.size(); ++i) {
-    char c = text[i];
-    unsigned kind = kinds[static_cast<unsigned char>(c)];
-    if ((kind & (kTelling | kEscape)) != 0) {
-      if ((kind & kTelling) != 0) return false;
+    unsigned kind = kinds[static_cast<unsigned char>(text[i])];
+    if ((kind & (before | kTelling | kEscape)) != 0) {
+      if ((kind & kEscape) == 0) return false;
       const int byte = HexNumber(text, i + 1, 2);
       if (decoded) {
         if (byte < 0) return false;
-        c = static_cast<char>(byte);
-        kind = kSent[static_cast<unsigned char>(c)];
-        if ((kind & (kTelling | kEscape)) != 0) return false;
+        kind = kSent[static_cast<std::size_t>(byte)];
+        if ((kind & (before | kTelling | kEscape)) != 0) return false;
         i += 2;
       } else if (byte >= 0 || (i + 1 < text.size() && LowerByte(text[i + 1]) == 'u')) {
         return false;
       }
     }
-    if ((kind & before) != 0) return false;
-    if (first == '\0') first = c;
     before = kind & kBlank;
     blanks |= before;
   }
-  return blanks == 0 || IsLetter(first) || static_cast<unsigned char>(first) >= 0x80;
+  if (blanks == 0) return true;
+  const int escaped = decoded ? EscapedByte(text, 0) : -1;
+  const char first = escaped >= 0 ? static_cast<char>(escaped) : text.front();
+  return IsLetter(first) || static_cast<unsigned char>(first) >= 0x80;
 }
 
 }  // namespace

@@ -117,11 +117,22 @@ namespace {
 bool VisitOutside(std::string_view gap, const ValueVisitor& visit) {
   static constexpr auto kIsJson = [] {
     std::array<bool, 256> table{};
-    for (const char c : std::string_view("{}[]:,+-.0123456789eEtruefalsn \t\r\n")) table[static_cast<unsigned char>(c)] = true;
+    for (const char c : std::string_view("{}[]:,+-.0123456789eEtruefalsn \t\r\n"))
+      table[static_cast<unsigned char>(c)] = true;
     return table;
   }();
   const auto is_json = [](char c) { return kIsJson[static_cast<unsigned char>(c)]; };
   return std::all_of(gap.begin(), gap.end(), is_json) || visit({{}, gap, RequestValue::kPlain});
+}
+
+/// The inside of a JSON string: up to the first quote behind an even number of backslashes.
+std::string_view StringAt(std::string_view text, std::size_t begin) {
+  for (std::size_t end = text.find('"', begin); end != kEnd; end = text.find('"', end + 1)) {
+    std::size_t slashes = end;
+    while (slashes > begin && text[slashes - 1] == '\\') --slashes;
+    if ((end - slashes) % 2 == 0) return text.substr(begin, end - begin);
+  }
+  return text.substr(begin);
 }
 
 /// A broken one is read to its end. In UTF-8 no byte of a character looks like a quote or a backslash.
@@ -130,11 +141,8 @@ bool VisitJson(std::string_view text, bool outside, const ValueVisitor& visit) {
   std::size_t gap = 0;
   for (std::size_t at = text.find('"'); at != kEnd; at = text.find('"', gap)) {
     if (outside && !VisitOutside(text.substr(gap, at - gap), visit)) return false;
-    const std::size_t begin = ++at;
-    for (; at < text.size() && text[at] != '"'; ++at) at += text[at] == '\\';
-    at = std::min(at, text.size());
-    const std::string_view string = text.substr(begin, at - begin);
-    gap = std::min(at + 1, text.size());
+    const std::string_view string = StringAt(text, at + 1);
+    gap = std::min(at + 1 + string.size() + 1, text.size());
     std::size_t next = gap;
     while (next < text.size() && IsSpace(text[next])) ++next;
     const bool is_name = next < text.size() && text[next] == ':';
