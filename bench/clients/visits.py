@@ -23,11 +23,17 @@ FETCH = """(async () => {
 })()"""
 NOTE_BYTES = 200000
 MOST_EXEMPTIONS = 12
-RELOAD_SECONDS = 20
+RELOAD_SECONDS = 6  # a changed file is seen within that
 
 
 class Failed(Exception):
     """The application did not do what it was asked."""
+
+
+class Attack:
+    def __init__(self, application, name, act):
+        self.application, self.name, self.act = application, name, act
+        self.first, self.exemptions, self.passes, self.done = None, [], False, False
 
 
 class Visits:
@@ -55,21 +61,26 @@ class Visits:
         self.actions.append((self.application, name, self.stopped(), error))
 
     def attack(self, name, act):
-        """A text that is an injection itself, so it may be stopped; the exemptions that are proposed must let it pass.
-        Kept: [application, name, first event or None, exemptions, whether it passes in the end]."""
-        time.sleep(self.pause)
-        first, exemptions, passes = None, [], False
-        while len(exemptions) <= MOST_EXEMPTIONS:
-            with contextlib.suppress(AssertionError, RuntimeError, Failed):
-                act()
-            events = self.stopped()
-            if not events:
-                passes = True
+        """A text that is an injection itself, so it may be stopped. `act` is done again when exemptions are in force."""
+        self.attacks.append(Attack(self.application, name, act))
+
+    def exempt_attacks(self):
+        """Does the attacks that are left, with the exemptions that are proposed for each, until they pass or none is new."""
+        left = [attack for attack in self.attacks if not attack.done]
+        for _ in range(MOST_EXEMPTIONS):
+            for attack in left:
+                time.sleep(self.pause)
+                self.stopped()
+                with contextlib.suppress(AssertionError, RuntimeError, Failed):
+                    attack.act()
+                events = self.stopped()
+                attack.first = attack.first or (events[0] if events else None)
+                attack.passes = not events
+                attack.done = attack.passes or not self._exempt(events[0], attack.exemptions)
+            left = [attack for attack in left if not attack.done]
+            if not left:
                 break
-            first = first or events[0]
-            if not self._exempt(events[0], exemptions):
-                break
-        self.attacks.append((self.application, name, first, exemptions, passes))
+            time.sleep(RELOAD_SECONDS)
 
     def _exempt(self, event, exemptions):
         """Follows the tool's proposal; False when it proposes nothing new."""
@@ -77,13 +88,10 @@ class Visits:
                               capture_output=True, text=True, check=False).stdout
         proposed = [line.strip() for line in said.splitlines() if line.strip().startswith("qivctl exempt add")]
         new = [line for line in proposed if line.split(" --remark")[0] not in exemptions]
-        if not new:
-            return False
-        command = shlex.split(new[0])
-        subprocess.run([str(BIN / "qivctl"), *command[1:]], check=True, stdout=subprocess.DEVNULL)
-        exemptions.append(new[0].split(" --remark")[0])
-        time.sleep(RELOAD_SECONDS)
-        return True
+        if new:
+            subprocess.run([str(BIN / "qivctl"), *shlex.split(new[0])[1:]], check=True, stdout=subprocess.DEVNULL)
+            exemptions.append(new[0].split(" --remark")[0])
+        return bool(new)
 
     def open(self, path, ready="document.readyState == 'complete'"):
         self.browser.open(self.site.guarded + path)
