@@ -50,7 +50,7 @@ class ApplicationSite(Site):
         shutil.copytree(ROOT / "docs/demo-site", site / "static")
         for folder in ("tmp", "wikiconf"):
             (self.folder / folder).mkdir()
-        statements = ["CREATE DATABASE wordpress", "CREATE DATABASE shop", f"CREATE USER '{USER}'@'localhost' IDENTIFIED BY '{PASSWORD}'",
+        statements = ["CREATE DATABASE wordpress CHARACTER SET utf8mb4", "CREATE DATABASE shop CHARACTER SET utf8mb4", f"CREATE USER '{USER}'@'localhost' IDENTIFIED BY '{PASSWORD}'",
                       f"GRANT ALL ON *.* TO '{USER}'@'localhost' WITH GRANT OPTION", "USE shop", *SHOP]
         statements += [f"INSERT INTO goods (name, tag, price, note) VALUES ('Lamp No. {i}', 'tag {i % 7}', {i}.50, 'it''s nice & bright')"
                        for i in range(1, 120)]
