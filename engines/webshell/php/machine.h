@@ -97,9 +97,20 @@ class CPhpMachine {
 
     /// Lets go of what others may share or wait for.
     void Release() {
-      value.text = {};
-      value.array = {};
-      list.reset();
+      if (value.text) value.text = {};
+      if (value.array) value.array = {};
+      if (list) list.reset();
+    }
+    /// As new.
+    void Clear() {
+      Release();
+      value.origin = 0;
+      value.number = 0;
+      value.function = 0;
+      value.way = HidingWay::kNone;
+      key = 0;
+      index = name = kNoName;
+      value.is_number = indexed = is_name = is_member = request_named = false;
     }
   };
   // Precedences; those of the binary operators lie between kCoalesce and kUnary.
@@ -125,6 +136,7 @@ class CPhpMachine {
     std::uint16_t function = 0;    // of PHP's own functions, its row + 1
     std::uint32_t user = 0;        // function of the file of that name, its number + 1
     VariableKey global = 0;        // variable of that name outside functions
+    VariableKey constant = 0;      // constant of that name
   };
   static constexpr std::size_t kVariablePlace = 24;  // bytes, in a table that doubles at three quarters full
   NameFacts& FactsOf(PhpName name);

@@ -103,7 +103,7 @@ CPhpMachine::NameFacts& CPhpMachine::FactsOf(PhpName name) {
   if (!facts.known) {
     const std::string_view text = names_.Text(name);
     const PhpFunction* const function = FindPhpFunction(text);
-    facts = {true, WordOf(text), SuperglobalNumber(text), 0, 0, 0};
+    facts = {true, WordOf(text), SuperglobalNumber(text), 0, 0, 0, 0};
     if (function != nullptr) facts.function = static_cast<std::uint16_t>(function - PhpFunctions().data() + 1);
   }
   return facts;
@@ -113,15 +113,17 @@ void CPhpMachine::OnName(PhpToken& token) {
   const std::string_view text = TextOf(token);
   if (IsDigit(text[0])) return OnNumber(text);
   const PhpName name = NameOf(token);
+  const PhpName lower_name = LowerOf(name);
+  const PhpWord word = FactsOf(lower_name).word;
+  const auto is_member = [this] { return BeforeIs("->") || BeforeIs("::") || BeforeIs("?->"); };
+  if (word != PhpWord::kNone && !is_member() && OnKeyword(word)) return;
+  const bool called = NextIs("(");
   Operand operand;
-  operand.name = LowerOf(name);
-  const bool member = BeforeIs("->") || BeforeIs("::") || BeforeIs("?->");
-  const PhpWord word = FactsOf(operand.name).word;
-  if (!member && word != PhpWord::kNone && OnKeyword(word)) return;
-  operand.is_name = NextIs("(") || NextIs("::");
+  operand.name = lower_name;
+  operand.is_name = called || NextIs("::");
   if (!operand.is_name) pending_new_ = false;
-  const std::string_view lower = names_.Text(operand.name);
-  if (NextIs("(") && NextIs("...", 2) && NextIs(")", 3)) {  // the function itself as a value
+  const std::string_view lower = names_.Text(lower_name);
+  if (called && NextIs("...", 2) && NextIs(")", 3)) {  // the function itself as a value
     for (int i = 0; i < 3; ++i) tokens_.Advance();
     operand.is_name = false;
     operand.value = Made(std::string(lower));
@@ -133,7 +135,7 @@ void CPhpMachine::OnName(PhpToken& token) {
       operand.value = Made(std::string(names_.Text(functions_[scope_ - 1].name)));
     }
   } else if (!operand.is_name && word != PhpWord::kBoolean) {
-    const VariableKey key = KeyIn(kConstScope, name);
+    const VariableKey key = FactsOf(name).constant;
     const bool is_constant = key != 0 && variables_[key - 1].assigned;
     operand.value = is_constant ? variables_[key - 1].value : PhpValue::OfLasting(word == PhpWord::kNull ? "" : text);
   }
@@ -362,7 +364,7 @@ void CPhpMachine::OnVariable(PhpToken& token) {
   if (pending && operations_.back().code == PhpOperator("$")) return PushOperand(OfVariables(Lookup(name)));
   const VariableKey key = frame.is_class && operand_next_ && !pending ? KeyIn(kMemberScope, name) : KeyOf(name);
   Operand& operand = NextOperand();
-  operand = {};
+  operand.Clear();
   operand.key = key;
   operand.value = Load(key);
   Placed(operand);

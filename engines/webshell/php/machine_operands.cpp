@@ -100,8 +100,11 @@ void CPhpMachine::PushOperation(std::uint32_t code, int precedence, bool unary, 
 // A chain that is longer than anybody writes is applied as far as it goes.
 void CPhpMachine::PushPending(std::uint32_t code, int precedence, bool unary) {
   const auto fits = [&] { return Grow(operations_.size(), &most_operations_, sizeof(Operation)); };
-  if (operations_.size() - frames_.back().operations >= kMostPending || !fits()) Reduce(kLowest);
-  if (fits()) operations_.Push() = {code, static_cast<std::int16_t>(precedence), unary};
+  if (operations_.size() - frames_.back().operations >= kMostPending || !fits()) {
+    Reduce(kLowest);
+    if (!fits()) return;
+  }
+  operations_.Push() = {code, static_cast<std::int16_t>(precedence), unary};
 }
 
 // Applies what binds at least as tightly.
@@ -117,22 +120,25 @@ void CPhpMachine::Reduce(int precedence) {
 // The result takes the place of what it is made of; an operand that is missing is an empty one.
 void CPhpMachine::Apply(const Operation& operation) {
   const std::size_t operands = values_.size() - std::min<std::size_t>(values_.size(), frames_.back().values);
-  if (operands == 0) (Grow(values_.size(), &most_values_, sizeof(Operand)) ? values_.Push() : beyond_) = {};
+  if (operands == 0) (Grow(values_.size(), &most_values_, sizeof(Operand)) ? values_.Push() : beyond_).Clear();
   Operand& last = values_.size() > frames_.back().values ? values_.back() : beyond_;
   if (operation.unary) return ApplyUnary(operation.code, &last);
-  Operand right = std::exchange(last, {});
+  Operand alone;  // stands for the left side where there is none
   if (operands > 1) values_.Pop();
-  Operand& left = operands > 1 ? values_.back() : last;
-  if (IsPhpAssignment(operation.code)) {
+  Operand& right = last;  // stays where it is
+  Operand& left = operands > 1 ? values_.back() : alone;
+  if (operation.precedence == kAssignment) {
     Assign(operation.code, left, right.value);
     left.value = std::move(right.value);
   } else if (operation.code == PhpOperator("?")) {
-    left = std::move(right);
+    std::swap(left, right);
   } else {
     PhpValue made = Binary(operation.code, std::move(left.value), right.value);
-    left = {};
+    left.Clear();
     left.value = std::move(made);
   }
+  right.Release();
+  if (operands <= 1) last = std::move(alone);
 }
 
 void CPhpMachine::Return(const PhpValue& value) {
@@ -198,7 +204,7 @@ void CPhpMachine::ApplyUnary(std::uint32_t code, Operand* operand) {
     default:
       break;
   }
-  *operand = {};
+  operand->Clear();
   value = std::move(made);
 }
 
