@@ -86,15 +86,20 @@ PhpName CPhpMachine::NameOf(std::string_view text) {
   return name == kNoName ? NameWithoutRoom(text) : name;
 }
 
-PhpFlowResult CPhpMachine::Run() {
+PhpFlowResult CPhpMachine::Run(CWalkBudget* walks) {
+  const int in_any_case = in_code_ ? 1 : 2;  // passes; what is defined behind its use takes the second
+  std::size_t steps = 0;
   for (pass_ = 0; pass_ < kPasses; ++pass_) {
-    Pass();
+    if (pass_ >= in_any_case && !walks->Spend(steps)) break;
+    steps = Pass() * CWalkBudget::kPhpToken;
+    if (pass_ < in_any_case) walks->Owe(steps);
     if (!result_.findings.empty() && pass_ > 0) break;
   }
   return std::move(result_);
 }
 
-void CPhpMachine::Pass() {
+// The number of tokens.
+std::size_t CPhpMachine::Pass() {
   DropOperands(0);
   operations_.Shrink(0);
   while (!frames_.empty()) PopFrame();
@@ -111,14 +116,17 @@ void CPhpMachine::Pass() {
   operand_next_ = true;
   skipped_ = 0;
   PushFrame(FrameKind::kBlock);
+  std::size_t tokens = 0;
   std::size_t earned = 0;  // bytes that the budget was given for
   for (tokens_ = CPhpTokens(source_, in_code_); tokens_.Advance();) {
     const std::size_t end = tokens_.At().End();
     if (end > earned) budget_.EarnWork((end - std::exchange(earned, end)) * kWorkPerByte);
     if (end > earned_) budget_.EarnRoom((end - std::exchange(earned_, end)) * room_per_byte_);
+    ++tokens;
     Token();
   }
   EndStatement();
+  return tokens;
 }
 
 void CPhpMachine::Token() {

@@ -57,7 +57,7 @@ class CPhpMachine {
  public:
   /// `most_room`: see FollowPhp.
   CPhpMachine(std::string_view source, bool in_code, std::size_t most_room);
-  PhpFlowResult Run();
+  PhpFlowResult Run(CWalkBudget* walks);
 
  private:
   static constexpr int kPasses = 3;  // definition behind use, then round a loop; more change nothing in practice
@@ -216,7 +216,7 @@ class CPhpMachine {
   };
 
   // machine.cpp, machine_operands.cpp, machine_brackets.cpp: tokens, operators, brackets, statements
-  void Pass();
+  std::size_t Pass();
   void Token();
   void OnOperator(const PhpToken& token);
   void OnName(PhpToken& token);

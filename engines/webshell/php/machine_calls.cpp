@@ -459,8 +459,8 @@ void CPhpMachine::RunPattern(std::string_view name, std::span<const PhpValue> ar
   if (arguments[1].HasText()) AddNested(arguments[1].Text());
 }
 
-PhpFlowResult FollowPhp(std::string_view source, bool in_code, std::size_t most_room) {
-  return CPhpMachine(source, in_code, most_room).Run();
+PhpFlowResult FollowPhp(std::string_view source, bool in_code, std::size_t most_room, CWalkBudget* walks) {
+  return CPhpMachine(source, in_code, most_room).Run(walks);
 }
 
 }  // namespace qiv
