@@ -25,7 +25,7 @@ from try_sqlmap import LIKELY, TAMPERS
 
 SQLMAP = pathlib.Path("/usr/share/sqlmap")
 PLACES = ["query", "form", "json", "cookie", "multipart", "header"]
-PLAIN = {"number": "1", "text": "1", "order": "1"}
+POSITIONS = ["number", "text", "order"]
 SECONDS = 900
 DELAY = 0.9  # what is asked of the database is a second
 
@@ -35,7 +35,8 @@ class Recorder(http.server.BaseHTTPRequestHandler):
 
     def do_GET(self):
         query = urllib.parse.urlsplit(self.path).query
-        self.server.values.update(urllib.parse.parse_qs(query, keep_blank_values=True, errors="surrogateescape").get("id", []))
+        self.server.values.update(urllib.parse.parse_qs(query, keep_blank_values=True, errors="surrogateescape").get("id",
+                                                                                                                     []))
         page = b"<html><body><h1>Goods</h1><p>0 found</p></body></html>"
         self.send_response(200)
         self.send_header("Content-Type", "text/html")
@@ -53,9 +54,12 @@ def payloads(database):
     server.values = set()
     threading.Thread(target=server.serve_forever, daemon=True).start()
     with tempfile.TemporaryDirectory(prefix="qiv-sqlmap-") as folder:
-        subprocess.run(["sqlmap", "-u", f"http://127.0.0.1:{server.server_port}/?id=1", "-p", "id", "--batch", "--ignore-stdin", "--flush-session",
-                        "--output-dir", folder, "--dbms", "SQLite" if database == "sqlite" else "MySQL", "--level", "3", "--risk", "2",
-                        "--time-sec", "1", "--skip-waf", "--technique", "BEUSTQ", "--union-cols", "1-4"], stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
+        subprocess.run(["sqlmap", "-u", f"http://127.0.0.1:{server.server_port}/?id=1", "-p", "id", "--batch",
+                        "--ignore-stdin", "--flush-session",
+                        "--output-dir", folder, "--dbms", "SQLite" if database == "sqlite" else "MySQL", "--level", "3",
+                        "--risk", "2",
+                        "--time-sec", "1", "--skip-waf", "--technique", "BEUSTQ", "--union-cols", "1-4"],
+                        stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
                        timeout=SECONDS, check=False)
     server.shutdown()
     return sorted(value for value in server.values if value != "1")
@@ -95,7 +99,8 @@ def request(place, at, value):
     elif place == "form":
         head, body = head + ["Content-Type: application/x-www-form-urlencoded"], f"id={coded}&send=1".encode()
     elif place == "json":
-        head, body = head + ["Content-Type: application/json"], json.dumps({"id": value, "page": 2}).encode("utf-8", "replace")
+        head, body = head + ["Content-Type: application/json"], json.dumps({"id": value, "page": 2}).encode("utf-8",
+                                                                                                            "replace")
     elif place == "cookie":
         head.append(f"Cookie: id={coded}")
     elif place == "multipart":
@@ -107,12 +112,14 @@ def request(place, at, value):
     if body:
         head.append(f"Content-Length: {len(body)}")
     method = "POST" if body else "GET"
-    return f"{method} {path} HTTP/1.1\r\n".encode() + "\r\n".join(head).encode("utf-8", "surrogateescape") + b"\r\n\r\n" + body
+    return f"{method} {path} HTTP/1.1\r\n".encode() + "\r\n".join(head).encode("utf-8",
+                                                                               "surrogateescape") + b"\r\n\r\n" + body
 
 
 def blocked(module, requests):
     framed = b"".join(b"%%%% %d\n%s\n" % (len(one), one) for one in requests)
-    out = subprocess.run([str(BIN / "qivctl"), "check", "--batch", "--config", str(module)], input=framed, capture_output=True, check=False).stdout
+    out = subprocess.run([str(BIN / "qivctl"), "check", "--batch", "--config", str(module)], input=framed,
+                         capture_output=True, check=False).stdout
     lines = out.splitlines()
     if len(lines) != len(requests):
         raise RuntimeError(f"qivctl check --batch: {len(lines)} answers to {len(requests)} requests")
@@ -130,13 +137,23 @@ def answer(site, raw):
     return data.partition(b"\r\n\r\n")[2], time.monotonic() - start
 
 
-def shows(got, plain):
-    """What a tool learns from: other rows than the plain value brings, an error that holds what was asked, or a delay."""
-    page, seconds = got
+def does_something(site, place, at, value):
+    """What a tool learns from: other rows than the value's number alone brings, an error that holds what was asked, or a delay."""
+    number = re.match(r"-?\d+", value)
+    page, seconds = answer(site, request(place, at, value))
+    if seconds > DELAY:  # not by chance
+        page, seconds = answer(site, request(place, at, value))
+    plain, _ = answer(site, request(place, at, number.group() if number else "1"))
+    if page == plain:
+        return seconds > DELAY
     if b"Database error" in page:
-        return bool(re.search(rb"XPATH|Duplicate entry|out of range|truncated incorrect", page, re.I)) or seconds > DELAY
-    rows = [re.search(rb"(\d+) found", text) for text in (page, plain[0])]
-    return seconds > DELAY or (rows[0] and rows[0].group()) != (rows[1] and rows[1].group())
+        return seconds > DELAY or bool(re.search(rb"XPATH|Duplicate entry|out of range|truncated incorrect", page, re.I))
+    return seconds > DELAY or rows(page) != rows(plain)
+
+
+def rows(page):
+    found = re.search(rb"(\d+) found", page)
+    return found and found.group()
 
 
 def main():
@@ -144,31 +161,31 @@ def main():
     parser.add_argument("--database", choices=["sqlite", "mariadb"], action="append", help="both when not given")
     parser.add_argument("--tamper", action="append", help="these scripts only")
     parser.add_argument("--place", choices=PLACES, action="append")
-    parser.add_argument("--list", type=pathlib.Path, help="write what is open there: database, position, place, scripts, payload")
+    parser.add_argument("--list", type=pathlib.Path,
+                        help="write what is open there: database, position, place, scripts, payload")
     options = parser.parse_args()
     scripts, places = options.tamper or ["", *LIKELY, *TAMPERS], options.place or PLACES
-    open_, judged, rows = [], 0, []
+    open_, judged, results = [], 0, []
     prepare_scripts()
     for database in options.database or ["sqlite", "mariadb"]:
         found = payloads(database)
         with Site(database) as site:
             module = site.folder / "module"
-            plain = {(place, at): answer(site, request(place, at, PLAIN[at])) for place in places for at in PLAIN}
             for names in scripts:
                 tampered = tamper_function(names)
                 values = list(dict.fromkeys(value for value in map(tampered, found) if value))
                 for place in places:
                     verdicts = blocked(module, [request(place, "text", value) for value in values])
                     passed = [value for value, stopped in zip(values, verdicts) if not stopped]
-                    hits = [(at, value) for value in passed for at in PLAIN if shows(answer(site, request(place, at, value)), plain[place, at])]
+                    hits = [(at, value) for value in passed for at in POSITIONS if does_something(site, place, at, value)]
                     judged += len(values)
                     open_ += [(database, at, place, names or "-", value) for at, value in hits]
-                    rows.append((database, names or "-", place, len(values), len(passed), len(hits)))
-                line = rows[-len(places):]
+                    results.append((database, names or "-", place, len(values), len(passed), len(hits)))
+                line = results[-len(places):]
                 print(f"{database:8}{names or '-':40}{len(values):6} " + " ".join(f"{row[2]} {row[4]}/{row[5]}" for row in line), flush=True)
     if options.list:
         options.list.write_text("".join("\t".join(one).encode("unicode_escape").decode() + "\n" for one in open_))
-    print(f"{judged} judged, {sum(row[4] for row in rows)} passed, {len(open_)} of them do something on the page")
+    print(f"{judged} judged, {sum(row[4] for row in results)} passed, {len(open_)} of them do something on the page")
     if not judged:
         print("judge_payloads: sqlmap sent nothing: proves nothing", file=sys.stderr)
         return 2
