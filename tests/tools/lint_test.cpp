@@ -127,7 +127,9 @@ TEST(Lint, SaysWhatIsDoubtfulAndWhere) {
       {"'website_attack': {'overflow_httpheader_rules': 'Host:255|Host'}",
        "\"overflow_httpheader_rules\" has an entry that is not \"Name:limit\": \"Host\""},
       {"'website_protect': {'timelimit_auth_times': '8.00-18:00'}",
-       "\"timelimit_auth_times\" has an entry that is not a time span: \"8.00-18:00\""},
+       "\"timelimit_auth_times\" has an entry that is not \"[1-5 ]HH:MM-HH:MM\": \"8.00-18:00\""},
+      {"'website_attack': {'spider_deny_spiders': 'Bot,Yandex,b'}",
+       "\"spider_deny_spiders\" has an entry that is not the name of a spider (three letters at least): \"b\""},
       // Features without what they need.
       {"'website_attack': {'cc': 1, 'cc_lock_freq': 5}", "\"cc\" is on, but \"cc_lock_time\" 0 turns it off"},
       {"'website_attack': {'overflow': 1}", "\"overflow\" is on, but every limit is 0"},
