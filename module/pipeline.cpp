@@ -190,7 +190,7 @@ CheckVerdict CPipeline::RunRow(const CheckRow& row, Notification& notification, 
     CheckResult decided = *result;
     row.run(notification.facts, own, decided);
     const bool blocks = decided.status == kBlocked && before != kBlocked;
-    if (exempting && blocks && exempted_.IsExempt(row, notification.record, context, decided, *result)) {
+    if (exempting && blocks && exempted_.IsExempt(row, notification.record, context, *result, &decided)) {
       return CheckVerdict::kExempt;
     }
     held.Release();

@@ -22,19 +22,24 @@ constexpr int kPasses = 3;                // what a call says reaches a function
 
 }  // namespace
 
-PageFlow CPageFollower::Run() {
+PageFlow CPageFollower::Run(CWalkBudget* walks) {
+  std::size_t steps = 0;
   for (int pass = 0; pass < kPasses; ++pass) {
+    if (pass > 0 && !walks->Spend(steps)) break;
+    steps = 0;
     changed_ = false;
     opaque_ = 0;
     joins_left_ = 2 * size_ + 4 * kRoom;
-    for (std::size_t i = 0; i < parts_.size(); ++i) Walk(parts_[i]);
+    for (std::size_t i = 0; i < parts_.size(); ++i) steps += Walk(parts_[i]) * CWalkBudget::kPageToken;
+    if (pass == 0) walks->Owe(steps);
     if (!changed_) break;
   }
   if (scope_.Lost()) flow_.reach |= kLosesSight;
   return std::move(flow_);
 }
 
-void CPageFollower::Walk(Part part) {
+// The number of tokens.
+std::size_t CPageFollower::Walk(Part part) {
   basic_ = part.syntax == ScriptSyntax::kBasic;
   function_ = {};
   with_ = {};
@@ -44,7 +49,9 @@ void CPageFollower::Walk(Part part) {
   char closed_by = '\n';
   tokens_.clear();
   tokens_.reserve(kUsualTokens);
+  std::size_t tokens = 0;
   while (statements.Next(&tokens_, &closed_by)) {
+    tokens += tokens_.size();
     continues_ = closed_by == '\0';
     if (open_) {
       GoOn();
@@ -58,6 +65,7 @@ void CPageFollower::Walk(Part part) {
     initialises_ = closed_by == '{' && starts_program_;
     starts_program_ = false;
   }
+  return tokens;
 }
 
 void CPageFollower::Statement(char closed_by) {
@@ -280,6 +288,8 @@ void CPageFollower::EndSegment() {
   Assign();
 }
 
-PageFlow FollowPage(const PageCode& code, PageKind kind) { return CPageFollower(code, kind).Run(); }
+PageFlow FollowPage(const PageCode& code, PageKind kind, CWalkBudget* walks) {
+  return CPageFollower(code, kind).Run(walks);
+}
 
 }  // namespace qiv

@@ -36,7 +36,7 @@ class CPageFollower {
     if (!code.braces.empty()) parts_.push_back({code.braces, ScriptSyntax::kBraces});
   }
 
-  PageFlow Run();
+  PageFlow Run(CWalkBudget* walks);
 
  private:
   struct Part {
@@ -88,7 +88,7 @@ class CPageFollower {
     std::string_view element = {};  // the list it is an element of, where it has no name of its own
   };
 
-  void Walk(Part part);
+  std::size_t Walk(Part part);
   void Statement(char closed_by);
   void BasicStatement();
   void BracesStatement();

@@ -1,15 +1,16 @@
-// What is read, written, moved and included.
+// Sinks that work on files: what is read, written, moved and included.
+#include "engines/webshell/php/sinks.h"
+
 #include <algorithm>
 #include <array>
 
 #include "common/char_set.h"
-#include "common/text.h"
-#include "engines/webshell/php/machine.h"
+#include "engines/webshell/php/builtins.h"
+#include "engines/webshell/php/sources.h"
 
 namespace qiv {
 namespace {
 
-constexpr std::uint32_t kRequest = kFromRequest | kWholeRequest;
 constexpr std::size_t kLongestPath = 4096;  // bytes; longer names no system opens
 constexpr std::size_t kIncluder = 256;      // bytes: a file that is nothing but an include of what it is told
 
@@ -35,7 +36,7 @@ bool EndsWithPicture(std::string_view path) {
 
 }  // namespace
 
-PhpValue CPhpMachine::Open(std::string_view name, std::span<const PhpValue> arguments) {
+PhpValue CPhpSinks::Open(std::string_view name, std::span<const PhpValue> arguments) {
   PhpValue handle;
   if (arguments.empty()) return handle;
   const std::string_view path = arguments[0].Text();
@@ -48,7 +49,7 @@ PhpValue CPhpMachine::Open(std::string_view name, std::span<const PhpValue> argu
   return handle;
 }
 
-void CPhpMachine::Write(std::string_view name, std::span<const PhpValue> arguments) {
+void CPhpSinks::Write(std::string_view name, std::span<const PhpValue> arguments) {
   if (arguments.size() < 2) return;
   const bool log = name == "error_log";  // text, 3, path
   if (log && arguments.size() < 3) return;
@@ -59,39 +60,42 @@ void CPhpMachine::Write(std::string_view name, std::span<const PhpValue> argumen
   }
   const bool path = log || name == "file_put_contents";
   const bool script = target.Has(kScriptTarget) || (path && (EndsWithScript(target.Text()) || target.Has(kOwnFile)));
-  if (data.Has(kFromRequest) && (script || target.Has(kFromRequest))) return Report(PhpFindingKind::kFileWrite, name);
+  if (data.Has(kFromRequest) && (script || target.Has(kFromRequest)))
+    return findings_.Report(PhpFindingKind::kFileWrite, name);
   if (data.Has(kFromRequest) && name == "file_put_contents" && target.HasText() &&
       target.Text().size() <= kLongestPath && written_.size() < kMostWritten &&
       budget_.Take(target.Text().size() + 96)) {
     written_.emplace(target.Text());
   }
-  if (data.Has(kDecoded) && (script || target.Has(kWholeRequest))) Report(PhpFindingKind::kFileWrite, name, data.way);
-  if (data.Has(kFromNetwork) && (script || target.Has(kFromRequest))) Report(PhpFindingKind::kDownload, name);
-  if (Holds(data, "<?")) AddNested("?>" + std::string(data.Text()));
+  if (data.Has(kDecoded) && (script || target.Has(kWholeRequest)))
+    findings_.Report(PhpFindingKind::kFileWrite, name, data.way);
+  if (data.Has(kFromNetwork) && (script || target.Has(kFromRequest))) findings_.Report(PhpFindingKind::kDownload, name);
+  if (operators_.Holds(data, "<?")) findings_.AddNested("?>" + std::string(data.Text()));
 }
 
-void CPhpMachine::Move(std::string_view name, std::span<const PhpValue> arguments) {
+void CPhpSinks::Move(std::string_view name, std::span<const PhpValue> arguments) {
   if (arguments.size() < 2 || name == "rename") return;
   const PhpValue& source = arguments[0];
   const PhpValue& target = arguments[1];
   if (source.Has(kFromUpload) || name == "move_uploaded_file") {
-    if (target.Has(kFromUpload | kFromRequest) || EndsWithScript(target.Text())) Report(PhpFindingKind::kUpload, name);
+    if (target.Has(kFromUpload | kFromRequest) || EndsWithScript(target.Text()))
+      findings_.Report(PhpFindingKind::kUpload, name);
   } else if (IsRemoteAddress(source.Text()) && (EndsWithScript(target.Text()) || EndsWithScript(source.Text()))) {
-    Report(PhpFindingKind::kDownload, name);
+    findings_.Report(PhpFindingKind::kDownload, name);
   } else if (source.Has(kWholeRequest) && target.Has(kFromRequest)) {
-    Report(PhpFindingKind::kFileWrite, name);
+    findings_.Report(PhpFindingKind::kFileWrite, name);
   }
 }
 
-PhpValue CPhpMachine::Read(std::string_view name, std::span<const PhpValue> arguments) {
+PhpValue CPhpSinks::Read(std::string_view name, std::span<const PhpValue> arguments) {
   PhpValue value;
   if (arguments.empty()) return value;
   const PhpValue& path = arguments[0];
   const std::string_view text = path.Text();
   if (text == "php://input") {
-    value.origin = kRequest;
+    value.origin = kRequestOrigin;
   } else if (text == "/etc/passwd" || text == "/etc/shadow") {
-    Report(PhpFindingKind::kSensitive, text);
+    findings_.Report(PhpFindingKind::kSensitive, text);
   } else if (path.Has(kOwnFile) || EndsWithPicture(text)) {  // what stands behind the code, or in its comments
     value.origin = kDecoded | kComputed;
     value.way = HidingWay::kOther;
@@ -102,41 +106,41 @@ PhpValue CPhpMachine::Read(std::string_view name, std::span<const PhpValue> argu
   } else if (IsRemoteAddress(text) || path.Has(kFromNetwork | kRemotePath)) {
     value.origin = kFromNetwork;
   } else if (path.Has(kTempUpload | kWholeRequest)) {
-    value.origin = kRequest;
+    value.origin = kRequestOrigin;
   }
   return value;
 }
 
-void CPhpMachine::Include(const PhpValue& path) {
+void CPhpSinks::Include(const PhpValue& path) {
   if (path.Has(kWholeRequest) || path.Has(kTempUpload) ||
       (path.HasText() && path.Text().size() <= kLongestPath && written_.contains(path.Text()))) {
-    Report(PhpFindingKind::kInclude, "include");
+    findings_.Report(PhpFindingKind::kInclude, "include");
   } else if (path.Has(kFromNetwork | kRemotePath)) {
-    Report(PhpFindingKind::kNetworkCode, "include");
-  } else if (path.HasText() && (path.Text().starts_with("data:") || Holds(path, "://"))) {
+    findings_.Report(PhpFindingKind::kNetworkCode, "include");
+  } else if (path.HasText() && (path.Text().starts_with("data:") || operators_.Holds(path, "://"))) {
     if (!path.Text().starts_with("phar://") && !path.Text().starts_with("vfs://"))
-      Report(PhpFindingKind::kNetworkCode, path.Text());
+      findings_.Report(PhpFindingKind::kNetworkCode, path.Text());
   } else if ((path.Has(kDecoded) && path.way == HidingWay::kBase64) || path.Has(kEscaped) ||
-             EndsWithPicture(path.Text()) || (path.Has(kNeverAssigned) && source_.size() <= kIncluder)) {
-    Report(PhpFindingKind::kInclude, path.HasText() ? path.Text() : "include");
+             EndsWithPicture(path.Text()) || (path.Has(kNeverAssigned) && source_ <= kIncluder)) {
+    findings_.Report(PhpFindingKind::kInclude, path.HasText() ? path.Text() : "include");
   }
 }
 
 // Spam, what the host gives away, and the arguments of the program that sends.
-void CPhpMachine::Mail(std::span<const PhpValue> arguments) {
+void CPhpSinks::Mail(std::span<const PhpValue> arguments) {
   if (arguments.size() < 3) return;
   const PhpValue& to = arguments[0];
-  if (arguments.size() > 4 && (arguments[4].Has(kWholeRequest) || Holds(arguments[4], "-X"))) {
-    Report(PhpFindingKind::kBackdoor, "mail");
+  if (arguments.size() > 4 && (arguments[4].Has(kWholeRequest) || operators_.Holds(arguments[4], "-X"))) {
+    findings_.Report(PhpFindingKind::kBackdoor, "mail");
   }
-  const bool address = Holds(to, "@");
+  const bool address = operators_.Holds(to, "@");
   const bool hidden =
       address && (to.Has(kDecoded | kEscaped) || (to.Has(kComputed) && to.way == HidingWay::kCharacters));
   if (hidden || (address && AnyHas(arguments.subspan(1), kHostFacts))) {
-    Report(PhpFindingKind::kSensitive, "mail");
+    findings_.Report(PhpFindingKind::kSensitive, "mail");
   }
   const auto foreign = [](const PhpValue& value) { return value.Has(kFromRequest | kNeverAssigned); };
-  if (std::all_of(arguments.begin(), arguments.begin() + 3, foreign)) Report(PhpFindingKind::kMail, "mail");
+  if (std::all_of(arguments.begin(), arguments.begin() + 3, foreign)) findings_.Report(PhpFindingKind::kMail, "mail");
 }
 
 }  // namespace qiv
