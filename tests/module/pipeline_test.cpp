@@ -17,9 +17,16 @@ namespace {
 
 using test::CFakeContext;
 
+/// Every look at it is a tick later.
+std::int64_t HastyClock() {
+  static std::int64_t seconds = 1700000000;
+  return seconds += 3;
+}
+
 struct Script {
   std::map<std::string, std::int32_t> decisions;  ///< row name to the status it sets
   std::string out_of_memory;                      ///< the row that throws after its decision
+  const WebsiteConfig* config = nullptr;          ///< of the request under way
   std::string calls;                              ///< "phase:row ", with "!" when response headers were treated before
 };
 Script* script = nullptr;
@@ -32,6 +39,8 @@ void Row(const RequestFacts& facts, const CheckContext& context, CheckResult& re
   const std::string name = kNames[kIndex];
   script->calls += std::to_string(context.phase) + ":" + name + (response.header_writes ? "! " : " ");
   EXPECT_TRUE(result.request.statistics || kIndex != 0) << "each notification starts anew";
+  if (context.phase == kPhaseBegin) script->config = &context.config;
+  EXPECT_EQ(&context.config, script->config) << "a request keeps its settings";
   result.request.statistics = false;
   const auto found = script->decisions.find(name);
   if (found != script->decisions.end()) {
@@ -65,7 +74,7 @@ class Pipeline : public testing::Test {
 
   Script script_;
   test::CInstallation installation_;
-  CQivConfig config_{installation_.Directory()};
+  CQivConfig config_{installation_.Directory(), &HastyClock};
   CStoredContexts contexts_{config_};
   CNoRecorder nobody_;
   CExchangeFiles exchange_{"", ""};
@@ -187,6 +196,7 @@ TEST_F(Pipeline, CountsNo404WhileThatProtectionIsOff) {
   Configure(false);
   CFakeContext context;
   pipeline_.BeginRequest(context);
+  Configure(true);  // too late for a request under way
   context.response.status = 404;
   Calls();
   EXPECT_EQ(pipeline_.SendResponse(context, nullptr), kContinue);

@@ -22,12 +22,23 @@ TEST_SECONDS = 300
 PROGRAMS = ["QivIpsIIs", "qivctl", "qivhost", "hostile_module"]
 
 
+def rows(text):
+    """The faults of a list: [[fault]] tables, and tables of one file each, whose rows are note, find, replace and, where it is not
+    the table's, test."""
+    tables = tomllib.loads(text)
+    yield from tables.pop("fault", [])
+    for file, table in tables.items():
+        usual = table.pop("test", "")
+        for name, row in table.items():
+            yield {"id": name, "file": file, "test": usual, **dict(zip(("note", "find", "replace", "test"), row))}
+
+
 def load(names):
     """The faults of these lists and with these ids, and a message for each that does not fit."""
     names = set(names)
     faults, messages, ids = [], [], set()
     for source in sorted(LISTS.glob("*.toml")):
-        for fault in tomllib.loads(source.read_text("utf-8")).get("fault", []):
+        for fault in rows(source.read_text("utf-8")):
             name = f"{source.name}: {fault.get('id', '?')}"
             if set(fault) != KEYS:
                 messages.append(f"{name}: has the keys {sorted(fault)}, not {sorted(KEYS)}")
