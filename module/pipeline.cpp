@@ -190,7 +190,7 @@ void CPipeline::RunRow(const CheckRow& row, Notification& notification, IEventRe
   CheckResult decided = *result;
   row.run(notification.facts, own, decided);
   const bool blocks = decided.status == kBlocked && result->status != kBlocked;
-  if (exempting && blocks && exempted_.IsExempt(row, notification.record, context, decided, *result)) return;
+  if (exempting && blocks && exempted_.IsExempt(row, notification.record, context, *result, &decided)) return;
   held.Release();
   *result = std::move(decided);
 }
