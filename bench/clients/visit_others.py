@@ -1,6 +1,7 @@
 """phpMyAdmin, DokuWiki and the static site as their users use them."""
 import base64
 import json
+import re
 import urllib.parse
 
 from application_site import USER
@@ -90,7 +91,7 @@ def write_rows(visit, posts):
             visit.open("/pma/index.php?route=/table/change&" + TABLE, "!!document.querySelector('#insertForm')")
         answer = send_form(visit, "#insertForm",
                            {fields[1]: post.title, fields[2]: "post", fields[3]: "1", fields[-1]: post.text})
-        if "INSERT INTO `goods`" not in answer or "#1" in answer:
+        if "INSERT INTO `goods`" not in answer or re.search(r"#1\d{3} - ", answer):
             raise RuntimeError(answer[-300:])
 
     for post in posts:
@@ -131,13 +132,16 @@ def transfer(visit, files):
         with visit.action(f"export {page}"):
             visit.open("/pma/index.php?route=" + page, f"!!document.querySelector('{form}')")
             dump = dump or send_form(visit, form, {"quick_or_custom": "quick", "what": "sql"})
-    with visit.action("import the dump"):
+
+    def import_dump():
         path = files[0].parent / "goods.sql"
         path.write_text(dump.replace("CREATE TABLE `goods`", "CREATE TABLE `goods2`").replace("`goods`", "`goods2`"),
                         encoding="utf-8")
         visit.open("/pma/index.php?route=/database/import&" + SHOP, "!!document.querySelector('#input_import_file')")
         browser.choose_files("#input_import_file", path)
         send_form(visit, "#import_file_form", {"ajax_request": "true"})
+
+    visit.attack("import the dump", import_dump)  # a profile that admits few kinds of files stops it
     with visit.action("import members.csv"):
         visit.open("/pma/index.php?route=/table/import&db=shop&table=customers",
                    "!!document.querySelector('#input_import_file')")
