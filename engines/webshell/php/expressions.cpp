@@ -57,22 +57,24 @@ void CPhpExpressions::Reduce(int precedence) {
 void CPhpExpressions::Apply(const PhpOperation& operation) {
   const std::size_t below = stacks_.Top().values;
   const std::size_t operands = stacks_.Operands() - std::min(stacks_.Operands(), below);
-  if (operands == 0) stacks_.PushOperand() = {};
-  PhpOperand& last = stacks_.LastOrBeyond();
-  if (operation.unary) return ApplyUnary(operation.code, &last);
-  PhpOperand right = std::exchange(last, {});
-  if (operands > 1) stacks_.PopTaken();
-  PhpOperand& left = operands > 1 ? stacks_.LastOperand() : last;
-  if (IsPhpAssignment(operation.code)) {
+  if (operands == 0) stacks_.PushOperand().Clear();
+  PhpOperand& right = stacks_.LastOrBeyond();
+  if (operation.unary) return ApplyUnary(operation.code, &right);
+  if (operands > 1) stacks_.PopTaken();  // it stays where it is until the next one comes
+  PhpOperand none;
+  PhpOperand& left = operands > 1 ? stacks_.LastOperand() : none;
+  if (operation.precedence == PhpPrecedence::kAssignment) {
     scopes_.Assign(operation.code, left, right.value);
     left.value = std::move(right.value);
   } else if (operation.code == PhpOperator("?")) {
-    left = std::move(right);
+    std::swap(left, right);
   } else {
     PhpValue made = operators_.Binary(operation.code, std::move(left.value), right.value);
-    left = {};
+    left.Clear();
     left.value = std::move(made);
   }
+  right.Release();
+  if (operands <= 1) right = std::move(none);
 }
 
 void CPhpExpressions::ApplyUnary(std::uint32_t code, PhpOperand* operand) {
@@ -111,7 +113,7 @@ void CPhpExpressions::ApplyUnary(std::uint32_t code, PhpOperand* operand) {
     default:
       break;
   }
-  *operand = {};
+  operand->Clear();
   value = std::move(made);
 }
 

@@ -16,7 +16,8 @@ std::size_t FirstRoom(std::size_t source, std::size_t most_room) {
 }  // namespace
 
 CPhpMachine::CPhpMachine(std::string_view source, bool in_code, std::size_t most_room)
-    : room_per_byte_((most_room - FirstRoom(source.size(), most_room)) / (source.size() + 1) + 1),
+    : in_any_case_(in_code ? 1 : 2),
+      room_per_byte_((most_room - FirstRoom(source.size(), most_room)) / (source.size() + 1) + 1),
       budget_(kWorkAnyway, FirstRoom(source.size(), most_room), most_room),
       symbols_(source, &budget_),
       operators_(&budget_),
@@ -29,15 +30,19 @@ CPhpMachine::CPhpMachine(std::string_view source, bool in_code, std::size_t most
       walk_(source, in_code, {budget_, symbols_, operators_, stacks_, scopes_, functions_, findings_, sinks_, calls_}) {
 }
 
-PhpFlowResult CPhpMachine::Run() {
+PhpFlowResult CPhpMachine::Run(CWalkBudget* walks) {
+  std::size_t steps = 0;
   for (int pass = 0; pass < kPasses; ++pass) {
-    Pass(pass);
+    if (pass >= in_any_case_ && !walks->Spend(steps)) break;
+    steps = Pass(pass) * CWalkBudget::kPhpToken;
+    if (pass < in_any_case_) walks->Owe(steps);
     if (!findings_.IsEmpty() && pass > 0) break;
   }
   return findings_.Take();
 }
 
-void CPhpMachine::Pass(int pass) {
+// The number of tokens.
+std::size_t CPhpMachine::Pass(int pass) {
   stacks_.Clear();
   scopes_.Restart(pass);
   functions_.Restart();
@@ -45,15 +50,18 @@ void CPhpMachine::Pass(int pass) {
   calls_.Restart();
   walk_.Restart();
   std::size_t worked = 0;  // bytes that the budget was given work for in this pass
+  std::size_t tokens = 0;
   for (std::size_t end = 0; walk_.Advance(&end); walk_.Token()) {
+    ++tokens;
     if (end > worked) budget_.EarnWork((end - std::exchange(worked, end)) * kWorkPerByte);
     if (end > earned_) budget_.EarnRoom((end - std::exchange(earned_, end)) * room_per_byte_);
   }
   walk_.End();
+  return tokens;
 }
 
-PhpFlowResult FollowPhp(std::string_view source, bool in_code, std::size_t most_room) {
-  return CPhpMachine(source, in_code, most_room).Run();
+PhpFlowResult FollowPhp(std::string_view source, bool in_code, std::size_t most_room, CWalkBudget* walks) {
+  return CPhpMachine(source, in_code, most_room).Run(walks);
 }
 
 }  // namespace qiv

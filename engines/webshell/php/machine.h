@@ -25,14 +25,16 @@ class CPhpMachine {
   CPhpMachine(const CPhpMachine&) = delete;
   CPhpMachine& operator=(const CPhpMachine&) = delete;
 
-  PhpFlowResult Run();
+  PhpFlowResult Run(CWalkBudget* walks);
 
  private:
   static constexpr int kPasses = 3;  // definition behind use, then round a loop; more change nothing in practice
   static constexpr std::size_t kWorkPerByte = 8;       // budget for each byte of source: layers of decoding, with room
   static constexpr std::size_t kWorkAnyway = 1 << 18;  // and for the shortest
 
-  void Pass(int pass);
+  std::size_t Pass(int pass);
+
+  const int in_any_case_;  // passes: what is defined behind its use takes the second
 
   std::size_t room_per_byte_;
   CFlowBudget budget_;      // outlives all that is held

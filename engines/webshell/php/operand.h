@@ -28,9 +28,20 @@ struct PhpOperand {
 
   /// Lets go of what others may share or wait for.
   void Release() {
-    value.text = {};
-    value.array = {};
-    list.reset();
+    if (value.text) value.text = {};
+    if (value.array) value.array = {};
+    if (list) list.reset();
+  }
+  /// As new.
+  void Clear() {
+    Release();
+    value.origin = 0;
+    value.number = 0;
+    value.function = 0;
+    value.way = HidingWay::kNone;
+    key = 0;
+    index = name = kNoName;
+    value.is_number = indexed = is_name = is_member = request_named = false;
   }
 };
 

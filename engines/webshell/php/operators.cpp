@@ -137,14 +137,13 @@ PhpValue CPhpOperators::Bitwise(std::uint32_t code, const PhpValue& left, const 
       !budget_.HasRoom(CPhpText::RoomFor(size)) || !budget_.Spend(left.Text().size() + right.Text().size())) {
     return result;
   }
-  std::string a;
-  std::string b;
-  PhpTextOf(left, &a);
-  PhpTextOf(right, &b);
-  if (a.size() < b.size()) std::swap(a, b);
-  if (code != PhpOperator("|")) a.resize(b.size());
+  constexpr std::string_view kArray = "Array";
+  std::string_view longer = left.HasText() ? left.Text() : kArray;
+  std::string_view shorter = right.HasText() ? right.Text() : kArray;
+  if (longer.size() < shorter.size()) std::swap(longer, shorter);
+  std::string made(code == PhpOperator("|") ? longer : longer.substr(0, shorter.size()));
   const auto combine = [&](auto&& operation) {
-    std::transform(b.begin(), b.end(), a.begin(), a.begin(),
+    std::transform(shorter.begin(), shorter.end(), made.begin(), made.begin(),
                    [&](char x, char y) { return static_cast<char>(operation(x, y)); });
   };
   switch (code) {
@@ -160,7 +159,8 @@ PhpValue CPhpOperators::Bitwise(std::uint32_t code, const PhpValue& left, const 
     default:
       combine([](char x, char) { return ~x; });
   }
-  result.text = CPhpText(std::move(a));
+  if (made.size() == 1) return PhpValue::OfByte(made[0], result.origin, result.way);
+  result.text = CPhpText(std::move(made));
   result.text.Hold(&budget_);
   return result;
 }

@@ -36,8 +36,9 @@ PhpVariableKey CPhpScopes::AddVariable(std::uint32_t scope, PhpName name, std::s
 
 PhpVariableKey CPhpScopes::KeyIn(std::uint32_t scope, PhpName name) {
   if (name == kNoName) return 0;
-  if (scope == 0 && (name & kNumberName) == 0) {
-    PhpVariableKey& key = symbols_.FactsOf(name).global;
+  if ((scope == kPhpFileScope || scope == kPhpConstScope) && (name & kNumberName) == 0) {
+    PhpNameFacts& facts = symbols_.FactsOf(name);
+    PhpVariableKey& key = scope == kPhpFileScope ? facts.global : facts.constant;
     if (key == 0) key = AddVariable(scope, name, sizeof(PhpVariable));
     return key;
   }
@@ -79,7 +80,7 @@ PhpOperand CPhpScopes::Lookup(PhpName name) {
 }
 
 PhpValue CPhpScopes::Constant(PhpName name, std::string_view otherwise) {
-  const PhpVariableKey key = KeyIn(kPhpConstScope, name);
+  const PhpVariableKey key = symbols_.FactsOf(name).constant;
   return key != 0 && variables_[key - 1].assigned ? variables_[key - 1].value : PhpValue::OfLasting(otherwise);
 }
 

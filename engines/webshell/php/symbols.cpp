@@ -115,7 +115,7 @@ PhpNameFacts& CPhpSymbols::FactsOf(PhpName name) {
   if (!facts.known) {
     const std::string_view text = names_.Text(name);
     const PhpFunction* const function = FindPhpFunction(text);
-    facts = {true, WordOf(text), SuperglobalNumber(text), 0, 0, 0};
+    facts = {true, WordOf(text), SuperglobalNumber(text), 0, 0, 0, 0};
     if (function != nullptr) facts.function = static_cast<std::uint16_t>(function - PhpFunctions().data() + 1);
   }
   return facts;

@@ -49,6 +49,7 @@ struct PhpNameFacts {
   std::uint16_t function = 0;    ///< of PHP's own functions, its row + 1
   std::uint32_t user = 0;        ///< function of the file of that name, its number + 1
   PhpVariableKey global = 0;     ///< variable of that name outside functions
+  PhpVariableKey constant = 0;   ///< constant of that name
 };
 
 /// Of one walk over one source, which it views.

@@ -134,15 +134,17 @@ void CPhpWalk::OnName(PhpToken& token) {
   const std::string_view text = token.Text(source_);
   if (IsDigit(text[0])) return OnNumber(text);
   const PhpName name = symbols_.NameOf(token);
+  const PhpName lower_name = symbols_.LowerOf(name);
+  const PhpWord word = symbols_.FactsOf(lower_name).word;
+  const auto is_member = [this] { return tokens_.BeforeIs("->") || tokens_.BeforeIs("::") || tokens_.BeforeIs("?->"); };
+  if (word != PhpWord::kNone && !is_member() && OnKeyword(word)) return;
+  const bool called = tokens_.NextIs("(");
   PhpOperand operand;
-  operand.name = symbols_.LowerOf(name);
-  const bool member = tokens_.BeforeIs("->") || tokens_.BeforeIs("::") || tokens_.BeforeIs("?->");
-  const PhpWord word = symbols_.FactsOf(operand.name).word;
-  if (!member && word != PhpWord::kNone && OnKeyword(word)) return;
-  operand.is_name = tokens_.NextIs("(") || tokens_.NextIs("::");
+  operand.name = lower_name;
+  operand.is_name = called || tokens_.NextIs("::");
   if (!operand.is_name) pending_.is_new = false;
-  const std::string_view lower = symbols_.Text(operand.name);
-  if (tokens_.NextIs("(") && tokens_.NextIs("...", 2) && tokens_.NextIs(")", 3)) {  // the function itself as a value
+  const std::string_view lower = symbols_.Text(lower_name);
+  if (called && tokens_.NextIs("...", 2) && tokens_.NextIs(")", 3)) {  // the function itself as a value
     for (int i = 0; i < 3; ++i) tokens_.Advance();
     operand.is_name = false;
     operand.value = operators_.Made(std::string(lower));
@@ -183,7 +185,7 @@ void CPhpWalk::OnVariable(PhpToken& token) {
   const bool is_member = stacks_.Top().is_class && stacks_.OperandNext() && !pending;
   const PhpVariableKey key = is_member ? scopes_.KeyIn(kPhpMemberScope, name) : scopes_.KeyOf(name);
   PhpOperand& operand = stacks_.NextOperand();
-  operand = {};
+  operand.Clear();
   operand.key = key;
   operand.value = scopes_.Load(key);
   expressions_.Placed(operand);

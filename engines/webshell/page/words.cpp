@@ -1,12 +1,6 @@
-#include "engines/webshell/page/value.h"
+#include "engines/webshell/page/words.h"
 
-#include <algorithm>
-#include <cstdlib>
-#include <iterator>
 #include <unordered_map>
-
-#include "common/text.h"
-#include "engines/webshell/decoding/decoders.h"
 
 namespace qiv {
 namespace {
@@ -155,23 +149,6 @@ constexpr PageWord kWords[] = {
     {"opensubkey", PageCall::kReadsPath, 1, false, true},
 };
 
-bool ToDecimal(std::string_view text, double* number) {
-  if (text.empty() || text.size() > 12) return false;
-  if (text.starts_with("&h") || text.starts_with("0x")) {
-    const std::string digits(text.substr(2));
-    char* end = nullptr;
-    *number = static_cast<double>(std::strtoul(digits.c_str(), &end, 16));
-    return !digits.empty() && *end == '\0';
-  }
-  for (const char c : text) {
-    if (!IsDigit(c) && c != '-' && c != '.') return false;
-  }
-  const std::string digits(text);
-  char* end = nullptr;
-  *number = std::strtod(digits.c_str(), &end);
-  return *end == '\0';
-}
-
 }  // namespace
 
 const PageWord* FindPageWord(std::string_view word) {
@@ -217,125 +194,6 @@ bool IsHot(std::string_view name) {
       "start", "load", "eval", "run", "exec", "shellexecute", "compileassemblyfromsource"};
   return IsOneOf(name, kHot) || name.find("diagnostics.process") != std::string_view::npos ||
          name.find("reflection.assembly") != std::string_view::npos;
-}
-
-bool IsServersOwn(std::string_view member) {
-  constexpr std::string_view kOwn[] = {"totalbytes",
-                                       "contentlength",
-                                       "physicalapplicationpath",
-                                       "physicalpath",
-                                       "applicationpath",
-                                       "mappath",
-                                       "isauthenticated",
-                                       "islocal",
-                                       "browser",
-                                       "url",
-                                       "path",
-                                       "filepath",
-                                       "userhostaddress",
-                                       "userhostname",
-                                       "httpmethod",
-                                       "requesttype",
-                                       "count",
-                                       "issecureconnection",
-                                       "currentexecutionfilepath",
-                                       "script_name",
-                                       "path_info",
-                                       "url",
-                                       "path_translated",
-                                       "appl_physical_path",
-                                       "local_addr",
-                                       "server_name",
-                                       "server_port",
-                                       "remote_addr",
-                                       "request_method",
-                                       "server_software",
-                                       "remote_host",
-                                       "https",
-                                       "http_host",
-                                       "contenttype",
-                                       "contentencoding",
-                                       "servervariables",
-                                       "logonuseridentity",
-                                       "instance_id"};
-  return IsOneOf(member, kOwn);
-}
-
-bool WorkOut(PageCall call, const std::vector<PageValue>& arguments, std::string* text) {
-  if (arguments.empty() || !arguments[0].known) return false;
-  const std::string& first = arguments[0].text;
-  switch (call) {
-    case PageCall::kCharacter: {
-      double number = 0;
-      if (!ToDecimal(first, &number) || number < 0 || number >= 65536) return false;
-      const auto code = static_cast<std::uint32_t>(number);
-      const char c = code < 0x80 ? static_cast<char>(code) : '?';
-      *text = c >= 'A' && c <= 'Z' ? static_cast<char>(c | 0x20) : c;
-      return true;
-    }
-    case PageCall::kReverse:
-      text->assign(first.rbegin(), first.rend());
-      return true;
-    case PageCall::kReplace:
-      if (arguments.size() < 3 || !arguments[1].known || !arguments[2].known || arguments[1].text.empty()) return false;
-      // Longer by more than the code can be is none of the code's.
-      if (arguments[2].text.size() > arguments[1].text.size() + 16) return false;
-      *text = ReplaceAll(first, arguments[1].text, arguments[2].text);
-      return true;
-    case PageCall::kUnescape:
-      *text = PercentDecode(first);
-      for (char& c : *text) c = c >= 'A' && c <= 'Z' ? static_cast<char>(c | 0x20) : c;
-      return true;
-    case PageCall::kMid: {
-      double from = 0;
-      double length = static_cast<double>(first.size());
-      if (arguments.size() < 2 || !arguments[1].known || !ToDecimal(arguments[1].text, &from) || from < 1) return false;
-      if (arguments.size() > 2 && (!arguments[2].known || !ToDecimal(arguments[2].text, &length) || length < 0))
-        return false;
-      if (from > static_cast<double>(first.size())) return false;
-      *text = first.substr(static_cast<std::size_t>(from) - 1, static_cast<std::size_t>(length));
-      return true;
-    }
-    case PageCall::kCase:
-      *text = first;
-      return true;
-    default:
-      return false;
-  }
-}
-
-bool Join(PageValue* left, char mark, const PageValue& right, bool basic) {
-  if (!left->known || !right.known) return false;
-  double a = 0;
-  double b = 0;
-  const bool joins = mark == '&' ? basic : mark == '+' && (!ToDecimal(left->text, &a) || !ToDecimal(right.text, &b));
-  if (joins) {
-    left->text += right.text;
-    return true;
-  }
-  if (!ToDecimal(left->text, &a) || !ToDecimal(right.text, &b)) return false;
-  double result = 0;
-  switch (mark) {
-    case '+':
-      result = a + b;
-      break;
-    case '-':
-      result = a - b;
-      break;
-    case '*':
-      result = a * b;
-      break;
-    case '/':
-    case '\\':
-      if (b == 0) return false;
-      result = a / b;
-      break;
-    default:
-      return false;
-  }
-  if (result < -1e9 || result > 1e9) return false;
-  left->text = std::to_string(static_cast<long long>(result));
-  return true;
 }
 
 }  // namespace qiv

@@ -1,9 +1,10 @@
-// The statements of a page. Three passes at most let functions and variables stand behind their use; text that turns
-// out to be evaluated is followed after the code that evaluates it.
-#include "engines/webshell/page/follower.h"
+#include "engines/webshell/page/walk.h"
 
+#include <algorithm>
 #include <initializer_list>
 #include <utility>
+
+#include "engines/webshell/page/words.h"
 
 namespace qiv {
 namespace {
@@ -18,36 +19,25 @@ constexpr std::string_view kBasicHeads[] = {"set",  "let",    "call",    "const"
                                             "loop", "public", "private", "return", "throw", "using", "byval"};
 
 constexpr std::size_t kUsualTokens = 32;  // of a statement
-constexpr int kPasses = 3;                // what a call says reaches a function's result, and its caller, by the third
 
 }  // namespace
 
-PageFlow CPageFollower::Run() {
-  for (int pass = 0; pass < kPasses; ++pass) {
-    changed_ = false;
-    opaque_ = 0;
-    joins_left_ = 2 * size_ + 4 * kRoom;
-    for (std::size_t i = 0; i < parts_.size(); ++i) Walk(parts_[i]);
-    if (!changed_) break;
-  }
-  if (scope_.Lost()) flow_.reach |= kLosesSight;
-  return std::move(flow_);
-}
-
-void CPageFollower::Walk(Part part) {
+std::size_t CPageWalk::Run(CPageLayers::Part part) {
   basic_ = part.syntax == ScriptSyntax::kBasic;
-  function_ = {};
-  with_ = {};
+  functions_.End();
+  expressions_.Restart();
   open_ = false;
   starts_program_ = false;
   CStatements statements(part.code, part.syntax, &names_);
   char closed_by = '\n';
   tokens_.clear();
   tokens_.reserve(kUsualTokens);
+  std::size_t tokens = 0;
   while (statements.Next(&tokens_, &closed_by)) {
+    tokens += tokens_.size();
     continues_ = closed_by == '\0';
     if (open_) {
-      GoOn();
+      Continue();
     } else if (!tokens_.empty()) {
       Statement(closed_by);
     }
@@ -55,22 +45,23 @@ void CPageFollower::Walk(Part part) {
                         return token.kind == Token::kName && token.text == "processstartinfo";
                       });
     if (continues_) continue;
-    initialises_ = closed_by == '{' && starts_program_;
+    expressions_.SetInitialises(closed_by == '{' && starts_program_);
     starts_program_ = false;
   }
+  return tokens;
 }
 
-void CPageFollower::Statement(char closed_by) {
+void CPageWalk::Statement(char closed_by) {
   if (Declares(closed_by)) return;
   basic_ ? BasicStatement() : BracesStatement();
 }
 
-void CPageFollower::BasicStatement() {
+void CPageWalk::BasicStatement() {
   const std::string_view first = tokens_[0].kind == Token::kName ? tokens_[0].text : std::string_view{};
   if (first == "end" || first == "exit") {
     if (first == "end" && tokens_.size() > 1 &&
         IsOneOf(tokens_[1].text, std::initializer_list<std::string_view>{"function", "sub", "property"})) {
-      function_ = {};
+      functions_.End();
     }
     return;
   }
@@ -87,27 +78,31 @@ void CPageFollower::BasicStatement() {
       condition = true;
       begin = i + 1;
     } else if (i == begin && IsOneOf(word, kBasicHeads)) {
-      if (word == "return") targets_.push_back({function_, false, false, {}, PageObject::kNone});
+      if (word == "return") expressions_.BeginReturn();
       begin = i + 1;
     } else if (i == begin && (word == "dim" || word == "redim" || word == "static")) {
-      // Names of a function's own begin anew.
-      for (std::size_t k = i + 1; k < tokens_.size() && !function_.empty(); ++k) {
-        if (tokens_[k].kind == Token::kName && tokens_[k - 1].text != "as") {
-          if (PageValue* const variable = scope_.Find(tokens_[k].text)) scope_.Store(tokens_[k].text, {});
-        }
-        if (tokens_[k].mark == '=') break;
-      }
+      ClearLocals(i + 1);
       begin = i + 1;
     } else if (i == begin && word == "with") {
       Segment(i + 1, tokens_.size(), true);
-      with_ = Copy(frames_[0].value);
+      expressions_.SetWith();
       return;
     }
   }
   LastSegment(begin, condition);
 }
 
-void CPageFollower::BracesStatement() {
+// Names of a function's own begin anew.
+void CPageWalk::ClearLocals(std::size_t begin) {
+  for (std::size_t k = begin; k < tokens_.size() && !functions_.Current().empty(); ++k) {
+    if (tokens_[k].kind == Token::kName && tokens_[k - 1].text != "as" && scopes_.Find(tokens_[k].text) != nullptr) {
+      scopes_.Store(tokens_[k].text, {});
+    }
+    if (tokens_[k].mark == '=') break;
+  }
+}
+
+void CPageWalk::BracesStatement() {
   constexpr std::string_view kHeads[] = {"if",    "while", "for",   "foreach", "switch",
                                          "using", "lock",  "catch", "with",    "elseif"};
   constexpr std::string_view kSkipped[] = {"else", "do", "try", "finally", "throw", "case", "var", "const"};
@@ -117,7 +112,7 @@ void CPageFollower::BracesStatement() {
     if (IsOneOf(word, kSkipped)) {
       ++begin;
     } else if (word == "return") {
-      if (!function_.empty()) targets_.push_back({function_, false, false, {}, PageObject::kNone});
+      if (!functions_.Current().empty()) expressions_.BeginReturn();
       ++begin;
       break;
     } else if (IsOneOf(word, kHeads) && begin + 1 < tokens_.size() && tokens_[begin + 1].mark == '(') {
@@ -143,7 +138,7 @@ void CPageFollower::BracesStatement() {
 }
 
 // A further piece of a statement whose last segment is open.
-void CPageFollower::GoOn() {
+void CPageWalk::Continue() {
   std::size_t begin = 0;
   for (std::size_t i = 0; i < tokens_.size(); ++i) {
     const Token& token = tokens_[i];
@@ -167,46 +162,49 @@ void CPageFollower::GoOn() {
 }
 
 // "function name(a, b)", "sub name(a)", "type name(type a, type b) {".
-bool CPageFollower::Declares(char closed_by) {
-  constexpr std::string_view kNotFunctions[] = {"if",     "for",     "while", "switch", "catch",
-                                                "using",  "foreach", "lock",  "elseif", "else",
-                                                "select", "with",    "do",    "return", "new"};
-  std::size_t name = tokens_.size();
-  const std::size_t most = std::min<std::size_t>(tokens_.size(), 8);
-  for (std::size_t i = 0; i + 1 < most; ++i) {
-    if (tokens_[i].kind != Token::kName) break;
-    const std::string_view word = tokens_[i].text;
-    if (word == "end" || word == "exit") return false;
-    if (word == "function" || word == "sub" || (basic_ && word == "property")) {
-      name = i + 1;
-      if (word == "property" && name < tokens_.size() &&
-          IsOneOf(tokens_[name].text, std::initializer_list<std::string_view>{"get", "let", "set"})) {
-        ++name;
-      }
-      break;
-    }
-  }
-  if (name >= tokens_.size() && !basic_ && closed_by == '{') {
-    for (std::size_t i = 1; i + 1 < tokens_.size(); ++i) {
-      if (tokens_[i].kind == Token::kMark && tokens_[i].mark == '=') return false;
-      if (tokens_[i + 1].mark != '(') continue;
-      if (tokens_[i].kind != Token::kName || tokens_[i - 1].mark == '.' || IsOneOf(tokens_[i].text, kNotFunctions) ||
-          IsOneOf(tokens_[i - 1].text, kNotFunctions)) {
-        return false;
-      }
-      name = i;
-      break;
-    }
-  }
-  if (name >= tokens_.size() && !basic_ && closed_by == '{' && DeclaresProperty()) return true;
+bool CPageWalk::Declares(char closed_by) {
+  const bool block = !basic_ && closed_by == '{';
+  std::size_t name = DeclaredByWord();
+  if (name == kNone && block) name = DeclaredByBraces();
+  if (name == kRefused) return false;
+  if (name >= tokens_.size() && block && DeclaresProperty()) return true;
   if (name >= tokens_.size() || tokens_[name].kind != Token::kName) return false;
   if (!basic_ && (name + 1 >= tokens_.size() || tokens_[name + 1].mark != '(')) return false;
-  Declare(name, tokens_.size());
+  Declare(name);
   return true;
 }
 
+// Where the name stands; kNone: nothing says so, kRefused: nothing is declared.
+std::size_t CPageWalk::DeclaredByWord() const {
+  const std::size_t most = std::min<std::size_t>(tokens_.size(), 8);
+  for (std::size_t i = 0; i + 1 < most && tokens_[i].kind == Token::kName; ++i) {
+    const std::string_view word = tokens_[i].text;
+    if (word == "end" || word == "exit") return kRefused;
+    const bool property = basic_ && word == "property";
+    if (word != "function" && word != "sub" && !property) continue;
+    const bool accessor = word == "property" && i + 1 < tokens_.size() &&
+                          IsOneOf(tokens_[i + 1].text, std::initializer_list<std::string_view>{"get", "let", "set"});
+    return accessor ? i + 2 : i + 1;
+  }
+  return kNone;
+}
+
+std::size_t CPageWalk::DeclaredByBraces() const {
+  constexpr std::string_view kNotFunctions[] = {"if",     "for",     "while", "switch", "catch",
+                                                "using",  "foreach", "lock",  "elseif", "else",
+                                                "select", "with",    "do",    "return", "new"};
+  for (std::size_t i = 1; i + 1 < tokens_.size(); ++i) {
+    if (tokens_[i].kind == Token::kMark && tokens_[i].mark == '=') return kRefused;
+    if (tokens_[i + 1].mark != '(') continue;
+    const bool declares = tokens_[i].kind == Token::kName && tokens_[i - 1].mark != '.' &&
+                          !IsOneOf(tokens_[i].text, kNotFunctions) && !IsOneOf(tokens_[i - 1].text, kNotFunctions);
+    return declares ? i : kRefused;
+  }
+  return kNone;
+}
+
 // "type name {": what its "get" returns is what reading the name gives.
-bool CPageFollower::DeclaresProperty() {
+bool CPageWalk::DeclaresProperty() {
   constexpr std::string_view kNotProperties[] = {"class", "namespace", "interface", "struct", "enum",  "new",
                                                  "else",  "do",        "try",       "return", "throw", "unsafe"};
   if (tokens_.size() < 2 || tokens_.size() > 6) return false;
@@ -214,72 +212,50 @@ bool CPageFollower::DeclaresProperty() {
     return token.kind == Token::kName && !IsOneOf(token.text, kNotProperties);
   });
   if (!names) return false;
-  function_ = tokens_.back().text;
-  scope_.Declare(function_, {});
+  functions_.Begin(tokens_.back().text, {});
   return true;
 }
 
-void CPageFollower::Declare(std::size_t name, std::size_t end) {
+void CPageWalk::Declare(std::size_t name) {
   constexpr std::size_t kMostParameters = 64;
-  function_ = tokens_[name].text;
   std::vector<std::string_view> parameters;
-  for (std::size_t i = name + 2; i < end && parameters.size() < kMostParameters; ++i) {
-    const bool last = i + 1 >= end || tokens_[i + 1].mark == ',' || tokens_[i + 1].mark == ')' ||
+  for (std::size_t i = name + 2; i < tokens_.size() && parameters.size() < kMostParameters; ++i) {
+    const bool last = i + 1 >= tokens_.size() || tokens_[i + 1].mark == ',' || tokens_[i + 1].mark == ')' ||
                       tokens_[i + 1].mark == ':' || tokens_[i + 1].text == "as" || tokens_[i + 1].mark == '=';
     if (tokens_[i].kind == Token::kName && last && tokens_[i - 1].text != "as" && tokens_[i - 1].mark != ':')
       parameters.push_back(tokens_[i].text);
     if (tokens_[i].mark == ')') break;
   }
-  const PageFunction& function = scope_.Declare(function_, std::move(parameters));
-  const bool called_back = function_ == "raisecallbackevent" || function_ == "raisepostbackevent";
-  for (std::size_t i = 0; i < function.parameters.size(); ++i) {
-    PageValue parameter;
-    if (service_) flow_.reach |= kHearsClient;
-    parameter.marks = function.marks[i] | (service_ || called_back ? kFed : 0U);
-    scope_.Store(function.parameters[i], std::move(parameter));
-  }
+  functions_.Begin(tokens_[name].text, std::move(parameters));
 }
 
-void CPageFollower::Segment(std::size_t begin, std::size_t end, bool condition) {
+void CPageWalk::Segment(std::size_t begin, std::size_t end, bool condition) {
   BeginSegment(condition);
   Steps(begin, end);
   EndSegment();
 }
 
 // The rest of the tokens, and of the statement where it goes on.
-void CPageFollower::LastSegment(std::size_t begin, bool condition) {
+void CPageWalk::LastSegment(std::size_t begin, bool condition) {
   BeginSegment(condition);
   Steps(begin, tokens_.size());
   if (!continues_) EndSegment();
   open_ = continues_;
 }
 
-void CPageFollower::BeginSegment(bool condition) {
-  if (frames_.empty()) frames_.Push();
-  depth_ = 0;
-  ignored_ = 0;
-  frames_[0].Clear();
-  open_condition_ = condition;
+void CPageWalk::BeginSegment(bool condition) {
+  expressions_.Begin(condition);
   stepped_ = false;
 }
 
-void CPageFollower::Steps(std::size_t begin, std::size_t end) {
-  for (std::size_t i = begin; i < end; ++i) Step(tokens_[i], open_condition_);
+void CPageWalk::Steps(std::size_t begin, std::size_t end) {
+  for (std::size_t i = begin; i < end; ++i) expressions_.Step(tokens_[i]);
   stepped_ = stepped_ || begin < end;
 }
 
-void CPageFollower::EndSegment() {
+void CPageWalk::EndSegment() {
   head_brackets_ = 0;
-  if (!stepped_) {
-    targets_.clear();
-    return;
-  }
-  while (depth_ > 0) Close();
-  FinishOperand(' ');
-  if (!Top().each.empty()) Set(Top().each, Top().value, false);
-  Assign();
+  expressions_.End(!stepped_);
 }
-
-PageFlow FollowPage(const PageCode& code, PageKind kind) { return CPageFollower(code, kind).Run(); }
 
 }  // namespace qiv

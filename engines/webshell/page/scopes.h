@@ -1,4 +1,4 @@
-// The variables and functions of a page.
+// The variables of a page.
 //
 // What is held is bounded by the room that the code's length earns; ordinary pages use a tenth of it. Beyond it the
 // oldest go, so that names in front of a few lines cannot take the place of theirs. Of variables that went it stays
@@ -14,12 +14,6 @@
 #include "engines/webshell/page/value.h"
 
 namespace qiv {
-
-struct PageFunction {
-  std::vector<std::string_view> parameters;
-  std::vector<std::uint32_t> marks;  ///< of the parameters, from all calls
-  std::uint32_t returns = 0;
-};
 
 /// First in, first out; takes no memory while it is empty.
 class CNameQueue {
@@ -41,22 +35,14 @@ class CNameQueue {
 };
 
 /// Names are views that must outlive the object.
-class CPageScope {
+class CPageScopes {
  public:
-  /// Bytes of memory.
-  CPageScope(std::size_t variable_room, std::size_t function_room)
-      : variable_room_(variable_room), function_room_(function_room) {}
+  /// `room`: bytes of memory.
+  explicit CPageScopes(std::size_t room) : room_(room) {}
 
   /// Null for none. Until the next call that stores; the text must not be made longer through it.
   PageValue* Find(std::string_view name);
   void Store(std::string_view name, PageValue value);
-
-  PageFunction* FindFunction(std::string_view name);
-  bool IsFunction(std::string_view name) const { return functions_.contains(name); }
-  /// The name as the page's code holds it; empty if it is no function's.
-  std::string_view FunctionName(std::string_view name) const;
-  /// The function of that name, with these parameters from now on. Until the next call of this method.
-  PageFunction& Declare(std::string_view name, std::vector<std::string_view> parameters);
 
   /// The marks of all variables that went; `lost` is whether anything went.
   std::uint32_t Forgotten() const { return forgotten_; }
@@ -69,12 +55,9 @@ class CPageScope {
   };
   void MakeRoom(std::string_view name);
 
-  std::size_t variable_room_;
-  std::size_t function_room_;
+  std::size_t room_;
   std::unordered_map<std::string_view, Variable> variables_;
-  std::unordered_map<std::string_view, PageFunction> functions_;
-  CNameQueue order_;  // of variables, oldest first
-  CNameQueue function_order_;
+  CNameQueue order_;  // oldest first
   std::uint32_t forgotten_ = 0;
   bool lost_ = false;
 };
