@@ -50,11 +50,18 @@ enum class BodyForm {
 };
 BodyForm BodyFormOf(std::string_view content_type, std::string_view body);
 
+/// Which texts of a body are handed out.
+enum class BodyValues {
+  kAll,
+  kTelling,  ///< all but those that IsPlainValue (plain_value.h) lets go of, which are not looked at twice
+};
+
 /// Each calls visit for one text after the other until it returns false; a parameter's name is a text as well. Whether
 /// they reached the end. Linear.
 bool ForEachQueryValue(const RequestFacts& facts, const ValueVisitor& visit);
 /// Of a multipart form the fields that are no files, and the names and file names that parts state.
-bool ForEachBodyValue(std::string_view content_type, std::string_view body, const ValueVisitor& visit);
+bool ForEachBodyValue(std::string_view content_type, std::string_view body, const ValueVisitor& visit,
+                      BodyValues values = BodyValues::kAll);
 bool ForEachHeaderValue(const RequestFacts& facts, const ValueVisitor& visit);
 /// Of one header.
 bool ForEachValueOf(const HeaderEntry& header, const ValueVisitor& visit);
