@@ -31,10 +31,11 @@ struct RequestValue {
   std::string_view Decoded(std::string* room, std::size_t most = std::string_view::npos) const;
 
   /// Whether the text of its place (query, body or header) holds this decoded form too, as the checks are given it. In
-  /// queries and forms it does; elsewhere where there was nothing to decode.
+  /// forms it does, in queries but for character references, which are resolved there; elsewhere where there was
+  /// nothing to decode.
   bool IsSent(std::string_view decoded) const {
-    return encoding == kQuery || encoding == kForm || encoding == kPlain ||
-           (encoding != kConverted && decoded.data() == raw.data());
+    if (encoding == kQuery) return decoded.find('&') == std::string_view::npos;
+    return encoding == kForm || encoding == kPlain || (encoding != kConverted && decoded.data() == raw.data());
   }
 };
 

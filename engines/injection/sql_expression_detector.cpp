@@ -38,7 +38,7 @@ Finding AtStart(SqlValue* value) {
     tokens.Advance();
     return at(Before::kNumber);
   }
-  if (!is(Kind::kWord) || tokens.Current().word != Word::kName) return {};
+  if (!is(Kind::kWord) || (tokens.Current().word != Word::kName && tokens.Current().word != Word::kEnd)) return {};
   tokens.Advance();
   return at(Before::kName);
 }

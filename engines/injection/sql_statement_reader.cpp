@@ -20,6 +20,8 @@ bool CSqlExpressionReader::SelectList(bool certain) {
     }
     case Kind::kWord:
       break;
+    case Kind::kEnd:  // "1 union select": what follows stands in another parameter
+      return certain;
     default:
       return false;
   }
@@ -84,6 +86,7 @@ CSqlExpressionReader::Finding CSqlExpressionReader::Statement() {
     case Word::kInsert:
       return Is(Word::kInto) ? Found(Result::kStacked) : Finding();
     case Word::kDelete:
+      if (EqualNoCase(second, "low_priority") || EqualNoCase(second, "quick") || EqualNoCase(second, "ignore")) Next();
       return Is(Word::kFrom) ? Found(Result::kStacked) : Finding();
     case Word::kCreate:
       if (Is(Kind::kConnective)) return Found(Result::kStacked);  // "or replace"
