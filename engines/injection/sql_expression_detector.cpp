@@ -34,7 +34,8 @@ Finding AtStart(SqlValue* value) {
          (is(Kind::kOperator) && value->text[tokens.Current().begin] != '*'))
     tokens.Advance();
   const bool constant = is(Kind::kWord) && tokens.Current().word == Word::kConstant;
-  if (is(Kind::kNumber) || is(Kind::kString) || constant) {
+  const bool variable = is(Kind::kWord) && value->text[tokens.Current().begin] == '@';
+  if (is(Kind::kNumber) || is(Kind::kString) || constant || variable) {
     tokens.Advance();
     return at(Before::kNumber);
   }

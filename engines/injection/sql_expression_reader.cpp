@@ -100,7 +100,7 @@ CSqlExpressionReader::Finding CSqlExpressionReader::OperatorWord(bool* goes_on) 
         break;
       }
       if (!Is(Kind::kOpen)) *goes_on = false;
-      list_ = true;
+      list_ = bracket_ = true;
       break;
     case Word::kOrder:
     case Word::kGroup:
@@ -236,15 +236,14 @@ CSqlExpressionReader::Finding CSqlExpressionReader::Behind(Operand operand) {
 CSqlExpressionReader::Finding CSqlExpressionReader::OpenString() {
   constexpr std::size_t kShort = 3;
   const std::string_view content = Text().substr(1);
-  const bool is_short =
-      EqualNoCase(content, "true") ||
-      (content.size() < kShort && std::all_of(content.begin(), content.end(), IsWordByte));
+  const bool is_short = EqualNoCase(content, "true") ||
+                        (content.size() < kShort && std::all_of(content.begin(), content.end(), IsWordByte));
   if (comparing_) {
     (left_ == Operand::kName ? compared_mixed_ : compared_constants_) = true;
   } else if (connective_) {
     short_end_ = is_short;
   }
-  if (before_ != Before::kQuote && !calls_) return {};
+  if (before_ != Before::kQuote && !calls_ && !(connective_ && compared_constants_)) return {};
   tokens_.Advance();
   return Complete(true);
 }

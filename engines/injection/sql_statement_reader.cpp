@@ -72,7 +72,9 @@ CSqlExpressionReader::Finding CSqlExpressionReader::Ordered(bool order) {
   }
   if (Is(Word::kHaving) || Is(Word::kUnion)) return Operators();
   if (Is(Kind::kComment)) return Found(Result::kClause);
-  return number && order && Is(Kind::kEnd) && before_ != Before::kName ? Found(Result::kClause) : Finding();
+  // Behind a name only when that is all of the value: "order by 9".
+  const bool alone = before_ != Before::kName || Trim(text_.substr(0, begin_)).empty();
+  return number && order && Is(Kind::kEnd) && alone ? Found(Result::kClause) : Finding();
 }
 
 CSqlExpressionReader::Finding CSqlExpressionReader::Statement() {

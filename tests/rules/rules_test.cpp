@@ -157,7 +157,7 @@ TEST(DefaultRules, EveryMechanismDecidesSomething) {
   const CInstalled installed("default");
   ASSERT_TRUE(installed.Get().config);
   const auto judged = [&](std::string_view text) { return Judge(installed.Get(), Place::kForm, text).mechanism; };
-  EXPECT_EQ(Mechanism::kDetector, judged("1 un/**/ion se/**/lect name from users"));
+  EXPECT_EQ(Mechanism::kDetector, judged("1) un/**/ion se/**/lect name from users"));
   EXPECT_EQ(Mechanism::kKeyword, judged("1' and sleep(5)-- "));
   EXPECT_EQ(Mechanism::kEvent, judged("<p onclick=steal>"));
 }
