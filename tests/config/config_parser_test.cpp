@@ -9,6 +9,7 @@
 
 #include "common/char_set.h"
 #include "common/text.h"
+#include "config/access_settings.h"
 #include "config/config_keys.h"
 #include "config/local_form.h"
 #include "tests/config/config_text.h"
@@ -291,6 +292,56 @@ TEST(ConfigParser, ReadsWholeFiles) {
   WebsiteConfig config;
   ParseConfigText(good, &config);
   EXPECT_FALSE(config.addresses.website_sys_common_area_ips.Empty());
+}
+
+TEST(TimeSpans, HoldTheirDaysAndCrossMidnight) {
+  struct Moment {
+    const char* span;
+    int weekday;  // 0 Sunday
+    int minute;
+    bool held;
+  };
+  constexpr int kHour = 60;
+  const Moment moments[] = {
+      {"08:00-18:00", 3, 8 * kHour, true},      {"08:00-18:00", 3, 8 * kHour - 1, false},
+      {"08:00-18:00", 0, 18 * kHour - 1, true}, {"8:00 - 18:00", 0, 18 * kHour, false},
+      {"22:00-06:00", 0, 23 * kHour, true},     {"22:00-06:00", 0, 6 * kHour - 1, true},
+      {"22:00-06:00", 0, 6 * kHour, false},     {"00:00-24:00", 6, 24 * kHour - 1, true},
+      {"00:00-00:00", 6, 12 * kHour, true},     {"5 22:00-06:00", 5, 23 * kHour, true},
+      {"5 22:00-06:00", 6, 5 * kHour, true},    {"5 22:00-06:00", 5, 5 * kHour, false},
+      {"5 22:00-06:00", 6, 23 * kHour, false},  {"7 22:00-06:00", 1, 5 * kHour, true},
+      {"6-1 09:00-10:00", 0, 9 * kHour, true},  {"6-1 09:00-10:00", 1, 9 * kHour, true},
+      {"6-1 09:00-10:00", 2, 9 * kHour, false}, {"1,3 09:00-10:00", 3, 9 * kHour, true},
+      {"1,3 09:00-10:00", 2, 9 * kHour, false},
+  };
+  for (const auto& [span, weekday, minute, held] : moments) {
+    const auto parsed = ParseTimeSpan(span);
+    ASSERT_TRUE(parsed) << span;
+    EXPECT_EQ(parsed->Holds(weekday, minute), held) << span << " " << weekday << " " << minute;
+  }
+  for (const char* const bad :
+       {"", "8-9", "08:00", "08:00-", "25:00-26:00", "08:60-09:00", "24:00-25:00", "08:00-24:01", "8 08:00-09:00",
+        "0-3 08:00-09:00", "1- 08:00-09:00", "008:00-09:00", "08:0-09:00"}) {
+    EXPECT_FALSE(ParseTimeSpan(bad)) << bad;
+  }
+}
+
+TEST(Methods, AreAdmittedByNameAndByMarker) {
+  const std::pair<const char*, const char*> cases[] = {
+      {"get,post", "GET POST -HEAD -PROPFIND -RPC_IN_DATA -"},
+      {"GET, |OTHER|", "GET PROPFIND get -POST -DELETE -RPC_IN_DATA"},
+      {"|RPC|", "RPC_IN_DATA RDG_OUT_DATA -GET -RPC"},
+      {"rpc", "RPC_OUT_DATA -OPTIONS"},
+  };
+  for (const auto& [types, methods] : cases) {
+    const WebsiteConfig config =
+        Parse(SettingsText(Section("website_request", std::string("{'types':'") + types + "'}")));
+    for (std::string_view method : Split(methods, " ")) {
+      const bool admitted = !method.starts_with('-');
+      if (!admitted) method.remove_prefix(1);
+      EXPECT_EQ(config.access.types.Admits(method), admitted) << types << " " << method;
+    }
+  }
 }
 
 TEST(ConfigKeys, AreDeclaredOnce) {

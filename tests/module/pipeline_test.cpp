@@ -258,7 +258,6 @@ TEST_F(Pipeline, KeepsAnswersFromTheSystemsCacheWhereTheClientMatters) {
       {"website_protect", R"("admin":"1")"},
       {"website_protect", R"("timelimit":"1")"},
   };
-  script_.decisions = {{"lists", kAllowed}};
   for (const auto& [section, members] : cases) {
     SCOPED_TRACE(members);
     test::Site site;
@@ -267,8 +266,12 @@ TEST_F(Pipeline, KeepsAnswersFromTheSystemsCacheWhereTheClientMatters) {
     installation.Write(site);
     CQivConfig config(installation.Directory());
     CPipeline pipeline(config, contexts_, kRows, {state_, nobody_});
-    const std::vector<iis::ULONG> expected(std::string(section) == "website_base" ? 0 : 1, 9);
-    for (const bool ipv6 : {false, true}) {  // protection is off for IPv6: such a client must not fill the cache either
+    for (const int kind : {0, 1, 2}) {
+      const bool allowed = kind == 1;
+      const bool ipv6 = kind == 2;  // protection is off for IPv6: such a client must not fill the cache either
+      const bool kept_out = std::string(section) != "website_base" || allowed;
+      const std::vector<iis::ULONG> expected(kept_out ? 1 : 0, 9);
+      script_.decisions = {{"lists", allowed ? kAllowed : kUndecided}};
       CFakeContext context;
       if (ipv6) context.request.SetFamily(iis::kFamilyIpv6);
       pipeline.BeginRequest(context);

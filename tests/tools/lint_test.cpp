@@ -112,7 +112,10 @@ TEST(Lint, SaysWhatIsDoubtfulAndWhere) {
       {"'website_sql': {'get_keys': ['a{*}b{*}c']}", "than 4 fields divided by \"{*}\"; it is skipped: \"a{*}b{*}c\""},
       {"'website_sql': {'get_keys': ['a=={*}*{*}{*}1']}", "a rule without words; it never matches: \"a=={*}*{*}{*}1\""},
       {"'website_attack': {'overflow_httpheader_rules': 'Host:255|Host'}", "that is not \"Name:limit\": \"Host\""},
-      {"'website_protect': {'timelimit_auth_times': '8.00-18:00'}", "an entry that is not a time span: \"8.00-18:00\""},
+      {"'website_protect': {'timelimit_auth_times': '8.00-18:00'}",
+       "that is not \"[1-5 ]HH:MM-HH:MM\": \"8.00-18:00\""},
+      {"'website_attack': {'spider_deny_spiders': 'Bot,Yandex,b'}",
+       "the name of a spider (three letters at least): \"b\""},
       // Features without what they need.
       {"'website_attack': {'cc': 1, 'cc_lock_freq': 5}", "\"cc\" is on, but \"cc_lock_time\" 0 turns it off"},
       {"'website_attack': {'overflow': 1}", "\"overflow\" is on, but every limit is 0"},

@@ -241,14 +241,24 @@ TEST(Qivctl, ChecksRequestsAndWritesNothing) {
   ReplaceFile(form,
               "POST / HTTP/1.1\r\nHost: h\r\nContent-Type: text/plain\r\nContent-Length: 4\r\n\r\na=b\n and more");
 
-  EXPECT_EQ(Qivctl(check + form).output, form + ": pass\n");
   const Outcome both = Qivctl(check + form + " -", "GET /?id=1+union+select+1,2+from+users HTTP/1.1\nHost: h\n\n");
   EXPECT_EQ(both.exit_code, 1);
-  EXPECT_EQ(both.output.find(form + ": pass\n-: blocked (403)\n  check:  injection\n  item:   SQL Injection"), 0U)
-      << both.output;
+  // Each check in order, and what it looked at.
+  for (const std::string& piece :
+       {form + ": pass\n  checks:\n    lists             pass        client 203.0.113.7; ",
+        std::string("\n    overflow          pass        URL /; headers 12 bytes; body 4 bytes\n"
+                    "    url               pass        forwarded no; URL /\n    spider            off\n"),
+        std::string("\n-: blocked (403)\n  check:  injection\n  item:   SQL Injection"),
+        std::string("\n    injection         blocked     path /; query 32 bytes; headers 1 bytes; body 0 bytes\n"),
+        std::string("\n    directory_listing off\n    webshell_output   not asked\n")}) {
+    EXPECT_NE(both.output.find(piece), std::string::npos) << piece << both.output;
+  }
   const Outcome json = Qivctl(check + "--json " + form);
   EXPECT_EQ(json.exit_code, 0);
   EXPECT_NE(json.output.find("\"decision\":\"pass\""), std::string::npos) << json.output;
+  EXPECT_NE(json.output.find(R"({"check":"upload","verdict":"pass","looked_at":{"body":"4 bytes"}})"),
+            std::string::npos)
+      << json.output;
   EXPECT_EQ(Qivctl(check + attack).output, attack + ": refused (400): Invalid URL.\n");
   EXPECT_EQ(Qivctl(check + "- --client 10.0.0", "GET / HTTP/1.1\n\n").exit_code, 2);
   EXPECT_EQ(Qivctl(check + directory.Path("none.http")).exit_code, 2);
