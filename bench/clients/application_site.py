@@ -50,7 +50,8 @@ class ApplicationSite(Site):
         shutil.copytree(ROOT / "docs/demo-site", site / "static")
         for folder in ("tmp", "wikiconf"):
             (self.folder / folder).mkdir()
-        statements = ["CREATE DATABASE wordpress CHARACTER SET utf8mb4", "CREATE DATABASE shop CHARACTER SET utf8mb4", f"CREATE USER '{USER}'@'localhost' IDENTIFIED BY '{PASSWORD}'",
+        statements = ["CREATE DATABASE wordpress CHARACTER SET utf8mb4", "CREATE DATABASE shop CHARACTER SET utf8mb4",
+                      f"CREATE USER '{USER}'@'localhost' IDENTIFIED BY '{PASSWORD}'",
                       f"GRANT ALL ON *.* TO '{USER}'@'localhost' WITH GRANT OPTION", "USE shop", *SHOP]
         statements += [f"INSERT INTO goods (name, tag, price, note) VALUES ('Lamp No. {i}', 'tag {i % 7}', {i}.50, 'it''s nice & bright')"
                        for i in range(1, 120)]
@@ -64,7 +65,8 @@ class ApplicationSite(Site):
         self._set_up_wiki(site / "wiki", values)
         port = free_port()
         self._start("php", "-d", "opcache.enable_cli=1", "-d", "upload_max_filesize=64M", "-d", "post_max_size=64M",
-                    "-d", f"session.save_path={self.folder}/tmp", "-d", "memory_limit=256M", "-S", f"127.0.0.1:{port}", "-t", str(site),
+                    "-d", f"session.save_path={self.folder}/tmp", "-d", "memory_limit=256M", "-S", f"127.0.0.1:{port}", "-t",
+                    str(site),
                     env=dict(os.environ, PHP_CLI_SERVER_WORKERS="6"))
         return port
 
@@ -75,7 +77,8 @@ class ApplicationSite(Site):
         (configuration / "local.php").write_text(WIKI_LOCAL.format(**values))
         coded = subprocess.run(["php", "-r", "echo password_hash($argv[1], PASSWORD_BCRYPT);", "--", PASSWORD], check=True,
                                capture_output=True, text=True).stdout
-        for name, line in (("users", f"{USER}:{coded}:The Editor:editor@example.org:admin,user"), ("acl", "*\t@ALL\t1\n*\t@user\t8")):
+        for name, line in (("users", f"{USER}:{coded}:The Editor:editor@example.org:admin,user"),
+                           ("acl", "*\t@ALL\t1\n*\t@user\t8")):
             file = configuration / f"{name}.auth.php"
             file.unlink(missing_ok=True)
             file.write_text(f"# {name}.auth.php\n# <?php exit()?>\n{line}\n")

@@ -8,6 +8,7 @@ import shutil
 import signal
 import socket
 import subprocess
+import sys
 import tempfile
 import time
 
@@ -38,6 +39,7 @@ class Site:
         self.guarded = f"http://127.0.0.1:{self.guarded_port}"
 
     def __enter__(self):
+        signal.signal(signal.SIGTERM, lambda *_: sys.exit(143))  # so that nothing outlives a run that is ended
         try:
             port = self._start_site()
             self.direct = f"http://127.0.0.1:{port}"
@@ -121,8 +123,10 @@ class Site:
             shutil.chown(self.folder, "mysql")
             self.folder.chmod(0o755)
             options.append("--user=mysql")
-        subprocess.run(["mariadb-install-db", *options, "--auth-root-authentication-method=normal"], check=True,
-                       stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        made = subprocess.run(["mariadb-install-db", *options, "--auth-root-authentication-method=normal"], check=False,
+                              capture_output=True, text=True)
+        if made.returncode != 0:
+            raise RuntimeError(f"mariadb-install-db: {made.stdout[-500:]} {made.stderr[-500:]}")
         self._start("mariadbd", *options, "--skip-networking", f"--pid-file={self.folder / 'mysqld.pid'}")
         client = ["mariadb", "--no-defaults", f"--socket={address}", "-uroot"]
         self._wait(lambda: subprocess.run([*client, "-e", "SELECT 1"], capture_output=True).returncode == 0)

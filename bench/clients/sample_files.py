@@ -14,7 +14,8 @@ XML = '<?xml version="1.0" encoding="UTF-8" standalone="yes"?>'
 
 def office(path, parts):
     with zipfile.ZipFile(path, "w", zipfile.ZIP_DEFLATED) as file:
-        file.writestr("[Content_Types].xml", f'{XML}<Types xmlns="http://schemas.openxmlformats.org/package/2006/content-types"/>')
+        file.writestr("[Content_Types].xml",
+                      f'{XML}<Types xmlns="http://schemas.openxmlformats.org/package/2006/content-types"/>')
         for name, text in parts.items():
             file.writestr(name, XML + text)
 
@@ -24,7 +25,8 @@ def pdf(path, text):
     objects = [b"<</Type/Catalog/Pages 2 0 R/OpenAction[3 0 R/Fit]>>", b"<</Type/Pages/Kids[3 0 R]/Count 1>>",
                b"<</Type/Page/Parent 2 0 R/MediaBox[0 0 595 842]/Contents 4 0 R/Annots[<</Type/Annot/Subtype/Link/A<</S/URI/URI(https://example.org/?a=1)>>>>]>>",
                b"<</Length %d/Filter/FlateDecode>>stream\n%s\nendstream" % (len(stream), stream)]
-    path.write_bytes(b"%PDF-1.4\n" + b"".join(b"%d 0 obj%s endobj\n" % (n, o) for n, o in enumerate(objects, 1)) + b"trailer<</Root 1 0 R>>\n%%EOF\n")
+    path.write_bytes(b"%PDF-1.4\n" + b"".join(b"%d 0 obj%s endobj\n" % (n, o) for n,
+                                              o in enumerate(objects, 1)) + b"trailer<</Root 1 0 R>>\n%%EOF\n")
 
 
 def make(folder, posts):
@@ -40,6 +42,7 @@ def make(folder, posts):
         file.writestr("index.html", "<html><body onload='start()'><script>alert('hello')</script></body></html>")
         file.writestr("texts.txt", text)
     (folder / "notes.txt").write_text("\n".join(post.text for post in posts if "`" not in post.text and "<" not in post.text), encoding="utf-8")
-    (folder / "members.csv").write_text("id,name,note\n" + "\n".join(f'{i},"O\'Brien, {i}",1=1 or so' for i in range(200)), encoding="utf-8")
+    (folder / "members.csv").write_text("id,name,note\n" + "\n".join(f'{i},"O\'Brien, {i}",1=1 or so' for i in range(200)),
+                                        encoding="utf-8")
     (folder / "song.mp3").write_bytes(b"ID3\3\0\0\0\0\0\0" + b"".join(b"\xff\xfb\x90\0" + random.Random(i).randbytes(413) for i in range(900)))
     return [folder / "regatta.png"] + sorted(path for path in folder.iterdir() if path.name != "regatta.png")

@@ -19,13 +19,15 @@ from visits import Visits
 sys.path.insert(0, str(ROOT / "tests/browser"))
 from chromium import BROWSER, Chromium
 
+# Seconds between two actions: a person is no flood.
+PAUSE = {"default": 0, "strict": 1.0}
 VISITS = {"wordpress": visit_wordpress, "phpmyadmin": visit_phpmyadmin, "dokuwiki": visit_dokuwiki, "static": visit_static}
 
 
 def visit_all(profile, names, limit):
     texts = posts.posts()[:limit]
     with application_site.ApplicationSite(profile=profile) as site, Chromium() as browser:
-        visits = Visits(browser, site)
+        visits = Visits(browser, site, PAUSE[profile])
         files = sample_files.make(site.folder / "files", texts)
         for name in names:
             VISITS[name](visits, texts, files)

@@ -54,14 +54,14 @@ LATE = "\nthe time was over\n"
 def request_file(place, at, port, folder):
     """A raw request for what no option says."""
     if place == "multipart":
-        body = f'--{BOUNDARY}\r\nContent-Disposition: form-data; name="id"\r\n\r\n1*\r\n--{BOUNDARY}--\r\n'
+        body = f'--{BOUNDARY}\r\nContent-Disposition: form-data; name="id"\r\n\r\n1\r\n--{BOUNDARY}--\r\n'
         head = f"Content-Type: multipart/form-data; boundary={BOUNDARY}\r\nContent-Length: {len(body)}\r\n"
         text = f"POST /?at={at} HTTP/1.1\r\nHost: 127.0.0.1:{port}\r\n{head}\r\n{body}"
     else:
-        text = f"GET /?at={at}&from=header HTTP/1.1\r\nHost: 127.0.0.1:{port}\r\nUser-Agent: 1*\r\n\r\n"
+        text = f"GET /?at={at}&from=header HTTP/1.1\r\nHost: 127.0.0.1:{port}\r\nUser-Agent: 1\r\n\r\n"
     path = pathlib.Path(folder) / f"{place}.http"
     path.write_bytes(text.encode())
-    return ["-r", str(path)]
+    return ["-r", str(path), "-p", "id" if place == "multipart" else "user-agent"]
 
 
 def sqlmap(url, place, at, tamper, database, quick):
@@ -105,7 +105,8 @@ def plan(options):
     for some_places, scripts in ((places[:1], LIKELY), (places[:1], TAMPERS), (places, LIKELY), (places, TAMPERS)):
         for some_positions in (first, positions):
             runs += [(d, at, p, t) for t, d, at, p in itertools.product(scripts, databases, some_positions, some_places)]
-    return list(dict.fromkeys(runs))
+    # In a part or a header sqlmap does not find a column to sort by, with or without the firewall.
+    return [run for run in dict.fromkeys(runs) if run[1] != "order" or run[2] not in ("multipart", "header")]
 
 
 class Runs:

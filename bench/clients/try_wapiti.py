@@ -15,7 +15,8 @@ import sys
 from guarded_site import Site, free_port
 
 PAGE = pathlib.Path(__file__).with_name("vulnerable.php")
-MODULES = ["sql", "blindsql", "xss", "permanentxss", "exec", "file", "xxe", "ssrf", "crlf", "redirect", "csrf", "htaccess", "shellshock"]
+MODULES = ["sql", "blindsql", "xss", "permanentxss", "exec", "file", "xxe", "ssrf", "crlf", "redirect", "csrf", "htaccess",
+           "shellshock"]
 # What wapiti calls what this protection is there for; the others are counted only.
 GUARDED = ["SQL Injection", "Blind SQL Injection", "Cross Site Scripting"]
 RUN_SECONDS = 1800
@@ -37,12 +38,15 @@ def scan(site, url, modules):
     """Findings by their name: [method path parameter]."""
     (site.folder / "book/book.html").unlink(missing_ok=True)
     report, store = site.folder / "wapiti.json", site.folder / "wapiti"
-    subprocess.run(["wapiti", "-u", url + "/", "-m", ",".join(modules), "-f", "json", "-o", str(report), "--flush-session", "--no-bugreport",
-                    "--store-session", str(store), "--store-config", str(store), "-v", "0", "--max-attack-time", "120", "-t", "10"],
+    subprocess.run(["wapiti", "-u", url + "/", "-m", ",".join(modules), "-f", "json", "-o", str(report), "--flush-session",
+                    "--no-bugreport",
+                    "--store-session", str(store), "--store-config", str(store), "-v", "0", "--max-attack-time", "120", "-t",
+                    "10"],
                    stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, timeout=RUN_SECONDS,
                    preexec_fn=lambda: os.nice(10), env=dict(os.environ, HOME=str(site.folder)), check=True)
     found = json.loads(report.read_text())["vulnerabilities"]
-    return {name: [f"{one['method']} {one['path'][:160]} {one['parameter']}" for one in list_] for name, list_ in found.items() if list_}
+    return {name: [f"{one['method']} {one['path'][:160]} {one['parameter']}" for one in list_] for name,
+            list_ in found.items() if list_}
 
 
 def main():

@@ -84,7 +84,8 @@ class Visits:
 
     def _exempt(self, event, exemptions):
         """Follows the tool's proposal; False when it proposes nothing new."""
-        said = subprocess.run([str(BIN / "qivctl"), "exempt", "--from-event", event["event_id"], "--config", str(self.site.folder / "module")],
+        said = subprocess.run([str(BIN / "qivctl"), "exempt", "--from-event", event["event_id"], "--config",
+                               str(self.site.folder / "module")],
                               capture_output=True, text=True, check=False).stdout
         proposed = [line.strip() for line in said.splitlines() if line.strip().startswith("qivctl exempt add")]
         new = [line for line in proposed if line.split(" --remark")[0] not in exemptions]
@@ -105,7 +106,8 @@ class Visits:
     def send(self, path, fields=None, way="form", headers=None, least=200, most=399):
         """A request as the page in the browser would send it; its text. `way`: form, multipart, json, a type, or "" for GET."""
         pairs = list(fields.items()) if isinstance(fields, dict) and way in ("form", "multipart") else fields
-        answer = self.browser.value(FETCH % (json.dumps(pairs), json.dumps(way), json.dumps(headers or {}), json.dumps(path), NOTE_BYTES))
+        answer = self.browser.value(FETCH % (json.dumps(pairs), json.dumps(way), json.dumps(headers or {}), json.dumps(path),
+                                             NOTE_BYTES))
         if not answer or not least <= answer.get("status", 0) <= most:
             raise Failed(f"{path}: {str(answer)[:300]}")
         return answer["text"]

@@ -153,7 +153,8 @@ TEST(PostBody, IsReadOnlyWhenAllowed) {
 }
 
 TEST(PostBody, IsReadUpToTheLimitAndNotBeyond) {
-  CPost largest(std::string(kMaxBody, 'a'));
+  CPost largest(std::string(kMaxBody, 'a'), std::to_string(kMaxBody - 1));
+  largest.context.request.body.length_known = false;
   largest.Read();
   EXPECT_EQ(largest.facts.body.size(), kMaxBody);
   EXPECT_TRUE(largest.context.request.inserted.size() == 1 && largest.context.request.inserted[0].size() == kMaxBody);

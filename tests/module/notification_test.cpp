@@ -163,6 +163,15 @@ TEST_F(Notification, KeepsExceptionsInsideAndLogsOneAMinute) {
   EXPECT_EQ(module_->OnSendResponse(&attack_, nullptr), kContinue);
   EXPECT_EQ(Events(), 1u);
   EXPECT_NE(installation_.Log().find("no response today"), std::string::npos);
+
+  static std::int64_t now;
+  CBlockRecorder recorder(State().log, State().service, [] { return now; });
+  std::size_t events = 1;
+  for (const auto& [at, told] : {std::pair(1000, true), {1059, false}, {1060, true}, {500, true}, {559, false}}) {
+    now = at;
+    recorder.RecordFailure("begin", "it broke");
+    EXPECT_EQ(Events(), events += told) << at;
+  }
 }
 
 TEST_F(Notification, TellsOnceAMinuteOfBodiesThatItCouldNotExamine) {
@@ -317,6 +326,7 @@ TEST_F(Notification, ShowsNoSecretAnywhere) {
     SCOPED_TRACE(std::string(c.url) + c.body + c.authorization);
     CFakeContext context;
     context.request.SetUrl(c.url);
+    context.request.known[iis::HttpHeaderUserAgent] = "agent?password=hush";
     if (*c.authorization) context.request.known[iis::HttpHeaderAuthorization] = c.authorization;
     if (*c.body) context.request.SetBody(c.body, c.type);
     iis::CHttpModule* const module = new CQivIpsIIsModule;
