@@ -1,8 +1,9 @@
 #!/usr/bin/env python3
 """Writes rules/library/*.txt and rules/keywords/*.txt from the families below.
 
-A rule word is a literal, so one attack phrase may become two rules: with blanks, and with "+" for bodies, which keep the
-"+" of a form.
+A rule word is a literal, so an attack phrase becomes two rules for bodies, which keep the "+" of a form: with blanks and
+with "+". Runs of blanks and comments are one blank in the form in which values are judged as well
+(engines/injection/sql_squeeze.h).
 
 Run:   rules/generate/generate_rules.py            writes the files
        rules/generate/generate_rules.py --check    exits 1 when the files differ from what it would write
@@ -12,16 +13,22 @@ import os
 import sys
 
 from budget import KEYWORD_BUDGETS, accidents, detector_accidents
-from families import EVENTS, KEYWORDS, LEADING_WORDS, LEFT_OUT, LEFT_OUT_OF_BODIES, LIMITS, STAR
+from families import EVENTS, KEYWORDS, LEADING_WORDS, LIMITS, STAR
 
 ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 
 HEADER = "# Written by rules/generate/generate_rules.py; edit rules/generate/families.py instead.\n"
 
+# How the blanks of a phrase may be written.
+STYLES = {"plus": "+"}
+
+
 def styled(text, style):
     """The words of one spelling of a phrase."""
-    if style == "plus":
-        text = text.replace(" ", "+")
+    if style == "blank":
+        pass
+    else:
+        text = text.replace(" ", STYLES[style])
     return [word.replace(STAR, "*") for word in text.split("*") if word]
 
 
@@ -112,18 +119,20 @@ def keyword_rules(place):
             continue
         for number, phrase in enumerate(family["phrases"], 1):
             shown = " ".join(word.strip() for word in phrase.split("*")).strip().rstrip("= ")
-            identifier = family["number"] * 1000 + number
-            if identifier in LEFT_OUT or (place == "post" and identifier in LEFT_OUT_OF_BODIES):
-                continue
             for style in family["styles"]:
-                if style == "plus" and place != "post":
-                    continue
+                if place == "get" and "plus" in style:
+                    continue  # a query has no "+" any more
+                if place == "header" and "plus" in style and "encoded" not in family["styles"]:
+                    continue  # worth it for few families: the address in a Referer
+                if place != "header" and style == "encoded":
+                    continue  # only header values stay encoded
                 spelled = styled(phrase, style)
                 if tuple(spelled) in seen:
                     continue
                 seen.add(tuple(spelled))
                 if not is_rare(place, spelled):
                     continue
+                identifier = family["number"] * 1000 + number
                 line = "\t".join([str(identifier), "*".join(map(escape, spelled)), "-" if spelled == [phrase] else escape(shown.replace(STAR, "*")), family["english"],
                                         family["chinese"]])
                 rules.append((spelled, line))
