@@ -2,7 +2,8 @@
 //
 // Mixes of one to eight tokens are made at random, and the dearest found so far are changed a little; each is measured
 // at 16 KiB, if that is promising at 64 KiB, and one that may be dearer than the dearest known of its kind at 512 KiB
-// as well, several times over. What is found is printed at once, and a table at the end.
+// as well, several times over; cookies at the sizes that a head may have. What is found is printed at once, and a table
+// at the end.
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
@@ -22,14 +23,22 @@
 namespace qiv::bench {
 namespace {
 
-constexpr std::size_t kFirst = 16 << 10;  // tells what is worth a longer look
-constexpr std::size_t kSmall = 64 << 10;
-constexpr std::size_t kLarge = 512 << 10;
+// Bytes of an input: what tells whether it is worth a longer look, and what is measured.
+struct Sizes {
+  std::size_t first;
+  std::size_t small;
+  std::size_t large;
+};
+constexpr Sizes kSizes = {16 << 10, 64 << 10, 512 << 10};
+constexpr Sizes kHeadSizes = {4 << 10, 8 << 10, 28 << 10};  // of cookies: longer ones are refused unread
+
 constexpr int kRounds = 3;           // the least of so many counts: machines are shared
 constexpr std::size_t kKept = 12;    // of each kind, to be changed
 constexpr double kMemoryWorth = 25;  // ns/byte that once the input's size in memory is worth, to order by
 constexpr double kFirstShare = 0.7;  // of the least price kept: dearer at first is measured in full
 constexpr double kNoise = 1.1;       // dearer by less may be chance
+
+const Sizes& SizesOf(const Mix& mix) { return KindNames()[mix.kind] == "cookie" ? kHeadSizes : kSizes; }
 
 struct Options {
   double seconds = 60;
@@ -71,11 +80,12 @@ void Print(const char* why, const Found& found) {
 void Try(CCosts& costs, const Mix& mix, Search* search) {
   ++search->tried;
   const bool full = search->pool.size() == kKept;
-  if (full && Price(costs.Measure(mix, kFirst, 1)) < Price(search->pool.back().small) * kFirstShare) return;
-  Found found{mix, costs.Measure(mix, kSmall, 1), {}};
+  const Sizes& sizes = SizesOf(mix);
+  if (full && Price(costs.Measure(mix, sizes.first, 1)) < Price(search->pool.back().small) * kFirstShare) return;
+  Found found{mix, costs.Measure(mix, sizes.small, 1), {}};
   const double price = Price(found.small);
   if (full && price <= Price(search->pool.back().small)) return;
-  found.small = costs.Measure(mix, kSmall, kRounds);
+  found.small = costs.Measure(mix, sizes.small, kRounds);
   const auto same = std::find_if(search->pool.begin(), search->pool.end(),
                                  [&](const Found& other) { return other.mix.Shown() == mix.Shown(); });
   if (same != search->pool.end()) return;
@@ -84,7 +94,7 @@ void Try(CCosts& costs, const Mix& mix, Search* search) {
   if (place == search->pool.end() && search->pool.size() == kKept) return;
   const bool may_lead = place == search->pool.begin() || Slowness(found) > Slowness(search->slowest) ||
                         Largeness(found) > Largeness(search->largest);
-  if (may_lead) found.large = costs.Measure(mix, kLarge, 2);
+  if (may_lead) found.large = costs.Measure(mix, sizes.large, 2);
   search->pool.insert(place, found);
   if (search->pool.size() > kKept) search->pool.pop_back();
   if (Slowness(found) > Slowness(search->slowest) * kNoise) {
@@ -104,11 +114,12 @@ int Replay(CCosts& costs, const Options& options) {
       std::cerr << "dearest: no mix: " << name << "\n";
       return 2;
     }
-    Print("replay", {*mix, costs.Measure(*mix, kSmall, kRounds), costs.Measure(*mix, kLarge, kRounds)});
+    const Sizes& sizes = SizesOf(*mix);
+    Print("replay", {*mix, costs.Measure(*mix, sizes.small, kRounds), costs.Measure(*mix, sizes.large, kRounds)});
     if (options.write.empty()) continue;
     std::FILE* const file = std::fopen(options.write.c_str(), "wb");
     if (file == nullptr) return 2;
-    const std::string text = TextOf(*mix, kSmall);
+    const std::string text = TextOf(*mix, sizes.small);
     std::fwrite(text.data(), 1, text.size(), file);
     std::fclose(file);
   }
@@ -136,7 +147,8 @@ int Run(CCosts& costs, const Options& options) {
         anew ? RandomMix(search.kind, &random) : Changed(search.pool[random() % search.pool.size()].mix, &random);
     Try(costs, mix, &search);
   }
-  std::printf("\nDearest of each kind (at %zu and %zu KiB), seed %llu:\n", kSmall >> 10U, kLarge >> 10U,
+  std::printf("\nDearest of each kind (at %zu and %zu KiB; cookies at %zu and %zu), seed %llu:\n", kSizes.small >> 10U,
+              kSizes.large >> 10U, kHeadSizes.small >> 10U, kHeadSizes.large >> 10U,
               static_cast<unsigned long long>(options.seed));
   for (const Search& search : searches) {
     std::printf("%s, %llu tried\n", std::string(names[search.kind]).c_str(),
