@@ -87,7 +87,7 @@ bool CQivLibs::WebshellScan(std::string_view text, WebshellResult* result) const
   if (!is_page || local.size() != size) copy = {};  // a search of other sizes, or none, comes
   CWalkBudget walks(size);
   if (text.find("<?") != kNone && AnalysePhp(text, language_, &walks, result)) return true;
-  if (is_page && AnalysePage(library_, local, copy, language_, &walks, result)) return true;
+  if (is_page && AnalysePage(library_, local, std::move(copy), language_, &walks, result)) return true;
   result->partial = result->partial || walks.Refused();
   return false;
 }

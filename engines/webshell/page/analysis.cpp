@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <iterator>
 #include <string>
+#include <utility>
 
 #include "common/messages.h"
 #include "common/text.h"
@@ -189,17 +190,23 @@ bool CPageJudge::JudgeAspx() {
   return Meets(PageStage::kUploads, flow);
 }
 
+// The library's rule that the page's script hits; null for none. Both copies are gone when the walks begin.
+const SignatureRule* RuleOf(const CSignatureLibrary& library, std::string_view plain, std::string searched,
+                            std::size_t size) {
+  const std::string script = BlankFreeLower(ScriptPart(plain));
+  return script != searched ? library.Find(script, size).rule : nullptr;
+}
+
 }  // namespace
 
-bool AnalysePage(const CSignatureLibrary& library, std::string_view text, std::string_view searched, Language language,
+bool AnalysePage(const CSignatureLibrary& library, std::string_view text, std::string searched, Language language,
                  CWalkBudget* walks, WebshellResult* result) {
   const std::string plain = PlainPage(text);
   if (text.size() > kPageLargestScript && Holds(plain, "standard jet db")) return false;
   if (Holds(plain, "@") && Holds(WithoutBlanks(plain), "@codepage=65000"))
     return Fill(language, MessageId::kUtf7Script, "@codepage=65000", result);
   if (IsLargeOrdinaryPage(plain)) return false;
-  const std::string script = BlankFreeLower(ScriptPart(plain));
-  const SignatureRule* const rule = script != searched ? library.Find(script, text.size()).rule : nullptr;
+  const SignatureRule* const rule = RuleOf(library, plain, std::move(searched), text.size());
   if (rule != nullptr) {
     *result = {rule->name, {}, rule->terms.front(), rule->terms.front(), kAspRuleKind, rule->size_limit};
     return true;
