@@ -46,7 +46,7 @@ struct Setting {
 constexpr Setting kSettings[] = {{"default", "default", ""},
                                  {"default_without_access", "default", kNoAccess},
                                  {"default_all_access", "default", kAllAccess},
-                                 {"strict", "strict", ""},
+                                 {"strict", "strict", R"({"website_attack": {"cc_lock_freq": "2000000000"}})"},
                                  {"strict_without_access", "strict", kNoAccess},
                                  {"strict_all_access", "strict", kAllAccess}};
 

@@ -160,9 +160,10 @@ class CInjectionRun {
                          }) &&
              BlockValue(kPost, hit);
     }
-    return CheckText(
-        kPost, facts_.body, {sql_.post != 0, sql_.post_super_mode != 0, xss, true}, site_.post_rules,
-        [this](const ValueVisitor& visit) { return ForEachBodyValue(facts_.content_type, facts_.raw_body, visit); });
+    return CheckText(kPost, facts_.body, {sql_.post != 0, sql_.post_super_mode != 0, xss, true}, site_.post_rules,
+                     [this](const ValueVisitor& visit) {
+                       return ForEachBodyValue(facts_.content_type, facts_.raw_body, visit, BodyValues::kTelling);
+                     });
   }
 
   using Walk = std::function<bool(const ValueVisitor&)>;

@@ -50,36 +50,47 @@ constexpr Kinds kUndecided = [] {
   return kinds;
 }();
 
-/// `decoded`: "%XX" is read as the byte it stands for; else it tells, as a "%" that begins no escape does there.
-bool IsPlain(std::string_view text, const Kinds& kinds, bool decoded) {
+/// Past what is plain: the end of the text, or the place of the first byte that tells. `decoded`: "%XX" is read as the
+/// byte it stands for; else it tells, as a "%" that begins no escape does there.
+std::size_t SkipPlain(std::string_view text, std::size_t begin, const Kinds& kinds, bool decoded) {
   unsigned before = 0;
   unsigned blanks = 0;
-  for (std::size_t i = 0; i < text.size(); ++i) {
+  std::size_t i = begin;
+  for (; i < text.size(); ++i) {
     unsigned kind = kinds[static_cast<unsigned char>(text[i])];
     if ((kind & (before | kTelling | kEscape)) != 0) {
-      if ((kind & kEscape) == 0) return false;
+      if ((kind & kEscape) == 0) break;
       const int byte = HexNumber(text, i + 1, 2);
       if (decoded) {
-        if (byte < 0) return false;
+        if (byte < 0) break;
         kind = kSent[static_cast<std::size_t>(byte)];
-        if ((kind & (before | kTelling | kEscape)) != 0) return false;
+        if ((kind & (before | kTelling | kEscape)) != 0) break;
         i += 2;
       } else if (byte >= 0 || (i + 1 < text.size() && LowerByte(text[i + 1]) == 'u')) {
-        return false;
+        break;
       }
     }
     before = kind & kBlank;
     blanks |= before;
   }
-  if (blanks == 0) return true;
-  const int escaped = decoded ? EscapedByte(text, 0) : -1;
-  const char first = escaped >= 0 ? static_cast<char>(escaped) : text.front();
-  return IsLetter(first) || static_cast<unsigned char>(first) >= 0x80;
+  if (blanks == 0) return i;
+  const int escaped = decoded ? EscapedByte(text, begin) : -1;
+  const char first = escaped >= 0 ? static_cast<char>(escaped) : text[begin];
+  return IsLetter(first) || static_cast<unsigned char>(first) >= 0x80 ? i : begin;
+}
+
+bool IsPlain(std::string_view text, const Kinds& kinds, bool decoded) {
+  return SkipPlain(text, 0, kinds, decoded) == text.size();
 }
 
 }  // namespace
 
 bool IsPlainText(std::string_view text) { return IsPlain(text, kText, false); }
+
+std::size_t PlainStringEnd(std::string_view text, std::size_t begin) {
+  const std::size_t end = SkipPlain(text, begin, kSent, false);
+  return end < text.size() && text[end] == '"' ? end : std::string_view::npos;
+}
 
 bool IsPlainValue(const RequestValue& value) {
   switch (value.encoding) {

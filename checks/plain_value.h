@@ -1,6 +1,7 @@
 // Lets go of most values at one look, before anything is decoded, copied or asked of a detector.
 #pragma once
 
+#include <cstddef>
 #include <string_view>
 
 #include "checks/request_values.h"
@@ -14,5 +15,8 @@ bool IsPlainValue(const RequestValue& value);
 
 /// The same of one form: a text that is not decoded any more.
 bool IsPlainText(std::string_view text);
+
+/// Where the plain JSON string ends that begins at `begin`: at its quote. npos when it is not plain, or has no end.
+std::size_t PlainStringEnd(std::string_view text, std::size_t begin);
 
 }  // namespace qiv

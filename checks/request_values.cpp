@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "base/hex.h"
+#include "checks/plain_value.h"
 #include "common/char_set.h"
 #include "common/multipart.h"
 #include "common/text.h"
@@ -32,14 +33,18 @@ bool IsFieldName(std::string_view name, RequestValue::Encoding encoding) {
   return RequestValue{{}, name, encoding}.Decoded(&room).find_first_of("<>\"'") == kEnd;
 }
 
-bool VisitPairs(std::string_view text, char separator, RequestValue::Encoding encoding, const ValueVisitor& visit) {
+bool VisitPairs(std::string_view text, char separator, RequestValue::Encoding encoding, BodyValues values,
+                const ValueVisitor& visit) {
+  const auto hand_out = [&](const RequestValue& value) {
+    return (values == BodyValues::kTelling && IsPlainValue(value)) || visit(value);
+  };
   while (!text.empty()) {
     const std::string_view piece = Trim(TakePiece(&text, separator));
     const std::size_t equals = piece.find('=');
     const std::string_view name = equals == kEnd ? std::string_view() : piece.substr(0, equals);
     const std::string_view value = equals == kEnd ? piece : piece.substr(equals + 1);
-    if (!name.empty() && !visit({{}, name, encoding})) return false;
-    if (!value.empty() && !visit({name, value, encoding})) return false;
+    if (!name.empty() && !hand_out({{}, name, encoding})) return false;
+    if (!value.empty() && !hand_out({name, value, encoding})) return false;
     if (!name.empty() && !IsFieldName(name, encoding) && !visit({{}, piece, encoding})) return false;
   }
   return true;
@@ -135,18 +140,23 @@ std::string_view StringAt(std::string_view text, std::size_t begin) {
   return text.substr(begin);
 }
 
-/// A broken one is read to its end. In UTF-8 no byte of a character looks like a quote or a backslash.
-bool VisitJson(std::string_view text, bool outside, const ValueVisitor& visit) {
+/// A broken one is read to its end. In UTF-8 no byte of a character looks like a quote or a backslash. `outside`: also
+/// what stands outside of strings.
+bool VisitJson(std::string_view text, bool outside, BodyValues values, const ValueVisitor& visit) {
   std::string_view name;
   std::size_t gap = 0;
   for (std::size_t at = text.find('"'); at != kEnd; at = text.find('"', gap)) {
     if (outside && !VisitOutside(text.substr(gap, at - gap), visit)) return false;
-    const std::string_view string = StringAt(text, at + 1);
+    const std::size_t plain = values == BodyValues::kTelling ? PlainStringEnd(text, at + 1) : kEnd;
+    const std::string_view string = plain == kEnd ? StringAt(text, at + 1) : text.substr(at + 1, plain - at - 1);
     gap = std::min(at + 1 + string.size() + 1, text.size());
     std::size_t next = gap;
     while (next < text.size() && IsSpace(text[next])) ++next;
     const bool is_name = next < text.size() && text[next] == ':';
-    if (!string.empty() && !visit({is_name ? std::string_view() : name, string, RequestValue::kJson})) return false;
+    if (plain == kEnd && !string.empty() &&
+        !visit({is_name ? std::string_view() : name, string, RequestValue::kJson})) {
+      return false;
+    }
     name = is_name ? string : std::string_view();
   }
   return !outside || VisitOutside(text.substr(gap), visit);
@@ -154,7 +164,9 @@ bool VisitJson(std::string_view text, bool outside, const ValueVisitor& visit) {
 
 }  // namespace
 
-bool ForEachJsonValue(std::string_view text, const ValueVisitor& visit) { return VisitJson(text, false, visit); }
+bool ForEachJsonValue(std::string_view text, const ValueVisitor& visit) {
+  return VisitJson(text, false, BodyValues::kAll, visit);
+}
 
 namespace {
 
@@ -263,7 +275,7 @@ BodyForm BodyFormOf(std::string_view content_type, std::string_view body) {
 bool ForEachQueryValue(const RequestFacts& facts, const ValueVisitor& visit) {
   const std::string_view url = facts.raw_url;
   const std::size_t mark = url.find('?');
-  return mark == kEnd || VisitPairs(url.substr(mark + 1), '&', RequestValue::kQuery, visit);
+  return mark == kEnd || VisitPairs(url.substr(mark + 1), '&', RequestValue::kQuery, BodyValues::kAll, visit);
 }
 
 bool ForEachPathValue(const RequestFacts& facts, const ValueVisitor& visit) {
@@ -278,16 +290,17 @@ bool ForEachPathValue(const RequestFacts& facts, const ValueVisitor& visit) {
   return true;
 }
 
-bool ForEachBodyValue(std::string_view content_type, std::string_view body, const ValueVisitor& visit) {
+bool ForEachBodyValue(std::string_view content_type, std::string_view body, const ValueVisitor& visit,
+                      BodyValues values) {
   const BodyForm form = BodyFormOf(content_type, body);
   // Whatever a body of that type begins with, servers read it as a form.
   const bool pairs = form == BodyForm::kForm || (IsFormType(content_type) && body.find('&') != kEnd);
-  if (pairs && !VisitPairs(body, '&', RequestValue::kForm, visit)) return false;
+  if (pairs && !VisitPairs(body, '&', RequestValue::kForm, values, visit)) return false;
   switch (form) {
     case BodyForm::kForm:
       return true;
     case BodyForm::kJson:
-      return VisitJson(body, true, visit);
+      return VisitJson(body, true, values, visit);
     case BodyForm::kXml:
       return VisitXml(body, visit);
     case BodyForm::kMultipart: {
@@ -310,9 +323,11 @@ bool ForEachBodyValue(std::string_view content_type, std::string_view body, cons
 }
 
 bool ForEachValueOf(const HeaderEntry& header, const ValueVisitor& visit) {
-  if (header.number == kCookieHeader) return VisitPairs(header.value, ';', RequestValue::kCookie, visit);
+  if (header.number == kCookieHeader)
+    return VisitPairs(header.value, ';', RequestValue::kCookie, BodyValues::kAll, visit);
   const std::size_t query = header.number == kRefererHeader ? header.value.find('?') : kEnd;
-  if (query != kEnd && !VisitPairs(std::string_view(header.value).substr(query + 1), '&', RequestValue::kCookie, visit))
+  if (query != kEnd && !VisitPairs(std::string_view(header.value).substr(query + 1), '&', RequestValue::kCookie,
+                                   BodyValues::kAll, visit))
     return false;
   return header.value.empty() || visit({header.name, header.value, RequestValue::kPercent});
 }

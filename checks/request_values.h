@@ -31,10 +31,11 @@ struct RequestValue {
   std::string_view Decoded(std::string* room, std::size_t most = std::string_view::npos) const;
 
   /// Whether the text of its place (query, body or header) holds this decoded form too, as the checks are given it. In
-  /// queries and forms it does; elsewhere where there was nothing to decode.
+  /// forms it does, in queries but for character references, which are resolved there; elsewhere where there was
+  /// nothing to decode.
   bool IsSent(std::string_view decoded) const {
-    return encoding == kQuery || encoding == kForm || encoding == kPlain ||
-           (encoding != kConverted && decoded.data() == raw.data());
+    if (encoding == kQuery) return decoded.find('&') == std::string_view::npos;
+    return encoding == kForm || encoding == kPlain || (encoding != kConverted && decoded.data() == raw.data());
   }
 };
 
@@ -50,11 +51,18 @@ enum class BodyForm {
 };
 BodyForm BodyFormOf(std::string_view content_type, std::string_view body);
 
+/// Which texts of a body are handed out.
+enum class BodyValues {
+  kAll,
+  kTelling,  ///< all but those that IsPlainValue (plain_value.h) lets go of, which are not looked at twice
+};
+
 /// Each calls visit for one text after the other until it returns false; a parameter's name is a text as well. Whether
 /// they reached the end. Linear.
 bool ForEachQueryValue(const RequestFacts& facts, const ValueVisitor& visit);
 /// Of a multipart form the fields that are no files, and the names and file names that parts state.
-bool ForEachBodyValue(std::string_view content_type, std::string_view body, const ValueVisitor& visit);
+bool ForEachBodyValue(std::string_view content_type, std::string_view body, const ValueVisitor& visit,
+                      BodyValues values = BodyValues::kAll);
 bool ForEachHeaderValue(const RequestFacts& facts, const ValueVisitor& visit);
 /// Of one header.
 bool ForEachValueOf(const HeaderEntry& header, const ValueVisitor& visit);

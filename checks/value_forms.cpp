@@ -56,6 +56,15 @@ char32_t CarelessUtf8(std::string_view text, std::size_t at, std::size_t* length
   return character;
 }
 
+/// Whether it holds "%XX" of a byte that divides words or begins a string.
+bool HoldsEscape(std::string_view text) {
+  for (std::size_t at = text.find('%'); at != kEnd; at = text.find('%', at + 1)) {
+    const int byte = HexNumber(text, at + 1, 2);
+    if ((byte >= 0 && byte <= 0x20) || byte == '\'' || byte == '"') return true;
+  }
+  return false;
+}
+
 /// Whether the raw text holds a "%" that begins no escape; then *without has none of them.
 bool DropLonePercents(std::string_view raw, std::string* without) {
   const auto begins_escape = [raw](std::size_t at) {
@@ -109,6 +118,10 @@ bool ForEachForm(const RequestValue& value, ValueFormRoom* room, const std::func
   };
   const std::string_view decoded = value.Decoded(&room->decoded);
   if (!visit_both(decoded, value.IsSent(decoded))) return false;
+  if (HoldsEscape(decoded)) {
+    room->twice = PercentDecode(decoded);
+    if (!visit({room->twice, false})) return false;
+  }
   const bool undecoded = value.encoding == RequestValue::kPercent || value.encoding == RequestValue::kCookie;
   if (undecoded && decoded != value.raw && !visit({value.raw, true})) return false;
   const bool asp = value.encoding == RequestValue::kQuery || value.encoding == RequestValue::kForm ||

@@ -17,12 +17,14 @@ struct ValueForm {
 /// What the forms of a value are made in; kept from value to value, so that few of them take memory.
 struct ValueFormRoom {
   std::string decoded;
+  std::string twice;
   std::string folded;
   std::string without;
 };
 
 /// Calls visit for each form, until it returns false; whether none did. First the value decoded as its place demands;
 /// then, where they differ,
+///  - with its escapes decoded once more, which a careless site does,
 ///  - as it was sent, where some servers do not decode (cookies, headers),
 ///  - without each "%" that begins no escape, which classic ASP drops ("un%ion"),
 ///  - with characters that western code pages fold to ASCII folded (full-width letters, no-break blanks, primes), and

@@ -10,7 +10,7 @@
 #include <new>
 #include <system_error>
 
-#include "engines/webshell/page/asp_analysis.h"
+#include "engines/webshell/page/analysis.h"
 #include "engines/webshell/webshell_scan.h"
 #include "host/in_process.h"
 #include "module/module_state.h"

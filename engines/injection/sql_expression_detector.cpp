@@ -34,11 +34,12 @@ Finding AtStart(SqlValue* value) {
          (is(Kind::kOperator) && value->text[tokens.Current().begin] != '*'))
     tokens.Advance();
   const bool constant = is(Kind::kWord) && tokens.Current().word == Word::kConstant;
-  if (is(Kind::kNumber) || is(Kind::kString) || constant) {
+  const bool variable = is(Kind::kWord) && value->text[tokens.Current().begin] == '@';
+  if (is(Kind::kNumber) || is(Kind::kString) || constant || variable) {
     tokens.Advance();
     return at(Before::kNumber);
   }
-  if (!is(Kind::kWord) || tokens.Current().word != Word::kName) return {};
+  if (!is(Kind::kWord) || (tokens.Current().word != Word::kName && tokens.Current().word != Word::kEnd)) return {};
   tokens.Advance();
   return at(Before::kName);
 }

@@ -100,7 +100,7 @@ CSqlExpressionReader::Finding CSqlExpressionReader::OperatorWord(bool* goes_on) 
         break;
       }
       if (!Is(Kind::kOpen)) *goes_on = false;
-      list_ = true;
+      list_ = bracket_ = true;
       break;
     case Word::kOrder:
     case Word::kGroup:
@@ -236,13 +236,14 @@ CSqlExpressionReader::Finding CSqlExpressionReader::Behind(Operand operand) {
 CSqlExpressionReader::Finding CSqlExpressionReader::OpenString() {
   constexpr std::size_t kShort = 3;
   const std::string_view content = Text().substr(1);
-  const bool is_short = content.size() < kShort && std::all_of(content.begin(), content.end(), IsWordByte);
+  const bool is_short = EqualNoCase(content, "true") ||
+                        (content.size() < kShort && std::all_of(content.begin(), content.end(), IsWordByte));
   if (comparing_) {
     (left_ == Operand::kName ? compared_mixed_ : compared_constants_) = true;
   } else if (connective_) {
     short_end_ = is_short;
   }
-  if (before_ != Before::kQuote && !calls_) return {};
+  if (before_ != Before::kQuote && !calls_ && !(connective_ && compared_constants_)) return {};
   tokens_.Advance();
   return Complete(true);
 }
@@ -251,10 +252,14 @@ CSqlExpressionReader::Finding CSqlExpressionReader::Complete(bool in_string) con
   const bool commented = Is(Kind::kComment);
   const bool balanced = commented || in_string;
   const bool compared = compared_constants_ || compared_mixed_ || compared_names_;
+  // "',(case when 1=1 then ...)", "1,if(1=1,...)"
+  const bool chooses = comma_ && compared_constants_ && (case_ || calls_);
   switch (before_) {
     case Before::kQuote: {
       constexpr std::size_t kShortValue = 24;
+      if (chooses) return Found(Result::kCondition);
       if (comma_ && !calls_) return {};  // the next item of a list
+      if (connective_ && HasShortComment()) return Found(Result::kCondition);
       if (balanced && (calls_ || (compared && (connective_ || text_.size() <= kShortValue))))
         return Found(Result::kCondition);
       if (commented && connective_ && (last_constant_ || constant_word_)) return Found(Result::kCondition);
@@ -272,6 +277,7 @@ CSqlExpressionReader::Finding CSqlExpressionReader::Complete(bool in_string) con
       if (connective_ && last_constant_ && HasShortComment()) return Found(Result::kCondition);
       return {};
     case Before::kName:
+      if (chooses) return Found(Result::kCondition);
       if (connective_ && (compared_constants_ || called_with_constant_)) return Found(Result::kCondition);
       return {};
     case Before::kNothing:

@@ -20,6 +20,8 @@ bool CSqlExpressionReader::SelectList(bool certain) {
     }
     case Kind::kWord:
       break;
+    case Kind::kEnd:  // "1 union select": what follows stands in another parameter
+      return certain;
     default:
       return false;
   }
@@ -70,7 +72,9 @@ CSqlExpressionReader::Finding CSqlExpressionReader::Ordered(bool order) {
   }
   if (Is(Word::kHaving) || Is(Word::kUnion)) return Operators();
   if (Is(Kind::kComment)) return Found(Result::kClause);
-  return number && order && Is(Kind::kEnd) && before_ != Before::kName ? Found(Result::kClause) : Finding();
+  // Behind a name only when that is all of the value: "order by 9".
+  const bool alone = before_ != Before::kName || Trim(text_.substr(0, begin_)).empty();
+  return number && order && Is(Kind::kEnd) && alone ? Found(Result::kClause) : Finding();
 }
 
 CSqlExpressionReader::Finding CSqlExpressionReader::Statement() {
@@ -84,6 +88,7 @@ CSqlExpressionReader::Finding CSqlExpressionReader::Statement() {
     case Word::kInsert:
       return Is(Word::kInto) ? Found(Result::kStacked) : Finding();
     case Word::kDelete:
+      if (EqualNoCase(second, "low_priority") || EqualNoCase(second, "quick") || EqualNoCase(second, "ignore")) Next();
       return Is(Word::kFrom) ? Found(Result::kStacked) : Finding();
     case Word::kCreate:
       if (Is(Kind::kConnective)) return Found(Result::kStacked);  // "or replace"

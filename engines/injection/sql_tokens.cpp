@@ -340,6 +340,10 @@ void CSqlTokens::ReadSign() {
 
   };
   const std::string_view rest = text_.substr(at_, 3);
+  if (rest.starts_with("\\N")) {  // null
+    current_.word = Word::kConstant;
+    return Take(Kind::kWord, 2);
+  }
   for (const Sign& sign : kSigns) {
     if (sign.text[0] == rest[0] && rest.starts_with(sign.text)) return Take(sign.kind, sign.text.size());
   }

@@ -23,6 +23,7 @@
 
 #include "common/text.h"
 #include "engines/injection/xss_forms.h"
+#include "engines/injection/xss_script.h"
 
 namespace qiv {
 namespace {
@@ -189,15 +190,16 @@ std::string_view XssDetector::EventCheck(const JudgedText& judged, const Injecti
 
 namespace {
 
-// The first bare script tag, its ">" included; empty when there is none.
-std::string_view FindScriptTag(std::string_view text, std::size_t* work) {
+// The first bare script tag that counts, its ">" included; empty when there is none. `named`: one that is only named in
+// quotes does not.
+std::string_view FindScriptTag(std::string_view text, bool named, std::size_t* work) {
   for (std::size_t tag = text.find(kScript); tag != kNone;) {
     const std::size_t begin = tag + kScript.size();
     std::size_t pos = begin;
     while (pos < text.size() && IsSpace(text[pos])) ++pos;
     AddWork(work, pos - begin + 1);
     if (pos == text.size()) break;
-    if (text[pos] == '>') return text.substr(tag, pos + 1 - tag);
+    if (text[pos] == '>' && !(named && IsNamedTag(text, tag, pos + 1))) return text.substr(tag, pos + 1 - tag);
     tag = text.find(kScript, pos);
   }
   return {};
@@ -206,7 +208,7 @@ std::string_view FindScriptTag(std::string_view text, std::size_t* work) {
 }  // namespace
 
 std::string_view XssDetector::ScriptTagCheck(std::string_view text, std::size_t* work) {
-  return FindScriptTag(text, work).empty() ? std::string_view() : kScriptFragment;
+  return FindScriptTag(text, false, work).empty() ? std::string_view() : kScriptFragment;
 }
 
 std::string_view XssDetector::JavascriptUrlCheck(std::string_view text, std::size_t* work) {
@@ -240,7 +242,8 @@ XssType CheckBlanked(const JudgedText& text, const InjectionSettings& settings, 
       return !part.empty();
     };
     if (settings.xss_html_action != 0 && found(XssDetector::EventCheck(value, library))) return XssType::kHtmlEvent;
-    if (settings.xss_script_block != 0 && found(FindScriptTag(value.lowered, nullptr))) return XssType::kScriptTag;
+    if (settings.xss_script_block != 0 && found(FindScriptTag(value.lowered, settings.xss_form != 0, nullptr)))
+      return XssType::kScriptTag;
     if (settings.xss_script_load != 0 && found(XssDetector::JavascriptUrlCheck(value.lowered))) {
       return XssType::kScriptLoading;
     }

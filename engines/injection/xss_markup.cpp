@@ -84,7 +84,7 @@ std::size_t CMarkupReader::ReadTag(std::size_t open, bool raw) {
   const std::string_view name = text_.substr(open + 1, pos - open - 1);
   in_image_ = name == "img" || name == "image" || name == "input" || name == "source" || name == "video";
   if (pos == text_.size()) return pos;
-  if (name == "script") {
+  if (name == "script" && !(text_[pos] == '>' && IsNamedTag(text_, open, pos + 1))) {
     Find(XssType::kScriptTag, text_.substr(pos, 1));
     return text_.size();
   }

@@ -83,6 +83,13 @@ std::optional<TextPlace> FindScriptBreakout(std::string_view text) {
   return std::nullopt;
 }
 
+bool IsNamedTag(std::string_view text, std::size_t begin, std::size_t end) {
+  constexpr std::size_t kFar = 256;  // bytes of script in which something would have been done
+  if (begin == 0 || end >= text.size() || text[begin - 1] != text[end]) return false;
+  if (std::string_view("`'\"").find(text[end]) == kNone) return false;
+  return !CScriptReader(text.substr(end, kFar), 0, '\0').Runs(ScriptStart::kStatement);
+}
+
 bool IsRunningUrl(std::string_view value, UrlPlace place) {
   // Few values begin like one; the others cost nothing.
   std::size_t first = 0;

@@ -21,6 +21,10 @@ namespace qiv {
 /// stand for a "+" in a text that holds none (queries are decoded so).
 std::optional<TextPlace> FindScriptBreakout(std::string_view text);
 
+/// Whether the script tag at [begin, end) is only named, in quotes, and what follows would not run as its script:
+/// prose about "`<script>`". Only a name's closing quote is looked at, and what script it would begin.
+bool IsNamedTag(std::string_view text, std::size_t begin, std::size_t end);
+
 /// Where a URL stands.
 enum class UrlPlace : std::uint8_t {
   kAttribute,  ///< it is an attribute's value

@@ -5,7 +5,7 @@
 #include "common/char_set.h"
 #include "common/messages.h"
 #include "common/text.h"
-#include "engines/webshell/page/asp_analysis.h"
+#include "engines/webshell/page/analysis.h"
 #include "engines/webshell/php/analysis.h"
 #include "engines/webshell/signatures/builtin_signatures.h"
 #include "engines/webshell/signatures/signature_text.h"

@@ -1,8 +1,9 @@
 #!/usr/bin/env python3
 """Writes rules/library/*.txt and rules/keywords/*.txt from the families below.
 
-A rule word is a literal, so one attack phrase becomes several rules: with blanks, with "+" (bodies keep the "+" of a
-form), with a tab or a line feed, with "/**/", and with the blanks that some tools put around brackets and operators.
+A rule word is a literal, so an attack phrase becomes two rules for bodies, which keep the "+" of a form: with blanks and
+with "+". Runs of blanks and comments are one blank in the form in which values are judged as well
+(engines/injection/sql_squeeze.h).
 
 Run:   rules/generate/generate_rules.py            writes the files
        rules/generate/generate_rules.py --check    exits 1 when the files differ from what it would write
@@ -12,36 +13,20 @@ import os
 import sys
 
 from budget import KEYWORD_BUDGETS, accidents, detector_accidents
-from families import COMMENT, EVENTS, KEYWORDS, LEADING_WORDS, LIMITS, STAR
+from families import EVENTS, KEYWORDS, LEADING_WORDS, LIMITS, STAR
 
 ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 
 HEADER = "# Written by rules/generate/generate_rules.py; edit rules/generate/families.py instead.\n"
 
 # How the blanks of a phrase may be written.
-STYLES = {"plus": "+", "comment": COMMENT, "any_comment": "/*/", "tab": "\t", "feed": "\n", "vertical": "\v", "encoded": "%20", "double": "  ", "double_plus": "++"}
-
-
-def spread(text):
-    """The phrase as written by tools that put two blanks on both sides of every bracket and equals sign."""
-    out = text
-    for mark in "(=":
-        out = out.replace(" " + mark, mark).replace(mark + " ", mark).replace(mark, "  " + mark + "  ")
-    while "    " in out:
-        out = out.replace("    ", "   ")
-    if text[-1] in "(=":
-        out = out.rstrip(" ")
-    return out if text[0] not in "(=" else out.lstrip(" ")
+STYLES = {"plus": "+"}
 
 
 def styled(text, style):
     """The words of one spelling of a phrase."""
     if style == "blank":
         pass
-    elif style in ("spread", "spread_plus"):
-        text = spread(text)
-        if style == "spread_plus":
-            text = text.replace(" ", "+")
     else:
         text = text.replace(" ", STYLES[style])
     return [word.replace(STAR, "*") for word in text.split("*") if word]

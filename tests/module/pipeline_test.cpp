@@ -45,7 +45,7 @@ void Row(const RequestFacts& facts, const CheckContext& context, CheckResult& re
   const auto found = script->decisions.find(name);
   if (found != script->decisions.end()) {
     result.status = found->second;
-    result.reason = name;
+    result.reason = "pwd=hush";
   }
   if (name == script->out_of_memory) throw std::bad_alloc();
 }
@@ -55,6 +55,14 @@ constexpr CheckRow kRows[] = {
     {kNames[2], Stage::kRequest, Row<2>},       {kNames[3], Stage::kRequestAlways, Row<3>},
     {kNames[4], Stage::kResponseBody, Row<4>},  {kNames[5], Stage::kNotFound, Row<5>},
     {kNames[6], Stage::kAfterDecision, Row<6>},
+};
+
+class CRecorder final : public IEventRecorder {
+ public:
+  void RecordBlock(const RequestFacts&, const CheckContext&, const CheckResult& result) override {
+    EXPECT_EQ(result.reason, "pwd=***");
+  }
+  void RecordStatistics(std::string_view, std::string_view, std::string_view) override {}
 };
 
 class Pipeline : public testing::Test {
@@ -76,10 +84,10 @@ class Pipeline : public testing::Test {
   test::CInstallation installation_;
   CQivConfig config_{installation_.Directory(), &HastyClock};
   CStoredContexts contexts_{config_};
-  CNoRecorder nobody_;
+  CRecorder recorder_;
   CExchangeFiles exchange_{"", ""};
   CheckState state_{exchange_};
-  CPipeline pipeline_{config_, contexts_, kRows, {state_, nobody_}};
+  CPipeline pipeline_{config_, contexts_, kRows, {state_, recorder_}};
 };
 
 constexpr std::int32_t kFinish = iis::RQ_NOTIFICATION_FINISH_REQUEST;
@@ -225,7 +233,7 @@ TEST_F(Pipeline, LetsPassWhatItCannotOrMustNotJudge) {
     installation.Write(site);
     CQivConfig config(installation.Directory());
     CStoredContexts contexts(config);
-    CPipeline pipeline(config, contexts, kRows, {state_, nobody_});
+    CPipeline pipeline(config, contexts, kRows, {state_, recorder_});
     CFakeContext context;
     c.change(context);
     EXPECT_EQ(pipeline.BeginRequest(context), kContinue);
@@ -265,7 +273,7 @@ TEST_F(Pipeline, KeepsAnswersFromTheSystemsCacheWhereTheClientMatters) {
     test::CInstallation installation;
     installation.Write(site);
     CQivConfig config(installation.Directory());
-    CPipeline pipeline(config, contexts_, kRows, {state_, nobody_});
+    CPipeline pipeline(config, contexts_, kRows, {state_, recorder_});
     for (const int kind : {0, 1, 2}) {
       const bool allowed = kind == 1;
       const bool ipv6 = kind == 2;  // protection is off for IPv6: such a client must not fill the cache either

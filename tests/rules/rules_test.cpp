@@ -150,7 +150,7 @@ TEST(DefaultRules, DecideTheCasesInsideALongText) {
 
 TEST(DefaultRules, EveryMechanismDecidesSomething) {
   const auto judged = [&](std::string_view text) { return Judge(Default(), Place::kForm, text).mechanism; };
-  EXPECT_EQ(Mechanism::kDetector, judged("1 un/**/ion se/**/lect name from users"));
+  EXPECT_EQ(Mechanism::kDetector, judged("1) un/**/ion se/**/lect name from users"));
   EXPECT_EQ(Mechanism::kKeyword, judged("1' and sleep(5)-- "));
   EXPECT_EQ(Mechanism::kEvent, judged("<p onclick=steal>"));
 }

@@ -1,4 +1,17 @@
-// Following what the request says through the server code of a page.
+// Follows values through the server code of a page, without running it: from what the request says (sources), through
+// variables, functions, members and texts that are put together (propagation), to what runs code or programs, creates
+// objects, and reads or writes files (sinks).
+//
+// The code is cut out of the page by language and walked statement by statement, each expression token by token with an
+// explicit stack of open brackets. A variable keeps what it was last given, and the marks of all it was given;
+// functions of the page are bound to the arguments of their calls. Everything is walked again while a pass learned
+// something, kPasses times at most. Text that is evaluated and known becomes a further piece of code.
+//
+// Linear: statements come in pieces of a bounded number of tokens, brackets have a deepest level, and the bytes of long
+// texts that are copied, joined or followed, as the room of names, variables and functions, are bounded by a multiple
+// of the code's length. What finds no room goes, the oldest first, and its marks are those of every unknown variable:
+// the result then says so (kLosesSight). It equals what a walk without limits would find of the first kPasses passes,
+// wherever that is not set; order of branches and loops is not told apart.
 #pragma once
 
 #include <cstdint>

@@ -2,15 +2,19 @@
 // together so as not to be read, to what runs code, commands or hidden names.
 //
 // The tokens are walked statement by statement with an explicit stack of operators, values and brackets. A variable
-// keeps what it was last given (origins are joined where it was assigned on a deeper level); functions of the file are
-// bound to the arguments of their calls; everything is walked again, kPasses times at most, so that a function defined
-// behind its call and a value carried round a loop are seen. Arguments of "eval" and decoded texts come back as nested
-// code for the caller to judge.
+// keeps what it was last given (origins, its taint, are joined where it was assigned on a deeper level); functions of
+// the file are bound to the arguments of their calls; everything is walked again, kPasses times at most, so that a
+// function defined behind its call and a value carried round a loop are seen. Arguments of "eval" and decoded texts
+// come back as nested code for the caller to judge.
 //
 // Work and memory are bounded by the length of the text: the bytes of all texts that are put together, and the elements
 // of all arrays that are copied, come out of one budget. Each byte of the source earns its part when the walk reaches
 // it, so that whatever stands before a piece of code cannot use up what that code earns. When nothing is left, texts
-// are no longer known but origins still flow. Names are numbers (php_names.h); every stack has a limit.
+// are no longer known but origins still flow. Names are numbers (names.h); every stack has a limit, so that each token
+// costs a bounded amount beside what it pays for: the whole is linear. Sources are in sources.h, what propagates taint
+// in operators.h, scopes.h and calls.h, sinks in sinks.h. The result equals that of a walk without limits where
+// none was met; where one was, contents are unknown, and what stands beyond the last bracket, argument or parameter
+// that is followed passes nothing on. Branches count as taken, loops as walked kPasses times.
 #pragma once
 
 #include <cstddef>
