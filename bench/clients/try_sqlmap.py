@@ -105,8 +105,8 @@ def plan(options):
     for some_places, scripts in ((places[:1], LIKELY), (places[:1], TAMPERS), (places, LIKELY), (places, TAMPERS)):
         for some_positions in (first, positions):
             runs += [(d, at, p, t) for t, d, at, p in itertools.product(scripts, databases, some_positions, some_places)]
-    # In a part or a header sqlmap does not find a column to sort by, with or without the firewall.
-    return [run for run in dict.fromkeys(runs) if run[1] != "order" or run[2] not in ("multipart", "header")]
+    # With SQLite sqlmap does not find a column to sort by in a part or a header, with or without the firewall.
+    return [run for run in dict.fromkeys(runs) if run[:2] != ("sqlite", "order") or run[2] not in ("multipart", "header")]
 
 
 class Runs:
