@@ -123,7 +123,7 @@ bool SpeaksLikeShell(CPage* page, PageKind kind, std::uint32_t reach, std::strin
 // Ordinary pages leave to their class what they do; of those that hold it themselves and use what the request says,
 // few risk words in the code itself are enough.
 bool CodeSpeaksLikeShell(CPage* page, std::uint32_t reach, std::string_view* word) {
-  if ((reach & kHearsClient) == 0 || page->Facts().Has(kPageIsPart)) return false;
+  if ((reach & kReadsRequest) == 0 || page->Facts().Has(kPageIsPart)) return false;
   const PageCode& code = page->Code();
   const RiskScore risk = ScoreRiskWords(code.basic + "\n" + code.braces + "\n" + code.attributes, RiskLanguage::kAspx);
   *word = risk.heaviest;

@@ -25,8 +25,8 @@ PageValue CPageCalls::ReadWord(std::string_view word) {
   PageValue value;
   value.name = word;
   if (word == "request") {
-    findings_.Note(kHearsClient);
-    value.marks = kFed;
+    findings_.Note(kReadsRequest);
+    value.marks = kTainted;
     value.object = PageObject::kRequest;
     return value;
   }
@@ -77,7 +77,7 @@ PageValue CPageCalls::ReadMember(std::string_view word, const PageValue& receive
       return value;
     }
     if (row->call == PageCall::kReads) {
-      value.marks = receiver.marks & (kFed | kNet | kFile);
+      value.marks = receiver.marks & (kTainted | kNet | kFile);
       if (receiver.object == PageObject::kHttp || row->word.starts_with("download")) value.marks |= kNet;
       if (receiver.object == PageObject::kFile) value.marks |= kFile;
       return value;
@@ -86,11 +86,11 @@ PageValue CPageCalls::ReadMember(std::string_view word, const PageValue& receive
     value.alias = row->word;
   }
   value.marks = receiver.marks & ~static_cast<std::uint32_t>(kSql);
-  if (word == "query" && receiver.name == "url") value.marks = kFed;
+  if (word == "query" && receiver.name == "url") value.marks = kTainted;
   if (aspx_ && value.marks == 0 && (word == "text" || word == "value" || word == "selectedvalue") &&
       (receiver.object == PageObject::kControl || scopes_.Find(receiver.name) == nullptr)) {
-    findings_.Note(kHearsClient);
-    value.marks = kFed;
+    findings_.Note(kReadsRequest);
+    value.marks = kTainted;
   }
   if (word == "startinfo" || (aspx_ && word == "process")) value.object = PageObject::kShell;
   if (word == "trustedxslt") sinks_.TrustStyleSheets();
@@ -113,7 +113,7 @@ PageValue CPageCalls::Call(PageFrame* frame) {
   }
   const std::vector<PageValue>& arguments = frame->arguments;
   if (callee == "request") {
-    findings_.Note(kHearsClient);
+    findings_.Note(kReadsRequest);
     return RequestMember(callee, arguments);
   }
   if (member && !arguments.empty()) sinks_.PassOn(callee, *frame);
@@ -124,10 +124,10 @@ PageValue CPageCalls::Call(PageFrame* frame) {
   if (!callee.empty() && functions_.Has(callee) && (!member || frame->receiver.object == PageObject::kNone)) {
     return functions_.Bind(callee, arguments);
   }
-  if (!arguments.empty() && (arguments[0].marks & kFed) != 0) {
+  if (!arguments.empty() && (arguments[0].marks & kTainted) != 0) {
     sinks_.Connect(callee, arguments[0]);
     if (frame->receiver.name == "server" && (callee == "execute" || callee == "transfer") &&
-        (arguments[0].marks & kLed) == 0) {
+        (arguments[0].marks & kPrefixed) == 0) {
       findings_.Reach(kReadsRequested, callee);  // another page, as it likes
     }
   }
@@ -154,7 +154,7 @@ PageValue CPageCalls::CallUnknown(std::string_view callee, bool member, PageFram
     result.marks |= argument.marks;
   }
   if (known >= kManyArguments) result.marks |= kLong;
-  if (callee == "combine" && !arguments.empty() && (arguments[0].marks & (kFed | kMapped | kLed)) == kFed)
+  if (callee == "combine" && !arguments.empty() && (arguments[0].marks & (kTainted | kMapped | kPrefixed)) == kTainted)
     result.marks &= ~static_cast<std::uint32_t>(kMapped);
   if (!member && known == 1 && PropagateElement(callee, *frame, &result)) return result;
   if (const PageValue* const variable = member ? nullptr : scopes_.Find(callee)) {
@@ -188,9 +188,9 @@ bool CPageCalls::AskFor(std::string_view callee, const PageFrame& frame, PageVal
   if (!arguments.empty() && aspx_) {
     if (callee == "function" && frame.made) sinks_.RunCode(arguments.back(), callee);
     constexpr std::string_view kNamed[] = {"gettype", "getmethod", "getproperty", "createinstance"};
-    if ((arguments[0].marks & kVeiled) != 0 && IsOneOf(callee, kNamed)) sinks_.AskByHiddenName();
+    if ((arguments[0].marks & kObfuscated) != 0 && IsOneOf(callee, kNamed)) sinks_.AskByHiddenName();
     if (callee == "createinstance") result->object = arguments[0].object;  // of a type that was asked for by its name
-    if (callee == "xmlserializer" && (result->marks & kFed) == 0) result->object = PageObject::kOther;
+    if (callee == "xmlserializer" && (result->marks & kTainted) == 0) result->object = PageObject::kOther;
     if (callee == "guid" && arguments[0].known) return *result = arguments[0], true;
   }
   if (!arguments.empty() && arguments[0].known) {

@@ -322,7 +322,7 @@ void CPageExpressions::Equals(bool appends) {
   PageFrame& frame = Top();
   if (targets_.size() >= kMostTargets) {
     targets_.erase(targets_.begin() + kMostTargets / 2);
-    findings_.Note(kLosesSight);
+    findings_.Note(kIncomplete);
   }
   if (frame.state == PageOperand::kWord) {
     targets_.push_back({frame.word, frame.word_member, appends, frame.word_receiver.name, frame.word_receiver.object});
@@ -340,8 +340,8 @@ void CPageExpressions::Assign() {
     frame.value.known = false;
   }
   for (const PageTarget& target : targets_) {
-    if (target.member && (frame.value.marks & kFed) != 0) sinks_.Connect(target.name, frame.value);
-    if ((target.member || initialises_) && (frame.value.marks & kFed) != 0 &&
+    if (target.member && (frame.value.marks & kTainted) != 0) sinks_.Connect(target.name, frame.value);
+    if ((target.member || initialises_) && (frame.value.marks & kTainted) != 0 &&
         (target.name == "arguments" || (target.name == "filename" && (initialises_ || target.receiver == "startinfo" ||
                                                                       target.object == PageObject::kShell)))) {
       findings_.Reach(kReachesCommand, target.name);
@@ -350,7 +350,7 @@ void CPageExpressions::Assign() {
     const bool own = !target.member || target.receiver.empty() || target.receiver == "this" || target.receiver == "me";
     if (target.name.empty()) {
       // An element: the list holds what it is given.
-      if (PageValue* const list = scopes_.Find(target.element)) list->marks |= frame.value.marks & kFed;
+      if (PageValue* const list = scopes_.Find(target.element)) list->marks |= frame.value.marks & kTainted;
     } else if (own) {
       Set(target.name, frame.value, target.appends);
     }
@@ -372,9 +372,9 @@ void CPageExpressions::Set(std::string_view name, const PageValue& value, bool a
   if (appends) {
     operators_.Combine(&variable, '+', operators_.Copy(value), layers_.IsBasic());
   } else {
-    constexpr std::uint32_t kReplaced = kPiece | kSql | kMapped | kLed;
+    constexpr std::uint32_t kReplaced = kEmbedded | kSql | kMapped | kPrefixed;
     std::uint32_t marks = (variable.marks & ~kReplaced) | value.marks;
-    if ((variable.marks & kFed) != 0 && (value.marks & kFed) == 0) marks |= variable.marks & kReplaced;
+    if ((variable.marks & kTainted) != 0 && (value.marks & kTainted) == 0) marks |= variable.marks & kReplaced;
     const PageObject object = value.object == PageObject::kNone ? variable.object : value.object;
     variable = operators_.Copy(value);
     variable.marks = marks;

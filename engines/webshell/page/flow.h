@@ -10,7 +10,7 @@
 // Linear: statements come in pieces of a bounded number of tokens, brackets have a deepest level, and the bytes of long
 // texts that are copied, joined or followed, as the room of names, variables and functions, are bounded by a multiple
 // of the code's length. What finds no room goes, the oldest first, and its marks are those of every unknown variable:
-// the result then says so (kLosesSight). It equals what a walk without limits would find of the first kPasses passes,
+// the result then says so (kIncomplete). It equals what a walk without limits would find of the first kPasses passes,
 // wherever that is not set; order of branches and loops is not told apart.
 #pragma once
 
@@ -44,8 +44,8 @@ enum PageReach : std::uint32_t {
   kPathBelow = 1U << 16,        ///< the request says a piece of the path of a text file that is written
   kWritesItself = 1U << 17,     ///< the page is the file that is written, or an upload is put beside it
   kUploadsToRoot = 1U << 19,    ///< an upload is put into the site's root folder
-  kHearsClient = 1U << 18,      ///< the code uses something that the request says
-  kLosesSight = 1U << 20,       ///< limits kept something from being followed
+  kReadsRequest = 1U << 18,     ///< the code uses something that the request says
+  kIncomplete = 1U << 20,       ///< limits kept something from being followed
 };
 
 struct PageFlow {

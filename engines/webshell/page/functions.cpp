@@ -32,8 +32,8 @@ void CPageFunctions::Begin(std::string_view name, std::vector<std::string_view> 
   const bool called_back = name == "raisecallbackevent" || name == "raisepostbackevent";
   for (std::size_t i = 0; i < function.parameters.size(); ++i) {
     PageValue parameter;
-    if (service_) findings_.Note(kHearsClient);
-    parameter.marks = function.marks[i] | (service_ || called_back ? kFed : 0U);
+    if (service_) findings_.Note(kReadsRequest);
+    parameter.marks = function.marks[i] | (service_ || called_back ? kTainted : 0U);
     scopes_.Store(function.parameters[i], std::move(parameter));
   }
 }
@@ -56,7 +56,8 @@ PageValue CPageFunctions::Bind(std::string_view name, const std::vector<PageValu
   std::uint32_t absent = taken & ~given;
   if ((given & kLong) != 0) absent &= ~static_cast<std::uint32_t>(kDecoded);
   result.marks = function.returns & ~absent;
-  if (arguments.size() == 1 && arguments[0].known && arguments[0].text.size() >= kShortestName) result.marks |= kVeiled;
+  if (arguments.size() == 1 && arguments[0].known && arguments[0].text.size() >= kShortestName)
+    result.marks |= kObfuscated;
   return result;
 }
 

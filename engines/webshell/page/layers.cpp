@@ -20,7 +20,7 @@ void CPageLayers::Follow(const PageValue& value) {
   constexpr std::size_t kLayerBytes = 128;   // what a layer takes beside its text
   if (value.text.size() < kShortestLayer || value.text.find_first_of(" (\n") == std::string::npos) return;
   if (followed_.contains(value.text)) return;
-  if (value.text.size() + kLayerBytes > room_) return findings_.Note(kLosesSight);
+  if (value.text.size() + kLayerBytes > room_) return findings_.Note(kIncomplete);
   room_ -= value.text.size() + kLayerBytes;
   const std::string_view text = texts_.emplace_back(value.text);
   followed_.insert(text);

@@ -38,7 +38,7 @@ PageFlow CPageMachine::Run(CWalkBudget* walks) {
     if (pass == 0) walks->Owe(steps);
     if (!findings_.Changed()) break;
   }
-  if (scopes_.Lost() || functions_.Lost()) findings_.Note(kLosesSight);
+  if (scopes_.Lost() || functions_.Lost()) findings_.Note(kIncomplete);
   return findings_.Take();
 }
 

@@ -128,7 +128,7 @@ PageValue CPageOperators::Copy(const PageValue& value) {
     copies_left_ -= value.text.size();
     return value;
   }
-  findings_.Note(kLosesSight);
+  findings_.Note(kIncomplete);
   PageValue copy;
   copy.marks = value.marks;
   copy.object = value.object;
@@ -145,34 +145,34 @@ void CPageOperators::Combine(PageValue* left, char mark, PageValue right, bool b
     left->known = Join(left, mark, right, basic);
     left->marks |= right.marks;
     const bool keeps = mark == 'x' || (mark == '^' && !basic);  // a comparison; bytes unscrambled with a key
-    if (kArithmetic.find(mark) != std::string_view::npos) left->marks &= kLong | (keeps ? kFed : 0U);
+    if (kArithmetic.find(mark) != std::string_view::npos) left->marks &= kLong | (keeps ? kTainted : 0U);
   }
   left->object = PageObject::kNone;
   left->alias = {};
 }
 
 void CPageOperators::Concatenate(PageValue* left, char mark, PageValue right, bool basic) {
-  const bool left_fed = (left->marks & kFed) != 0;
-  const bool right_fed = (right.marks & kFed) != 0;
+  const bool left_fed = (left->marks & kTainted) != 0;
+  const bool right_fed = (right.marks & kTainted) != 0;
   const bool left_known = left->known && !Parts(left->text, true);
   const bool led = right_fed && !left_fed && !(left->known && Parts(left->text, true));
   const bool piece = led || (left_fed && !right_fed && !(right.known && Parts(right.text, false)));
   // A file's name behind a folder that the request says is a path of the whole disk.
-  if ((left->marks & (kFed | kMapped | kLed)) == kFed) right.marks &= ~static_cast<std::uint32_t>(kMapped);
+  if ((left->marks & (kTainted | kMapped | kPrefixed)) == kTainted) right.marks &= ~static_cast<std::uint32_t>(kMapped);
   bool fits = left->text.size() + right.text.size() <= kShortText;
   if (!fits) {
     fits = right.text.size() <= joins_left_;
     if (fits) joins_left_ -= right.text.size();
-    if (!fits) findings_.Note(kLosesSight);
+    if (!fits) findings_.Note(kIncomplete);
   }
   const bool known = fits && Join(left, mark, right, basic);
   left->known = known;
   if (known && left->text.size() >= kLongLiteral) left->marks |= kLong;
   left->marks |= right.marks & ~static_cast<std::uint32_t>(kSql);
-  if (piece) left->marks |= kPiece;
+  if (piece) left->marks |= kEmbedded;
   // What is picked out of a text and set between words of code is a name or a number.
   if (!left_fed && left_known && (right.marks & kDecoded) != 0) left->marks &= ~static_cast<std::uint32_t>(kDecoded);
-  if (led) left->marks |= kLed;
+  if (led) left->marks |= kPrefixed;
   if (!basic && left->text == "(" && !right.known) left->marks |= kJson;
 }
 
@@ -183,7 +183,7 @@ void CPageOperators::WorkOut(PageCall call, const std::vector<PageValue>& argume
   if (result->known) {
     copies_left_ -= result->text.size();
   } else {
-    findings_.Note(kLosesSight);
+    findings_.Note(kIncomplete);
   }
 }
 

@@ -36,7 +36,7 @@ PageFlow CPage::Follow(PageKind kind, CWalkBudget* walks) {
   constexpr std::uint64_t kAllReach = 0xFFFFFFFF;
   facts_.Set(kAllReach, false);
   facts_.Set(flow.reach, true);
-  partial_ = partial_ || (flow.reach & kLosesSight) != 0;
+  partial_ = partial_ || (flow.reach & kIncomplete) != 0;
   return flow;
 }
 

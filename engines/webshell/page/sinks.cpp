@@ -72,7 +72,7 @@ PageValue CPageSinks::Act(const PageWord& word, PageFrame* frame) {
       return result;
     case PageCall::kBase64:
       if ((result.marks & kLong) != 0) result.marks |= kDecoded;
-      if (first.known) result.marks |= kVeiled;
+      if (first.known) result.marks |= kObfuscated;
       return result;
     case PageCall::kNone:
       break;
@@ -84,7 +84,7 @@ PageValue CPageSinks::Act(const PageWord& word, PageFrame* frame) {
 
 void CPageSinks::RunCode(const PageValue& value, std::string_view word) {
   if ((value.marks & kSql) != 0) return;
-  if ((value.marks & kFed) != 0 && (value.marks & kPiece) == 0) {
+  if ((value.marks & kTainted) != 0 && (value.marks & kEmbedded) == 0) {
     findings_.Reach(kReachesCode, word);
   } else if (value.known) {
     layers_.Follow(value);
@@ -127,7 +127,7 @@ void CPageSinks::Load(const PageWord& word, const PageFrame& frame, std::uint32_
                                            "xamlservices", "activator",     "scriptblock"};
   if (name == "deserialize" && frame.receiver.object == PageObject::kOther) return;  // makes one type alone
   if (!IsOneOf(name, kAlways) && !IsOneOf(frame.receiver.name, kLoaders) && !(name == "load" && trusted_xslt_)) return;
-  if ((marks & kFed) != 0 && (marks & kPiece) == 0) findings_.Reach(kReachesCode, name);
+  if ((marks & kTainted) != 0 && (marks & kEmbedded) == 0) findings_.Reach(kReachesCode, name);
   if ((marks & (kDecoded | kNet)) != 0) findings_.Reach(kHiddenCode, name);
 }
 
@@ -135,7 +135,7 @@ void CPageSinks::Load(const PageWord& word, const PageFrame& frame, std::uint32_
 void CPageSinks::Invoke(const PageWord& word, const PageFrame& frame, std::uint32_t marks) {
   const bool dangerous =
       dangerous_name_ || hidden_names_ >= kFewestVeiled || (!frame.arguments.empty() && IsHot(frame.arguments[0].text));
-  if (dangerous && (marks & kFed) != 0) findings_.Reach(kReachesCode, word.word);
+  if (dangerous && (marks & kTainted) != 0) findings_.Reach(kReachesCode, word.word);
 }
 
 // Whether the call runs a program.
@@ -151,7 +151,7 @@ bool CPageSinks::Run(const PageWord& word, const PageFrame& frame, std::uint32_t
         (starts ? receiver.name == "process" || program : receiver.object == PageObject::kNone && shell_made_);
     if (!shell) return false;
   }
-  if ((marks & kFed) != 0) findings_.Reach(kReachesCommand, word.word);
+  if ((marks & kTainted) != 0) findings_.Reach(kReachesCommand, word.word);
   findings_.Reach(kMakesShell | kUsesShell, word.word);
   return true;
 }
@@ -162,9 +162,10 @@ PageValue CPageSinks::Read(const PageWord& word, const PageFrame& frame) {
   const bool downloads = word.word.starts_with("download");
   PageValue result;
   result.name = word.word;
-  result.marks = receiver.marks & (kFed | kNet | kFile);
+  result.marks = receiver.marks & (kTainted | kNet | kFile);
   if (receiver.object == PageObject::kHttp || downloads) result.marks |= kNet;
-  if (downloads && !frame.arguments.empty()) result.marks |= frame.arguments[0].marks & (kFed | kLed | kPiece);
+  if (downloads && !frame.arguments.empty())
+    result.marks |= frame.arguments[0].marks & (kTainted | kPrefixed | kEmbedded);
   if (receiver.object == PageObject::kFile) result.marks |= kFile;
   return result;
 }
@@ -178,7 +179,7 @@ PageValue CPageSinks::OpenFile(const PageWord& word, const PageFrame& frame) {
   if (arguments.empty()) {
     const PageValue& described = frame.receiver;  // a file's description
     if (word.call == PageCall::kWritesPath) Path(described, word.word);
-    if (word.call == PageCall::kReadsPath && (described.marks & (kFed | kMapped | kLed)) == kFed)
+    if (word.call == PageCall::kReadsPath && (described.marks & (kTainted | kMapped | kPrefixed)) == kTainted)
       findings_.Reach(kReadsRequested, word.word);
     return file;
   }
@@ -187,10 +188,10 @@ PageValue CPageSinks::OpenFile(const PageWord& word, const PageFrame& frame) {
   const bool reads = word.call == PageCall::kReadsPath ||
                      (word.word == "opentextfile" && (arguments.size() < 2 || arguments[1].text == "1"));
   if (first.name == "inputstream" || first.object == PageObject::kRequest) {
-    file.marks = kFed;  // the request's body is what is read
+    file.marks = kTainted;  // the request's body is what is read
   } else if (!reads) {
     Path(first, word.word);
-  } else if ((first.marks & kFed) != 0 && (first.marks & (kMapped | kLed)) == 0) {
+  } else if ((first.marks & kTainted) != 0 && (first.marks & (kMapped | kPrefixed)) == 0) {
     findings_.Reach(kReadsRequested, word.word);
   }
   return file;
@@ -199,8 +200,8 @@ PageValue CPageSinks::OpenFile(const PageWord& word, const PageFrame& frame) {
 void CPageSinks::WriteFile(const PageWord& word, const PageFrame& frame) {
   const std::vector<PageValue>& arguments = frame.arguments;
   if (arguments.empty()) return;
-  const bool first_fed = (arguments[0].marks & kFed) != 0;
-  const bool second_fed = arguments.size() > 1 && (arguments[1].marks & kFed) != 0;
+  const bool first_fed = (arguments[0].marks & kTainted) != 0;
+  const bool second_fed = arguments.size() > 1 && (arguments[1].marks & kTainted) != 0;
   if (word.call == PageCall::kWritesFile) {
     Path(arguments[0], word.word);
     if (word.word == "saveas" || second_fed) findings_.Reach(kContentRequested, word.word);
@@ -214,7 +215,7 @@ void CPageSinks::WriteFile(const PageWord& word, const PageFrame& frame) {
     } else if (!IsOutput(frame.receiver.name)) {
       findings_.Reach(kContentRequested, word.word);
     }
-    if (PageValue* const variable = scopes_.Find(frame.receiver.name)) variable->marks |= kFed;
+    if (PageValue* const variable = scopes_.Find(frame.receiver.name)) variable->marks |= kTainted;
   }
 }
 
@@ -222,12 +223,12 @@ void CPageSinks::Path(const PageValue& path, std::string_view word) {
   const bool uploads = word == "saveas" || word == "filestream";
   if ((path.marks & kSelf) != 0 || (uploads && (path.marks & kHere) != 0)) findings_.Reach(kWritesItself, word);
   if (word == "saveas" && (path.marks & kRoot) != 0) findings_.Reach(kUploadsToRoot, word);
-  if ((path.marks & kFed) == 0) return;
+  if ((path.marks & kTainted) == 0) return;
   if (word != "saveas" && !service_) findings_.Reach(kPathBelow, word);
-  if ((path.marks & kLed) != 0) return;
+  if ((path.marks & kPrefixed) != 0) return;
   if ((path.marks & kMapped) == 0) {
     findings_.Reach(kPathRequested, word);
-  } else if ((path.marks & kPiece) == 0) {
+  } else if ((path.marks & kEmbedded) == 0) {
     findings_.Reach(kPathMapped, word);
   }
 }
@@ -243,21 +244,21 @@ void CPageSinks::WorkOut(const PageWord& word, PageFrame* frame, PageValue* resu
   if (!result->known && (picks || (decodes && (result->marks & kLong) != 0))) result->marks |= kDecoded;
   // Of what is cut out or rubbed out, the text around the request may be what goes.
   if (word.call == PageCall::kReplace || word.call == PageCall::kMid)
-    result->marks &= ~static_cast<std::uint32_t>(kPiece | kLed);
+    result->marks &= ~static_cast<std::uint32_t>(kEmbedded | kPrefixed);
 }
 
 // What a method puts into its argument, or into its own object.
 void CPageSinks::PassOn(std::string_view callee, const PageFrame& frame) {
   const PageValue& first = frame.arguments[0];
-  if ((callee == "read" || callee == "copyto") && (frame.receiver.marks & kFed) != 0) {
+  if ((callee == "read" || callee == "copyto") && (frame.receiver.marks & kTainted) != 0) {
     if (callee == "copyto" && first.object == PageObject::kFile) findings_.Reach(kContentRequested, callee);
-    if (PageValue* const into = scopes_.Find(first.name)) into->marks |= kFed;
+    if (PageValue* const into = scopes_.Find(first.name)) into->marks |= kTainted;
   }
   constexpr std::string_view kTakes[] = {"loadxml", "append",   "appendline", "appendformat",
                                          "add",     "addrange", "insert"};
-  if ((first.marks & kFed) != 0 && IsOneOf(callee, kTakes)) {
+  if ((first.marks & kTainted) != 0 && IsOneOf(callee, kTakes)) {
     if (PageValue* const into = scopes_.Find(frame.receiver.name))
-      into->marks |= first.marks & (kFed | kPiece | kLed | kSql | kMapped);
+      into->marks |= first.marks & (kTainted | kEmbedded | kPrefixed | kSql | kMapped);
   }
 }
 
@@ -276,11 +277,11 @@ void CPageSinks::Connect(std::string_view callee, const PageValue& value) {
   constexpr std::string_view kStatements[] = {"sqlcommand",  "oledbcommand", "sqldataadapter", "oledbdataadapter",
                                               "odbccommand", "execute",      "commandtext"};
   if ((value.marks & kProgram) != 0) findings_.Reach(kReachesCommand, "xp_cmdshell");
-  const bool whole = callee.ends_with("connection") && (value.marks & kLed) == 0;
+  const bool whole = callee.ends_with("connection") && (value.marks & kPrefixed) == 0;
   const bool database = callee == "open" || callee == "connectionstring" || callee.ends_with("connection");
   const bool socket = IsOneOf(callee, kSockets);
   if ((database && (value.marks & kServer) != 0) || whole || socket) findings_.Reach(kConnects, callee);
-  if ((value.marks & (kPiece | kSql)) == 0 && IsOneOf(callee, kStatements)) {
+  if ((value.marks & (kEmbedded | kSql)) == 0 && IsOneOf(callee, kStatements)) {
     findings_.Reach(kRunsSql, callee);
   }
 }

@@ -63,7 +63,7 @@ PageValue RequestMember(std::string_view member, const std::vector<PageValue>& a
   } else if (IsServersOwn(member) || member == "files") {
     return value;
   }
-  value.marks = kFed;
+  value.marks = kTainted;
   if (arguments.empty()) value.object = PageObject::kRequest;
   return value;
 }

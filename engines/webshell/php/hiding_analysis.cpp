@@ -1,4 +1,4 @@
-// The detectors for the ways of hiding are the evaluation of values itself (php_builtins, php_machine_values): each
+// The detectors for the ways of hiding are the evaluation of values itself (builtins, operators): each
 // records on a value the first disguise it went through. Here the way gets its name.
 #include "engines/webshell/php/hiding_analysis.h"
 
