@@ -1,6 +1,8 @@
 #include "checks/check_table.h"
 
 #include "checks/access_check.h"
+#include "checks/badcode_check.h"
+#include "checks/file_inclusion_check.h"
 #include "checks/flood_check.h"
 #include "checks/injection_check.h"
 #include "checks/lists_check.h"
@@ -29,12 +31,14 @@ constexpr CheckRow kRows[] = {
     {"method", Stage::kRequest, MethodCheck},
     {"upload", Stage::kRequest, UploadCheck},
     {"webshell", Stage::kRequest, WebshellCheck},
+    {"file_inclusion", Stage::kRequest, FileInclusionCheck},
     {"static_directory", Stage::kRequest, StaticDirectoryCheck},
     {"admin", Stage::kRequest, AdminCheck},
     {"time_limit", Stage::kRequest, TimeLimitCheck},
     {"hotlink", Stage::kRequest, HotlinkCheck},
     {"file_type", Stage::kRequest, FileTypeCheck},
     {"injection", Stage::kRequest, InjectionCheck},
+    {"badcode", Stage::kRequestAlways, BadcodeCheck},
     {"directory_listing", Stage::kResponseBody, DirectoryListingCheck},
     {"webshell_output", Stage::kResponseBody, WebshellOutputCheck},
     {"not_found", Stage::kNotFound, NotFoundCheck},
