@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <utility>
 
 #include "checks/body_charset.h"
 #include "checks/request_values.h"
@@ -77,7 +78,10 @@ class CAttackWalk {
   bool Judge(const RequestValue& value) {
     if (here_ == 0) return false;
     if (IsPlain(value)) return true;
+    bool first = true;
     return ForEachForm(value, [&](const ValueForm& form) {
+      // The engine resolves escapes itself; undecoded a value would only be read with fewer of them.
+      if (!std::exchange(first, false) && form.text.data() == value.raw.data()) return true;
       for (AttackHit hit; here_ != 0; Take(value, std::move(hit))) {
         hit = scan_.Find(form.text, place_, here_);
         if (hit.rule == nullptr) return true;

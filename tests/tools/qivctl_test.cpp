@@ -240,6 +240,31 @@ TEST(Qivctl, TheWebshellLibraryGoesThereAndBack) {
   EXPECT_FALSE(IsFile(directory.Path("stored2/_trojan.db")));
 }
 
+TEST(Qivctl, TheRulesForAttacksGoThereAndBack) {
+  const CTemporaryDirectory directory;
+  const std::string plain = directory.Path("plain");
+  const std::string stored = directory.Path("stored");
+  MakeDirectories(plain);
+  ReplaceFile(plain + "/lists.txt", "odd\tab%20c d%25\n");
+  ReplaceFile(plain + "/ordinary.txt", "# none of ours\nto the etc%2f of it\n");
+  const std::string good = "301001\tpath\t../~(odd)\tUp\t穿越\t..%5cd%25\t../x\n";
+  ReplaceFile(plain + "/lfi.txt", good);
+  const std::string pack = "library pack " + plain + " -o ";
+  ASSERT_EQ(Qivctl(pack + stored + " --language zh-CN").output, "");
+  EXPECT_EQ(Qivctl("library unpack " + stored + "/_badcode.db").output,
+            "# lists\nodd\tab%20c d%25\n# lfi\n301001\tpath\t../~(odd)\t穿越\t穿越\t..%5cd%25\t../x\n");
+  for (const std::string bad :
+       {"301002\t-\ta.b\tA\tB\ta.b", "301001\t-\ta.b\tA\tB\ta.b\tx", "301002\t-\ta.~x\tA\tB\ta.b\tx",
+        "301002\tnowhere\ta.b\tA\tB\ta.b\tx", "301002\t-\ta.b\tA\tB\ta,b\tx", "301002\t-\ta.b\tA\tB\ta.b\txa.b",
+        "301002\t-\tetc/\tA\tB\tetc/\tx", "301002\t-\ta.{#}\tA\tB\ta.b\tx", "301002\t-\tä.b\tA\tB\ta.b\tx"}) {
+    ReplaceFile(plain + "/lfi.txt", good + bad);
+    const Outcome packed = Qivctl(pack + directory.Path("stored2"));
+    EXPECT_EQ(packed.exit_code, 2) << bad;
+    EXPECT_EQ(packed.output.find("qivctl: " + plain + "/lfi.txt:2: "), 0U) << packed.output;
+  }
+  EXPECT_FALSE(IsFile(directory.Path("stored2/_badcode.db")));
+}
+
 TEST(Qivctl, ChecksRequestsAndWritesNothing) {
   const CTemporaryDirectory directory;
   const std::string module = directory.Path("m");
