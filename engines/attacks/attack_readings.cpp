@@ -207,7 +207,8 @@ bool CAttackReadings::MakePath(std::string_view text) {
 }
 
 bool CAttackReadings::MakeShell(std::string_view text) {
-  if (text.find_first_of(";|&`\n$({") == kEnd && text.find_first_of("/ ") == kEnd) return false;
+  // Quotes matter beside a command: behind what begins one, or in the text's first word.
+  if (text.find_first_of(";|&$<>{") == kEnd && text.find_first_of("'\"\\^`") > text.find(' ')) return false;
   shell_.clear();
   for (std::size_t at = 0; at < text.size();) {
     const char c = text[at];

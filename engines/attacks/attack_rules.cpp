@@ -1,6 +1,7 @@
 #include "engines/attacks/attack_rules.h"
 
 #include <algorithm>
+#include <array>
 #include <limits>
 #include <map>
 #include <utility>
@@ -40,6 +41,74 @@ std::size_t BeginOf(std::string_view text, const AttackPattern& pattern, std::si
                         ? begin == 0
                         : IsCommandBegin(text, begin, pattern.begin == PatternBegin::kTextOrCommand);
   return fits ? begin : kEnd;
+}
+
+// A text's marks: which bytes that are no letters it holds, as bits. A rule that needs one that is not there cannot
+// find anything.
+constexpr std::uint64_t kCommandMark = std::uint64_t{1} << 63U;  // one of what begins a command behind something
+
+constexpr auto kMarkOf = [] {
+  std::array<std::uint64_t, 256> marks{};
+  unsigned bit = 0;
+  for (unsigned c = '!'; c < 0x7F; ++c) {
+    if (!IsWordByte(static_cast<char>(c))) marks[c] = std::uint64_t{1} << bit++;
+  }
+  for (unsigned c = 0; c < 0x20; ++c) marks[c] = std::uint64_t{1} << bit;
+  marks['\r'] = marks['\n'] = std::uint64_t{1} << ++bit;
+  for (unsigned c = 0x80; c < 0x100; ++c) marks[c] = std::uint64_t{1} << (bit + 1);
+  for (const char c : {';', '|', '&', '('}) marks[static_cast<unsigned char>(c)] |= kCommandMark;
+  return marks;
+}();
+
+std::uint64_t MarksOf(std::string_view text) {
+  std::uint64_t marks = 0;
+  for (const char c : text) marks |= kMarkOf[static_cast<unsigned char>(c)];
+  return marks;
+}
+
+std::uint64_t MarksOfRun(const ByteRun& run) {
+  if (run.least == 0) return 0;
+  std::uint64_t marks = ~std::uint64_t{0};
+  for (std::size_t c = 0; c < kMarkOf.size(); ++c) {
+    if (run.set.test(c)) marks &= kMarkOf[c];
+  }
+  return marks & ~kCommandMark;
+}
+
+/// The marks that every text holds in which the pattern is found.
+std::uint64_t MarksNeeded(const AttackPattern& pattern) {
+  std::uint64_t needed = pattern.begin == PatternBegin::kCommand ? kCommandMark : 0;
+  for (const PatternStep& step : pattern.steps) {
+    std::uint64_t of_words = ~std::uint64_t{0};
+    for (const std::string& word : step.words) of_words &= MarksOf(word);
+    needed |= of_words & ~kCommandMark;
+    for (const ByteRun& run : step.before) needed |= step.any_before ? 0 : MarksOfRun(run);
+  }
+  for (const ByteRun& run : pattern.behind) needed |= MarksOfRun(run);
+  return needed;
+}
+
+bool HoldsNoWordByte(const ByteRun& run) {
+  for (std::size_t c = 0; c < run.set.size(); ++c) {
+    if (run.set.test(c) && IsWordByte(static_cast<char>(c))) return false;
+  }
+  return run.least > 0;
+}
+
+/// Whether only another byte than a letter, digit or "_" can stand before the step's word, and behind it.
+bool IsEdgedBefore(const AttackPattern& pattern, std::size_t step) {
+  const PatternStep& here = pattern.steps[step];
+  if (here.edge_before) return true;
+  if (!here.before.empty()) return !here.any_before && HoldsNoWordByte(here.before.back());
+  return step == 0 && pattern.begin != PatternBegin::kAnywhere;
+}
+bool IsEdgedBehind(const AttackPattern& pattern, std::size_t step) {
+  const PatternStep& here = pattern.steps[step];
+  if (here.edge_behind || here.command_end) return true;
+  const bool last = step + 1 == pattern.steps.size();
+  if (!last && pattern.steps[step + 1].any_before) return false;
+  const std::vector<ByteRun>& next = last ? pattern.behind : pattern.steps[step + 1].before;
+  return !next.empty() && HoldsNoWordByte(next.front());
 }
 
 constexpr unsigned kEverywhere = kInQuery | kInBody | kInCookie | kInHeader | kInAgent | kInPath;
@@ -95,13 +164,20 @@ struct CAttackRules::Core {
     unsigned readings = 0;
     unsigned places = 0;
     unsigned group = 0;
+    std::uint64_t needed = 0;       // marks
     std::uint32_t first_place = 0;  // of its steps in CAttackScan::reached_
   };
 
   std::vector<AttackRule> rules;
   std::vector<Compiled> compiled;
   CMultiPattern words;
-  std::vector<std::vector<Use>> uses;  // by word; of one rule the last step first
+  /// The uses of a word, of one rule the last step first; whether all need an edge before or behind it.
+  struct Uses {
+    std::vector<Use> of_word;
+    bool edged_before = true;
+    bool edged_behind = true;
+  };
+  std::vector<Uses> uses;  // by word
   std::uint32_t places = 0;
 };
 
@@ -109,18 +185,24 @@ CAttackRules::CAttackRules() : core_(std::make_shared<const Core>()) {}
 
 bool CAttackRules::Set(std::vector<AttackRule> rules, const WordLists& lists, AttackFault* fault) {
   auto core = std::make_shared<Core>();
-  std::map<std::string, std::vector<Core::Use>> uses;
+  std::map<std::string, Core::Uses> uses;
   for (std::uint32_t r = 0; r < rules.size(); ++r) {
     fault->rule = rules[r].identifier;
     Where where;
     std::optional<AttackPattern> pattern = ParsePattern(rules[r].pattern, lists, &fault->text);
     if (!pattern || !ParseWhere(rules[r].where, &where, &fault->text)) return false;
     for (auto step = static_cast<std::uint32_t>(pattern->steps.size()); step-- > 0;) {
-      for (const std::string& word : pattern->steps[step].words) uses[word].push_back({r, step});
+      for (const std::string& word : pattern->steps[step].words) {
+        Core::Uses& of = uses[word];
+        of.of_word.push_back({r, step});
+        of.edged_before = of.edged_before && IsEdgedBefore(*pattern, step);
+        of.edged_behind = of.edged_behind && IsEdgedBehind(*pattern, step);
+      }
     }
     const auto steps = static_cast<std::uint32_t>(pattern->steps.size());
-    core->compiled.push_back(
-        {std::move(*pattern), where.readings, where.places, AttackFamilies()[rules[r].family].group, core->places});
+    const std::uint64_t needed = MarksNeeded(*pattern);
+    core->compiled.push_back({std::move(*pattern), where.readings, where.places,
+                              AttackFamilies()[rules[r].family].group, needed, core->places});
     core->places += steps;
   }
   std::vector<std::string> words;
@@ -163,14 +245,21 @@ void CAttackScan::Begin() {
 
 bool CAttackScan::Search(std::string_view text, unsigned reading, unsigned place, unsigned groups, AttackHit* hit) {
   const auto& core = *core_;
+  const std::uint64_t marks = MarksOf(text);
   bool begun = false;
   core.words.Find(text, [&](std::uint32_t word, std::size_t start) {
     if (!begun) Begin();
     begun = true;
     const TextPlace found{start, core.words.PatternLength(word)};
-    for (const auto& use : core.uses[word]) {
+    const auto& uses = core.uses[word];
+    const std::size_t end = start + found.length;
+    if (uses.edged_before && start > 0 && IsWordByte(text[start - 1])) return true;
+    if (uses.edged_behind && end < text.size() && IsWordByte(text[end])) return true;
+    for (const auto& use : uses.of_word) {
       const auto& rule = core.compiled[use.rule];
-      if ((rule.readings & reading) == 0 || (rule.places & place) == 0 || (rule.group & groups) == 0) continue;
+      if ((rule.needed & ~marks) != 0 || (rule.readings & reading) == 0 || (rule.places & place) == 0 ||
+          (rule.group & groups) == 0)
+        continue;
       const TextPlace match = Advance(text, rule.pattern, use.step, found, reached_.data() + rule.first_place);
       if (match.length == 0 || (!rules_.off_.empty() && rules_.off_[use.rule])) continue;
       hit->rule = &core.rules[use.rule];

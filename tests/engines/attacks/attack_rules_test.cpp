@@ -101,7 +101,8 @@ TEST(AttackRules, SeeTheReadingsOfAText) {
            {"shell", "cat /etc", "c$@at /etc$x/"},
        }) {
     EXPECT_NE(Found(c.where, c.pattern, c.text), "-") << c.pattern << " in " << c.text;
-    if (c.where != "-") EXPECT_EQ(Found("-", c.pattern, c.text), "-") << "no reading of its own: " << c.text;
+    if (c.where == "-") continue;
+    EXPECT_EQ(Found("-", c.pattern, c.text), "-") << "no reading of its own: " << c.text;
   }
   EXPECT_EQ(Found("path", "x://y", "x://y"), "x://y");
 }
