@@ -3,16 +3,16 @@
 // Every figure of one run comes from one machine and one moment: compare figures within a run only.
 #include <benchmark/benchmark.h>
 
-#include <cstdlib>
-#include <filesystem>
 #include <iostream>
 #include <memory>
 #include <string>
-#include <system_error>
 
+#include "bench/access.h"
 #include "bench/addresses.h"
 #include "bench/flatness.h"
+#include "bench/installation.h"
 #include "bench/request_webshells.h"
+#include "bench/requests.h"
 #include "bench/texts.h"
 #include "bench/uploads.h"
 #include "bench/webshell_texts.h"
@@ -25,39 +25,13 @@
 #include "host/in_process.h"
 #include "module/module_state.h"
 #include "module/register_module.h"
-#include "port/module_path.h"
 #include "tests/checks/lone_context.h"
-#include "tools/installation.h"
 
 namespace qiv::bench {
 namespace {
 
 constexpr std::int64_t kSmallest = 1 << 10;
 constexpr std::int64_t kLargest = 16 << 20;
-
-/// An installation with the default profile in a temporary directory that leaves with the object.
-class CBenchInstallation {
- public:
-  explicit CBenchInstallation(const std::string& rules)
-      : directory_(std::filesystem::temp_directory_path() /
-                   ("qivbench-" + std::to_string(reinterpret_cast<std::uintptr_t>(this) ^
-                                                 static_cast<std::uintptr_t>(MonotonicMicroseconds())))) {
-    InitOptions options;
-    options.directory = directory_.string();
-    options.rules = rules;
-    ready_ = InitInstallation(options) == 0;
-  }
-  ~CBenchInstallation() {
-    std::error_code ignored;
-    std::filesystem::remove_all(directory_, ignored);
-  }
-  bool Ready() const { return ready_; }
-  std::string Directory() const { return directory_.string(); }
-
- private:
-  bool ready_ = false;
-  std::filesystem::path directory_;
-};
 
 // The decision on one request: everything the module does from the first notification to the last, with a handler that
 // answers at once. The pair without the module is what the host itself costs.
@@ -66,20 +40,6 @@ struct DecisionCase {
   const char* name;
   host::InProcessRequest (*make)();
 };
-
-host::InProcessRequest Browser(std::string url) {
-  host::InProcessRequest request;
-  request.raw_url = std::move(url);
-  request.headers = {
-      {"Host", "www.example.com"},
-      {"User-Agent", "Mozilla/5.0 (Windows NT 10.0; Win64; x64) AppleWebKit/537.36 Chrome/120.0.0.0 Safari/537.36"},
-      {"Accept", "text/html,application/xhtml+xml,application/xml;q=0.9,image/webp,*/*;q=0.8"},
-      {"Accept-Language", "en-US,en;q=0.5"},
-      {"Accept-Encoding", "gzip, deflate, br"},
-      {"Referer", "http://www.example.com/products/list.aspx?page=2"},
-      {"Cookie", "ASP.NET_SessionId=abcdefghijklmnopqrstuvwx; theme=dark; cart=17,42"}};
-  return request;
-}
 
 host::InProcessRequest Post(std::string body, const char* type) {
   host::InProcessRequest request = Browser("/submit.aspx");
@@ -91,7 +51,6 @@ host::InProcessRequest Post(std::string body, const char* type) {
 
 constexpr const char* kForm = "application/x-www-form-urlencoded";
 
-host::InProcessRequest PlainGet() { return Browser("/products/item.aspx"); }
 host::InProcessRequest QueryGet() { return Browser("/search.aspx?" + OrdinaryForm(200)); }
 host::InProcessRequest SmallForm() { return Post(OrdinaryForm(2 << 10), kForm); }
 host::InProcessRequest Json() { return Post(OrdinaryJson(64 << 10), "application/json"); }
@@ -223,6 +182,7 @@ void RegisterAll() {
         ->RangeMultiplier(16)
         ->Range(kSmallest, static_cast<std::int64_t>(CQivLibs::kLongestText));
   }
+  RegisterAccessBenchmarks();
   RegisterAddressBenchmarks();
   RegisterUploadBenchmarks();
   RegisterRequestWebshellBenchmarks();
@@ -238,13 +198,7 @@ int main(int argc, char** argv) {
     return 2;
   }
   const qiv::bench::CBenchInstallation installation(argc == 2 ? argv[1] : QIV_BENCH_RULES);
-  if (!installation.Ready()) return 2;
-  qiv::InitialiseModule(installation.Directory(), false);
-  qiv::State().config.RefreshTick();
-  if (!qiv::State().config.IsConfigValid()) {
-    std::cerr << "qivbench: the default configuration did not load\n";
-    return 2;
-  }
+  if (!installation.Use()) return 2;
   qiv::bench::RegisterAll();
   qiv::bench::CFlatnessReporter reporter;
   benchmark::RunSpecifiedBenchmarks(&reporter);

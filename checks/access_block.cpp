@@ -37,7 +37,10 @@ bool IsInArea(const CIpAddress& client, const CIpRanges& ranges, const CAreaName
   return area != nullptr && names.Contains(*area);
 }
 
-std::vector<std::string> RequestPaths(const RequestFacts& facts) { return PathReadings(PathOfUrl(facts.raw_url)); }
+const std::vector<std::string>& RequestPaths(const RequestFacts& facts) {
+  if (facts.path_readings.empty()) facts.path_readings = PathReadings(PathOfUrl(facts.raw_url));
+  return facts.path_readings;
+}
 
 std::vector<std::string_view> PathExtensions(std::string_view path) {
   std::vector<std::string_view> extensions;

@@ -28,11 +28,12 @@ struct AccessBlock {
 /// A plain block: counted towards a lock.
 void BlockAccess(const AccessBlock& block, const RequestFacts& facts, const CheckContext& context, CheckResult& result);
 
-/// Whether the client is in one of the address ranges, or in an area of the list by the address library.
+/// Whether the client is in an area: of the names in the address library, or of the ranges that the firewall service
+/// made of them.
 bool IsInArea(const CIpAddress& client, const CIpRanges& ranges, const CAreaNames& names, const CheckContext& context);
 
-/// The readings of the request's path (PathReadings).
-std::vector<std::string> RequestPaths(const RequestFacts& facts);
+/// The readings of the request's path (PathReadings), made once. As long as the facts.
+const std::vector<std::string>& RequestPaths(const RequestFacts& facts);
 
 /// The extensions that the names of a path have, without dot: of "/a/x.php/y.jpg" "jpg" and "php", of a path without
 /// any none. `path`: a reading. Views into it.

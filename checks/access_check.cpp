@@ -42,13 +42,13 @@ std::string HostOf(std::string_view text) {
   return CCharSet::LowerBytes(text);
 }
 
-/// An item with a slash is the beginning of a referer, with or without its scheme; another one is a host, which stands
-/// for the hosts below it too.
+/// An item with a slash is the beginning of a referer behind its scheme; another one is a host, which stands for the
+/// hosts below it too.
 bool IsWhiteReferer(const std::vector<std::string>& items, std::string_view referer, std::string_view host) {
   const std::size_t scheme = referer.find("://");
   const std::string_view plain = scheme == std::string_view::npos ? referer : referer.substr(scheme + 3);
   return std::any_of(items.begin(), items.end(), [&](std::string_view item) {
-    if (item.find('/') != std::string_view::npos) return referer.starts_with(item) || plain.starts_with(item);
+    if (item.find('/') != std::string_view::npos) return plain.starts_with(item);
     if (host.size() == item.size()) return host == item;
     return host.size() > item.size() && host.ends_with(item) &&
            (item.starts_with('.') || host[host.size() - item.size() - 1] == '.');
@@ -64,8 +64,7 @@ std::size_t FoldersOf(std::string_view path) {
 
 void StaticDirectoryCheck(const RequestFacts& facts, const CheckContext& context, CheckResult& result) {
   const ProtectSettings& protect = context.config.protect;
-  if (protect.static_ == 0 || context.config.access.static_urls.Empty()) return;
-  const std::vector<std::string> paths = RequestPaths(facts);
+  const std::vector<std::string>& paths = RequestPaths(facts);
   if (!context.config.access.static_urls.HoldsAny(paths)) return;
   const bool runs = std::any_of(paths.begin(), paths.end(), [](const std::string& path) {
     const std::vector<std::string_view> extensions = PathExtensions(path);
@@ -78,8 +77,7 @@ void StaticDirectoryCheck(const RequestFacts& facts, const CheckContext& context
 void AdminCheck(const RequestFacts& facts, const CheckContext& context, CheckResult& result) {
   const ProtectSettings& protect = context.config.protect;
   const PreparedAccess& access = context.config.access;
-  if (protect.admin == 0 || access.admin_urls.Empty()) return;
-  const std::vector<std::string> paths = RequestPaths(facts);
+  const std::vector<std::string>& paths = RequestPaths(facts);
   if (!access.admin_urls.HoldsAny(paths) || access.admin_white_urls.HoldsAll(paths)) return;
   const CIpAddress client = ClientAddress(facts);
   if (access.admin_ips.Contains(client)) return;
@@ -90,7 +88,6 @@ void AdminCheck(const RequestFacts& facts, const CheckContext& context, CheckRes
 void TimeLimitCheck(const RequestFacts& facts, const CheckContext& context, CheckResult& result) {
   const ProtectSettings& protect = context.config.protect;
   const PreparedAccess& access = context.config.access;
-  if (protect.timelimit == 0 || access.timelimit_limit_urls.Empty()) return;
   if (!access.timelimit_limit_urls.HoldsAny(RequestPaths(facts))) return;
   const CalendarTime now = LocalTime(context.state.clock());
   const int minute = now.hour * 60 + now.minute;
@@ -103,8 +100,7 @@ void TimeLimitCheck(const RequestFacts& facts, const CheckContext& context, Chec
 void HotlinkCheck(const RequestFacts& facts, const CheckContext& context, CheckResult& result) {
   const ProtectSettings& protect = context.config.protect;
   const PreparedAccess& access = context.config.access;
-  if (protect.link == 0 || access.link_file_types.Empty()) return;
-  const std::vector<std::string> paths = RequestPaths(facts);
+  const std::vector<std::string>& paths = RequestPaths(facts);
   const bool is_protected = std::any_of(paths.begin(), paths.end(), [&access](const std::string& path) {
     return access.link_file_types.Holds(LastExtension(path));
   });
@@ -120,8 +116,7 @@ void HotlinkCheck(const RequestFacts& facts, const CheckContext& context, CheckR
 void FileTypeCheck(const RequestFacts& facts, const CheckContext& context, CheckResult& result) {
   const ProtectSettings& protect = context.config.protect;
   const PreparedAccess& access = context.config.access;
-  if (protect.type == 0 || access.type_file_types.Empty()) return;
-  const std::vector<std::string> paths = RequestPaths(facts);
+  const std::vector<std::string>& paths = RequestPaths(facts);
   const bool denied = std::any_of(paths.begin(), paths.end(), [&](const std::string& path) {
     if (FoldersOf(path) < protect.type_root_deep) return false;
     const std::string_view last = LastExtension(path);

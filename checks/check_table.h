@@ -1,6 +1,7 @@
 // The one ordered list of protection checks.
 #pragma once
 
+#include <cstdint>
 #include <span>
 
 #include "checks/check_context.h"
@@ -19,10 +20,31 @@ enum class Stage {
   kAfterDecision,  ///< smart blocking; phases 1 and 3
 };
 
+/// What a check looks at. Bits.
+enum RequestPart : std::uint32_t {
+  kPartClient = 1U << 0,
+  kPartForwarded = 1U << 1,  ///< the marks that proxies leave
+  kPartMethod = 1U << 2,
+  kPartUrl = 1U << 3,   ///< as sent
+  kPartPath = 1U << 4,  ///< in the readings of servers
+  kPartQuery = 1U << 5,
+  kPartAgent = 1U << 6,
+  kPartReferer = 1U << 7,
+  kPartCookie = 1U << 8,
+  kPartHeaders = 1U << 9,
+  kPartBody = 1U << 10,
+  kPartTime = 1U << 11,
+  kPartResponse = 1U << 12,
+};
+
 struct CheckRow {
   const char* name;  ///< stable, lower snake case; written to the event log
   Stage stage;
   void (*run)(const RequestFacts& facts, const CheckContext& context, CheckResult& result);
+  /// The parts that the check looks at with this configuration. None: it is off, and is not asked. Null: always asked.
+  std::uint32_t (*reads)(const WebsiteConfig& config) = nullptr;
+
+  bool IsOn(const WebsiteConfig& config) const { return reads == nullptr || reads(config) != 0; }
 };
 
 /// All rows, grouped by stage in the order of Stage.

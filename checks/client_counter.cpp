@@ -75,7 +75,7 @@ CClientCounter::Count CClientCounter::Add(const CIpAddress& client, std::int64_t
     };
     place = &*std::min_element(bucket.begin(), bucket.end(),
                                [&](const Place& a, const Place& b) { return weight(a) < weight(b); });
-    *place = {hash, number, 0, 0};
+    *place = {hash, number, 0, 0, 0};
   }
   if (place->period != number) {
     place->period = number;
@@ -105,13 +105,16 @@ void CClientCounter::Hold(const CIpAddress& client, std::int64_t until) {
   }
 }
 
-void CClientCounter::Forget(const CIpAddress& client) {
+bool CClientCounter::Forgive(const CIpAddress& client, std::int64_t since) {
   const std::uint64_t hash = HashOf(client);
-  if (table_.load(std::memory_order_acquire) == nullptr) return;
+  if (table_.load(std::memory_order_acquire) == nullptr) return false;
   const CAutoLock lock(LockOf(hash));
   for (Place& place : *BucketOf(hash)) {
-    if (place.client == hash) place = Place();
+    if (place.client != hash || place.forgiven >= Moment(since)) continue;
+    place = {hash, place.period, 0, 0, Moment(since)};
+    return true;
   }
+  return false;
 }
 
 }  // namespace qiv

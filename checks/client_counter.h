@@ -43,8 +43,9 @@ class CClientCounter {
 
   /// Marks a client that was counted until the time `until`; a held client is pushed out last.
   void Hold(const CIpAddress& client, std::int64_t until);
-  /// Forgets the client's count and mark.
-  void Forget(const CIpAddress& client);
+  /// Forgets the client's count and mark, for a reason that came up at the time `since`; once for each reason, so that
+  /// nobody is forgiven twice for the same. False when that was done before, or there is nothing to forget.
+  bool Forgive(const CIpAddress& client, std::int64_t since);
 
   std::size_t Bytes() const;  ///< that the table takes: 0 or kTableBytes
 
@@ -54,6 +55,7 @@ class CClientCounter {
     std::uint32_t period = 0;  ///< number of the period, its low 32 bits
     std::uint32_t requests = 0;
     std::uint32_t held_until = 0;  ///< seconds since 1970
+    std::uint32_t forgiven = 0;    ///< `since` of the last Forgive
   };
   using Bucket = std::array<Place, kPlaces>;
 

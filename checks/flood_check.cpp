@@ -53,17 +53,22 @@ class CFloodRun {
 
   void Run() {
     if (!IsCounted() || IsExempt()) return;
-    bool passed = HasPassed();
-    if (attack_.cc_strict_mode == 0 && TakeAnswer(&passed)) return;
+    const bool pages = attack_.cc_strict_mode == 0;
+    bool passed = pages && HasPassed();
+    if (pages && !context_.log_only && TakeAnswer(&passed)) return;
     CClientCounter::Count count = state_.requests.Add(client_, now_, attack_.cc_lock_freq_sec);
     const auto limit = static_cast<std::uint64_t>(attack_.cc_lock_freq) * (passed ? kPassedFactor : 1);
     const bool over = count.requests > limit;
+    if (context_.log_only) {
+      if (over) WouldBlock(count.requests == limit + 1);
+      return;
+    }
     const bool first = over && !count.held;
     if (first) {
       state_.requests.Hold(client_, now_ + attack_.cc_lock_time);
       count.held = true;
     }
-    if (attack_.cc_strict_mode != 0) {
+    if (!pages) {
       if (count.held) Lock(first);
       return;
     }
@@ -74,7 +79,7 @@ class CFloodRun {
 
  private:
   bool IsCounted() const {
-    const std::vector<std::string> paths = RequestPaths(facts_);
+    const std::vector<std::string>& paths = RequestPaths(facts_);
     return std::any_of(paths.begin(), paths.end(),
                        [this](const std::string& path) { return IsCountedType(path, access_.cc_file_type); });
   }
@@ -117,9 +122,11 @@ class CFloodRun {
       return false;
     }
     const std::int64_t end = now_ + attack_.cc_lock_time;
-    state_.requests.Forget(client_);
-    state_.flood.passed.fetch_add(1, std::memory_order_relaxed);
-    AskService(0);
+    // One answer, sent again and again, is no way round the limit.
+    if (state_.requests.Forgive(client_, token->issued)) {
+      state_.flood.passed.fetch_add(1, std::memory_order_relaxed);
+      AskService(0);
+    }
     if (in_cookie && facts_.method != "GET") {
       *passed = true;  // with its form; the next request gets the other cookie
       return false;
@@ -153,13 +160,23 @@ class CFloodRun {
     result_.log = 0;
   }
 
+  /// The client is not held, so that it is free when the protection does more than log. One event a period.
+  void WouldBlock(bool first) {
+    WriteTexts();
+    if (first) Tell();
+  }
+
+  void Tell() {
+    result_.log = 1;
+    context_.recorder.RecordStatistics("cc", facts_.client_ip, "-");
+  }
+
   void Lock(bool first) {
     WriteTexts();
     if (!first) return;
-    result_.log = 1;
+    Tell();
     result_.notify = 1;
     state_.flood.locked.fetch_add(1, std::memory_order_relaxed);
-    context_.recorder.RecordStatistics("cc", facts_.client_ip, "-");
     if (!context_.config.library_enabled) return;
     RequestLock(context_, ClientList::kDeny, client_, now_, now_ + attack_.cc_lock_time,
                 {result_.reason, result_.item, result_.category});
@@ -209,16 +226,13 @@ class CFloodRun {
 }  // namespace
 
 void FloodCheck(const RequestFacts& facts, const CheckContext& context, CheckResult& result) {
-  const AttackSettings& attack = context.config.attack;
-  if (attack.cc == 0 || attack.cc_lock_freq == 0 || attack.cc_lock_time == 0) return;
   CFloodRun(facts, context, result).Run();
   context.state.ReportFlood();
 }
 
-void NotFoundCheck(const RequestFacts& facts, const CheckContext& context, CheckResult&) {
+void NotFoundCheck(const RequestFacts& facts, const CheckContext& context, CheckResult& result) {
   const AttackSettings& attack = context.config.attack;
-  if (attack.e404 == 0 || attack.e404_lock_freq == 0 || attack.e404_lock_time == 0) return;
-  const std::vector<std::string> paths = RequestPaths(facts);
+  const std::vector<std::string>& paths = RequestPaths(facts);
   const CExtensions& free = context.config.access.e404_free_type;
   const bool is_free = std::all_of(paths.begin(), paths.end(),
                                    [&free](const std::string& path) { return free.Holds(LastExtension(path)); });
@@ -227,8 +241,10 @@ void NotFoundCheck(const RequestFacts& facts, const CheckContext& context, Check
   const CIpAddress client = ClientAddress(facts);
   const std::int64_t now = state.clock();
   const CClientCounter::Count count = state.missing.Add(client, now, attack.e404_lock_freq_sec);
-  if (count.requests <= attack.e404_lock_freq || count.held) return;
-  state.missing.Hold(client, now + attack.e404_lock_time);
+  const bool first = context.log_only ? count.requests == attack.e404_lock_freq + 1
+                                      : count.requests > attack.e404_lock_freq && !count.held;
+  if (!first) return;
+  if (!context.log_only) state.missing.Hold(client, now + attack.e404_lock_time);
 
   CheckResult note;
   const Language language = context.config.language;
@@ -237,8 +253,13 @@ void NotFoundCheck(const RequestFacts& facts, const CheckContext& context, Check
   note.item = Message(language, MessageId::kScanItem);
   note.reason = Message(language, MessageId::kScanDenied);
   note.detail = note.reason;
-  context.recorder.RecordNote(facts, context, note);
   context.recorder.RecordStatistics("e404", facts.client_ip, "-");
+  if (context.log_only) {
+    note.status = kBlocked;
+    result = std::move(note);
+    return;
+  }
+  context.recorder.RecordNote(facts, context, note);
   if (!context.config.library_enabled) return;
   RequestLock(context, ClientList::kDeny, client, now, now + attack.e404_lock_time,
               {note.reason, note.item, note.category});

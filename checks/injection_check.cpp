@@ -92,7 +92,8 @@ class CInjectionRun {
         result_(result),
         site_(context.config),
         sql_(context.config.sql),
-        language_(site_.language) {}
+        language_(site_.language),
+        charset_(CharsetOfBody(facts.content_type, facts.raw_body)) {}
 
   void Run() {
     result_.log = 0;
@@ -117,8 +118,7 @@ class CInjectionRun {
   bool CheckCharset() {
     const bool body = !facts_.raw_body.empty();
     if (!(body ? sql_.post : sql_.get) || (!body && facts_.query.empty())) return false;
-    const BodyCharset charset = CharsetOfBody(facts_.content_type, facts_.raw_body);
-    if (charset == BodyCharset::kAscii || (charset == BodyCharset::kWide && body)) return false;
+    if (charset_ == BodyCharset::kAscii || (charset_ == BodyCharset::kWide && body)) return false;
     InjectionRule rule;
     rule.shown = NamedCharset(facts_.content_type);
     rule.identifier = kCharsetIdentifier;
@@ -149,11 +149,11 @@ class CInjectionRun {
   bool CheckPost() {
     const bool xss = sql_.xss && sql_.xss_post;
     if ((!sql_.post && !xss) || facts_.body.empty()) return false;
-    if (CharsetOfBody(facts_.content_type, facts_.raw_body) == BodyCharset::kWide) {
+    if (charset_ == BodyCharset::kWide) {
       const std::string wide = WideToUtf8(facts_.raw_body);
       const std::string whole = DecodeBody(wide);
       Hit hit;
-      return JudgeValues({sql_.post != 0, sql_.post_super_mode != 0, xss}, site_.post_rules, hit,
+      return JudgeValues(JudgeFor({sql_.post != 0, sql_.post_super_mode != 0, xss}, site_.post_rules), hit,
                          [&](const ValueVisitor& visit) {
                            return visit({{}, whole, RequestValue::kConverted}) &&
                                   ForEachBodyValue(facts_.content_type, wide, visit);
@@ -161,16 +161,20 @@ class CInjectionRun {
              BlockValue(kPost, hit);
     }
     return CheckText(
-        kPost, facts_.body, {sql_.post != 0, sql_.post_super_mode != 0, xss}, site_.post_rules,
+        kPost, facts_.body, {sql_.post != 0, sql_.post_super_mode != 0, xss, true}, site_.post_rules,
         [this](const ValueVisitor& visit) { return ForEachBodyValue(facts_.content_type, facts_.raw_body, visit); });
   }
 
   using Walk = std::function<bool(const ValueVisitor&)>;
 
-  /// Each value of a place by itself.
-  bool JudgeValues(ValueSwitches switches, const CKeywordRules& rules, Hit& hit, const Walk& for_each) const {
+  CValueJudge JudgeFor(ValueSwitches switches, const CKeywordRules& rules) const {
     switches.detector = switches.detector && switches.sql;
-    CValueJudge judge(sql_, context_.library, rules, switches);
+    switches.xss_forms = switches.xss_forms && switches.xss;
+    return {sql_, context_.library, rules, switches};
+  }
+
+  /// Each value of a place by itself.
+  static bool JudgeValues(CValueJudge judge, Hit& hit, const Walk& for_each) {
     if (for_each([&judge](const RequestValue& value) { return !judge.Judge(value); })) return false;
     const ValueHit& found = judge.Hit();
     hit.sql = found.sql;
@@ -199,8 +203,8 @@ class CInjectionRun {
     const JudgedText text = lowered.Judged();
     Hit hit;
     if (!(switches.sql && ((switches.detector && Detect(text, true, hit)) || MatchRules(text, rules, hit)))) {
-      if (JudgeValues(switches, rules, hit, for_each)) return BlockValue(place, hit);
-      if (!switches.xss || !DetectXss(text, true, hit)) return false;
+      if (JudgeValues(JudgeFor(switches, rules), hit, for_each)) return BlockValue(place, hit);
+      if (!switches.xss || !(switches.xss_forms ? DetectTags(text, hit) : DetectXss(text, true, hit))) return false;
     }
     const CShownText shown = ShownOf(place.place, original);
     HitTexts texts = TextsOf(hit, text, shown);
@@ -232,13 +236,15 @@ class CInjectionRun {
   }
 
   bool JudgeHeaderValues(bool xss, Hit& hit) const {
-    for (const HeaderEntry& header : facts_.headers) {
-      const Walk walk = [&header](const ValueVisitor& visit) { return ForEachValueOf(header, visit); };
-      if (!JudgeValues({sql_.header != 0, sql_.header_super_mode != 0, xss}, site_.header_rules, hit, walk)) continue;
-      hit.header = &header;
-      return true;
-    }
-    return false;
+    return JudgeValues(JudgeFor({sql_.header != 0, sql_.header_super_mode != 0, xss}, site_.header_rules), hit,
+                       [&](const ValueVisitor& visit) {
+                         for (const HeaderEntry& header : facts_.headers) {
+                           hit.header = &header;
+                           if (!ForEachValueOf(header, visit)) return false;
+                         }
+                         hit.header = nullptr;
+                         return true;
+                       });
   }
 
   bool Detect(const JudgedText& text, bool per_parameter, Hit& hit) const {
@@ -253,6 +259,11 @@ class CInjectionRun {
 
   bool DetectXss(const JudgedText& text, bool per_parameter, Hit& hit) const {
     hit.xss = XssDetector::CheckText(text, sql_, context_.library, &hit.fragment, per_parameter);
+    return hit.IsXss();
+  }
+
+  bool DetectTags(const JudgedText& text, Hit& hit) const {
+    hit.xss = XssDetector::TagCheck(text, sql_, context_.library, &hit.fragment, true);
     return hit.IsXss();
   }
 
@@ -378,6 +389,7 @@ class CInjectionRun {
   const WebsiteConfig& site_;
   const InjectionSettings& sql_;
   const Language language_;
+  const BodyCharset charset_;
 };
 
 }  // namespace

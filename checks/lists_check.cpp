@@ -1,10 +1,10 @@
 #include "checks/lists_check.h"
 
 #include <initializer_list>
-#include <memory>
 #include <string>
 #include <string_view>
 
+#include "checks/access_block.h"
 #include "common/messages.h"
 #include "config/website_config.h"
 
@@ -59,7 +59,7 @@ class CListsRun {
     if (lists_.status_rf && IsIn(prepared_.allow_rfs, facts_.referer)) return true;
     if (lists_.status_spider && site_.addresses.website_lists_allow_spider_ips.Contains(client_)) return true;
     if (!lists_.status_iparea) return false;
-    return IsInArea(site_.addresses.website_lists_allow_area_ips, prepared_.allow_areas) ||
+    return IsInArea(client_, site_.addresses.website_lists_allow_area_ips, prepared_.allow_areas, context_) ||
            prepared_.allow_ips.Contains(client_);
   }
 
@@ -74,7 +74,7 @@ class CListsRun {
   }
 
   void CheckBlack() {
-    if (lists_.status_url && prepared_.deny_urls.Matches(facts_.raw_url, facts_.path)) {
+    if (lists_.status_url && IsBlackUrl()) {
       Block(MessageId::kUrlBlacklist, T(MessageId::kUrlIsListed));
       LockIf(lists_.url_lock_use_firewall);
     } else if (lists_.status_ua && CheckHeader(prepared_.deny_uas, facts_.user_agent, kUserAgentTexts)) {
@@ -85,7 +85,8 @@ class CListsRun {
       BlockAs(MessageId::kListsCategory, MessageId::kMaliciousIpBlacklist, T(MessageId::kMaliciousIp), "malice");
     } else if (lists_.status_iparea && prepared_.deny_ips.Contains(client_)) {
       Block(MessageId::kIpBlacklist, T(MessageId::kIpIsListed));
-    } else if (lists_.status_iparea && IsInArea(site_.addresses.website_lists_deny_area_ips, prepared_.deny_areas)) {
+    } else if (lists_.status_iparea &&
+               IsInArea(client_, site_.addresses.website_lists_deny_area_ips, prepared_.deny_areas, context_)) {
       Block(MessageId::kAreaBlacklist, T(MessageId::kAreaIsListed));
     }
   }
@@ -94,14 +95,9 @@ class CListsRun {
     return value.empty() ? list.HoldsEmpty() : !list.FirstIn(value).empty();
   }
 
-  /// Areas come as names to be looked up in the library and, resolved by the firewall service, as address ranges.
-  bool IsInArea(const CIpRanges& ranges, const CAreaNames& names) const {
-    if (ranges.Contains(client_)) return true;
-    const CAddressLibraries* const libraries = context_.state.libraries;
-    if (names.Empty() || libraries == nullptr) return false;
-    const std::shared_ptr<const CAreaLibrary> library = libraries->Areas(client_.IsIpv4());
-    const Area* const area = library->Find(client_);
-    return area != nullptr && names.Contains(*area);
+  bool IsBlackUrl() const {
+    return !prepared_.deny_urls.Empty() &&
+           prepared_.deny_urls.Matches(facts_.raw_url, facts_.path, RequestPaths(facts_));
   }
 
   bool IsMalicious() const {

@@ -48,7 +48,6 @@ bool IsPassword(const CVisitorProofs& proofs, std::string_view typed, const std:
 
 void PasswordCheck(const RequestFacts& facts, const CheckContext& context, CheckResult& result) {
   const ResponseSettings& response = context.config.response;
-  if (!response.passwd || response.passwd_key.empty()) return;
   CheckState& state = context.state;
   const std::int64_t now = state.clock();
   const CIpAddress client = ClientAddress(facts);
@@ -70,8 +69,8 @@ void PasswordCheck(const RequestFacts& facts, const CheckContext& context, Check
       }
       state.wrong_passwords.Remove(client);
       result.request.answer.location = FormAction(facts.raw_url);
-      result.request.answer.cookie =
-          Cookie(kCookie, proofs->Make(ProofKind::kAuthorized, client, now + seconds), seconds, facts);
+      result.request.answer.cookie = Cookie(
+          kCookie, proofs->Make(ProofKind::kAuthorized, client, now + seconds, response.passwd_key), seconds, facts);
       result.status = kBlocked;
       result.log = 0;
       return;
@@ -90,7 +89,7 @@ void PasswordCheck(const RequestFacts& facts, const CheckContext& context, Check
       return;
     }
   }
-  if (proofs->Read(ProofKind::kAuthorized, client, now, cookie)) result.status = kAllowed;
+  if (proofs->Read(ProofKind::kAuthorized, client, now, cookie, response.passwd_key)) result.status = kAllowed;
 }
 
 }  // namespace qiv

@@ -26,13 +26,15 @@ struct HeaderEntry {
   std::string value;
 };
 
-/// Texts are in the local code page (GBK) unless said otherwise. Filled once, when the request begins; nothing changes
-/// it afterwards, and all notifications of the request read the same one.
+/// Texts are in the local code page (GBK) unless said otherwise. Filled once, when the request begins; nothing but
+/// path_readings changes afterwards, and all notifications of the request, which never run at once, read the same one.
 struct RequestFacts {
   std::string host;      ///< cooked host without a default port, then the Host header as sent when present
   std::string site_url;  ///< scheme + host + path
   std::string path;      ///< before "?", normalised
   std::string raw_url;   ///< path and query exactly as sent
+  /// The readings of the path (PathReadings). RequestPaths makes them when a check first asks, for all that ask later.
+  mutable std::vector<std::string> path_readings;
   std::string query;     ///< after the first "?", trimmed and normalised
   std::string full_url;  ///< site_url + "?" + query, the latter two when there is a query
   std::string body;      ///< decoded, normalised, lower-cased

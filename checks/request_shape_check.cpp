@@ -90,7 +90,6 @@ constexpr ListingForm kListings[] = {
 
 void OverflowCheck(const RequestFacts& facts, const CheckContext& context, CheckResult& result) {
   const AttackSettings& attack = context.config.attack;
-  if (attack.overflow == 0) return;
   if (attack.overflow_url_maxlen != 0 && facts.raw_url.size() > attack.overflow_url_maxlen) {
     const std::string sizes = Exceeds(facts.raw_url.size(), attack.overflow_url_maxlen);
     return BlockOverflow(MessageId::kOverflowUrl, sizes, facts, context, result);
@@ -115,7 +114,7 @@ void OverflowCheck(const RequestFacts& facts, const CheckContext& context, Check
 
 void SpiderCheck(const RequestFacts& facts, const CheckContext& context, CheckResult& result) {
   const AttackSettings& attack = context.config.attack;
-  if (attack.spider == 0 || facts.user_agent.empty()) return;
+  if (facts.user_agent.empty()) return;
   const PreparedAccess& access = context.config.access;
   const std::string agent = CCharSet::LowerBytes(facts.user_agent);
   AccessBlock block{.kind = kKindShape,
@@ -142,8 +141,6 @@ void SpiderCheck(const RequestFacts& facts, const CheckContext& context, CheckRe
 }
 
 void ProxyCheck(const RequestFacts& facts, const CheckContext& context, CheckResult& result) {
-  const AttackSettings& attack = context.config.attack;
-  if (attack.agent == 0) return;
   const bool has_via = std::any_of(facts.headers.begin(), facts.headers.end(),
                                    [](const HeaderEntry& header) { return header.number == kViaHeader; });
   if (!facts.proxy_seen && !has_via) return;
@@ -158,7 +155,8 @@ void ProxyCheck(const RequestFacts& facts, const CheckContext& context, CheckRes
 
 void UrlCheck(const RequestFacts& facts, const CheckContext& context, CheckResult& result) {
   const BaseSettings& base = context.config.base;
-  if (base.xforwardedfor != 0 && !IsForwardedList(facts.forwarded_for_as_sent)) {
+  const std::string& forwarded = facts.forwarded_for_as_sent;
+  if (base.xforwardedfor != 0 && !forwarded.empty() && !IsForwardedList(forwarded)) {
     return BlockUrl(MessageId::kUrlForgedForwarded, {}, facts, context, result);
   }
   if (base.url == 0) return;
@@ -172,7 +170,7 @@ void UrlCheck(const RequestFacts& facts, const CheckContext& context, CheckResul
 
 void MethodCheck(const RequestFacts& facts, const CheckContext& context, CheckResult& result) {
   const RequestSettings& request = context.config.request;
-  if (request.type == 0 || context.config.access.types.Admits(facts.method)) return;
+  if (context.config.access.types.Admits(facts.method)) return;
   BlockAccess({.kind = kKindShape,
                .category = MessageId::kShapeCategory,
                .item = MessageId::kMethodItem,
@@ -184,8 +182,7 @@ void MethodCheck(const RequestFacts& facts, const CheckContext& context, CheckRe
 }
 
 void DirectoryListingCheck(const RequestFacts& facts, const CheckContext& context, CheckResult& result) {
-  const BaseSettings& base = context.config.base;
-  if (base.url == 0 || base.url_dir_list == 0 || context.response_body.empty()) return;
+  if (context.response_body.empty()) return;
   if (!PathOfUrl(facts.raw_url).ends_with('/')) return;
   const std::string body = CCharSet::LowerBytes(context.response_body);
   const bool listing = std::any_of(std::begin(kListings), std::end(kListings), [&body](const ListingForm& form) {

@@ -1,8 +1,10 @@
 #include "checks/request_values.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
 
+#include "base/hex.h"
 #include "common/char_set.h"
 #include "common/multipart.h"
 #include "common/text.h"
@@ -23,6 +25,13 @@ std::string_view TakePiece(std::string_view* rest, char separator) {
   return piece;
 }
 
+/// Whether a name may be one: "<svg onload=alert(1)>" has none, and is one text.
+bool IsFieldName(std::string_view name, RequestValue::Encoding encoding) {
+  if (std::all_of(name.begin(), name.end(), [](char c) { return IsWordByte(c) || c == '.' || c == '-'; })) return true;
+  std::string room;
+  return RequestValue{{}, name, encoding}.Decoded(&room).find_first_of("<>\"'") == kEnd;
+}
+
 bool VisitPairs(std::string_view text, char separator, RequestValue::Encoding encoding, const ValueVisitor& visit) {
   while (!text.empty()) {
     const std::string_view piece = Trim(TakePiece(&text, separator));
@@ -31,6 +40,7 @@ bool VisitPairs(std::string_view text, char separator, RequestValue::Encoding en
     const std::string_view value = equals == kEnd ? piece : piece.substr(equals + 1);
     if (!name.empty() && !visit({{}, name, encoding})) return false;
     if (!value.empty() && !visit({name, value, encoding})) return false;
+    if (!name.empty() && !IsFieldName(name, encoding) && !visit({{}, piece, encoding})) return false;
   }
   return true;
 }
@@ -87,10 +97,6 @@ bool VisitXml(std::string_view text, const ValueVisitor& visit) {
   return true;
 }
 
-}  // namespace
-
-namespace {
-
 /// The type of a form that is no multipart form, or none.
 bool IsFormType(std::string_view content_type) {
   return Trim(content_type).empty() || FindNoCase(content_type, "urlencoded") != kEnd;
@@ -105,24 +111,50 @@ bool LooksLikeJson(std::string_view text) {
   return head == '[' || (head == '{' && second < text.size() && text[second] == '"');
 }
 
+namespace {
+
+/// What stands in JSON outside of strings, and is no JSON: another kind of text, or strings in other quotes.
+bool VisitOutside(std::string_view gap, const ValueVisitor& visit) {
+  static constexpr auto kIsJson = [] {
+    std::array<bool, 256> table{};
+    for (const char c : std::string_view("{}[]:,+-.0123456789eEtruefalsn \t\r\n"))
+      table[static_cast<unsigned char>(c)] = true;
+    return table;
+  }();
+  const auto is_json = [](char c) { return kIsJson[static_cast<unsigned char>(c)]; };
+  return std::all_of(gap.begin(), gap.end(), is_json) || visit({{}, gap, RequestValue::kPlain});
+}
+
+/// The inside of a JSON string: up to the first quote behind an even number of backslashes.
+std::string_view StringAt(std::string_view text, std::size_t begin) {
+  for (std::size_t end = text.find('"', begin); end != kEnd; end = text.find('"', end + 1)) {
+    std::size_t slashes = end;
+    while (slashes > begin && text[slashes - 1] == '\\') --slashes;
+    if ((end - slashes) % 2 == 0) return text.substr(begin, end - begin);
+  }
+  return text.substr(begin);
+}
+
 /// A broken one is read to its end. In UTF-8 no byte of a character looks like a quote or a backslash.
-bool ForEachJsonValue(std::string_view text, const ValueVisitor& visit) {
+bool VisitJson(std::string_view text, bool outside, const ValueVisitor& visit) {
   std::string_view name;
-  for (std::size_t at = text.find('"'); at != kEnd; at = text.find('"', at + 1)) {
-    const std::size_t begin = at + 1;
-    at = begin;
-    while (at < text.size() && text[at] != '"') at += text[at] == '\\' ? 2 : 1;
-    if (at >= text.size()) at = kEnd;
-    const std::string_view string = text.substr(begin, at == kEnd ? kEnd : at - begin);
-    std::size_t next = at == kEnd ? text.size() : at + 1;
+  std::size_t gap = 0;
+  for (std::size_t at = text.find('"'); at != kEnd; at = text.find('"', gap)) {
+    if (outside && !VisitOutside(text.substr(gap, at - gap), visit)) return false;
+    const std::string_view string = StringAt(text, at + 1);
+    gap = std::min(at + 1 + string.size() + 1, text.size());
+    std::size_t next = gap;
     while (next < text.size() && IsSpace(text[next])) ++next;
     const bool is_name = next < text.size() && text[next] == ':';
     if (!string.empty() && !visit({is_name ? std::string_view() : name, string, RequestValue::kJson})) return false;
     name = is_name ? string : std::string_view();
-    if (at == kEnd) break;
   }
-  return true;
+  return !outside || VisitOutside(text.substr(gap), visit);
 }
+
+}  // namespace
+
+bool ForEachJsonValue(std::string_view text, const ValueVisitor& visit) { return VisitJson(text, false, visit); }
 
 namespace {
 
@@ -161,6 +193,26 @@ std::string UnescapeJson(std::string_view text) {
   return plain;
 }
 
+/// "%XX" and "+"; false when the text holds an escape of another kind.
+bool DecodeForm(std::string_view text, std::string* room) {
+  room->clear();
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    char c = text[at];
+    if (c == '+') {
+      c = ' ';
+    } else if (c == '%') {
+      const int byte = EscapedByte(text, at);
+      if (byte < 0 && at + 1 < text.size() && LowerByte(text[at + 1]) == 'u') return false;
+      if (byte >= 0) {
+        c = static_cast<char>(byte);
+        at += 2;
+      }
+    }
+    room->push_back(c);
+  }
+  return true;
+}
+
 }  // namespace
 
 std::string_view RequestValue::Decoded(std::string* room, std::size_t most) const {
@@ -186,10 +238,12 @@ std::string_view RequestValue::Decoded(std::string* room, std::size_t most) cons
     case kCookie:
       break;
   }
-  if (text.find_first_of("%+") == kEnd) return text;
-  *room = text;
-  std::replace(room->begin(), room->end(), '+', ' ');
-  *room = PercentDecode(*room);
+  if (text.find('%') == kEnd && text.find('+') == kEnd) return text;
+  if (!DecodeForm(text, room)) {
+    *room = text;
+    std::replace(room->begin(), room->end(), '+', ' ');
+    *room = PercentDecode(*room);
+  }
   if (encoding == kQuery && room->find('%') != kEnd) *room = PercentDecode(*room);
   return *room;
 }
@@ -233,7 +287,7 @@ bool ForEachBodyValue(std::string_view content_type, std::string_view body, cons
     case BodyForm::kForm:
       return true;
     case BodyForm::kJson:
-      return ForEachJsonValue(body, visit);
+      return VisitJson(body, true, visit);
     case BodyForm::kXml:
       return VisitXml(body, visit);
     case BodyForm::kMultipart: {

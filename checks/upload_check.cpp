@@ -83,9 +83,9 @@ class CUploadRun {
   void Run() {
     Search();
     result_.request.form_scanned =
-        form_ && base_.upload && base_.upload_file && !partial_ && result_.status == kUndecided;
+        taken_ && base_.upload && base_.upload_file && !unscanned_ && result_.status == kUndecided;
     if (!partial_ || result_.status == kBlocked) return;
-    RecordNoteScan({"File", {}, MessageId::kUploadItem}, "upload", facts_, context_);
+    RecordPartialScan({"File", {}, MessageId::kUploadItem}, "upload", facts_, context_);
   }
 
  private:
@@ -99,6 +99,7 @@ class CUploadRun {
     } else if (facts_.method == "PUT" && context_.config.extended.body) {
       CheckPut();
     } else if (IsUploadBody(facts_)) {
+      taken_ = true;
       Item item;
       item.content_type = facts_.content_type;
       item.is_file = true;
@@ -113,6 +114,7 @@ class CUploadRun {
   /// The path says where the body is to be saved. What calls itself data of an application and holds no script may be
   /// sent to a script: its name is not looked at.
   void CheckPut() {
+    taken_ = true;
     std::string_view path = std::string_view(facts_.raw_url).substr(0, facts_.raw_url.find('?'));
     path.remove_prefix(path.rfind('/') + 1);
     Item item;
@@ -126,7 +128,7 @@ class CUploadRun {
   }
 
   void CheckForm() {
-    form_ = true;
+    taken_ = true;
     const MultipartFault fault =
         ForEachPart(facts_.content_type, facts_.raw_body, [&](const MultipartPart& part) { return !CheckPart(part); });
     if (fault != MultipartFault::kNone && result_.status == kUndecided && base_.upload) {
@@ -228,7 +230,7 @@ class CUploadRun {
     if (item.script_name) {
       return Block(item, MessageId::kUploadScriptTooLong, std::to_string(content.size()), kWebshellStatistics);
     }
-    partial_ = true;
+    partial_ = unscanned_ = true;
     return Scan(item, content.substr(script, std::min(CQivLibs::kLongestText, scan_left_)));
   }
 
@@ -257,6 +259,7 @@ class CUploadRun {
       } else if (item.script_name) {
         blocked = Block(item, MessageId::kUploadScriptTooLong, std::to_string(part.size()), kWebshellStatistics);
       }
+      unscanned_ = unscanned_ || !fits;
       partial_ = partial_ || !fits;
       return fits && !blocked;
     });
@@ -334,9 +337,10 @@ class CUploadRun {
   CheckResult& result_;
   const BaseSettings& base_;
   const RequestSettings& request_;
-  std::size_t scan_left_;  // bytes
-  bool form_ = false;      // the body is a form, and was taken apart
-  bool partial_ = false;   // limits kept something from being examined
+  std::size_t scan_left_;   // bytes
+  bool taken_ = false;      // the body is a form that was taken apart, or was taken as one file
+  bool unscanned_ = false;  // limits kept something from being scanned
+  bool partial_ = false;    // or a scan from following something, which another would not follow either
 };
 
 }  // namespace

@@ -135,13 +135,16 @@ int OverlongAt(std::string_view text, std::size_t at, std::size_t* length) {
     *length = 2;
     return static_cast<int>((byte(0) & 1) << 6 | (byte(1) & 0x3F));
   }
-  if (byte(0) == 0xE0 && (byte(1) == 0x80 || byte(1) == 0x81) && is_tail(2)) {
-    *length = 3;
-    return static_cast<int>((byte(1) & 1) << 6 | (byte(2) & 0x3F));
+  // Up to the six bytes that the first definition of UTF-8 knew.
+  constexpr unsigned kLeads[] = {0xE0, 0xF0, 0xF8, 0xFC};
+  const auto* const lead = std::find(std::begin(kLeads), std::end(kLeads), byte(0));
+  if (lead == std::end(kLeads)) return -1;
+  *length = static_cast<std::size_t>(lead - std::begin(kLeads)) + 3;
+  for (std::size_t i = 1; i + 2 < *length; ++i) {
+    if (byte(i) != 0x80) return -1;
   }
-  if (byte(0) == 0xF0 && byte(1) == 0x80 && (byte(2) == 0x80 || byte(2) == 0x81) && is_tail(3)) {
-    *length = 4;
-    return static_cast<int>((byte(2) & 1) << 6 | (byte(3) & 0x3F));
+  if ((byte(*length - 2) & 0xFE) == 0x80 && is_tail(*length - 1)) {
+    return static_cast<int>((byte(*length - 2) & 1) << 6 | (byte(*length - 1) & 0x3F));
   }
   return -1;
 }
@@ -246,6 +249,9 @@ class CForm {
   CForm(std::string_view path, const UrlSwitches& switches)
       : switches_(switches), lower_(CCharSet::LowerBytes(path)), names_(NamesOf(lower_)) {}
 
+  /// Without those that are empty, in lower case.
+  const std::vector<std::string_view>& Names() const { return names_; }
+
   UrlJudgement Judge() const {
     for (std::size_t i = 0; i < names_.size(); ++i) {
       const UrlFault fault = FaultOf(i);
@@ -295,8 +301,10 @@ class CForm {
   }
 
   static bool IsBadName(std::string_view name) {
-    if (IsDevice(name) || name.find("::") != kNone || name.find(":$") != kNone) return true;
-    if (name.size() == 2 && IsLetter(name[0]) && name[1] == ':') return true;
+    if (IsDevice(name) || name.find(":$") != kNone) return true;
+    const std::size_t colon = name.find(':');
+    if (colon == 1 && name.size() == 2 && IsLetter(name[0])) return true;
+    if (colon != kNone && IsScriptExtension(ExtensionOf(name.substr(0, colon)))) return true;
     const std::string_view stored = WithoutTrailing(name);
     return stored.size() < name.size() && IsScriptExtension(ExtensionOf(stored));
   }
@@ -379,24 +387,25 @@ bool IsForwardedItem(std::string_view item) {
 }  // namespace
 
 UrlJudgement JudgeUrlPath(std::string_view path, const UrlSwitches& switches) {
-  const std::size_t plain_ups = PlainUps(path);
-  std::string form(path);
+  std::string text(path);
   for (int decodings = 0; decodings <= kMostDecodings; ++decodings) {
     if (decodings > 0) {
-      if (form.find('%') == std::string::npos) break;
-      std::string next = DecodedOnce(form);
-      if (next == form) break;
-      form = std::move(next);
+      if (text.find('%') == std::string::npos) break;
+      std::string next = DecodedOnce(text);
+      if (next == text) break;
+      text = std::move(next);
     }
-    if (HoldsControl(form)) return {UrlFault::kControlByte, {}};
+    if (HoldsControl(text)) return {UrlFault::kControlByte, {}};
+    const CForm form(text, switches);
+    const bool ascii = CCharSet::IsAscii(text);
     bool overlong = false;
-    const std::string folded = CCharSet::IsAscii(form) ? form : Folded(form, &overlong);
-    const std::vector<std::string_view> names = NamesOf(folded);
+    const std::string folded = ascii ? std::string() : Folded(text, &overlong);
+    const std::vector<std::string_view> names = ascii ? form.Names() : NamesOf(folded);
     const Climb climb = ClimbOf(names);
-    if (climb.above || climb.ups > plain_ups) return {UrlFault::kTraversal, ShownUp(names)};
+    if (climb.above || (climb.ups > 0 && climb.ups > PlainUps(path))) return {UrlFault::kTraversal, ShownUp(names)};
     // The same bytes may be two Chinese characters; only a text that is none at all is at fault by itself.
-    if (overlong && (HoldsControl(folded) || !IsWholeGbk(form))) return {UrlFault::kOverlong, {}};
-    UrlJudgement judgement = CForm(form, switches).Judge();
+    if (overlong && (HoldsControl(folded) || !IsWholeGbk(text))) return {UrlFault::kOverlong, {}};
+    UrlJudgement judgement = form.Judge();
     if (judgement.fault != UrlFault::kNone) return judgement;
   }
   return {};

@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "base/hex.h"
+#include "common/char_set.h"
 #include "common/text.h"
 
 namespace qiv {
@@ -76,6 +77,7 @@ bool DropLonePercents(std::string_view raw, std::string* without) {
 }  // namespace
 
 bool FoldWestern(std::string_view text, std::string* folded) {
+  if (CCharSet::IsAscii(text)) return false;
   std::size_t kept = 0;
   bool telling = false;
   folded->clear();
@@ -100,23 +102,20 @@ bool FoldWestern(std::string_view text, std::string* folded) {
   return true;
 }
 
-bool ForEachForm(const RequestValue& value, const std::function<bool(const ValueForm&)>& visit) {
-  std::string room;
-  std::string folded;
+bool ForEachForm(const RequestValue& value, ValueFormRoom* room, const std::function<bool(const ValueForm&)>& visit) {
   const auto visit_both = [&](std::string_view text, bool is_sent) {
     if (!visit({text, is_sent})) return false;
-    return !FoldWestern(text, &folded) || visit({folded, false});
+    return !FoldWestern(text, &room->folded) || visit({room->folded, false});
   };
-  const std::string_view decoded = value.Decoded(&room);
+  const std::string_view decoded = value.Decoded(&room->decoded);
   if (!visit_both(decoded, value.IsSent(decoded))) return false;
   const bool undecoded = value.encoding == RequestValue::kPercent || value.encoding == RequestValue::kCookie;
   if (undecoded && decoded != value.raw && !visit({value.raw, true})) return false;
   const bool asp = value.encoding == RequestValue::kQuery || value.encoding == RequestValue::kForm ||
                    value.encoding == RequestValue::kCookie;
-  std::string without;
-  if (!asp || !DropLonePercents(value.raw, &without)) return true;
-  const RequestValue dropped{value.name, without, value.encoding};
-  return visit_both(dropped.Decoded(&room), false);
+  if (!asp || !DropLonePercents(value.raw, &room->without)) return true;
+  const RequestValue dropped{value.name, room->without, value.encoding};
+  return visit_both(dropped.Decoded(&room->decoded), false);
 }
 
 }  // namespace qiv

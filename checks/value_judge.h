@@ -2,13 +2,17 @@
 //
 // The whole text of a place is judged by the check itself; here each value is asked for SQL by its form
 // (sql_expression_detector.h), and every form that the whole text does not hold is judged by the rules and detectors as
-// well: strings of JSON unescaped, cookies decoded, runs of blanks and comments squeezed.
+// well: strings of JSON unescaped, cookies decoded, runs of blanks and comments squeezed. Most values are let go at one
+// look (plain_value.h).
 #pragma once
 
+#include <array>
+#include <cstddef>
 #include <string>
 #include <string_view>
 
 #include "checks/request_values.h"
+#include "checks/value_forms.h"
 #include "config/website_config.h"
 #include "engines/injection/injection_library.h"
 #include "engines/injection/keyword_rules.h"
@@ -32,9 +36,10 @@ struct ValueSwitches {
   bool sql = false;       ///< keyword rules
   bool detector = false;  ///< and what is found without them
   bool xss = false;
+  bool xss_forms = false;  ///< scripting by its form also in what the whole text holds
 };
 
-/// One walk over the values of a place. No argument is owned.
+/// Walks over the values of a place. No argument is owned.
 class CValueJudge {
  public:
   CValueJudge(const InjectionSettings& settings, const InjectionLibrary& library, const CKeywordRules& rules,
@@ -46,9 +51,17 @@ class CValueJudge {
   const ValueHit& Hit() const { return hit_; }
 
  private:
+  // JSON in a parameter, and JSON in a string of that, are looked into.
+  static constexpr std::size_t kMostNested = 2;
+
   bool JudgeForm(const RequestValue& value, std::string_view text, bool is_sent);
-  bool JudgeByRules(const RequestValue& value, std::string_view text, bool squeeze);
+  bool FindExpression(const RequestValue& value, std::string_view text);
+  bool JudgeByRules(const RequestValue& value, std::string_view text);
+  bool JudgeSqueezed(const RequestValue& value, std::string_view text);
+  bool FindScript(const RequestValue& value, std::string_view text, bool forms_only);
   bool JudgeNested(const RequestValue& value, std::string_view text);
+  /// The text and its lower-case copy as they would stand in a form: rules know what is before a value and behind it.
+  JudgedText InForm(std::string_view text);
   /// Keeps the text as "name=value"; the offset of the value in it.
   std::size_t Keep(const RequestValue& value, std::string_view text);
 
@@ -57,9 +70,12 @@ class CValueJudge {
   const CKeywordRules& rules_;
   const ValueSwitches switches_;
   ValueHit hit_;
-  int depth_ = 0;
-  std::string squeezed_;
+  std::size_t depth_ = 0;
+  // Kept from value to value: few of them take memory.
+  std::array<ValueFormRoom, kMostNested + 1> rooms_;
+  std::string exact_;
   std::string lowered_;
+  std::string squeezed_;
 };
 
 }  // namespace qiv

@@ -74,18 +74,18 @@ std::string CVisitorProofs::TagOf(std::string_view purpose, const CIpAddress& cl
   return TagText(cmac_.Of(message));
 }
 
-std::string CVisitorProofs::Make(ProofKind kind, const CIpAddress& client, std::int64_t end) const {
-  const char letter = static_cast<char>(kind);
+std::string CVisitorProofs::Make(ProofKind kind, const CIpAddress& client, std::int64_t end,
+                                 std::string_view secret) const {
   const std::string time = HexText(static_cast<std::uint64_t>(end), kTimeDigits);
-  return time + "." + TagOf({&letter, 1}, client, time);
+  return time + "." + TagOf(static_cast<char>(kind) + std::string(secret), client, time);
 }
 
 std::optional<std::int64_t> CVisitorProofs::Read(ProofKind kind, const CIpAddress& client, std::int64_t now,
-                                                 std::string_view text) const {
+                                                 std::string_view text, std::string_view secret) const {
   if (text.size() != kTimeDigits + 1 + kTagDigits || text[kTimeDigits] != '.') return std::nullopt;
-  const char letter = static_cast<char>(kind);
+  const std::string purpose = static_cast<char>(kind) + std::string(secret);
   const std::string_view time = text.substr(0, kTimeDigits);
-  if (!EqualInConstantTime(text.substr(kTimeDigits + 1), TagOf({&letter, 1}, client, time))) return std::nullopt;
+  if (!EqualInConstantTime(text.substr(kTimeDigits + 1), TagOf(purpose, client, time))) return std::nullopt;
   const std::optional<std::int64_t> end = TimeOf(time);
   return end && *end > now ? end : std::nullopt;
 }

@@ -37,10 +37,11 @@ class CVisitorProofs {
   /// `key`: 16 random bytes, the same in all worker processes.
   explicit CVisitorProofs(std::string_view key) : cmac_(key) {}
 
-  std::string Make(ProofKind kind, const CIpAddress& client, std::int64_t end) const;
+  /// `secret`: what was known, where something had to be: a proof is worth nothing once it has changed.
+  std::string Make(ProofKind kind, const CIpAddress& client, std::int64_t end, std::string_view secret = {}) const;
   /// The end of a proof that is genuine and in force at `now`.
-  std::optional<std::int64_t> Read(ProofKind kind, const CIpAddress& client, std::int64_t now,
-                                   std::string_view text) const;
+  std::optional<std::int64_t> Read(ProofKind kind, const CIpAddress& client, std::int64_t now, std::string_view text,
+                                   std::string_view secret = {}) const;
 
   /// `page`: the number of the kind of page. A page's token differs from the one before by `nonce`.
   std::string MakePage(std::uint32_t page, const CIpAddress& client, std::int64_t now, std::uint64_t nonce) const;

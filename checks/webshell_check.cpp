@@ -73,7 +73,7 @@ class CWebshellRun {
     if (partial_.empty() || result_.status == kBlocked) return;
     WebshellPlace place;
     place.place = partial_;
-    RecordNoteScan(place, "webshell", facts_, context_);
+    RecordPartialScan(place, "webshell", facts_, context_);
   }
 
  private:
@@ -96,13 +96,14 @@ class CWebshellRun {
       direct_ = form == BodyForm::kRaw || form == BodyForm::kXml;
       // Most of a multipart form are files, which are not this check's: its fields are looked at one by one.
       const bool multipart = form == BodyForm::kMultipart;
-      scanned_ = multipart && result_.request.form_scanned;
+      scanned_ = result_.request.form_scanned && form != BodyForm::kForm && form != BodyForm::kJson;
       hints_ = multipart ? kHintCall : CodeHints(facts_.body);
       // Words can be written in escapes.
       const bool escaped = form == BodyForm::kJson && facts_.body.find("\\u00") != std::string_view::npos;
       if (escaped) hints_ |= kHintCall;
       // A script may begin like XML.
       if (form == BodyForm::kXml && hints_ != 0 && !visit({{}, facts_.raw_body, RequestValue::kPlain})) return;
+      scanned_ = scanned_ && form != BodyForm::kXml;  // its values were not
       if ((multipart || IsWorthAWalk(facts_.raw_body)) &&
           !ForEachBodyValue(facts_.content_type, facts_.raw_body, visit))
         return;

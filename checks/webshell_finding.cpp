@@ -47,8 +47,8 @@ void BlockWebshell(const WebshellPlace& place, const WebshellResult& found, cons
                facts, context, result);
 }
 
-void RecordNoteScan(const WebshellPlace& place, const char* check, const RequestFacts& facts,
-                    const CheckContext& context) {
+void RecordPartialScan(const WebshellPlace& place, const char* check, const RequestFacts& facts,
+                       const CheckContext& context) {
   const auto text = [&context](MessageId id) { return Message(context.config.language, id); };
   CheckResult note;
   note.check = check;

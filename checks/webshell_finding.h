@@ -31,7 +31,7 @@ void BlockWebshell(const WebshellPlace& place, const WebshellResult& found, cons
                    const CheckContext& context, CheckResult& result);
 
 /// Tells that of what was sent there not all was examined.
-void RecordNoteScan(const WebshellPlace& place, const char* check, const RequestFacts& facts,
-                    const CheckContext& context);
+void RecordPartialScan(const WebshellPlace& place, const char* check, const RequestFacts& facts,
+                       const CheckContext& context);
 
 }  // namespace qiv

@@ -57,12 +57,6 @@ std::optional<std::bitset<7>> ParseDays(std::string_view text) {
   return days;
 }
 
-CIpRanges Ranges(std::string_view list) {
-  CIpRanges ranges;
-  ranges.Add(list);
-  return ranges;
-}
-
 /// The readable items of a list; the others are named.
 template <typename Item>
 std::vector<Item> Items(std::string_view list, std::string_view key, std::optional<Item> (*parse)(std::string_view),
@@ -87,6 +81,15 @@ CTextList SpiderKeys(const std::vector<std::string>& keys, std::string_view name
   for (const std::string& key : keys) AppendAll(&list, {key, "|"});
   for (const std::string_view name : Split(names, ",")) AppendAll(&list, {name, "|"});
   return CTextList(CCharSet::LowerAscii(list));
+}
+
+/// "http://host" is the host, and not what begins alike.
+std::vector<std::string> Referers(std::string_view list) {
+  std::vector<std::string> items = BarItems(CCharSet::LowerAscii(list));
+  for (std::string& item : items) {
+    if (const std::size_t scheme = item.find("://"); scheme != std::string::npos) item.erase(0, scheme + 3);
+  }
+  return items;
 }
 
 MethodFilter Methods(std::string_view wrapped) {
@@ -168,20 +171,20 @@ PreparedAccess PrepareAccess(const WebsiteConfig& config, std::vector<MalformedI
   access.static_urls = CPathList(protect.static_urls);
   access.admin_urls = CPathList(protect.admin_urls);
   access.admin_white_urls = CPathList(protect.admin_white_urls);
-  access.admin_ips = Ranges(protect.admin_ips);
+  access.admin_ips = RangesOf(protect.admin_ips);
   access.admin_areas = CAreaNames(protect.admin_areas);
   access.timelimit_limit_urls = CPathList(protect.timelimit_limit_urls);
   access.timelimit_auth_times =
       Items(protect.timelimit_auth_times, "website_protect.timelimit_auth_times", &ParseTimeSpan, malformed);
   access.link_file_types = CExtensions(protect.link_file_types);
-  access.link_white_referers = BarItems(CCharSet::LowerAscii(protect.link_white_referers));
+  access.link_white_referers = Referers(protect.link_white_referers);
   access.link_empty_referer = std::erase(access.link_white_referers, "{$empty}") != 0 || protect.link_empty_refer != 0;
   access.link_white_urls = CPathList(protect.link_white_urls);
   access.type_file_types = CExtensions(protect.type_file_types);
   access.type_white_urls = CPathList(protect.type_white_urls);
   access.cc_file_type = CExtensions(attack.cc_file_type);
   access.cc_allow_urls = CPathList(attack.cc_allow_urls);
-  access.cc_allow_ips = Ranges(attack.cc_allow_ips);
+  access.cc_allow_ips = RangesOf(attack.cc_allow_ips);
   access.cc_allow_areas = CAreaNames(attack.cc_allow_areas);
   access.e404_free_type = CExtensions(attack.e404_free_type);
   access.overflow_httpheader_rules =

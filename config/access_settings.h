@@ -70,7 +70,7 @@ struct PreparedAccess {
   CPathList timelimit_limit_urls;
   std::vector<TimeSpan> timelimit_auth_times;
   CExtensions link_file_types;
-  std::vector<std::string> link_white_referers;  ///< in lower case
+  std::vector<std::string> link_white_referers;  ///< in lower case, without schemes
   bool link_empty_referer = false;               ///< the list holds "{$empty}"
   CPathList link_white_urls;
   CExtensions type_file_types;

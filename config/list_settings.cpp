@@ -10,12 +10,6 @@ namespace {
 
 constexpr std::string_view kEmptyValue = "{$empty}";
 
-CIpRanges Ranges(std::string_view list) {
-  CIpRanges ranges;
-  ranges.Add(list);
-  return ranges;
-}
-
 }  // namespace
 
 CTextList::CTextList(std::string_view list) : items_(BarItems(list)) {
@@ -40,11 +34,11 @@ PreparedLists PrepareLists(const ListSettings& lists, std::string_view sys_trust
   prepared.deny_uas = CTextList(lists.deny_uas);
   prepared.allow_rfs = CTextList(lists.allow_rfs);
   prepared.deny_rfs = CTextList(lists.deny_rfs);
-  prepared.allow_ips = Ranges(lists.allow_ips);
-  prepared.deny_ips = Ranges(lists.deny_ips);
+  prepared.allow_ips = RangesOf(lists.allow_ips);
+  prepared.deny_ips = RangesOf(lists.deny_ips);
   prepared.allow_areas = CAreaNames(lists.allow_areas);
   prepared.deny_areas = CAreaNames(lists.deny_areas);
-  prepared.trusted_ips = Ranges(sys_trust_ip);
+  prepared.trusted_ips = RangesOf(sys_trust_ip);
   return prepared;
 }
 

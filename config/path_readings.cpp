@@ -40,6 +40,19 @@ std::string ToUtf8(std::string_view text, bool as_gbk) {
 
 constexpr bool IsSlash(char c) { return c == '/' || c == '\\'; }
 
+/// Whether the path has one reading: nothing to decode, to convert, to resolve or to drop. Most requests' have.
+bool IsPlain(std::string_view path) {
+  if (path.empty() || path.front() != '/') return false;
+  char last = 'a';
+  for (const char c : path) {
+    if (c == '%' || c == '\\' || c == ';' || static_cast<unsigned char>(c) >= 0x80) return false;
+    if (c == '/' && (last == '/' || last == '.' || last == ' ')) return false;
+    if (c == '.' && last == '/') return false;
+    last = c;
+  }
+  return last != '.' && last != ' ';
+}
+
 void AddOnce(std::string text, std::vector<std::string>* texts) {
   if (std::find(texts->begin(), texts->end(), text) == texts->end()) texts->push_back(std::move(text));
 }
@@ -90,6 +103,7 @@ std::vector<std::string> TextReadings(std::string_view text) {
 }
 
 std::vector<std::string> PathReadings(std::string_view raw_path) {
+  if (IsPlain(raw_path)) return {CCharSet::LowerBytes(raw_path)};
   std::vector<std::string> paths;
   for (const std::string& reading : TextReadings(raw_path)) {
     AddOnce(ResolvedPath(reading, false), &paths);

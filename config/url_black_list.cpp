@@ -41,12 +41,11 @@ CUrlBlackList::CUrlBlackList(std::string_view setting) : literal_(setting) {
   names_ = CMultiPattern(names);
 }
 
-bool CUrlBlackList::Matches(std::string_view raw_url, std::string_view path) const {
-  if (Empty()) return false;
+bool CUrlBlackList::Matches(std::string_view raw_url, std::string_view path,
+                            const std::vector<std::string>& readings) const {
   if (literal_.Matches(raw_url, path)) return true;
   const std::size_t question = std::min(raw_url.find('?'), raw_url.size());
-  const std::vector<std::string> paths = PathReadings(PathOfUrl(raw_url));
-  for (const std::string& read : paths) {
+  for (const std::string& read : readings) {
     bool found = false;
     pieces_.Find(read, [&found](std::uint32_t, std::size_t) {
       found = true;
@@ -54,7 +53,7 @@ bool CUrlBlackList::Matches(std::string_view raw_url, std::string_view path) con
     });
     if (found) return true;
   }
-  return question < raw_url.size() && MatchesQuery(raw_url.substr(question + 1), paths);
+  return question < raw_url.size() && MatchesQuery(raw_url.substr(question + 1), readings);
 }
 
 bool CUrlBlackList::MatchesQuery(std::string_view query, const std::vector<std::string>& paths) const {

@@ -28,8 +28,8 @@ class CUrlBlackList {
 
   bool Empty() const { return literal_.Empty(); }
 
-  /// `path` as for CUrlExemptions.
-  bool Matches(std::string_view raw_url, std::string_view path) const;
+  /// `path` as for CUrlExemptions; `readings`: PathReadings of the URL's path.
+  bool Matches(std::string_view raw_url, std::string_view path, const std::vector<std::string>& readings) const;
 
  private:
   bool MatchesQuery(std::string_view query, const std::vector<std::string>& paths) const;

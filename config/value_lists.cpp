@@ -48,6 +48,12 @@ std::vector<std::string> BarItems(std::string_view text) {
   return items;
 }
 
+CIpRanges RangesOf(std::string_view list) {
+  CIpRanges ranges;
+  ranges.Add(list);
+  return ranges;
+}
+
 std::string UpperAscii(std::string_view text) {
   std::string upper(text);
   for (char& c : upper) {

@@ -5,6 +5,8 @@
 #include <string_view>
 #include <vector>
 
+#include "common/ip_address.h"
+
 namespace qiv {
 
 /// Items separated by ",", trimmed, empty ones dropped, wrapped: " asp, php" is ",asp,php,"; no item is "".
@@ -18,6 +20,9 @@ std::string LowerMethods(std::string_view wrapped);
 
 /// Items separated by "|", empty ones dropped.
 std::vector<std::string> BarItems(std::string_view text);
+
+/// The address ranges of a list; items that are none count for nothing.
+CIpRanges RangesOf(std::string_view list);
 
 /// "a"-"z" to "A"-"Z". For ASCII words only.
 std::string UpperAscii(std::string_view text);

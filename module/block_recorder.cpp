@@ -127,7 +127,7 @@ void CBlockRecorder::RecordStatistics(std::string_view category, std::string_vie
 }
 
 void CBlockRecorder::RecordFailure(std::string_view notification, std::string_view what) noexcept {
-  const std::int64_t now = UnixSeconds();
+  const std::int64_t now = clock_();
   std::int64_t last = last_failure_.load(std::memory_order_relaxed);
   if (last != 0 && now >= last && now < last + kFailurePause) return;
   if (!last_failure_.compare_exchange_strong(last, now, std::memory_order_relaxed)) return;

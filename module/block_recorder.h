@@ -8,13 +8,15 @@
 
 #include "checks/check_context.h"
 #include "common/event_log.h"
+#include "config/qiv_config.h"
 #include "module/service_link.h"
 
 namespace qiv {
 
 class CBlockRecorder final : public IEventRecorder {
  public:
-  CBlockRecorder(CEventLog& log, CServiceLink& service) : log_(log), service_(service) {}
+  CBlockRecorder(CEventLog& log, CServiceLink& service, CQivConfig::Clock clock = &UnixSeconds)
+      : log_(log), service_(service), clock_(clock) {}
 
   /// Writes an event when result.log is set. While the service is linked, it is told too: every block counts in a
   /// "check" line (check, client, "block"; rule), and one that asks for notification is a "msg" line (client, category,
@@ -40,6 +42,7 @@ class CBlockRecorder final : public IEventRecorder {
 
   CEventLog& log_;
   CServiceLink& service_;
+  const CQivConfig::Clock clock_;
   std::atomic<std::int64_t> last_failure_{0};  ///< seconds since 1970
 };
 

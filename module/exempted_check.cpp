@@ -109,9 +109,9 @@ std::shared_ptr<const CExemptedCheck::ShortLists> CExemptedCheck::Without(const 
 }
 
 bool CExemptedCheck::IsExempt(const CheckRow& row, const RequestRecord& record, const CheckContext& context,
-                              const CheckResult& blocked, const CheckResult& before) {
+                              const CheckResult& before, CheckResult* blocked) {
   const CExemptions& exemptions = *record.exemptions;
-  if (exemptions.Find(FindingOf(row, blocked), record.facts.path).empty()) return false;
+  if (exemptions.Find(FindingOf(row, *blocked), record.facts.path).empty()) return false;
   CNoRecorder nobody;
   const auto run = [&](const RequestFacts& facts, const std::set<std::string>& without) {
     CheckResult result = before;
@@ -133,7 +133,11 @@ bool CExemptedCheck::IsExempt(const CheckRow& row, const RequestRecord& record, 
   std::set<std::string> without;         // rules that are exempt wherever they are found
   std::set<std::string> cut_parameters;  // what is missing in `facts`
   std::set<std::string> cut_rules;       // and for which rules
-  CheckResult result = blocked;
+  CheckResult result = *blocked;
+  const auto stays = [blocked](CheckResult& finding) {
+    *blocked = std::move(finding);
+    return false;
+  };
   int runs = 0;
   for (; result.status == kBlocked; result = run(facts, without)) {
     if (++runs > kMostRuns) return false;
@@ -145,7 +149,7 @@ bool CExemptedCheck::IsExempt(const CheckRow& row, const RequestRecord& record, 
     }
     const auto cut = std::find_if(found.begin(), found.end(),
                                   [&facts](const auto* e) { return CutParameter(e->parameter, &facts); });
-    if (cut == found.end()) return false;
+    if (cut == found.end()) return stays(result);
     cut_parameters.insert((*cut)->parameter);
     cut_rules.insert(finding);
   }
@@ -160,7 +164,7 @@ bool CExemptedCheck::IsExempt(const CheckRow& row, const RequestRecord& record, 
     const bool exempt = std::any_of(found.begin(), found.end(), [&cut_parameters](const auto* e) {
       return e->parameter.empty() || cut_parameters.contains(e->parameter);
     });
-    if (!exempt) return false;
+    if (!exempt) return stays(result);
     if (!without.insert(finding).second) return true;  // of no list
   }
   return true;

@@ -22,10 +22,11 @@ namespace qiv {
 /// Keeps the shortened rule lists that were made last. Thread safe.
 class CExemptedCheck {
  public:
-  /// `blocked`: what the check decided; `before`: the decision record as it was handed to it. True when the request is
-  /// to go on as if the check had found nothing. Throws nothing but std::bad_alloc.
+  /// `before`: the decision record as it was handed to the check; `blocked`: what the check decided. True when the
+  /// request is to go on as if the check had found nothing; else `blocked` is the first finding that is not exempt, so
+  /// that the event names what is left to exempt. Throws nothing but std::bad_alloc.
   bool IsExempt(const CheckRow& row, const RequestRecord& record, const CheckContext& context,
-                const CheckResult& blocked, const CheckResult& before);
+                const CheckResult& before, CheckResult* blocked);
 
  private:
   struct ShortLists {

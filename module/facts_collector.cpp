@@ -10,6 +10,7 @@
 
 #include "common/char_set.h"
 #include "common/text.h"
+#include "config/path_readings.h"
 #include "config/website_config.h"
 #include "engines/webshell/decoding/inflate.h"
 #include "iis/header_names.h"
@@ -38,14 +39,6 @@ std::string RawUrl(const iis::HTTP_REQUEST& raw) {
   return url;
 }
 
-/// The path of a URL that may be in absolute form ("http://host/path"), which checks of paths must not be evaded by.
-std::string_view WithoutAuthority(std::string_view path) {
-  const std::size_t scheme = path.find("://");
-  if (path.starts_with('/') || scheme == std::string_view::npos) return path;
-  const std::size_t slash = path.find('/', scheme + 3);
-  return slash == std::string_view::npos ? std::string_view("/") : path.substr(slash);
-}
-
 std::string TrimmedNormal(std::string_view text) {
   std::string normal = NormalizeText(std::string(Trim(text)));
   return std::string(Trim(normal));
@@ -72,7 +65,7 @@ void CollectUrl(const iis::HTTP_REQUEST& raw, RequestFacts& facts) {
   const std::size_t mark = url.find('?');
   const std::string_view raw_query = mark == std::string_view::npos ? std::string_view() : url.substr(mark + 1);
   facts.query = TrimmedNormal(raw_query);
-  facts.path = TrimmedNormal(WithoutAuthority(Trim(url.substr(0, mark))));
+  facts.path = TrimmedNormal(PathOfUrl(Trim(url)));
 
   const bool secured = raw.pSslInfo != nullptr;
   facts.host = CookedHost(raw, secured);
@@ -143,6 +136,7 @@ void ReadUnknownHeaders(const iis::HTTP_REQUEST& raw, RequestFacts& facts) {
   if (!headers.pUnknownHeaders) return;
   for (std::size_t i = 0; i < std::min<std::size_t>(headers.UnknownHeaderCount, kMost); ++i) {
     const iis::HTTP_UNKNOWN_HEADER& header = headers.pUnknownHeaders[i];
+    facts.header_bytes += header.RawValueLength;
     facts.headers.push_back({kUnknownHeader, std::string(ServerText(header.pName, header.NameLength)),
                              std::string(ServerText(header.pRawValue, header.RawValueLength))});
   }

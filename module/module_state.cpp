@@ -23,25 +23,25 @@ IEventRecorder& RecorderOf(CBlockRecorder* recorder, IEventRecorder* events) {
 
 }  // namespace
 
-ModuleState::ModuleState(std::string directory, bool with_log, IEventRecorder* events)
+ModuleState::ModuleState(std::string directory, bool with_log, IEventRecorder* events, ICheckObserver* observer)
     : log(LogDirectory(directory)),
       states(with_log ? &log : nullptr),
       config(std::move(directory), &UnixSeconds, &states),
       service(config, with_log),
       contexts(config),
       recorder(with_log ? std::make_unique<CBlockRecorder>(log, service) : nullptr),
-      pipeline(config, contexts, CheckTable(), {service.Checks(), RecorderOf(recorder.get(), events)}) {}
+      pipeline(config, contexts, CheckTable(), {service.Checks(), RecorderOf(recorder.get(), events), observer}) {}
 
 ModuleState& State() {
   if (!Holder()) InitialiseModule(ModuleDirectory(&kPathSeparator), false);
   return *Holder();
 }
 
-void InitialiseModule(std::string module_directory, bool with_log, IEventRecorder* events) {
+void InitialiseModule(std::string module_directory, bool with_log, IEventRecorder* events, ICheckObserver* observer) {
   if (module_directory.empty()) module_directory = ".";
   const char last = module_directory.back();
   if (last != '/' && last != kPathSeparator) module_directory += kPathSeparator;
-  Holder() = std::make_unique<ModuleState>(std::move(module_directory), with_log, events);
+  Holder() = std::make_unique<ModuleState>(std::move(module_directory), with_log, events, observer);
 }
 
 void EndModule() { Holder().reset(); }

@@ -19,7 +19,7 @@ namespace qiv {
 /// Everything that outlives a request. Members are thread safe each by itself.
 struct ModuleState {
   /// `directory` with its trailing separator; the others as for InitialiseModule.
-  ModuleState(std::string directory, bool with_log, IEventRecorder* events);
+  ModuleState(std::string directory, bool with_log, IEventRecorder* events, ICheckObserver* observer);
 
   CEventLog log;
   CStateRecorder states;  ///< writes nothing when nothing is logged
@@ -39,8 +39,9 @@ ModuleState& State();
 
 /// Builds the state for a directory (with or without its trailing separator), replacing what was there. `with_log`:
 /// write the event log and the lines for the firewall service there. `events` gets what would go there when nothing is
-/// logged; not owned, and null: nobody. Not while requests run.
-void InitialiseModule(std::string module_directory, bool with_log, IEventRecorder* events = nullptr);
+/// logged, `observer` is told of each check; neither is owned, and null: nobody. Not while requests run.
+void InitialiseModule(std::string module_directory, bool with_log, IEventRecorder* events = nullptr,
+                      ICheckObserver* observer = nullptr);
 
 /// Ends the state. Not while requests run.
 void EndModule();

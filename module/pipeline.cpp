@@ -166,66 +166,68 @@ bool CPipeline::LoadOrRebuild(iis::IHttpContext& server, StoredRequest* stored) 
 
 void CPipeline::RunStage(Stage stage, Notification& notification) const {
   CheckResult& result = notification.result;
-  const ExtendedFunctions& extended = notification.context.config.extended;
+  const WebsiteConfig& config = notification.context.config;
   for (const CheckRow& row : checks_) {
-    if (row.stage != stage) continue;
+    if (row.stage != stage || !row.IsOn(config)) continue;
     if (result.status == kBlocked || (stage == Stage::kRequest && result.status == kAllowed)) return;
-    if (extended.AnyLogOnly() && extended.IsLogOnly(row.name)) {
-      RunLogOnly(row, notification);
-      continue;
-    }
-    const std::int32_t before = result.status;
-    RunRow(row, notification, services_.recorder, false, &result);
-    if (result.status == before || result.status == kUndecided) continue;
-    result.check = row.name;
-    HideSecrets(&result);
+    const bool log_only = config.extended.AnyLogOnly() && config.extended.IsLogOnly(row.name);
+    const CheckVerdict verdict =
+        log_only ? RunLogOnly(row, notification) : RunRow(row, notification, services_.recorder, false, &result);
+    Observe(row, verdict, notification);
   }
+}
+
+void CPipeline::Observe(const CheckRow& row, CheckVerdict verdict, const Notification& notification) const {
+  if (services_.observer == nullptr) return;
+  services_.observer->OnCheck(row, verdict, notification.facts, notification.context);
 }
 
 /// Runs one check. What it blocks and the site exempts leaves no trace.
-void CPipeline::RunRow(const CheckRow& row, Notification& notification, IEventRecorder& recorder, bool log_only,
-                       CheckResult* result) const {
+CheckVerdict CPipeline::RunRow(const CheckRow& row, Notification& notification, IEventRecorder& recorder, bool log_only,
+                               CheckResult* result) const {
   const CheckContext& context = notification.context;
+  const std::int32_t before = result->status;
   const bool exempting = !notification.record.exemptions->Empty() && row.stage != Stage::kLists;
   if (!exempting && !log_only) {
     row.run(notification.facts, context, *result);
-    return;
+  } else {
+    CHeldStatistics held(recorder);
+    const CheckContext own{context.config, context.library, context.webshells,     context.attacks, context.state,
+                           held,           context.phase,   context.response_body, log_only};
+    CheckResult decided = *result;
+    row.run(notification.facts, own, decided);
+    const bool blocks = decided.status == kBlocked && before != kBlocked;
+    if (exempting && blocks && exempted_.IsExempt(row, notification.record, context, *result, &decided)) {
+      return CheckVerdict::kExempt;
+    }
+    held.Release();
+    *result = std::move(decided);
   }
-  CHeldStatistics held(recorder);
-  const CheckContext own{context.config, context.library, context.webshells,     context.attacks, context.state,
-                         held,           context.phase,   context.response_body, log_only};
-  CheckResult decided = *result;
-  row.run(notification.facts, own, decided);
-  const bool blocks = decided.status == kBlocked && result->status != kBlocked;
-  if (exempting && blocks && exempted_.IsExempt(row, notification.record, context, decided, *result)) return;
-  held.Release();
-  *result = std::move(decided);
+  if (result->status == before || result->status == kUndecided) return CheckVerdict::kPass;
+  result->check = row.name;
+  HideSecrets(result);
+  return result->status == kBlocked ? CheckVerdict::kBlock : CheckVerdict::kAllow;
 }
 
 /// What the check would block goes on as if it had found nothing; what it allows is allowed.
-void CPipeline::RunLogOnly(const CheckRow& row, Notification& notification) const {
+CheckVerdict CPipeline::RunLogOnly(const CheckRow& row, Notification& notification) const {
   const CheckContext& context = notification.context;
   CLogOnlyRecorder recorder(services_.recorder);
   CheckResult result = notification.result;
-  RunRow(row, notification, recorder, true, &result);
-  if (result.status != kBlocked) {
-    if (result.status != notification.result.status) {
-      result.check = row.name;
-      HideSecrets(&result);
-    }
+  const CheckVerdict verdict = RunRow(row, notification, recorder, true, &result);
+  if (verdict != CheckVerdict::kBlock) {
     notification.result = std::move(result);
-    return;
+    return verdict;
   }
   // The lists decide in every notification, about the same.
-  if (row.stage == Stage::kLists && context.phase != kPhaseBegin) return;
-  result.check = row.name;
-  HideSecrets(&result);
+  if (row.stage == Stage::kLists && context.phase != kPhaseBegin) return CheckVerdict::kWouldBlock;
   result.request.event_id.clear();  // an event of its own
   try {
     services_.recorder.RecordWouldBlock(notification.facts, context, result);
   } catch (const std::bad_alloc&) {
     // The event is lost, the other checks go on.
   }
+  return CheckVerdict::kWouldBlock;
 }
 
 // What follows a decision may fail for want of memory without changing it: a request that was blocked, perhaps with its
@@ -233,9 +235,10 @@ void CPipeline::RunLogOnly(const CheckRow& row, Notification& notification) cons
 
 void CPipeline::RunAfterDecision(Notification& notification) const {
   for (const CheckRow& row : checks_) {
-    if (row.stage != Stage::kAfterDecision) continue;
+    if (row.stage != Stage::kAfterDecision || !row.IsOn(notification.context.config)) continue;
     try {
       row.run(notification.facts, notification.context, notification.result);
+      Observe(row, CheckVerdict::kPass, notification);
     } catch (const std::bad_alloc&) {
       // Not counted.
     }
@@ -258,7 +261,8 @@ iis::REQUEST_NOTIFICATION_STATUS CPipeline::BeginRequest(iis::IHttpContext& serv
 
   const std::shared_ptr<RequestRecord> record = StartRecord();
   const WebsiteConfig& config = *record->config;
-  if (DependsOnClient(config)) KeepFromKernelCache(server);
+  const bool for_everybody = !DependsOnClient(config);
+  if (!for_everybody) KeepFromKernelCache(server);
   if (!CollectFacts(server, config, record->facts)) return RQ_NOTIFICATION_CONTINUE;
   if (IsUnprotectedIpv6(record->facts)) return RQ_NOTIFICATION_CONTINUE;
   if (!ReadHeadersAndBody(server, config, true, record->facts)) return RQ_NOTIFICATION_CONTINUE;
@@ -274,6 +278,8 @@ iis::REQUEST_NOTIFICATION_STATUS CPipeline::BeginRequest(iis::IHttpContext& serv
   } else if (result.status == kUndecided) {
     RunStage(Stage::kRequest, notification);
   }
+  // What who is let pass is shown, others may not be.
+  if (result.status == kAllowed && for_everybody) KeepFromKernelCache(server);
 
   if (result.status != kAllowed) HardenResponse(record->facts, notification.context, result);
   if (result.status != kBlocked) RunStage(Stage::kRequestAlways, notification);

@@ -4,6 +4,7 @@
 // written and tells the server whether to go on. A check that is added to the table changes nothing here.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <span>
 
@@ -15,10 +16,28 @@
 
 namespace qiv {
 
+/// What became of a check.
+enum class CheckVerdict : std::uint8_t {
+  kPass,
+  kAllow,
+  kBlock,
+  kWouldBlock,  ///< it only logs
+  kExempt,      ///< what it found, the site exempts
+};
+
+/// Told of each check that was asked. Called on the thread of the request; throws nothing but std::bad_alloc.
+class ICheckObserver {
+ public:
+  virtual ~ICheckObserver() = default;
+  virtual void OnCheck(const CheckRow& row, CheckVerdict verdict, const RequestFacts& facts,
+                       const CheckContext& context) = 0;
+};
+
 /// What outlives all requests and is handed to every check.
 struct CheckServices {
   CheckState& state;
   IEventRecorder& recorder;
+  ICheckObserver* observer = nullptr;  ///< null: nobody
 };
 
 /// One object serves all requests on all threads; each notification works on its own records.
@@ -42,9 +61,10 @@ class CPipeline {
   bool IsUnprotectedIpv6(const RequestFacts& facts) const;
   bool LoadOrRebuild(iis::IHttpContext& server, StoredRequest* stored);
   void RunStage(Stage stage, Notification& notification) const;
-  void RunRow(const CheckRow& row, Notification& notification, IEventRecorder& recorder, bool log_only,
-              CheckResult* result) const;
-  void RunLogOnly(const CheckRow& row, Notification& notification) const;
+  CheckVerdict RunRow(const CheckRow& row, Notification& notification, IEventRecorder& recorder, bool log_only,
+                      CheckResult* result) const;
+  CheckVerdict RunLogOnly(const CheckRow& row, Notification& notification) const;
+  void Observe(const CheckRow& row, CheckVerdict verdict, const Notification& notification) const;
   void RunAfterDecision(Notification& notification) const;
   void WriteBlockPage(Notification& notification, bool reset_response = false);
   void InspectResponse(Notification& notification);

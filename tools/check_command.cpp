@@ -13,6 +13,7 @@
 #include "host/in_process.h"
 #include "module/module_state.h"
 #include "module/register_module.h"
+#include "tools/check_trace.h"
 #include "tools/commands.h"
 #include "tools/files.h"
 #include "tools/printable.h"
@@ -30,7 +31,7 @@ struct CheckOptions {
   bool batch = false;  ///< framed requests on standard input
 };
 
-/// Takes the place of the event log.
+/// Takes the place of the event log, and asks each check for its verdict.
 class CCapture final : public IEventRecorder {
  public:
   void RecordBlock(const RequestFacts&, const CheckContext&, const CheckResult& result) override { block = result; }
@@ -40,6 +41,7 @@ class CCapture final : public IEventRecorder {
   void RecordStatistics(std::string_view, std::string_view, std::string_view) override {}
   std::optional<CheckResult> block;
   std::optional<CheckResult> would_block;  ///< the first
+  CCheckTrace trace;
 };
 
 struct Decision {
@@ -49,6 +51,7 @@ struct Decision {
   int status = 0;      ///< of a page or a refusal
   CheckResult result;  ///< of a block
   std::string refusal;
+  const CCheckTrace* trace = nullptr;  ///< null when no check was asked
 };
 
 Decision Judge(host::CModuleHost& server, CCapture& capture, const CheckOptions& options, std::string_view text) {
@@ -62,12 +65,16 @@ Decision Judge(host::CModuleHost& server, CCapture& capture, const CheckOptions&
   if (!options.client.empty()) request->remote_address = options.client;
   capture.block.reset();
   capture.would_block.reset();
+  capture.trace.Begin();
   const host::InProcessResponse response = host::RunInProcess(server, *request);
   if (response.refused) {
     decision.decision = "refused";
     decision.status = response.status;
     decision.refusal = response.reason;
-  } else if (response.finished || capture.block) {
+    return decision;
+  }
+  decision.trace = &capture.trace;
+  if (response.finished || capture.block) {
     decision.decision = "blocked";
     decision.status = response.status;
     if (capture.block) decision.result = *capture.block;
@@ -89,6 +96,7 @@ std::string JsonLine(const Decision& decision) {
   for (const auto& [key, text] : texts) line.SetText(key, CCharSet::LocalToUtf8(text));
   line.SetText("refusal", decision.refusal);
   line.Set("status", std::make_unique<JsonNumber>(std::to_string(decision.status)));
+  if (decision.trace != nullptr) line.Set("checks", decision.trace->Json(*State().config.Current()));
   return WriteJson(line) + "\n";
 }
 
@@ -106,6 +114,7 @@ std::string ReadableText(const Decision& decision) {
   for (const auto& [label, value] : lines) {
     if (!value.empty()) text.append(label).append(Printable(value)).append("\n");
   }
+  if (decision.trace != nullptr) text += "  checks:\n" + decision.trace->Text(*State().config.Current());
   return text;
 }
 
@@ -128,7 +137,8 @@ int Prepare(const CheckOptions& options, CCapture& capture) {
   } else if (!options.client.empty() && !CIpAddress::Parse(options.client)) {
     report.Error(0, "--client " + options.client + " is no IP address");
   } else {
-    InitialiseModule(directory, false, &capture);
+    const bool tabbed = options.batch && !options.json;  // which tells of no check
+    InitialiseModule(directory, false, &capture, tabbed ? nullptr : &capture.trace);
   }
   return report.Print();
 }

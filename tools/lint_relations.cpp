@@ -196,8 +196,7 @@ struct WhiteList {
   std::string_view master;
 };
 constexpr WhiteList kWhiteLists[] = {{"website_lists", "allow_urls", "status_url"},
-                                     {"website_sql", "allow_urls", "allow"},
-                                     {"website_attack", "cc_allow_urls", "cc"}};
+                                     {"website_sql", "allow_urls", "allow"}};
 
 void WhiteLists(const CSettingsDocument& settings, std::vector<LintRemark>* remarks) {
   for (const WhiteList& list : kWhiteLists) {
@@ -290,13 +289,16 @@ void Bodies(const CSettingsDocument& settings, std::vector<LintRemark>* remarks)
   }
 }
 
+/// A shorter piece stands in nearly every user agent.
+bool IsSpiderName(std::string_view item) { return Trim(item).size() >= 3; }
 bool IsHeaderLimit(std::string_view item) { return ParseHeaderLimit(item).has_value(); }
 bool IsTimeSpan(std::string_view item) { return ParseTimeSpan(item).has_value(); }
 
 void Items(const CSettingsDocument& settings, std::string_view section, std::string_view key,
            bool (*is_good)(std::string_view), std::string_view form, std::vector<LintRemark>* remarks) {
   const std::string text = settings.TextOf(section, key);
-  for (const std::string_view item : SplitUtf8(text, "|")) {
+  const std::string_view separator = FindConfigKey(section, key)->type == KeyType::kNames ? "," : "|";
+  for (const std::string_view item : SplitUtf8(text, separator)) {
     if (Trim(item).empty() || is_good(item)) continue;
     remarks->push_back({settings.Find(section, key), "\"" + std::string(key) + "\" has an entry that is not " +
                                                          std::string(form) + ": \"" + std::string(item) + "\""});
@@ -332,7 +334,9 @@ std::vector<LintRemark> LintRelations(const CSettingsDocument& settings) {
   Cookies(settings, &remarks);
   Locks(settings, &remarks);
   Items(settings, "website_attack", "overflow_httpheader_rules", IsHeaderLimit, "\"Name:limit\"", &remarks);
-  Items(settings, "website_protect", "timelimit_auth_times", IsTimeSpan, "a time span", &remarks);
+  Items(settings, "website_protect", "timelimit_auth_times", IsTimeSpan, "\"[1-5 ]HH:MM-HH:MM\"", &remarks);
+  Items(settings, "website_attack", "spider_deny_spiders", IsSpiderName,
+        "the name of a spider (three letters at least)", &remarks);
   return remarks;
 }
 

@@ -34,6 +34,8 @@ class Site:
     def __init__(self, database="sqlite", profile="default"):
         self.folder = pathlib.Path(tempfile.mkdtemp(prefix="qiv-clients-"))
         self.database, self.profile, self.children = database, profile, []
+        self.guarded_port = free_port()
+        self.guarded = f"http://127.0.0.1:{self.guarded_port}"
 
     def __enter__(self):
         try:
@@ -41,11 +43,9 @@ class Site:
             self.direct = f"http://127.0.0.1:{port}"
             self._wait(lambda: self._answers(port))
             self._install()
-            guarded = free_port()
             self._start(str(BIN / "qivhost"), "--module", str(self.folder / "module/libQivIpsIIs.so"), "--listen",
-                        f"127.0.0.1:{guarded}", "--upstream", self.direct, "--quiet")
-            self.guarded = f"http://127.0.0.1:{guarded}"
-            self._wait(lambda: self._answers(guarded))
+                        f"127.0.0.1:{self.guarded_port}", "--upstream", self.direct, "--quiet")
+            self._wait(lambda: self._answers(self.guarded_port))
             return self
         except BaseException:
             self.__exit__()
@@ -110,6 +110,10 @@ class Site:
             connection.executescript(script)
             connection.close()
             return f"sqlite:{self.folder / 'shop.db'}"
+        return f"mysql:unix_socket={self._start_mariadb('CREATE DATABASE shop; USE shop;' + script)};dbname=shop"
+
+    def _start_mariadb(self, script):
+        """The socket of a database server that has run the script; `root` needs no password."""
         data, address = self.folder / "data", self.folder / "mysqld.sock"
         options = ["--no-defaults", f"--datadir={data}", f"--socket={address}"]
         # The server does not run as root; it gets a folder of its own.
@@ -122,8 +126,8 @@ class Site:
         self._start("mariadbd", *options, "--skip-networking", f"--pid-file={self.folder / 'mysqld.pid'}")
         client = ["mariadb", "--no-defaults", f"--socket={address}", "-uroot"]
         self._wait(lambda: subprocess.run([*client, "-e", "SELECT 1"], capture_output=True).returncode == 0)
-        subprocess.run(client, input="CREATE DATABASE shop; USE shop;\n" + script, text=True, check=True)
-        return f"mysql:unix_socket={address};dbname=shop"
+        subprocess.run(client, input=script, text=True, check=True)
+        return address
 
     def _install(self):
         module = self.folder / "module"

@@ -3,44 +3,52 @@
 
 Needs the packages of the group "clients" (cmake/install-packages.sh clients) and build/bin (./run.sh --build-only).
 Each place is first tried without the firewall: where sqlmap finds nothing there, the run proves nothing and fails.
+Results are kept in a file and not run again; what is most likely to get through comes first, so that --minutes may end it.
 Exit code 0: no technique succeeded through the firewall; 1: one did; 2: the run proves nothing."""
 import argparse
+import collections
+import contextlib
+import itertools
+import json
+import os
 import pathlib
 import re
 import subprocess
 import sys
 import tempfile
+import time
 
-from guarded_site import Site
+from guarded_site import ROOT, Site
 
 BOUNDARY = "----------------------------7f3c2a"
 PLACES = {
     "query": ["-u", "{url}/?at={at}&id=1", "-p", "id"],
     "form": ["-u", "{url}/?at={at}", "--data", "id=1&send=1", "-p", "id"],
+    "chunked": ["-u", "{url}/?at={at}", "--data", "id=1&send=1", "-p", "id", "--chunked"],
     "json": ["-u", "{url}/?at={at}", "--data", '{{"id": "1", "page": 2}}', "-p", "id"],
     "cookie": ["-u", "{url}/?at={at}", "--cookie", "id=1", "-p", "id", "--level", "3"],
     "multipart": None,
     "header": None,
 }
-# What an attacker would try after the plain run; "," joins scripts that work together. Not "--chunked": bodies in chunks
-# are not read (docs/tuning.md says what to do about them).
-TAMPERS = ["", "space2comment", "space2plus", "space2morecomment", "space2randomblank", "space2hash",
-           "space2morehash", "space2dash", "space2mysqldash", "space2mysqlblank", "space2mssqlblank", "multiplespaces",
-           "randomcase", "randomcomments", "between", "greatest", "least", "equaltolike", "symboliclogical", "charencode",
-           "chardoubleencode", "charunicodeencode", "charunicodeescape", "percentage", "apostrophemask",
-           "apostrophenullencode", "appendnullbyte", "base64encode", "commentbeforeparentheses", "concat2concatws",
-           "halfversionedmorekeywords", "versionedkeywords", "versionedmorekeywords", "modsecurityversioned",
+# What an attacker would try after the plain run; "," joins scripts that work together.
+LIKELY = ["between", "space2comment", "charencode", "equaltolike", "versionedmorekeywords", "unmagicquotes", "percentage",
+          "overlongutf8", "chardoubleencode", "space2comment,randomcase", "between,randomcase,space2comment",
+          "space2randomblank,equaltolike", "symboliclogical,space2comment", "misunion,space2randomblank", "0eunion,randomcase",
+          "charunicodeescape", "scientific", "dunion", "space2hash", "modsecurityversioned"]
+TAMPERS = ["space2plus", "space2morecomment", "space2randomblank", "space2morehash", "space2dash", "space2mysqldash",
+           "space2mysqlblank", "space2mssqlblank", "space2mssqlhash", "multiplespaces", "randomcase", "randomcomments", "greatest",
+           "least", "symboliclogical", "charunicodeencode", "apostrophemask", "apostrophenullencode", "appendnullbyte",
+           "base64encode", "commentbeforeparentheses", "concat2concatws", "halfversionedmorekeywords", "versionedkeywords",
            "modsecurityzeroversioned", "informationschemacomment", "if2case", "ifnull2ifisnull", "ifnull2casewhenisnull",
-           "commalesslimit", "commalessmid", "substring2leftright", "overlongutf8", "overlongutf8more", "unionalltounion",
-           "misunion", "dunion", "0eunion", "scientific", "schemasplit", "sleep2getlock", "hex2char", "ord2ascii",
-           "unmagicquotes", "decentities", "htmlencode", "hexentities", "escapequotes", "binary", "lowercase", "uppercase",
-           "luanginx", "varnish", "xforwardedfor", "bluecoat", "plus2concat", "plus2fnconcat", "equaltorlike",
-           "space2comment,randomcase", "between,randomcase,space2comment", "space2randomblank,equaltolike",
-           "charencode,space2plus", "versionedkeywords,randomcase", "space2mysqldash,between", "symboliclogical,space2comment",
-           "misunion,space2randomblank", "randomcomments,greatest", "schemasplit,space2morecomment", "if2case,multiplespaces",
-           "0eunion,randomcase"]
+           "commalesslimit", "commalessmid", "substring2leftright", "overlongutf8more", "unionalltounion", "misunion", "0eunion",
+           "schemasplit", "sleep2getlock", "hex2char", "ord2ascii", "decentities", "htmlencode", "hexentities", "escapequotes",
+           "binary", "lowercase", "uppercase", "luanginx", "varnish", "xforwardedfor", "bluecoat", "plus2concat",
+           "plus2fnconcat", "equaltorlike", "sp_password", "charencode,space2plus", "versionedkeywords,randomcase",
+           "space2mysqldash,between", "randomcomments,greatest", "schemasplit,space2morecomment", "if2case,multiplespaces",
+           "unmagicquotes,between,space2comment", "commalesslimit,commalessmid,space2mysqldash"]
 QUICK = ["", "space2comment", "between,randomcase,space2comment"]
 RUN_SECONDS = 900
+LATE = "\nthe time was over\n"
 
 
 def request_file(place, at, port, folder):
@@ -74,10 +82,10 @@ def sqlmap(url, place, at, tamper, database, quick):
             command += ["--tamper", tamper]
         try:
             done = subprocess.run(command, stdin=subprocess.DEVNULL, capture_output=True, text=True, errors="replace",
-                                  timeout=RUN_SECONDS)
+                                  timeout=RUN_SECONDS, preexec_fn=lambda: os.nice(19))
             output = done.stdout + done.stderr
         except subprocess.TimeoutExpired as late:
-            output = (late.stdout or b"").decode(errors="replace") + "\nthe time was over\n"
+            output = (late.stdout or b"").decode(errors="replace") + LATE
         found = re.findall(r"^ +Type: (.+)$", output, re.M)
         said = re.findall(r"(?:parameter|custom .*?) '[^']+' (?:appears to be|is) '([^']+)' injectable", output)
         if "false positive or unexploitable" in output:
@@ -85,43 +93,103 @@ def sqlmap(url, place, at, tamper, database, quick):
         return sorted(set(found + said)), output
 
 
+def plan(options):
+    """Runs as (database, position, place, scripts): plain everywhere, then by how likely a success is."""
+    databases = options.database or ["sqlite", "mariadb"]
+    positions = options.at or (["text"] if options.quick else ["number", "text", "order"])
+    places = options.place or (["query", "form"] if options.quick else list(PLACES))
+    if options.tamper or options.quick:
+        return list(itertools.product(databases, positions, places, options.tamper or QUICK))
+    first = [position for position in positions if position != "order"]
+    runs = list(itertools.product(databases, positions, places, [""]))
+    for some_places, scripts in ((places[:1], LIKELY), (places[:1], TAMPERS), (places, LIKELY), (places, TAMPERS)):
+        for some_positions in (first, positions):
+            runs += [(d, at, p, t) for t, d, at, p in itertools.product(scripts, databases, some_positions, some_places)]
+    return list(dict.fromkeys(runs))
+
+
+class Runs:
+    """The sites, and results by "database position place scripts" in a file."""
+
+    def __init__(self, options, stack):
+        self.options, self.stack, self.sites, self.proven = options, stack, {}, set()
+        self.path = options.results
+        self.results = json.loads(self.path.read_text()) if self.path and self.path.is_file() else {}
+
+    def run(self, database, at, place, tamper):
+        """Its result, or None when it would prove nothing."""
+        if database not in self.sites:
+            self.sites[database] = self.stack.enter_context(Site(database, self.options.profile))
+        site = self.sites[database]
+        if (database, at, place) not in self.proven:
+            found, output = sqlmap(site.direct, place, at, "", database, at != "order")
+            if not found:
+                print(output[-3000:], file=sys.stderr)
+                print(f"try_sqlmap: {database} {at} {place}: nothing succeeds without the firewall", file=sys.stderr)
+                return None
+            self.proven.add((database, at, place))
+        start = time.monotonic()
+        found, output = sqlmap(site.direct if self.options.direct else site.guarded, place, at, tamper, database,
+                               self.options.quick)
+        said = "SUCCEEDED" if found else "too long" if output.endswith(LATE) else "stopped"
+        if found and self.options.keep:
+            self.options.keep.mkdir(parents=True, exist_ok=True)
+            name = f"{database}-{at}-{place}-{tamper.strip('-') or 'plain'}.txt"
+            (self.options.keep / name).write_text(output, encoding="utf-8")
+        return {"result": said, "found": found, "seconds": round(time.monotonic() - start)}
+
+    def keep(self, run, result):
+        self.results[" ".join(run)] = result
+        if self.path:
+            self.path.parent.mkdir(parents=True, exist_ok=True)
+            beside = self.path.with_suffix(".new")
+            beside.write_text(json.dumps(self.results, indent=0))
+            beside.replace(self.path)
+
+
+def show(run, result):
+    database, at, place, tamper = run
+    print(f"{result['result']:10}{database:8}{at:8}{place:10}{tamper or '-':40}{'; '.join(result['found'])}", flush=True)
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--database", choices=["sqlite", "mariadb"], action="append", help="both when not given")
-    parser.add_argument("--quick", action="store_true", help="a few scripts, the query and a form, lowest level")
+    parser.add_argument("--quick", action="store_true", help="a few scripts, the query and a form, lowest level, nothing kept")
     parser.add_argument("--tamper", action="append", help="these scripts only")
     parser.add_argument("--place", choices=PLACES, action="append")
     parser.add_argument("--at", choices=["number", "text", "order"], action="append")
     parser.add_argument("--profile", default="default")
+    parser.add_argument("--direct", action="store_true", help="without the firewall: which scripts leave an attack an attack")
+    parser.add_argument("--minutes", type=float, help="begin no run after that")
+    parser.add_argument("--results", type=pathlib.Path, default=ROOT / "build/clients/sqlmap.json",
+                        help="file of the results; remove it to run all again (default: %(default)s)")
+    parser.add_argument("--show", action="store_true", help="run nothing, print the results")
     parser.add_argument("--keep", type=pathlib.Path, help="folder for the whole outputs of runs that succeeded")
     options = parser.parse_args()
-    places = options.place or (["query", "form"] if options.quick else list(PLACES))
-    tampers = options.tamper or (QUICK if options.quick else TAMPERS)
-    succeeded = runs = 0
-    for database in options.database or ["sqlite", "mariadb"]:
-        with Site(database, options.profile) as site:
-            for at in options.at or (["text"] if options.quick else ["number", "text", "order"]):
-                for place in places:
-                    found, output = sqlmap(site.direct, place, at, "", database, True)
-                    if not found:
-                        print(output[-3000:], file=sys.stderr)
-                        print(f"try_sqlmap: {database} {at} {place}: nothing succeeds without the firewall", file=sys.stderr)
-                        return 2
-                    for tamper in tampers:
-                        found, output = sqlmap(site.guarded, place, at, tamper, database, options.quick)
-                        runs += 1
-                        succeeded += bool(found)
-                        print(f"{'SUCCEEDED' if found else 'stopped':10}{database:8}{at:8}{place:10}{tamper or '-':40}"
-                              f"{'; '.join(found)}", flush=True)
-                        if found and options.keep:
-                            options.keep.mkdir(parents=True, exist_ok=True)
-                            name = f"{database}-{at}-{place}-{tamper.strip('-') or 'plain'}.txt"
-                            (options.keep / name).write_text(output, encoding="utf-8")
-            if not site.log():
-                print("try_sqlmap: the firewall blocked nothing at all: was it in the way?", file=sys.stderr)
-                return 2
-    print(f"{succeeded} of {runs} runs succeeded")
-    return 1 if succeeded else 0
+    if options.quick or options.direct:
+        options.results = None
+    end = time.monotonic() + 60 * options.minutes if options.minutes else float("inf")
+    with contextlib.ExitStack() as stack:
+        runs, tried, void = Runs(options, stack), [], 0
+        for run in plan(options):
+            result = runs.results.get(" ".join(run))
+            if not result:
+                if options.show or time.monotonic() > end:
+                    continue
+                result = runs.run(*run)
+                if result is None:
+                    void += 1
+                    continue
+                runs.keep(run, result)
+            show(run, result)
+            tried.append(result)
+        if not options.direct and runs.sites and not any(site.log() for site in runs.sites.values()):
+            print("try_sqlmap: the firewall blocked nothing at all: was it in the way?", file=sys.stderr)
+            return 2
+    counts = collections.Counter(result["result"] for result in tried)
+    print(f"{counts['SUCCEEDED']} of {len(tried)} runs succeeded, {counts['too long']} took longer than {RUN_SECONDS} s")
+    return 1 if counts["SUCCEEDED"] else 0 if tried and not void else 2
 
 
 if __name__ == "__main__":

@@ -131,7 +131,8 @@ Cost CCosts::Measure(const Mix& mix, std::size_t bytes, int rounds) {
     } else {
       WebshellResult result;
       if (kind == "asp" || kind == "aspx") {
-        blocked = AnalysePage(parts_->libs.Library(), text, {}, Language::kEnglish, &result);
+        CWalkBudget walks(text.size());
+        blocked = AnalysePage(parts_->libs.Library(), text, {}, Language::kEnglish, &walks, &result);
       } else {
         blocked = parts_->libs.WebshellScan(std::string_view(text), &result);
       }

@@ -33,9 +33,8 @@ bool IsWholeCutWord(std::string_view text, std::size_t begin, std::size_t length
   return end == text.size() || !IsLetterOrDigit(text[end]);
 }
 
-bool NeedsStripping(std::string_view text) {
-  return text.find('+') != std::string_view::npos || text.find("--") != std::string_view::npos ||
-         text.find("/*") != std::string_view::npos;
+bool HoldsComments(std::string_view text) {
+  return text.find("--") != std::string_view::npos || text.find("/*") != std::string_view::npos;
 }
 
 // The end of the quoted run that begins at `begin`, its last quote included. Byte by byte on purpose: a text may as
@@ -134,12 +133,23 @@ struct UnitMatch {
 // what was seen in an earlier unit lies before every p of a later one and nothing has to be cleared.
 class CMatcher {
  public:
-  explicit CMatcher(const InjectionLibrary& library)
-      : library_(library), words_(library.KeyWords()), keys_(words_.Patterns()) {}
+  /// The units are pieces of `whole`.
+  CMatcher(const InjectionLibrary& library, const JudgedText& whole)
+      : library_(library),
+        words_(library.KeyWords()),
+        keys_(words_.Patterns()),
+        comments_(HoldsComments(whole.lowered)),
+        whole_(whole) {
+    if (whole.lowered.find('+') == std::string_view::npos) return;
+    blanked_ = whole.lowered;
+    std::replace(blanked_.begin(), blanked_.end(), '+', ' ');
+    whole_.lowered = blanked_;
+  }
 
-  UnitMatch Match(const JudgedText& unit) {
+  UnitMatch Match(TextPlace place) {
+    const JudgedText unit = whole_.Part(place);
     JudgedText text = unit;
-    const bool stripped = NeedsStripping(unit.lowered);
+    const bool stripped = comments_ && HoldsComments(unit.lowered);
     if (stripped) {
       stripped_ = SqlCommentStripper(unit.lowered);
       if (words_.HasCharacters()) stripped_exact_ = SqlCommentStripper(unit.exact);
@@ -198,6 +208,9 @@ class CMatcher {
   const InjectionLibrary& library_;
   const CWordList& words_;
   const CMultiPattern& keys_;
+  const bool comments_;
+  JudgedText whole_;  // every "+" of its lower-case form is a blank
+  std::string blanked_;
   std::string stripped_;
   std::string stripped_exact_;
   std::vector<std::uint64_t> last_seen_;  // per cut word, where it last began, or 0; made when the first one occurs
@@ -207,7 +220,7 @@ class CMatcher {
 }  // namespace
 
 std::ptrdiff_t SqlInjectionDetector::MatchUnit(const JudgedText& text, const InjectionLibrary& library) {
-  return CMatcher(library).Match(text).index;
+  return CMatcher(library, text).Match({0, text.lowered.size()}).index;
 }
 
 SqlFinding SqlInjectionDetector::FindingOf(std::ptrdiff_t index, const InjectionLibrary& library) {
@@ -222,9 +235,9 @@ SqlFinding SqlInjectionDetector::FindingOf(std::ptrdiff_t index, const Injection
 bool SqlInjectionDetector::Check(const JudgedText& text, const InjectionSettings* settings,
                                  const InjectionLibrary& library, SqlFinding* finding, bool per_parameter) {
   if (text.lowered.empty() || settings == nullptr || library.Rules().empty() || library.Keys().empty()) return false;
-  CMatcher matcher(library);
+  CMatcher matcher(library, text);
   const auto examine = [&](TextPlace name, TextPlace value) {
-    const UnitMatch match = matcher.Match(text.Part(value));
+    const UnitMatch match = matcher.Match(value);
     if (match.index == kNoMatch) return false;
     *finding = FindingOf(match.index, library);
     finding->is_parameter = per_parameter;

@@ -280,47 +280,42 @@ bool IsWanted(XssType type, const InjectionSettings& settings) {
   return false;
 }
 
-// What a browser would run, by its form.
-XssType CheckForms(std::string_view text, const InjectionSettings& settings, const InjectionLibrary& library,
-                   TextPlace* fragment, bool per_parameter) {
-  XssType type = XssType::kNone;
-  const auto examine = [&](std::string_view value) {
-    const XssFinding found = FindXssForm(value, library);
-    if (!IsWanted(found.type, settings)) return true;
-    type = found.type;
-    *fragment = {PlaceOf(value, text).offset + found.begin, found.end - found.begin};
-    return false;
-  };
-  if (!per_parameter) {
-    examine(text);
-    return type;
-  }
-  ForEachParameter(text, [&](const Parameter& parameter) {
-    const std::string_view name = parameter.name;
-    // "?<svg onload=...": a site that prints its whole query prints the name too. Names of parts lie elsewhere.
-    const bool joined = name.find_first_of("<\"'") != kNone && name.data() + name.size() + 1 == parameter.value.data();
-    return examine(joined ? std::string_view(name.data(), name.size() + 1 + parameter.value.size()) : parameter.value);
-  });
-  return type;
+}  // namespace
+
+XssType XssDetector::TagCheck(const JudgedText& text, const InjectionSettings& settings,
+                              const InjectionLibrary& library, TextPlace* fragment, bool per_parameter) {
+  if (!IsAnyOn(settings) || text.lowered.find('<') == kNone) return XssType::kNone;  // each of the three needs one
+  if (text.lowered.find('+') == kNone) return CheckBlanked(text, settings, library, fragment, per_parameter);
+  std::string copy(text.lowered);
+  std::replace(copy.begin(), copy.end(), '+', ' ');
+  return CheckBlanked({copy, text.exact}, settings, library, fragment, per_parameter);
 }
 
-}  // namespace
+XssType XssDetector::FormCheck(std::string_view value, const InjectionSettings& settings,
+                               const InjectionLibrary& library, TextPlace* fragment) {
+  if (!IsAnyOn(settings) || settings.xss_form == 0) return XssType::kNone;
+  const XssFinding found = FindXssForm(value, library);
+  if (!IsWanted(found.type, settings)) return XssType::kNone;
+  *fragment = {found.begin, found.end - found.begin};
+  return found.type;
+}
 
 XssType XssDetector::CheckText(const JudgedText& text, const InjectionSettings& settings,
                                const InjectionLibrary& library, TextPlace* fragment, bool per_parameter) {
-  if (!IsAnyOn(settings)) return XssType::kNone;
-  XssType type = XssType::kNone;
-  if (text.lowered.find('<') != kNone) {  // each of the three checks needs one
-    if (text.lowered.find('+') == kNone) {
-      type = CheckBlanked(text, settings, library, fragment, per_parameter);
-    } else {
-      std::string copy(text.lowered);
-      std::replace(copy.begin(), copy.end(), '+', ' ');
-      type = CheckBlanked({copy, text.exact}, settings, library, fragment, per_parameter);
-    }
-  }
+  XssType type = TagCheck(text, settings, library, fragment, per_parameter);
   if (type != XssType::kNone || settings.xss_form == 0) return type;
-  return CheckForms(text.lowered, settings, library, fragment, per_parameter);
+  if (!per_parameter) return FormCheck(text.lowered, settings, library, fragment);
+  ForEachParameter(text.lowered, [&](const Parameter& parameter) {
+    const std::string_view name = parameter.name;
+    // "?<svg onload=...": a site that prints its whole query prints the name too. Names of parts lie elsewhere.
+    const bool joined = name.find_first_of("<\"'") != kNone && name.data() + name.size() + 1 == parameter.value.data();
+    const std::string_view value =
+        joined ? std::string_view(name.data(), name.size() + 1 + parameter.value.size()) : parameter.value;
+    type = FormCheck(value, settings, library, fragment);
+    if (type != XssType::kNone) fragment->offset += PlaceOf(value, text.lowered).offset;
+    return type == XssType::kNone;
+  });
+  return type;
 }
 
 }  // namespace qiv

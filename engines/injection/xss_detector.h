@@ -21,7 +21,13 @@ class XssDetector {
   static XssType Check(std::string* text, const InjectionSettings& settings, const InjectionLibrary& library,
                        TextPlace* fragment, bool per_parameter);
   /// The same for a text that is not to be changed: it is copied only when there is a "+" to replace and a check to
-  /// run. With `xss_form` on, what a browser would run is a finding too (xss_forms.h), of the kinds that are on.
+  /// run.
+  static XssType TagCheck(const JudgedText& text, const InjectionSettings& settings, const InjectionLibrary& library,
+                          TextPlace* fragment, bool per_parameter);
+  /// With `xss_form` on, what a browser would run (xss_forms.h), of the kinds that are on; of one value, lower-cased.
+  static XssType FormCheck(std::string_view value, const InjectionSettings& settings, const InjectionLibrary& library,
+                           TextPlace* fragment);
+  /// Both.
   static XssType CheckText(const JudgedText& text, const InjectionSettings& settings, const InjectionLibrary& library,
                            TextPlace* fragment, bool per_parameter);
 

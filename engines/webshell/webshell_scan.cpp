@@ -85,8 +85,11 @@ bool CQivLibs::WebshellScan(std::string_view text, WebshellResult* result) const
   const bool is_page =
       text.find("<%") != kNone || (FindNoCase(text, "<script") != kNone && FindNoCase(text, "runat") != kNone);
   if (!is_page || local.size() != size) copy = {};  // a search of other sizes, or none, comes
-  if (text.find("<?") != kNone && AnalysePhp(text, language_, result)) return true;
-  return is_page && AnalysePage(library_, local, copy, language_, result);
+  CWalkBudget walks(size);
+  if (text.find("<?") != kNone && AnalysePhp(text, language_, &walks, result)) return true;
+  if (is_page && AnalysePage(library_, local, copy, language_, &walks, result)) return true;
+  result->partial = result->partial || walks.Refused();
+  return false;
 }
 
 bool CQivLibs::WebshellScan(std::string* text, WebshellResult* result) const {

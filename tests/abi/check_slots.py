@@ -1,8 +1,9 @@
 #!/usr/bin/env python3
 """Compares the slots that compilers give the native-module interface with slots.txt.
 
-Looked at: the natural-order declaration of this folder under the MSVC ABI, and iis/httpserv.h under the MSVC ABI and under the
+Looked at: the natural-order declaration made from the table under the MSVC ABI, and iis/httpserv.h under the MSVC ABI and under the
 Itanium ABI of Linux and mingw. `--self-test` proves that a swapped pair of overloads is found."""
+import itertools
 import pathlib
 import re
 import subprocess
@@ -30,9 +31,23 @@ def read_table(path):
     return table
 
 
+def natural_header(table):
+    """The interface in the vendor's order of declaration, from which a compiler of the MSVC ABI makes these slots: it lays
+    overloads out in reverse."""
+    named = sorted(set(re.findall(r"\b[CI][A-Z]\w*[a-z]\w*", str(table))))
+    lines = ["#pragma once", '#include "tests/abi/natural_types.h"', *(f"class {name};" for name in named)]
+    for name, methods in table.items():
+        lines.append(f"class {name} {{ public:")
+        for _, overloads in itertools.groupby(methods, lambda method: method.split("(")[0].split(" ")[-1].lstrip("*")):
+            lines += [f"protected: virtual ~{name}() {{}}" if method == "destructor" else f"virtual {method} = 0;"
+                      for method in reversed(list(overloads))]
+        lines.append("};")
+    return "\n".join(lines) + "\n"
+
+
 def probe(table, header, prefix):
     """A source that calls the first method of each class, so that the compiler lays out its table."""
-    lines = [f'#include "{header}"']
+    lines = [header]
     for index, (name, methods) in enumerate(table.items()):
         call = re.search(r"(\w+)\((.*)\)", methods[0])
         count = len([piece for piece in call.group(2).split(",") if piece.strip()])
@@ -88,9 +103,11 @@ def differences(table, found, what):
 
 def run(root):
     table = read_table(HERE / "slots.txt")
-    faults = differences(table, layouts(probe(table, "tests/abi/natural_httpserv.h", ""), MSVC, ROOT), "natural order, MSVC ABI")
+    natural = natural_header(table).replace("#pragma once\n", "")
+    faults = differences(table, layouts(probe(table, natural, ""), MSVC, ROOT), "natural order, MSVC ABI")
     for target in (MSVC, MINGW, LINUX):
-        faults += differences(table, layouts(probe(table, "iis/httpserv.h", "iis::"), target, root), f"iis/httpserv.h, {target}")
+        source = probe(table, '#include "iis/httpserv.h"', "iis::")
+        faults += differences(table, layouts(source, target, root), f"iis/httpserv.h, {target}")
     return faults, sum(len(methods) for methods in table.values())
 
 

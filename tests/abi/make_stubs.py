@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""make_stubs.py FOLDER: writes C++ headers of classes that stand in for the server's objects, from slots.txt.
+"""make_stubs.py FOLDER: writes C++ headers from slots.txt: natural_httpserv.h, the interface for a compiler of the MSVC ABI, and
+classes that stand in for the server's objects.
 
 For each interface that a server implements there is `stubs::Unexpected<name>`, whose every method reports a call that the module is
 not meant to make, by stubs::Unexpected<result>(method), which the includer defines. server_stubs.h implements our declaration,
@@ -8,7 +9,7 @@ import pathlib
 import re
 import sys
 
-from check_slots import HERE, read_table
+from check_slots import HERE, natural_header, read_table
 
 OF_THE_MODULE = ("IHttpModuleFactory", "CGlobalModule", "CHttpModule", "IHttpStoredContext")
 HEADERS = {"server_stubs.h": ("iis/httpserv.h", "iis::"), "natural_stubs.h": ("tests/abi/natural_httpserv.h", "")}
@@ -27,10 +28,12 @@ def class_text(name, methods, prefix):
 
 def main():
     table = read_table(HERE / "slots.txt")
+    texts = {"natural_httpserv.h": natural_header(table)}
     for file, (header, prefix) in HEADERS.items():
         classes = [class_text(*row, prefix) for row in table.items() if row[0] not in OF_THE_MODULE]
-        text = "\n".join([f"#pragma once\n#include \"{header}\"\nnamespace stubs {{", "template <typename R>",
-                          "R Unexpected(const char* method);", *classes, "}  // namespace stubs", ""])
+        texts[file] = "\n".join([f"#pragma once\n#include \"{header}\"\nnamespace stubs {{", "template <typename R>",
+                                 "R Unexpected(const char* method);", *classes, "}  // namespace stubs", ""])
+    for file, text in texts.items():
         path = pathlib.Path(sys.argv[1]) / file
         if not path.exists() or path.read_text() != text:
             path.write_text(text)

@@ -132,3 +132,4 @@ static_assert(sizeof(HTTP_RESPONSE) == 568 && offsetof(HTTP_RESPONSE, pEntityChu
 
 struct HTTP_LOG_DATA;
 struct HTTP_SSL_CLIENT_CERT_INFO;
+class IHttpServer;

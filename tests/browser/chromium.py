@@ -50,17 +50,23 @@ class Chromium:
         shutil.rmtree(self.profile, ignore_errors=True)
 
     def call(self, method, **params):
+        number = self._send(method, params)
+        while True:
+            answer = self._message()
+            if answer.get("method") == "Page.javascriptDialogOpening":  # "leave this page?", "really delete?": yes
+                self._send("Page.handleJavaScriptDialog", {"accept": True})
+            if answer.get("id") == number:
+                if "error" in answer:
+                    raise RuntimeError(f"{method}: {answer['error']}")
+                return answer["result"]
+
+    def _send(self, method, params):
         self.number += 1
         message = {"id": self.number, "method": method, "params": params}
         if self.session:
             message["sessionId"] = self.session
         self.writer.write(json.dumps(message).encode() + b"\0")
-        while True:
-            answer = self._message()
-            if answer.get("id") == self.number:
-                if "error" in answer:
-                    raise RuntimeError(f"{method}: {answer['error']}")
-                return answer["result"]
+        return self.number
 
     def _message(self):
         while b"\0" not in self.buffer:
@@ -76,8 +82,20 @@ class Chromium:
         self.wait("document.readyState != 'loading' && location.href != 'about:blank'")
 
     def value(self, script):
-        result = self.call("Runtime.evaluate", expression=script, returnByValue=True)
+        """What the expression is, or what it promises."""
+        result = self.call("Runtime.evaluate", expression=script, returnByValue=True, awaitPromise=True)
         return result["result"].get("value")
+
+    def type(self, selector, text):
+        """Instead of what the field holds."""
+        self.call("Runtime.evaluate", expression=f"(e => (e.focus(), e.select && e.select()))"
+                                                 f"(document.querySelector({json.dumps(selector)}))")
+        self.call("Input.insertText", text=text)
+
+    def choose_files(self, selector, *paths):
+        root = self.call("DOM.getDocument")["root"]["nodeId"]
+        node = self.call("DOM.querySelector", nodeId=root, selector=selector)["nodeId"]
+        self.call("DOM.setFileInputFiles", files=[str(path) for path in paths], nodeId=node)
 
     def wait(self, script, seconds=ANSWER_SECONDS):
         """Until the expression is true; a navigation in between may make it fail for a moment."""

@@ -37,7 +37,7 @@ def main():
                     text = text.replace("{{" + name + "}}", value)
                 file = pathlib.Path(folder) / f"{page.stem}{'-form' if form else ''}.html"
                 file.write_text(text, "utf-8")
-                for width, height in ((390, 1100),) if form else SIZES:
+                for width, height in ((390, 1100), (1280, 800)) if form else SIZES:
                     for theme in ("light", "dark"):
                         shoot(file, width, height, theme, target / f"{file.stem}-{width}-{theme}.png", folder)
     print(f"{len(list(target.glob('*.png')))} pictures in {target}")

@@ -118,6 +118,7 @@ class Verification(unittest.TestCase):
             self.addCleanup(self.browser.call, "Page.removeScriptToEvaluateOnNewDocument", **refusal)
             self.flooded(host)
             self.browser.wait("document.body.innerText.includes('refuses cookies')", 10)
+            self.browser.picture(PICTURES / "verify-cookie-refused-390-dark.png", 390, 844, True)
 
     def test_the_password_opens_a_blocked_page(self):
         installation = harness.Installation(language="en-US", shipped_page=True)

@@ -37,6 +37,9 @@ TEST(VisitorProof, WorksForItsClientKindAndTimeAlone) {
   EXPECT_FALSE(proofs.Read(ProofKind::kVerified, Client("192.0.2.2"), 999, proof));
   EXPECT_FALSE(proofs.Read(ProofKind::kAuthorized, Client("192.0.2.1"), 999, proof));
   EXPECT_FALSE(CVisitorProofs("another key 16by").Read(ProofKind::kVerified, Client("192.0.2.1"), 999, proof));
+  const std::string known = proofs.Make(ProofKind::kAuthorized, Client("192.0.2.1"), 1000, "open sesame");
+  EXPECT_TRUE(proofs.Read(ProofKind::kAuthorized, Client("192.0.2.1"), 999, known, "open sesame"));
+  EXPECT_FALSE(proofs.Read(ProofKind::kAuthorized, Client("192.0.2.1"), 999, known, "another"));
   // Any change of any byte, and any other length.
   for (std::size_t i = 0; i < proof.size(); ++i) {
     std::string changed = proof;
@@ -97,8 +100,11 @@ TEST(ClientCounter, CountsInPeriodsAndForgetsWhoAskedLeast) {
   counter.Hold(client, 500);
   EXPECT_TRUE(counter.Look(client, 499, 60).held);
   EXPECT_FALSE(counter.Look(client, 500, 60).held);
-  counter.Forget(client);
+  EXPECT_TRUE(counter.Forgive(client, 110));
   EXPECT_EQ(counter.Look(client, 119, 60).requests, 0U);
+  counter.Add(client, 119, 60);
+  EXPECT_FALSE(counter.Forgive(client, 110)) << "the same once more";
+  EXPECT_EQ(counter.Add(client, 119, 60).requests, 2U);
 
   // A flood from millions of addresses: those that ask often stay known.
   std::vector<CIpAddress> heavy;
@@ -106,7 +112,10 @@ TEST(ClientCounter, CountsInPeriodsAndForgetsWhoAskedLeast) {
   for (int round = 0; round < 3; ++round) {
     for (const CIpAddress& c : heavy) counter.Add(c, 1000, 1000);
   }
+  counter.Add(client, 1000, 1000);
+  counter.Hold(client, 1500);
   for (std::uint32_t i = 0; i < 3'000'000; ++i) counter.Add(CIpAddress::FromIpv4(0x20000000 + i), 1000, 1000);
+  EXPECT_TRUE(counter.Look(client, 1000, 1000).held);
   std::size_t kept = 0;
   for (const CIpAddress& c : heavy) kept += counter.Look(c, 1000, 1000).requests == 3 ? 1 : 0;
   EXPECT_EQ(kept, heavy.size());

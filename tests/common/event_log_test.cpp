@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "common/json.h"
+#include "common/text.h"
 #include "port/file.h"
 #include "port/module_path.h"
 #include "tests/port/child_processes.h"
@@ -16,22 +17,6 @@
 
 namespace qiv {
 namespace {
-
-std::string Content(const std::string& path) {
-  std::string content;
-  ReadWholeFile(path, 1U << 30, &content);
-  return content;
-}
-
-std::vector<std::string> Lines(const std::string& content) {
-  std::vector<std::string> lines;
-  for (std::size_t pos = 0; pos < content.size();) {
-    const std::size_t end = content.find('\n', pos);
-    lines.push_back(content.substr(pos, end - pos));
-    pos = end == content.npos ? content.size() : end + 1;
-  }
-  return lines;
-}
 
 TEST(EventLog, EveryFieldInItsPlace) {
   const CTemporaryDirectory directory;
@@ -126,7 +111,8 @@ void ExpectAllLines(const CTemporaryDirectory& directory, int writers, int lines
       ++moved;
       EXPECT_GE(content.size(), limit) << suffix;
     }
-    for (const std::string& line : Lines(content)) {
+    for (const std::string_view line : Split(content, '\n')) {
+      if (line.empty()) continue;
       const auto value = ParseJson(line);
       ASSERT_NE(value, nullptr) << line;
       ++seen[value->AsObject()->GetText("event_id")];
@@ -193,8 +179,9 @@ TEST(EventLog, KeepsTheNewestAndStaysBounded) {
   // The newest lines, in order, across the files from the oldest to the newest.
   std::vector<std::string> lines;
   for (const char* suffix : {".4", ".3", ".2", ".1", ""}) {
-    for (const std::string& line : Lines(Content(directory.Path(std::string("_log.log") + suffix)))) {
-      lines.push_back(ParseJson(line)->AsObject()->GetText("event_id"));
+    const std::string content = Content(directory.Path(std::string("_log.log") + suffix));
+    for (const std::string_view line : Split(content, '\n')) {
+      if (!line.empty()) lines.push_back(ParseJson(line)->AsObject()->GetText("event_id"));
     }
   }
   for (std::size_t i = 0; i < lines.size(); ++i) {

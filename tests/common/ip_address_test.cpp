@@ -11,43 +11,33 @@
 namespace qiv {
 namespace {
 
+/// "in=out" each, divided by blanks.
+std::vector<std::pair<std::string_view, std::string_view>> Cases(std::string_view text) {
+  std::vector<std::pair<std::string_view, std::string_view>> cases;
+  for (const std::string_view one : Split(text, ' ')) {
+    cases.emplace_back(one.substr(0, one.find('=')), one.substr(one.find('=') + 1));
+  }
+  return cases;
+}
+
 TEST(IpAddress, AcceptedAndWrittenCanonically) {
-  const struct {
-    const char* text;
-    const char* canonical;
-  } cases[] = {
-      {"0.0.0.0", "0.0.0.0"},
-      {"127.0.0.1", "127.0.0.1"},
-      {"255.255.255.255", "255.255.255.255"},
-      {"::", "::"},
-      {"::1", "::1"},
-      {"[::1]", "::1"},
-      {"fe80::1%eth0", "fe80::1"},
-      {"[fe80::1%25eth0]", "fe80::1"},
-      {"2001:DB8::A", "2001:db8::a"},
-      {"2001:0db8:0000:0000:0001:0000:0000:0001", "2001:db8::1:0:0:1"},  // the first of two equal runs
-      {"2001:db8:0:1:1:1:1:1", "2001:db8:0:1:1:1:1:1"},                  // one zero group is not shortened
-      {"1:0:0:2:0:0:0:3", "1:0:0:2::3"},                                 // the longer run
-      {"1:2:3:4:5:6:7::", "1:2:3:4:5:6:7:0"},
-      {"::2:3:4:5:6:7:8", "0:2:3:4:5:6:7:8"},
-      {"1::", "1::"},
-      {"0:0:0:0:0:0:0:0", "::"},
-      {"::ffff:1.2.3.4", "1.2.3.4"},  // mapped is IPv4
-      {"::FFFF:102:304", "1.2.3.4"},
-      {"0:0:0:0:0:ffff:1.2.3.4", "1.2.3.4"},
-      {"[::ffff:1.2.3.4]", "1.2.3.4"},
-      {"::1.2.3.4", "::102:304"},  // compatible is not
-      {"64:ff9b::192.0.2.33", "64:ff9b::c000:221"},
-      {"1:2:3:4:5:6:1.2.3.4", "1:2:3:4:5:6:102:304"},
-      {"::ffff:0:1.2.3.4", "::ffff:0:102:304"},
-  };
-  for (const auto& c : cases) {
-    const auto address = CIpAddress::Parse(c.text);
-    ASSERT_TRUE(address) << c.text;
-    EXPECT_EQ(address->Text(), c.canonical) << c.text;
-    EXPECT_EQ(address->IsIpv4(), std::string(c.canonical).find(':') == std::string::npos) << c.text;
-    EXPECT_EQ(CIpAddress::Parse(address->Text()), address) << c.text;
-    EXPECT_EQ(CIpAddress::FromIpv6(address->Bytes()), *address) << c.text;
+  for (const auto& [text, canonical] :
+       Cases("0.0.0.0=0.0.0.0 127.0.0.1=127.0.0.1 255.255.255.255=255.255.255.255 ::=:: ::1=::1 [::1]=::1 1::=1:: "
+             "0:0:0:0:0:0:0:0=:: fe80::1%eth0=fe80::1 [fe80::1%25eth0]=fe80::1 2001:DB8::A=2001:db8::a "
+             "1:2:3:4:5:6:7::=1:2:3:4:5:6:7:0 ::2:3:4:5:6:7:8=0:2:3:4:5:6:7:8 "
+             "2001:0db8:0000:0000:0001:0000:0000:0001=2001:db8::1:0:0:1 "  // the first of two equal runs
+             "2001:db8:0:1:1:1:1:1=2001:db8:0:1:1:1:1:1 "                  // one zero group is not shortened
+             "1:0:0:2:0:0:0:3=1:0:0:2::3 "                                 // the longer run
+             "::ffff:1.2.3.4=1.2.3.4 ::FFFF:102:304=1.2.3.4 0:0:0:0:0:ffff:1.2.3.4=1.2.3.4 "  // mapped is IPv4
+             "[::ffff:1.2.3.4]=1.2.3.4 64:ff9b::192.0.2.33=64:ff9b::c000:221 "
+             "1:2:3:4:5:6:1.2.3.4=1:2:3:4:5:6:102:304 ::ffff:0:1.2.3.4=::ffff:0:102:304 "
+             "::1.2.3.4=::102:304")) {  // compatible is not
+    const auto address = CIpAddress::Parse(text);
+    ASSERT_TRUE(address) << text;
+    EXPECT_EQ(address->Text(), canonical) << text;
+    EXPECT_EQ(address->IsIpv4(), canonical.find(':') == std::string::npos) << text;
+    EXPECT_EQ(CIpAddress::Parse(address->Text()), address) << text;
+    EXPECT_EQ(CIpAddress::FromIpv6(address->Bytes()), *address) << text;
   }
 }
 
@@ -72,17 +62,11 @@ TEST(IpAddress, OrderAndNeighbours) {
   for (std::size_t i = 1; i < ordered.size(); ++i) {
     EXPECT_LT(*CIpAddress::Parse(ordered[i - 1]), *CIpAddress::Parse(ordered[i])) << ordered[i];
   }
-  const struct {
-    const char* address;
-    const char* next;
-  } cases[] = {{"1.2.3.255", "1.2.4.0"},
-               {"255.255.255.255", "-"},
-               {"::ffff:ffff:ffff:ffff", "0:0:0:1::"},
-               {"::fffe:ffff:ffff", "::1:0:0:0"},
-               {"ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff", "-"}};
-  for (const auto& c : cases) {
-    const auto next = CIpAddress::Parse(c.address)->Next();
-    EXPECT_EQ(next ? next->Text() : "-", c.next) << c.address;
+  for (const auto& [address, after] :
+       Cases("1.2.3.255=1.2.4.0 255.255.255.255=- ::ffff:ffff:ffff:ffff=0:0:0:1:: ::fffe:ffff:ffff=::1:0:0:0 "
+             "ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff=-")) {
+    const auto next = CIpAddress::Parse(address)->Next();
+    EXPECT_EQ(next ? next->Text() : "-", after) << address;
   }
   EXPECT_EQ(CIpAddress::FromIpv4(0x7F000001).Text(), "127.0.0.1");
   EXPECT_EQ(CIpAddress::Parse("1.2.3.4")->Ipv4(), 0x01020304U);
@@ -96,50 +80,20 @@ std::string RangeText(std::string_view item) {
 }
 
 TEST(IpRange, Items) {
-  const struct {
-    const char* item;
-    const char* range;
-  } cases[] = {
-      {"1.2.3.4", "1.2.3.4-1.2.3.4"},
-      {"1.2.3.4-1.2.3.9", "1.2.3.4-1.2.3.9"},
-      {"1.2.3.4-1.2.3.3", "-"},
-      {"1.2.3.4-", "-"},
-      {"-1.2.3.4", "-"},
-      {"1.2.3.4-5", "-"},
-      {"1.2.3.4-::1", "-"},
-      {"1.2.3.4-::ffff:1.2.3.5", "1.2.3.4-1.2.3.5"},
-      {"10.1.2.3/8", "10.0.0.0-10.255.255.255"},
-      {"10.1.2.3/32", "10.1.2.3-10.1.2.3"},
-      {"10.1.2.3/31", "10.1.2.2-10.1.2.3"},
-      {"1.2.3.4/0", "0.0.0.0-255.255.255.255"},
-      {"1.2.3.4/33", "-"},
-      {"1.2.3.4/08", "-"},
-      {"1.2.3.4/", "-"},
-      {"1.2.3.4/-1", "-"},
-      {"1.2.3.4/4294967304", "-"},
-      {"1.2.3.4/255.0.0.0", "-"},
-      {"2001:db8::5/32", "2001:db8::-2001:db8:ffff:ffff:ffff:ffff:ffff:ffff"},
-      {"::/0", "::-ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff"},
-      {"2001::7/64", "2001::-2001::ffff:ffff:ffff:ffff"},
-      {"2001::7/65", "2001::-2001::7fff:ffff:ffff:ffff"},
-      {"2001::7/128", "2001::7-2001::7"},
-      {"2001::7/129", "-"},
-      {"::ffff:10.1.2.3/104", "10.0.0.0-10.255.255.255"},
-      {"::ffff:10.1.2.3/8", "-"},
-      {"10.1.*", "10.1.0.0-10.1.255.255"},
-      {"10.1.*.*", "10.1.0.0-10.1.255.255"},
-      {"10.*", "10.0.0.0-10.255.255.255"},
-      {"10.1.2.*", "10.1.2.0-10.1.2.255"},
-      {"*", "0.0.0.0-255.255.255.255"},
-      {"10.*.1", "-"},
-      {"10.*.1.*", "-"},
-      {"10.1*", "-"},
-      {"10.1.2.3.*", "-"},
-      {"256.*", "-"},
-      {"2001:*", "-"},
-      {"", "-"},
-  };
-  for (const auto& c : cases) EXPECT_EQ(RangeText(c.item), c.range) << c.item;
+  for (const auto& [item, range] :
+       Cases("1.2.3.4=1.2.3.4-1.2.3.4 1.2.3.4-1.2.3.9=1.2.3.4-1.2.3.9 1.2.3.4-::ffff:1.2.3.5=1.2.3.4-1.2.3.5 "
+             "1.2.3.4-1.2.3.3=- 1.2.3.4-=- -1.2.3.4=- 1.2.3.4-5=- 1.2.3.4-::1=- =- "
+             "10.1.2.3/8=10.0.0.0-10.255.255.255 10.1.2.3/32=10.1.2.3-10.1.2.3 10.1.2.3/31=10.1.2.2-10.1.2.3 "
+             "1.2.3.4/0=0.0.0.0-255.255.255.255 1.2.3.4/33=- 1.2.3.4/08=- 1.2.3.4/=- 1.2.3.4/-1=- "
+             "1.2.3.4/4294967304=- 1.2.3.4/255.0.0.0=- 2001::7/129=- ::ffff:10.1.2.3/8=- "
+             "2001:db8::5/32=2001:db8::-2001:db8:ffff:ffff:ffff:ffff:ffff:ffff "
+             "::/0=::-ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff 2001::7/64=2001::-2001::ffff:ffff:ffff:ffff "
+             "2001::7/65=2001::-2001::7fff:ffff:ffff:ffff 2001::7/128=2001::7-2001::7 "
+             "::ffff:10.1.2.3/104=10.0.0.0-10.255.255.255 10.1.*=10.1.0.0-10.1.255.255 10.1.*.*=10.1.0.0-10.1.255.255 "
+             "10.*=10.0.0.0-10.255.255.255 10.1.2.*=10.1.2.0-10.1.2.255 *=0.0.0.0-255.255.255.255 "
+             "10.*.1=- 10.*.1.*=- 10.1*=- 10.1.2.3.*=- 256.*=- 2001:*=-")) {
+    EXPECT_EQ(RangeText(item), range) << item;
+  }
 }
 
 std::string AllRanges(const CIpRanges& set) {

@@ -62,17 +62,5 @@ TEST(Parameters, Multipart) {
   }
 }
 
-TEST(Parameters, ManyParts) {
-  std::string body;
-  Pairs expected;
-  for (int i = 0; i < 10000; ++i) {
-    const std::string name = "n" + std::to_string(i);
-    const std::string value = "v\r\n-" + name;
-    body += "--b\r\nContent-Disposition: form-data; name=\"" + name + "\"\r\n\r\n" + value + "\r\n";
-    expected.emplace_back(name, value);
-  }
-  EXPECT_EQ(Parameters(body + "--b--"), expected);
-}
-
 }  // namespace
 }  // namespace qiv

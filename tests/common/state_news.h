@@ -6,7 +6,6 @@
 
 #include "common/json.h"
 #include "common/state_recorder.h"
-#include "port/file.h"
 #include "port/module_path.h"
 #include "tests/port/temporary_directory.h"
 
@@ -16,8 +15,7 @@ class CStateNews {
  public:
   /// The lines since the last call, as "kind|state|file|item|reason|detail".
   std::vector<std::string> Take() {
-    std::string content;
-    ReadWholeFile(directory_.Path("debug/_log.log"), 1U << 20, &content);
+    const std::string content = Content(directory_.Path("debug/_log.log"));
     std::vector<std::string> news;
     for (std::size_t end; (end = content.find('\n', read_)) != content.npos; read_ = end + 1) {
       const auto line = ParseJson(std::string_view(content).substr(read_, end - read_));

@@ -126,27 +126,19 @@ TEST(Text, NormalizeText) {
 }
 
 TEST(Text, Numbers) {
-  const std::pair<std::string_view, std::int32_t> numbers[] = {{"", 0},
-                                                               {"12x", 12},
-                                                               {" \t-7", -7},
-                                                               {"+5", 5},
-                                                               {"x5", 0},
-                                                               {"- 5", 0},
-                                                               {"+-5", 0},
-                                                               {"007", 7},
-                                                               {"2147483647", 2147483647},
-                                                               {"2147483648", 2147483647},
-                                                               {"-2147483648", -2147483647 - 1},
-                                                               {"-99999999999999999999", -2147483647 - 1}};
-  for (const auto& [text, number] : numbers) EXPECT_EQ(ToNumber(text), number) << text;
-  const std::pair<std::string_view, std::uint32_t> digits[] = {{"", 0},
-                                                               {"42", 42},
-                                                               {"+1", 0},
-                                                               {"1 ", 0},
-                                                               {"4294967295", 4294967295U},
-                                                               {"4294967296", 0},
-                                                               {"99999999999999999999999999", 0}};
-  for (const auto& [text, number] : digits) EXPECT_EQ(DigitsToNumber(text), number) << text;
+  const auto numbers = [](std::string_view texts) {
+    std::string all;
+    for (const std::string_view text : Split(texts, '|')) all += std::to_string(ToNumber(text)) + " ";
+    return all;
+  };
+  EXPECT_EQ(numbers("|12x| \t-7|+5|x5|- 5|+-5|007"), "0 12 -7 5 0 0 0 7 ");
+  EXPECT_EQ(numbers("2147483647|2147483648|-2147483648|-99999999999999999999"),
+            "2147483647 2147483647 -2147483648 -2147483648 ");
+  EXPECT_EQ(DigitsToNumber("42"), 42U);
+  EXPECT_EQ(DigitsToNumber("4294967295"), 4294967295U);
+  for (const char* const none : {"", "+1", "1 ", "4294967296", "99999999999999999999999999"}) {
+    EXPECT_EQ(DigitsToNumber(none), 0U) << none;
+  }
 }
 
 TEST(Text, TaggedPart) {

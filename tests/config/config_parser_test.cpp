@@ -8,6 +8,8 @@
 #include <vector>
 
 #include "common/char_set.h"
+#include "common/text.h"
+#include "config/access_settings.h"
 #include "config/config_keys.h"
 #include "config/local_form.h"
 #include "tests/config/config_text.h"
@@ -39,81 +41,50 @@ std::string Show(std::int32_t value) { return std::to_string(value); }
 std::string Show(std::uint32_t value) { return std::to_string(value); }
 std::string Show(const std::string& value) { return value; }
 
-struct ValueCase {
+/// A key of a section and what its values, written with ' for ", are read as: "value=read" divided by blanks.
+struct ValueCases {
   const char* section;
-  const char* json;
+  const char* key;
   std::string (*read)(const WebsiteConfig&);
-  const char* expected;
+  const char* cases;
 };
-#define MEMBER(path) [](const WebsiteConfig& config) { return Show(config.path); }
+#define VALUES(section, key) \
+  "website_" #section, #key, [](const WebsiteConfig& config) { return Show(config.section.key); }
 
-const ValueCase kValueCases[] = {
-    // Numbers, as text and as JSON numbers.
-    {"website_request", "{'type':'10'}", MEMBER(request.type), "10"},
-    {"website_request", "{'type':10}", MEMBER(request.type), "10"},
-    {"website_request", "{'type':' 7x'}", MEMBER(request.type), "7"},
-    {"website_request", "{'type':'on'}", MEMBER(request.type), "0"},
-    {"website_request", "{'type':true}", MEMBER(request.type), "0"},
-    {"website_request", "{'type':[1]}", MEMBER(request.type), "0"},
-    {"website_request", "{'type':'99999999999'}", MEMBER(request.type), "2147483647"},
-    {"website_request", "{'type':'1','type':'2'}", MEMBER(request.type), "2"},
-    // Flags.
-    {"website_response", "{'passwd':'1'}", MEMBER(response.passwd), "on"},
-    {"website_response", "{'passwd':1}", MEMBER(response.passwd), "on"},
-    {"website_response", "{'passwd':'true'}", MEMBER(response.passwd), "off"},
-    {"website_response", "{'passwd':true}", MEMBER(response.passwd), "off"},
-    {"website_response", "{'passwd':'01'}", MEMBER(response.passwd), "off"},
-    {"website_response", "{'passwd':' 1'}", MEMBER(response.passwd), "off"},
-    // Digits only.
-    {"website_attack", "{'overflow_url_maxlen':'2048'}", MEMBER(attack.overflow_url_maxlen), "2048"},
-    {"website_attack", "{'overflow_url_maxlen':'2048b'}", MEMBER(attack.overflow_url_maxlen), "0"},
-    {"website_attack", "{'overflow_url_maxlen':'-1'}", MEMBER(attack.overflow_url_maxlen), "0"},
-    {"website_attack", "{'overflow_url_maxlen':'4294967296'}", MEMBER(attack.overflow_url_maxlen), "0"},
-    {"website_attack", "{'e404_lock_freq':'20'}", MEMBER(attack.e404_lock_freq), "20"},
-    {"website_attack", "{'e404_lock_freq':'20 '}", MEMBER(attack.e404_lock_freq), "0"},
-    // Lists.
-    {"website_request", "{'types':'GET,post, |rpc| ,|OTHER|'}", MEMBER(request.types), ",get,post,|RPC|,|OTHER|,"},
-    {"website_request", "{'types':',get,post,'}", MEMBER(request.types), ",get,post,"},
-    {"website_request", "{'types':' , '}", MEMBER(request.types), ""},
-    {"website_attack", "{'spider_deny_spiders':'Baidu,Sogou'}", MEMBER(attack.spider_deny_spiders), ",Baidu,Sogou,"},
-    {"website_attack", "{'cc_file_type':'|ASP|php|'}", MEMBER(attack.cc_file_type), ",asp,php,"},
-    {"website_protect", "{'link_file_types':'jpg'}", MEMBER(protect.link_file_types), ",jpg,"},
-    {"website_protect", "{'link_empty_refer':1}", MEMBER(protect.link_white_referers), "|{$empty}|"},
-    {"website_protect", "{'link_empty_refer':1,'link_white_referers':'a.com|b.com'}",
-     MEMBER(protect.link_white_referers), "a.com|b.com|{$empty}|"},
-    {"website_protect", "{'link_white_referers':'a.com'}", MEMBER(protect.link_white_referers), "a.com"},
-    // Choices.
-    {"website_attack", "{'cc_verify_type':'select'}", MEMBER(attack.cc_verify_type), "4"},
-    {"website_attack", "{'cc_verify_type':'cookie'}", MEMBER(attack.cc_verify_type), "5"},
-    {"website_attack", "{'cc_verify_type':'2'}", MEMBER(attack.cc_verify_type), "1"},
-    {"website_attack", "{}", MEMBER(attack.cc_verify_type), "1"},
-    {"website_request", "{'csrf_mode':'0'}", MEMBER(request.csrf_mode), "0"},
-    {"website_request", "{'csrf_mode':2}", MEMBER(request.csrf_mode), "2"},
-    {"website_request", "{'csrf_mode':'Strict'}", MEMBER(request.csrf_mode), "2"},
-    {"website_request", "{'csrf_mode':'3'}", MEMBER(request.csrf_mode), "1"},
-    {"website_request", "{'xframe_type':'AllowFrom'}", MEMBER(request.xframe_type), "ALLOW-FROM"},
-    {"website_request", "{'xframe_type':'deny'}", MEMBER(request.xframe_type), "DENY"},
-    {"website_request", "{'xframe_allowfrom':' https://a\\r\\nX: 1'}", MEMBER(request.xframe_allowfrom),
-     "https://aX: 1"},
+const ValueCases kValueCases[] = {
+    {VALUES(request, type),
+     "'10'=10 10=10 '\\u00207x'=7 'on'=0 true=0 [1]=0 '99999999999'=2147483647 '1','type':'2'=2"},
+    {VALUES(response, passwd), "'1'=on 1=on 'true'=off true=off '01'=off '\\u00201'=off"},
+    {VALUES(attack, overflow_url_maxlen), "'2048'=2048 '2048b'=0 '-1'=0 '4294967296'=0"},
+    {VALUES(attack, e404_lock_freq), "'20'=20 '20\\u0020'=0"},
+    {VALUES(request, types), "'GET,post,\\u0020|rpc|\\u0020,|OTHER|'=,get,post,|RPC|,|OTHER|, ',get,post,'=,get,post,"},
+    {VALUES(request, types), "'\\u0020,\\u0020'="},
+    {VALUES(attack, spider_deny_spiders), "'Baidu,Sogou'=,Baidu,Sogou,"},
+    {VALUES(attack, cc_file_type), "'|ASP|php|'=,asp,php,"},
+    {VALUES(protect, link_file_types), "'jpg'=,jpg,"},
+    {VALUES(protect, link_white_referers),
+     "'','link_empty_refer':1=|{$empty}| 'a.com|b.com','link_empty_refer':1=a.com|b.com|{$empty}| 'a.com'=a.com"},
+    {VALUES(attack, cc_verify_type), "'select'=4 'cookie'=5 '2'=1 ''=1"},
+    {VALUES(request, csrf_mode), "'0'=0 2=2 'Strict'=2 '3'=1"},
+    {VALUES(request, xframe_type), "'AllowFrom'=ALLOW-FROM 'deny'=DENY"},
+    {VALUES(request, xframe_allowfrom), "'\\u0020https://a\\r\\nX:1'=https://aX:1"},
     // Times and what they depend on.
-    {"website_attack", "{'cc_lock_time':'10'}", MEMBER(attack.cc_lock_time), "600"},
-    {"website_attack", "{'cc_lock_time':'2147483647'}", MEMBER(attack.cc_lock_time), "2147483640"},
-    {"website_attack", "{'e404_lock_time':-5}", MEMBER(attack.e404_lock_time), "0"},
-    {"website_attack", "{'cc_lock_freq_sec':'0'}", MEMBER(attack.cc_lock_freq_sec), "60"},
-    {"website_attack", "{'cc_lock_freq_sec':'-9'}", MEMBER(attack.cc_lock_freq_sec), "60"},
-    {"website_attack", "{'e404_lock_freq_sec':'5'}", MEMBER(attack.e404_lock_freq_sec), "5"},
-    {"website_response", "{'lock':1,'lock_freq':3,'lock_time':2}", MEMBER(response.lock), "on"},
-    {"website_response", "{'lock':1,'lock_freq':3,'lock_time':2}", MEMBER(response.lock_time), "120"},
-    {"website_response", "{'lock':1,'lock_freq':3}", MEMBER(response.lock), "off"},
-    {"website_response", "{'lock':1,'lock_time':2}", MEMBER(response.lock), "off"},
-    {"website_response", "{'lock_freq':0,'lock_time':2,'lock_freq_sec':9}", MEMBER(response.lock_time), "0"},
-    {"website_response", "{'lock_freq':0,'lock_time':2,'lock_freq_sec':9}", MEMBER(response.lock_freq_sec), "60"},
+    {VALUES(attack, cc_lock_time), "'10'=600 '2147483647'=2147483640"},
+    {VALUES(attack, e404_lock_time), "-5=0"},
+    {VALUES(attack, cc_lock_freq_sec), "'0'=60 '-9'=60"},
+    {VALUES(attack, e404_lock_freq_sec), "'5'=5"},
+    {VALUES(response, lock), "1,'lock_freq':3,'lock_time':2=on 1,'lock_freq':3=off 1,'lock_time':2=off"},
+    {VALUES(response, lock_time), "2,'lock':1,'lock_freq':3=120 2,'lock_freq':0=0"},
+    {VALUES(response, lock_freq_sec), "9,'lock_freq':0,'lock_time':2=60"},
 };
 
 TEST(ConfigParser, ReadsValues) {
-  for (const ValueCase& c : kValueCases) {
-    const WebsiteConfig config = Parse(SettingsText(Section(c.section, c.json)));
-    EXPECT_EQ(c.read(config), c.expected) << c.section << " " << c.json;
+  for (const ValueCases& key : kValueCases) {
+    for (const std::string_view one : Split(key.cases, ' ')) {
+      const std::size_t middle = one.rfind('=');
+      const std::string json = "{'" + std::string(key.key) + "':" + std::string(one.substr(0, middle)) + "}";
+      EXPECT_EQ(key.read(Parse(SettingsText(Section(key.section, json)))), one.substr(middle + 1)) << json;
+    }
   }
 }
 
@@ -145,15 +116,9 @@ TEST(ConfigParser, LeavesOutWhatHasNoGbkForm) {
 }
 
 TEST(ConfigParser, ReadsUploadTypes) {
-  const std::pair<const char*, const char*> cases[] = {
-      {"jpg,PNG", ",jpg,png,"},
-      {"*", ",*,"},
-      {",jpg,", ",jpg,"},
-      {"", ""},
-  };
-  for (const auto& [written, held] : cases) {
-    const WebsiteConfig config = Parse(SettingsText("", std::string("{\"upload_types\":\"") + written + "\"}"));
-    EXPECT_EQ(config.base.upload_types, held) << written;
+  using Case = std::pair<std::string, const char*>;
+  for (const auto& [written, held] : {Case("jpg,PNG", ",jpg,png,"), {"*", ",*,"}, {",jpg,", ",jpg,"}, {"", ""}}) {
+    EXPECT_EQ(Parse(SettingsText("", "{\"upload_types\":\"" + written + "\"}")).base.upload_types, held) << written;
   }
 }
 
@@ -198,18 +163,16 @@ TEST(ConfigParser, ReadsSwitches) {
   EXPECT_FALSE(off.library_enabled);
   EXPECT_FALSE(off.ipv6_protection);
 
-  const std::pair<const char*, std::uint32_t> times[] = {
-      {"0", 0},
-      {"000", 0},
-      {"", 720},
-      {"12a", 720},
-      {"-1", 720},
-      {" 5", 720},
-      {"4294967295", 4294967295U},
-      {"4294967296", 720},
-  };
-  for (const auto& [written, held] : times) {
-    const std::string tag = std::string("<sys_temp_time>") + written + "</sys_temp_time>";
+  using Time = std::pair<std::string, std::uint32_t>;
+  for (const auto& [written, held] : {Time("0", 0),
+                                      {"000", 0},
+                                      {"", 720},
+                                      {"12a", 720},
+                                      {"-1", 720},
+                                      {" 5", 720},
+                                      {"4294967295", 4294967295U},
+                                      {"4294967296", 720}}) {
+    const std::string tag = "<sys_temp_time>" + written + "</sys_temp_time>";
     EXPECT_EQ(Parse("<website_other>" + tag + "</website_other>" + SettingsText("")).sys_temp_time, held) << written;
   }
 }
@@ -229,34 +192,33 @@ TEST(ConfigParser, ScriptKeysNeedTheirFunction) {
 }
 
 TEST(ConfigParser, CapturesTheBodyForTheKeysThatReadIt) {
-  const std::pair<const char*, const char*> on[] = {
-      {"website_base", "{'trojan_post':1}"},
-      {"website_base", "{'upload':1}"},
-      {"website_base", "{'upload_file':1}"},
-      {"website_base", "{'upload_exe':1}"},
-      {"website_request", "{'ill_block_post':1}"},
-      {"website_request", "{'ill_replace_post':1}"},
-      {"website_request", "{'ill_record_post':1}"},
-      {"website_sql", "{'post':1}"},
-      {"website_base", "{'badcode':1,'badcode_post':1}"},
-      {"website_request", "{'photo':1,'photo_post':1}"},
+  const auto needs = [](std::string_view section, const char* json) {
+    if (section == "base") {
+      std::string base = Section("", json);  // between "<>" and "</>"
+      return Parse(SettingsText("", base.substr(2, base.size() - 5))).need_post_body;
+    }
+    return Parse(SettingsText(Section("website_" + std::string(section), json))).need_post_body;
   };
-  const std::pair<const char*, const char*> off[] = {
-      {"website_base", "{'badcode_post':1}"},
-      {"website_request", "{'photo_post':1}"},
-      {"website_base", "{'trojan':1,'trojan_post':'true'}"},
-      {"website_sql", "{'xss':1,'xss_post':1}"},
-      {"website_base", "{'badcode':'on','badcode_post':1}"},
-  };
-  const auto needs = [](const char* section, const char* json) {
-    const std::string on_servers = "<website_base><website_on_servers>1</website_on_servers>";
-    const std::string part = Section(section, json);
-    return Parse(section == std::string("website_base") ? on_servers + part.substr(std::string("<website_base>").size())
-                                                        : SettingsText(part))
-        .need_post_body;
-  };
-  for (const auto& [section, json] : on) EXPECT_TRUE(needs(section, json)) << json;
-  for (const auto& [section, json] : off) EXPECT_FALSE(needs(section, json)) << json;
+  using Case = std::pair<const char*, const char*>;
+  for (const auto& [section, json] : {Case("base", "{'trojan_post':1}"),
+                                      {"base", "{'upload':1}"},
+                                      {"base", "{'upload_file':1}"},
+                                      {"base", "{'upload_exe':1}"},
+                                      {"base", "{'badcode':1,'badcode_post':1}"},
+                                      {"request", "{'ill_block_post':1}"},
+                                      {"request", "{'ill_replace_post':1}"},
+                                      {"request", "{'ill_record_post':1}"},
+                                      {"sql", "{'post':1}"},
+                                      {"request", "{'photo':1,'photo_post':1}"}}) {
+    EXPECT_TRUE(needs(section, json)) << json;
+  }
+  for (const auto& [section, json] : {Case("base", "{'badcode_post':1}"),
+                                      {"request", "{'photo_post':1}"},
+                                      {"sql", "{'xss':1,'xss_post':1}"},
+                                      {"base", "{'trojan':1,'trojan_post':'true'}"},
+                                      {"base", "{'badcode':'on','badcode_post':1}"}}) {
+    EXPECT_FALSE(needs(section, json)) << json;
+  }
 }
 
 TEST(ConfigParser, HoldsTextsInTheLocalCodePage) {
@@ -330,6 +292,56 @@ TEST(ConfigParser, ReadsWholeFiles) {
   WebsiteConfig config;
   ParseConfigText(good, &config);
   EXPECT_FALSE(config.addresses.website_sys_common_area_ips.Empty());
+}
+
+TEST(TimeSpans, HoldTheirDaysAndCrossMidnight) {
+  struct Moment {
+    const char* span;
+    int weekday;  // 0 Sunday
+    int minute;
+    bool held;
+  };
+  constexpr int kHour = 60;
+  const Moment moments[] = {
+      {"08:00-18:00", 3, 8 * kHour, true},      {"08:00-18:00", 3, 8 * kHour - 1, false},
+      {"08:00-18:00", 0, 18 * kHour - 1, true}, {"8:00 - 18:00", 0, 18 * kHour, false},
+      {"22:00-06:00", 0, 23 * kHour, true},     {"22:00-06:00", 0, 6 * kHour - 1, true},
+      {"22:00-06:00", 0, 6 * kHour, false},     {"00:00-24:00", 6, 24 * kHour - 1, true},
+      {"00:00-00:00", 6, 12 * kHour, true},     {"5 22:00-06:00", 5, 23 * kHour, true},
+      {"5 22:00-06:00", 6, 5 * kHour, true},    {"5 22:00-06:00", 5, 5 * kHour, false},
+      {"5 22:00-06:00", 6, 23 * kHour, false},  {"7 22:00-06:00", 1, 5 * kHour, true},
+      {"6-1 09:00-10:00", 0, 9 * kHour, true},  {"6-1 09:00-10:00", 1, 9 * kHour, true},
+      {"6-1 09:00-10:00", 2, 9 * kHour, false}, {"1,3 09:00-10:00", 3, 9 * kHour, true},
+      {"1,3 09:00-10:00", 2, 9 * kHour, false},
+  };
+  for (const auto& [span, weekday, minute, held] : moments) {
+    const auto parsed = ParseTimeSpan(span);
+    ASSERT_TRUE(parsed) << span;
+    EXPECT_EQ(parsed->Holds(weekday, minute), held) << span << " " << weekday << " " << minute;
+  }
+  for (const char* const bad :
+       {"", "8-9", "08:00", "08:00-", "25:00-26:00", "08:60-09:00", "24:00-25:00", "08:00-24:01", "8 08:00-09:00",
+        "0-3 08:00-09:00", "1- 08:00-09:00", "008:00-09:00", "08:0-09:00"}) {
+    EXPECT_FALSE(ParseTimeSpan(bad)) << bad;
+  }
+}
+
+TEST(Methods, AreAdmittedByNameAndByMarker) {
+  const std::pair<const char*, const char*> cases[] = {
+      {"get,post", "GET POST -HEAD -PROPFIND -RPC_IN_DATA -"},
+      {"GET, |OTHER|", "GET PROPFIND get -POST -DELETE -RPC_IN_DATA"},
+      {"|RPC|", "RPC_IN_DATA RDG_OUT_DATA -GET -RPC"},
+      {"rpc", "RPC_OUT_DATA -OPTIONS"},
+  };
+  for (const auto& [types, methods] : cases) {
+    const WebsiteConfig config =
+        Parse(SettingsText(Section("website_request", std::string("{'types':'") + types + "'}")));
+    for (std::string_view method : Split(methods, " ")) {
+      const bool admitted = !method.starts_with('-');
+      if (!admitted) method.remove_prefix(1);
+      EXPECT_EQ(config.access.types.Admits(method), admitted) << types << " " << method;
+    }
+  }
 }
 
 TEST(ConfigKeys, AreDeclaredOnce) {

@@ -74,7 +74,7 @@ class QivConfig : public testing::Test {
       &TestClock, &states_};
 };
 
-TEST_F(QivConfig, StartsSwitchedOffWithDefaults) {
+TEST_F(QivConfig, StartsSwitchedOffWithDefaultsAndLoads) {
   Tick();
   Tick();
   EXPECT_FALSE(config_.IsConfigValid());
@@ -82,27 +82,12 @@ TEST_F(QivConfig, StartsSwitchedOffWithDefaults) {
   EXPECT_FALSE(config_.IsLibraryEnabled());
   EXPECT_EQ(config_.Current()->sys_temp_time, 720U);
   EXPECT_TRUE(config_.Library()->Rules().empty());
-}
-
-TEST_F(QivConfig, FirstTickLoads) {
   Write(FileText("<sys_is_qiv>1</sys_is_qiv><enable_ipv6prot>1</enable_ipv6prot>" + SettingsText("")));
   Tick();
   EXPECT_TRUE(config_.IsConfigValid());
   EXPECT_TRUE(config_.IsIpv6Protected());
   EXPECT_TRUE(config_.IsLibraryEnabled());
   EXPECT_EQ(config_.Current()->base.hide, 1);
-}
-
-TEST_F(QivConfig, LooksAtFilesEveryTwoSeconds) {
-  Write(Numbered(1));
-  Tick();
-  Write(Numbered(2));
-  test_now += 1;
-  config_.RefreshTick();
-  EXPECT_EQ(Number(), 1);
-  test_now += 1;
-  config_.RefreshTick();
-  EXPECT_EQ(Number(), 2);
 }
 
 TEST_F(QivConfig, AClockThatWasWrongOrSetBackDoesNotStopTheTick) {
@@ -141,6 +126,11 @@ TEST_F(QivConfig, WhatAConfigurationIsRefusedForIsReportedOnce) {
   Tick();
   EXPECT_EQ(news_.Take(),
             (Lines{"load|fault|_config.db||The file is missing|", "protection|off|||Requests pass unchecked|"}));
+  EXPECT_FALSE(config_.IsConfigValid());
+  EXPECT_EQ(Number(), 2) << "the last good record stays";
+  Write(Numbered(3));
+  Tick();
+  EXPECT_TRUE(config_.IsConfigValid());
 }
 
 TEST_F(QivConfig, ADamagedSectionNamesWhatIsOff) {
@@ -205,18 +195,6 @@ TEST_F(QivConfig, ARefusedFileSwitchesOffUntilTheNextGoodOne) {
   Tick();
   EXPECT_TRUE(config_.IsConfigValid());
   EXPECT_EQ(Number(), 100);
-}
-
-TEST_F(QivConfig, AVanishedFileSwitchesOff) {
-  Write(Numbered(1));
-  Tick();
-  std::filesystem::remove(std::filesystem::u8path(File("_config.db")));
-  Tick();
-  EXPECT_FALSE(config_.IsConfigValid());
-  EXPECT_EQ(Number(), 1);
-  Write(Numbered(2));
-  Tick();
-  EXPECT_TRUE(config_.IsConfigValid());
 }
 
 TEST_F(QivConfig, RefusesMoreThanHundredMebibytes) {

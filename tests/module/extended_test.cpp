@@ -36,8 +36,7 @@ constexpr const char* kPanel =
 class Extended : public testing::Test {
  protected:
   std::unique_ptr<CModuleHost> Start(const test::Site& site) {
-    installation_.Write(site);
-    InitialiseModule(installation_.Directory(), true);
+    installation_.Start(site);
     auto server = std::make_unique<CModuleHost>();
     EXPECT_EQ(server->Register(&RegisterModule), 0);
     EXPECT_TRUE(State().config.IsConfigValid());
@@ -174,6 +173,7 @@ TEST_F(Extended, ExemptsWhatIsSaidAndNothingElse) {
     const auto server = Start(site);
     EXPECT_EQ(RunInProcess(*server, c.request).finished, c.blocked);
   }
+  EXPECT_NE(installation_.Log().find(R"("rule":"k2")"), std::string::npos) << "the event names what is left to exempt";
   ASSERT_TRUE(ReplaceFile(installation_.Directory() + "config/_exempt.db", "p1 without tabs"));
   Start(site);
   EXPECT_TRUE(State().config.Exemptions()->Empty());
@@ -197,18 +197,23 @@ TEST_F(Extended, OnlyLogsWhatItIsToldOnlyToLog) {
       site.linked = true;
       site.sections["website_sql"] += R"(,"get_mode":"1")";  // a hit locks at once
       site.sections["website_attack"] = R"("e404":"1")";
-      installation.Write(site);
       installation.Deny("203.0.113.66");
-      InitialiseModule(installation.Directory(), true);
+      installation.Start(site);
       CModuleHost server;
       ASSERT_EQ(server.Register(&RegisterModule), 0);
 
-      const InProcessResponse attacked = RunInProcess(server, Request("GET", {}, "", "/?id=1%27%20union%20select"));
+      const InProcessResponse attacked =
+          RunInProcess(server, Request("GET", {}, "", "/?pass=hush%27%20union%20select"));
       EXPECT_EQ(attacked.status, c.injection ? 403 : 200);
       EXPECT_EQ(attacked.handler_ran, !c.injection);
-      const InProcessResponse shown =
-          RunInProcess(server, Request("GET", {}, ""), host::AnswerWith(200, kPanel, {{"Content-Type", "text/html"}}));
-      EXPECT_EQ(shown.body == kPanel, !c.panel);
+      for (const char* const text : {kPanel, "<html><form>chmod, kernel, back connect</form></html>"}) {
+        const bool replaced = text == kPanel && c.panel;  // and nothing of it is left
+        const InProcessResponse shown =
+            RunInProcess(server, Request("GET", {}, ""), host::AnswerWith(200, text, {{"Content-Type", "text/html"}}));
+        EXPECT_EQ(shown.status, replaced ? 403 : 200);
+        EXPECT_EQ(shown.body.find(text) == 0, !replaced);
+        EXPECT_EQ(shown.body.find("uname: ") != std::string::npos, text == kPanel && !replaced);
+      }
       InProcessRequest from_denied = Request("GET", {}, "");
       from_denied.remote_address = "203.0.113.66";
       EXPECT_EQ(RunInProcess(server, from_denied).finished, c.denied);
@@ -220,12 +225,12 @@ TEST_F(Extended, OnlyLogsWhatItIsToldOnlyToLog) {
       const bool english = std::string(language) == "en-US";
       EXPECT_EQ(Count(log, english ? "only logged" : "仅记录"), logged);
       EXPECT_EQ(Count(log, "website_log_only"), logged != 0) << "protection that is off is told";
-      State().service.Finish();
-      std::string lines;
-      for (const std::string& line : installation.Out()) lines += line + "\n";
+      const std::string lines = installation.AllOut();
       EXPECT_EQ(Count(lines, "denylist"), c.injection) << lines;
+      EXPECT_EQ(Count(log + lines, "hush"), 0u) << log << lines;
       EXPECT_EQ(Count(lines, "would block"), logged) << lines;
       EXPECT_EQ(Count(lines, "tongji log_only_sql_act"), !c.injection) << lines;
+      EXPECT_EQ(Count(lines, "tongji trojanhtml"), c.panel) << lines;
     }
   }
 }

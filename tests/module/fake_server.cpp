@@ -37,6 +37,13 @@ void CFakeRequest::SetClient(const std::string& ipv4) {
   std::memcpy(&address_, &in, sizeof(in));
 }
 
+void CFakeRequest::SetBody(const std::string& data, const std::string& type) {
+  method = "POST";
+  body.data = data;
+  known[iis::HttpHeaderContentType] = type;
+  known[iis::HttpHeaderContentLength] = std::to_string(data.size());
+}
+
 std::string CFakeRequest::ApplicationBody() const {
   std::string text;
   for (const std::string& piece : inserted) text += piece;

@@ -48,6 +48,8 @@ class CFakeRequest final : public stubs::UnexpectedHttpRequest {
 
   void SetUrl(const std::string& raw_url, const std::u16string& cooked_host = u"www.example.com:80");
   void SetClient(const std::string& ipv4);
+  /// A POST of a body of known length.
+  void SetBody(const std::string& data, const std::string& type = "application/x-www-form-urlencoded");
   void SetFamily(iis::USHORT family) { address_.sin6_family = family; }
 
   /// What the application reads: what was inserted, then what is unread.

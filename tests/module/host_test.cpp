@@ -51,8 +51,7 @@ class Hosted : public testing::Test {
     site.sections["website_base"] = R"("hide":"1")";
     site.sections["website_request"] = R"("cookie":"1","xss_mode":"1","csrf_mode":"1")";
     site.ipv6 = true;
-    installation_.Write(site);
-    InitialiseModule(installation_.Directory(), false);
+    installation_.Start(site, false);
     auto server = std::make_unique<CModuleHost>(options);
     EXPECT_EQ(server->Register(&RegisterModule), 0);
     EXPECT_TRUE(State().config.IsConfigValid());
@@ -103,7 +102,10 @@ TEST_F(Hosted, BlocksWithItsOwnPageUnderEveryBehaviour) {
     }
     InProcessRequest harmless;
     harmless.raw_url = "/a.asp?id=1";
-    EXPECT_EQ(RunInProcess(*server, harmless).status, 200);
+    for (const bool warm_up : {false, true}) {
+      harmless.warm_up = warm_up;
+      EXPECT_EQ(RunInProcess(*server, harmless).status, 200);
+    }
   }
 }
 
@@ -136,21 +138,11 @@ TEST_F(Hosted, HardensWhatTheApplicationStartsAnew) {
   EXPECT_EQ(response.Headers("Set-Cookie"), std::vector<std::string>{std::string("a=1") + kAttributes});
 }
 
-TEST_F(Hosted, LetsWarmUpRequestsPass) {
-  const auto server = Start({});
-  InProcessRequest request;
-  request.warm_up = true;
-  const InProcessResponse response = RunInProcess(*server, request);
-  EXPECT_TRUE(response.handler_ran);
-  EXPECT_EQ(response.status, 200);
-}
-
 TEST_F(Hosted, KeepsALinePerRequestWhereTheSiteAsksForIt) {
   for (const bool asked : {false, true}) {
     test::Site site = test::InjectionSite();
     site.log_ex = asked ? "other, request" : "requests";
-    installation_.Write(site);
-    InitialiseModule(installation_.Directory(), true);
+    installation_.Start(site);
     CModuleHost server;
     ASSERT_EQ(server.Register(&RegisterModule), 0);
     for (const char* url : {"/a?password=hunter2", "/b?x=%27union%20all&password=hunter2"}) {

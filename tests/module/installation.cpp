@@ -5,15 +5,13 @@
 #include <atomic>
 #include <chrono>
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 
 #include "common/aes.h"
 #include "common/text.h"
 #include "config/exchange_lines.h"
+#include "module/module_state.h"
 #include "port/clock.h"
 #include "port/file.h"
-#include "port/module_path.h"
 
 namespace qiv::test {
 namespace {
@@ -31,26 +29,9 @@ void WriteFile(const std::string& path, const std::string& content) {
   std::filesystem::last_write_time(path, start + std::chrono::seconds(++writes));
 }
 
-std::string ReadFile(const std::string& path) {
-  std::ostringstream text;
-  text << std::ifstream(path, std::ios::binary).rdbuf();
-  return text.str();
-}
-
 }  // namespace
 
-CInstallation::CInstallation() {
-  static std::atomic<int> number{0};
-  const auto name = "qiv-module-" + std::to_string(UnixMicroseconds()) + "-" + std::to_string(++number);
-  const auto path = std::filesystem::temp_directory_path() / name;
-  std::filesystem::create_directories(path / "config");
-  directory_ = path.string() + kPathSeparator;
-}
-
-CInstallation::~CInstallation() {
-  std::error_code ignored;
-  std::filesystem::remove_all(directory_, ignored);
-}
+CInstallation::CInstallation() { MakeDirectory(directory_ + "config"); }
 
 void CInstallation::Write(const Site& site) const {
   std::string settings =
@@ -68,6 +49,12 @@ void CInstallation::Write(const Site& site) const {
   WriteFile(directory_ + "config/_sql.db", encrypt_text("", kLibrary));
 }
 
+void CInstallation::Start(const Site& site, bool may_write) const {
+  Write(site);
+  InitialiseModule(directory_, may_write);
+  State().config.RefreshTick();
+}
+
 void CInstallation::WriteRaw(const std::string& content) const { WriteFile(directory_ + "config/_config.db", content); }
 
 void CInstallation::Deny(const std::string& address) const {
@@ -77,11 +64,11 @@ void CInstallation::Deny(const std::string& address) const {
                          std::to_string(now + 3600) + "\treason"));
 }
 
-std::string CInstallation::Log(const char* name) const { return ReadFile(directory_ + "debug/" + name); }
+std::string CInstallation::Log(const char* name) const { return Content(directory_ + "debug/" + name); }
 
 std::vector<std::string> CInstallation::Out() const {
   std::vector<std::string> lines;
-  ForEachLine(ReadFile(directory_ + "config/_out.log"), [&lines](std::string_view line) {
+  ForEachLine(Content(directory_ + "config/_out.log"), [&lines](std::string_view line) {
     std::string text;
     for (const std::string_view field : Split(line, '\t')) {
       if (!text.empty()) text += ' ';
@@ -90,6 +77,13 @@ std::vector<std::string> CInstallation::Out() const {
     lines.push_back(text);
   });
   return lines;
+}
+
+std::string CInstallation::AllOut() const {
+  State().service.Exchange().Flush();
+  std::string all;
+  for (const std::string& line : Out()) all += line + "\n";
+  return all;
 }
 
 Site InjectionSite() {

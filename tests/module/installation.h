@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "tests/port/temporary_directory.h"
+
 namespace qiv::test {
 
 /// What goes into _config.db: per section ("website_base" ...) the members of its JSON object, and further tags.
@@ -20,13 +22,12 @@ struct Site {
 class CInstallation {
  public:
   CInstallation();
-  ~CInstallation();
-  CInstallation(const CInstallation&) = delete;
-  CInstallation& operator=(const CInstallation&) = delete;
 
   /// With its trailing separator.
   const std::string& Directory() const { return directory_; }
   void Write(const Site& site) const;
+  /// Writes it and starts the module's process anew with it.
+  void Start(const Site& site, bool may_write = true) const;
   void WriteRaw(const std::string& content) const;
   /// Line of _in.db that puts an address on the deny list for an hour.
   void Deny(const std::string& address) const;
@@ -34,9 +35,12 @@ class CInstallation {
   std::string Log(const char* name = "_log.log") const;
   /// Deciphered lines of _out.log, their times replaced by "T".
   std::vector<std::string> Out() const;
+  /// The same, joined, after what the module still holds was written.
+  std::string AllOut() const;
 
  private:
-  std::string directory_;
+  CTemporaryDirectory temporary_;
+  const std::string directory_ = temporary_.Path("");
 };
 
 /// A site that checks query, body and headers for SQL injection with the library that Write stores: the rule word

@@ -88,9 +88,7 @@ TEST(Memory, ARequestIsLetPassOrBlockedAsAWhole) {
   site.sections["website_request"] = R"("cookie":"1","xss_mode":"1","xframe":"1","xframe_type":"DENY")";
   site.sections["website_response"] = R"("passwd":"1","passwd_key":"k","ret_type":"2")";
   site.linked = true;
-  installation.Write(site);
-  InitialiseModule(installation.Directory(), true);
-  State().config.RefreshTick();
+  installation.Start(site);
   for (const bool attack : {false, true}) {
     for (const bool all : {false, true}) {
       int blocked = 0;
@@ -121,11 +119,10 @@ TEST(Memory, ABodyTakesLittleMoreThanItselfAndItsText) {
   constexpr std::size_t kSize = 2 << 20;
   for (const char* letter : {"a", "%41", "\xE4\xB8\xAD", "\xD6\xD0"}) {
     test::CFakeContext context;
-    while (context.request.body.data.size() < kSize) context.request.body.data += letter;
-    const std::size_t size = context.request.body.data.size();
-    context.request.method = "POST";
-    context.request.known[iis::HttpHeaderContentType] = "text/plain";
-    context.request.known[iis::HttpHeaderContentLength] = std::to_string(size);
+    std::string text;
+    while (text.size() < kSize) text += letter;
+    context.request.SetBody(text, "text/plain");
+    const std::size_t size = text.size();
     WebsiteConfig config;
     config.need_post_body = true;
     RequestFacts facts;

@@ -26,10 +26,8 @@ constexpr std::int32_t kContinue = iis::RQ_NOTIFICATION_CONTINUE;
 class Notification : public testing::Test {
  protected:
   Notification() {
-    installation_.Write(test::InjectionSite());
-    InitialiseModule(installation_.Directory(), true);
+    installation_.Start(test::InjectionSite());
     State().config.SetModuleId(reinterpret_cast<void*>(3));
-    State().config.RefreshTick();
     EXPECT_TRUE(State().config.IsConfigValid());
     attack_.request.SetUrl("/a.asp?id=1%27%20union%20select%201");
   }
@@ -128,9 +126,7 @@ TEST_F(Notification, SendsOneValueOfEachHeaderItSets) {
   test::Site site = test::InjectionSite();
   site.sections["website_request"] =
       R"("cookie":"1","xss_mode":"1","csrf_mode":"1","xframe":"1","xframe_type":"SAMEORIGIN")";
-  installation_.Write(site);
-  InitialiseModule(installation_.Directory(), true);
-  State().config.RefreshTick();
+  installation_.Start(site);
   for (const auto& c : cases) {
     SCOPED_TRACE(std::string(*c.name ? c.name : "Content-Type") + " row " + std::to_string(&c - cases));
     CFakeContext context;
@@ -167,6 +163,15 @@ TEST_F(Notification, KeepsExceptionsInsideAndLogsOneAMinute) {
   EXPECT_EQ(module_->OnSendResponse(&attack_, nullptr), kContinue);
   EXPECT_EQ(Events(), 1u);
   EXPECT_NE(installation_.Log().find("no response today"), std::string::npos);
+
+  static std::int64_t now;
+  CBlockRecorder recorder(State().log, State().service, [] { return now; });
+  std::size_t events = 1;
+  for (const auto& [at, told] : {std::pair(1000, true), {1059, false}, {1060, true}, {500, true}, {559, false}}) {
+    now = at;
+    recorder.RecordFailure("begin", "it broke");
+    EXPECT_EQ(Events(), events += told) << at;
+  }
 }
 
 TEST_F(Notification, TellsOnceAMinuteOfBodiesThatItCouldNotExamine) {
@@ -182,10 +187,7 @@ TEST_F(Notification, TellsOnceAMinuteOfBodiesThatItCouldNotExamine) {
     for (int request = 0; request < 2; ++request) {
       CFakeContext context;
       context.request.SetUrl("/up?password=hunter2");
-      context.request.method = "POST";
-      context.request.body.data = "a=1";
-      context.request.known[iis::HttpHeaderContentType] = "text/plain";
-      context.request.known[iis::HttpHeaderContentLength] = "3";
+      context.request.SetBody("a=1", "text/plain");
       change(context);
       EXPECT_EQ(module_->OnBeginRequest(&context, nullptr), kContinue);
       EXPECT_EQ(context.request.ApplicationBody(), "a=1");
@@ -261,17 +263,13 @@ TEST_F(Notification, SendsNoNoticeWhereTheSiteWantsNone) {
     const test::CInstallation installation;
     test::Site site = LinkedSite();
     site.sections["website_response"] = notice ? R"("notice":"1")" : R"("notice":"0")";
-    installation.Write(site);
-    InitialiseModule(installation.Directory(), true);
-    State().config.RefreshTick();
+    installation.Start(site);
     CFakeContext attack;
     attack.request.SetUrl("/a.asp?id=1%27%20union%20select%201");
     EXPECT_EQ(module_->OnBeginRequest(&attack, nullptr), kFinish);
-    State().service.Finish();
-    std::size_t notices = 0;
-    for (const std::string& line : installation.Out()) notices += line.starts_with("msg ");
-    EXPECT_EQ(notices, notice ? 1u : 0u);
-    EXPECT_FALSE(installation.Out().empty()) << "blocks are counted in any case";
+    const std::string out = installation.AllOut();
+    EXPECT_EQ(out.find("msg ") != std::string::npos, notice);
+    EXPECT_FALSE(out.empty()) << "blocks are counted in any case";
   }
 }
 
@@ -290,16 +288,11 @@ TEST_F(Notification, AsksTheChecksInTheirOrder) {
       const test::CInstallation installation;
       test::Site site = LinkedSite();
       site.sections["website_base"] = members;
-      installation.Write(site);
       if (listed) installation.Deny("203.0.113.7");
-      InitialiseModule(installation.Directory(), true);
-      State().config.RefreshTick();
+      installation.Start(site);
       CFakeContext attack;
       attack.request.SetUrl("/a.asp?id=1%27%20union%20select%201&c=%3C%3Fphp%20eval(%24_POST%5B1%5D)%3B%3F%3E");
-      attack.request.method = "POST";
-      attack.request.body.data = body;
-      attack.request.known[iis::HttpHeaderContentType] = "multipart/form-data; boundary=b";
-      attack.request.known[iis::HttpHeaderContentLength] = std::to_string(body.size());
+      attack.request.SetBody(body, "multipart/form-data; boundary=b");
       EXPECT_EQ(module_->OnBeginRequest(&attack, nullptr), kFinish);
       const std::string expected = std::string(R"("check":")") + (listed ? "lists" : check) + "\"";
       EXPECT_NE(installation.Log().find(expected), std::string::npos) << expected << installation.Log();
@@ -313,8 +306,7 @@ TEST_F(Notification, ShowsNoSecretAnywhere) {
                                   R"("xss_html_action":"1")";
   site.sections["website_response"] += R"(,"ret_type":"2")";
   site.log_ex = "request";
-  installation_.Write(site);
-  InitialiseModule(installation_.Directory(), true);
+  installation_.Start(site);
   const char form[] = "application/x-www-form-urlencoded";
   const struct {
     const char *url, *type, *body, *authorization;
@@ -334,35 +326,18 @@ TEST_F(Notification, ShowsNoSecretAnywhere) {
     SCOPED_TRACE(std::string(c.url) + c.body + c.authorization);
     CFakeContext context;
     context.request.SetUrl(c.url);
+    context.request.known[iis::HttpHeaderUserAgent] = "agent?password=hush";
     if (*c.authorization) context.request.known[iis::HttpHeaderAuthorization] = c.authorization;
-    if (*c.body) {
-      context.request.method = "POST";
-      context.request.body.data = c.body;
-      context.request.known[iis::HttpHeaderContentType] = c.type;
-      context.request.known[iis::HttpHeaderContentLength] = std::to_string(context.request.body.data.size());
-    }
+    if (*c.body) context.request.SetBody(c.body, c.type);
     iis::CHttpModule* const module = new CQivIpsIIsModule;
     EXPECT_EQ(module->OnBeginRequest(&context, nullptr), kFinish);
     module->Dispose();
-    State().service.Exchange().Flush();
-    std::string written = context.response.body + installation_.Log() + installation_.Log("_log_req.log");
-    for (const std::string& line : installation_.Out()) written += line + "\n";
+    const std::string written =
+        context.response.body + installation_.Log() + installation_.Log("_log_req.log") + installation_.AllOut();
     EXPECT_EQ(written.find("hush"), std::string::npos) << written;
     EXPECT_EQ(Events(), ++events);
     EXPECT_FALSE(installation_.Out().empty()) << "the service was told";
   }
-}
-
-TEST_F(Notification, DeniesWhomTheFirewallServiceLists) {
-  installation_.Write(LinkedSite());
-  installation_.Deny("203.0.113.7");
-  InitialiseModule(installation_.Directory(), true);
-  CFakeContext denied;
-  EXPECT_EQ(module_->OnBeginRequest(&denied, nullptr), kFinish);
-  EXPECT_NE(installation_.Log().find(R"("item":"Deny list")"), std::string::npos) << installation_.Log();
-  CFakeContext other;
-  other.request.SetClient("203.0.113.8");
-  EXPECT_EQ(module_->OnBeginRequest(&other, nullptr), kContinue);
 }
 
 }  // namespace

@@ -17,9 +17,16 @@ namespace {
 
 using test::CFakeContext;
 
+/// Every look at it is a tick later.
+std::int64_t HastyClock() {
+  static std::int64_t seconds = 1700000000;
+  return seconds += 3;
+}
+
 struct Script {
   std::map<std::string, std::int32_t> decisions;  ///< row name to the status it sets
   std::string out_of_memory;                      ///< the row that throws after its decision
+  const WebsiteConfig* config = nullptr;          ///< of the request under way
   std::string calls;                              ///< "phase:row ", with "!" when response headers were treated before
 };
 Script* script = nullptr;
@@ -32,6 +39,8 @@ void Row(const RequestFacts& facts, const CheckContext& context, CheckResult& re
   const std::string name = kNames[kIndex];
   script->calls += std::to_string(context.phase) + ":" + name + (response.header_writes ? "! " : " ");
   EXPECT_TRUE(result.request.statistics || kIndex != 0) << "each notification starts anew";
+  if (context.phase == kPhaseBegin) script->config = &context.config;
+  EXPECT_EQ(&context.config, script->config) << "a request keeps its settings";
   result.request.statistics = false;
   const auto found = script->decisions.find(name);
   if (found != script->decisions.end()) {
@@ -65,7 +74,7 @@ class Pipeline : public testing::Test {
 
   Script script_;
   test::CInstallation installation_;
-  CQivConfig config_{installation_.Directory()};
+  CQivConfig config_{installation_.Directory(), &HastyClock};
   CStoredContexts contexts_{config_};
   CNoRecorder nobody_;
   CExchangeFiles exchange_{"", ""};
@@ -187,6 +196,7 @@ TEST_F(Pipeline, CountsNo404WhileThatProtectionIsOff) {
   Configure(false);
   CFakeContext context;
   pipeline_.BeginRequest(context);
+  Configure(true);  // too late for a request under way
   context.response.status = 404;
   Calls();
   EXPECT_EQ(pipeline_.SendResponse(context, nullptr), kContinue);
@@ -248,7 +258,6 @@ TEST_F(Pipeline, KeepsAnswersFromTheSystemsCacheWhereTheClientMatters) {
       {"website_protect", R"("admin":"1")"},
       {"website_protect", R"("timelimit":"1")"},
   };
-  script_.decisions = {{"lists", kAllowed}};
   for (const auto& [section, members] : cases) {
     SCOPED_TRACE(members);
     test::Site site;
@@ -257,8 +266,12 @@ TEST_F(Pipeline, KeepsAnswersFromTheSystemsCacheWhereTheClientMatters) {
     installation.Write(site);
     CQivConfig config(installation.Directory());
     CPipeline pipeline(config, contexts_, kRows, {state_, nobody_});
-    const std::vector<iis::ULONG> expected(std::string(section) == "website_base" ? 0 : 1, 9);
-    for (const bool ipv6 : {false, true}) {  // protection is off for IPv6: such a client must not fill the cache either
+    for (const int kind : {0, 1, 2}) {
+      const bool allowed = kind == 1;
+      const bool ipv6 = kind == 2;  // protection is off for IPv6: such a client must not fill the cache either
+      const bool kept_out = std::string(section) != "website_base" || allowed;
+      const std::vector<iis::ULONG> expected(kept_out ? 1 : 0, 9);
+      script_.decisions = {{"lists", allowed ? kAllowed : kUndecided}};
       CFakeContext context;
       if (ipv6) context.request.SetFamily(iis::kFamilyIpv6);
       pipeline.BeginRequest(context);

@@ -2,23 +2,15 @@
 
 #include <gtest/gtest.h>
 
-#include "config/website_config.h"
 #include "host/file_handle.h"
-#include "module/module_state.h"
-#include "module/qiv_module.h"
 #include "port/file.h"
 #include "tests/module/fake_server.h"
-#include "tests/module/installation.h"
 #include "tests/port/temporary_directory.h"
 
 namespace qiv {
 namespace {
 
 using test::CFakeContext;
-
-constexpr const char* kPanel =
-    "<html><title>r57shell</title>uname: Linux kernel 5<br>safe mode: off<form method=post><input name=cmd>"
-    "<input type=file> back connect, bind port, chmod, rename, execute command</form></html>";
 
 TEST(ResponseReader, ReadsUncompressedTextAsItIs) {
   struct Row {
@@ -103,36 +95,6 @@ TEST(ResponseReader, ReadsFilesAndStopsAtItsBound) {
   chunk.FromFileHandle.FileHandle = host::kNoFile;
   closed.response.AddChunk(chunk);
   EXPECT_EQ(ReadResponse(closed), "");
-}
-
-// The page of a webshell is replaced by the block page; other answers go out untouched.
-TEST(ResponseReader, APanelNeverLeavesTheServer) {
-  test::CInstallation installation;
-  test::Site site;
-  site.sections["website_base"] = R"("trojan":"1","trojan_webout":"1")";
-  site.linked = true;
-  installation.Write(site);
-  InitialiseModule(installation.Directory(), true);
-  State().config.RefreshTick();
-  for (const bool panel : {true, false}) {
-    CFakeContext context;
-    context.request.SetUrl("/a.php");
-    CQivIpsIIsModule module;
-    ASSERT_EQ(module.OnBeginRequest(&context, nullptr), iis::RQ_NOTIFICATION_CONTINUE);
-    context.response.known[iis::HttpHeaderContentType] = "text/html";
-    context.response.AddChunk(panel ? kPanel : "<html><form>chmod, kernel, back connect</form></html>");
-    const auto answer = module.OnPostExecuteRequestHandler(&context, nullptr);
-    EXPECT_EQ(answer, panel ? iis::RQ_NOTIFICATION_FINISH_REQUEST : iis::RQ_NOTIFICATION_CONTINUE);
-    EXPECT_EQ(context.response.cleared, panel);
-    EXPECT_EQ(context.response.status, panel ? 403 : 200);
-    EXPECT_EQ(context.response.GetRawHttpResponse()->EntityChunkCount, panel ? 0 : 1);
-    EXPECT_EQ(context.response.body.find("Access denied") != std::string::npos, panel);
-  }
-  EXPECT_NE(installation.Log().find("webshell_output"), std::string::npos);
-  State().service.Finish();
-  std::string lines;
-  for (const std::string& line : installation.Out()) lines += line;
-  EXPECT_NE(lines.find("trojanhtml"), std::string::npos) << lines;
 }
 
 }  // namespace

@@ -4,7 +4,6 @@
 
 #include <chrono>
 #include <filesystem>
-#include <fstream>
 #include <map>
 #include <thread>
 #include <vector>
@@ -22,12 +21,6 @@ namespace qiv {
 namespace {
 
 constexpr std::uint64_t kNoLimit = 1U << 30;
-
-std::string Content(const std::string& path) {
-  std::string content;
-  EXPECT_EQ(ReadWholeFile(path, kNoLimit, &content), ReadFileResult::kOk) << path;
-  return content;
-}
 
 TEST(File, ReadsWithinItsLimit) {
   const CTemporaryDirectory directory;
@@ -63,38 +56,6 @@ TEST(File, ReadsAPart) {
   content = "left over";
   EXPECT_EQ(ReadFilePart(directory.Path("missing"), 0, 10, &content), ReadFileResult::kUnreadable);
   EXPECT_EQ(content, "");
-}
-
-TEST(File, FindsTheDataOfASparseFile) {
-  const CTemporaryDirectory directory;
-  const std::string path = directory.Path("f");
-  constexpr std::uint64_t kSize = std::uint64_t{1} << 43;
-  constexpr std::uint64_t kMiddle = std::uint64_t{1} << 42;
-  ASSERT_TRUE(ReplaceFile(path, "begin"));
-  {
-    std::fstream file(directory.Root() / "f", std::ios::in | std::ios::out | std::ios::binary);
-    file.seekp(static_cast<std::streamoff>(kMiddle)).write("middle", 6);
-  }
-  std::error_code error;
-  std::filesystem::resize_file(directory.Root() / "f", kSize, error);
-  if (error) GTEST_SKIP() << error.message();
-  if (NextData(path, 0).end > kMiddle) GTEST_SKIP() << "the file system does not tell where files have holes";
-  std::string data;
-  int ranges = 0;
-  std::uint64_t at = 0;
-  for (FileRange range; (range = NextData(path, at), range.begin < range.end); at = range.end) {
-    ASSERT_LE(at, range.begin);
-    ASSERT_LE(range.end - range.begin, 1U << 20);
-    ASSERT_LT(++ranges, 10);
-    std::string piece;
-    ASSERT_EQ(ReadFilePart(path, range.begin, static_cast<std::size_t>(range.end - range.begin), &piece),
-              ReadFileResult::kOk);
-    for (const char c : piece) {
-      if (c != '\0') data += c;
-    }
-  }
-  EXPECT_EQ(data, "beginmiddle");
-  EXPECT_GT(NextData(directory.Path("missing"), 7).end, kSize);
 }
 
 TEST(File, WhatIsNoFile) {
@@ -224,21 +185,6 @@ TEST(File, NewFilesAreNotForEveryone) {
 }
 #endif
 
-TEST(File, RenamesAndRemovesWhileOthersRead) {
-  const CTemporaryDirectory directory;
-  const std::string a = directory.Path("a");
-  const std::string b = directory.Path("b");
-  ASSERT_TRUE(AppendToFile(a, "one"));
-  ASSERT_TRUE(AppendToFile(b, "two"));
-  EXPECT_TRUE(RenameFile(a, b));
-  EXPECT_EQ(Content(b), "one");
-  EXPECT_EQ(FileSize(a), std::nullopt);
-  EXPECT_TRUE(RemoveFile(b));
-  EXPECT_EQ(FileSize(b), std::nullopt);
-  EXPECT_TRUE(AppendToFile(b, "three")) << "the name is free at once";
-  EXPECT_EQ(Content(b), "three");
-}
-
 TEST(File, NamesOutsideAsciiAndLongOnes) {
   const CTemporaryDirectory directory;
   std::string path = directory.Path("配置 ü");
@@ -252,6 +198,11 @@ TEST(File, NamesOutsideAsciiAndLongOnes) {
   EXPECT_TRUE(ReplaceFile(path, "yz"));
   EXPECT_EQ(Content(path), "yz");
   EXPECT_NE(FileModificationTime(path), 0U);
+  ASSERT_TRUE(AppendToFile(path + "2", "one"));
+  EXPECT_TRUE(RenameFile(path + "2", path));
+  EXPECT_EQ(Content(path), "one");
+  EXPECT_TRUE(RemoveFile(path));
+  EXPECT_TRUE(AppendToFile(path, "three")) << "the name is free at once";
 }
 
 TEST(FileLock, OneHolderAtATimeAndFreeWhenItsProcessEnds) {

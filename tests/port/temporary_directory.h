@@ -1,13 +1,13 @@
-// A directory of its own for one test, removed with everything in it.
+// A directory of its own for one test, removed with everything in it, and what its files hold.
 #pragma once
 
 #include <atomic>
-#include <cstdlib>
+#include <cstdint>
 #include <filesystem>
-#include <fstream>
 #include <string>
 
 #include "port/clock.h"
+#include "port/file.h"
 
 namespace qiv {
 
@@ -37,5 +37,12 @@ class CTemporaryDirectory {
  private:
   std::filesystem::path root_;
 };
+
+/// What is in a file; empty when it cannot be read.
+inline std::string Content(const std::string& path) {
+  std::string content;
+  ReadWholeFile(path, std::uint64_t{1} << 30, &content);
+  return content;
+}
 
 }  // namespace qiv

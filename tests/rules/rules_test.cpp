@@ -2,7 +2,6 @@
 // that a new installation and the module use. Cases are lines of cases.txt.
 
 #include <algorithm>
-#include <filesystem>
 #include <fstream>
 #include <optional>
 #include <random>
@@ -15,6 +14,7 @@
 
 #include "bench/detection/text_places.h"
 #include "common/text.h"
+#include "tests/port/temporary_directory.h"
 #include "tools/installation.h"
 
 namespace qiv {
@@ -53,42 +53,41 @@ std::optional<std::string> Unescape(std::string_view text) {
   return plain;
 }
 
-std::optional<Case> ParseCase(std::string_view line) {
+/// The cases of a line; none when it is no line of cases.
+std::vector<Case> ParseCases(std::string_view line) {
   const std::vector<std::string_view> fields = Split(line, '\t');
-  if (fields.size() != 3 || (fields[0] != "block" && fields[0] != "pass")) return std::nullopt;
-  Case parsed;
-  parsed.blocked = fields[0] == "block";
-  if (fields[1] == "all") {
-    parsed.places = {Place::kQuery, Place::kForm, Place::kJson, Place::kHeader};
-  } else {
+  if (fields.size() < 3 || (fields[0] != "block" && fields[0] != "pass")) return {};
+  std::vector<Place> places = {Place::kQuery, Place::kForm, Place::kJson, Place::kHeader};
+  if (fields[1] != "all") {
+    places.clear();
     for (const std::string_view name : Split(fields[1], ',')) {
-      Place place{};
-      if (!PlaceFromName(name, &place)) return std::nullopt;
-      parsed.places.push_back(place);
+      if (!PlaceFromName(name, &places.emplace_back())) return {};
     }
   }
-  std::optional<std::string> text = Unescape(fields[2]);
-  if (!text || text->empty()) return std::nullopt;
-  parsed.text = std::move(*text);
-  return parsed;
+  std::vector<Case> cases;
+  for (std::size_t i = 2; i < fields.size(); ++i) {
+    const std::optional<std::string> text = Unescape(fields[i]);
+    if (!text || text->empty()) return {};
+    cases.push_back({0, fields[0] == "block", places, *text});
+  }
+  return cases;
 }
 
 std::vector<Case> ReadCases() {
   std::vector<Case> cases;
-  std::set<std::string> seen;
+  std::set<std::pair<std::string, std::vector<Place>>> seen;
   std::ifstream file(QIV_TEST_DATA "/cases.txt", std::ios::binary);
   EXPECT_TRUE(file.is_open());
   std::string line;
   for (std::size_t number = 1; std::getline(file, line); ++number) {
     if (line.empty() || line.front() == '#') continue;
-    std::optional<Case> parsed = ParseCase(line);
-    if (!parsed) {
-      ADD_FAILURE() << "cases.txt:" << number << ": no case: " << line;
-      continue;
+    const std::vector<Case> parsed = ParseCases(line);
+    EXPECT_FALSE(parsed.empty()) << "cases.txt:" << number << ": no cases: " << line;
+    for (Case one : parsed) {
+      EXPECT_TRUE(seen.insert({one.text, one.places}).second) << "cases.txt:" << number << ": twice: " << one.text;
+      one.line = number;
+      cases.push_back(std::move(one));
     }
-    EXPECT_TRUE(seen.insert(line).second) << "cases.txt:" << number << ": twice";
-    parsed->line = number;
-    cases.push_back(std::move(*parsed));
   }
   return cases;
 }
@@ -97,38 +96,36 @@ std::vector<Case> ReadCases() {
 class CInstalled {
  public:
   explicit CInstalled(const std::string& profile, Language language = Language::kEnglish) {
-    directory_ =
-        (std::filesystem::temp_directory_path() / ("rules_test_" + std::to_string(std::random_device()()))).string();
-    EXPECT_TRUE(std::filesystem::create_directory(directory_));
     InitOptions options;
-    options.directory = directory_;
+    options.directory = directory_.Root().string();
     options.rules = QIV_RULE_DATA;
     options.profile = profile;
     options.language = language;
     EXPECT_EQ(0, InitInstallation(options));
     std::string error;
-    protection_ = LoadProtection(directory_, &error);
+    protection_ = LoadProtection(options.directory, &error);
     EXPECT_EQ("", error);
+    EXPECT_TRUE(protection_.config);
   }
-  ~CInstalled() { std::filesystem::remove_all(directory_); }
-  CInstalled(const CInstalled&) = delete;
-  CInstalled& operator=(const CInstalled&) = delete;
 
   const Protection& Get() const { return protection_; }
 
  private:
-  std::string directory_;
+  CTemporaryDirectory directory_;
   Protection protection_;
 };
+
+const Protection& Default() {
+  static const CInstalled installed("default");
+  return installed.Get();
+}
 
 TEST(DefaultRules, DecideTheCases) {
   const std::vector<Case> cases = ReadCases();
   ASSERT_GT(cases.size(), 100U);
-  const CInstalled installed("default");
-  ASSERT_TRUE(installed.Get().config);
   for (const Case& one : cases) {
     for (const Place place : one.places) {
-      const Verdict verdict = Judge(installed.Get(), place, one.text);
+      const Verdict verdict = Judge(Default(), place, one.text);
       EXPECT_EQ(one.blocked, verdict.mechanism != Mechanism::kNone)
           << "cases.txt:" << one.line << " " << PlaceName(place) << ": " << one.text << "\n"
           << verdict.rule << " " << verdict.reason;
@@ -139,24 +136,20 @@ TEST(DefaultRules, DecideTheCases) {
 // A rule may need several words with any gap between them; so an attack is found, and an ordinary text is not, in the
 // middle of a long one.
 TEST(DefaultRules, DecideTheCasesInsideALongText) {
-  const CInstalled installed("default");
-  ASSERT_TRUE(installed.Get().config);
   std::string ordinary;
   for (const Case& one : ReadCases()) {
     const bool everywhere = one.places.size() == 4;
     if (!one.blocked && everywhere) ordinary += one.text + "\n";
   }
   ASSERT_GT(ordinary.size(), 2000U);
-  const Verdict harmless = Judge(installed.Get(), Place::kForm, ordinary);
+  const Verdict harmless = Judge(Default(), Place::kForm, ordinary);
   EXPECT_EQ(Mechanism::kNone, harmless.mechanism) << harmless.rule << " " << harmless.reason;
   EXPECT_NE(Mechanism::kNone,
-            Judge(installed.Get(), Place::kForm, ordinary + "1 union select 1,2 from t\n" + ordinary).mechanism);
+            Judge(Default(), Place::kForm, ordinary + "1 union select 1,2 from t\n" + ordinary).mechanism);
 }
 
 TEST(DefaultRules, EveryMechanismDecidesSomething) {
-  const CInstalled installed("default");
-  ASSERT_TRUE(installed.Get().config);
-  const auto judged = [&](std::string_view text) { return Judge(installed.Get(), Place::kForm, text).mechanism; };
+  const auto judged = [&](std::string_view text) { return Judge(Default(), Place::kForm, text).mechanism; };
   EXPECT_EQ(Mechanism::kDetector, judged("1 un/**/ion se/**/lect name from users"));
   EXPECT_EQ(Mechanism::kKeyword, judged("1' and sleep(5)-- "));
   EXPECT_EQ(Mechanism::kEvent, judged("<p onclick=steal>"));
@@ -164,8 +157,6 @@ TEST(DefaultRules, EveryMechanismDecidesSomething) {
 
 // An upload is random bytes to the rules: every byte sequence of a few bytes occurs in it.
 TEST(DefaultRules, PassRandomBytes) {
-  const CInstalled installed("default");
-  ASSERT_TRUE(installed.Get().config);
   constexpr std::string_view kBase64 = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
   for (unsigned seed = 1; seed <= 6; ++seed) {
     std::mt19937_64 random(seed);
@@ -177,7 +168,7 @@ TEST(DefaultRules, PassRandomBytes) {
     for (const char c : bytes.substr(0, 64 * 1024)) wide += {static_cast<char>(c & 0x7F), '\0'};
     for (const std::string* const content : {&bytes, &base64, &wide}) {
       for (const Place place : {Place::kFile, Place::kRawBody}) {
-        const Verdict verdict = Judge(installed.Get(), place, *content);
+        const Verdict verdict = Judge(Default(), place, *content);
         EXPECT_EQ(Mechanism::kNone, verdict.mechanism) << seed << " " << PlaceName(place) << " " << verdict.reason;
       }
     }
@@ -186,8 +177,6 @@ TEST(DefaultRules, PassRandomBytes) {
 
 // Words of a rule that lie far apart in a long document do not make an attack.
 TEST(DefaultRules, PassLongDocuments) {
-  const CInstalled installed("default");
-  ASSERT_TRUE(installed.Get().config);
   std::vector<std::string> ordinary;
   for (const Case& one : ReadCases()) {
     if (!one.blocked && one.places.size() == 4) ordinary.push_back(one.text);
@@ -198,7 +187,7 @@ TEST(DefaultRules, PassLongDocuments) {
     std::string document;
     while (document.size() < 128 * 1024) document += ordinary[random() % ordinary.size()] + "\n";
     for (const Place place : {Place::kForm, Place::kJson, Place::kFile, Place::kRawBody}) {
-      const Verdict verdict = Judge(installed.Get(), place, document);
+      const Verdict verdict = Judge(Default(), place, document);
       EXPECT_EQ(Mechanism::kNone, verdict.mechanism) << PlaceName(place) << " " << verdict.rule << verdict.reason;
     }
   }
@@ -221,11 +210,9 @@ TEST(DefaultRules, NameScriptsAsScripts) {
       {"<a href=\"javascript:alert(1)\">x</a>", Mechanism::kScriptUrl},
       {"<iframe src=javascript:prompt(1)>", Mechanism::kScriptUrl},
   };
-  const CInstalled installed("default");
-  ASSERT_TRUE(installed.Get().config);
   for (const auto& script : kScripts) {
     for (const Place place : {Place::kQuery, Place::kForm, Place::kHeader}) {
-      const Verdict verdict = Judge(installed.Get(), place, script.text);
+      const Verdict verdict = Judge(Default(), place, script.text);
       EXPECT_EQ(script.mechanism, verdict.mechanism) << PlaceName(place) << ": " << script.text << "\n"
                                                      << verdict.rule << " " << verdict.reason;
     }
@@ -236,7 +223,6 @@ TEST(DefaultRules, NameScriptsAsScripts) {
 TEST(DefaultRules, HaveRemarksInBothLanguages) {
   for (const Language language : {Language::kEnglish, Language::kChinese}) {
     const CInstalled installed("default", language);
-    ASSERT_TRUE(installed.Get().config);
     const WebsiteConfig& config = *installed.Get().config;
     for (const CKeywordRules* const rules : {&config.get_rules, &config.post_rules, &config.header_rules}) {
       EXPECT_GT(rules->Rules().size(), 500U);
@@ -253,7 +239,6 @@ TEST(Profiles, LoadAndMeanWhatTheirNamesSay) {
   constexpr std::string_view kAttack = "1' or '1'='1' union select 1,2,3-- ";
   const CInstalled strict("strict");
   const CInstalled off("off");
-  ASSERT_TRUE(strict.Get().config && off.Get().config);
   EXPECT_NE(Mechanism::kNone, Judge(strict.Get(), Place::kQuery, kAttack).mechanism);
   EXPECT_TRUE(strict.Get().config->sql.get_mode && strict.Get().config->sql.post_mode);
   for (const Place place : {Place::kQuery, Place::kForm, Place::kHeader}) {

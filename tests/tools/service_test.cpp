@@ -167,8 +167,7 @@ TEST_F(Service, FullListsKeepWhatEndsLast) {
   EXPECT_LE(details.size(), CListStore::kDetailsMaxBytes);
   EXPECT_TRUE(details.starts_with("rrr") && details.ends_with("r\titem\tclass")) << details;
   EXPECT_NE(printed_.find("the lists are full: "), std::string::npos);
-  std::string log;
-  ReadWholeFile(directory_ + "debug" + kPathSeparator + "_log.log", 1U << 20, &log);
+  const std::string log = Content(directory_ + "debug" + kPathSeparator + "_log.log");
   EXPECT_NE(log.find("The lists are full"), std::string::npos) << log;
 
   // A file that another program made too long is cut back.

@@ -59,6 +59,37 @@ class CFlowBudget {
   std::size_t held_ = 0;
 };
 
+/// What the walks over one text, as PHP, as ASP and as ASPX, may take together. Every walk goes through its code once;
+/// that it does so again, for what is defined behind its use, and through code inside the code, comes out of what the
+/// text's bytes earn. Ordinary code takes three steps a byte for all of it; only texts of hardly anything but marks
+/// take more.
+class CWalkBudget {
+ public:
+  static constexpr std::size_t kPhpToken = 2;  ///< steps; some 40 ns each
+  static constexpr std::size_t kPageToken = 1;
+
+  explicit CWalkBudget(std::size_t bytes) : left_(kAnyway + bytes * kPerByte) {}
+
+  /// Pays for what is walked in any case.
+  void Owe(std::size_t steps) { left_ -= std::min(left_, steps); }
+  /// Pays for what may be left out; false, and nothing is paid, when that much is not left.
+  bool Spend(std::size_t steps) {
+    const bool fits = steps <= left_;
+    refused_ = refused_ || !fits;
+    left_ -= fits ? steps : 0;
+    return fits;
+  }
+  /// Whether something was left out.
+  bool Refused() const { return refused_; }
+
+ private:
+  static constexpr std::size_t kPerByte = 4;
+  static constexpr std::size_t kAnyway = 1 << 16;
+
+  std::size_t left_;
+  bool refused_ = false;
+};
+
 /// A share of a budget's room that goes back with what holds it.
 class CHeldRoom {
  public:

@@ -8,6 +8,8 @@
 #include <utility>
 #include <vector>
 
+#include "engines/webshell/flow/budget.h"
+
 namespace qiv {
 
 /// What is taken off is as new when it is put on again only if the caller makes it so: elements are kept as they are.
@@ -43,6 +45,27 @@ class CFlowStack {
   std::vector<std::unique_ptr<Block>> blocks_;
   T* top_ = nullptr;
   std::size_t size_ = 0;
+};
+
+/// The same, where each element beyond the first few is paid for once, when the stack first grows to it.
+template <typename T, std::size_t kBlock = 16>
+class CPaidStack : public CFlowStack<T, kBlock> {
+ public:
+  static constexpr std::size_t kPrepaid = 64;  ///< elements, whatever the budget holds already
+
+  explicit CPaidStack(CFlowBudget* budget) : budget_(budget) { budget_->Hold(kPrepaid * sizeof(T)); }
+
+  /// Whether one more may be pushed; pays for it.
+  bool MayPush() {
+    if (this->size() < paid_) return true;
+    if (!budget_->Take(sizeof(T))) return false;
+    ++paid_;
+    return true;
+  }
+
+ private:
+  CFlowBudget* budget_;
+  std::size_t paid_ = kPrepaid;
 };
 
 }  // namespace qiv

@@ -237,12 +237,13 @@ struct Page {
   const PageCode& code;
   bool is_aspx;
   Language language;
+  CWalkBudget& walks;
   bool partial = false;  // something was not followed
 };
 
 bool JudgeAsp(const CSignatureLibrary& library, Page* page, WebshellResult* result) {
-  const auto& [text, plain, code, is_aspx, language, partial] = *page;
-  const PageFlow flow = FollowPage(code, PageKind::kAsp);
+  const auto& [text, plain, code, is_aspx, language, walks, partial] = *page;
+  const PageFlow flow = FollowPage(code, PageKind::kAsp, &walks);
   page->partial = page->partial || (flow.reach & kLosesSight) != 0;
   const MessageId variant = text.size() < kVariantLimit ? MessageId::kAspVariant : MessageId::kAspBackdoor;
   if ((flow.reach & (kReachesCode | kReachesCommand)) != 0) {
@@ -265,10 +266,10 @@ bool JudgeAsp(const CSignatureLibrary& library, Page* page, WebshellResult* resu
 }
 
 bool JudgeAspx(Page* page, WebshellResult* result) {
-  const auto& [text, plain, code, is_aspx, language, partial] = *page;
+  const auto& [text, plain, code, is_aspx, language, walks, partial] = *page;
   // VBScript declares no types.
   if (!is_aspx && text.size() > kSmallPage && code.braces.empty() && !Holds(code.basic, " as ")) return false;
-  const PageFlow flow = FollowPage(code, PageKind::kAspx);
+  const PageFlow flow = FollowPage(code, PageKind::kAspx, &walks);
   page->partial = page->partial || (flow.reach & kLosesSight) != 0;
   if ((flow.reach & (kReachesCode | kReachesCommand | kHiddenCode | kHiddenObject)) != 0)
     return Fill(language, MessageId::kAspxVariant, flow.detail, result);
@@ -295,7 +296,7 @@ bool JudgeAspx(Page* page, WebshellResult* result) {
 }  // namespace
 
 bool AnalysePage(const CSignatureLibrary& library, std::string_view text, std::string_view searched, Language language,
-                 WebshellResult* result) {
+                 CWalkBudget* walks, WebshellResult* result) {
   const std::string plain = PlainPage(text);
   if (text.size() > kLargestScript && Holds(plain, "standard jet db")) return false;
   if (Holds(plain, "@") && Holds(WithoutBlanks(plain), "@codepage=65000"))
@@ -308,7 +309,7 @@ bool AnalysePage(const CSignatureLibrary& library, std::string_view text, std::s
     return true;
   }
   const PageCode code = ServerCode(plain);
-  Page page{text, plain, code, IsAspx(plain, code), language};
+  Page page{text, plain, code, IsAspx(plain, code), language, *walks};
   // ASPX pages are judged as such alone.
   if (!page.is_aspx && JudgeAsp(library, &page, result)) return true;
   if (JudgeAspx(&page, result)) return true;

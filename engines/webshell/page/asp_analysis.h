@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "common/language.h"
+#include "engines/webshell/flow/budget.h"
 #include "engines/webshell/signatures/signature_library.h"
 #include "engines/webshell/webshell_result.h"
 
@@ -12,8 +13,8 @@ namespace qiv {
 /// Whether `text` (bytes of a file that holds "<%") is a backdoor as an ASP page or, if not, as an ASPX page or
 /// handler; fills `result` with the first finding. Where limits kept something from being followed and nothing was
 /// found, sets result->partial. `searched`: lower-case text without blanks that holds none of the library's rules, by
-/// the size of `text`; empty for none. Linear.
+/// the size of `text`; empty for none. `walks` pays for passes. Linear.
 bool AnalysePage(const CSignatureLibrary& library, std::string_view text, std::string_view searched, Language language,
-                 WebshellResult* result);
+                 CWalkBudget* walks, WebshellResult* result);
 
 }  // namespace qiv

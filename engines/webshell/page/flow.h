@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 
+#include "engines/webshell/flow/budget.h"
 #include "engines/webshell/page/script.h"
 
 namespace qiv {
@@ -42,7 +43,8 @@ struct PageFlow {
 
 /// Follows the request through lower-cased server code, statement by statement: variables, functions and their
 /// parameters, members; texts that are put together are worked out, and text that is evaluated is followed in its turn.
-/// Linear in the code: a fixed number of passes; what is worked out and held is bounded by the code's length.
-PageFlow FollowPage(const PageCode& code, PageKind kind);
+/// Linear in the code: a fixed number of passes, of which `walks` pays for all but the first; what is worked out and
+/// held is bounded by the code's length.
+PageFlow FollowPage(const PageCode& code, PageKind kind, CWalkBudget* walks);
 
 }  // namespace qiv

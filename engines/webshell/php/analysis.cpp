@@ -24,6 +24,7 @@ constexpr int kDeepestLayer = 10;              // samples wrap themselves up to 
 constexpr std::size_t kMostLayers = 64;        // texts judged for one file
 constexpr std::size_t kLayerBytesPerByte = 4;  // compressed code grows three- to fourfold
 constexpr std::size_t kLayerBytesAnyway = 1 << 18;
+constexpr std::size_t kLayerBytesPerStep = 8;           // to look into one at all; its tokens are paid besides
 constexpr std::size_t kLayerRoom = kPhpRoomAnyway / 2;  // for a layer, whatever those that wait for theirs hold
 constexpr std::size_t kLargestUploader = 16384;    // bytes: an upload form and what stores it; more is an application
 constexpr std::size_t kLargestStandalone = 32768;  // bytes: a file whose variables come from nowhere
@@ -34,8 +35,8 @@ constexpr std::int32_t kLayerRisk = 60;            // the limit for code that wa
 
 class CPhpJudge {
  public:
-  CPhpJudge(std::string_view text, Language language, WebshellResult* result)
-      : text_(text), language_(language), result_(*result) {}
+  CPhpJudge(std::string_view text, Language language, CWalkBudget* walks, WebshellResult* result)
+      : text_(text), language_(language), walks_(*walks), result_(*result) {}
 
   bool Run() {
     struct Layer {
@@ -53,7 +54,7 @@ class CPhpJudge {
       }
     };
     const std::size_t most_room = PhpRoom(text_.size());
-    PhpFlowResult flow = FollowPhp(text_, false, most_room);
+    PhpFlowResult flow = FollowPhp(text_, false, most_room, &walks_);
     standalone_ = flow.standalone;
     for (const bool weak : {false, true}) {
       for (const PhpFinding& finding : flow.findings) {
@@ -65,7 +66,9 @@ class CPhpJudge {
     flow = {};
     for (std::size_t i = 0; i < layers.size(); ++i) {
       const std::string code = std::move(layers[i].code);
-      PhpFlowResult inner = FollowPhp(code, true, std::max(kLayerRoom, most_room - std::min(most_room, bytes)));
+      if (!walks_.Spend(code.size() / kLayerBytesPerStep)) break;
+      PhpFlowResult inner =
+          FollowPhp(code, true, std::max(kLayerRoom, most_room - std::min(most_room, bytes)), &walks_);
       for (const PhpFinding& finding : inner.findings) {
         if (finding.kind == PhpFindingKind::kUpload) return Fill(MessageId::kFileUploader, finding.detail);
         if (finding.kind != PhpFindingKind::kUnknownSource && Accept(finding)) return true;
@@ -330,6 +333,7 @@ class CPhpJudge {
 
   std::string_view text_;
   Language language_;
+  CWalkBudget& walks_;
   WebshellResult& result_;
   bool standalone_ = true;
   std::string copy_;
@@ -337,8 +341,8 @@ class CPhpJudge {
 
 }  // namespace
 
-bool AnalysePhp(std::string_view text, Language language, WebshellResult* result) {
-  return CPhpJudge(text, language, result).Run();
+bool AnalysePhp(std::string_view text, Language language, CWalkBudget* walks, WebshellResult* result) {
+  return CPhpJudge(text, language, walks, result).Run();
 }
 
 }  // namespace qiv

@@ -63,10 +63,12 @@ constexpr std::size_t PhpRoom(std::size_t file) {
   return file * kPerByte < kPhpRoomAnyway ? kPhpRoomAnyway : file * kPerByte;
 }
 
-/// `in_code`: the text begins inside PHP. `most_room`: bytes that may be held at a time.
-PhpFlowResult FollowPhp(std::string_view source, bool in_code, std::size_t most_room);
+/// `in_code`: the text begins inside PHP. `most_room`: bytes that may be held at a time. `walks` pays for the second
+/// pass of code inside code and for every third one.
+PhpFlowResult FollowPhp(std::string_view source, bool in_code, std::size_t most_room, CWalkBudget* walks);
 inline PhpFlowResult FollowPhp(std::string_view source, bool in_code) {
-  return FollowPhp(source, in_code, PhpRoom(source.size()));
+  CWalkBudget walks(source.size());
+  return FollowPhp(source, in_code, PhpRoom(source.size()), &walks);
 }
 
 }  // namespace qiv

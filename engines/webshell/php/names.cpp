@@ -20,8 +20,17 @@ std::uint32_t HashOf(std::string_view text) {
     hash = (hash ^ word) * 0x9FB21C651E98DF25U;
     hash ^= hash >> 35;
   }
+  // At most seven bytes are left; of four and more the first and the last four, which may be partly the same.
   std::uint64_t rest = 0;
-  if (!text.empty()) std::memcpy(&rest, text.data(), text.size());
+  if (text.size() >= 4) {
+    std::uint32_t first = 0;
+    std::uint32_t last = 0;
+    std::memcpy(&first, text.data(), 4);
+    std::memcpy(&last, text.data() + text.size() - 4, 4);
+    rest = std::uint64_t{first} << 32 | last;
+  } else {
+    for (const char c : text) rest = rest << 8 | static_cast<unsigned char>(c);
+  }
   return MixHash(hash ^ rest);
 }
 
@@ -52,7 +61,12 @@ void CProbeTable::Grow() {
 
 CPhpNames::CPhpNames(CFlowBudget* budget) : budget_(budget) { Of("", true); }
 
-PhpName CPhpNames::Of(std::string_view text, bool lasting) { return Find(text, lasting, false); }
+PhpName CPhpNames::Of(std::string_view text, bool lasting) {
+  if (text.size() != 1) return Find(text, lasting, false);
+  PhpName& known = of_byte_[static_cast<unsigned char>(text[0])];
+  if (known == kNoName) known = Find(text, lasting, false);
+  return known;
+}
 
 PhpName CPhpNames::OfAnyway(std::string_view text) { return Find(text, false, true); }
 

@@ -4,6 +4,7 @@
 // of the table, so that the cost of a name is its length, whatever names a file holds.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <list>
@@ -99,6 +100,7 @@ class CPhpNames {
   CFlowStack<Entry, 32> entries_;  // entry i has number i + 1
   std::list<std::string> own_;
   CProbeTable table_;
+  std::array<PhpName, 256> of_byte_{};  // of one byte: a text may hold as many of them as bytes
 };
 
 }  // namespace qiv

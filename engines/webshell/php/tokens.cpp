@@ -1,13 +1,20 @@
 #include "engines/webshell/php/tokens.h"
 
 #include <algorithm>
+#include <array>
 
 #include "common/text.h"
 
 namespace qiv {
 namespace {
 
-constexpr bool IsNameByte(char c) { return IsWordByte(c) || static_cast<unsigned char>(c) >= 0x80; }
+constexpr std::array<bool, 256> kNameBytes = [] {
+  std::array<bool, 256> bytes{};
+  for (std::size_t i = 0; i < bytes.size(); ++i) bytes[i] = i >= 0x80 || IsWordByte(static_cast<char>(i));
+  return bytes;
+}();
+
+constexpr bool IsNameByte(char c) { return kNameBytes[static_cast<unsigned char>(c)]; }
 
 // Bytes of the operator that begins with these.
 std::size_t OperatorLength(char a, char b, char c) {

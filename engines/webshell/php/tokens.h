@@ -98,6 +98,17 @@ class CPhpTokens {
     Fill(count);
     return at_ + count < read_ ? &Slot(at_ + count) : nullptr;
   }
+  PhpToken* Next() { return Ahead(1); }
+  bool NextIs(std::string_view op, std::size_t ahead = 1) {
+    const PhpToken* const token = Ahead(ahead);
+    return token != nullptr && token->Is(op);
+  }
+  bool BeforeIs(std::string_view op) const { return Before() != nullptr && Before()->Is(op); }
+  /// Until one of the operators comes next; false at the end.
+  bool SkipTo(std::string_view a, std::string_view b) {
+    while (Next() != nullptr && !NextIs(a) && !NextIs(b)) Advance();
+    return Next() != nullptr;
+  }
 
  private:
   static constexpr std::size_t kWindow = 8;

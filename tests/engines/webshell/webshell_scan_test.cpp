@@ -160,7 +160,8 @@ TEST(WebshellScan, NeverReadsBehindItsText) {
     WebshellResult result;
     Libs().WebshellScan(text, &result);
     FollowPhp(text, true);
-    for (const PageKind kind : {PageKind::kAsp, PageKind::kAspx}) FollowPage(ServerCode(text), kind);
+    CWalkBudget walks(text.size());
+    for (const PageKind kind : {PageKind::kAsp, PageKind::kAspx}) FollowPage(ServerCode(text), kind, &walks);
     DecodeEncodedScript(text);
   });
 }

@@ -1,0 +1,8 @@
+// What the access protections cost a plain GET, together and each by itself, and what their counters hold.
+#pragma once
+
+namespace qiv::bench {
+
+void RegisterAccessBenchmarks();
+
+}  // namespace qiv::bench
