@@ -79,7 +79,7 @@ class CAttackWalk {
     if (here_ == 0) return false;
     if (IsPlain(value)) return true;
     bool first = true;
-    return ForEachForm(value, [&](const ValueForm& form) {
+    return ForEachForm(value, &room_, [&](const ValueForm& form) {
       // The engine resolves escapes itself; undecoded a value would only be read with fewer of them.
       if (!std::exchange(first, false) && form.text.data() == value.raw.data()) return true;
       for (AttackHit hit; here_ != 0; Take(value, std::move(hit))) {
@@ -109,6 +109,7 @@ class CAttackWalk {
   const unsigned groups_;
   CAttackScan scan_;
   AttackFindings findings_;
+  ValueFormRoom room_;
   std::string_view place_name_;
   AttackPlace place_ = kInQuery;
   unsigned left_ = ~0U;  // groups that nothing was found of
