@@ -95,6 +95,7 @@ void OneCheck(benchmark::State& state, const CheckRow* row) {
   const std::shared_ptr<const WebsiteConfig> config = State().config.Current();
   const std::shared_ptr<const InjectionLibrary> library = State().config.Library();
   const std::shared_ptr<const CQivLibs> webshells = State().config.Webshells();
+  const std::shared_ptr<const CAttackRules> attacks = State().config.Attacks();
   CNoRecorder nobody;
   RequestFacts facts;
   host::RunInProcess(modules, PlainGet(), [&](iis::IHttpContext& context) {
@@ -104,6 +105,7 @@ void OneCheck(benchmark::State& state, const CheckRow* row) {
   const CheckContext context{.config = *config,
                              .library = *library,
                              .webshells = webshells.get(),
+                             .attacks = attacks.get(),
                              .state = State().service.Checks(),
                              .recorder = nobody};
   for (auto _ : state) {

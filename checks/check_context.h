@@ -11,6 +11,7 @@
 namespace qiv {
 
 struct WebsiteConfig;
+class CAttackRules;
 class CQivLibs;
 class InjectionLibrary;
 
@@ -23,6 +24,7 @@ struct CheckContext {
   const WebsiteConfig& config;
   const InjectionLibrary& library;
   const CQivLibs* webshells;  ///< null while there is none: nothing can be looked for
+  const CAttackRules* attacks;  ///< never null where a check looks for attacks by families
   CheckState& state;          ///< counters, the service's lists, address libraries, the clock
   IEventRecorder& recorder;
   Phase phase = kPhaseBegin;

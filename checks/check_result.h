@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -18,7 +19,9 @@ enum CheckKind : std::int32_t {
   kKindUpload = 6,
   kKindShape = 7,
   kKindAccess = 8,
-  kKindFlood = 9
+  kKindFlood = 9,
+  kKindFileInclusion = 10,
+  kKindBadcode = 11
 };
 
 /// What goes out beside or in place of a page. Each is empty unless a check has set it.
@@ -28,6 +31,8 @@ struct PreparedAnswer {
   std::string policy;    ///< value of the Content-Security-Policy of the prepared page
 };
 
+struct AttackFindings;
+
 /// What the checks of a notification decide beside block or pass.
 struct RequestDecision {
   bool statistics = true;     ///< whether later blocks are counted in statistics; lists clear it
@@ -36,6 +41,8 @@ struct RequestDecision {
   bool gbk_page = false;      ///< pages go out in GBK; starts as the request's headers ask
   bool custom_page = false;   ///< set when a complete custom page was used
   bool form_scanned = false;  ///< every part of a multipart form was scanned whole for webshells
+  /// What the search for file inclusion found for the search for malicious code; null: it did not look.
+  std::shared_ptr<const AttackFindings> attacks;
   /// A whole page that a check prepared, sent instead of the block page; "{{charset}}" is the one placeholder that is
   /// still substituted in it.
   std::string prepared_page;

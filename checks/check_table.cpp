@@ -1,6 +1,8 @@
 #include "checks/check_table.h"
 
 #include "checks/access_check.h"
+#include "checks/badcode_check.h"
+#include "checks/file_inclusion_check.h"
 #include "checks/flood_check.h"
 #include "checks/injection_check.h"
 #include "checks/lists_check.h"
@@ -92,6 +94,16 @@ std::uint32_t InjectionParts(const WebsiteConfig& config) {
          If(sql.header != 0 || (xss && sql.xss_header != 0), kPartHeaders);
 }
 
+std::uint32_t FileInclusionParts(const WebsiteConfig& config) {
+  return If(FileGroups(config) != 0, QueryParts(config) | kPartPath | kPartBody | kPartHeaders);
+}
+
+std::uint32_t BadcodeParts(const WebsiteConfig& config) {
+  const BaseSettings& base = config.base;
+  return If(base.badcode != 0, If(base.badcode_get != 0, QueryParts(config) | kPartPath) |
+                                   If(base.badcode_post, kPartBody) | If(base.badcode_header != 0, kPartHeaders));
+}
+
 std::uint32_t ListingParts(const WebsiteConfig& config) {
   return If(config.base.url != 0 && config.base.url_dir_list != 0, kPartUrl | kPartResponse);
 }
@@ -120,12 +132,14 @@ constexpr CheckRow kRows[] = {
     {"method", Stage::kRequest, MethodCheck, MethodParts},
     {"upload", Stage::kRequest, UploadCheck, UploadParts},
     {"webshell", Stage::kRequest, WebshellCheck, WebshellParts},
+    {"file_inclusion", Stage::kRequest, FileInclusionCheck, FileInclusionParts},
     {"static_directory", Stage::kRequest, StaticDirectoryCheck, StaticParts},
     {"admin", Stage::kRequest, AdminCheck, AdminParts},
     {"time_limit", Stage::kRequest, TimeLimitCheck, TimeLimitParts},
     {"hotlink", Stage::kRequest, HotlinkCheck, HotlinkParts},
     {"file_type", Stage::kRequest, FileTypeCheck, FileTypeParts},
     {"injection", Stage::kRequest, InjectionCheck, InjectionParts},
+    {"badcode", Stage::kRequestAlways, BadcodeCheck, BadcodeParts},
     {"directory_listing", Stage::kResponseBody, DirectoryListingCheck, ListingParts},
     {"webshell_output", Stage::kResponseBody, WebshellOutputCheck, WebshellOutputParts},
     {"not_found", Stage::kNotFound, NotFoundCheck, NotFoundParts},

@@ -16,6 +16,7 @@ constexpr std::int64_t kCheckInterval = 2;  // seconds
 constexpr std::uint64_t kLibraryMaxBytes = kConfigMaxBytes;
 constexpr std::string_view kSqlLibraryTags[] = {"separator", "sql_rules", "sql_keys", "xss_events"};
 constexpr std::string_view kConfigName = "_config.db";
+constexpr const char* kBadcodeFile = "_badcode.db";
 
 std::string ConfigFile(const std::string& directory, const char* name) {
   return directory + "config" + kPathSeparator + name;
@@ -68,6 +69,7 @@ ConfigPaths::ConfigPaths(std::string directory)
       ipv4_areas(ConfigFile(module_directory, "iplib.db")),
       ipv6_areas(ConfigFile(module_directory, "iplibv6.db")),
       bad_ips(ConfigFile(module_directory, "_badip.db")),
+      badcode_library(ConfigFile(module_directory, kBadcodeFile)),
       webshell_library(ConfigFile(module_directory, "_trojan.db")),
       exemptions(ConfigFile(module_directory, "_exempt.db")),
       visitor_key(ConfigFile(module_directory, "_key.db")) {}
@@ -79,6 +81,7 @@ CQivConfig::CQivConfig(std::string module_directory, Clock clock, CStateRecorder
       current_(std::make_shared<WebsiteConfig>()),
       library_(std::make_shared<InjectionLibrary>()),
       webshells_(paths_.webshell_library, &states_),
+      badcode_(paths_.badcode_library, &states_),
       exemptions_(std::make_shared<CExemptions>()),
       config_file_(paths_.config_file, kConfigMaxBytes),
       exempt_file_(paths_.exemptions, CExemptions::kFileMaxBytes),
@@ -111,10 +114,11 @@ void CQivConfig::Refresh(std::int64_t now) {
   bool reloaded = ReloadConfig();
   // A new configuration finds its libraries in place even while the flag keeps them from being watched, at the next
   // tick if they cannot be read just now.
-  if (reloaded) library_wanted_ = webshells_wanted_ = true;
+  if (reloaded) library_wanted_ = webshells_wanted_ = badcode_wanted_ = true;
   const bool library_enabled = IsLibraryEnabled();
   if (library_enabled || library_wanted_) reloaded |= ReloadInjectionLibrary();
   if (library_enabled || webshells_wanted_) reloaded |= ReloadWebshellLibrary();
+  if (library_enabled || badcode_wanted_) reloaded |= ReloadBadcodeLibrary();
   ReloadExemptions();
   if (tick_client_ == nullptr) return;
   if (library_enabled) reloaded |= tick_client_->OnServiceTick(now);
@@ -254,6 +258,17 @@ bool CQivConfig::ReloadInjectionLibrary() {
 bool CQivConfig::ReloadWebshellLibrary() {
   const Reload reload = webshells_.ReloadChanged(*Current());
   webshells_wanted_ = reload == Reload::kAgain;
+  return reload == Reload::kReplaced;
+}
+
+bool CQivConfig::ReloadBadcodeLibrary() {
+  const Reload reload = badcode_.ReloadChanged();
+  badcode_wanted_ = reload == Reload::kAgain;
+  const std::shared_ptr<const WebsiteConfig> site = Current();
+  const bool wanted = site->base.badcode || site->request.file;
+  if (wanted && badcode_.Current()->Rules().empty() && !states_.IsFault(StateKind::kLoad, kBadcodeFile)) {
+    states_.Fault(StateKind::kLoad, kBadcodeFile, MessageId::kStateMissing);
+  }
   return reload == Reload::kReplaced;
 }
 

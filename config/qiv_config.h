@@ -8,6 +8,7 @@
 
 #include "common/published.h"
 #include "common/state_recorder.h"
+#include "config/badcode_library.h"
 #include "config/config_parser.h"
 #include "config/exemptions.h"
 #include "config/watched_file.h"
@@ -35,6 +36,7 @@ struct ConfigPaths {
   std::string ipv4_areas;        ///< config/iplib.db
   std::string ipv6_areas;        ///< config/iplibv6.db
   std::string bad_ips;           ///< config/_badip.db
+  std::string badcode_library;   ///< config/_badcode.db
   std::string webshell_library;  ///< config/_trojan.db
   std::string exemptions;        ///< config/_exempt.db
   std::string visitor_key;       ///< config/_key.db
@@ -88,6 +90,9 @@ class CQivConfig {
   /// The webshell library. Null until a configuration was loaded.
   std::shared_ptr<const CQivLibs> Webshells() const { return webshells_.Current(); }
 
+  /// The rules for attacks by families. Never null.
+  std::shared_ptr<const CAttackRules> Attacks() const { return badcode_.Current(); }
+
   /// What the site exempts. Never null.
   std::shared_ptr<const CExemptions> Exemptions() const { return exemptions_.Load(); }
 
@@ -104,6 +109,7 @@ class CQivConfig {
   void SetSwitches(bool valid);
   bool ReloadInjectionLibrary();
   bool ReloadWebshellLibrary();
+  bool ReloadBadcodeLibrary();
   void ReloadExemptions();
 
   const ConfigPaths paths_;
@@ -116,10 +122,12 @@ class CQivConfig {
   // A configuration was loaded and its libraries not yet; inside Refresh only.
   bool library_wanted_ = false;
   bool webshells_wanted_ = false;
+  bool badcode_wanted_ = false;
   std::atomic<ConfigStatus> last_status_{ConfigStatus::kUnreadable};
   CPublished<WebsiteConfig> current_;
   CPublished<InjectionLibrary> library_;
   CWebshellLibrary webshells_;
+  CBadcodeLibrary badcode_;
   CPublished<CExemptions> exemptions_;
 
   mutable CCriticalSection config_check_lock_;

@@ -47,7 +47,8 @@ std::string_view CWatchedFile::Name() const {
   return std::string_view(path_).substr(folder == std::string::npos ? 0 : folder + 1);
 }
 
-Reload ReloadFile(CWatchedFile* file, CStateRecorder* states, const std::function<bool(const std::string*)>& take) {
+Reload ReloadFile(CWatchedFile* file, CStateRecorder* states, const std::function<bool(const std::string*)>& take,
+                  const std::string* why) {
   using Look = CWatchedFile::Look;
   const auto fault = [&](MessageId reason) { states->Fault(StateKind::kLoad, file->Name(), reason); };
   try {
@@ -60,7 +61,9 @@ Reload ReloadFile(CWatchedFile* file, CStateRecorder* states, const std::functio
     }
     if (look == Look::kTooLarge || !take(look == Look::kNew ? &content : nullptr)) {
       file->Accept();
-      fault(look == Look::kTooLarge ? MessageId::kStateTooLarge : MessageId::kStateNotOurs);
+      states->Fault(StateKind::kLoad, file->Name(),
+                    {"", look == Look::kTooLarge ? MessageId::kStateTooLarge : MessageId::kStateNotOurs,
+                     why ? *why : std::string()});
       return Reload::kUnchanged;
     }
     file->Accept();

@@ -55,8 +55,10 @@ enum class Reload {
 };
 
 /// One look at a file that need not be there. `take` gets the content, or null when the file is gone, and puts it in
-/// force; false refuses it, and what is in force stays. It may run out of memory. What became of the file is reported.
-Reload ReloadFile(CWatchedFile* file, CStateRecorder* states, const std::function<bool(const std::string*)>& take);
+/// force; false refuses it, and what is in force stays. It may run out of memory. What became of the file is reported;
+/// with a refusal, what take has put into *why.
+Reload ReloadFile(CWatchedFile* file, CStateRecorder* states, const std::function<bool(const std::string*)>& take,
+                  const std::string* why = nullptr);
 
 /// Reports the records of a library that were left out; none: that it is in order.
 void ReportLost(CStateRecorder* states, std::string_view file, const std::vector<std::string>& lost);

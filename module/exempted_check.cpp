@@ -83,13 +83,14 @@ std::shared_ptr<const CExemptedCheck::ShortLists> CExemptedCheck::Without(const 
   {
     const CAutoLock hold(lock_);
     for (const auto& kept : kept_) {
-      if (kept->without == rules && kept->of_config == record.config && kept->of_library == record.library) return kept;
+      if (kept->without == rules && kept->IsOf(record)) return kept;
     }
   }
   auto lists = std::make_shared<ShortLists>();
   lists->without = rules;
   lists->of_config = record.config;
   lists->of_library = record.library;
+  lists->of_attacks = record.attacks;
   const auto config = std::make_shared<WebsiteConfig>(*record.config);
   for (CKeywordRules* const list : {&config->get_rules, &config->post_rules, &config->header_rules}) {
     *list = CKeywordRules(RulesWithout(list->Rules(), rules));
@@ -98,11 +99,10 @@ std::shared_ptr<const CExemptedCheck::ShortLists> CExemptedCheck::Without(const 
   lists->library =
       std::make_shared<InjectionLibrary>(RulesWithout(record.library->Rules(), rules), record.library->Keys(),
                                          RulesWithout(record.library->Events(), rules));
+  lists->attacks = std::make_shared<CAttackRules>(record.attacks->Without(rules));
   const CAutoLock hold(lock_);
   // Those of a configuration that is gone go first.
-  std::erase_if(kept_, [&record](const auto& kept) {
-    return kept->of_config != record.config || kept->of_library != record.library;
-  });
+  std::erase_if(kept_, [&record](const auto& kept) { return !kept->IsOf(record); });
   if (kept_.size() == kMostKept) kept_.erase(kept_.begin());
   kept_.push_back(lists);
   return lists;
@@ -119,6 +119,7 @@ bool CExemptedCheck::IsExempt(const CheckRow& row, const RequestRecord& record, 
     const CheckContext silent{lists ? *lists->config : context.config,
                               lists ? *lists->library : context.library,
                               context.webshells,
+                              lists ? lists->attacks.get() : context.attacks,
                               context.state,
                               nobody,
                               context.phase,

@@ -30,11 +30,17 @@ class CExemptedCheck {
 
  private:
   struct ShortLists {
+    bool IsOf(const RequestRecord& record) const {
+      return of_config == record.config && of_library == record.library && of_attacks == record.attacks;
+    }
+
     std::set<std::string> without;
     std::shared_ptr<const WebsiteConfig> of_config;
     std::shared_ptr<const InjectionLibrary> of_library;
+    std::shared_ptr<const CAttackRules> of_attacks;
     std::shared_ptr<const WebsiteConfig> config;
     std::shared_ptr<const InjectionLibrary> library;
+    std::shared_ptr<const CAttackRules> attacks;
   };
   std::shared_ptr<const ShortLists> Without(const std::set<std::string>& rules, const RequestRecord& record);
 

@@ -135,12 +135,19 @@ std::shared_ptr<RequestRecord> CPipeline::StartRecord() const {
   record->config = config_.Current();
   record->library = config_.Library();
   record->webshells = config_.Webshells();
+  record->attacks = config_.Attacks();
   record->exemptions = config_.Exemptions();
   return record;
 }
 
 CheckContext CPipeline::ContextOf(const RequestRecord& record, Phase phase) const {
-  return {*record.config, *record.library, record.webshells.get(), services_.state, services_.recorder, phase};
+  return {*record.config,
+          *record.library,
+          record.webshells.get(),
+          record.attacks.get(),
+          services_.state,
+          services_.recorder,
+          phase};
 }
 
 bool CPipeline::IsUnprotectedIpv6(const RequestFacts& facts) const {
@@ -185,7 +192,7 @@ CheckVerdict CPipeline::RunRow(const CheckRow& row, Notification& notification, 
     row.run(notification.facts, context, *result);
   } else {
     CHeldStatistics held(recorder);
-    const CheckContext own{context.config, context.library, context.webshells,     context.state,
+    const CheckContext own{context.config, context.library, context.webshells,     context.attacks, context.state,
                            held,           context.phase,   context.response_body, log_only};
     CheckResult decided = *result;
     row.run(notification.facts, own, decided);

@@ -6,6 +6,7 @@
 #include "checks/request_facts.h"
 #include "config/exemptions.h"
 #include "config/website_config.h"
+#include "engines/attacks/attack_rules.h"
 #include "engines/injection/injection_library.h"
 #include "engines/webshell/webshell_scan.h"
 
@@ -17,6 +18,7 @@ struct RequestRecord {
   std::shared_ptr<const WebsiteConfig> config;
   std::shared_ptr<const InjectionLibrary> library;
   std::shared_ptr<const CQivLibs> webshells;  ///< null while there is none
+  std::shared_ptr<const CAttackRules> attacks;
   std::shared_ptr<const CExemptions> exemptions;
   RequestFacts facts;
 };

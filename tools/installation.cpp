@@ -10,6 +10,7 @@
 #include "common/text.h"
 #include "port/file.h"
 #include "port/system_error.h"
+#include "tools/badcode_files.h"
 #include "tools/files.h"
 #include "tools/library_files.h"
 #include "tools/rule_file.h"
@@ -160,6 +161,8 @@ int InitInstallation(const InitOptions& options) {
   exit_code = std::max(exit_code, library_exit);
   const std::string webshells = PackWebshellFiles(rules + "/webshell", options.language, &library_exit);
   exit_code = std::max(exit_code, library_exit);
+  const std::string badcode = PackBadcodeFiles(rules + "/badcode", options.language, &library_exit);
+  exit_code = std::max(exit_code, library_exit);
   if (exit_code == kExitError) return exit_code;
 
   CReport report(rules + "/settings/" + options.profile + ".json");
@@ -170,7 +173,8 @@ int InitInstallation(const InitOptions& options) {
   return std::max(exit_code, WriteFiles(options, {{options.directory + "/settings.json", settings_text},
                                                   {options.directory + "/config/_config.db", packed},
                                                   {options.directory + "/config/_sql.db", library},
-                                                  {options.directory + "/config/_trojan.db", webshells}}));
+                                                  {options.directory + "/config/_trojan.db", webshells},
+                                                  {options.directory + "/config/_badcode.db", badcode}}));
 }
 
 }  // namespace qiv

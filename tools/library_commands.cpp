@@ -5,6 +5,7 @@
 #include <string>
 
 #include "port/file.h"
+#include "tools/badcode_files.h"
 #include "tools/commands.h"
 #include "tools/files.h"
 #include "tools/library_files.h"
@@ -37,6 +38,10 @@ int Pack(const LibraryOptions& options) {
     const std::string stored = PackWebshellFiles(options.input, form.language, &exit_code);
     return exit_code == kExitOk ? Store(options, "_trojan.db", stored) : exit_code;
   }
+  if (HoldsBadcodeFiles(options.input)) {
+    const std::string stored = PackBadcodeFiles(options.input, form.language, &exit_code);
+    return exit_code == kExitOk ? Store(options, "_badcode.db", stored) : exit_code;
+  }
   const std::string stored = PackLibrary(options.input, form, &exit_code);
   if (exit_code != kExitOk) return exit_code;
   return Store(options, options.user_defined ? "_sql_user.db" : "_sql.db", stored);
@@ -57,12 +62,14 @@ int Unpack(const LibraryOptions& options) {
   if (!ReadInput(options.input, &text, &report)) return report.Print();
   const std::vector<LibraryList> lists = UnpackLibrary(text, options.user_defined);
   const std::vector<WebshellFile> webshell_files = UnpackWebshellFiles(text);
-  if (lists.empty() && webshell_files.empty()) {
+  const std::vector<BadcodeFile> badcode_files = UnpackBadcodeFiles(text);
+  if (lists.empty() && webshell_files.empty() && badcode_files.empty()) {
     report.Error(0, "is no library: it holds none of the lists, or is enciphered with another key");
   }
   if (!options.output.empty()) MakeDirectories(options.output);
   for (const LibraryList& list : lists) PutList(options, std::string(list.name), WriteRuleFile(list.rules), &report);
   for (const WebshellFile& file : webshell_files) PutList(options, file.name, file.text, &report);
+  for (const BadcodeFile& file : badcode_files) PutList(options, file.name, file.text, &report);
   return report.Print();
 }
 
@@ -74,11 +81,13 @@ void AddLibraryCommand(CLI::App* app, int* exit_code) {
   const auto options = std::make_shared<LibraryOptions>();
 
   CLI::App* const pack = library->add_subcommand("pack", "Turn a folder of rule files into a library");
-  pack->add_option(
-          "folder", options->input,
-          "holds sql_rules.txt, sql_keys.txt, xss_events.txt; or trojan_rules.txt, trojan_free.txt, trojan_removal.txt")
+  pack->add_option("folder", options->input,
+                   "holds sql_rules.txt, sql_keys.txt, xss_events.txt; or trojan_rules.txt, trojan_free.txt, "
+                   "trojan_removal.txt; "
+                   "or lfi.txt, rce.txt and the other families of rules/badcode")
       ->required();
-  pack->add_option("-o,--output", options->output, "the folder that receives _sql.db or _trojan.db")->required();
+  pack->add_option("-o,--output", options->output, "the folder that receives _sql.db, _trojan.db or _badcode.db")
+      ->required();
   pack->add_option("--language", options->language, "language of the remarks")
       ->capture_default_str()
       ->check(CLI::IsMember({"en-US", "zh-CN"}));
@@ -86,7 +95,8 @@ void AddLibraryCommand(CLI::App* app, int* exit_code) {
   pack->callback([options, exit_code] { *exit_code = Pack(*options); });
 
   CLI::App* const unpack = library->add_subcommand("unpack", "Print a library as rule files");
-  unpack->add_option("file", options->input, "the _sql.db or _trojan.db, or - for standard input")->required();
+  unpack->add_option("file", options->input, "the _sql.db, _trojan.db or _badcode.db, or - for standard input")
+      ->required();
   unpack->add_option("-o,--output", options->output, "a folder that receives the rule files instead");
   unpack->add_flag("--user", options->user_defined, "it is a user-defined library");
   unpack->callback([options, exit_code] { *exit_code = Unpack(*options); });

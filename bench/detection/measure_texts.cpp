@@ -1,5 +1,5 @@
-// measure_texts: how many of the lines of some text files injection protection blocks, and by what; or
-// the search for webshells in requests.
+// measure_texts: how many of the lines of some text files are blocked, and by what: injection protection, the families
+// of other attacks, or the search for webshells in requests.
 //
 // Each line is one text (see UnescapeLine). It is put into a request at each chosen place and goes through the same
 // decoding, settings, rules and check as in the module. For tuning the rules on one part of a collection and judging
@@ -14,6 +14,7 @@
 #include <fstream>
 #include <iostream>
 #include <iterator>
+#include <map>
 #include <random>
 #include <string>
 #include <string_view>
@@ -30,11 +31,11 @@ struct Options {
   std::string module_directory;
   std::string places = "query,form,json,header";
   std::vector<std::string> files;
-  std::string list;        ///< "hits", "misses" or "mislabelled" of the tuned part are listed; or "verdicts" of all
-  std::size_t join = 0;    ///< lines are joined to texts of at least this many bytes; 0: each line is a text
-  bool webshells = false;  ///< the search for webshells in requests judges
-  bool whole = false;      ///< a file is one text, byte for byte
-  unsigned rounds = 1;     ///< the lines are joined that often, each time in another order
+  std::string list;      ///< "hits", "misses" or "mislabelled" of the tuned part are listed; or "verdicts" of all
+  std::size_t join = 0;  ///< lines are joined to texts of at least this many bytes; 0: each line is a text
+  qiv::Judges by = qiv::Judges::kAll;
+  bool whole = false;   ///< a file is one text, byte for byte
+  unsigned rounds = 1;  ///< the lines are joined that often, each time in another order
 };
 
 struct Counts {
@@ -95,7 +96,7 @@ qiv::Protection ScriptsOnly(const qiv::Protection& protection) {
   config->sql.get = 0;
   config->sql.post = 0;
   config->sql.header = 0;
-  return {std::move(config), protection.library, protection.webshells};
+  return {std::move(config), protection.library, protection.webshells, protection.attacks};
 }
 
 bool Measure(const qiv::Protection& protection, const Options& options, qiv::Place place, const std::string& path) {
@@ -106,16 +107,16 @@ bool Measure(const qiv::Protection& protection, const Options& options, qiv::Pla
   }
   Counts tuned;
   Counts held_back;
-  std::array<std::uint64_t, 7> by_mechanism{};
+  std::array<std::uint64_t, 8> by_mechanism{};
   const qiv::Protection scripts_only = ScriptsOnly(protection);
   std::uint64_t mislabelled = 0;
   std::uint64_t number = 0;
   ForEachText(options, file, [&](const std::string& text) {
-    const qiv::Verdict verdict = qiv::Judge(protection, place, text, options.webshells);
+    const qiv::Verdict verdict = qiv::Judge(protection, place, text, options.by);
     const bool blocked = verdict.mechanism != qiv::Mechanism::kNone;
     const bool as_sql = verdict.mechanism == qiv::Mechanism::kDetector || verdict.mechanism == qiv::Mechanism::kKeyword;
-    const bool is_mislabelled =
-        as_sql && !options.webshells && qiv::Judge(scripts_only, place, text).mechanism != qiv::Mechanism::kNone;
+    const bool is_mislabelled = as_sql && options.by == qiv::Judges::kInjection &&
+                                qiv::Judge(scripts_only, place, text, options.by).mechanism != qiv::Mechanism::kNone;
     mislabelled += is_mislabelled;
     const bool is_held_back = IsHeldBack(number++);
     Counts& counts = is_held_back ? held_back : tuned;
@@ -136,13 +137,14 @@ bool Measure(const qiv::Protection& protection, const Options& options, qiv::Pla
     return false;
   }
   if (options.list.empty()) {
-    std::printf("%-32s %-9s %7llu %8s %8s   %6llu %6llu %6llu %6llu %6llu %6llu %8llu\n", BaseName(path).c_str(),
+    std::printf("%-32s %-9s %7llu %8s %8s   %6llu %6llu %6llu %6llu %6llu %6llu %6llu %8llu\n", BaseName(path).c_str(),
                 std::string(qiv::PlaceName(place)).c_str(),
                 static_cast<unsigned long long>(tuned.lines + held_back.lines), Percent(tuned).c_str(),
                 Percent(held_back).c_str(), static_cast<unsigned long long>(by_mechanism[1]),
                 static_cast<unsigned long long>(by_mechanism[2]), static_cast<unsigned long long>(by_mechanism[3]),
                 static_cast<unsigned long long>(by_mechanism[4]), static_cast<unsigned long long>(by_mechanism[5]),
-                static_cast<unsigned long long>(by_mechanism[6]), static_cast<unsigned long long>(mislabelled));
+                static_cast<unsigned long long>(by_mechanism[6]), static_cast<unsigned long long>(by_mechanism[7]),
+                static_cast<unsigned long long>(mislabelled));
   }
   return true;
 }
@@ -163,8 +165,8 @@ int Run(const Options& options) {
         protection.config->get_rules.Rules().size(), protection.config->post_rules.Rules().size(),
         protection.config->header_rules.Rules().size(), protection.library->Keys().size(),
         protection.library->Rules().size(), protection.library->Events().size(), took.count());
-    std::printf("%-32s %-9s %7s %8s %8s   %6s %6s %6s %6s %6s %6s %8s\n", "file", "place", "lines", "tuned %", "held %",
-                "detect", "keywrd", "event", "script", "url", "upload", "mislabel");
+    std::printf("%-32s %-9s %7s %8s %8s   %6s %6s %6s %6s %6s %6s %6s %8s\n", "file", "place", "lines", "tuned %",
+                "held %", "detect", "keywrd", "event", "script", "url", "upload", "family", "mislabel");
   }
   bool good = true;
   for (const std::string_view name : qiv::Split(options.places, ',')) {
@@ -194,8 +196,12 @@ int main(int argc, char** argv) {
   app.add_option("-j,--join", options.join, "join the lines to texts of at least this many bytes");
   app.add_option("-r,--rounds", options.rounds, "join the lines that often, in another order each time");
   app.add_flag("-w,--whole", options.whole, "each file is one text");
-  app.add_flag("--webshells", options.webshells,
-               "the search for webshells in requests instead of injection protection");
+  const std::map<std::string, qiv::Judges> judges = {{"all", qiv::Judges::kAll},
+                                                     {"families", qiv::Judges::kFamilies},
+                                                     {"injection", qiv::Judges::kInjection},
+                                                     {"webshells", qiv::Judges::kWebshells}};
+  app.add_option("-b,--by", options.by, "who judges: all, families, injection or webshells")
+      ->transform(CLI::CheckedTransformer(judges));
   app.add_option("files", options.files, "one text a line; %0D, %0A and %00 are bytes")->required();
   CLI11_PARSE(app, argc, argv);
   return Run(options);

@@ -3,7 +3,9 @@
 #include <cstdio>
 #include <utility>
 
+#include "checks/badcode_check.h"
 #include "checks/check_result.h"
+#include "checks/file_inclusion_check.h"
 #include "checks/injection_check.h"
 #include "checks/request_facts.h"
 #include "checks/upload_check.h"
@@ -106,6 +108,7 @@ std::string Body(std::string_view raw) {
 
 Mechanism MechanismOf(const CheckResult& result) {
   if (result.status != kBlocked) return Mechanism::kNone;
+  if (result.kind == kKindBadcode || result.kind == kKindFileInclusion) return Mechanism::kFamily;
   if (result.kind == kKindWebshell) return Mechanism::kDetector;
   const std::string& reason = result.reason;
   if (result.item.starts_with("XSS")) {
@@ -126,7 +129,7 @@ Protection LoadProtection(const std::string& module_directory, std::string* erro
   }
   auto english = std::make_shared<WebsiteConfig>(*config.Current());
   english->language = Language::kEnglish;  // MechanismOf reads the texts
-  return {std::move(english), config.Library(), config.Webshells()};
+  return {std::move(english), config.Library(), config.Webshells(), config.Attacks()};
 }
 
 bool PlaceFromName(std::string_view name, Place* place) {
@@ -146,8 +149,8 @@ std::string_view PlaceName(Place place) {
   return {};
 }
 
-Verdict Judge(const Protection& protection, Place place, std::string_view text, bool webshells) {
-  CLoneContext lone(*protection.config, protection.webshells.get());
+Verdict Judge(const Protection& protection, Place place, std::string_view text, Judges by) {
+  CLoneContext lone(*protection.config, protection.webshells.get(), nullptr, protection.attacks.get());
   const CheckContext context = lone.With(*protection.library);
   RequestFacts facts;
   facts.raw_url = "/page.aspx";
@@ -212,11 +215,19 @@ Verdict Judge(const Protection& protection, Place place, std::string_view text, 
     facts.content_type = kFormType;
     facts.raw_body = form;
     facts.body = Body(form);
-    if (!webshells) UploadCheck(facts, context, result);
+    if (by == Judges::kAll || by == Judges::kInjection) UploadCheck(facts, context, result);
     if (result.status == kBlocked) return {Mechanism::kUpload, result.rule, result.reason};
   }
-  webshells ? WebshellCheck(facts, context, result) : InjectionCheck(facts, context, result);
-  return {MechanismOf(result), result.rule, webshells ? result.detail : result.reason};
+  const bool families = by == Judges::kAll || by == Judges::kFamilies;
+  if (by == Judges::kWebshells) WebshellCheck(facts, context, result);
+  if (families) FileInclusionCheck(facts, context, result);
+  if (result.status != kBlocked && (by == Judges::kAll || by == Judges::kInjection)) {
+    InjectionCheck(facts, context, result);
+  }
+  if (result.status != kBlocked && families) BadcodeCheck(facts, context, result);
+  const Mechanism mechanism = MechanismOf(result);
+  const bool detail = by == Judges::kWebshells || mechanism == Mechanism::kFamily;
+  return {mechanism, result.rule, detail ? result.detail : result.reason};
 }
 
 std::string UnescapeLine(std::string_view line) {

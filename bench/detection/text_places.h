@@ -1,4 +1,5 @@
-// A text put into a request at one place, and judged by upload and injection protection as the module would.
+// A text put into a request at one place, and judged as the module would: by upload protection, file inclusion,
+// injection and malicious code.
 #pragma once
 
 #include <memory>
@@ -6,6 +7,7 @@
 #include <string_view>
 
 #include "config/website_config.h"
+#include "engines/attacks/attack_rules.h"
 #include "engines/injection/injection_library.h"
 #include "engines/webshell/webshell_scan.h"
 
@@ -28,7 +30,7 @@ enum class Place {
 };
 
 /// What blocked.
-enum class Mechanism { kNone, kDetector, kKeyword, kEvent, kScriptTag, kScriptUrl, kUpload };
+enum class Mechanism { kNone, kDetector, kKeyword, kEvent, kScriptTag, kScriptUrl, kUpload, kFamily };
 
 struct Verdict {
   Mechanism mechanism = Mechanism::kNone;
@@ -41,6 +43,7 @@ struct Protection {
   std::shared_ptr<const WebsiteConfig> config;
   std::shared_ptr<const InjectionLibrary> library;
   std::shared_ptr<const CQivLibs> webshells;
+  std::shared_ptr<const CAttackRules> attacks;
 };
 
 /// Null pointers, with the reason in *error, when the module directory holds no installation that can be loaded.
@@ -50,8 +53,9 @@ Protection LoadProtection(const std::string& module_directory, std::string* erro
 bool PlaceFromName(std::string_view name, Place* place);
 std::string_view PlaceName(Place place);
 
-/// By injection protection, or by the search for webshells in requests (whose findings count as the detector's).
-Verdict Judge(const Protection& protection, Place place, std::string_view text, bool webshells = false);
+/// By whom. Findings of the search for webshells count as the detector's.
+enum class Judges { kAll, kFamilies, kInjection, kWebshells };
+Verdict Judge(const Protection& protection, Place place, std::string_view text, Judges by = Judges::kAll);
 
 /// "%0D", "%0A" and "%00" become the bytes they stand for: how files of texts write them. Nothing else is decoded.
 std::string UnescapeLine(std::string_view line);

@@ -15,6 +15,7 @@
 #include "common/char_set.h"
 #include "config/exchange_lines.h"
 #include "config/website_config.h"
+#include "engines/attacks/attack_rules.h"
 #include "engines/injection/injection_library.h"
 #include "engines/webshell/webshell_scan.h"
 #include "port/file.h"
@@ -51,7 +52,9 @@ class CCheckFixture : public testing::Test, public IEventRecorder {
   /// Has the state take over the configuration being written.
   void UseSite() { state_.OnConfigLoaded(*site_); }
 
-  CheckContext Context() { return {*site_, library_, webshells_.get(), state_, *this, phase_, response_}; }
+  CheckContext Context() {
+    return {*site_, library_, webshells_.get(), attacks_.get(), state_, *this, phase_, response_};
+  }
 
   /// The lines of _out.log in UTF-8, tabs written as "|".
   std::vector<std::string> OutLines() const {
@@ -77,6 +80,7 @@ class CCheckFixture : public testing::Test, public IEventRecorder {
   std::shared_ptr<WebsiteConfig> site_ = std::make_shared<WebsiteConfig>();
   InjectionLibrary library_;
   std::shared_ptr<const CQivLibs> webshells_;
+  std::shared_ptr<const CAttackRules> attacks_;
   Phase phase_ = kPhaseBegin;
   std::string response_;
   RequestFacts facts_;

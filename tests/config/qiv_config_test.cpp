@@ -367,6 +367,37 @@ TEST_F(QivConfig, TheWebshellLibraryFollowsFileSiteAndLanguage) {
   EXPECT_NE(Finding(config_.Webshells(), "mine"), "");
 }
 
+TEST_F(QivConfig, TheRulesForAttacksFollowTheirFile) {
+  const auto rules = [](const std::string& pattern) {
+    return encrypt_text("", "<badcode_lists></badcode_lists><badcode_rules>1{*}rce{*}-{*}" + pattern +
+                                "{*}r{*}h{*}m{#}</badcode_rules>");
+  };
+  const auto pattern = [this] {
+    return config_.Attacks()->Rules().empty() ? "" : config_.Attacks()->Rules()[0].pattern;
+  };
+  Write(FileText(SettingsText("<website_base>{\"badcode\":1}</website_base>")));
+  Tick();
+  EXPECT_TRUE(states_.IsFault(StateKind::kLoad, "_badcode.db")) << "switched on, and nothing is looked for";
+  Write(SiteText(""));
+  Write("_badcode.db", rules("a.b"));
+  Tick();
+  EXPECT_EQ(pattern(), "a.b");
+  EXPECT_FALSE(states_.IsFault(StateKind::kLoad, "_badcode.db"));
+  for (const std::string& bad :
+       {rules("~x"), rules("a.b") + "00", encrypt_text("", "<badcode_rules></badcode_rules>")}) {
+    news_.Take();
+    Write("_badcode.db", bad);
+    Tick();
+    EXPECT_EQ(pattern(), "a.b") << bad;
+    EXPECT_EQ(news_.Take().size(), 1U) << "one event";
+    Write("_badcode.db", rules("a.b"));
+    Tick();
+  }
+  std::filesystem::remove(std::filesystem::u8path(File("_badcode.db")));
+  Tick();
+  EXPECT_EQ(pattern(), "");
+}
+
 class CCountingClient : public ITickClient {
  public:
   bool OnServiceTick(std::int64_t now) override {

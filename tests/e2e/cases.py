@@ -3,7 +3,8 @@
 import pathlib
 import re
 
-EXPECTATIONS = {"pass", "sql-get", "sql-post", "sql-header", "xss-get", "xss-post", "xss-header", "upload", "webshell"}
+EXPECTATIONS = {"pass", "sql-get", "sql-post", "sql-header", "xss-get", "xss-post", "xss-header", "upload", "webshell",
+                "file_inclusion", "badcode"}
 ESCAPE = re.compile(r"\\(r|n|t|\\|x[0-9a-fA-F]{2})")
 
 

@@ -48,7 +48,7 @@ class Protection(unittest.TestCase):
                     place = {"get": "GET", "post": "POST", "header": "Header"}[expected.split("-")[1]]
                     self.assertIn(f"{ITEM['sql']}({place})".encode(), page)
                 if blocked:
-                    for check in ("upload", "webshell"):
+                    for check in ("upload", "webshell", "file_inclusion", "badcode"):
                         self.assertEqual(expected == check, decision["check"] == check, decision)
                     note = re.search(rb"Remark: (.*?)<br>", page)[1].decode()
                     self.assertEqual(decision["item"], note)

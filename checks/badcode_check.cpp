@@ -1,0 +1,174 @@
+#include "checks/badcode_check.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <utility>
+
+#include "checks/body_charset.h"
+#include "checks/request_values.h"
+#include "checks/value_forms.h"
+#include "common/char_set.h"
+#include "common/secrets.h"
+#include "common/text.h"
+#include "config/website_config.h"
+
+namespace qiv {
+namespace {
+
+constexpr std::int32_t kAgentHeader = 40;
+constexpr std::size_t kLongestName = 100;
+constexpr std::size_t kLongestFound = 200;
+
+/// Whether none of its forms can hold anything: nothing to decode, nothing to fold, nothing telling.
+bool IsPlain(const RequestValue& value) {
+  return !CAttackReadings::IsTelling(value.raw) &&
+         std::none_of(value.raw.begin(), value.raw.end(), [](char c) { return static_cast<unsigned char>(c) >= 0x80; });
+}
+
+class CAttackWalk {
+ public:
+  CAttackWalk(const RequestFacts& facts, const CheckContext& context, unsigned groups)
+      : facts_(facts), base_(context.config.base), groups_(groups), scan_(*context.attacks) {
+    findings_.facts = &facts;
+    findings_.rules = context.attacks;
+    findings_.groups = groups;
+  }
+
+  AttackFindings Run() {
+    const ValueVisitor visit = [this](const RequestValue& value) { return Judge(value); };
+    const unsigned get = Wanted(base_.badcode_get);
+    if (!Enter("GET", kInQuery, get) || !ForEachQueryValue(facts_, visit)) return Result();
+    if (!Enter("Path", kInPath, get) || !ForEachPathValue(facts_, visit)) return Result();
+    if (!Enter("POST", kInBody, Wanted(base_.badcode_post)) || !WalkBody(visit)) return Result();
+    if (Enter("Header", kInHeader, Wanted(base_.badcode_header))) WalkHeaders();
+    return Result();
+  }
+
+ private:
+  unsigned Wanted(std::int32_t badcode_here) const { return badcode_here ? groups_ : groups_ & ~unsigned{kBadCode}; }
+
+  /// False when nothing is left to look for anywhere.
+  bool Enter(std::string_view name, AttackPlace place, unsigned groups) {
+    place_name_ = name;
+    place_ = place;
+    here_ = groups & left_;
+    return (groups_ & left_) != 0;
+  }
+
+  bool WalkBody(const ValueVisitor& visit) {
+    if (here_ == 0 || facts_.raw_body.empty()) return true;
+    if (CharsetOfBody(facts_.content_type, facts_.raw_body) == BodyCharset::kWide) {
+      return ForEachBodyValue(facts_.content_type, WideToUtf8(facts_.raw_body), visit);
+    }
+    return ForEachBodyValue(facts_.content_type, facts_.raw_body, visit);
+  }
+
+  void WalkHeaders() {
+    for (const HeaderEntry& header : facts_.headers) {
+      const AttackPlace whole = header.number == kAgentHeader ? kInAgent : kInHeader;
+      const bool all = ForEachValueOf(header, [&](const RequestValue& value) {
+        place_ = value.encoding == RequestValue::kCookie ? kInCookie : whole;
+        return Judge(value);
+      });
+      if (!all) return;
+    }
+  }
+
+  /// False when nothing is left to look for here.
+  bool Judge(const RequestValue& value) {
+    if (here_ == 0) return false;
+    if (IsPlain(value)) return true;
+    bool first = true;
+    return ForEachForm(value, &room_, [&](const ValueForm& form) {
+      // The engine resolves escapes itself; undecoded a value would only be read with fewer of them.
+      if (!std::exchange(first, false) && form.text.data() == value.raw.data()) return true;
+      for (AttackHit hit; here_ != 0; Take(value, std::move(hit))) {
+        hit = scan_.Find(form.text, place_, here_);
+        if (hit.rule == nullptr) return true;
+      }
+      return false;
+    });
+  }
+
+  void Take(const RequestValue& value, AttackHit hit) {
+    const bool badcode = AttackFamilies()[hit.rule->family].group == kBadCode;
+    // A request that includes files is blocked for that, whatever else it holds.
+    left_ &= badcode ? ~unsigned{kBadCode} : 0U;
+    here_ &= left_;
+    AttackFinding& finding = badcode ? findings_.badcode : findings_.file;
+    finding.hit = std::move(hit);
+    finding.place = place_name_;
+    std::string room;
+    finding.name = CCharSet::ToLocal(std::string(RequestValue{{}, value.name, value.encoding}.Decoded(&room)));
+  }
+
+  AttackFindings Result() { return std::move(findings_); }
+
+  const RequestFacts& facts_;
+  const BaseSettings& base_;
+  const unsigned groups_;
+  CAttackScan scan_;
+  AttackFindings findings_;
+  ValueFormRoom room_;
+  std::string_view place_name_;
+  AttackPlace place_ = kInQuery;
+  unsigned left_ = ~0U;  // groups that nothing was found of
+  unsigned here_ = 0;    // those looked for in this place
+};
+
+}  // namespace
+
+unsigned FileGroups(const WebsiteConfig& site) {
+  const RequestSettings& request = site.request;
+  if (request.file == 0) return 0;
+  return (request.file_local ? unsigned{kLocalFiles} : 0U) | (request.file_remote ? unsigned{kRemoteFiles} : 0U);
+}
+
+unsigned BadcodeGroups(const WebsiteConfig& site) {
+  const BaseSettings& base = site.base;
+  const bool anywhere = base.badcode_get || base.badcode_post || base.badcode_header;
+  return base.badcode && anywhere ? unsigned{kBadCode} : 0U;
+}
+
+AttackFindings FindAttacks(const RequestFacts& facts, const CheckContext& context, unsigned groups) {
+  return CAttackWalk(facts, context, groups).Run();
+}
+
+void BlockAttack(const AttackTexts& texts, const AttackFinding& finding, const RequestFacts& facts,
+                 const CheckContext& context, CheckResult& result) {
+  const auto text = [&context](MessageId id) { return Message(context.config.language, id); };
+  const std::string_view open = text(MessageId::kOpenBracket);
+  const std::string_view close = text(MessageId::kCloseBracket);
+  std::string type;
+  AppendAll(&type, {close, text(MessageId::kComma), text(MessageId::kType), text(MessageId::kColon),
+                    finding.hit.rule->remark});
+  result.category = text(texts.category);
+  result.item = text(texts.item);
+  AppendAll(&result.item, {open, finding.place, close});
+  result.reason = text(texts.reason);
+  AppendAll(&result.reason, {open, finding.place});
+  result.detail = result.reason;
+  result.reason += type;
+
+  if (!finding.name.empty()) AppendAll(&result.detail, {"[", CCharSet::Prefix(finding.name, kLongestName), "]"});
+  const std::string found =
+      IsSecretName(finding.name) ? std::string(kHiddenSecret) : CCharSet::ToLocal(finding.hit.found);
+  AppendAll(&result.detail, {type, text(MessageId::kComma), text(MessageId::kKeywords), text(MessageId::kColon),
+                             CCharSet::Prefix(found, kLongestFound)});
+  result.rule = finding.hit.rule->identifier;
+  BlockPlainly(texts.kind, result.request.statistics ? texts.statistics : "", facts, context, result);
+}
+
+void BadcodeCheck(const RequestFacts& facts, const CheckContext& context, CheckResult& result) {
+  const unsigned groups = BadcodeGroups(context.config);
+  if (groups == 0) return;
+  static constexpr AttackTexts kTexts{MessageId::kBadcodeCategory, MessageId::kBadcodeItem, MessageId::kBadcodeReason,
+                                      kKindBadcode, "badcode"};
+  const AttackFindings* const known = result.request.attacks.get();
+  const bool is_known =
+      known && known->facts == &facts && known->rules == context.attacks && (known->groups & groups) == groups;
+  const AttackFindings findings = is_known ? *known : FindAttacks(facts, context, groups);
+  if (findings.badcode.hit.rule) BlockAttack(kTexts, findings.badcode, facts, context, result);
+}
+
+}  // namespace qiv

@@ -1,0 +1,44 @@
+// The rules for attacks: config/_badcode.db, kept up to date.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "common/published.h"
+#include "common/state_recorder.h"
+#include "config/watched_file.h"
+#include "engines/attacks/attack_rules.h"
+#include "port/critical_section.h"
+
+namespace qiv {
+
+/// Thread safe. What is in force is immutable; a reader takes a counted reference without a lock.
+class CBadcodeLibrary {
+ public:
+  /// Of the enciphered file, in bytes: half of it is text, some ten thousand rules.
+  static constexpr std::uint64_t kFileMaxBytes = 8U << 20;
+
+  /// `states` must outlive this object.
+  CBadcodeLibrary(std::string path, CStateRecorder* states);
+
+  /// Looks at the file. One that is no library, in which a rule cannot be used, or that is too large, is refused
+  /// whole: what is in force stays, and a state says which rule. One that is gone is no rules.
+  Reload ReloadChanged();
+
+  /// Never null.
+  std::shared_ptr<const CAttackRules> Current() const { return rules_.Load(); }
+
+ private:
+  CStateRecorder& states_;
+  CPublished<CAttackRules> rules_;
+
+  CCriticalSection lock_;
+  CWatchedFile file_ QIV_GUARDED_BY(lock_);
+};
+
+/// The rules of a deciphered text, as UTF-8 or in local code. False, with *fault, when one of them cannot be used.
+bool LoadAttackRules(std::string text, CAttackRules* rules, AttackFault* fault);
+
+}  // namespace qiv
