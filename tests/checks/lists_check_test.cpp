@@ -203,8 +203,12 @@ for (const Black& black : lists) {
     EXPECT_EQ(Run().status, kUndecided) << black.way.name << " " << client;
   }
 }
-EXPECT_EQ(statistics_,
-          Lines({"malice 192.0.2.7 -", "malice 192.0.2.7 -", "malice 2001:db8::7 -", "malice 2001:db8::7 -"}));
+const Lines counted = {"malice 192.0.2.7 -", "malice 192.0.2.7 -", "malice 2001:db8::7 -", "malice 2001:db8::7 -"};
+EXPECT_EQ(statistics_, counted);
+phase_ = kPhaseSendResponse;
+site_->lists.status_malice = 1;
+EXPECT_EQ(Run().status, kBlocked);
+EXPECT_EQ(statistics_, counted) << "a request is counted at its begin";
 }
 
 TEST_F(ListsCheckTest, AnEmptyHeaderIsAValueOfItsOwn) {

@@ -110,6 +110,7 @@ TEST_F(SmartBlocking, ASmartBlockLocksAtOnce) {
   const Case cases[] = {
       {"Title", "Reason", 600, "denylist|add|IIS|192.0.2.7|1000000|1000600|Strict(Reason)|Item|Title"},
       {"", "", 600, "denylist|add|IIS|192.0.2.7|1000000|1000600|Strict|Item|Category"},
+      {"", "", 1, "denylist|add|IIS|192.0.2.7|1000000|1000001|Strict|Item|Category"},
       {"", "Reason", 0, "denylist|add|IIS|192.0.2.7|1000000|1043200|Strict(Reason)|Item|Category"},
       {"", "", 0, "denylist|add|IIS|192.0.2.7|1000000|1000060|Strict|Item|Category", 1},
       {"", "", 0, "denylist|add|IIS|192.0.2.7|1000000|1043200|Strict|Item|Category", 0},

@@ -163,6 +163,7 @@ TEST_F(ExchangeFiles, ALongListComesIntoForceWhenItIsWhole) {
   }
   EXPECT_GT(slices, 2);
   EXPECT_TRUE(denied(kNew) && !denied(kOld));
+  EXPECT_EQ(Denied(), clients) << "a line on the edge of a slice is lost";
   EXPECT_FALSE(files_.ContinueReading(now_)) << "not begun yet";
   EXPECT_FALSE(files_.LookAtLists(now_ += 2));
   while (!files_.ContinueReading(now_)) {

@@ -166,6 +166,8 @@ TEST(ChunkedDecoder, AcceptsAndRefuses) {
   const Case cases[] = {
       {"empty", "0\r\n\r\n", Status::kDone, "", 0},
       {"chunks", "3\r\nabc\r\nA\r\n0123456789\r\n0\r\n\r\nGET", Status::kDone, "abc0123456789", 3},
+      {"two digits", "0b\r\n0123456789a\r\n10\r\n0123456789abcdef\r\n0\r\n\r\n", Status::kDone,
+       "0123456789a0123456789abcdef", 0},
       {"zeros in front", "0003\r\nabc\r\n000\r\n\r\n", Status::kDone, "abc", 0},
       {"extension", "3;a=\"b\"\r\nabc\r\n0;x\r\n\r\n", Status::kDone, "abc", 0},
       {"trailers", "1\r\na\r\n0\r\nX: y\r\nZ: 1\r\n\r\nP", Status::kDone, "a", 1},

@@ -105,6 +105,7 @@ TEST_F(Pipeline, BeginsInOrder) {
       {{}, "1:lists 1:shape 1:access 1:words! 1:counter! ", kContinue, true, false},
       {{{"lists", kAllowed}}, "1:lists 1:words 1:counter ", kContinue, false, false},
       {{{"lists", kAllowed}, {"words", kBlocked}}, "1:lists 1:words 1:counter! ", kFinish, false, true},
+      {{{"shape", kAllowed}}, "1:lists 1:shape 1:words 1:counter ", kContinue, false, false},
       {{{"lists", kBlocked}}, "1:lists 1:counter! ", kFinish, true, false},
       {{{"shape", kBlocked}}, "1:lists 1:shape 1:counter! ", kFinish, true, true},
       {{{"access", kBlocked}}, "1:lists 1:shape 1:access 1:counter! ", kFinish, true, true},
