@@ -375,7 +375,7 @@ TEST_F(QivConfig, TheRulesForAttacksFollowTheirFile) {
   const auto pattern = [this] {
     return config_.Attacks()->Rules().empty() ? "" : config_.Attacks()->Rules()[0].pattern;
   };
-  Write(FileText(SettingsText("<website_base>{\"badcode\":1}</website_base>")));
+  Write(FileText(SettingsText("", "{\"badcode\":1}")));
   Tick();
   EXPECT_TRUE(states_.IsFault(StateKind::kLoad, "_badcode.db")) << "switched on, and nothing is looked for";
   Write(SiteText(""));
@@ -384,7 +384,7 @@ TEST_F(QivConfig, TheRulesForAttacksFollowTheirFile) {
   EXPECT_EQ(pattern(), "a.b");
   EXPECT_FALSE(states_.IsFault(StateKind::kLoad, "_badcode.db"));
   for (const std::string& bad :
-       {rules("~x"), rules("a.b") + "00", encrypt_text("", "<badcode_rules></badcode_rules>")}) {
+       {rules("~x"), std::string("no library"), encrypt_text("", "<badcode_rules></badcode_rules>")}) {
     news_.Take();
     Write("_badcode.db", bad);
     Tick();
