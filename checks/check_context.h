@@ -23,9 +23,9 @@ enum Phase : std::int32_t { kPhaseBegin = 1, kPhasePostExecute = 3, kPhaseSendRe
 struct CheckContext {
   const WebsiteConfig& config;
   const InjectionLibrary& library;
-  const CQivLibs* webshells;  ///< null while there is none: nothing can be looked for
+  const CQivLibs* webshells;    ///< null while there is none: nothing can be looked for
   const CAttackRules* attacks;  ///< never null where a check looks for attacks by families
-  CheckState& state;          ///< counters, the service's lists, address libraries, the clock
+  CheckState& state;            ///< counters, the service's lists, address libraries, the clock
   IEventRecorder& recorder;
   Phase phase = kPhaseBegin;
   /// The head of the application's answer as it is sent, when a check wants it and it is uncompressed text; phase 3.

@@ -113,6 +113,7 @@ class Access(unittest.TestCase):
         # The same requests with everything off.
         self.use({section: {key: "0" for key in keys if not key.endswith("s") and keys[key] == "1"}
                   for section, keys in COMMON.items()})
+        self.use({"website_request": {"file": "0"}})
         with Host(self.installation, root=self.root) as host:
             for name, _, method, target, headers in REQUESTS:
                 with self.subTest(name + "-off"), host.connect() as client:
