@@ -158,10 +158,12 @@ TEST_F(Extended, ExemptsWhatIsSaidAndNothingElse) {
       {"p1\t/shop/save.asp\ttext\t-\t-", post(form, "text=drop+table+1'+union+select"), true},
       {"p1\t/shop/save.asp\t-\t-\t-", post(form, "text=drop+table+1'+union+select"), true},
       {"k2\t-\t-\t-\t-", post(form, "text=drop+table"), true},
-      // Two rules find the same.
+      // Two rules find the same, and so does judging by form.
       {"r1\t-\t-\t-\t-", Request("GET", {}, "", "/?id=1%27%20union%20select"), true},
-      {"r1\t-\t-\t-\t-\nk2\t-\tid\t-\t-", Request("GET", {}, "", "/?id=1%27%20union%20select"), false},
-      {"r1\t-\tid\t-\t-\nk2\t/\tid\t-\t-", Request("GET", {}, "", "/?id=1%27%20union%20select"), false},
+      {"r1\t-\t-\t-\t-\nk2\t-\tid\t-\t-\n13002\t-\t-\t-\t-", Request("GET", {}, "", "/?id=1%27%20union%20select"),
+       false},
+      {"r1\t-\tid\t-\t-\nk2\t/\tid\t-\t-\n13002\t-\tid\t-\t-", Request("GET", {}, "", "/?id=1%27%20union%20select"),
+       false},
       // A detector without a list of rules, by the name of its check.
       {"webshell\t/a.php\tc\t-\t-", Request("GET", {}, "", "/a.php?c=eval($_POST[1]);"), false},
       {"webshell\t/a.php\tc\t-\t-", Request("GET", {}, "", "/a.php?c=eval($_POST[1]);&d=eval($_POST[1]);"), true},

@@ -435,7 +435,7 @@ TEST(Qivctl, ListsClientsAndSaysWhetherThatKeepsThemOut) {
   // What was not written is not said to be done.
   const Outcome full = Shell("trap '' XFSZ; ulimit -f 0; " + std::string(QIVCTL) + " deny 192.0.2.8" + config);
   EXPECT_EQ(full.exit_code, 2);
-  EXPECT_EQ(full.output, "qivctl: " + module + "/config/_in.db: cannot be written\n");
+  EXPECT_EQ(full.output, "qivctl: " + module + "/config/_in.db: cannot be written: File too large\n");
 
   const std::string settings = Content(module + "/settings.json");
   for (const auto& [on, off] : {std::pair{"\"e404\": \"1\"", "\"e404\": \"0\""},
