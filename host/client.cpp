@@ -156,8 +156,9 @@ IoResult CClient::ReadMore() {
 /// The same in a body. False when the connection waits for more, or is over.
 bool CClient::ReadMoreBody() {
   const IoResult got = ReadMore();
-  if (got.status == IoStatus::kWouldBlock) WaitWithin(wire_.body_pace(), false);
   wire_.body_pace().Moved(got.bytes);
+  // From here on another thread may be at work.
+  if (got.status == IoStatus::kWouldBlock) WaitWithin(wire_.body_pace(), false);
   return got.status == IoStatus::kDone;
 }
 
