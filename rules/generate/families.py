@@ -16,6 +16,13 @@ EVERYWHERE = ("get", "post", "header")
 ADDRESS_AND_HEADERS = ("get", "header")
 BODY = ("post",)
 
+# Phrases that ordinary bodies hold: program code in posts, escaped markup, plain sentences.
+NOT_IN_BODIES = {
+    "+alert(", "and 1 = 1", "+char(", "document.cookie+", "onload=\\", "document.queryselector", "&lt;img*onerror=",
+    "\" onclick=", "1' or ", "select concat(", "benchmark(*char(",
+    "location.href", " alert(", ";select ", ";create table", " char(",
+}
+
 KEYWORDS = []
 
 

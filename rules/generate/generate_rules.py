@@ -13,7 +13,7 @@ import os
 import sys
 
 from budget import KEYWORD_BUDGETS, accidents, detector_accidents
-from families import EVENTS, KEYWORDS, LEADING_WORDS, LIMITS, STAR
+from families import EVENTS, KEYWORDS, LEADING_WORDS, LIMITS, NOT_IN_BODIES, STAR
 
 ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 
@@ -118,6 +118,8 @@ def keyword_rules(place):
         if place not in family["places"]:
             continue
         for number, phrase in enumerate(family["phrases"], 1):
+            if place == "post" and phrase in NOT_IN_BODIES:
+                continue
             shown = " ".join(word.strip() for word in phrase.split("*")).strip().rstrip("= ")
             for style in family["styles"]:
                 if place == "get" and "plus" in style:
