@@ -54,6 +54,11 @@ CQivLibs::CQivLibs(Language language, std::string_view library_text, std::string
     : language_(language), library_(BuildLibrary(language, library_text, user_rules, free_code)) {}
 
 bool CQivLibs::WebshellScan(std::string_view text, WebshellResult* result) const {
+  CWalkBudget walks(0);
+  return WebshellScan(text, Depth::kWhole, &walks, result);
+}
+
+bool CQivLibs::WebshellScan(std::string_view text, Depth depth, CWalkBudget* walks, WebshellResult* result) const {
   result->known_good = result->partial = false;
   if (text.empty() || text.size() > kLongestText) return false;
   const std::size_t size = text.size();
@@ -79,16 +84,16 @@ bool CQivLibs::WebshellScan(std::string_view text, WebshellResult* result) const
     *result = {rule.name, {}, rule.terms.front(), rule.terms.front(), rule.number, rule.size_limit};
     return true;
   }
-  if (size < kShortestScript) return false;
+  if (size < kShortestScript || depth == Depth::kSignatures) return false;
   // A page may consist of "<script runat=server>" alone.
   constexpr std::size_t kNone = std::string_view::npos;
   const bool is_page =
       text.find("<%") != kNone || (FindNoCase(text, "<script") != kNone && FindNoCase(text, "runat") != kNone);
   if (!is_page || local.size() != size) copy = {};  // a search of other sizes, or none, comes
-  CWalkBudget walks(size);
-  if (text.find("<?") != kNone && AnalysePhp(text, language_, &walks, result)) return true;
-  if (is_page && AnalysePage(library_, local, std::move(copy), language_, &walks, result)) return true;
-  result->partial = result->partial || walks.Refused();
+  walks->Begin(size);
+  if (text.find("<?") != kNone && AnalysePhp(text, language_, walks, result)) return true;
+  if (is_page && AnalysePage(library_, local, std::move(copy), language_, walks, result)) return true;
+  result->partial = result->partial || walks->Refused();
   return false;
 }
 
