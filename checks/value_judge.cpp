@@ -40,7 +40,7 @@ bool CValueJudge::JudgeForm(const RequestValue& value, std::string_view text, bo
   if (!plain && FindExpression(value, text)) return true;
   if (!is_sent) {
     if (JudgeByRules(value, text)) return true;
-  } else if (!plain && switches_.xss_forms && FindScript(value, text, true)) {
+  } else if (!plain && switches_.xss_forms && FindScript(value, text, InForm(text).Part({1, text.size()}), true)) {
     return true;
   }
   if (plain) return false;
@@ -81,26 +81,26 @@ bool CValueJudge::JudgeByRules(const RequestValue& value, std::string_view text)
     return true;
   }
   if (switches_.sql) {
-    hit_.keyword = rules_.FindFirst(judged);
+    hit_.keyword = rules_.FindFirst(judged, &rules_room_);
     if (hit_.keyword) {
       Keep(value, text);
       return true;
     }
   }
-  return switches_.xss && FindScript(value, text, false);
+  return switches_.xss && FindScript(value, text, alone, false);
 }
 
 bool CValueJudge::JudgeSqueezed(const RequestValue& value, std::string_view text) {
   if (!switches_.sql) return false;
   squeezed_.clear();
   if (!SqueezeSql(text, &squeezed_)) return false;
-  hit_.keyword = rules_.FindFirst(InForm(squeezed_));
+  hit_.keyword = rules_.FindFirst(InForm(squeezed_), &rules_room_);
   if (hit_.keyword) Keep(value, text);
   return hit_.keyword != nullptr;
 }
 
-bool CValueJudge::FindScript(const RequestValue& value, std::string_view text, bool forms_only) {
-  const JudgedText judged = InForm(text).Part({1, text.size()});
+bool CValueJudge::FindScript(const RequestValue& value, std::string_view text, const JudgedText& judged,
+                             bool forms_only) {
   hit_.xss = forms_only ? XssDetector::FormCheck(judged.lowered, settings_, library_, &hit_.fragment)
                         : XssDetector::CheckText(judged, settings_, library_, &hit_.fragment, false);
   if (hit_.xss == XssType::kNone) return false;

@@ -58,7 +58,7 @@ class CValueJudge {
   bool FindExpression(const RequestValue& value, std::string_view text);
   bool JudgeByRules(const RequestValue& value, std::string_view text);
   bool JudgeSqueezed(const RequestValue& value, std::string_view text);
-  bool FindScript(const RequestValue& value, std::string_view text, bool forms_only);
+  bool FindScript(const RequestValue& value, std::string_view text, const JudgedText& judged, bool forms_only);
   bool JudgeNested(const RequestValue& value, std::string_view text);
   /// The text and its lower-case copy as they would stand in a form: rules know what is before a value and behind it.
   JudgedText InForm(std::string_view text);
@@ -76,6 +76,7 @@ class CValueJudge {
   std::string exact_;
   std::string lowered_;
   std::string squeezed_;
+  CKeywordRules::CRoom rules_room_;
 };
 
 }  // namespace qiv

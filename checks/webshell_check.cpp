@@ -38,7 +38,7 @@ constexpr std::size_t kMostBytes = (1 + kScanByte) * CQivLibs::kLongestText;  //
 // runs code are named, have a second budget of their own, so that no mass of other scripts hides one.
 constexpr std::size_t kScansAnyway = 128;
 constexpr std::size_t kTellingAnyway = 256;
-constexpr std::size_t kBytesPerScan = 128;
+constexpr std::size_t kBytesPerScan = 256;
 
 constexpr std::size_t kLongestFragment = 64 * 1024;  // clients send some KiB; judged as if it stood in a page
 constexpr std::size_t kEncodedBytes = 8 * 1024;      // of a value in base64, enough for where its script begins

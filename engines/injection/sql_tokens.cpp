@@ -169,17 +169,28 @@ constexpr std::array<std::uint32_t, 26> kLengths = [] {
   return lengths;
 }();
 
+/// Per first letter, where its words begin; behind the last one, where they end.
+constexpr std::array<std::uint8_t, 27> kBegins = [] {
+  static_assert(std::size(kWords) < 256);
+  std::array<std::uint8_t, 27> begins{};
+  for (const WordRow& row : kWords) ++begins[static_cast<std::size_t>(row.text[0] - 'a') + 1];
+  for (std::size_t i = 1; i < begins.size(); ++i) begins[i] = static_cast<std::uint8_t>(begins[i] + begins[i - 1]);
+  return begins;
+}();
+
 /// The row of a word in any case; null for a name.
 const WordRow* FindWord(std::string_view text) {
   if (text.size() > kLongestWord || !IsLetter(text[0])) return nullptr;
-  const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; };
-  if ((kLengths[static_cast<std::size_t>(lower(text[0]) - 'a')] >> text.size() & 1U) == 0) return nullptr;
+  const auto letter = static_cast<std::size_t>(LowerByte(text[0]) - 'a');
+  if ((kLengths[letter] >> text.size() & 1U) == 0) return nullptr;
   char lowered[kLongestWord];
-  std::transform(text.begin(), text.end(), lowered, lower);
+  std::transform(text.begin(), text.end(), lowered, LowerByte);
   const std::string_view word(lowered, text.size());
-  const auto* const row = std::lower_bound(std::begin(kWords), std::end(kWords), word,
-                                           [](const WordRow& a, std::string_view b) { return a.text < b; });
-  return row != std::end(kWords) && row->text == word ? row : nullptr;
+  const WordRow* const end = kWords + kBegins[letter + 1];
+  const WordRow* const row = std::find_if(kWords + kBegins[letter], end, [word](const WordRow& known) {
+    return known.text.size() == word.size() && known.text == word;
+  });
+  return row == end ? nullptr : row;
 }
 
 /// All that no server shows as a letter, and what databases take for blanks.

@@ -1,5 +1,6 @@
 #include "engines/webshell/webshell_scan.h"
 
+#include <optional>
 #include <utility>
 
 #include "common/char_set.h"
@@ -45,6 +46,23 @@ std::string NarrowUtf16(std::string_view text, bool big_endian) {
   return narrow;
 }
 
+// A text in the local code page and what is searched of it.
+struct LocalText {
+  explicit LocalText(std::string_view text) : view(text) {
+    if (!CCharSet::IsAscii(text)) {
+      converted = CCharSet::ToLocal(std::string(text));
+      view = converted;
+    }
+    copy = BlankFreeLower(view);
+  }
+  LocalText(const LocalText&) = delete;
+  LocalText& operator=(const LocalText&) = delete;
+
+  std::string converted;
+  std::string_view view;  // of the text, or of `converted`
+  std::string copy;
+};
+
 }  // namespace
 
 CQivLibs::CQivLibs(Language language) : CQivLibs(language, {}, {}, {}) {}
@@ -67,14 +85,8 @@ bool CQivLibs::WebshellScan(std::string_view text, Depth depth, CWalkBudget* wal
     narrow = NarrowUtf16(text, text[0] == '\xFE');
     text = narrow;
   }
-  std::string converted;
-  std::string_view local = text;
-  if (!CCharSet::IsAscii(text)) {
-    converted = CCharSet::ToLocal(std::string(text));
-    local = converted;
-  }
-  std::string copy = BlankFreeLower(local);
-  const CSignatureLibrary::Match match = library_.Find(copy, size);
+  std::optional<LocalText> local(text);
+  const CSignatureLibrary::Match match = library_.Find(local->copy, size);
   if (match.known_good) {
     result->known_good = true;
     return false;
@@ -89,10 +101,16 @@ bool CQivLibs::WebshellScan(std::string_view text, Depth depth, CWalkBudget* wal
   constexpr std::size_t kNone = std::string_view::npos;
   const bool is_page =
       text.find("<%") != kNone || (FindNoCase(text, "<script") != kNone && FindNoCase(text, "runat") != kNone);
-  if (!is_page || local.size() != size) copy = {};  // a search of other sizes, or none, comes
   walks->Begin(size);
-  if (text.find("<?") != kNone && AnalysePhp(text, language_, walks, result)) return true;
-  if (is_page && AnalysePage(library_, local, std::move(copy), language_, walks, result)) return true;
+  if (text.find("<?") != kNone) {
+    local.reset();  // following PHP holds enough by itself
+    if (AnalysePhp(text, language_, walks, result)) return true;
+  }
+  if (is_page) {
+    if (!local) local.emplace(text);
+    if (local->view.size() != size) local->copy = {};  // a search of another size comes
+    if (AnalysePage(library_, local->view, std::move(local->copy), language_, walks, result)) return true;
+  }
   result->partial = result->partial || walks->Refused();
   return false;
 }

@@ -161,6 +161,7 @@ TEST(SqlExpression, BoundsWhatItReads) {
     std::string text;
     while (text.size() < 20000) text += piece;
     EXPECT_TRUE(FindSqlExpression(text + "x' or 1=1-- ")) << piece;
+    EXPECT_TRUE(FindSqlExpression(text + "x' + 'a' + 'b' + 'c' || 1=1 || " + chain)) << piece;
     EXPECT_FALSE(FindSqlExpression(text + "x y z")) << piece;
   }
 }
