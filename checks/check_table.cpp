@@ -8,6 +8,7 @@
 #include "checks/lists_check.h"
 #include "checks/password_check.h"
 #include "checks/request_shape_check.h"
+#include "checks/sensitive_words_check.h"
 #include "checks/smart_blocking.h"
 #include "checks/upload_check.h"
 #include "checks/webshell_check.h"
@@ -104,6 +105,18 @@ std::uint32_t BadcodeParts(const WebsiteConfig& config) {
                                    If(base.badcode_post, kPartBody) | If(base.badcode_header != 0, kPartHeaders));
 }
 
+std::uint32_t WordParts(const WebsiteConfig& config) {
+  const RequestSettings& request = config.request;
+  const auto wants = [&config](bool block, bool replace, bool record) {
+    return WordUses(config, block, replace, record) != 0;
+  };
+  return If(wants(request.ill_block_get != 0, request.ill_replace_get != 0, request.ill_record_get != 0),
+            QueryParts(config)) |
+         If(wants(request.ill_block_post, request.ill_replace_post, request.ill_record_post), kPartBody) |
+         If(wants(request.ill_block_header != 0, request.ill_replace_header != 0, request.ill_record_header != 0),
+            kPartHeaders);
+}
+
 std::uint32_t ListingParts(const WebsiteConfig& config) {
   return If(config.base.url != 0 && config.base.url_dir_list != 0, kPartUrl | kPartResponse);
 }
@@ -140,6 +153,7 @@ constexpr CheckRow kRows[] = {
     {"file_type", Stage::kRequest, FileTypeCheck, FileTypeParts},
     {"injection", Stage::kRequest, InjectionCheck, InjectionParts},
     {"badcode", Stage::kRequestAlways, BadcodeCheck, BadcodeParts},
+    {"sensitive_words", Stage::kRequestAlways, SensitiveWordsCheck, WordParts},
     {"directory_listing", Stage::kResponseBody, DirectoryListingCheck, ListingParts},
     {"webshell_output", Stage::kResponseBody, WebshellOutputCheck, WebshellOutputParts},
     {"not_found", Stage::kNotFound, NotFoundCheck, NotFoundParts},

@@ -262,6 +262,7 @@ bool ReadSections(std::string_view settings, WebsiteConfig* config, ConfigFaults
   ReadKeys(base, &config->base);
   FinishBase(config->extended, &config->base);
   ReadKeys(request, &config->request);
+  config->request.ill_replace_newkey = request.Utf8("ill_replace_newkey");  // goes out in the text's encoding
   FinishRequest(&config->request);
   ReadKeys(protect, &config->protect);
   FinishProtect(&config->protect);
@@ -281,6 +282,18 @@ StateFault MalformedFault(const MalformedItems& malformed) {
   return {malformed.key, MessageId::kStateMalformedItems, items};
 }
 
+/// Words of a switch that is off are not looked for.
+void PrepareWords(const RequestSettings& request, PreparedWords* words) {
+  const auto if_on = [](std::int32_t on, const std::string& list) { return on != 0 ? list : std::string(); };
+  words->words = CSensitiveWords(if_on(request.ill_block, request.ill_block_keys),
+                                 if_on(request.ill_replace, request.ill_replace_keys),
+                                 if_on(request.ill_record, request.ill_record_keys));
+  words->block_white_urls = CUrlExemptions(request.ill_block_white_urls);
+  words->replace_white_urls = CUrlExemptions(request.ill_replace_white_urls);
+  words->new_word_utf8 = WithoutControls(request.ill_replace_newkey);  // it may come to stand in a header
+  words->new_word = CCharSet::Utf8ToLocal(words->new_word_utf8);
+}
+
 void Prepare(WebsiteConfig* config, ConfigFaults* faults) {
   // The site's keyword lists are user-defined rules without a separator setting; the standard one divides words.
   const char separator = RuleWordSeparator("");
@@ -289,6 +302,7 @@ void Prepare(WebsiteConfig* config, ConfigFaults* faults) {
   config->header_rules = CKeywordRules(ParseRules(config->sql.header_keys, separator, true));
   config->injection_exemptions = CUrlExemptions(config->sql.allow_urls);
   config->prepared_lists = PrepareLists(config->lists, config->sys_trust_ip);
+  PrepareWords(config->request, &config->words);
   std::vector<MalformedItems> malformed;
   config->access = PrepareAccess(*config, &malformed);
   for (const MalformedItems& list : malformed) faults->items.push_back(MalformedFault(list));

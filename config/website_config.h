@@ -10,6 +10,7 @@
 #include "config/access_settings.h"
 #include "config/extended_functions.h"
 #include "config/list_settings.h"
+#include "config/sensitive_words.h"
 #include "config/url_exemptions.h"
 #include "engines/injection/injection_settings.h"
 #include "engines/injection/keyword_rules.h"
@@ -142,6 +143,7 @@ struct WebsiteConfig {
   CUrlExemptions injection_exemptions;  ///< sql.allow_urls
   PreparedLists prepared_lists;
   PreparedAccess access;
+  PreparedWords words;
 };
 
 }  // namespace qiv

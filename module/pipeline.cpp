@@ -11,6 +11,7 @@
 #include "config/website_config.h"
 #include "module/facts_collector.h"
 #include "module/page_writer.h"
+#include "module/request_editor.h"
 #include "module/response_hardening.h"
 #include "module/response_reader.h"
 #include "port/clock.h"
@@ -285,6 +286,7 @@ iis::REQUEST_NOTIFICATION_STATUS CPipeline::BeginRequest(iis::IHttpContext& serv
   if (result.status != kBlocked) RunStage(Stage::kRequestAlways, notification);
   const bool blocked = result.status == kBlocked;
   if (blocked) WriteBlockPage(notification);
+  if (!blocked && result.request.edits) EditRequest(server, record->facts, *result.request.edits);
   RunAfterDecision(notification);
   if (config.log_requests) services_.recorder.RecordRequest(record->facts, notification.context, result);
   return blocked ? RQ_NOTIFICATION_FINISH_REQUEST : RQ_NOTIFICATION_CONTINUE;
