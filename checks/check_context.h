@@ -20,8 +20,8 @@ enum Phase : std::int32_t { kPhaseBegin = 1, kPhasePostExecute = 3, kPhaseSendRe
 
 /// The application's answer, as far as checks want it and it can be read.
 struct ResponseText {
-  std::string_view text;    ///< its head as it is sent; empty: no text by its type, compressed, or on its way already
-  std::string_view type;    ///< its Content-Type, may be empty
+  std::string_view text;  ///< its head as it is sent; empty: no text by its type, compressed, or on its way already
+  std::string_view type;  ///< its Content-Type, may be empty
   int status = 200;
   bool page = true;         ///< HTML or plain text, or of no type; else JSON or XML
   bool whole = true;        ///< the text is all of it

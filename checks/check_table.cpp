@@ -2,13 +2,16 @@
 
 #include "checks/access_check.h"
 #include "checks/badcode_check.h"
+#include "checks/badcode_output_check.h"
 #include "checks/file_inclusion_check.h"
 #include "checks/flood_check.h"
 #include "checks/injection_check.h"
 #include "checks/lists_check.h"
 #include "checks/password_check.h"
 #include "checks/request_shape_check.h"
+#include "checks/script_insertion_check.h"
 #include "checks/sensitive_words_check.h"
+#include "checks/sensitive_words_output_check.h"
 #include "checks/smart_blocking.h"
 #include "checks/upload_check.h"
 #include "checks/webshell_check.h"
@@ -125,6 +128,21 @@ std::uint32_t WebshellOutputParts(const WebsiteConfig& config) {
   return If(config.base.trojan != 0 && config.base.trojan_webout != 0, kPartResponse);
 }
 
+std::uint32_t BadcodeOutputParts(const WebsiteConfig& config) {
+  return If(config.base.badcode != 0 && config.base.badcode_webout != 0, kPartResponse);
+}
+
+std::uint32_t WordOutputParts(const WebsiteConfig& config) {
+  const RequestSettings& request = config.request;
+  return If(WordUses(config, request.ill_block_webout != 0, request.ill_replace_webout != 0,
+                     request.ill_record_webout != 0) != 0,
+            kPartResponse);
+}
+
+std::uint32_t ScriptParts(const WebsiteConfig& config) {
+  return If(!config.script.code.empty() && !config.script.urls.Empty(), kPartUrl | kPartResponse);
+}
+
 std::uint32_t NotFoundParts(const WebsiteConfig& config) {
   const AttackSettings& attack = config.attack;
   return If(attack.e404 != 0 && attack.e404_lock_freq != 0 && attack.e404_lock_time != 0, kPartClient | kPartPath);
@@ -133,7 +151,7 @@ std::uint32_t NotFoundParts(const WebsiteConfig& config) {
 // The order is part of the protection. The authorization password comes first: what its form sent may reach nobody
 // else. Cheap tests of addresses and shapes come first, so that an attack in bulk costs little; tests of who may come
 // here at all come before tests of what the request says; injection comes last because it reads every byte of query,
-// body and headers.
+// body and headers. What only changes a response comes behind what may block it.
 constexpr CheckRow kRows[] = {
     {"lists", Stage::kLists, ListsCheck, ListsParts},
     {"password", Stage::kRequest, PasswordCheck, PasswordParts},
@@ -153,9 +171,12 @@ constexpr CheckRow kRows[] = {
     {"file_type", Stage::kRequest, FileTypeCheck, FileTypeParts},
     {"injection", Stage::kRequest, InjectionCheck, InjectionParts},
     {"badcode", Stage::kRequestAlways, BadcodeCheck, BadcodeParts},
-    {"sensitive_words", Stage::kRequestAlways, SensitiveWordsCheck, WordParts},
+    {"words", Stage::kRequestAlways, SensitiveWordsCheck, WordParts},
     {"directory_listing", Stage::kResponseBody, DirectoryListingCheck, ListingParts},
+    {"badcode_output", Stage::kResponseBody, BadcodeOutputCheck, BadcodeOutputParts},
     {"webshell_output", Stage::kResponseBody, WebshellOutputCheck, WebshellOutputParts},
+    {"words_output", Stage::kResponseBody, SensitiveWordsOutputCheck, WordOutputParts},
+    {"script_insertion", Stage::kResponseBody, ScriptInsertionCheck, ScriptParts},
     {"not_found", Stage::kNotFound, NotFoundCheck, NotFoundParts},
     {"smart_blocking", Stage::kAfterDecision, SmartBlockingCheck},
 };

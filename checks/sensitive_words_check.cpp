@@ -16,7 +16,6 @@
 namespace qiv {
 namespace {
 
-constexpr const char* kCheckName = "sensitive_words";
 constexpr std::size_t kLongestName = 100;
 
 CheckResult TextsOf(MessageId reason, const WordFinding& finding, Language language) {
@@ -192,13 +191,15 @@ void BlockWord(const WordFinding& finding, const RequestFacts& facts, const Chec
   result.item = texts.item;
   result.reason = texts.reason;
   result.detail = texts.detail;
-  BlockPlainly(kKindWords, result.request.statistics ? "feifa" : "", facts, context, result);
+  // The lists leave only the first phase countable.
+  const bool counted = result.request.statistics || context.phase == kPhasePostExecute;
+  BlockPlainly(kKindWords, counted ? "feifa" : "", facts, context, result);
   result.log = context.config.request.ill_block_log != 0 ? 1 : 0;
 }
 
 void NoteWord(MessageId reason, const WordFinding& finding, const RequestFacts& facts, const CheckContext& context) {
   CheckResult note = TextsOf(reason, finding, context.config.language);
-  note.check = kCheckName;
+  note.check = context.phase == kPhasePostExecute ? "words_output" : "words";
   HideSecrets(&note);
   const bool replaced = reason == MessageId::kWordsReplaced;
   if (!replaced || context.config.request.ill_replace_log != 0) context.recorder.RecordNote(facts, context, note);

@@ -261,6 +261,7 @@ bool ReadSections(std::string_view settings, WebsiteConfig* config, ConfigFaults
   config->system_common_areas = TaggedText(settings, "system_common_areas", KeyType::kText, faults);
 
   ReadKeys(base, &config->base);
+  config->base.js_out_codes = base.Utf8("js_out_codes");  // goes out in the page's charset
   FinishBase(config->extended, &config->base);
   ReadKeys(request, &config->request);
   config->request.ill_replace_newkey = request.Utf8("ill_replace_newkey");  // goes out in the text's encoding
@@ -295,6 +296,15 @@ void PrepareWords(const RequestSettings& request, PreparedWords* words) {
   words->new_word = CCharSet::Utf8ToLocal(words->new_word_utf8);
 }
 
+void PrepareScript(const BaseSettings& base, PreparedScript* script) {
+  if (base.js == 0) return;
+  script->code = ReplaceAll(base.js_out_codes, "{{freeurls}}", CCharSet::LocalToUtf8(base.js_out_freeurls));
+  script->urls = CUrlExemptions(base.js_urls);
+  std::string free_urls;
+  for (const std::string_view url : Split(base.js_out_freeurls, ',')) AppendAll(&free_urls, {url, "|"});
+  script->free_urls = CUrlExemptions(free_urls);
+}
+
 void Prepare(WebsiteConfig* config, ConfigFaults* faults) {
   // The site's keyword lists are user-defined rules without a separator setting; the standard one divides words.
   const char separator = RuleWordSeparator("");
@@ -304,6 +314,7 @@ void Prepare(WebsiteConfig* config, ConfigFaults* faults) {
   config->injection_exemptions = CUrlExemptions(config->sql.allow_urls);
   config->prepared_lists = PrepareLists(config->lists, config->sys_trust_ip);
   PrepareWords(config->request, &config->words);
+  PrepareScript(config->base, &config->script);
   std::vector<MalformedItems> malformed;
   config->access = PrepareAccess(*config, &malformed);
   for (const MalformedItems& list : malformed) faults->items.push_back(MalformedFault(list));

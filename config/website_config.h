@@ -10,6 +10,7 @@
 #include "config/access_settings.h"
 #include "config/extended_functions.h"
 #include "config/list_settings.h"
+#include "config/script_settings.h"
 #include "config/sensitive_words.h"
 #include "config/url_exemptions.h"
 #include "engines/injection/injection_settings.h"
@@ -144,6 +145,7 @@ struct WebsiteConfig {
   PreparedLists prepared_lists;
   PreparedAccess access;
   PreparedWords words;
+  PreparedScript script;
 };
 
 }  // namespace qiv

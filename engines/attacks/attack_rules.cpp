@@ -128,6 +128,7 @@ bool ParseWhere(std::string_view text, Where* where, std::string* fault) {
       {"shell", kReadShell, 0},
       {"values", 0, kInQuery | kInBody | kInCookie | kInPath},
       {"head", 0, kInQuery | kInCookie | kInHeader | kInAgent | kInPath},
+      {"response", 0, kInResponse},
       {"agent", 0, kInAgent},
       {"short", 0, 0, true},
   };
@@ -150,10 +151,12 @@ bool ParseWhere(std::string_view text, Where* where, std::string* fault) {
 
 const std::vector<AttackFamily>& AttackFamilies() {
   static const std::vector<AttackFamily> families = {
-      {"lfi", kLocalFiles}, {"rfi", kRemoteFiles}, {"rce", kBadCode},  {"php", kBadCode},
-      {"ssti", kBadCode},   {"generic", kBadCode}, {"java", kBadCode}, {"dotnet", kBadCode},
-      {"xxe", kBadCode},    {"ssrf", kBadCode},    {"crlf", kBadCode}, {"nosql", kBadCode},
-      {"ldap", kBadCode},   {"xpath", kBadCode},   {"ssi", kBadCode},  {"scanner", kBadCode},
+      {"lfi", kLocalFiles},     {"rfi", kRemoteFiles}, {"rce", kBadCode},           {"php", kBadCode},
+      {"ssti", kBadCode},       {"generic", kBadCode}, {"java", kBadCode},          {"dotnet", kBadCode},
+      {"xxe", kBadCode},        {"ssrf", kBadCode},    {"crlf", kBadCode},          {"nosql", kBadCode},
+      {"ldap", kBadCode},       {"xpath", kBadCode},   {"ssi", kBadCode},           {"scanner", kBadCode},
+      {"leak_source", kLeaks},  {"leak_page", kLeaks}, {"leak_trace", kErrorLeaks}, {"leak_database", kLeaks},
+      {"leak_listing", kLeaks},
   };
   return families;
 }
@@ -242,6 +245,12 @@ AttackHit CAttackScan::Find(std::string_view text, AttackPlace place, unsigned g
   return hit;
 }
 
+AttackHit CAttackScan::FindAsItStands(std::string_view lowered, AttackPlace place, unsigned groups) {
+  AttackHit hit;
+  if (lowered.size() <= std::numeric_limits<std::uint32_t>::max()) Search(lowered, kReadPlain, place, groups, &hit);
+  return hit;
+}
+
 void CAttackScan::Begin() {
   if (reached_.empty()) reached_.resize(core_->places);
   if (++search_ != 0) return;
@@ -311,7 +320,8 @@ const AttackRule* FindsText(const CAttackRules& rules, std::string_view text) {
     const AttackHit hit = scan.Find(text, place, kLocalFiles | kRemoteFiles | kBadCode);
     if (hit.rule != nullptr) return hit.rule;
   }
-  return nullptr;
+  const std::string lowered = CCharSet::LowerBytes(text);
+  return scan.FindAsItStands(lowered, kInResponse, kLeaks | kErrorLeaks).rule;
 }
 
 }  // namespace qiv

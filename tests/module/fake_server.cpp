@@ -130,6 +130,15 @@ void CFakeResponse::AddChunk(const iis::HTTP_DATA_CHUNK& chunk) {
   Rebuild();
 }
 
+iis::HRESULT CFakeResponse::WriteEntityChunkByReference(iis::HTTP_DATA_CHUNK* chunk, iis::LONG position) {
+  EXPECT_EQ(position, -1);
+  if (chunk_room == 0) return static_cast<iis::HRESULT>(0x8007000EU);
+  --chunk_room;
+  chunks_.assign(raw_.pEntityChunks, raw_.pEntityChunks + raw_.EntityChunkCount);
+  AddChunk(*chunk);
+  return 0;
+}
+
 void CFakeResponse::Add(const std::string& name, const std::string& value) {
   texts_.push_back(name);
   const std::string& kept_name = texts_.back();

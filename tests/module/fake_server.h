@@ -105,6 +105,7 @@ class CFakeResponse final : public stubs::UnexpectedHttpResponse {
   bool skip_custom_errors = false;
   bool cleared = false;
   iis::HRESULT status_result = 0;
+  std::size_t chunk_room = kNever;  ///< chunks that fit beside those of AddChunk
   std::string body;
   bool more_data = false;
   int header_writes = 0;
@@ -122,6 +123,7 @@ class CFakeResponse final : public stubs::UnexpectedHttpResponse {
   iis::PCSTR GetHeader(iis::PCSTR name, iis::USHORT* length) const override;
   iis::VOID DisableKernelCache(iis::ULONG why) override { kernel_cache_disabled.push_back(why); }
   iis::VOID Clear() override;
+  iis::HRESULT WriteEntityChunkByReference(iis::HTTP_DATA_CHUNK* chunk, iis::LONG position) override;
   iis::HRESULT WriteEntityChunks(iis::HTTP_DATA_CHUNK* chunks, iis::DWORD count, iis::BOOL async, iis::BOOL more,
                                  iis::DWORD* sent, iis::BOOL* pending) override;
   iis::VOID GetStatus(iis::USHORT* code, iis::USHORT*, iis::PCSTR*, iis::USHORT*, iis::HRESULT*, iis::PCWSTR*,

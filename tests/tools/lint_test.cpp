@@ -164,7 +164,7 @@ TEST(Lint, SaysWhatIsDoubtfulAndWhere) {
 }
 
 TEST(Lint, OrdersByLineAndNamesTheFileAlone) {
-  EXPECT_EQ(Lint("{\n'website_base': {'js': 1,\n'js_out_codes': 'x',\n'upload_exe': 'on'},\n'b': 1}"),
+  EXPECT_EQ(Lint("{\n'website_base': {'js': 1, 'js_urls': '/',\n'js_out_codes': 'x',\n'upload_exe': 'on'},\n'b': 1}"),
             "qivctl: s.json: \"website_on_servers\" is missing: the module refuses the settings\n"
             "qivctl: s.json:2: \"js\" is on, but counts only while \"extend_functions\" names \"website_js\"\n"
             "qivctl: s.json:4: \"upload_exe\" is off: only \"1\" switches it on, not \"on\"\n"
