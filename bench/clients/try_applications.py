@@ -30,7 +30,8 @@ def visit_all(profile, names, limit):
         visits = Visits(browser, site, PAUSE[profile])
         files = sample_files.make(site.folder / "files", texts)
         for name in names:
-            VISITS[name](visits, texts, files)
+            with visits.action("the visit to its end"):
+                VISITS[name](visits, texts, files)
             visits.exempt_attacks()
     return visits
 
