@@ -227,7 +227,8 @@ void FindDamagedTags(std::string_view settings, std::string_view ip_lists, Confi
 }
 
 void ReadSwitches(std::string_view settings, WebsiteConfig* config, ConfigFaults* faults) {
-  config->language = Trim(TaggedPart(settings, "language")) == "zh-CN" ? Language::kChinese : Language::kEnglish;
+  const bool chinese = ReadChoice(TaggedPart(settings, "language"), FindConfigKey("", "language")->values) != 0;
+  config->language = chinese ? Language::kChinese : Language::kEnglish;
   config->library_enabled = TaggedPart(settings, "sys_is_qiv") == "1";
   config->ipv6_protection = TaggedPart(settings, "enable_ipv6prot") == "1";
   config->extend_functions = WrapNames(TaggedPart(settings, "extend_functions"));

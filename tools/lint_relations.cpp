@@ -153,7 +153,7 @@ void Pages(const CSettingsDocument& settings, std::vector<LintRemark>* remarks) 
   constexpr std::string_view kSection = "website_response";
   const IJsonValue* const type = settings.Find(kSection, "ret_type");
   const std::string kind(Trim(settings.TextOf(kSection, "ret_type")));
-  const std::string url = CCharSet::LowerAscii(settings.TextOf(kSection, "ret_url"));
+  const std::string url = CCharSet::LowerAscii(Trim(settings.TextOf(kSection, "ret_url")));
   if (kind == "3" && url.empty()) remarks->push_back({type, "\"ret_type\" is 3, but \"ret_url\" is empty"});
   if (kind == "4" && settings.TextOf(kSection, "ret_content").empty()) {
     remarks->push_back({type, "\"ret_type\" is 4, but \"ret_content\" is empty"});
@@ -194,7 +194,7 @@ void WhiteLists(const CSettingsDocument& settings, std::vector<LintRemark>* rema
 
 void Cookies(const CSettingsDocument& settings, std::vector<LintRemark>* remarks) {
   constexpr std::string_view kSection = "website_request";
-  const std::string same_site = CCharSet::LowerAscii(settings.TextOf(kSection, "csrf_mode"));
+  const std::string same_site = CCharSet::LowerAscii(Trim(settings.TextOf(kSection, "csrf_mode")));
   const bool states_site = !same_site.empty() && same_site != "0";
   if (!IsOn(settings, kSection, "cookie") || (!states_site && !IsOn(settings, kSection, "xss_mode"))) return;
   remarks->push_back({settings.Find(kSection, "cookie"),

@@ -100,7 +100,7 @@ TEST(Lint, SaysWhatIsDoubtfulAndWhere) {
       {"'website_response': {'passwd': '01'}", "\"passwd\" is off: only \"1\" switches it on, not \"01\""},
       {"'enable_ipv6prot': true", "\"enable_ipv6prot\" is off: only \"1\" switches it on, not \"true\""},
       // Values out of range.
-      {"'language': 'de'", "\"language\" is none of zh-cn, en-us: \"de\" reads as en-us"},
+      {"'language': 'zh-cn'", "\"language\" is none of zh-CN, en-US: \"zh-cn\" reads as en-US"},
       {"'website_response': {'ret_type': 7}", "\"ret_type\" is none of 1, 2, 3, 4: \"7\" reads as 1"},
       {"'website_response': {'ret_status': '503'}", "is none of 200, 302, 403, 404, 500: \"503\" reads as 403"},
       {"'website_attack': {'cc_verify_type': 'jmp'}", "jump, click, slide, select, cookie: \"jmp\" reads as jump"},
