@@ -37,6 +37,14 @@ bool IsBinary(std::string_view text) {
   return static_cast<std::size_t>(odd) * kShare > sample.size();
 }
 
+/// Whether it holds "%u".
+bool HoldsUnit(std::string_view text) {
+  for (std::size_t at = text.find('%'); at != std::string_view::npos; at = text.find('%', at + 1)) {
+    if (at + 1 < text.size() && LowerByte(text[at + 1]) == 'u') return true;
+  }
+  return false;
+}
+
 bool IsLoopback(const CIpAddress& address) {
   constexpr std::uint32_t kIpv4Loopback = 127;
   return address.Ipv4() >> 24 == kIpv4Loopback || address == CIpAddress::Parse("::1");
@@ -139,21 +147,27 @@ class CAttackWalk {
     if (here_ == 0) return false;
     if (IsPlain(value)) return true;
     bool first = true;
-    return ForEachForm(value, &room_, [&](const ValueForm& form) {
+    const bool all = ForEachForm(value, &room_, [&](const ValueForm& form) {
       // The engine resolves escapes itself; undecoded a value would only be read with fewer of them.
       if (!std::exchange(first, false) && form.text.data() == value.raw.data()) return true;
-      const bool whole = form.text.size() <= kBinaryHead || !IsBinary(form.text);
-      const std::string_view text = form.text.substr(0, whole ? std::string_view::npos : kBinaryHead);
-      for (AttackHit hit; here_ != 0; Take(value, std::move(hit))) {
-        hit = scan_.Find(text, place_, here_);
-        // Pages name their own address: where to go after signing in, which page a form came from.
-        if (IsInnerAddress(hit) && LeadsHome(text, OwnAddress(facts_), &without_own_)) {
-          hit = scan_.Find(without_own_, place_, here_);
-        }
-        if (hit.rule == nullptr) return true;
-      }
-      return false;
+      return JudgeText(value, form.text);
     });
+    // Decoded, a "%uXXXX" is lost when the local code page has no such character; other servers take it for a slash.
+    return all && (!HoldsUnit(value.raw) || JudgeText(value, value.raw));
+  }
+
+  bool JudgeText(const RequestValue& value, std::string_view form) {
+    const bool whole = form.size() <= kBinaryHead || !IsBinary(form);
+    const std::string_view text = form.substr(0, whole ? std::string_view::npos : kBinaryHead);
+    for (AttackHit hit; here_ != 0; Take(value, std::move(hit))) {
+      hit = scan_.Find(text, place_, here_);
+      // Pages name their own address: where to go after signing in, which page a form came from.
+      if (IsInnerAddress(hit) && LeadsHome(text, OwnAddress(facts_), &without_own_)) {
+        hit = scan_.Find(without_own_, place_, here_);
+      }
+      if (hit.rule == nullptr) return true;
+    }
+    return false;
   }
 
   void Take(const RequestValue& value, AttackHit hit) {
