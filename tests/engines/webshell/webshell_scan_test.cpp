@@ -4,8 +4,8 @@
 #include <gtest/gtest.h>
 
 #include "common/char_set.h"
+#include "common/inflate.h"
 #include "engines/webshell/decoding/decoders.h"
-#include "engines/webshell/decoding/inflate.h"
 #include "engines/webshell/decoding/script_encoding.h"
 #include "engines/webshell/page/flow.h"
 #include "engines/webshell/php/flow.h"
