@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "common/char_set.h"
+#include "engines/attacks/text_shape.h"
 
 namespace qiv {
 namespace {
@@ -18,6 +19,7 @@ constexpr std::size_t kLongestFound = 200;  // of what is shown
 struct Where {
   unsigned readings = kReadPlain;
   unsigned places = 0;
+  bool outside_writing = false;
 };
 
 /// Whether what stands between a word's end and the next word's start is what the step wants there.
@@ -118,6 +120,7 @@ bool ParseWhere(std::string_view text, Where* where, std::string* fault) {
     std::string_view name;
     unsigned readings;
     unsigned places;
+    bool outside_writing = false;
   };
   static constexpr Name kNames[] = {
       {"-", 0, kEverywhere},
@@ -126,6 +129,7 @@ bool ParseWhere(std::string_view text, Where* where, std::string* fault) {
       {"values", 0, kInQuery | kInBody | kInCookie | kInPath},
       {"head", 0, kInQuery | kInCookie | kInHeader | kInAgent | kInPath},
       {"agent", 0, kInAgent},
+      {"short", 0, 0, true},
   };
   for (const std::string_view part : Split(text, ',')) {
     const auto* const name =
@@ -136,6 +140,7 @@ bool ParseWhere(std::string_view text, Where* where, std::string* fault) {
     }
     where->readings |= name->readings;
     where->places |= name->places;
+    where->outside_writing = where->outside_writing || name->outside_writing;
   }
   if (where->places == 0) where->places = kEverywhere;
   return true;
@@ -164,6 +169,7 @@ struct CAttackRules::Core {
     unsigned readings = 0;
     unsigned places = 0;
     unsigned group = 0;
+    bool outside_writing = false;
     std::uint64_t needed = 0;       // marks
     std::uint32_t first_place = 0;  // of its steps in CAttackScan::reached_
   };
@@ -202,7 +208,7 @@ bool CAttackRules::Set(std::vector<AttackRule> rules, const WordLists& lists, At
     const auto steps = static_cast<std::uint32_t>(pattern->steps.size());
     const std::uint64_t needed = MarksNeeded(*pattern);
     core->compiled.push_back({std::move(*pattern), where.readings, where.places,
-                              AttackFamilies()[rules[r].family].group, needed, core->places});
+                              AttackFamilies()[rules[r].family].group, where.outside_writing, needed, core->places});
     core->places += steps;
   }
   std::vector<std::string> words;
@@ -246,6 +252,7 @@ void CAttackScan::Begin() {
 bool CAttackScan::Search(std::string_view text, unsigned reading, unsigned place, unsigned groups, AttackHit* hit) {
   const auto& core = *core_;
   const std::uint64_t marks = MarksOf(text);
+  CTextShape shape(text);
   bool begun = false;
   core.words.Find(text, [&](std::uint32_t word, std::size_t start) {
     if (!begun) Begin();
@@ -262,6 +269,7 @@ bool CAttackScan::Search(std::string_view text, unsigned reading, unsigned place
         continue;
       const TextPlace match = Advance(text, rule.pattern, use.step, found, reached_.data() + rule.first_place);
       if (match.length == 0 || (!rules_.off_.empty() && rules_.off_[use.rule])) continue;
+      if (rule.outside_writing && shape.IsWithinWriting(match.offset)) continue;
       hit->rule = &core.rules[use.rule];
       hit->found = text.substr(match.offset, std::min(match.length, kLongestFound));
       return false;
