@@ -346,12 +346,12 @@ std::uint32_t CodeHints(std::string_view text) {
   return hints;
 }
 
-FragmentStrength AnalyseFragment(std::string_view text, Language language, WebshellResult* result) {
+FragmentStrength AnalyseFragment(std::string_view text, WebshellResult* result) {
   CFragment fragment(text);
   const FragmentStrength strength = fragment.Judge();
   if (strength == FragmentStrength::kNone) return strength;
   *result = {};
-  result->name = Message(language, MessageId::kCodeInRequest);
+  result->finding = MessageId::kCodeInRequest;
   result->detail = fragment.Detail();
   result->suspicious = strength == FragmentStrength::kWeak;
   return strength;

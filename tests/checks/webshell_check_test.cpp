@@ -26,7 +26,7 @@ class WebshellCheckTest : public CCheckFixture {
     UseLibrary("", "");
   }
   void UseLibrary(std::string_view file, std::string_view free_code) {
-    webshells_ = std::make_shared<CQivLibs>(site_->language, file, "", free_code);
+    webshells_ = std::make_shared<CQivLibs>(file, "", free_code);
     UseSite();
   }
 
