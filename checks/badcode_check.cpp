@@ -37,9 +37,10 @@ bool IsBinary(std::string_view text) {
   return static_cast<std::size_t>(odd) * kShare > sample.size();
 }
 
-/// Whether it holds "%u".
+/// Whether it holds "%u", encoded once or more.
 bool HoldsUnit(std::string_view text) {
   for (std::size_t at = text.find('%'); at != std::string_view::npos; at = text.find('%', at + 1)) {
+    while (text.compare(at + 1, 2, "25") == 0) at += 2;
     if (at + 1 < text.size() && LowerByte(text[at + 1]) == 'u') return true;
   }
   return false;
