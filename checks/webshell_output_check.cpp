@@ -25,7 +25,7 @@ void WebshellOutputCheck(const RequestFacts& facts, const CheckContext& context,
   place.place = "Response";
   place.statistics = kWebshellOutputStatistics;
   WebshellResult found;
-  if (IsWebshellOutput(text, site.language, &found)) {
+  if (IsWebshellOutput(text, &found)) {
     BlockWebshell(place, found, facts, context, result);
     return;
   }

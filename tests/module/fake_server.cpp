@@ -33,6 +33,8 @@ void CFakeRequest::SetClient(const std::string& ipv4) {
   const std::uint32_t value = CIpAddress::Parse(ipv4)->Ipv4();
   iis::SOCKADDR_IN in{};
   in.sin_family = iis::kFamilyIpv4;
+  in.sin_port[0] = 0x12;
+  in.sin_port[1] = 0x34;
   for (int i = 0; i < 4; ++i) in.sin_addr[i] = static_cast<unsigned char>(value >> (24 - 8 * i));
   std::memcpy(&address_, &in, sizeof(in));
 }

@@ -73,6 +73,7 @@ class CFakeRequest final : public stubs::UnexpectedHttpRequest {
   iis::HRESULT SetHeader(iis::HTTP_HEADER_ID id, iis::PCSTR value, iis::USHORT length, iis::BOOL replace) override;
   iis::PCSTR GetHttpMethod() const override { return method.c_str(); }
   iis::PSOCKADDR GetRemoteAddress() const override;
+  iis::PSOCKADDR GetLocalAddress() const override { return GetRemoteAddress(); }
   iis::HRESULT ReadEntityBody(iis::VOID* buffer, iis::DWORD size, iis::BOOL async, iis::DWORD* received,
                               iis::BOOL* pending) override;
   iis::HRESULT InsertEntityBody(iis::VOID* buffer, iis::DWORD size) override;
