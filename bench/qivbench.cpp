@@ -145,7 +145,7 @@ void Normalize(benchmark::State& state, const TextKind* kind) {
 }
 
 void ScanScript(benchmark::State& state, const WebshellText* kind) {
-  static const CQivLibs libs(Language::kEnglish);
+  static const CQivLibs libs;
   const std::string text = kind->make(libs.Library(), static_cast<std::size_t>(state.range(0)));
   for (auto _ : state) {
     WebshellResult result;

@@ -37,6 +37,63 @@ bool IsBinary(std::string_view text) {
   return static_cast<std::size_t>(odd) * kShare > sample.size();
 }
 
+/// Whether it holds "%u", encoded once or more.
+bool HoldsUnit(std::string_view text) {
+  for (std::size_t at = text.find('%'); at != std::string_view::npos; at = text.find('%', at + 1)) {
+    while (text.compare(at + 1, 2, "25") == 0) at += 2;
+    if (at + 1 < text.size() && LowerByte(text[at + 1]) == 'u') return true;
+  }
+  return false;
+}
+
+bool IsLoopback(const CIpAddress& address) {
+  constexpr std::uint32_t kIpv4Loopback = 127;
+  return address.Ipv4() >> 24 == kIpv4Loopback || address == CIpAddress::Parse("::1");
+}
+
+/// The site's address as the request names it in Host, in small letters: "10.0.0.4:8080". Empty unless the connection
+/// really ends there: what else a client writes into Host is its own choice.
+std::string OwnAddress(const RequestFacts& facts) {
+  std::string host = CCharSet::LowerAscii(facts.host);
+  const std::size_t colon = host.find(':', host.find(']') == std::string::npos ? 0 : host.find(']'));
+  const std::string_view name = std::string_view(host).substr(0, colon);
+  const std::string_view usual = facts.site_url.starts_with("https:") ? "443" : "80";
+  const std::string_view port = colon == std::string::npos ? usual : std::string_view(host).substr(colon + 1);
+  if (facts.local_port == 0 || port != std::to_string(facts.local_port)) return {};
+  const bool own =
+      name == "localhost" ? IsLoopback(facts.local_address) : CIpAddress::Parse(name) == facts.local_address;
+  return own ? host : std::string();
+}
+
+/// Whether addresses in the text lead to the site itself; `*without` is the text with an ordinary name in their place.
+bool LeadsHome(std::string_view text, std::string_view own, std::string* without) {
+  constexpr std::string_view kName = "site.example";
+  without->clear();
+  if (own.empty()) return false;
+  const std::string lower = CCharSet::LowerAscii(text);
+  const std::string_view folded = lower;
+  std::size_t copied = 0;
+  for (std::size_t at = folded.find(own); at != std::string_view::npos; at = folded.find(own, at + own.size())) {
+    const std::string_view before = folded.substr(0, at);
+    const std::string_view behind = folded.substr(at + own.size());
+    // Slashes may be encoded once more. With anything else behind it, it is a part of another address.
+    if (!before.ends_with("//") && !before.ends_with("%2f")) continue;
+    if (!behind.empty() && std::string_view("/?#\"<> \r\n").find(behind[0]) == std::string_view::npos &&
+        !behind.starts_with("%2f") && !behind.starts_with("%3f")) {
+      continue;
+    }
+    AppendAll(without, {text.substr(copied, at - copied), kName});
+    copied = at + own.size();
+  }
+  if (copied == 0) return false;
+  *without += text.substr(copied);
+  return true;
+}
+
+bool IsInnerAddress(const AttackHit& hit) {
+  return hit.rule != nullptr && AttackFamilies()[hit.rule->family].name == "ssrf";
+}
+
 class CAttackWalk {
  public:
   CAttackWalk(const RequestFacts& facts, const CheckContext& context, unsigned groups)
@@ -91,17 +148,27 @@ class CAttackWalk {
     if (here_ == 0) return false;
     if (IsPlain(value)) return true;
     bool first = true;
-    return ForEachForm(value, &room_, [&](const ValueForm& form) {
+    const bool all = ForEachForm(value, &room_, [&](const ValueForm& form) {
       // The engine resolves escapes itself; undecoded a value would only be read with fewer of them.
       if (!std::exchange(first, false) && form.text.data() == value.raw.data()) return true;
-      const bool whole = form.text.size() <= kBinaryHead || !IsBinary(form.text);
-      const std::string_view text = form.text.substr(0, whole ? std::string_view::npos : kBinaryHead);
-      for (AttackHit hit; here_ != 0; Take(value, std::move(hit))) {
-        hit = scan_.Find(text, place_, here_);
-        if (hit.rule == nullptr) return true;
-      }
-      return false;
+      return JudgeText(value, form.text);
     });
+    // Decoded, a "%uXXXX" is lost when the local code page has no such character; other servers take it for a slash.
+    return all && (!HoldsUnit(value.raw) || JudgeText(value, value.raw));
+  }
+
+  bool JudgeText(const RequestValue& value, std::string_view form) {
+    const bool whole = form.size() <= kBinaryHead || !IsBinary(form);
+    const std::string_view text = form.substr(0, whole ? std::string_view::npos : kBinaryHead);
+    for (AttackHit hit; here_ != 0; Take(value, std::move(hit))) {
+      hit = scan_.Find(text, place_, here_);
+      // Pages name their own address: where to go after signing in, which page a form came from.
+      if (IsInnerAddress(hit) && LeadsHome(text, OwnAddress(facts_), &without_own_)) {
+        hit = scan_.Find(without_own_, place_, here_);
+      }
+      if (hit.rule == nullptr) return true;
+    }
+    return false;
   }
 
   void Take(const RequestValue& value, AttackHit hit) {
@@ -124,6 +191,7 @@ class CAttackWalk {
   CAttackScan scan_;
   AttackFindings findings_;
   ValueFormRoom room_;
+  std::string without_own_;
   std::string_view place_name_;
   AttackPlace place_ = kInQuery;
   unsigned left_ = ~0U;  // groups that nothing was found of

@@ -18,6 +18,16 @@ class InjectionLibrary;
 /// Where in the life of its request a notification stands.
 enum Phase : std::int32_t { kPhaseBegin = 1, kPhasePostExecute = 3, kPhaseSendResponse = 4 };
 
+/// The application's answer, as far as checks want it and it can be read.
+struct ResponseText {
+  std::string_view text;  ///< its head as it is sent; empty: no text by its type, compressed, or on its way already
+  std::string_view type;  ///< its Content-Type, may be empty
+  int status = 200;
+  bool page = true;         ///< HTML or plain text, or of no type; else JSON or XML
+  bool whole = true;        ///< the text is all of it
+  bool may_change = false;  ///< all of it can be had, and it is no part of something larger
+};
+
 /// Made by the module for each notification; owns nothing. The configuration and the libraries are those in force when
 /// the request began, and stay to its end; the rest outlives all requests.
 struct CheckContext {
@@ -28,9 +38,9 @@ struct CheckContext {
   CheckState& state;            ///< counters, the service's lists, address libraries, the clock
   IEventRecorder& recorder;
   Phase phase = kPhaseBegin;
-  /// The head of the application's answer as it is sent, when a check wants it and it is uncompressed text; phase 3.
-  std::string_view response_body = {};
-  bool log_only = false;  ///< what the check decides is written down and not done
+  ResponseText response = {};           ///< phase 3
+  bool log_only = false;                ///< what the check decides is written down and not done
+  const CAttackRules* leaks = nullptr;  ///< what is looked for in responses; null: nothing
 };
 
 /// Asks the service to put a client on a list until `end` (CExchangeFiles::WriteLock). Checks lock in no other way: one

@@ -1,5 +1,6 @@
 #include "checks/check_result.h"
 
+#include <algorithm>
 #include <new>
 
 #include "checks/check_context.h"
@@ -19,6 +20,27 @@ void BlockPlainly(CheckKind kind, std::string_view statistics, const RequestFact
   if (statistics.empty()) return;
   const std::string_view rule = result.rule.empty() ? std::string_view("-") : std::string_view(result.rule);
   context.recorder.RecordStatistics(statistics, facts.client_ip, rule);
+}
+
+void KeepApart(TextEdits* edits) {
+  std::stable_sort(edits->begin(), edits->end(),
+                   [](const TextEdit& a, const TextEdit& b) { return a.place.offset < b.place.offset; });
+  std::size_t end = 0;
+  std::erase_if(*edits, [&end](const TextEdit& edit) {
+    if (edit.place.offset < end) return true;
+    end = edit.place.offset + edit.place.length;
+    return false;
+  });
+}
+
+std::string Edited(std::string_view text, const TextEdits& edits) {
+  std::string edited;
+  std::size_t kept = 0;
+  for (const TextEdit& edit : edits) {
+    AppendAll(&edited, {text.substr(kept, edit.place.offset - kept), edit.text});
+    kept = edit.place.offset + edit.place.length;
+  }
+  return edited.append(text.substr(kept));
 }
 
 void HideSecrets(CheckResult* result) noexcept {

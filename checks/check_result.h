@@ -5,6 +5,10 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
+
+#include "common/text.h"
 
 namespace qiv {
 
@@ -21,7 +25,8 @@ enum CheckKind : std::int32_t {
   kKindAccess = 8,
   kKindFlood = 9,
   kKindFileInclusion = 10,
-  kKindBadcode = 11
+  kKindBadcode = 11,
+  kKindWords = 12
 };
 
 /// What goes out beside or in place of a page. Each is empty unless a check has set it.
@@ -33,6 +38,26 @@ struct PreparedAnswer {
 
 struct AttackFindings;
 
+/// A piece of a text, and what takes its place.
+struct TextEdit {
+  TextPlace place;
+  std::string text;
+};
+using TextEdits = std::vector<TextEdit>;  ///< in order, none over another
+
+/// What changes of a request, or of a response, that goes on. Made by checks, done by the module.
+struct DecidedEdits {
+  TextEdits url;                                           ///< RequestFacts::raw_url, behind its first "?"
+  TextEdits body;                                          ///< RequestFacts::raw_body
+  std::vector<std::pair<std::size_t, TextEdits>> headers;  ///< by index into RequestFacts::headers
+  TextEdits response;                                      ///< CheckContext::response
+};
+
+/// Puts edits in order; of those over one another the first stays, of those at one place the first of the list.
+void KeepApart(TextEdits* edits);
+/// The text with the edits done.
+std::string Edited(std::string_view text, const TextEdits& edits);
+
 /// What the checks of a notification decide beside block or pass.
 struct RequestDecision {
   bool statistics = true;     ///< whether later blocks are counted in statistics; lists clear it
@@ -43,6 +68,7 @@ struct RequestDecision {
   bool form_scanned = false;  ///< every part of a multipart form was scanned whole for webshells
   /// What the search for file inclusion found for the search for malicious code; null: it did not look.
   std::shared_ptr<const AttackFindings> attacks;
+  std::shared_ptr<const DecidedEdits> edits;  ///< null: none
   /// A whole page that a check prepared, sent instead of the block page; "{{charset}}" is the one placeholder that is
   /// still substituted in it.
   std::string prepared_page;

@@ -2,12 +2,16 @@
 
 #include "checks/access_check.h"
 #include "checks/badcode_check.h"
+#include "checks/badcode_output_check.h"
 #include "checks/file_inclusion_check.h"
 #include "checks/flood_check.h"
 #include "checks/injection_check.h"
 #include "checks/lists_check.h"
 #include "checks/password_check.h"
 #include "checks/request_shape_check.h"
+#include "checks/script_insertion_check.h"
+#include "checks/sensitive_words_check.h"
+#include "checks/sensitive_words_output_check.h"
 #include "checks/smart_blocking.h"
 #include "checks/upload_check.h"
 #include "checks/webshell_check.h"
@@ -104,12 +108,39 @@ std::uint32_t BadcodeParts(const WebsiteConfig& config) {
                                    If(base.badcode_post, kPartBody) | If(base.badcode_header != 0, kPartHeaders));
 }
 
+std::uint32_t WordParts(const WebsiteConfig& config) {
+  const RequestSettings& request = config.request;
+  const auto wants = [&config](bool block, bool replace, bool record) {
+    return WordUses(config, block, replace, record) != 0;
+  };
+  return If(wants(request.ill_block_get != 0, request.ill_replace_get != 0, request.ill_record_get != 0),
+            QueryParts(config)) |
+         If(wants(request.ill_block_post, request.ill_replace_post, request.ill_record_post), kPartBody) |
+         If(wants(request.ill_block_header != 0, request.ill_replace_header != 0, request.ill_record_header != 0),
+            kPartHeaders);
+}
+
 std::uint32_t ListingParts(const WebsiteConfig& config) {
   return If(config.base.url != 0 && config.base.url_dir_list != 0, kPartUrl | kPartResponse);
 }
 
 std::uint32_t WebshellOutputParts(const WebsiteConfig& config) {
   return If(config.base.trojan != 0 && config.base.trojan_webout != 0, kPartResponse);
+}
+
+std::uint32_t BadcodeOutputParts(const WebsiteConfig& config) {
+  return If(config.base.badcode != 0 && config.base.badcode_webout != 0, kPartResponse);
+}
+
+std::uint32_t WordOutputParts(const WebsiteConfig& config) {
+  const RequestSettings& request = config.request;
+  return If(WordUses(config, request.ill_block_webout != 0, request.ill_replace_webout != 0,
+                     request.ill_record_webout != 0) != 0,
+            kPartResponse);
+}
+
+std::uint32_t ScriptParts(const WebsiteConfig& config) {
+  return If(!config.script.code.empty() && !config.script.urls.Empty(), kPartUrl | kPartResponse);
 }
 
 std::uint32_t NotFoundParts(const WebsiteConfig& config) {
@@ -120,7 +151,7 @@ std::uint32_t NotFoundParts(const WebsiteConfig& config) {
 // The order is part of the protection. The authorization password comes first: what its form sent may reach nobody
 // else. Cheap tests of addresses and shapes come first, so that an attack in bulk costs little; tests of who may come
 // here at all come before tests of what the request says; injection comes last because it reads every byte of query,
-// body and headers.
+// body and headers. What only changes a response comes behind what may block it.
 constexpr CheckRow kRows[] = {
     {"lists", Stage::kLists, ListsCheck, ListsParts},
     {"password", Stage::kRequest, PasswordCheck, PasswordParts},
@@ -140,8 +171,12 @@ constexpr CheckRow kRows[] = {
     {"file_type", Stage::kRequest, FileTypeCheck, FileTypeParts},
     {"injection", Stage::kRequest, InjectionCheck, InjectionParts},
     {"badcode", Stage::kRequestAlways, BadcodeCheck, BadcodeParts},
+    {"words", Stage::kRequestAlways, SensitiveWordsCheck, WordParts},
     {"directory_listing", Stage::kResponseBody, DirectoryListingCheck, ListingParts},
+    {"badcode_output", Stage::kResponseBody, BadcodeOutputCheck, BadcodeOutputParts},
     {"webshell_output", Stage::kResponseBody, WebshellOutputCheck, WebshellOutputParts},
+    {"words_output", Stage::kResponseBody, SensitiveWordsOutputCheck, WordOutputParts},
+    {"script_insertion", Stage::kResponseBody, ScriptInsertionCheck, ScriptParts},
     {"not_found", Stage::kNotFound, NotFoundCheck, NotFoundParts},
     {"smart_blocking", Stage::kAfterDecision, SmartBlockingCheck},
 };

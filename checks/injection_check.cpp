@@ -160,10 +160,12 @@ class CInjectionRun {
                          }) &&
              BlockValue(kPost, hit);
     }
-    return CheckText(kPost, facts_.body, {sql_.post != 0, sql_.post_super_mode != 0, xss, true}, site_.post_rules,
-                     [this](const ValueVisitor& visit) {
-                       return ForEachBodyValue(facts_.content_type, facts_.raw_body, visit, BodyValues::kTelling);
-                     });
+    return CheckText(
+        kPost, facts_.body, {sql_.post != 0, sql_.post_super_mode != 0, xss, true}, site_.post_rules,
+        [this](const ValueVisitor& visit) {
+          return ForEachBodyValue(facts_.content_type, facts_.raw_body, visit, BodyValues::kTelling);
+        },
+        BodyFormOf(facts_.content_type, facts_.raw_body) != BodyForm::kXml);
   }
 
   using Walk = std::function<bool(const ValueVisitor&)>;
@@ -198,12 +200,15 @@ class CInjectionRun {
     return true;
   }
 
+  /// Where it is not made of parameters, the detector sees the values alone: the "&" and ";" of XML's references would
+  /// begin a parameter and a statement.
   bool CheckText(const PlaceTraits& place, std::string_view original, const ValueSwitches& switches,
-                 const CKeywordRules& rules, const Walk& for_each) {
+                 const CKeywordRules& rules, const Walk& for_each, bool parameters = true) {
     const CLowered lowered(original);
     const JudgedText text = lowered.Judged();
     Hit hit;
-    if (!(switches.sql && ((switches.detector && Detect(text, true, hit)) || MatchRules(text, rules, hit)))) {
+    if (!(switches.sql &&
+          ((switches.detector && parameters && Detect(text, true, hit)) || MatchRules(text, rules, hit)))) {
       if (JudgeValues(JudgeFor(switches, rules), hit, for_each)) return BlockValue(place, hit);
       if (!switches.xss || !(switches.xss_forms ? DetectTags(text, hit) : DetectXss(text, true, hit))) return false;
     }

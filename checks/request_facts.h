@@ -8,6 +8,8 @@
 #include <string_view>
 #include <vector>
 
+#include "common/ip_address.h"
+
 namespace iis {
 class IHttpContext;
 }
@@ -60,6 +62,8 @@ struct RequestFacts {
   std::string client_ip;                ///< the address that all checks, pages and events use
   std::uint32_t client_ipv4 = 0;        ///< host byte order; 0 for IPv6
   std::string forwarded_ip;
+  CIpAddress local_address;      ///< where the client's connection ends
+  std::uint16_t local_port = 0;  ///< 0 when the server does not say
   std::string user_agent;
   std::uint32_t content_length = 0;  ///< 0xFFFFFFFF for anything above
   std::string referer;

@@ -182,9 +182,9 @@ void MethodCheck(const RequestFacts& facts, const CheckContext& context, CheckRe
 }
 
 void DirectoryListingCheck(const RequestFacts& facts, const CheckContext& context, CheckResult& result) {
-  if (context.response_body.empty()) return;
+  if (context.response.text.empty() || !context.response.page) return;
   if (!PathOfUrl(facts.raw_url).ends_with('/')) return;
-  const std::string body = CCharSet::LowerBytes(context.response_body);
+  const std::string body = CCharSet::LowerBytes(context.response.text);
   const bool listing = std::any_of(std::begin(kListings), std::end(kListings), [&body](const ListingForm& form) {
     return body.find(form.title) != std::string::npos && body.find(form.link) != std::string::npos;
   });

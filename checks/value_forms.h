@@ -32,7 +32,7 @@ struct ValueFormRoom {
 /// Linear.
 bool ForEachForm(const RequestValue& value, ValueFormRoom* room, const std::function<bool(const ValueForm&)>& visit);
 
-/// The third form: whether the text holds such characters; then *folded is the text with them folded.
+/// The last form: whether the text holds such characters; then *folded is the text with them folded.
 bool FoldWestern(std::string_view text, std::string* folded);
 
 }  // namespace qiv

@@ -26,6 +26,9 @@ bool IsBinary(const RequestValue& value, std::string_view text) {
   return odd * kControlShare > sample.size();
 }
 
+/// A value without what InForm puts around it.
+JudgedText Alone(const JudgedText& in_form) { return in_form.Part({1, in_form.lowered.size() - 2}); }
+
 }  // namespace
 
 bool CValueJudge::Judge(const RequestValue& value) {
@@ -40,7 +43,7 @@ bool CValueJudge::JudgeForm(const RequestValue& value, std::string_view text, bo
   if (!plain && FindExpression(value, text)) return true;
   if (!is_sent) {
     if (JudgeByRules(value, text)) return true;
-  } else if (!plain && switches_.xss_forms && FindScript(value, text, InForm(text).Part({1, text.size()}), true)) {
+  } else if (!plain && switches_.xss_forms && FindScript(value, text, Alone(InForm(text)), true)) {
     return true;
   }
   if (plain) return false;
@@ -71,7 +74,7 @@ JudgedText CValueJudge::InForm(std::string_view text) {
 
 bool CValueJudge::JudgeByRules(const RequestValue& value, std::string_view text) {
   const JudgedText judged = InForm(text);
-  const JudgedText alone = judged.Part({1, text.size()});
+  const JudgedText alone = Alone(judged);
   if (switches_.detector && SqlInjectionDetector::Check(alone, &settings_, library_, &hit_.sql, false)) {
     const std::size_t begin = Keep(value, text);
     hit_.sql.is_parameter = true;
@@ -99,10 +102,10 @@ bool CValueJudge::JudgeSqueezed(const RequestValue& value, std::string_view text
   return hit_.keyword != nullptr;
 }
 
-bool CValueJudge::FindScript(const RequestValue& value, std::string_view text, const JudgedText& judged,
+bool CValueJudge::FindScript(const RequestValue& value, std::string_view text, const JudgedText& alone,
                              bool forms_only) {
-  hit_.xss = forms_only ? XssDetector::FormCheck(judged.lowered, settings_, library_, &hit_.fragment)
-                        : XssDetector::CheckText(judged, settings_, library_, &hit_.fragment, false);
+  hit_.xss = forms_only ? XssDetector::FormCheck(alone.lowered, settings_, library_, &hit_.fragment)
+                        : XssDetector::CheckText(alone, settings_, library_, &hit_.fragment, false);
   if (hit_.xss == XssType::kNone) return false;
   hit_.fragment.offset += Keep(value, text);
   return true;

@@ -58,7 +58,7 @@ class CValueJudge {
   bool FindExpression(const RequestValue& value, std::string_view text);
   bool JudgeByRules(const RequestValue& value, std::string_view text);
   bool JudgeSqueezed(const RequestValue& value, std::string_view text);
-  bool FindScript(const RequestValue& value, std::string_view text, const JudgedText& judged, bool forms_only);
+  bool FindScript(const RequestValue& value, std::string_view text, const JudgedText& alone, bool forms_only);
   bool JudgeNested(const RequestValue& value, std::string_view text);
   /// The text and its lower-case copy as they would stand in a form: rules know what is before a value and behind it.
   JudgedText InForm(std::string_view text);

@@ -157,7 +157,7 @@ class CWebshellRun {
     WebshellResult found;
     const bool strict = site_.base.trojan_strict_mode != 0;
     if (Spend(text.size())) {
-      const FragmentStrength strength = AnalyseFragment(text, site_.language, &found);
+      const FragmentStrength strength = AnalyseFragment(text, &found);
       // Nobody runs a command from a query, a header or a body that is no form; in a form people edit pages.
       const bool planted = (hints & kHintPhpTag) != 0 && direct_ && FindScript(text) != std::string_view::npos;
       const bool counts =
@@ -204,8 +204,7 @@ class CWebshellRun {
     if (hints == 0) return false;
     WebshellResult found;
     if ((hints & (kHintPhpTag | kHintPageTag)) == 0) {
-      return Spend(plain.size()) && AnalyseFragment(plain, site_.language, &found) == FragmentStrength::kStrong &&
-             Block(value, found);
+      return Spend(plain.size()) && AnalyseFragment(plain, &found) == FragmentStrength::kStrong && Block(value, found);
     }
     plain = DecodeEncodedText(value.Decoded(&room, kEncodedScript), kEncodedScript);
     if (value.raw.size() > kEncodedScript) partial_ = place_;

@@ -15,11 +15,30 @@ namespace {
 constexpr std::size_t kLongestName = 100;
 constexpr std::size_t kLongestDetail = 300;
 
+std::string NameOf(const WebshellResult& found, Language language) {
+  if (found.finding) return std::string(Message(language, *found.finding));
+  const bool chinese = language == Language::kChinese && !found.rule_name.chinese.empty();
+  const std::string& name = chinese ? found.rule_name.chinese : found.rule_name.english;
+  return name.empty() ? std::string(Message(language, MessageId::kUserSignature)) : name;
+}
+
 }  // namespace
+
+WebshellWords WordsOf(const WebshellResult& found, Language language) {
+  constexpr std::string_view kFullWidthColon = "\xA3\xBA";
+  WebshellWords words{NameOf(found, language), {}, found.detail};
+  if (found.category) words.category = Message(language, *found.category);
+  if (found.label) {
+    words.detail = Message(language, *found.label);
+    AppendAll(&words.detail, {language == Language::kChinese ? kFullWidthColon : ": ", found.detail});
+  }
+  return words;
+}
 
 void BlockWebshell(const WebshellPlace& place, const WebshellResult& found, const RequestFacts& facts,
                    const CheckContext& context, CheckResult& result) {
   const auto text = [&context](MessageId id) { return Message(context.config.language, id); };
+  const WebshellWords words = WordsOf(found, context.config.language);
   const std::string_view open = text(MessageId::kOpenBracket);
   const std::string_view close = text(MessageId::kCloseBracket);
   const std::string_view comma = text(MessageId::kComma);
@@ -30,14 +49,14 @@ void BlockWebshell(const WebshellPlace& place, const WebshellResult& found, cons
   result.category = text(MessageId::kWebshellCategory);
   result.reason = text(MessageId::kWebshellReason);
   result.detail = result.reason;
-  AppendAll(&result.reason, {open, place.place, close, comma, text(MessageId::kType), colon, found.name});
+  AppendAll(&result.reason, {open, place.place, close, comma, text(MessageId::kType), colon, words.name});
 
   AppendAll(&result.detail, {open, place.place});
   if (!place.name.empty()) AppendAll(&result.detail, {"[", CCharSet::Prefix(place.name, kLongestName), "]"});
-  AppendAll(&result.detail, {close, comma, text(MessageId::kType), colon, found.name});
-  if (!found.category.empty()) AppendAll(&result.detail, {open, found.category, close});
-  if (!found.detail.empty()) {
-    const std::string matched = IsSecretName(place.name) ? std::string(kHiddenSecret) : CCharSet::ToLocal(found.detail);
+  AppendAll(&result.detail, {close, comma, text(MessageId::kType), colon, words.name});
+  if (!words.category.empty()) AppendAll(&result.detail, {open, words.category, close});
+  if (!words.detail.empty()) {
+    const std::string matched = IsSecretName(place.name) ? std::string(kHiddenSecret) : CCharSet::ToLocal(words.detail);
     AppendAll(&result.detail, {comma, text(MessageId::kKeywords), colon, CCharSet::Prefix(matched, kLongestDetail)});
   }
 

@@ -1,6 +1,7 @@
 // What every check does that found a webshell: the texts of the block, its flags, its statistics.
 #pragma once
 
+#include <string>
 #include <string_view>
 
 #include "checks/check_context.h"
@@ -14,6 +15,14 @@ namespace qiv {
 /// Statistics categories: content that was sent to the site, and content that the site sent.
 inline constexpr std::string_view kWebshellStatistics = "trojan";
 inline constexpr std::string_view kWebshellOutputStatistics = "trojanhtml";
+
+/// A finding in words, GBK.
+struct WebshellWords {
+  std::string name;      ///< of the finding or rule
+  std::string category;  ///< "Hide", "Risk characteristics"; empty for most
+  std::string detail;    ///< behind its label, if it has one
+};
+WebshellWords WordsOf(const WebshellResult& found, Language language);
 
 /// Where a webshell was found.
 struct WebshellPlace {

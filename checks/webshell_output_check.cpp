@@ -16,14 +16,16 @@ constexpr std::size_t kScannedSource = 64 * 1024;
 
 void WebshellOutputCheck(const RequestFacts& facts, const CheckContext& context, CheckResult& result) {
   const WebsiteConfig& site = context.config;
-  const std::string_view text = context.response_body;
-  if (site.base.trojan == 0 || site.base.trojan_webout == 0 || !context.webshells || text.empty()) return;
+  const std::string_view text = context.response.text;
+  if (site.base.trojan == 0 || site.base.trojan_webout == 0 || !context.webshells || !context.response.page ||
+      text.empty())
+    return;
 
   WebshellPlace place;
   place.place = "Response";
   place.statistics = kWebshellOutputStatistics;
   WebshellResult found;
-  if (IsWebshellOutput(text, site.language, &found)) {
+  if (IsWebshellOutput(text, &found)) {
     BlockWebshell(place, found, facts, context, result);
     return;
   }

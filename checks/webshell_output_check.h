@@ -7,7 +7,7 @@
 
 namespace qiv {
 
-/// Leaves status alone or sets it to 2. Reads context.config, context.webshells and context.response_body.
+/// Leaves status alone or sets it to 2. Reads context.config, context.webshells and context.response.
 void WebshellOutputCheck(const RequestFacts& facts, const CheckContext& context, CheckResult& result);
 
 }  // namespace qiv

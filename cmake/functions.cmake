@@ -5,6 +5,19 @@ function(qiv_library name)
   target_link_libraries(${name} PUBLIC ${ARG_LINKS})
 endfunction()
 
+# qiv_embed_text(TARGET FILE): compiles a text of rules/ into TARGET, whose sources include it with the ending
+# .inc instead of .txt as the value of a string constant.
+function(qiv_embed_text target file)
+  string(REGEX REPLACE "[.]txt$" ".inc" name "${file}")
+  set(input "${CMAKE_SOURCE_DIR}/${file}")
+  set(output "${CMAKE_BINARY_DIR}/embedded/${name}")
+  set(script "${CMAKE_SOURCE_DIR}/cmake/embed_text.cmake")
+  add_custom_command(OUTPUT "${output}" DEPENDS "${input}" "${script}" VERBATIM
+    COMMAND ${CMAKE_COMMAND} "-DINPUT=${input}" "-DOUTPUT=${output}" -P "${script}")
+  target_sources(${target} PRIVATE "${output}")
+  target_include_directories(${target} PRIVATE "${CMAKE_BINARY_DIR}/embedded")
+endfunction()
+
 # qiv_version_resource(TARGET DESCRIPTION): what Windows shows of a program or library in its properties.
 function(qiv_version_resource target description)
   if(NOT WIN32)

@@ -29,16 +29,20 @@ class CBadcodeLibrary {
 
   /// Never null.
   std::shared_ptr<const CAttackRules> Current() const { return rules_.Load(); }
+  /// Those for responses; never null.
+  std::shared_ptr<const CAttackRules> Leaks() const { return leaks_.Load(); }
 
  private:
   CStateRecorder& states_;
   CPublished<CAttackRules> rules_;
+  CPublished<CAttackRules> leaks_;
 
   CCriticalSection lock_;
   CWatchedFile file_ QIV_GUARDED_BY(lock_);
 };
 
-/// The rules of a deciphered text, as UTF-8 or in local code. False, with *fault, when one of them cannot be used.
-bool LoadAttackRules(std::string text, CAttackRules* rules, AttackFault* fault);
+/// The rules of a deciphered text, as UTF-8 or in local code; those for responses apart. False, with *fault, when one
+/// of them cannot be used.
+bool LoadAttackRules(std::string text, CAttackRules* rules, CAttackRules* leaks, AttackFault* fault);
 
 }  // namespace qiv

@@ -63,8 +63,8 @@ constexpr ConfigKey kScalarKeys[] = {
      "language",
      KeyType::kChoice,
      KeyReader::kLoader,
-     "Language of messages and pages. Anything else is `en-US`.",
-     {.choices = "zh-cn=1 en-us=0"}},
+     "Language of messages and pages, written exactly so.",
+     {.choices = "zh-CN=1 en-US=0", .exact = true}},
     {"", "sys_is_qiv", KeyType::kFlag, KeyReader::kLoader,
      "Libraries are kept up to date, and the module talks to the firewall service."},
     {"", "enable_ipv6prot", KeyType::kFlag, KeyReader::kLoader,
@@ -138,8 +138,16 @@ std::int32_t ReadNumber(std::string_view text, const KeyValues& values) {
   return number;
 }
 
+namespace {
+
+std::string ChoiceOf(std::string_view text, const KeyValues& values) {
+  return values.exact ? std::string(Trim(text)) : CCharSet::LowerAscii(Trim(text));
+}
+
+}  // namespace
+
 std::int32_t ReadChoice(std::string_view text, const KeyValues& values) {
-  const std::string value = CCharSet::LowerAscii(Trim(text));
+  const std::string value = ChoiceOf(text, values);
   if (value.empty()) return values.none;
   for (const std::string_view choice : Split(values.choices, ' ')) {
     const std::size_t equals = choice.find('=');
@@ -149,7 +157,7 @@ std::int32_t ReadChoice(std::string_view text, const KeyValues& values) {
 }
 
 bool IsChoice(std::string_view text, const KeyValues& values) {
-  const std::string value = CCharSet::LowerAscii(Trim(text));
+  const std::string value = ChoiceOf(text, values);
   const std::vector<std::string_view> choices = Split(values.choices, ' ');
   return value.empty() || std::any_of(choices.begin(), choices.end(), [&value](std::string_view choice) {
            return choice.substr(0, choice.find('=')) == value;

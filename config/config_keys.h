@@ -67,6 +67,7 @@ struct KeyValues {
   std::string_view choices = {};
   std::int32_t none = 0;   ///< of a number, what 0 and less read as; of a choice, what an empty text does
   std::int32_t other = 0;  ///< with choices: what anything else reads as
+  bool exact = false;      ///< the case of letters matters, and the choices are written in theirs
 };
 
 struct ConfigKey {

@@ -227,7 +227,8 @@ void FindDamagedTags(std::string_view settings, std::string_view ip_lists, Confi
 }
 
 void ReadSwitches(std::string_view settings, WebsiteConfig* config, ConfigFaults* faults) {
-  config->language = Trim(TaggedPart(settings, "language")) == "zh-CN" ? Language::kChinese : Language::kEnglish;
+  const bool chinese = ReadChoice(TaggedPart(settings, "language"), FindConfigKey("", "language")->values) != 0;
+  config->language = chinese ? Language::kChinese : Language::kEnglish;
   config->library_enabled = TaggedPart(settings, "sys_is_qiv") == "1";
   config->ipv6_protection = TaggedPart(settings, "enable_ipv6prot") == "1";
   config->extend_functions = WrapNames(TaggedPart(settings, "extend_functions"));
@@ -260,8 +261,10 @@ bool ReadSections(std::string_view settings, WebsiteConfig* config, ConfigFaults
   config->system_common_areas = TaggedText(settings, "system_common_areas", KeyType::kText, faults);
 
   ReadKeys(base, &config->base);
+  config->base.js_out_codes = base.Utf8("js_out_codes");  // goes out in the page's charset
   FinishBase(config->extended, &config->base);
   ReadKeys(request, &config->request);
+  config->request.ill_replace_newkey = request.Utf8("ill_replace_newkey");  // goes out in the text's encoding
   FinishRequest(&config->request);
   ReadKeys(protect, &config->protect);
   FinishProtect(&config->protect);
@@ -281,6 +284,27 @@ StateFault MalformedFault(const MalformedItems& malformed) {
   return {malformed.key, MessageId::kStateMalformedItems, items};
 }
 
+/// Words of a switch that is off are not looked for.
+void PrepareWords(const RequestSettings& request, PreparedWords* words) {
+  const auto if_on = [](std::int32_t on, const std::string& list) { return on != 0 ? list : std::string(); };
+  words->words = CSensitiveWords(if_on(request.ill_block, request.ill_block_keys),
+                                 if_on(request.ill_replace, request.ill_replace_keys),
+                                 if_on(request.ill_record, request.ill_record_keys));
+  words->block_white_urls = CUrlExemptions(request.ill_block_white_urls);
+  words->replace_white_urls = CUrlExemptions(request.ill_replace_white_urls);
+  words->new_word_utf8 = WithoutControls(request.ill_replace_newkey);  // it may come to stand in a header
+  words->new_word = CCharSet::Utf8ToLocal(words->new_word_utf8);
+}
+
+void PrepareScript(const BaseSettings& base, PreparedScript* script) {
+  if (base.js == 0) return;
+  script->code = ReplaceAll(base.js_out_codes, "{{freeurls}}", CCharSet::LocalToUtf8(base.js_out_freeurls));
+  script->urls = CUrlExemptions(base.js_urls);
+  std::string free_urls;
+  for (const std::string_view url : Split(base.js_out_freeurls, ',')) AppendAll(&free_urls, {url, "|"});
+  script->free_urls = CUrlExemptions(free_urls);
+}
+
 void Prepare(WebsiteConfig* config, ConfigFaults* faults) {
   // The site's keyword lists are user-defined rules without a separator setting; the standard one divides words.
   const char separator = RuleWordSeparator("");
@@ -289,6 +313,8 @@ void Prepare(WebsiteConfig* config, ConfigFaults* faults) {
   config->header_rules = CKeywordRules(ParseRules(config->sql.header_keys, separator, true));
   config->injection_exemptions = CUrlExemptions(config->sql.allow_urls);
   config->prepared_lists = PrepareLists(config->lists, config->sys_trust_ip);
+  PrepareWords(config->request, &config->words);
+  PrepareScript(config->base, &config->script);
   std::vector<MalformedItems> malformed;
   config->access = PrepareAccess(*config, &malformed);
   for (const MalformedItems& list : malformed) faults->items.push_back(MalformedFault(list));

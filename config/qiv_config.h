@@ -92,6 +92,8 @@ class CQivConfig {
 
   /// The rules for attacks by families. Never null.
   std::shared_ptr<const CAttackRules> Attacks() const { return badcode_.Current(); }
+  /// Those for responses. Never null.
+  std::shared_ptr<const CAttackRules> Leaks() const { return badcode_.Leaks(); }
 
   /// What the site exempts. Never null.
   std::shared_ptr<const CExemptions> Exemptions() const { return exemptions_.Load(); }

@@ -42,14 +42,12 @@ Reload CWebshellLibrary::ReloadChanged(const WebsiteConfig& site) {
   const Reload file = ReloadFile(&file_, &states_,
                                  [this](const std::string* content) QIV_REQUIRES(lock_) { return TakeFile(content); });
   try {
-    const bool same_site =
-        language_ == site.language && user_rules_ == site.trojan_usertrojan && free_code_ == site.trojan_freecode;
+    const bool same_site = user_rules_ == site.trojan_usertrojan && free_code_ == site.trojan_freecode;
     if (!stale_ && same_site) return file;
     stale_ = true;  // until all is done, should memory run out
     user_rules_ = site.trojan_usertrojan;
     free_code_ = site.trojan_freecode;
-    language_ = site.language;
-    library_.Store(std::make_shared<CQivLibs>(language_, text_, user_rules_, free_code_));
+    library_.Store(std::make_shared<CQivLibs>(text_, user_rules_, free_code_));
     stale_ = false;
     return file == Reload::kAgain ? Reload::kAgain : Reload::kReplaced;
   } catch (const std::bad_alloc&) {

@@ -5,7 +5,6 @@
 #include <memory>
 #include <string>
 
-#include "common/language.h"
 #include "common/published.h"
 #include "common/state_recorder.h"
 #include "config/watched_file.h"
@@ -26,7 +25,7 @@ class CWebshellLibrary {
   /// `states` must outlive this object.
   CWebshellLibrary(std::string path, CStateRecorder* states);
 
-  /// Builds the library anew when the file's modification time, the language, or the site's own rules and exempt code
+  /// Builds the library anew when the file's modification time, or the site's own rules and exempt code
   /// differ from what is in force. A file that holds none of the library's lists, is cut off, or is too large, counts
   /// as unchanged; one that is gone, as empty.
   Reload ReloadChanged(const WebsiteConfig& site);
@@ -45,7 +44,6 @@ class CWebshellLibrary {
   CWatchedFile file_ QIV_GUARDED_BY(lock_);
   std::string text_ QIV_GUARDED_BY(lock_);   ///< of the last good file, deciphered
   bool stale_ QIV_GUARDED_BY(lock_) = true;  ///< `text_` is newer than `library_`
-  Language language_ QIV_GUARDED_BY(lock_) = Language::kEnglish;
   std::string user_rules_ QIV_GUARDED_BY(lock_);
   std::string free_code_ QIV_GUARDED_BY(lock_);
 };

@@ -10,6 +10,8 @@
 #include "config/access_settings.h"
 #include "config/extended_functions.h"
 #include "config/list_settings.h"
+#include "config/script_settings.h"
+#include "config/sensitive_words.h"
 #include "config/url_exemptions.h"
 #include "engines/injection/injection_settings.h"
 #include "engines/injection/keyword_rules.h"
@@ -142,6 +144,8 @@ struct WebsiteConfig {
   CUrlExemptions injection_exemptions;  ///< sql.allow_urls
   PreparedLists prepared_lists;
   PreparedAccess access;
+  PreparedWords words;
+  PreparedScript script;
 };
 
 }  // namespace qiv

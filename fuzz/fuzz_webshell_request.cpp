@@ -36,15 +36,15 @@ std::shared_ptr<const qiv::WebsiteConfig> Config() {
 
 void JudgeText(std::string_view text) {
   qiv::WebshellResult result;
-  const bool found = qiv::AnalyseFragment(text, qiv::Language::kEnglish, &result) != qiv::FragmentStrength::kNone;
-  Require(found != result.name.empty() && (!found || qiv::CodeHints(text) != 0));
+  const bool found = qiv::AnalyseFragment(text, &result) != qiv::FragmentStrength::kNone;
+  Require(found == result.finding.has_value() && (!found || qiv::CodeHints(text) != 0));
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static const std::shared_ptr<const qiv::WebsiteConfig> config = Config();
-  static const auto libs = std::make_shared<const qiv::CQivLibs>(qiv::Language::kEnglish);
+  static const auto libs = std::make_shared<const qiv::CQivLibs>();
   const std::string_view text(reinterpret_cast<const char*>(data), size);
   const std::string_view type = text.substr(0, text.find('\n'));
   const std::string_view rest = text.substr(type.size());

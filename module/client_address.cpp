@@ -1,7 +1,9 @@
 #include "module/client_address.h"
 
+#include <algorithm>
 #include <array>
 #include <cstring>
+#include <iterator>
 
 #include "common/text.h"
 #include "iis/httpserv.h"
@@ -40,14 +42,37 @@ CIpAddress NamedIpv6Client(iis::IHttpContext& context) {
   return CIpAddress::FromIpv6(loopback);
 }
 
+CIpAddress Ipv4Of(const iis::SOCKADDR_IN& in) {
+  return CIpAddress::FromIpv4(std::uint32_t{in.sin_addr[0]} << 24 | std::uint32_t{in.sin_addr[1]} << 16 |
+                              std::uint32_t{in.sin_addr[2]} << 8 | in.sin_addr[3]);
+}
+
+void CollectLocal(iis::IHttpRequest& request, RequestFacts& facts) {
+  const iis::SOCKADDR* socket = request.GetLocalAddress();
+  if (!socket) return;
+  iis::SOCKADDR_IN in;
+  std::memcpy(&in, socket, sizeof(in));
+  if (in.sin_family == iis::kFamilyIpv4) {
+    facts.local_address = Ipv4Of(in);
+  } else if (in.sin_family == iis::kFamilyIpv6) {
+    iis::SOCKADDR_IN6 in6;
+    std::memcpy(&in6, socket, sizeof(in6));
+    std::array<std::uint8_t, 16> bytes{};
+    std::copy(std::begin(in6.sin6_addr), std::end(in6.sin6_addr), bytes.begin());
+    facts.local_address = CIpAddress::FromIpv6(bytes);
+  } else {
+    return;
+  }
+  facts.local_port = static_cast<std::uint16_t>(in.sin_port[0] << 8 | in.sin_port[1]);
+}
+
 std::optional<CIpAddress> SocketClient(iis::IHttpContext& context, iis::IHttpRequest& request) {
   const iis::SOCKADDR* socket = request.GetRemoteAddress();
   if (!socket) return std::nullopt;
   if (socket->sa_family == iis::kFamilyIpv4) {
     iis::SOCKADDR_IN in;
     std::memcpy(&in, socket, sizeof(in));
-    return CIpAddress::FromIpv4(std::uint32_t{in.sin_addr[0]} << 24 | std::uint32_t{in.sin_addr[1]} << 16 |
-                                std::uint32_t{in.sin_addr[2]} << 8 | in.sin_addr[3]);
+    return Ipv4Of(in);
   }
   if (socket->sa_family == iis::kFamilyIpv6) return NamedIpv6Client(context);
   return std::nullopt;
@@ -77,6 +102,7 @@ std::optional<CIpAddress> ForwardedAddress(std::string_view cleaned) {
 
 bool CollectAddresses(iis::IHttpContext& context, iis::IHttpRequest& request, bool cdn, RequestFacts& facts) {
   CollectForwarded(request, facts);
+  CollectLocal(request, facts);
   facts.proxy_seen = SeenProxy(context, facts);
 
   std::optional<CIpAddress> client;

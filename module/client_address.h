@@ -22,8 +22,8 @@ std::string CleanForwardedFor(std::string_view text);
 /// while all before it is whatever the client chose to send. A port after the address is dropped.
 std::optional<CIpAddress> ForwardedAddress(std::string_view cleaned);
 
-/// Fills the forwarded, client and proxy fields. With `cdn` the forwarded address is the client's. False when the
-/// socket's address is neither IPv4 nor IPv6.
+/// Fills the forwarded, client, local and proxy fields. With `cdn` the forwarded address is the client's. False when
+/// the socket's address is neither IPv4 nor IPv6.
 bool CollectAddresses(iis::IHttpContext& context, iis::IHttpRequest& request, bool cdn, RequestFacts& facts);
 
 }  // namespace qiv

@@ -100,6 +100,7 @@ std::shared_ptr<const CExemptedCheck::ShortLists> CExemptedCheck::Without(const 
       std::make_shared<InjectionLibrary>(RulesWithout(record.library->Rules(), rules), record.library->Keys(),
                                          RulesWithout(record.library->Events(), rules));
   lists->attacks = std::make_shared<CAttackRules>(record.attacks->Without(rules));
+  lists->leaks = std::make_shared<CAttackRules>(record.leaks->Without(rules));
   const CAutoLock hold(lock_);
   // Those of a configuration that is gone go first.
   std::erase_if(kept_, [&record](const auto& kept) { return !kept->IsOf(record); });
@@ -123,8 +124,9 @@ bool CExemptedCheck::IsExempt(const CheckRow& row, const RequestRecord& record, 
                               context.state,
                               nobody,
                               context.phase,
-                              context.response_body,
-                              true};
+                              context.response,
+                              true,
+                              lists ? lists->leaks.get() : context.leaks};
     row.run(facts, silent, result);
     return result;
   };

@@ -41,6 +41,7 @@ class CExemptedCheck {
     std::shared_ptr<const WebsiteConfig> config;
     std::shared_ptr<const InjectionLibrary> library;
     std::shared_ptr<const CAttackRules> attacks;
+    std::shared_ptr<const CAttackRules> leaks;
   };
   std::shared_ptr<const ShortLists> Without(const std::set<std::string>& rules, const RequestRecord& record);
 

@@ -9,10 +9,10 @@
 #include <utility>
 
 #include "common/char_set.h"
+#include "common/inflate.h"
 #include "common/text.h"
 #include "config/path_readings.h"
 #include "config/website_config.h"
-#include "engines/webshell/decoding/inflate.h"
 #include "iis/header_names.h"
 #include "iis/httpserv.h"
 #include "module/body_reader.h"

@@ -11,6 +11,7 @@
 #include "config/website_config.h"
 #include "module/facts_collector.h"
 #include "module/page_writer.h"
+#include "module/request_editor.h"
 #include "module/response_hardening.h"
 #include "module/response_reader.h"
 #include "port/clock.h"
@@ -136,6 +137,7 @@ std::shared_ptr<RequestRecord> CPipeline::StartRecord() const {
   record->library = config_.Library();
   record->webshells = config_.Webshells();
   record->attacks = config_.Attacks();
+  record->leaks = config_.Leaks();
   record->exemptions = config_.Exemptions();
   return record;
 }
@@ -147,7 +149,10 @@ CheckContext CPipeline::ContextOf(const RequestRecord& record, Phase phase) cons
           record.attacks.get(),
           services_.state,
           services_.recorder,
-          phase};
+          phase,
+          {},
+          false,
+          record.leaks.get()};
 }
 
 bool CPipeline::IsUnprotectedIpv6(const RequestFacts& facts) const {
@@ -192,8 +197,8 @@ CheckVerdict CPipeline::RunRow(const CheckRow& row, Notification& notification, 
     row.run(notification.facts, context, *result);
   } else {
     CHeldStatistics held(recorder);
-    const CheckContext own{context.config, context.library, context.webshells,     context.attacks, context.state,
-                           held,           context.phase,   context.response_body, log_only};
+    const CheckContext own{context.config, context.library, context.webshells, context.attacks, context.state,
+                           held,           context.phase,   context.response,  log_only,        context.leaks};
     CheckResult decided = *result;
     row.run(notification.facts, own, decided);
     const bool blocks = decided.status == kBlocked && before != kBlocked;
@@ -285,6 +290,7 @@ iis::REQUEST_NOTIFICATION_STATUS CPipeline::BeginRequest(iis::IHttpContext& serv
   if (result.status != kBlocked) RunStage(Stage::kRequestAlways, notification);
   const bool blocked = result.status == kBlocked;
   if (blocked) WriteBlockPage(notification);
+  if (!blocked && result.request.edits) EditRequest(server, record->facts, *result.request.edits);
   RunAfterDecision(notification);
   if (config.log_requests) services_.recorder.RecordRequest(record->facts, notification.context, result);
   return blocked ? RQ_NOTIFICATION_FINISH_REQUEST : RQ_NOTIFICATION_CONTINUE;
@@ -292,12 +298,18 @@ iis::REQUEST_NOTIFICATION_STATUS CPipeline::BeginRequest(iis::IHttpContext& serv
 
 /// A blocked response goes out in no part: the page takes its place.
 void CPipeline::InspectResponse(Notification& notification) {
-  std::string response;
-  if (WantsResponse(notification.context.config)) response = ReadResponse(*notification.facts.context);
-  notification.context.response_body = response;
+  CResponseReader reader(*notification.facts.context);
+  const CheckResult& result = notification.result;
+  if (const std::size_t most = WantedResponseBytes(notification.context.config); most != 0) {
+    notification.context.response = reader.Read(most);
+  }
   RunStage(Stage::kResponseBody, notification);
-  notification.context.response_body = {};
-  if (notification.result.status == kBlocked) WriteBlockPage(notification, true);
+  notification.context.response = {};
+  if (result.status == kBlocked) {
+    WriteBlockPage(notification, true);
+  } else if (result.request.edits) {
+    reader.Edit(result.request.edits->response);
+  }
 }
 
 iis::REQUEST_NOTIFICATION_STATUS CPipeline::PostExecuteRequestHandler(iis::IHttpContext& server) {

@@ -19,6 +19,7 @@ struct RequestRecord {
   std::shared_ptr<const InjectionLibrary> library;
   std::shared_ptr<const CQivLibs> webshells;  ///< null while there is none
   std::shared_ptr<const CAttackRules> attacks;
+  std::shared_ptr<const CAttackRules> leaks;
   std::shared_ptr<const CExemptions> exemptions;
   RequestFacts facts;
 };

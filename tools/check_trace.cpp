@@ -63,7 +63,7 @@ std::vector<CCheckTrace::Part> LookedAt(std::uint32_t parts, const RequestFacts&
   add(kPartHeaders, "headers", [&] { return Bytes(facts.header_bytes); });
   add(kPartBody, "body", [&] { return Bytes(facts.raw_body.size()); });
   add(kPartTime, "time", [&] { return Now(context); });
-  add(kPartResponse, "response", [&] { return Bytes(context.response_body.size()); });
+  add(kPartResponse, "response", [&] { return Bytes(context.response.text.size()); });
   return texts;
 }
 

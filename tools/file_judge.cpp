@@ -40,12 +40,10 @@ class CHeldCore {
   Cores* const cores_;
 };
 
-CSignatureLibrary OwnRules(Language language, std::string_view library_text, std::string_view user_rules,
-                           std::string_view free_code) {
+CSignatureLibrary OwnRules(std::string_view library_text, std::string_view user_rules, std::string_view free_code) {
   CSignatureLibrary::Parts parts;
-  const std::string_view name = Message(language, MessageId::kUserSignature);
   for (const std::string_view list : {TaggedPart(library_text, "trojan_rules"), user_rules}) {
-    for (SignatureRule& rule : ParseSignatureRules(list, name)) parts.rules.push_back(std::move(rule));
+    for (SignatureRule& rule : ParseSignatureRules(list)) parts.rules.push_back(std::move(rule));
   }
   for (const std::string_view list : {TaggedPart(library_text, "trojan_free"), free_code}) {
     for (std::string& code : ParseSignatureTexts(list)) parts.free_code.push_back(std::move(code));
@@ -60,13 +58,15 @@ bool IsNamedAsScript(const std::string& path) {
   return ScriptLanguageOfName(std::string_view(path).substr(name + 1)) != ScriptLanguage::kNone;
 }
 
+bool IsByWordsAlone(const WebshellResult& found) {
+  return found.finding == MessageId::kRiskCharacteristics || found.finding == MessageId::kDoubtful ||
+         found.finding == MessageId::kSuspectedFiles;
+}
+
 }  // namespace
 
-CFileJudge::CFileJudge(Language language, std::string_view library_text, std::string_view user_rules,
-                       std::string_view free_code)
-    : language_(language),
-      libs_(language, library_text, user_rules, free_code),
-      own_rules_(OwnRules(language, library_text, user_rules, free_code)) {}
+CFileJudge::CFileJudge(std::string_view library_text, std::string_view user_rules, std::string_view free_code)
+    : libs_(library_text, user_rules, free_code), own_rules_(OwnRules(library_text, user_rules, free_code)) {}
 
 FileVerdict CFileJudge::Judge(const std::string& path, Cores* cores, const std::atomic<bool>& stop) const {
   FileVerdict verdict;
@@ -142,19 +142,9 @@ void CFileJudge::JudgeText(const std::string& text, bool is_named, FileVerdict* 
     const std::string copy = BlankFreeLower(CCharSet::ToLocal(text));
     if (const SignatureRule* const rule = own_rules_.Find(copy, text.size()).rule) {
       verdict->found = true;
-      verdict->finding = {};
-      verdict->finding.name = rule->name;
-      verdict->finding.detail = verdict->finding.rule = rule->terms.front();
-      verdict->finding.kind = rule->number;
-      verdict->finding.size_limit = rule->size_limit;
+      verdict->finding = WebshellResult::OfRule(*rule);
     }
   }
-}
-
-bool CFileJudge::IsByWordsAlone(const WebshellResult& finding) const {
-  constexpr MessageId kByWords[] = {MessageId::kRiskCharacteristics, MessageId::kDoubtful, MessageId::kSuspectedFiles};
-  return std::any_of(std::begin(kByWords), std::end(kByWords),
-                     [&](MessageId id) { return finding.name == Message(language_, id); });
 }
 
 bool CFileJudge::Scan(std::string_view text, bool is_named, FileVerdict* verdict) const {

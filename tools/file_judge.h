@@ -7,7 +7,6 @@
 #include <string>
 #include <string_view>
 
-#include "common/language.h"
 #include "engines/webshell/signatures/signature_library.h"
 #include "engines/webshell/webshell_scan.h"
 
@@ -15,7 +14,7 @@ namespace qiv {
 
 struct FileVerdict {
   bool found = false;
-  WebshellResult finding;   ///< texts in GBK
+  WebshellResult finding;
   std::string error;        ///< why it could not be judged, or not whole; may stand beside a finding
   bool judged = false;      ///< the detectors saw it; others cannot be scripts
   bool code_alone = false;  ///< too long for the detectors: they saw its server code only
@@ -30,7 +29,7 @@ struct FileVerdict {
 class CFileJudge {
  public:
   /// What an installation has in addition to the built-in rules, as CQivLibs takes it; each may be empty.
-  CFileJudge(Language language, std::string_view library_text, std::string_view user_rules, std::string_view free_code);
+  CFileJudge(std::string_view library_text, std::string_view user_rules, std::string_view free_code);
 
   /// Reads and judges one file. A file that is gone is judged as empty. `cores` bounds how many threads compute at the
   /// same time; none is held while reading. When `stop` turns true a long file is left unfinished.
@@ -42,10 +41,8 @@ class CFileJudge {
   void JudgeText(const std::string& text, bool is_named, FileVerdict* verdict) const;
   void JudgeLong(const std::string& path, bool is_named, std::counting_semaphore<>* cores,
                  const std::atomic<bool>& stop, FileVerdict* verdict) const;
-  bool IsByWordsAlone(const WebshellResult& finding) const;
   bool Scan(std::string_view text, bool is_named, FileVerdict* verdict) const;
 
-  const Language language_;
   CQivLibs libs_;
   CSignatureLibrary own_rules_;
 };

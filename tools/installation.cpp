@@ -159,7 +159,7 @@ int InitInstallation(const InitOptions& options) {
   int library_exit = kExitOk;
   const std::string library = PackLibrary(rules + "/library", form, &library_exit);
   exit_code = std::max(exit_code, library_exit);
-  const std::string webshells = PackWebshellFiles(rules + "/webshell", options.language, &library_exit);
+  const std::string webshells = PackWebshellFiles(rules + "/webshell", &library_exit);
   exit_code = std::max(exit_code, library_exit);
   const std::string badcode = PackBadcodeFiles(rules + "/badcode", options.language, &library_exit);
   exit_code = std::max(exit_code, library_exit);

@@ -35,7 +35,7 @@ int Pack(const LibraryOptions& options) {
   form.user_defined = options.user_defined;
   int exit_code = kExitOk;
   if (HoldsWebshellFiles(options.input)) {
-    const std::string stored = PackWebshellFiles(options.input, form.language, &exit_code);
+    const std::string stored = PackWebshellFiles(options.input, &exit_code);
     return exit_code == kExitOk ? Store(options, "_trojan.db", stored) : exit_code;
   }
   if (HoldsBadcodeFiles(options.input)) {

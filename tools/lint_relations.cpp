@@ -41,12 +41,19 @@ constexpr Need kNeeds[] = {
     {"website_base", "badcode", "badcode_get badcode_post badcode_header badcode_webout",
      "\"badcode\" is on, but none of its places is"},
     {"website_base", "js", "js_out_codes", "\"js\" is on, but \"js_out_codes\" is empty"},
+    {"website_base", "js", "js_urls", "\"js\" is on, but \"js_urls\" names no page"},
     {"website_request", "type", "types", "\"type\" is on, but \"types\" admits no method"},
     {"website_request", "xframe", "xframe_type", "\"xframe\" is on, but \"xframe_type\" is empty"},
     {"website_request", "file", "file_local file_remote", "\"file\" is on, but neither of its kinds is"},
     {"website_request", "ill_block", "ill_block_keys", "\"ill_block\" is on, but \"ill_block_keys\" is empty"},
     {"website_request", "ill_replace", "ill_replace_keys", "\"ill_replace\" is on, but \"ill_replace_keys\" is empty"},
     {"website_request", "ill_record", "ill_record_keys", "\"ill_record\" is on, but \"ill_record_keys\" is empty"},
+    {"website_request", "ill_block", "ill_block_get ill_block_post ill_block_header ill_block_webout",
+     "\"ill_block\" is on, but none of its places is"},
+    {"website_request", "ill_replace", "ill_replace_get ill_replace_post ill_replace_header ill_replace_webout",
+     "\"ill_replace\" is on, but none of its places is"},
+    {"website_request", "ill_record", "ill_record_get ill_record_post ill_record_header ill_record_webout",
+     "\"ill_record\" is on, but none of its places is"},
     {"website_protect", "static", "static_urls", "\"static\" is on, but \"static_urls\" is empty"},
     {"website_protect", "admin", "admin_urls", "\"admin\" is on, but \"admin_urls\" is empty"},
     {"website_protect", "timelimit", "timelimit_limit_urls",
@@ -153,7 +160,7 @@ void Pages(const CSettingsDocument& settings, std::vector<LintRemark>* remarks) 
   constexpr std::string_view kSection = "website_response";
   const IJsonValue* const type = settings.Find(kSection, "ret_type");
   const std::string kind(Trim(settings.TextOf(kSection, "ret_type")));
-  const std::string url = CCharSet::LowerAscii(settings.TextOf(kSection, "ret_url"));
+  const std::string url = CCharSet::LowerAscii(Trim(settings.TextOf(kSection, "ret_url")));
   if (kind == "3" && url.empty()) remarks->push_back({type, "\"ret_type\" is 3, but \"ret_url\" is empty"});
   if (kind == "4" && settings.TextOf(kSection, "ret_content").empty()) {
     remarks->push_back({type, "\"ret_type\" is 4, but \"ret_content\" is empty"});
@@ -194,7 +201,7 @@ void WhiteLists(const CSettingsDocument& settings, std::vector<LintRemark>* rema
 
 void Cookies(const CSettingsDocument& settings, std::vector<LintRemark>* remarks) {
   constexpr std::string_view kSection = "website_request";
-  const std::string same_site = CCharSet::LowerAscii(settings.TextOf(kSection, "csrf_mode"));
+  const std::string same_site = CCharSet::LowerAscii(Trim(settings.TextOf(kSection, "csrf_mode")));
   const bool states_site = !same_site.empty() && same_site != "0";
   if (!IsOn(settings, kSection, "cookie") || (!states_site && !IsOn(settings, kSection, "xss_mode"))) return;
   remarks->push_back({settings.Find(kSection, "cookie"),

@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "checks/webshell_finding.h"
 #include "common/char_set.h"
 #include "common/json.h"
 #include "config/address_libraries.h"
@@ -64,12 +65,13 @@ void SetNumber(JsonObject* line, const char* key, std::uint64_t number) {
 
 void SetSwitch(JsonObject* line, const char* key, bool on) { line->Set(key, std::make_unique<JsonBoolean>(on)); }
 
-std::string JsonLine(const FileScanResult& result) {
+std::string JsonLine(const FileScanResult& result, Language language) {
   JsonObject line;
   line.SetText("path", PrintablePath(result.path));
   const WebshellResult& finding = result.verdict.finding;
+  const WebshellWords words = WordsOf(finding, language);
   const std::pair<const char*, std::string_view> texts[] = {
-      {"finding", finding.name}, {"category", finding.category}, {"detail", finding.detail}, {"rule", finding.rule}};
+      {"finding", words.name}, {"category", words.category}, {"detail", words.detail}, {"rule", finding.rule}};
   for (const auto& [key, text] : texts) line.SetText(key, CCharSet::LocalToUtf8(text));
   SetSwitch(&line, "suspicious", finding.suspicious);
   SetSwitch(&line, "code_alone", result.verdict.code_alone);
@@ -95,12 +97,13 @@ std::string JsonSummary(const FileScanTotals& totals, double seconds) {
   return WriteJson(line) + "\n";
 }
 
-std::string ReadableLine(const FileScanResult& result) {
+std::string ReadableLine(const FileScanResult& result, Language language) {
   const WebshellResult& finding = result.verdict.finding;
+  const WebshellWords words = WordsOf(finding, language);
   std::string text = (finding.suspicious ? "suspicious  " : "WEBSHELL    ") + PrintablePath(result.path) + ": ";
-  if (!finding.category.empty()) text += Printable(finding.category) + ": ";
-  text += Printable(finding.name);
-  if (!finding.detail.empty() && finding.detail != finding.name) text += " (" + Printable(finding.detail) + ")";
+  if (!words.category.empty()) text += Printable(words.category) + ": ";
+  text += Printable(words.name);
+  if (!words.detail.empty() && words.detail != words.name) text += " (" + Printable(words.detail) + ")";
   if (result.verdict.code_alone) text += " [over 2 MiB: server code alone]";
   return text + "\n";
 }
@@ -149,7 +152,7 @@ bool LoadRules(const std::string& directory, Rules* rules, Language* language) {
   return true;
 }
 
-FileScanTotals RunScan(const ScanOptions& options, const CFileJudge& judge, std::int64_t begin) {
+FileScanTotals RunScan(const ScanOptions& options, const CFileJudge& judge, Language language, std::int64_t begin) {
   CScanProgress progress(begin);
   CFileScan scan(judge, options.jobs);
   return scan.Run(
@@ -158,7 +161,7 @@ FileScanTotals RunScan(const ScanOptions& options, const CFileJudge& judge, std:
         progress.Clear();
         if (!result.verdict.error.empty()) PrintError(result.path, result.verdict.error);
         if (!result.verdict.found || (result.verdict.finding.suspicious && options.no_suspicious)) return;
-        WriteOutput(options.json ? JsonLine(result) : ReadableLine(result));
+        WriteOutput(options.json ? JsonLine(result, language) : ReadableLine(result, language));
       },
       [&](const FileScanTotals& totals) {
         progress.Show(totals, MonotonicMicroseconds());
@@ -173,13 +176,13 @@ int Scan(const ScanOptions& given) {
   Language language = Language::kEnglish;
   if (!options.config.empty() && !LoadRules(options.config, &rules, &language)) return kExitError;
   if (options.language_given) language = options.language;
-  const CFileJudge judge(language, rules.library, rules.user_rules, rules.free_code);
+  const CFileJudge judge(rules.library, rules.user_rules, rules.free_code);
 
   interrupted = 0;
   std::signal(SIGINT, OnInterrupt);
   std::signal(SIGTERM, OnInterrupt);
   const std::int64_t begin = MonotonicMicroseconds();
-  const FileScanTotals totals = RunScan(options, judge, begin);
+  const FileScanTotals totals = RunScan(options, judge, language, begin);
   const double seconds = static_cast<double>(MonotonicMicroseconds() - begin) * 1e-6;
   WriteOutput(options.json ? JsonSummary(totals, seconds) : ReadableSummary(totals, seconds));
   if (interrupted != 0) return kExitSignal + interrupted;

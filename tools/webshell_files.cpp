@@ -27,7 +27,7 @@ std::string PathOf(const std::string& directory, std::string_view name) {
 }
 
 /// The record of a line in local code; empty, with an error, when it is none.
-std::string RuleRecord(std::string_view text, Language language, std::size_t line, CReport* report) {
+std::string RuleRecord(std::string_view text, std::size_t line, CReport* report) {
   const std::vector<std::string_view> fields = Split(text, '\t');
   if (fields.size() != 5) {
     report->Error(line,
@@ -39,14 +39,15 @@ std::string RuleRecord(std::string_view text, Language language, std::size_t lin
   if (fields[1] != kPhp && fields[1] != kAsp) report->Error(line, "the second field is php or asp");
   const std::uint32_t limit = DigitsToNumber(fields[2]);
   if (limit == 0 && fields[2] != "0") report->Error(line, "the third field is a number of bytes, 0 for no limit");
-  const std::string name = CCharSet::ToLocal(std::string(fields[language == Language::kChinese ? 4 : 3]));
-  if (name.empty()) report->Error(line, "the rule has no name");
+  const SignatureName name{CCharSet::ToLocal(std::string(fields[3])), CCharSet::ToLocal(std::string(fields[4]))};
+  if (name.english.empty() || name.chinese.empty())
+    report->Error(line, "the rule lacks a name in one of the languages");
   std::string record;
-  AddSignatureRule(&record, pattern, "++", name, {}, limit, fields[1] == kPhp ? kPhpRuleKind : kAspRuleKind);
+  AddSignatureRule(&record, pattern, "++", name.Text(), {}, limit, fields[1] == kPhp ? kPhpRuleKind : kAspRuleKind);
   return record;
 }
 
-std::string PackList(std::string_view name, std::string_view text, Language language, CReport* report) {
+std::string PackList(std::string_view name, std::string_view text, CReport* report) {
   std::string list;
   std::size_t number = 0;
   while (!text.empty()) {
@@ -61,8 +62,7 @@ std::string PackList(std::string_view name, std::string_view text, Language lang
       report->Error(number, "a library cannot hold {#}, {*} or its own tags");
       continue;
     }
-    list +=
-        name == kLists[0] ? RuleRecord(line, language, number, report) : CCharSet::ToLocal(std::string(line)) + "{#}";
+    list += name == kLists[0] ? RuleRecord(line, number, report) : CCharSet::ToLocal(std::string(line)) + "{#}";
     list += '\n';
   }
   return list;
@@ -71,10 +71,11 @@ std::string PackList(std::string_view name, std::string_view text, Language lang
 std::string UnpackRule(std::string_view record) {
   const std::vector<std::string_view> fields = Split(record, "{*}");
   const bool whole = fields.size() >= 7;
-  const std::string name(fields.size() > 2 ? fields[2] : std::string_view());
+  const SignatureName name = SignatureName::FromText(fields.size() > 2 ? fields[2] : std::string_view());
   const bool asp = whole && DigitsToNumber(fields[fields.size() - 2]) == kAspRuleKind;
   const std::string limit = std::to_string(whole ? DigitsToNumber(fields.back()) : 0);
-  return std::string(fields[0]) + "\t" + std::string(asp ? kAsp : kPhp) + "\t" + limit + "\t" + name + "\t" + name;
+  return std::string(fields[0]) + "\t" + std::string(asp ? kAsp : kPhp) + "\t" + limit + "\t" + name.english + "\t" +
+         (name.chinese.empty() ? name.english : name.chinese);
 }
 
 }  // namespace
@@ -84,7 +85,7 @@ bool HoldsWebshellFiles(const std::string& directory) {
                      [&](std::string_view name) { return IsFile(PathOf(directory, name)); });
 }
 
-std::string PackWebshellFiles(const std::string& directory, Language language, int* exit_code) {
+std::string PackWebshellFiles(const std::string& directory, int* exit_code) {
   std::string stored;
   *exit_code = kExitOk;
   for (const std::string_view name : kLists) {
@@ -93,8 +94,7 @@ std::string PackWebshellFiles(const std::string& directory, Language language, i
     CReport report(path);
     std::string text;
     ReadInput(path, &text, &report);
-    stored +=
-        "<" + std::string(name) + ">\n" + PackList(name, text, language, &report) + "</" + std::string(name) + ">\n";
+    stored += "<" + std::string(name) + ">\n" + PackList(name, text, &report) + "</" + std::string(name) + ">\n";
     *exit_code = std::max(*exit_code, report.Print());
   }
   return *exit_code == kExitOk ? encrypt_text("", CCharSet::LocalToUtf8(stored)) + "\n" : std::string();

@@ -12,8 +12,6 @@
 #include <string_view>
 #include <vector>
 
-#include "common/language.h"
-
 namespace qiv {
 
 /// Whether the folder holds one of the files.
@@ -21,14 +19,14 @@ bool HoldsWebshellFiles(const std::string& directory);
 
 /// The text of _trojan.db. Empty when something was an error; every message names its file and line, and goes to stderr
 /// at once.
-std::string PackWebshellFiles(const std::string& directory, Language language, int* exit_code);
+std::string PackWebshellFiles(const std::string& directory, int* exit_code);
 
 /// One of the files.
 struct WebshellFile {
   std::string name;  ///< without ".txt"
   std::string text;
 };
-/// The files of a stored library; both names of a rule are the stored one. Empty when the text is no such library.
+/// The files of a stored library. Empty when the text is no such library.
 std::vector<WebshellFile> UnpackWebshellFiles(std::string_view file_text);
 
 }  // namespace qiv

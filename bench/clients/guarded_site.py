@@ -117,7 +117,7 @@ class Site:
     def _start_mariadb(self, script):
         """The socket of a database server that has run the script; `root` needs no password."""
         data, address = self.folder / "data", self.folder / "mysqld.sock"
-        options = ["--no-defaults", f"--datadir={data}", f"--socket={address}"]
+        options = ["--no-defaults", f"--datadir={data}", f"--socket={address}", f"--tmpdir={self.folder}"]
         # The server does not run as root; it gets a folder of its own.
         if os.geteuid() == 0:
             shutil.chown(self.folder, "mysql")

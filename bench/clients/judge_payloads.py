@@ -8,7 +8,7 @@ Minutes instead of the day that try_sqlmap.py takes; that one remains the proof.
 Exit code 0: nothing is open; 1: something is; 2: proves nothing."""
 import argparse
 import http.server
-import importlib.util
+import importlib
 import json
 import pathlib
 import re
@@ -77,10 +77,7 @@ def tamper_function(names):
     """The scripts one after another, as sqlmap runs them."""
     functions = []
     for name in filter(None, names.split(",")):
-        spec = importlib.util.spec_from_file_location(name, SQLMAP / f"tamper/{name}.py")
-        module = importlib.util.module_from_spec(spec)
-        spec.loader.exec_module(module)
-        functions.append(module.tamper)
+        functions.append(importlib.import_module(f"tamper.{name}").tamper)
 
     def tampered(payload):
         for function in functions:

@@ -30,21 +30,27 @@ def visit_all(profile, names, limit):
         visits = Visits(browser, site, PAUSE[profile])
         files = sample_files.make(site.folder / "files", texts)
         for name in names:
-            VISITS[name](visits, texts, files)
+            with visits.action("the visit to its end"):
+                VISITS[name](visits, texts, files)
+            tell([action for action in visits.actions if action[0] == visits.application])
             visits.exempt_attacks()
     return visits
+
+
+def tell(actions):
+    for application, name, events, error in actions:
+        for event in events:
+            print(f"STOPPED {application}: {name}: {event['check']} {event['rule'] or '-'} {event['method']} {event['url'][:90]}: {event['detail'][:300]!r}")
+        if error and not events:
+            print(f"FAILED  {application}: {name}: {error}", flush=True)
 
 
 def report(profile, visits):
     """Whether only attacks were stopped, and their exemptions let them pass."""
     counts = collections.defaultdict(lambda: [0, 0, 0, 0, 0])
-    for application, name, events, error in visits.actions:
+    for application, _, events, error in visits.actions:
         for column, true in enumerate((True, events, error and not events)):
             counts[application][column] += bool(true)
-        for event in events:
-            print(f"STOPPED {application}: {name}: {event['check']} {event['rule'] or '-'} {event['method']} {event['url'][:90]}: {event['detail'][:300]!r}")
-        if error and not events:
-            print(f"FAILED  {application}: {name}: {error}")
     for attack in visits.attacks:
         counts[attack.application][3] += bool(attack.first)
         counts[attack.application][4] += not attack.passes

@@ -89,8 +89,8 @@ class Visits:
                               capture_output=True, text=True, check=False).stdout
         proposed = [line.strip() for line in said.splitlines() if line.strip().startswith("qivctl exempt add")]
         new = [line for line in proposed if line.split(" --remark")[0] not in exemptions]
-        if new:
-            subprocess.run([str(BIN / "qivctl"), *shlex.split(new[0])[1:]], check=True, stdout=subprocess.DEVNULL)
+        if new:  # another attack may have brought it already
+            subprocess.run([str(BIN / "qivctl"), *shlex.split(new[0])[1:]], check=False, capture_output=True)
             exemptions.append(new[0].split(" --remark")[0])
         return bool(new)
 

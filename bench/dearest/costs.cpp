@@ -86,7 +86,7 @@ host::InProcessRequest RequestOf(std::string_view kind, std::string text) {
 }  // namespace
 
 struct CCosts::Parts {
-  CQivLibs libs{Language::kEnglish};
+  CQivLibs libs;
   host::CModuleHost modules;
 };
 
@@ -132,7 +132,7 @@ Cost CCosts::Measure(const Mix& mix, std::size_t bytes, int rounds) {
       WebshellResult result;
       if (kind == "asp" || kind == "aspx") {
         CWalkBudget walks(text.size());
-        blocked = AnalysePage(parts_->libs.Library(), text, {}, Language::kEnglish, &walks, &result);
+        blocked = AnalysePage(parts_->libs.Library(), text, {}, &walks, &result);
       } else {
         blocked = parts_->libs.WebshellScan(std::string_view(text), &result);
       }

@@ -23,6 +23,7 @@
 #include <CLI/CLI.hpp>
 
 #include "bench/webshell_texts.h"
+#include "checks/webshell_finding.h"
 #include "common/text.h"
 #include "engines/webshell/script_content.h"
 #include "engines/webshell/webshell_scan.h"
@@ -134,7 +135,8 @@ std::array<Group, 3> Measure(const qiv::CQivLibs& libs, const std::vector<std::s
     file.path = paths[i];
     file.reported = libs.WebshellScan(std::string_view(text), &result);
     file.suspicious = file.reported && result.suspicious;
-    file.finding = result.category + "/" + result.name + "/" + result.detail;
+    const qiv::WebshellWords words = qiv::WordsOf(result, qiv::Language::kEnglish);
+    file.finding = words.category + "/" + words.name + "/" + words.detail;
     prints[i] = PrintOf(text);
     file.held_back = prints[i][0] % 3 == 0;
   });
@@ -247,7 +249,7 @@ int main(int argc, char** argv) {
     std::cerr << "measure_files: no folder given\n";
     return 2;
   }
-  const qiv::CQivLibs libs(qiv::Language::kEnglish);
+  const qiv::CQivLibs libs;
   if (options.cost) {
     PrintCosts(libs);
     return 0;

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
 """Compares the reader of each row of the key table with the sources: a key is marked kIdle exactly when nothing reads its
-member. What the loader alone does with a member is no reading; what it prepares from one (Prepare) is."""
+member. What the loader alone does with a member is no reading; what it prepares from one (Prepare...) is."""
 import pathlib
 import re
 import sys
@@ -15,7 +15,7 @@ TABLES = {
 IP_SETS = "config/config_keys.cpp"
 # How else a member of a section is read than as "section.member" or "section_.member".
 OTHER_READS = {"sql": (r"\bsettings(?:\.|->)", r"\bInjectionSettings::")}
-# Sources that act on values. Of the parser only Prepare.
+# Sources that act on values. Of the parser only Prepare and what is named after it.
 READING_FOLDERS = ("checks/", "module/", "engines/")
 READING_FILES = ("config/page_settings.cpp", "config/list_settings.cpp", "config/access_settings.cpp")
 PARSER = "config/config_parser.cpp"
@@ -68,8 +68,7 @@ def main():
             continue
         if str(name).startswith(READING_FOLDERS) or str(name) in READING_FILES:
             code.append(NO_READER.sub("", cpp_text.code_only((root / name).read_text(encoding="utf-8"))))
-    prepare = re.search(r"^void Prepare\(.*?^\}", (root / PARSER).read_text(encoding="utf-8"), re.M | re.S)
-    code.append(prepare.group(0))
+    code += re.findall(r"^void Prepare\w*\(.*?^\}", (root / PARSER).read_text(encoding="utf-8"), re.M | re.S)
     tables = {section: (root / path).read_text(encoding="utf-8") for section, path in TABLES.items()}
     found = faults(tables, (root / IP_SETS).read_text(encoding="utf-8"), "\n".join(code))
     return cpp_text.report("keys", found, sum(len(rows_of(*table)) for table in tables.items()))

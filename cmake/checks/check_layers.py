@@ -13,6 +13,7 @@ import cpp_text
 LAYERS = ["port", "base", "common", "engines", "config", "checks", "module"]
 ALLOWED = {folder: set(LAYERS[:i + 1]) for i, folder in enumerate(LAYERS)}
 ALLOWED["base"] = {"base"}  # beside port/
+ALLOWED["engines"] |= {"rules"}  # texts that are compiled in
 ALLOWED["module"] |= {"iis"}
 ALLOWED["iis"] = {"iis"}
 ALLOWED["host"] = {"host", "iis", "base", "port"}

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "common/char_set.h"
+#include "engines/attacks/text_shape.h"
 
 namespace qiv {
 namespace {
@@ -18,6 +19,7 @@ constexpr std::size_t kLongestFound = 200;  // of what is shown
 struct Where {
   unsigned readings = kReadPlain;
   unsigned places = 0;
+  bool outside_writing = false;
 };
 
 /// Whether what stands between a word's end and the next word's start is what the step wants there.
@@ -118,6 +120,7 @@ bool ParseWhere(std::string_view text, Where* where, std::string* fault) {
     std::string_view name;
     unsigned readings;
     unsigned places;
+    bool outside_writing = false;
   };
   static constexpr Name kNames[] = {
       {"-", 0, kEverywhere},
@@ -125,7 +128,9 @@ bool ParseWhere(std::string_view text, Where* where, std::string* fault) {
       {"shell", kReadShell, 0},
       {"values", 0, kInQuery | kInBody | kInCookie | kInPath},
       {"head", 0, kInQuery | kInCookie | kInHeader | kInAgent | kInPath},
+      {"response", 0, kInResponse},
       {"agent", 0, kInAgent},
+      {"short", 0, 0, true},
   };
   for (const std::string_view part : Split(text, ',')) {
     const auto* const name =
@@ -136,6 +141,7 @@ bool ParseWhere(std::string_view text, Where* where, std::string* fault) {
     }
     where->readings |= name->readings;
     where->places |= name->places;
+    where->outside_writing = where->outside_writing || name->outside_writing;
   }
   if (where->places == 0) where->places = kEverywhere;
   return true;
@@ -145,10 +151,12 @@ bool ParseWhere(std::string_view text, Where* where, std::string* fault) {
 
 const std::vector<AttackFamily>& AttackFamilies() {
   static const std::vector<AttackFamily> families = {
-      {"lfi", kLocalFiles}, {"rfi", kRemoteFiles}, {"rce", kBadCode},  {"php", kBadCode},
-      {"ssti", kBadCode},   {"generic", kBadCode}, {"java", kBadCode}, {"dotnet", kBadCode},
-      {"xxe", kBadCode},    {"ssrf", kBadCode},    {"crlf", kBadCode}, {"nosql", kBadCode},
-      {"ldap", kBadCode},   {"xpath", kBadCode},   {"ssi", kBadCode},  {"scanner", kBadCode},
+      {"lfi", kLocalFiles},     {"rfi", kRemoteFiles}, {"rce", kBadCode},           {"php", kBadCode},
+      {"ssti", kBadCode},       {"generic", kBadCode}, {"java", kBadCode},          {"dotnet", kBadCode},
+      {"xxe", kBadCode},        {"ssrf", kBadCode},    {"crlf", kBadCode},          {"nosql", kBadCode},
+      {"ldap", kBadCode},       {"xpath", kBadCode},   {"ssi", kBadCode},           {"scanner", kBadCode},
+      {"leak_source", kLeaks},  {"leak_page", kLeaks}, {"leak_trace", kErrorLeaks}, {"leak_database", kLeaks},
+      {"leak_listing", kLeaks},
   };
   return families;
 }
@@ -164,6 +172,7 @@ struct CAttackRules::Core {
     unsigned readings = 0;
     unsigned places = 0;
     unsigned group = 0;
+    bool outside_writing = false;
     std::uint64_t needed = 0;       // marks
     std::uint32_t first_place = 0;  // of its steps in CAttackScan::reached_
   };
@@ -202,7 +211,7 @@ bool CAttackRules::Set(std::vector<AttackRule> rules, const WordLists& lists, At
     const auto steps = static_cast<std::uint32_t>(pattern->steps.size());
     const std::uint64_t needed = MarksNeeded(*pattern);
     core->compiled.push_back({std::move(*pattern), where.readings, where.places,
-                              AttackFamilies()[rules[r].family].group, needed, core->places});
+                              AttackFamilies()[rules[r].family].group, where.outside_writing, needed, core->places});
     core->places += steps;
   }
   std::vector<std::string> words;
@@ -236,6 +245,12 @@ AttackHit CAttackScan::Find(std::string_view text, AttackPlace place, unsigned g
   return hit;
 }
 
+AttackHit CAttackScan::FindAsItStands(std::string_view lowered, AttackPlace place, unsigned groups) {
+  AttackHit hit;
+  if (lowered.size() <= std::numeric_limits<std::uint32_t>::max()) Search(lowered, kReadPlain, place, groups, &hit);
+  return hit;
+}
+
 void CAttackScan::Begin() {
   if (reached_.empty()) reached_.resize(core_->places);
   if (++search_ != 0) return;
@@ -246,6 +261,7 @@ void CAttackScan::Begin() {
 bool CAttackScan::Search(std::string_view text, unsigned reading, unsigned place, unsigned groups, AttackHit* hit) {
   const auto& core = *core_;
   const std::uint64_t marks = MarksOf(text);
+  CTextShape shape(text);
   bool begun = false;
   core.words.Find(text, [&](std::uint32_t word, std::size_t start) {
     if (!begun) Begin();
@@ -262,6 +278,7 @@ bool CAttackScan::Search(std::string_view text, unsigned reading, unsigned place
         continue;
       const TextPlace match = Advance(text, rule.pattern, use.step, found, reached_.data() + rule.first_place);
       if (match.length == 0 || (!rules_.off_.empty() && rules_.off_[use.rule])) continue;
+      if (rule.outside_writing && shape.IsWithinWriting(match.offset)) continue;
       hit->rule = &core.rules[use.rule];
       hit->found = text.substr(match.offset, std::min(match.length, kLongestFound));
       return false;
@@ -303,7 +320,8 @@ const AttackRule* FindsText(const CAttackRules& rules, std::string_view text) {
     const AttackHit hit = scan.Find(text, place, kLocalFiles | kRemoteFiles | kBadCode);
     if (hit.rule != nullptr) return hit.rule;
   }
-  return nullptr;
+  const std::string lowered = CCharSet::LowerBytes(text);
+  return scan.FindAsItStands(lowered, kInResponse, kLeaks | kErrorLeaks).rule;
 }
 
 }  // namespace qiv

@@ -21,7 +21,13 @@
 namespace qiv {
 
 /// What acts on the rules of a family. Bits.
-enum AttackGroup : std::uint8_t { kLocalFiles = 1, kRemoteFiles = 2, kBadCode = 4 };
+enum AttackGroup : std::uint8_t {
+  kLocalFiles = 1,
+  kRemoteFiles = 2,
+  kBadCode = 4,
+  kLeaks = 8,        ///< in responses
+  kErrorLeaks = 16,  ///< in responses that say themselves that something failed
+};
 
 /// Where a text stood. Bits.
 enum AttackPlace : std::uint8_t {
@@ -31,6 +37,7 @@ enum AttackPlace : std::uint8_t {
   kInHeader = 8,
   kInAgent = 16,
   kInPath = 32,
+  kInResponse = 64,
 };
 
 struct AttackFamily {
@@ -89,6 +96,8 @@ class CAttackScan {
 
   /// Judges a text that stands in `place`. The first hit of one of `groups`, or none.
   AttackHit Find(std::string_view text, AttackPlace place, unsigned groups);
+  /// The same of a text in lower case that is read as it stands, without resolving anything in it.
+  AttackHit FindAsItStands(std::string_view lowered, AttackPlace place, unsigned groups);
 
  private:
   struct Reached {

@@ -45,6 +45,14 @@ Finding AtStart(SqlValue* value) {
   return at(Before::kName);
 }
 
+/// Marks that end a literal of either kind and leave a bracket open, at the end of the value: they do nothing but make
+/// the database complain, by which tools tell that it read them. No text ends so.
+Finding Probe(std::string_view text) {
+  constexpr std::size_t kMarks = 3;
+  if (!text.ends_with("'\"(") && !text.ends_with("\"'(")) return {};
+  return SqlExpressionFinding{SqlExpressionKind::kProbe, text.size() - kMarks, text.size()};
+}
+
 }  // namespace
 
 Finding FindSqlExpression(std::string_view text) {
@@ -56,7 +64,7 @@ Finding FindSqlExpression(std::string_view text) {
   for (std::size_t i = 0; i < kQuotes.size(); ++i) next[i] = text.find(kQuotes[i]);
   for (;;) {
     auto* const first = std::min_element(next.begin(), next.end());
-    if (*first == std::string_view::npos) return {};
+    if (*first == std::string_view::npos) return Probe(text);
     const std::size_t behind = *first + 1;
     if (!CSqlExpressionReader::IsVain(&value, behind)) {
       if (Finding found = CSqlExpressionReader(&value, behind, Before::kQuote).Run()) return found;

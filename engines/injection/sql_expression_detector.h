@@ -25,6 +25,7 @@ enum class SqlExpressionKind : std::uint8_t {
   kStacked,    ///< "1; drop table ..."
   kClause,     ///< "1 order by 9-- ", "1 procedure analyse(...)", "1 into outfile '...'"
   kComment,    ///< "admin'-- "
+  kProbe = 7,  ///< "x'\"(", marks that only make a statement fail; the number before names a charset that hides
 };
 
 struct SqlExpressionFinding {

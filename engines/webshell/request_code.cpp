@@ -136,7 +136,11 @@ Call CallAt(std::string_view text, std::size_t open) {
   Call call{begin, open + 1, text.substr(begin, end - begin), WordKind::kNoWord};
   if (begin > 0) {
     const char before = text[begin - 1];
-    const bool method = before == '.' || before == '$' || (before == '>' && begin > 1 && text[begin - 2] == '-') ||
+    // Code in a page is written with references, once or twice: "-&gt;", "-&amp;gt;".
+    const bool referred =
+        before == ';' && (text.substr(0, begin).ends_with("-&gt;") || text.substr(0, begin).ends_with("-&amp;gt;"));
+    const bool method = referred || before == '.' || before == '$' ||
+                        (before == '>' && begin > 1 && text[begin - 2] == '-') ||
                         (before == ':' && begin > 1 && text[begin - 2] == ':');
     if (method) return call;
   }
@@ -330,7 +334,8 @@ bool IsBase64(char c) { return IsLetter(c) || IsDigit(c) || c == '+' || c == '/'
 std::uint32_t CodeHints(std::string_view text) {
   std::uint32_t hints = TagHints(text);
   for (std::size_t at = text.find('$'); at != kNone; at = text.find('$', at + 1)) {
-    if (at + 1 < text.size() && text[at + 1] == '_') {
+    // "$_" alone is the current item of other languages.
+    if (at + 2 < text.size() && text[at + 1] == '_' && IsLetter(text[at + 2])) {
       hints |= kHintSource;
       break;
     }
@@ -346,12 +351,12 @@ std::uint32_t CodeHints(std::string_view text) {
   return hints;
 }
 
-FragmentStrength AnalyseFragment(std::string_view text, Language language, WebshellResult* result) {
+FragmentStrength AnalyseFragment(std::string_view text, WebshellResult* result) {
   CFragment fragment(text);
   const FragmentStrength strength = fragment.Judge();
   if (strength == FragmentStrength::kNone) return strength;
   *result = {};
-  result->name = Message(language, MessageId::kCodeInRequest);
+  result->finding = MessageId::kCodeInRequest;
   result->detail = fragment.Detail();
   result->suspicious = strength == FragmentStrength::kWeak;
   return strength;

@@ -5,7 +5,6 @@
 #include <string>
 #include <string_view>
 
-#include "common/language.h"
 #include "engines/webshell/webshell_result.h"
 
 namespace qiv {
@@ -36,7 +35,7 @@ enum class FragmentStrength {
 ///  - among what clients send first: @ini_set("display_errors","0");@set_time_limit(0);
 ///  - between the marks of their answers: echo("->|"); ... echo("|<-");
 /// Method calls and comments do not count. Fills *result unless it finds nothing. Linear.
-FragmentStrength AnalyseFragment(std::string_view text, Language language, WebshellResult* result);
+FragmentStrength AnalyseFragment(std::string_view text, WebshellResult* result);
 
 /// What a text that is base64 as a whole decodes to, of at most `most` bytes of it; empty when it is not base64, or not
 /// of printable text. Of ordinary texts it looks at a few bytes.

@@ -244,7 +244,7 @@ const Patterns& SharedPatterns() {
 
 }  // namespace
 
-bool IsWebshellOutput(std::string_view text, Language language, WebshellResult* result) {
+bool IsWebshellOutput(std::string_view text, WebshellResult* result) {
   const Patterns& patterns = SharedPatterns();
   const std::string lower = CCharSet::LowerBytes(text.substr(0, kOutputBytes));
   std::array<bool, std::size(kWords)> seen{};
@@ -272,7 +272,7 @@ bool IsWebshellOutput(std::string_view text, Language language, WebshellResult* 
   const bool attacks = counts[kName] + counts[kAttack] > 0;
   if (!attacks || counts[kForm] == 0 || counts[kHandle] == 0 || groups < kFewestGroups || score < kEnough) return false;
   *result = {};
-  result->name = Message(language, MessageId::kWebshellPage);
+  result->finding = MessageId::kWebshellPage;
   result->detail = shown;
   return true;
 }

@@ -4,7 +4,6 @@
 #include <utility>
 
 #include "common/char_set.h"
-#include "common/messages.h"
 #include "common/text.h"
 #include "engines/webshell/page/analysis.h"
 #include "engines/webshell/php/analysis.h"
@@ -16,18 +15,16 @@ namespace {
 
 constexpr std::size_t kShortestScript = 10;  // bytes: a mark, and a call of something with what the request says
 
-CSignatureLibrary BuildLibrary(Language language, std::string_view text, std::string_view user_rules,
-                               std::string_view free_code) {
+CSignatureLibrary BuildLibrary(std::string_view text, std::string_view user_rules, std::string_view free_code) {
   CSignatureLibrary::Parts parts;
-  const std::string_view own_name = Message(language, MessageId::kUserSignature);
-  const std::string builtin = BuiltinSignatures(language);
-  for (const std::string_view list : {TaggedPart(text, "trojan_rules"), user_rules, std::string_view(builtin)}) {
-    for (SignatureRule& rule : ParseSignatureRules(list, own_name)) parts.rules.push_back(std::move(rule));
+  BuiltinSignatures builtin = ReadBuiltinSignatures();
+  for (const std::string_view list : {TaggedPart(text, "trojan_rules"), user_rules, std::string_view(builtin.rules)}) {
+    for (SignatureRule& rule : ParseSignatureRules(list)) parts.rules.push_back(std::move(rule));
   }
   for (const std::string_view list : {TaggedPart(text, "trojan_free"), free_code}) {
     for (std::string& code : ParseSignatureTexts(list)) parts.free_code.push_back(std::move(code));
   }
-  parts.removal = BuiltinRemoval();
+  parts.removal = std::move(builtin.removal);
   for (std::string& removed : ParseSignatureTexts(TaggedPart(text, "trojan_removal")))
     parts.removal.push_back(std::move(removed));
   parts.whole_word = Trim(TaggedPart(text, "trojan_wholeword")) == "1";
@@ -65,11 +62,10 @@ struct LocalText {
 
 }  // namespace
 
-CQivLibs::CQivLibs(Language language) : CQivLibs(language, {}, {}, {}) {}
+CQivLibs::CQivLibs() : CQivLibs({}, {}, {}) {}
 
-CQivLibs::CQivLibs(Language language, std::string_view library_text, std::string_view user_rules,
-                   std::string_view free_code)
-    : language_(language), library_(BuildLibrary(language, library_text, user_rules, free_code)) {}
+CQivLibs::CQivLibs(std::string_view library_text, std::string_view user_rules, std::string_view free_code)
+    : library_(BuildLibrary(library_text, user_rules, free_code)) {}
 
 bool CQivLibs::WebshellScan(std::string_view text, WebshellResult* result) const {
   CWalkBudget walks(0);
@@ -92,8 +88,7 @@ bool CQivLibs::WebshellScan(std::string_view text, Depth depth, CWalkBudget* wal
     return false;
   }
   if (match.rule != nullptr) {
-    const SignatureRule& rule = *match.rule;
-    *result = {rule.name, {}, rule.terms.front(), rule.terms.front(), rule.number, rule.size_limit};
+    *result = WebshellResult::OfRule(*match.rule);
     return true;
   }
   if (size < kShortestScript || depth == Depth::kSignatures) return false;
@@ -104,12 +99,12 @@ bool CQivLibs::WebshellScan(std::string_view text, Depth depth, CWalkBudget* wal
   walks->Begin(size);
   if (text.find("<?") != kNone) {
     local.reset();  // following PHP holds enough by itself
-    if (AnalysePhp(text, language_, walks, result)) return true;
+    if (AnalysePhp(text, walks, result)) return true;
   }
   if (is_page) {
     if (!local) local.emplace(text);
     if (local->view.size() != size) local->copy = {};  // a search of another size comes
-    if (AnalysePage(library_, local->view, std::move(local->copy), language_, walks, result)) return true;
+    if (AnalysePage(library_, local->view, std::move(local->copy), walks, result)) return true;
   }
   result->partial = result->partial || walks->Refused();
   return false;

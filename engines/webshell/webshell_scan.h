@@ -6,7 +6,6 @@
 #include <string>
 #include <string_view>
 
-#include "common/language.h"
 #include "engines/webshell/flow/budget.h"
 #include "engines/webshell/signatures/signature_library.h"
 #include "engines/webshell/webshell_result.h"
@@ -21,12 +20,12 @@ class CQivLibs {
   static constexpr std::size_t kLongestText = 2 * 1024 * 1024;
 
   /// The built-in rules alone.
-  explicit CQivLibs(Language language);
+  CQivLibs();
 
   /// `library_text`: the deciphered library file (tags <trojan_rules>, <trojan_free>, <trojan_removal>,
   /// <trojan_wholeword>; may be empty), whose rules come before the built-in ones. `user_rules` and `free_code` are a
   /// site's own signatures and exempt code, in the form of those lists (signature_text.h).
-  CQivLibs(Language language, std::string_view library_text, std::string_view user_rules, std::string_view free_code);
+  CQivLibs(std::string_view library_text, std::string_view user_rules, std::string_view free_code);
 
   /// Whether the content of a file or of a request is a webshell; on a hit, and only then, `*result` is filled (but for
   /// known_good and partial, which are always set). At most 2 MiB of text; a scan takes a few copies of it and, of a
@@ -48,7 +47,6 @@ class CQivLibs {
   const CSignatureLibrary& Library() const { return library_; }
 
  private:
-  Language language_;
   CSignatureLibrary library_;
 };
 

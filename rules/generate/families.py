@@ -20,7 +20,7 @@ BODY = ("post",)
 NOT_IN_BODIES = {
     "+alert(", "and 1 = 1", "+char(", "document.cookie+", "onload=\\", "document.queryselector", "&lt;img*onerror=",
     "\" onclick=", "1' or ", "select concat(", "benchmark(*char(",
-    "location.href", " alert(", ";select ", ";create table", " char(",
+    "location.href", " alert(", ";select ", ";create table", " char(", "new function(", "alert('hello",
 }
 
 KEYWORDS = []
@@ -507,7 +507,7 @@ LEADING_WORDS = {
     + [before + "(se" for before in ("=", "(", "|", "'-", " rlike ",
     " like ")]
     + [before + phrase for before in (";", "; ") for phrase in ("drop da", "waitfor d")]
-    + [";se", "' waitfor d", ") waitfor d", " waitfor d", " into o", " into d", " load data i"],
+    + ["' waitfor d", ") waitfor d", " waitfor d", " into o", " into d", " load data i"],
     "words": [
         ("lect", "select", "Union query or subquery", "联合查询或子查询注入"),
         ("tabase", "drop database", "Stacked query", "堆叠注入"),

@@ -11,14 +11,6 @@ BROWSER = shutil.which("chromium") or shutil.which("chromium-browser")
 # A window is never narrower than some 500 pixels, a frame in it is.
 FRAME = '<body style="margin:0"><iframe src="{page}" style="border:0;width:{width}px;height:{height}px"></iframe>'
 SIZES = ((1280, 800), (768, 1024), (390, 844))
-FORM = ('<form name="form1" method="post" action="/"><p align="left">------------------------------------&nbsp;</p>'
-        '<p align="left">{prompt}</p>'
-        '<p align="left"><input type="password" name="secretrkey127.0.0.1"></p>'
-        '<input type="submit" name="Submit" value="{submit}"></p>'
-        '<p align="left">------------------------------------&nbsp;</p></form>')
-
-WORDS = {"en-US": {"prompt": "Please enter the preset authorization password to unlock", "submit": "Submit"},
-         "zh-CN": {"prompt": "请输入预设的授权密码解锁", "submit": "提交"}}
 
 
 def main():
@@ -31,15 +23,14 @@ def main():
         sys.exit("no pages")
     with tempfile.TemporaryDirectory(prefix="qiv-pages-") as folder:
         for page in pages:
-            for form in ("", FORM):
-                text = page.read_text("utf-8")
-                for name, value in (("charset", "utf-8"), ("event_id", "4f1c09ab52d7e380"), ("secretrkey", form.format(**WORDS[page.stem.split(".")[1]]))):
-                    text = text.replace("{{" + name + "}}", value)
-                file = pathlib.Path(folder) / f"{page.stem}{'-form' if form else ''}.html"
-                file.write_text(text, "utf-8")
-                for width, height in ((390, 1100), (1280, 800)) if form else SIZES:
-                    for theme in ("light", "dark"):
-                        shoot(file, width, height, theme, target / f"{file.stem}-{width}-{theme}.png", folder)
+            text = page.read_text("utf-8")
+            for name, value in (("charset", "utf-8"), ("event_id", "4f1c09ab52d7e380"), ("secretrkey", "")):
+                text = text.replace("{{" + name + "}}", value)
+            file = pathlib.Path(folder) / page.name
+            file.write_text(text, "utf-8")
+            for width, height in SIZES:
+                for theme in ("light", "dark"):
+                    shoot(file, width, height, theme, target / f"{file.stem}-{width}-{theme}.png", folder)
     print(f"{len(list(target.glob('*.png')))} pictures in {target}")
 
 

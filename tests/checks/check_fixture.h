@@ -53,7 +53,9 @@ class CCheckFixture : public testing::Test, public IEventRecorder {
   void UseSite() { state_.OnConfigLoaded(*site_); }
 
   CheckContext Context() {
-    return {*site_, library_, webshells_.get(), attacks_.get(), state_, *this, phase_, response_};
+    ResponseText response;
+    response.text = response_;
+    return {*site_, library_, webshells_.get(), attacks_.get(), state_, *this, phase_, response};
   }
 
   /// The lines of _out.log in UTF-8, tabs written as "|".

@@ -166,7 +166,7 @@ class UploadCheckTest : public CCheckFixture {
     site_->request.photo = 1;
     site_->request.photo_post = true;
     site_->request.photo_get = 1;
-    static const auto libs = std::make_shared<const CQivLibs>(Language::kEnglish);
+    static const auto libs = std::make_shared<const CQivLibs>();
     webshells_ = libs;
   }
 

@@ -26,7 +26,7 @@ class WebshellCheckTest : public CCheckFixture {
     UseLibrary("", "");
   }
   void UseLibrary(std::string_view file, std::string_view free_code) {
-    webshells_ = std::make_shared<CQivLibs>(site_->language, file, "", free_code);
+    webshells_ = std::make_shared<CQivLibs>(file, "", free_code);
     UseSite();
   }
 
@@ -139,6 +139,8 @@ TEST_F(WebshellCheckTest, SparesOrdinaryTextsEvenWhenStrict) {
       "Please evaluate (carefully) the assertion (see system (3)) and execute the plan (today)",
       "The eval (JavaScript) is evil; $db->exec($_POST['sql']); Foo::assert($_GET['x']); page.eval(data)",
       "<?xml version=\"1.0\"?><a><?mso-application progid=\"x\"?>system</a>",
+      "$st-&gt;execute(&#91;'id' =&gt; $_GET&#91;'id'&#93;&#93;); $q-&amp;gt;exec($_POST['a']);",
+      "Write-Host $_.Name ; Invoke-Command -ComputerName $m -ScriptBlock { $_.Status }",
       "price < 10% and > 5% (net)",
       "-> | arrows |<- and $_ variables",
       "VGhpcyBpcyBhbiBvcmRpbmFyeSB0ZXh0IGluIGJhc2U2NCB0aGF0IHNheXMgbm90aGluZy4=",

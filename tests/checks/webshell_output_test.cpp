@@ -13,7 +13,7 @@ class WebshellOutput : public CCheckFixture {
  protected:
   WebshellOutput() {
     site_->base.trojan = site_->base.trojan_webout = 1;
-    webshells_ = std::make_shared<CQivLibs>(Language::kEnglish);
+    webshells_ = std::make_shared<CQivLibs>();
     UseSite();
   }
   std::string Run(const std::string& response) {

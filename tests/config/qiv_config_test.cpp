@@ -296,7 +296,10 @@ TEST_F(QivConfig, LibrariesFollowTheFlag) {
 
 std::string Finding(const std::shared_ptr<const CQivLibs>& library, std::string_view text) {
   WebshellResult result;
-  return library->WebshellScan(text, &result) ? result.name : result.known_good ? "known good" : "";
+  if (!library->WebshellScan(text, &result)) return result.known_good ? "known good" : "";
+  return result.finding                     ? std::string(Message(Language::kEnglish, *result.finding))
+         : result.rule_name.english.empty() ? "unnamed"
+                                            : result.rule_name.english;
 }
 
 std::string WebshellLibraryText(const std::string& word) {
@@ -308,7 +311,7 @@ std::string SiteText(const std::string& other) {
   return FileText("<sys_is_qiv>1</sys_is_qiv>" + other + SettingsText(""));
 }
 
-TEST_F(QivConfig, TheWebshellLibraryFollowsFileSiteAndLanguage) {
+TEST_F(QivConfig, TheWebshellLibraryFollowsFileAndSite) {
   constexpr std::string_view kShell = "<?php eval($_POST[1]);";
   Write("_trojan.db", WebshellLibraryText("one"));
   Tick();
@@ -348,9 +351,8 @@ TEST_F(QivConfig, TheWebshellLibraryFollowsFileSiteAndLanguage) {
                "<trojan_freecode>ours{#}</trojan_freecode></website_other>"));
   Tick();
   EXPECT_EQ(Finding(config_.Webshells(), "two"), "named two");
-  EXPECT_NE(Finding(config_.Webshells(), "mine"), "");
+  EXPECT_EQ(Finding(config_.Webshells(), "mine"), "unnamed");
   EXPECT_EQ(Finding(config_.Webshells(), "ours mine"), "known good");
-  EXPECT_NE(Finding(config_.Webshells(), kShell), "Backdoor") << "in Chinese";
   const std::shared_ptr<const CQivLibs> same = config_.Webshells();
   SetTime("_config.db", Time("_config.db") + std::chrono::seconds(1));
   Tick();
@@ -359,12 +361,12 @@ TEST_F(QivConfig, TheWebshellLibraryFollowsFileSiteAndLanguage) {
   std::filesystem::remove(std::filesystem::u8path(File("_trojan.db")));
   Tick();
   EXPECT_EQ(Finding(config_.Webshells(), "two"), "");
-  EXPECT_NE(Finding(config_.Webshells(), "mine"), "");
+  EXPECT_EQ(Finding(config_.Webshells(), "mine"), "unnamed");
 
   Write("_trojan.db", "x");
   std::filesystem::resize_file(std::filesystem::u8path(File("_trojan.db")), CWebshellLibrary::kFileMaxBytes + 1);
   Tick();
-  EXPECT_NE(Finding(config_.Webshells(), "mine"), "");
+  EXPECT_EQ(Finding(config_.Webshells(), "mine"), "unnamed");
 }
 
 TEST_F(QivConfig, TheRulesForAttacksFollowTheirFile) {

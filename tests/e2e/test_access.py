@@ -40,7 +40,7 @@ REQUESTS = [
     ("traversal", "URL", "GET", "/a/..%255c..%255cb", {}),
     ("sensitive", "URL", "GET", "/.git/config", {}),
     ("script-in-static", "Static", "GET", "/images/x.asp", {}),
-    ("script-in-static-spelt", "Static", "GET", "/a/..//IMAGES%2fx.php/y", {}),
+    ("script-in-static-spelt", "Static", "GET", "/a/..//IMAGES%2fx.php/y.jpg", {}),
     ("static", None, "GET", "/images/x.png", {}),
     ("admin", "Administration", "GET", "/MANAGE/index.html", {}),
     ("admin-absolute", "Administration", "GET", "http://localhost/manage/", {}),
@@ -219,6 +219,7 @@ class Access(unittest.TestCase):
             self.assertEqual(self.fetch(host, "POST", target, **form("open sesame", "10.0.0.9")).status, 403)
             opened = self.fetch(host, "POST", target, **form("open sesame"))
             self.assertEqual((opened.status, opened.header("Location")), (302, target))
+            self.assertEqual(self.fetch(host, "POST", "/index.html", **form("open sesame")).status, 302, "the site got it")
             cookie = opened.header("Set-Cookie").split(";")[0]
             self.assertTrue(cookie.startswith("qivrd="))
             self.assertNotEqual(self.fetch(host, "GET", target, Cookie=cookie).status, 403)
@@ -227,7 +228,7 @@ class Access(unittest.TestCase):
             for _ in range(5):
                 self.assertEqual(self.fetch(host, "POST", "/", **form("guess")).status, 403)
         lines = self.decrypted(self.installation.directory / "config" / "_out.log")
-        self.assertEqual(len([line for line in lines if line.startswith("authlist\tadd\tIIS\t127.0.0.1")]), 1, lines)
+        self.assertEqual(len([line for line in lines if line.startswith("authlist\tadd\tIIS\t127.0.0.1")]), 2, lines)
         self.assertTrue([line for line in lines if line.startswith("denylist") and "too often" in line], lines)
         text = self.installation.log.read_text("utf-8")
         self.assertNotIn("sesame", text + "\n".join(lines))

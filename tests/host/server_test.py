@@ -641,6 +641,10 @@ class Proxy(unittest.TestCase):
             self.assertEqual([host.get("/").body for _ in range(2)], [b"1 GET"] * 2)
             for _ in range(20):  # the first connection is closed by now, or just being closed
                 self.assertIn(host.get("/").body, (b"2 GET", b"3 GET"))
+            with host.connect() as client:  # what cannot be sent twice takes none that may be dead
+                before = host.upstream.connections
+                client.send("POST / HTTP/1.1\r\nHost: h\r\nContent-Length: 1\r\n\r\nx")
+                self.assertEqual(client.response().body, b"%d POST" % (before + 1))
 
     def test_an_answer_before_the_body_is_read_comes_through(self):
         def handle(client, _):

@@ -70,6 +70,8 @@ TEST(ForwardedFor, NamesNoClientByTheZeroAddress) {
   RequestFacts facts;
   ASSERT_TRUE(Collect(context, facts, true));
   EXPECT_EQ(facts.client_ip, "203.0.113.7");
+  EXPECT_EQ(facts.local_address.Text(), "203.0.113.7");
+  EXPECT_EQ(facts.local_port, 4660);
 }
 
 TEST(ClientAddress, IsTakenFromWhatTheServerHas) {

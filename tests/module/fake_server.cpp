@@ -33,6 +33,8 @@ void CFakeRequest::SetClient(const std::string& ipv4) {
   const std::uint32_t value = CIpAddress::Parse(ipv4)->Ipv4();
   iis::SOCKADDR_IN in{};
   in.sin_family = iis::kFamilyIpv4;
+  in.sin_port[0] = 0x12;
+  in.sin_port[1] = 0x34;
   for (int i = 0; i < 4; ++i) in.sin_addr[i] = static_cast<unsigned char>(value >> (24 - 8 * i));
   std::memcpy(&address_, &in, sizeof(in));
 }
@@ -111,8 +113,6 @@ iis::DWORD CFakeRequest::GetRemainingEntityBytes() {
 void CFakeResponse::Rebuild() {
   raw_.Headers.UnknownHeaderCount = static_cast<iis::USHORT>(headers_.size());
   raw_.Headers.pUnknownHeaders = headers_.empty() ? nullptr : headers_.data();
-  raw_.EntityChunkCount = static_cast<iis::USHORT>(chunks_.size());
-  raw_.pEntityChunks = chunks_.empty() ? nullptr : chunks_.data();
   // The server keeps these three as unknown headers; their known slots are there but empty.
   for (const int id : {iis::HttpHeaderServer, iis::HttpHeaderSetCookie}) raw_.Headers.KnownHeaders[id] = {0, ""};
 }
@@ -126,8 +126,18 @@ void CFakeResponse::AddChunk(const std::string& text) {
 }
 
 void CFakeResponse::AddChunk(const iis::HTTP_DATA_CHUNK& chunk) {
+  chunks_.resize(raw_.EntityChunkCount);  // the module may have taken some out
   chunks_.push_back(chunk);
-  Rebuild();
+  raw_.EntityChunkCount = static_cast<iis::USHORT>(chunks_.size());
+  raw_.pEntityChunks = chunks_.data();
+}
+
+iis::HRESULT CFakeResponse::WriteEntityChunkByReference(iis::HTTP_DATA_CHUNK* chunk, iis::LONG position) {
+  EXPECT_EQ(position, -1);
+  if (chunk_room == 0) return static_cast<iis::HRESULT>(0x8007000EU);
+  --chunk_room;
+  AddChunk(*chunk);
+  return 0;
 }
 
 void CFakeResponse::Add(const std::string& name, const std::string& value) {
@@ -210,6 +220,7 @@ iis::VOID CFakeResponse::Clear() {
   known.clear();
   body.clear();
   chunks_.clear();
+  raw_.EntityChunkCount = 0;
   status = 200;
   Rebuild();
 }

@@ -73,6 +73,7 @@ class CFakeRequest final : public stubs::UnexpectedHttpRequest {
   iis::HRESULT SetHeader(iis::HTTP_HEADER_ID id, iis::PCSTR value, iis::USHORT length, iis::BOOL replace) override;
   iis::PCSTR GetHttpMethod() const override { return method.c_str(); }
   iis::PSOCKADDR GetRemoteAddress() const override;
+  iis::PSOCKADDR GetLocalAddress() const override { return GetRemoteAddress(); }
   iis::HRESULT ReadEntityBody(iis::VOID* buffer, iis::DWORD size, iis::BOOL async, iis::DWORD* received,
                               iis::BOOL* pending) override;
   iis::HRESULT InsertEntityBody(iis::VOID* buffer, iis::DWORD size) override;
@@ -105,6 +106,7 @@ class CFakeResponse final : public stubs::UnexpectedHttpResponse {
   bool skip_custom_errors = false;
   bool cleared = false;
   iis::HRESULT status_result = 0;
+  std::size_t chunk_room = kNever;  ///< chunks that fit beside those of AddChunk
   std::string body;
   bool more_data = false;
   int header_writes = 0;
@@ -122,6 +124,7 @@ class CFakeResponse final : public stubs::UnexpectedHttpResponse {
   iis::PCSTR GetHeader(iis::PCSTR name, iis::USHORT* length) const override;
   iis::VOID DisableKernelCache(iis::ULONG why) override { kernel_cache_disabled.push_back(why); }
   iis::VOID Clear() override;
+  iis::HRESULT WriteEntityChunkByReference(iis::HTTP_DATA_CHUNK* chunk, iis::LONG position) override;
   iis::HRESULT WriteEntityChunks(iis::HTTP_DATA_CHUNK* chunks, iis::DWORD count, iis::BOOL async, iis::BOOL more,
                                  iis::DWORD* sent, iis::BOOL* pending) override;
   iis::VOID GetStatus(iis::USHORT* code, iis::USHORT*, iis::PCSTR*, iis::USHORT*, iis::HRESULT*, iis::PCWSTR*,

@@ -100,7 +100,7 @@ TEST(Lint, SaysWhatIsDoubtfulAndWhere) {
       {"'website_response': {'passwd': '01'}", "\"passwd\" is off: only \"1\" switches it on, not \"01\""},
       {"'enable_ipv6prot': true", "\"enable_ipv6prot\" is off: only \"1\" switches it on, not \"true\""},
       // Values out of range.
-      {"'language': 'de'", "\"language\" is none of zh-cn, en-us: \"de\" reads as en-us"},
+      {"'language': 'zh-cn'", "\"language\" is none of zh-CN, en-US: \"zh-cn\" reads as en-US"},
       {"'website_response': {'ret_type': 7}", "\"ret_type\" is none of 1, 2, 3, 4: \"7\" reads as 1"},
       {"'website_response': {'ret_status': '503'}", "is none of 200, 302, 403, 404, 500: \"503\" reads as 403"},
       {"'website_attack': {'cc_verify_type': 'jmp'}", "jump, click, slide, select, cookie: \"jmp\" reads as jump"},
@@ -164,7 +164,7 @@ TEST(Lint, SaysWhatIsDoubtfulAndWhere) {
 }
 
 TEST(Lint, OrdersByLineAndNamesTheFileAlone) {
-  EXPECT_EQ(Lint("{\n'website_base': {'js': 1,\n'js_out_codes': 'x',\n'upload_exe': 'on'},\n'b': 1}"),
+  EXPECT_EQ(Lint("{\n'website_base': {'js': 1, 'js_urls': '/',\n'js_out_codes': 'x',\n'upload_exe': 'on'},\n'b': 1}"),
             "qivctl: s.json: \"website_on_servers\" is missing: the module refuses the settings\n"
             "qivctl: s.json:2: \"js\" is on, but counts only while \"extend_functions\" names \"website_js\"\n"
             "qivctl: s.json:4: \"upload_exe\" is off: only \"1\" switches it on, not \"on\"\n"

@@ -250,7 +250,8 @@ TEST(Qivctl, ChecksRequestsAndWritesNothing) {
                     "    url               pass        forwarded no; URL /\n    spider            off\n"),
         std::string("\n-: blocked (403)\n  check:  injection\n  item:   SQL Injection"),
         std::string("\n    injection         blocked     path /; query 32 bytes; headers 1 bytes; body 0 bytes\n"),
-        std::string("\n    directory_listing off\n    webshell_output   not asked\n")}) {
+        std::string("\n    directory_listing off\n    badcode_output    not asked\n    webshell_output   not asked\n"
+                    "    words_output      off\n    script_insertion  off\n")}) {
     EXPECT_NE(both.output.find(piece), std::string::npos) << piece << both.output;
   }
   const Outcome json = Qivctl(check + "--json " + form);

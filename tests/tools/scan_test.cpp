@@ -6,6 +6,7 @@
 #include <fstream>
 #include <thread>
 
+#include "checks/webshell_finding.h"
 #include "port/file.h"
 #include "tests/port/temporary_directory.h"
 #include "tools/file_scan.h"
@@ -85,13 +86,13 @@ std::string Judged(const CFileJudge& judge, const std::string& path) {
   const FileVerdict verdict = judge.Judge(path, &cores, false);
   if (!verdict.error.empty()) return verdict.error;
   if (!verdict.found) return verdict.judged ? "judged" : "";
-  return (verdict.finding.suspicious ? "weak " : "") + verdict.finding.name +
+  return (verdict.finding.suspicious ? "weak " : "") + WordsOf(verdict.finding, Language::kEnglish).name +
          (verdict.code_alone ? " in its code" : "");
 }
 
 TEST(FileJudge, LooksAtContentAndName) {
   const CTemporaryDirectory directory;
-  const CFileJudge judge(Language::kEnglish, "<trojan_rules>my evil word{*}0{*}Mine{#}</trojan_rules>", "", "");
+  const CFileJudge judge("<trojan_rules>my evil word{*}0{*}Mine{#}</trojan_rules>", "", "");
   const std::string binary = "\x89PNG\r\n\x1A\n\0\x01<%\x02 <?\x03 <?xpacket begin='' id='x'?>\xFF"s;
   const std::string padding(3 << 20, '\n');
   struct Case {
@@ -136,7 +137,7 @@ TEST(FileScan, TellsEachResultOnce) {
   const std::string missing = directory.Path("none");
   expected.push_back(missing);
   std::sort(expected.begin(), expected.end());
-  const CFileJudge judge(Language::kEnglish, "", "", "");
+  const CFileJudge judge("", "", "");
   for (const unsigned jobs : {1U, 8U}) {
     std::vector<std::string> told;
     CFileScan scan(judge, jobs);
@@ -174,7 +175,7 @@ TEST(FileScan, LetsNoFileHoldBackOthers) {
   const bool is_sparse = !error && NextData(directory.Path("t/3.php"), 0).end < 1U << 20;
   if (!is_sparse) std::filesystem::remove(directory.Root() / "t" / "3.php");
   const std::size_t files = is_sparse ? 3 : 2;
-  const CFileJudge judge(Language::kEnglish, "", "", "");
+  const CFileJudge judge("", "", "");
   CFileScan scan(judge, 2);
   std::vector<std::string> told;
   const FileScanTotals totals = scan.Run(
@@ -190,7 +191,7 @@ TEST(FileScan, StopsSoon) {
   const CTemporaryDirectory directory;
   const std::string code = CodeThatTakesTime();
   for (int i = 0; i < 40; ++i) Put(directory, "t/" + std::to_string(i) + ".php", code);
-  const CFileJudge judge(Language::kEnglish, "", "", "");
+  const CFileJudge judge("", "", "");
   CFileScan scan(judge, 1);
   const FileScanTotals totals = scan.Run(
       {directory.Path("t")}, {}, [](const FileScanResult&) {}, [](const FileScanTotals&) { return false; });

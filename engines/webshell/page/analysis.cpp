@@ -81,9 +81,9 @@ bool IsVariant(const CSignatureLibrary& library, std::string_view text) {
   return false;
 }
 
-bool Fill(Language language, MessageId name, std::string_view detail, WebshellResult* result, bool suspicious = false) {
+bool Fill(MessageId finding, std::string_view detail, WebshellResult* result, bool suspicious = false) {
   *result = {};
-  result->name = Message(language, name);
+  result->finding = finding;
   result->detail = detail;
   result->kind = kAspRuleKind;
   result->suspicious = suspicious;
@@ -133,16 +133,15 @@ bool CodeSpeaksLikeShell(CPage* page, std::uint32_t reach, std::string_view* wor
 
 class CPageJudge {
  public:
-  CPageJudge(const CSignatureLibrary& library, CPage* page, Language language, CWalkBudget* walks,
-             WebshellResult* result)
-      : library_(library), page_(*page), language_(language), walks_(*walks), result_(*result) {}
+  CPageJudge(const CSignatureLibrary& library, CPage* page, CWalkBudget* walks, WebshellResult* result)
+      : library_(library), page_(*page), walks_(*walks), result_(*result) {}
 
   bool JudgeAsp();
   bool JudgeAspx();
 
  private:
-  bool Report(MessageId name, std::string_view detail, bool suspicious = false) {
-    return Fill(language_, name, detail, &result_, suspicious);
+  bool Report(MessageId finding, std::string_view detail, bool suspicious = false) {
+    return Fill(finding, detail, &result_, suspicious);
   }
   bool Meets(PageStage stage, const PageFlow& flow) {
     const PagePolicy* const row = FindPagePolicy(stage, &page_);
@@ -151,7 +150,6 @@ class CPageJudge {
 
   const CSignatureLibrary& library_;
   CPage& page_;
-  Language language_;
   CWalkBudget& walks_;
   WebshellResult& result_;
 };
@@ -199,20 +197,21 @@ const SignatureRule* RuleOf(const CSignatureLibrary& library, std::string_view p
 
 }  // namespace
 
-bool AnalysePage(const CSignatureLibrary& library, std::string_view text, std::string searched, Language language,
-                 CWalkBudget* walks, WebshellResult* result) {
+bool AnalysePage(const CSignatureLibrary& library, std::string_view text, std::string searched, CWalkBudget* walks,
+                 WebshellResult* result) {
   const std::string plain = PlainPage(text);
   if (text.size() > kPageLargestScript && Holds(plain, "standard jet db")) return false;
   if (Holds(plain, "@") && Holds(WithoutBlanks(plain), "@codepage=65000"))
-    return Fill(language, MessageId::kUtf7Script, "@codepage=65000", result);
+    return Fill(MessageId::kUtf7Script, "@codepage=65000", result);
   if (IsLargeOrdinaryPage(plain)) return false;
   const SignatureRule* const rule = RuleOf(library, plain, std::move(searched), text.size());
   if (rule != nullptr) {
-    *result = {rule->name, {}, rule->terms.front(), rule->terms.front(), kAspRuleKind, rule->size_limit};
+    *result = WebshellResult::OfRule(*rule);
+    result->kind = kAspRuleKind;
     return true;
   }
   CPage page(text, plain);
-  CPageJudge judge(library, &page, language, walks, result);
+  CPageJudge judge(library, &page, walks, result);
   // ASPX pages are judged as such alone.
   if (!page.Facts().Has(kPageIsAspx) && judge.JudgeAsp()) return true;
   if (judge.JudgeAspx()) return true;

@@ -4,7 +4,6 @@
 #include <string>
 #include <string_view>
 
-#include "common/language.h"
 #include "engines/webshell/flow/budget.h"
 #include "engines/webshell/signatures/signature_library.h"
 #include "engines/webshell/webshell_result.h"
@@ -15,7 +14,7 @@ namespace qiv {
 /// handler; fills `result` with the first finding. Where limits kept something from being followed and nothing was
 /// found, sets result->partial. `searched`: lower-case text without blanks that holds none of the library's rules, by
 /// the size of `text`; empty for none; let go of early. `walks` pays for passes. Linear.
-bool AnalysePage(const CSignatureLibrary& library, std::string_view text, std::string searched, Language language,
-                 CWalkBudget* walks, WebshellResult* result);
+bool AnalysePage(const CSignatureLibrary& library, std::string_view text, std::string searched, CWalkBudget* walks,
+                 WebshellResult* result);
 
 }  // namespace qiv

@@ -24,9 +24,8 @@ namespace {
 
 class CPhpJudge {
  public:
-  CPhpJudge(std::string_view text, Language language, CWalkBudget* walks, WebshellResult* result)
+  CPhpJudge(std::string_view text, CWalkBudget* walks, WebshellResult* result)
       : text_(text),
-        language_(language),
         walks_(*walks),
         result_(*result),
         facts_(text.size(), [this](std::uint64_t fact) { return HasPhpFact(text_, Copy(), fact); }) {}
@@ -73,19 +72,20 @@ class CPhpJudge {
   }
 
  private:
-  bool Fill(MessageId name, std::string_view detail, bool suspicious = false) {
+  bool Fill(MessageId finding, std::string_view detail, bool suspicious = false) {
     result_ = {};
-    result_.name = Message(language_, name);
+    result_.finding = finding;
     result_.detail = LocalDetail(detail);
     result_.kind = kPhpRuleKind;
     result_.suspicious = suspicious;
     return true;
   }
-  bool Fill(MessageId name, const std::optional<PhpLabels>& labels, std::string_view detail, bool suspicious = false) {
-    Fill(name, detail, suspicious);
+  bool Fill(MessageId finding, const std::optional<PhpLabels>& labels, std::string_view detail,
+            bool suspicious = false) {
+    Fill(finding, detail, suspicious);
     if (!labels) return true;
-    result_.detail = LabelledDetail(language_, labels->label, result_.detail);
-    result_.category = Message(language_, labels->category);
+    result_.label = labels->label;
+    result_.category = labels->category;
     return true;
   }
 
@@ -111,7 +111,7 @@ class CPhpJudge {
     if (policy == nullptr) return false;
     Fill(policy->name, policy->labels, finding.detail, policy->suspicious);
     if (finding.kind == PhpFindingKind::kHidden || finding.kind == PhpFindingKind::kRequestCall) {
-      ReportHiding(finding.kind, finding.way, language_, &result_);
+      ReportHiding(finding.kind, finding.way, &result_);
     }
     return true;
   }
@@ -167,7 +167,6 @@ class CPhpJudge {
   static PhpLabels Risk(MessageId label) { return {MessageId::kRiskCharacteristics, label}; }
 
   std::string_view text_;
-  Language language_;
   CWalkBudget& walks_;
   WebshellResult& result_;
   std::string copy_;
@@ -176,8 +175,8 @@ class CPhpJudge {
 
 }  // namespace
 
-bool AnalysePhp(std::string_view text, Language language, CWalkBudget* walks, WebshellResult* result) {
-  return CPhpJudge(text, language, walks, result).Run();
+bool AnalysePhp(std::string_view text, CWalkBudget* walks, WebshellResult* result) {
+  return CPhpJudge(text, walks, result).Run();
 }
 
 }  // namespace qiv

@@ -8,9 +8,9 @@
 #include <utility>
 
 #include "common/char_set.h"
+#include "common/inflate.h"
 #include "common/text.h"
 #include "engines/webshell/decoding/decoders.h"
-#include "engines/webshell/decoding/inflate.h"
 
 namespace qiv {
 namespace {

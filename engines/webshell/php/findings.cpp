@@ -2,9 +2,9 @@
 
 #include <algorithm>
 
+#include "common/inflate.h"
 #include "common/text.h"
 #include "engines/webshell/decoding/decoders.h"
-#include "engines/webshell/decoding/inflate.h"
 
 namespace qiv {
 namespace {

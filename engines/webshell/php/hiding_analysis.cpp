@@ -32,20 +32,17 @@ MessageId NameOf(HidingWay way) {
 
 }  // namespace
 
-void ReportHiding(PhpFindingKind kind, HidingWay way, Language language, WebshellResult* result) {
-  result->category = Message(language, MessageId::kHide);
+void ReportHiding(PhpFindingKind kind, HidingWay way, WebshellResult* result) {
+  result->category = MessageId::kHide;
+  result->label = std::nullopt;
   if (kind == PhpFindingKind::kRequestCall) {
-    result->name = Message(language, MessageId::kVariantBackdoor);
+    result->finding = MessageId::kVariantBackdoor;
     return;
   }
-  result->name = Message(language, NameOf(way));
-  if (way == HidingWay::kCharacterCodes) result->detail = LabelledDetail(language, MessageId::kLabelFunction, "CHR()");
-}
-
-std::string LabelledDetail(Language language, MessageId label, std::string_view detail) {
-  std::string text(Message(language, label));
-  text.append(language == Language::kChinese ? "\xA3\xBA" : ": ").append(detail);  // a full-width colon in GBK
-  return text;
+  result->finding = NameOf(way);
+  if (way != HidingWay::kCharacterCodes) return;
+  result->label = MessageId::kLabelFunction;
+  result->detail = "CHR()";
 }
 
 }  // namespace qiv

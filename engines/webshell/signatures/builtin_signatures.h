@@ -1,12 +1,10 @@
-// The built-in signatures: PHP, ASP and ASPX rules as library text.
+// The built-in signatures: rules for PHP, ASP and ASPX, and the removal list, from
+// rules/webshell/builtin_signatures.txt.
 #pragma once
 
 #include <cstdint>
 #include <string>
-#include <string_view>
 #include <vector>
-
-#include "common/language.h"
 
 namespace qiv {
 
@@ -14,11 +12,13 @@ namespace qiv {
 inline constexpr std::uint32_t kPhpRuleKind = 4;
 inline constexpr std::uint32_t kAspRuleKind = 5;
 
-/// The built-in rules in their order, PHP, ASP, ASPX, with display names in `language` (GBK). See signature_text.h for
-/// the form.
-std::string BuiltinSignatures(Language language);
+struct BuiltinSignatures {
+  /// The rules in their order, PHP, ASP, ASPX, as records of a library (signature_text.h).
+  std::string rules;
+  /// Texts that scatter a word without changing what it does: deleted before a page is judged for variants.
+  std::vector<std::string> removal;
+};
 
-/// Texts that scatter a word without changing what it does: deleted before a page is judged for variants.
-std::vector<std::string> BuiltinRemoval();
+BuiltinSignatures ReadBuiltinSignatures();
 
 }  // namespace qiv

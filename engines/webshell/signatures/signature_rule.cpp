@@ -1,5 +1,6 @@
 #include "engines/webshell/signatures/signature_rule.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "common/char_set.h"
@@ -15,6 +16,15 @@ void AddTerms(std::string_view piece, std::string_view separator, std::vector<st
 }
 
 }  // namespace
+
+std::string SignatureName::Text() const {
+  return chinese.empty() || chinese == english ? english : english + "\t" + chinese;
+}
+
+SignatureName SignatureName::FromText(std::string_view text) {
+  const std::size_t tab = std::min(text.find('\t'), text.size());
+  return {std::string(text.substr(0, tab)), std::string(text.substr(std::min(tab + 1, text.size())))};
+}
 
 std::size_t FindExclusion(std::string_view pattern, std::size_t from) {
   std::size_t found = pattern.find("--", from);

@@ -18,13 +18,25 @@ enum class PatternKind : std::uint8_t {
   kNearSequence,  ///< "a!b": in this order, each at most a few bytes behind the one before
 };
 
+/// What a rule is called, in GBK; one text may stand for both languages.
+struct SignatureName {
+  std::string english;
+  std::string chinese;
+
+  /// As a record carries it: one text, or both divided by a tab.
+  std::string Text() const;
+  static SignatureName FromText(std::string_view text);
+
+  bool operator==(const SignatureName&) const = default;
+};
+
 /// Terms are lower-cased, without blanks and tabs, like the texts they are held against. Never empty.
 struct SignatureRule {
   PatternKind kind = PatternKind::kPlain;
   std::vector<std::string> terms;     ///< required; a rule without any never hits
   std::vector<std::string> excluded;  ///< of kExcluding
   bool in_order = false;              ///< the terms count in their order: sequences, and exclusions from one
-  std::string name;                   ///< display name, GBK
+  SignatureName name;                 ///< empty when its library gives it none
   std::uint32_t number = 0;           ///< rule kind number: 4 PHP, 5 ASP and ASPX
   std::uint32_t size_limit = 0;       ///< bytes; longer texts are spared; 0: no limit
 

@@ -51,15 +51,14 @@ void AddSignatureRule(std::string* text, std::string_view pattern, std::string_v
   }
 }
 
-std::vector<SignatureRule> ParseSignatureRules(std::string_view text, std::string_view default_name) {
+std::vector<SignatureRule> ParseSignatureRules(std::string_view text) {
   std::vector<SignatureRule> rules;
   for (const std::string_view record : Records(text)) {
     const std::vector<std::string_view> fields = Split(record, "{*}");
     if (fields.empty()) continue;
     SignatureRule rule = ParseSignaturePattern(fields[0]);
     if (rule.terms.empty()) continue;
-    if (fields.size() > 2) rule.name = fields[2];
-    if (rule.name.empty()) rule.name = default_name;
+    if (fields.size() > 2) rule.name = SignatureName::FromText(fields[2]);
     rule.number = kDefaultKind;
     if (fields.size() >= kFields) {
       rule.number = DigitsToNumber(Trim(fields[fields.size() - 2]));

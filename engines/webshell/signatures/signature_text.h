@@ -23,8 +23,8 @@ void AddSignatureRule(std::string* text, std::string_view pattern, std::string_v
                       std::span<const std::string_view> extra_terms, std::uint32_t number, std::uint32_t kind);
 
 /// The rules of `text` in order. A record of fewer than 7 fields is a pattern and, as third field, a name; it has kind
-/// 4 and no limit. Records without a term are left out; those without a name get `default_name`.
-std::vector<SignatureRule> ParseSignatureRules(std::string_view text, std::string_view default_name);
+/// 4 and no limit. Records without a term are left out. A name may be in both languages (SignatureName::Text).
+std::vector<SignatureRule> ParseSignatureRules(std::string_view text);
 
 /// The first fields of the records of `text`: known-good code, the removal list. Line ends around a record are dropped.
 std::vector<std::string> ParseSignatureTexts(std::string_view text);

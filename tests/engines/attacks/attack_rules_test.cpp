@@ -68,6 +68,28 @@ TEST(AttackRules, FindWhatTheirPatternsSay) {
   }
 }
 
+TEST(AttackRules, LeaveWritingAlone) {
+  const std::string line = "we ran it\n";
+  const std::string paragraph = [] {
+    std::string words;
+    for (int i = 0; i < 60; ++i) words += "so it is, ";
+    return words;
+  }();
+  std::string chinese;
+  for (int i = 0; i < 130; ++i) chinese += "\xE4\xBB\xB7";
+  const auto finds = [](const std::string& text) { return Found("shell,short", "~C~(tool)~e", text) != "-"; };
+  for (const std::string& text :
+       std::vector<std::string>{"x; id", "x;id\n" + line + line + line, "; 'id'" + paragraph, line + line + "; id",
+                                std::string(900, 'x') + ";id " + paragraph, line + "-\n-\n-\n- ; id"}) {
+    EXPECT_TRUE(finds(text)) << text;
+  }
+  for (const std::string& text :
+       {line + line + line + ";id", line + ";id\n" + line + line, paragraph + ";id", "two words;id " + paragraph,
+        "one\n;id\n" + line + line + line, "a b; id" + chinese}) {
+    EXPECT_FALSE(finds(text)) << text;
+  }
+}
+
 TEST(AttackRules, SayWhatIsWrongWithAPattern) {
   for (const std::string_view pattern :
        {"", "a", "~[a-z]{1,3}", "a.~^", "~^~ca.", "a.~$b", "a.~x", "a.~[b", "a.~[b]{3,1}", "a.~[b]{1,999}",

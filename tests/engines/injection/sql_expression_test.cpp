@@ -55,6 +55,7 @@ constexpr Hit kHits[] = {
     {kClause, "1 into outfile '/tmp/x'"},
     {kComment, "admin'-- "},
     {kComment, "admin')#"},
+    {kProbe, "apple\xBF'\"("},
 };
 
 TEST(SqlExpression, FindsEveryForm) {
@@ -100,6 +101,7 @@ TEST(SqlExpression, LeavesProseAlone) {
            "1 ",
            "it's",
            "rock 'n' roll",
+           "print('\"(')",
            "5 or 6 people",
            "the teachers' union select board",
            "customers' order by date",

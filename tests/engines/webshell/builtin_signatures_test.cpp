@@ -1,4 +1,5 @@
 #include "engines/webshell/signatures/builtin_signatures.h"
+#include "checks/webshell_finding.h"
 
 #include <gtest/gtest.h>
 
@@ -93,9 +94,8 @@ Tables FixedRows() {
 
 TEST(BuiltinSignatures, KeepsItsTables) {
   const auto [rows, asp, aspx] = FixedRows();
-  const std::vector<SignatureRule> english = ParseSignatureRules(BuiltinSignatures(Language::kEnglish), "");
-  const std::vector<SignatureRule> chinese = ParseSignatureRules(BuiltinSignatures(Language::kChinese), "");
-  ASSERT_EQ(english.size(), chinese.size());
+  const std::string text = ReadBuiltinSignatures().rules;
+  const std::vector<SignatureRule> rules = ParseSignatureRules(text);
   const auto begins = [](const std::vector<std::string>& terms, const std::vector<std::string>& first) {
     return terms.size() >= first.size() && std::equal(first.begin(), first.end(), terms.begin());
   };
@@ -107,45 +107,44 @@ TEST(BuiltinSignatures, KeepsItsTables) {
     const std::uint32_t kind = i < asp ? kPhpRuleKind : kAspRuleKind;
     const auto fits = [&](const SignatureRule& rule) {
       return rule.number == kind && begins(rule.terms, wanted.terms) && begins(rule.excluded, wanted.excluded) &&
-             (row.english.empty() || rule.name == row.english);
+             (row.english.empty() || rule.name.english == row.english);
     };
-    while (r < english.size() && !fits(english[r])) ++r;
-    ASSERT_LT(r, english.size()) << row.pattern;
+    while (r < rules.size() && !fits(rules[r])) ++r;
+    ASSERT_LT(r, rules.size()) << row.pattern;
     if (wanted.in_order) {
-      EXPECT_EQ(english[r].kind, wanted.kind) << row.pattern;
-      EXPECT_TRUE(english[r].in_order) << row.pattern;
+      EXPECT_EQ(rules[r].kind, wanted.kind) << row.pattern;
+      EXPECT_TRUE(rules[r].in_order) << row.pattern;
     }
     if (row.limit != kOpen) {
-      EXPECT_EQ(english[r].size_limit, row.limit) << row.pattern;
+      EXPECT_EQ(rules[r].size_limit, row.limit) << row.pattern;
     }
     if (!row.chinese.empty()) {
-      EXPECT_EQ(chinese[r].name, CCharSet::Utf8ToLocal(row.chinese)) << row.pattern;
+      EXPECT_EQ(rules[r].name.chinese, CCharSet::Utf8ToLocal(row.chinese)) << row.pattern;
     }
-    if (i == aspx) aspx_records = english.size() - r;
+    if (i == aspx) aspx_records = rules.size() - r;
     ++r;
   }
-  const std::string text = BuiltinSignatures(Language::kEnglish);
   const std::vector<std::string_view> records = Split(text, "{#}");
   EXPECT_EQ(static_cast<std::size_t>(std::count_if(
                 records.begin(), records.end(),
                 [](std::string_view record) { return record.find("{*}0{*}0{*}0{*}5{*}") != std::string_view::npos; })),
             aspx_records);
 
-  for (const SignatureRule& rule : english) {  // none that cannot hit
+  for (const SignatureRule& rule : rules) {  // none that cannot hit
     for (const std::string& term : rule.terms) {
       EXPECT_EQ(term.find("!!"), std::string::npos) << term;
       for (const std::string& excluded : rule.excluded) EXPECT_EQ(term.find(excluded), std::string::npos) << term;
     }
-    EXPECT_FALSE(rule.name.empty());
+    EXPECT_FALSE(rule.name.english.empty());
   }
 }
 
 TEST(BuiltinSignatures, SparesKnownFrameworks) {
-  const CQivLibs libs(Language::kEnglish);
+  const CQivLibs libs;
   const auto finding = [&](std::string_view mark) {
     WebshellResult result;
     libs.WebshellScan("curl_exec foreach base64_decode " + std::string(mark), &result);
-    return result.name;
+    return result.rule_name.english;
   };
   constexpr std::string_view kFrameworks =
       "defined('in_phpcms')|::load_config(|defined('in_admin')|defined('in_discuz')|require(dedeinc.|"

@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 
+#include "checks/webshell_finding.h"
 #include "engines/webshell/webshell_scan.h"
 #include "tests/engines/text_generator.h"
 
@@ -12,7 +13,7 @@ namespace qiv {
 namespace {
 
 const CQivLibs& Libs() {
-  static const CQivLibs libs(Language::kEnglish);
+  static const CQivLibs libs;
   return libs;
 }
 
@@ -20,7 +21,8 @@ std::string Finding(std::string_view page) {
   WebshellResult result;
   bool found = false;
   WithExactCopy(page, [&](std::string_view copy) { found = Libs().WebshellScan(copy, &result); });
-  return found ? result.name + ": " + result.detail + (result.suspicious ? " (weak)" : "") : "none";
+  const WebshellWords words = WordsOf(result, Language::kEnglish);
+  return found ? words.name + ": " + words.detail + (result.suspicious ? " (weak)" : "") : "none";
 }
 
 std::optional<std::string> Unescape(std::string_view line) {

@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "checks/webshell_finding.h"
 #include "common/char_set.h"
 #include "common/text.h"
 #include "engines/webshell/decoding/decoders.h"
@@ -51,7 +52,7 @@ std::optional<std::string> Unescape(std::string_view line) {
 
 TEST(PhpCases, AreReportedAsTheirLinesSay) {
   std::ifstream file(QIV_TEST_DATA "/webshell/php_cases.txt", std::ios::binary);
-  const CQivLibs libs(Language::kEnglish);
+  const CQivLibs libs;
   int cases = 0;
   int number = 0;
   for (std::string line; std::getline(file, line);) {
@@ -64,7 +65,8 @@ TEST(PhpCases, AreReportedAsTheirLinesSay) {
     WithExactCopy(*script, [&](std::string_view text) {
       WebshellResult result;
       const bool found = libs.WebshellScan(text, &result);
-      EXPECT_EQ(found ? result.category + "/" + result.name + "/" + result.detail : "none", line.substr(0, tab))
+      const WebshellWords words = WordsOf(result, Language::kEnglish);
+      EXPECT_EQ(found ? words.category + "/" + words.name + "/" + words.detail : "none", line.substr(0, tab))
           << "line " << number << ": " << line.substr(tab + 1, 200);
     });
     ++cases;

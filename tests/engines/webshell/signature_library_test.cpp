@@ -113,14 +113,15 @@ TEST(SignatureLibrary, ReadsThePatternLanguage) {
 
 TEST(SignatureLibrary, ReadsRecordsOfSevenAndEightFields) {
   const std::vector<SignatureRule> rules = ParseSignatureRules(
-      "ab{*}0{*}Name{*}0{*}0{*}4{*}300{#}\r\ncd{*}0{*}{*}0{*}0{*}0{*}5{*}0{#}ef{#}{*}0{*}x{#}", "mine");
+      "ab{*}0{*}Name{*}0{*}0{*}4{*}300{#}\r\ncd{*}0{*}{*}0{*}0{*}0{*}5{*}0{#}ef{*}0{*}En\tZh{#}{*}0{*}x{#}");
   ASSERT_EQ(rules.size(), 3U);
-  EXPECT_EQ(rules[0].name, "Name");
+  EXPECT_EQ(rules[0].name, (SignatureName{"Name", ""}));
   EXPECT_EQ(rules[0].size_limit, 300U);
   EXPECT_EQ(rules[1].number, 5U);
   EXPECT_EQ(rules[1].size_limit, 0U);
-  EXPECT_EQ(rules[1].name, "mine");
+  EXPECT_EQ(rules[1].name, SignatureName());
   EXPECT_EQ(rules[2].number, 4U);
+  EXPECT_EQ(rules[2].name, (SignatureName{"En", "Zh"}));
 }
 
 TEST(SignatureLibrary, ExtraTermsAddOrSpare) {

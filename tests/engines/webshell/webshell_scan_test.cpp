@@ -1,10 +1,11 @@
 #include "engines/webshell/webshell_scan.h"
+#include "checks/webshell_finding.h"
 
 #include <gtest/gtest.h>
 
 #include "common/char_set.h"
+#include "common/inflate.h"
 #include "engines/webshell/decoding/decoders.h"
-#include "engines/webshell/decoding/inflate.h"
 #include "engines/webshell/decoding/script_encoding.h"
 #include "engines/webshell/page/flow.h"
 #include "engines/webshell/php/flow.h"
@@ -15,7 +16,7 @@ namespace qiv {
 namespace {
 
 const CQivLibs& Libs() {
-  static const CQivLibs libs(Language::kEnglish);
+  static const CQivLibs libs;
   return libs;
 }
 
@@ -23,7 +24,7 @@ std::string Finding(std::string_view text) {
   WebshellResult result;
   std::string name;
   WithExactCopy(text, [&](std::string_view copy) {
-    if (Libs().WebshellScan(copy, &result)) name = result.name;
+    if (Libs().WebshellScan(copy, &result)) name = WordsOf(result, Language::kEnglish).name;
   });
   return name;
 }
@@ -34,11 +35,10 @@ struct Case {
 };
 
 TEST(WebshellScan, GivesDetailsInTheLocalCodePage) {
-  const CQivLibs libs(Language::kChinese);
-  const auto detail = [&](std::string_view text) {
+  const auto detail = [](std::string_view text) {
     WebshellResult result;
-    EXPECT_TRUE(libs.WebshellScan(text, &result)) << text;
-    return CCharSet::LocalToUtf8(result.detail);
+    EXPECT_TRUE(Libs().WebshellScan(text, &result)) << text;
+    return CCharSet::LocalToUtf8(WordsOf(result, Language::kChinese).detail);
   };
   const std::string name = "include \"data:,后门\"; // ";
   EXPECT_EQ(detail("<?php " + name), "data:,后门");
@@ -96,8 +96,8 @@ TEST(WebshellScan, ThousandsOfNamesHideNothing) {
 }
 
 TEST(WebshellScan, KnownGoodCodeClearsTheText) {
-  const CQivLibs libs(Language::kChinese, "<trojan_rules>my!mark{*}0{*}Mine{*}0{*}0{*}4{*}0{#}</trojan_rules>",
-                      "own mark{#}", "Known  Good{#}");
+  const CQivLibs libs("<trojan_rules>my!mark{*}0{*}Mine{*}0{*}0{*}4{*}0{#}</trojan_rules>", "own mark{#}",
+                      "Known  Good{#}");
   WebshellResult result;
   std::string good = "<?php eval($_POST[1]); // known good";
   EXPECT_FALSE(libs.WebshellScan(&good, &result));
@@ -105,7 +105,15 @@ TEST(WebshellScan, KnownGoodCodeClearsTheText) {
   EXPECT_TRUE(good.empty());
   EXPECT_TRUE(libs.WebshellScan(std::string_view("OWN mark"), &result));
   EXPECT_TRUE(libs.WebshellScan(std::string_view("my.mark"), &result));
-  EXPECT_EQ(result.name, "Mine");
+  EXPECT_EQ(WordsOf(result, Language::kChinese).name, "Mine");
+  const auto name = [&libs](std::string_view text, Language language) {
+    WebshellResult found;
+    EXPECT_TRUE(libs.WebshellScan(text, &found)) << text;
+    return CCharSet::LocalToUtf8(WordsOf(found, language).name);
+  };
+  EXPECT_EQ(name("own mark", Language::kEnglish), "User-defined signature");
+  EXPECT_EQ(name("while mail( _get[", Language::kEnglish), "Batch send emails");
+  EXPECT_EQ(name("while mail( _get[", Language::kChinese), "批量发送邮件");
 }
 
 TEST(WebshellScan, NeverReadsBehindItsText) {

@@ -1,4 +1,4 @@
-#include "engines/webshell/decoding/inflate.h"
+#include "common/inflate.h"
 
 #include <algorithm>
 #include <array>

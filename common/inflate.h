@@ -1,4 +1,4 @@
-// Bounded decompression of what scripts hide behind gzinflate(), gzuncompress() and gzdecode().
+// Bounded decompression: encoded bodies of requests, and what scripts hide behind gzinflate() and its like.
 #pragma once
 
 #include <cstddef>
