@@ -7,7 +7,7 @@
 #include "checks/webshell_check.h"
 
 #include <algorithm>
-#include <initializer_list>
+#include <iterator>
 #include <string>
 #include <string_view>
 
@@ -34,8 +34,8 @@ constexpr std::size_t kBytesAnyway = 64 * 1024;
 constexpr std::size_t kMostBytes = (1 + kScanByte) * CQivLibs::kLongestText;  // for the longest text that is scanned
 
 // The detectors of files take some microseconds to begin, as long as for a hundred bytes, so there is a budget of
-// scans too. Texts behind it are held against the signatures all the same. Telling ones, in which the request and what
-// runs code are named, have a second budget of their own, so that no mass of other scripts hides one.
+// scans too. Texts behind it are held against the signatures all the same. Telling ones have a second budget of their
+// own, so that no mass of other scripts hides one.
 constexpr std::size_t kScansAnyway = 128;
 constexpr std::size_t kTellingAnyway = 256;
 constexpr std::size_t kBytesPerScan = 256;
@@ -67,14 +67,13 @@ bool HoldsEncoded(std::string_view raw) {
   return false;
 }
 
-/// Whether a script may take something from the request and run it, by its words.
+/// Whether a script holds anything without which hardly any takes what a client sent and runs it, plainly or hidden: a
+/// variable, a call, the request, code that is encoded.
 bool IsTelling(std::string_view text) {
-  const auto holds = [text](std::initializer_list<std::string_view> words) {
-    return std::any_of(words.begin(), words.end(),
-                       [text](std::string_view word) { return FindNoCase(text, word) != std::string_view::npos; });
-  };
-  return holds({"$_", "request", "php://", "getallheaders", "globals"}) &&
-         holds({"(", "`", "eval", "execute", "include", "require"});
+  constexpr std::string_view kTelling[] = {"$",       "(",       "`",       "request", "eval",
+                                           "execute", "include", "require", "#@~^",    "codepage"};
+  return std::any_of(std::begin(kTelling), std::end(kTelling),
+                     [text](std::string_view word) { return FindNoCase(text, word) != std::string_view::npos; });
 }
 
 bool BeginsEncoded(std::string_view raw) {

@@ -286,6 +286,8 @@ TEST_F(WebshellCheckTest, NoMassOfScriptsHidesOne) {
     Body("application/x-www-form-urlencoded", mass(piece, count) + real);
     EXPECT_NE(Run(), "") << piece;
   }
+  Body("application/x-www-form-urlencoded", mass("<?php $a=1;?>", 300) + "z=<?php $f='_'.'GET'; $g=$$f; $g[1]($g[2]);");
+  EXPECT_NE(Run(), "");
   EXPECT_TRUE(partial_.empty());
   Body("application/x-www-form-urlencoded", mass("<?php echo 1;?>", 20000));
   EXPECT_EQ(Run(), "");
