@@ -119,7 +119,7 @@ void ScanScript(benchmark::State& state, const WebshellText* kind) {
   CountBytes(state);
 }
 
-void RegisterAll() {
+void RegisterAll(const std::string& rules) {
   for (const DecisionCase& decision : Decisions()) {
     for (const bool with_module : {true, false}) {
       const std::string name = std::string(with_module ? "decision/" : "host_alone/") + decision.name;
@@ -147,7 +147,7 @@ void RegisterAll() {
         ->RangeMultiplier(16)
         ->Range(kSmallest, static_cast<std::int64_t>(CQivLibs::kLongestText));
   }
-  RegisterAccessBenchmarks();
+  RegisterAccessBenchmarks(rules);
   RegisterAddressBenchmarks();
   RegisterUploadBenchmarks();
   RegisterRequestWebshellBenchmarks();
@@ -162,9 +162,10 @@ int main(int argc, char** argv) {
     std::cerr << "usage: qivbench [--benchmark_filter=REGEX ...] [RULES_DIRECTORY]\n";
     return 2;
   }
-  const qiv::bench::CBenchInstallation installation(argc == 2 ? argv[1] : QIV_BENCH_RULES);
+  const std::string rules = argc == 2 ? argv[1] : QIV_BENCH_RULES;
+  const qiv::bench::CBenchInstallation installation(rules);
   if (!installation.Use()) return 2;
-  qiv::bench::RegisterAll();
+  qiv::bench::RegisterAll(rules);
   qiv::bench::CFlatnessReporter reporter;
   benchmark::RunSpecifiedBenchmarks(&reporter);
   benchmark::Shutdown();

@@ -4,7 +4,6 @@
 Layers, lowest first: port, base, common, engines, config, checks, module. A folder includes itself and what stands below it.
 iis/ stands apart: the module and the host meet in it. Of the rooms of engines/ neither knows the other, and those of
 webshell/ stand in an order of their own."""
-import pathlib
 import re
 import sys
 
