@@ -257,7 +257,7 @@ std::string_view RequestValue::Decoded(std::string* room, std::size_t most) cons
     *room = PercentDecode(*room);
   }
   if (encoding == kQuery && room->find('%') != kEnd) *room = PercentDecode(*room);
-  return *room;
+  return *room == text ? text : *room;
 }
 
 BodyForm BodyFormOf(std::string_view content_type, std::string_view body) {

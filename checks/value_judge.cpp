@@ -84,7 +84,7 @@ bool CValueJudge::JudgeByRules(const RequestValue& value, std::string_view text)
     return true;
   }
   if (switches_.sql) {
-    hit_.keyword = rules_.FindFirst(judged);
+    hit_.keyword = rules_.FindFirst(judged, &rules_room_);
     if (hit_.keyword) {
       Keep(value, text);
       return true;
@@ -97,7 +97,7 @@ bool CValueJudge::JudgeSqueezed(const RequestValue& value, std::string_view text
   if (!switches_.sql) return false;
   squeezed_.clear();
   if (!SqueezeSql(text, &squeezed_)) return false;
-  hit_.keyword = rules_.FindFirst(InForm(squeezed_));
+  hit_.keyword = rules_.FindFirst(InForm(squeezed_), &rules_room_);
   if (hit_.keyword) Keep(value, text);
   return hit_.keyword != nullptr;
 }

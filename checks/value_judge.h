@@ -76,6 +76,7 @@ class CValueJudge {
   std::string exact_;
   std::string lowered_;
   std::string squeezed_;
+  CKeywordRules::CRoom rules_room_;
 };
 
 }  // namespace qiv

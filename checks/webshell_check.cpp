@@ -6,6 +6,8 @@
 // decoded, a few KiB of it.
 #include "checks/webshell_check.h"
 
+#include <algorithm>
+#include <initializer_list>
 #include <string>
 #include <string_view>
 
@@ -23,12 +25,21 @@
 namespace qiv {
 namespace {
 
-// All texts of one request are paid from one budget: a byte that is searched for fragments costs one, a byte that the
-// detectors of files look at, which takes them twice as long, two; the shortest text takes them some microseconds,
-// which count as bytes. It lasts for the longest text that is scanned at all. What it does not reach is reported.
+// All texts of one request are paid from one budget that its bytes earn: a byte that is searched for fragments costs
+// one, a byte that the detectors of files look at, which takes them twice as long, two. Each byte may be looked at as a
+// value, with its name, and in the body as a whole. What the budget does not reach is reported.
 constexpr std::size_t kScanByte = 2;
-constexpr std::size_t kScanStartBytes = 64;
-constexpr std::size_t kBudget = (1 + kScanByte) * CQivLibs::kLongestText + kScanByte * kScanStartBytes;
+constexpr std::size_t kVisits = 3;
+constexpr std::size_t kBytesAnyway = 64 * 1024;
+constexpr std::size_t kMostBytes = (1 + kScanByte) * CQivLibs::kLongestText;  // for the longest text that is scanned
+
+// The detectors of files take some microseconds to begin, as long as for a hundred bytes, so there is a budget of
+// scans too. Texts behind it are held against the signatures all the same. Telling ones, in which the request and what
+// runs code are named, have a second budget of their own, so that no mass of other scripts hides one.
+constexpr std::size_t kScansAnyway = 128;
+constexpr std::size_t kTellingAnyway = 256;
+constexpr std::size_t kBytesPerScan = 256;
+
 constexpr std::size_t kLongestFragment = 64 * 1024;  // clients send some KiB; judged as if it stood in a page
 constexpr std::size_t kEncodedBytes = 8 * 1024;      // of a value in base64, enough for where its script begins
 constexpr std::size_t kEncodedScript = 256 * 1024;   // of one that begins like a script
@@ -56,6 +67,16 @@ bool HoldsEncoded(std::string_view raw) {
   return false;
 }
 
+/// Whether a script may take something from the request and run it, by its words.
+bool IsTelling(std::string_view text) {
+  const auto holds = [text](std::initializer_list<std::string_view> words) {
+    return std::any_of(words.begin(), words.end(),
+                       [text](std::string_view word) { return FindNoCase(text, word) != std::string_view::npos; });
+  };
+  return holds({"$_", "request", "php://", "getallheaders", "globals"}) &&
+         holds({"(", "`", "eval", "execute", "include", "require"});
+}
+
 bool BeginsEncoded(std::string_view raw) {
   for (std::size_t i = 0; i < kShortestEncoded; ++i) {
     if (i >= raw.size() || !IsEncodedByte(raw, i)) return false;
@@ -66,7 +87,12 @@ bool BeginsEncoded(std::string_view raw) {
 class CWebshellRun {
  public:
   CWebshellRun(const RequestFacts& facts, const CheckContext& context, CheckResult& result)
-      : facts_(facts), context_(context), result_(result), site_(context.config), libs_(*context.webshells) {}
+      : facts_(facts), context_(context), result_(result), site_(context.config), libs_(*context.webshells) {
+    const std::size_t bytes = facts.raw_url.size() + facts.raw_body.size() + facts.all_headers.size();
+    budget_ = std::min(kMostBytes, kBytesAnyway + kVisits * (1 + kScanByte) * bytes);
+    scans_ += bytes / kBytesPerScan;
+    telling_scans_ += bytes / kBytesPerScan;
+  }
 
   void Run() {
     Search();
@@ -163,8 +189,9 @@ class CWebshellRun {
   bool ScanText(std::string_view text, WebshellResult* found) {
     if (text.size() > CQivLibs::kLongestText) partial_ = place_;
     text = text.substr(0, CQivLibs::kLongestText);
-    if (!Spend(kScanByte * (text.size() + kScanStartBytes))) return false;
-    const bool hit = libs_.WebshellScan(text, found);
+    const bool whole = TakeScan(text) && Spend(kScanByte * text.size());
+    const bool hit =
+        libs_.WebshellScan(text, whole ? CQivLibs::Depth::kWhole : CQivLibs::Depth::kSignatures, &walks_, found);
     if (found->partial) partial_ = place_;
     return hit;
   }
@@ -183,6 +210,12 @@ class CWebshellRun {
     if (value.raw.size() > kEncodedScript) partial_ = place_;
     const bool strict = site_.base.trojan_strict_mode != 0;
     return Scan(plain, hints, &found) && (strict || !found.suspicious) && Block(value, found);
+  }
+
+  bool TakeScan(std::string_view text) {
+    std::size_t& left = scans_ == 0 && IsTelling(text) ? telling_scans_ : scans_;
+    if (left == 0) partial_ = place_;
+    return left != 0 && left-- != 0;
   }
 
   bool Spend(std::size_t work) {
@@ -213,7 +246,10 @@ class CWebshellRun {
   std::uint32_t hints_ = 0;  // of the place as a whole
   bool direct_ = true;       // nobody edits pages there
   bool scanned_ = false;     // the detectors of files have seen every value of the place as it is
-  std::size_t budget_ = kBudget;
+  std::size_t budget_ = 0;
+  std::size_t scans_ = kScansAnyway;
+  std::size_t telling_scans_ = kTellingAnyway;
+  CWalkBudget walks_{0};
   std::string_view partial_;  // the place of which not all was examined; empty: none
   std::string room_;
 };

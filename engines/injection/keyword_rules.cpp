@@ -33,7 +33,9 @@ CKeywordRules::CKeywordRules(std::vector<InjectionRule> rules) : rules_(std::mov
     const std::vector<std::string>& list = rules_[rule].words;
     if (list.empty() || std::find(list.begin(), list.end(), std::string()) != list.end()) continue;
     std::uint32_t step = 0;
+    std::size_t bytes = 0;
     for (const std::string& text : list) {
+      bytes += text.size();
       const auto [word, new_word] = numbers.try_emplace(text, static_cast<std::uint32_t>(words.size()));
       if (new_word) words.push_back(text);
       const std::uint64_t edge = std::uint64_t{step} << 32 | word->second;
@@ -44,6 +46,7 @@ CKeywordRules::CKeywordRules(std::vector<InjectionRule> rules) : rules_(std::mov
       }
       step = child->second;
     }
+    shortest_ = shortest_ == 0 ? bytes : std::min(shortest_, bytes);
     steps_[step].rule = std::min(steps_[step].rule, rule);
     steps_[0].best_below = std::min(steps_[0].best_below, rule);
   }
@@ -60,97 +63,94 @@ bool CKeywordRules::IsWholeWord(std::string_view text, std::size_t begin, std::u
   return end == text.size() || !IsWordByte(text[end - 1]) || !IsWordByte(text[end]);
 }
 
-// One search. Its memory is taken when the first word occurs, and never grows. Queues are set up when their word first
-// occurs or is first waited for, so that a short text does not pay for a long list.
+// One search. Its memory is taken when the first word occurs, unless an earlier search took it, and never grows. Queues
+// are set up when their word first occurs or is first waited for, so that a short text does not pay for a long list.
 class CKeywordRules::CSearch {
  public:
-  CSearch(const CKeywordRules& rules, std::string_view text) : rules_(rules), text_(text) {}
+  CSearch(const CKeywordRules& rules, std::string_view text, CRoom* room) : rules_(rules), text_(text), room_(*room) {}
+  ~CSearch() {
+    for (const std::uint32_t word : room_.words_set_up_) room_.set_up_[word / kSetBits] = 0;
+    room_.words_set_up_.clear();
+  }
+  CSearch(const CSearch&) = delete;
+  CSearch& operator=(const CSearch&) = delete;
 
   // False when no better rule can come.
   bool OnOccurrence(std::uint32_t word, std::size_t begin) {
-    if (queues_ == nullptr) Start();
+    if (room_.queues_ == nullptr) Start();
     Queue& queue = QueueOf(word);
-    if (queue.front == kNone || waiting_[queue.front].position > begin) return true;
+    if (queue.front == kNone || room_.waiting_[queue.front].position > begin) return true;
     const std::uint32_t taken = Take(&queue, begin);
     const std::size_t end = begin + rules_.words_.Patterns().PatternLength(word);
     if (!rules_.IsWholeWord(text_, begin, word)) {
       Put(&queue, taken, end);
       return true;
     }
-    for (std::uint32_t step = taken; step != kNone; step = waiting_[step].next) Satisfy(step, end);
+    for (std::uint32_t step = taken; step != kNone; step = room_.waiting_[step].next) Satisfy(step, end);
     return best_ != rules_.steps_[0].best_below;
   }
 
   std::uint32_t Best() const { return best_; }
 
  private:
-  // What a step keeps while it waits. A group is a chain of steps; its first step holds what belongs to the group.
-  struct Waiting {
-    std::size_t position;
-    std::uint32_t next;        // step of the same group
-    std::uint32_t last;        // last step of the group
-    std::uint32_t next_group;  // first step of the next group in the queue
-  };
-  struct Queue {
-    std::uint32_t front;
-    std::uint32_t back;
-  };
   static constexpr std::uint32_t kSetBits = 64;
 
   void Start() {
     const std::size_t words = rules_.first_step_of_word_.size();
-    set_up_ = std::make_unique<std::uint64_t[]>(words / kSetBits + 1);
-    queues_ = std::make_unique_for_overwrite<Queue[]>(words);
-    waiting_ = std::make_unique_for_overwrite<Waiting[]>(rules_.steps_.size());
+    room_.set_up_ = std::make_unique<std::uint64_t[]>(words / kSetBits + 1);
+    room_.queues_ = std::make_unique_for_overwrite<Queue[]>(words);
+    room_.waiting_ = std::make_unique_for_overwrite<Waiting[]>(rules_.steps_.size());
   }
 
   Queue& QueueOf(std::uint32_t word) {
     const std::uint64_t bit = std::uint64_t{1} << word % kSetBits;
-    if ((set_up_[word / kSetBits] & bit) == 0) {
-      set_up_[word / kSetBits] |= bit;
-      queues_[word] = {kNone, kNone};
+    if ((room_.set_up_[word / kSetBits] & bit) == 0) {
+      room_.set_up_[word / kSetBits] |= bit;
+      room_.words_set_up_.push_back(word);
+      room_.queues_[word] = {kNone, kNone};
       const std::uint32_t step = rules_.first_step_of_word_[word];
-      if (step != kNone) PutStep(&queues_[word], step, 0);
+      if (step != kNone) PutStep(&room_.queues_[word], step, 0);
     }
-    return queues_[word];
+    return room_.queues_[word];
   }
 
   // Takes the groups that wait from `begin` or before off the queue, as one chain.
   std::uint32_t Take(Queue* queue, std::size_t begin) {
     const std::uint32_t first = queue->front;
     std::uint32_t group = first;
-    while (waiting_[group].next_group != kNone && waiting_[waiting_[group].next_group].position <= begin) {
-      const std::uint32_t next = waiting_[group].next_group;
-      waiting_[waiting_[first].last].next = next;
-      waiting_[first].last = waiting_[next].last;
+    while (room_.waiting_[group].next_group != kNone &&
+           room_.waiting_[room_.waiting_[group].next_group].position <= begin) {
+      const std::uint32_t next = room_.waiting_[group].next_group;
+      room_.waiting_[room_.waiting_[first].last].next = next;
+      room_.waiting_[first].last = room_.waiting_[next].last;
       group = next;
     }
-    queue->front = waiting_[group].next_group;
+    queue->front = room_.waiting_[group].next_group;
     if (queue->front == kNone) queue->back = kNone;
     return first;
   }
 
   // Puts a chain at the end of the queue, into the last group if that waits from the same position.
   void Put(Queue* queue, std::uint32_t chain, std::size_t position) {
-    if (queue->back != kNone && waiting_[queue->back].position == position) {
-      Waiting& group = waiting_[queue->back];
-      waiting_[group.last].next = chain;
-      group.last = waiting_[chain].last;
+    if (queue->back != kNone && room_.waiting_[queue->back].position == position) {
+      Waiting& group = room_.waiting_[queue->back];
+      room_.waiting_[group.last].next = chain;
+      group.last = room_.waiting_[chain].last;
       return;
     }
-    waiting_[chain].position = position;
-    waiting_[chain].next_group = kNone;
+    room_.waiting_[chain].position = position;
+    room_.waiting_[chain].next_group = kNone;
     if (queue->back == kNone) {
       queue->front = chain;
     } else {
-      waiting_[queue->back].next_group = chain;
+      room_.waiting_[queue->back].next_group = chain;
     }
     queue->back = chain;
   }
 
   void PutStep(Queue* queue, std::uint32_t step, std::size_t position) {
-    waiting_[step].next = kNone;
-    waiting_[step].last = step;
+    room_.waiting_[step].next = kNone;
+    room_.waiting_[step].last = step;
     Put(queue, step, position);
   }
 
@@ -165,14 +165,18 @@ class CKeywordRules::CSearch {
 
   const CKeywordRules& rules_;
   std::string_view text_;
-  std::unique_ptr<std::uint64_t[]> set_up_;  // a bit per word: its queue is set up
-  std::unique_ptr<Queue[]> queues_;          // per word
-  std::unique_ptr<Waiting[]> waiting_;       // per step
+  CRoom& room_;
   std::uint32_t best_ = kNone;
 };
 
 const InjectionRule* CKeywordRules::FindFirst(const JudgedText& text) const {
-  CSearch search(*this, text.lowered);
+  CRoom room;
+  return FindFirst(text, &room);
+}
+
+const InjectionRule* CKeywordRules::FindFirst(const JudgedText& text, CRoom* room) const {
+  if (text.lowered.size() < shortest_) return nullptr;
+  CSearch search(*this, text.lowered, room);
   CWholeCharacters whole(words_, text.exact);
   words_.Patterns().Find(text.lowered, [&](std::uint32_t word, std::size_t begin) {
     return !whole.Counts(word, begin) || search.OnOccurrence(word, begin);

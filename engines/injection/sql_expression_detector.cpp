@@ -16,7 +16,8 @@ using Word = SqlWord;
 /// Attempts from the start of the value.
 Finding AtStart(SqlValue* value) {
   if (Finding found = CSqlExpressionReader(value, 0, Before::kNothing).Run()) return found;
-  CSqlTokens tokens(value->text, 0, &value->comments);
+  const std::string_view text = value->text.Text();
+  CSqlTokens tokens(&value->text, 0);
   const auto is = [&](Kind kind) { return tokens.Current().kind == kind; };
   const auto at = [&](Before before) { return CSqlExpressionReader(value, tokens.Current().begin, before).Run(); };
   // The value is appended to what stands in the statement.
@@ -31,10 +32,10 @@ Finding AtStart(SqlValue* value) {
     if (Finding found = at(Before::kName)) return found;
   }
   while (is(Kind::kOpen) || is(Kind::kClose) || is(Kind::kNot) ||
-         (is(Kind::kOperator) && value->text[tokens.Current().begin] != '*'))
+         (is(Kind::kOperator) && text[tokens.Current().begin] != '*'))
     tokens.Advance();
   const bool constant = is(Kind::kWord) && tokens.Current().word == Word::kConstant;
-  const bool variable = is(Kind::kWord) && value->text[tokens.Current().begin] == '@';
+  const bool variable = is(Kind::kWord) && text[tokens.Current().begin] == '@';
   if (is(Kind::kNumber) || is(Kind::kString) || constant || variable) {
     tokens.Advance();
     return at(Before::kNumber);
@@ -65,7 +66,9 @@ Finding FindSqlExpression(std::string_view text) {
     auto* const first = std::min_element(next.begin(), next.end());
     if (*first == std::string_view::npos) return Probe(text);
     const std::size_t behind = *first + 1;
-    if (Finding found = CSqlExpressionReader(&value, behind, Before::kQuote).Run()) return found;
+    if (!CSqlExpressionReader::IsVain(&value, behind)) {
+      if (Finding found = CSqlExpressionReader(&value, behind, Before::kQuote).Run()) return found;
+    }
     *first = text.find(kQuotes[static_cast<std::size_t>(first - next.begin())], behind);
   }
 }

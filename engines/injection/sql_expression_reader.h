@@ -23,9 +23,8 @@ enum class SqlOperand { kNone, kConstant, kName, kCall };
 
 /// What the attempts of one value share.
 struct SqlValue {
-  explicit SqlValue(std::string_view value) : text(value), comments(value) {}
-  const std::string_view text;
-  CCommentEnds comments;
+  explicit SqlValue(std::string_view value) : text(value) {}
+  CSqlText text;
   std::size_t tokens_read = 0;
 };
 
@@ -37,15 +36,21 @@ class CSqlExpressionReader {
 
   CSqlExpressionReader(SqlValue* value, std::size_t begin, Before before)
       : value_(*value),
-        text_(value->text),
+        text_(value->text.Text()),
         begin_(begin),
         before_(before),
-        tokens_(value->text, begin, &value->comments),
-        most_(value->tokens_read < kFreeTokens + value->text.size() ? kMaxTokens : kFewTokens),
+        tokens_(&value->text, begin),
+        most_(MostTokens(*value)),
         operand_(before == Before::kName ? Operand::kName : Operand::kConstant) {}
   ~CSqlExpressionReader() { value_.tokens_read += static_cast<std::size_t>(read_) + 1; }
   CSqlExpressionReader(const CSqlExpressionReader&) = delete;
   CSqlExpressionReader& operator=(const CSqlExpressionReader&) = delete;
+
+  /// Whether an attempt from `begin` on reads nothing that could lead to a finding.
+  static bool IsVain(SqlValue* value, std::size_t begin) {
+    constexpr std::size_t kMore = 4;  // read at once behind the last one that is counted
+    return value->text.IsBarren(begin, static_cast<std::size_t>(MostTokens(*value)) + kMore);
+  }
 
   Finding Run() {
     // Brackets that the statement had open.
@@ -68,6 +73,10 @@ class CSqlExpressionReader {
   static constexpr int kMaxTokens = 40;
   static constexpr int kFewTokens = 10;
   static constexpr std::size_t kFreeTokens = 4096;
+
+  static int MostTokens(const SqlValue& value) {
+    return value.tokens_read < kFreeTokens + value.text.Text().size() ? kMaxTokens : kFewTokens;
+  }
 
   bool Is(Kind kind) const { return tokens_.Current().kind == kind; }
   bool Is(Word word) const { return tokens_.Current().kind == Kind::kWord && tokens_.Current().word == word; }
@@ -188,6 +197,12 @@ class CSqlExpressionReader {
   }
 
   Finding Statement();
+
+  /// "low_priority", "ignore" and the like, between a statement's word and what it works on.
+  void SkipModifiers();
+
+  /// Behind "update".
+  Finding Updated();
 
   static bool IsSchemaWord(std::string_view word) {
     for (const std::string_view thing : {"table", "database", "view", "index", "user", "function", "procedure",

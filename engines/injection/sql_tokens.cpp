@@ -169,17 +169,28 @@ constexpr std::array<std::uint32_t, 26> kLengths = [] {
   return lengths;
 }();
 
+/// Per first letter, where its words begin; behind the last one, where they end.
+constexpr std::array<std::uint8_t, 27> kBegins = [] {
+  static_assert(std::size(kWords) < 256);
+  std::array<std::uint8_t, 27> begins{};
+  for (const WordRow& row : kWords) ++begins[static_cast<std::size_t>(row.text[0] - 'a') + 1];
+  for (std::size_t i = 1; i < begins.size(); ++i) begins[i] = static_cast<std::uint8_t>(begins[i] + begins[i - 1]);
+  return begins;
+}();
+
 /// The row of a word in any case; null for a name.
 const WordRow* FindWord(std::string_view text) {
   if (text.size() > kLongestWord || !IsLetter(text[0])) return nullptr;
-  const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; };
-  if ((kLengths[static_cast<std::size_t>(lower(text[0]) - 'a')] >> text.size() & 1U) == 0) return nullptr;
+  const auto letter = static_cast<std::size_t>(LowerByte(text[0]) - 'a');
+  if ((kLengths[letter] >> text.size() & 1U) == 0) return nullptr;
   char lowered[kLongestWord];
-  std::transform(text.begin(), text.end(), lowered, lower);
+  std::transform(text.begin(), text.end(), lowered, LowerByte);
   const std::string_view word(lowered, text.size());
-  const auto* const row = std::lower_bound(std::begin(kWords), std::end(kWords), word,
-                                           [](const WordRow& a, std::string_view b) { return a.text < b; });
-  return row != std::end(kWords) && row->text == word ? row : nullptr;
+  const WordRow* const end = kWords + kBegins[letter + 1];
+  const WordRow* const row = std::find_if(kWords + kBegins[letter], end, [word](const WordRow& known) {
+    return known.text.size() == word.size() && known.text == word;
+  });
+  return row == end ? nullptr : row;
 }
 
 /// All that no server shows as a letter, and what databases take for blanks.
@@ -187,6 +198,14 @@ constexpr bool IsBlank(char c) {
   const auto byte = static_cast<unsigned char>(c);
   return byte <= 0x20 || byte == 0x7F || byte == 0xA0;
 }
+
+/// Where a blank or a comment may begin.
+constexpr auto kMayDivide = [] {
+  std::array<bool, 256> table{};
+  for (std::size_t c = 0; c < table.size(); ++c) table[c] = IsBlank(static_cast<char>(c));
+  for (const char c : {'#', '-', '/', '*'}) table[static_cast<unsigned char>(c)] = true;
+  return table;
+}();
 
 constexpr bool IsNameByte(char c) {
   return IsWordByte(c) || c == '$' || c == '@' || (static_cast<unsigned char>(c) >= 0x80 && !IsBlank(c));
@@ -196,14 +215,44 @@ constexpr bool IsHexDigit(char c) { return IsDigit(c) || (c >= 'a' && c <= 'f') 
 
 }  // namespace
 
-std::size_t CCommentEnds::Behind(std::size_t from) {
-  if (!known_) {
-    known_ = true;
+std::size_t CSqlText::BehindComment(std::size_t from) {
+  if (!ends_known_) {
+    ends_known_ = true;
     for (std::size_t i = text_.find("*/"); i != std::string_view::npos; i = text_.find("*/", i + 2))
       ends_.push_back(i + 2);
   }
   const auto end = std::lower_bound(ends_.begin(), ends_.end(), from + 2);
   return end == ends_.end() ? std::string_view::npos : *end;
+}
+
+CSqlText::Read* CSqlText::BarrenAt(std::size_t at) {
+  Read& known = kept_[at % kKept];
+  if (known.at != at) CSqlTokens(this, at);
+  return known.at == at && known.barren != 0 ? &known : nullptr;
+}
+
+bool CSqlText::IsBarren(std::size_t from, std::size_t tokens) {
+  if (kept_.empty()) return false;
+  std::size_t count = 0;
+  std::size_t at = from;
+  while (count < tokens) {
+    const Read* const known = BarrenAt(at);
+    if (known == nullptr) return false;
+    count += known->barren;
+    at = known->resume;
+  }
+  // Whoever begins at one of these goes on behind all of them.
+  std::size_t left = count;
+  for (std::size_t place = from; place != at;) {
+    Read& known = kept_[place % kKept];
+    if (known.at != place) break;  // another one has taken its room
+    const std::size_t own = known.barren;
+    place = known.resume;
+    known.barren = static_cast<std::uint32_t>(left);
+    known.resume = static_cast<std::uint32_t>(at);
+    left -= own;
+  }
+  return true;
 }
 
 void CSqlTokens::Take(SqlTokenKind kind, std::size_t length) {
@@ -218,6 +267,7 @@ std::size_t CSqlTokens::FindNear(char c, std::size_t from) const {
 
 CSqlTokens::Blanks CSqlTokens::SkipBlanks() {
   while (at_ < text_.size() && room_ > 0) {
+    if (!kMayDivide[static_cast<unsigned char>(text_[at_])]) return Blanks::kDone;
     if (IsBlank(text_[at_])) {
       ++at_;  // costs nothing: however many there are
     } else if (text_[at_] == '#' || text_.compare(at_, 2, "--") == 0) {
@@ -228,7 +278,7 @@ CSqlTokens::Blanks CSqlTokens::SkipBlanks() {
       Take(Kind::kEnd, 3);  // its end is skipped when it comes
       for (int digits = 0; digits < 6 && IsDigit(At(at_)); ++digits) ++at_;
     } else if (text_.compare(at_, 2, "/*") == 0) {
-      const std::size_t end = comments_->Behind(at_ + 2);
+      const std::size_t end = shared_.BehindComment(at_ + 2);
       if (end == std::string_view::npos) return Blanks::kToEnd;
       at_ = end;
       room_ -= std::min<std::size_t>(room_, 4);
@@ -241,7 +291,64 @@ CSqlTokens::Blanks CSqlTokens::SkipBlanks() {
   return at_ < text_.size() ? Blanks::kTooFar : Blanks::kDone;
 }
 
+namespace {
+
+bool IsTelling(const SqlToken& token) {
+  switch (token.kind) {
+    case Kind::kEnd:
+    case Kind::kComment:
+    case Kind::kOpenString:
+    case Kind::kConnective:
+    case Kind::kSemicolon:
+    case Kind::kCut:
+      return true;
+    case Kind::kWord:
+      return token.word != Word::kName;
+    default:
+      return false;
+  }
+}
+
+}  // namespace
+
+bool CSqlTokens::Recall() {
+  const CSqlText::Read& known = shared_.kept_[at_ % CSqlText::kKept];
+  // Less of the window is left than the token took: it may be cut.
+  if (known.at != at_ || known.spent >= room_) return false;
+  current_ = {known.kind, known.word, known.begin, known.end};
+  room_ -= known.spent;
+  at_ = known.end;
+  return true;
+}
+
+void CSqlTokens::Keep(std::size_t at, std::size_t room) {
+  // The window's end decides what these are.
+  if (room_ == 0 || current_.kind == Kind::kCut || current_.kind == Kind::kComment || text_.size() >= UINT32_MAX)
+    return;
+  CSqlText::Read& read = shared_.kept_[at % CSqlText::kKept];
+  read.at = static_cast<std::uint32_t>(at);
+  read.begin = static_cast<std::uint32_t>(current_.begin);
+  read.end = read.resume = static_cast<std::uint32_t>(current_.end);
+  read.spent = static_cast<std::uint32_t>(room - room_);
+  read.kind = current_.kind;
+  read.word = current_.word;
+  read.barren = IsTelling(current_) ? 0 : 1;
+}
+
 void CSqlTokens::Advance() {
+  if (shared_.kept_.empty()) {
+    Read();
+    if (++shared_.reads_ > CSqlText::kReadsUnkept) shared_.kept_.resize(CSqlText::kKept);
+    return;
+  }
+  if (Recall()) return;
+  const std::size_t at = at_;
+  const std::size_t room = room_;
+  Read();
+  Keep(at, room);
+}
+
+void CSqlTokens::Read() {
   current_ = SqlToken{};
   const Blanks blanks = SkipBlanks();
   current_.kind = Kind::kEnd;
@@ -322,32 +429,48 @@ void CSqlTokens::ReadWord() {
   Take(row ? row->kind : Kind::kWord, end - at_);
 }
 
-void CSqlTokens::ReadSign() {
-  struct Sign {
-    std::string_view text;
-    Kind kind;
-  };
-  // Longer ones first.
-  static constexpr Sign kSigns[] = {
-      {"<=>", Kind::kCompare},   {"<>", Kind::kCompare},    {"!=", Kind::kCompare},  {"<=", Kind::kCompare},
-      {">=", Kind::kCompare},    {"==", Kind::kCompare},    {"!<", Kind::kCompare},  {"!>", Kind::kCompare},
-      {"^=", Kind::kCompare},    {":=", Kind::kCompare},    {"<<", Kind::kOperator}, {">>", Kind::kOperator},
-      {"||", Kind::kConnective}, {"&&", Kind::kConnective}, {"::", Kind::kOperator}, {"=", Kind::kCompare},
-      {"<", Kind::kCompare},     {">", Kind::kCompare},     {"+", Kind::kOperator},  {"-", Kind::kOperator},
-      {"*", Kind::kOperator},    {"/", Kind::kOperator},    {"%", Kind::kOperator},  {"&", Kind::kOperator},
-      {"|", Kind::kOperator},    {"^", Kind::kOperator},    {"!", Kind::kNot},       {"~", Kind::kNot},
-      {"(", Kind::kOpen},        {")", Kind::kClose},       {",", Kind::kComma},     {";", Kind::kSemicolon},
+namespace {
 
-  };
+struct Sign {
+  std::string_view text;
+  Kind kind;
+};
+// Longer ones first.
+constexpr Sign kLongSigns[] = {
+    {"<=>", Kind::kCompare}, {"<>", Kind::kCompare},    {"!=", Kind::kCompare},    {"<=", Kind::kCompare},
+    {">=", Kind::kCompare},  {"==", Kind::kCompare},    {"!<", Kind::kCompare},    {"!>", Kind::kCompare},
+    {"^=", Kind::kCompare},  {":=", Kind::kCompare},    {"<<", Kind::kOperator},   {">>", Kind::kOperator},
+    {"::", Kind::kOperator}, {"||", Kind::kConnective}, {"&&", Kind::kConnective},
+};
+constexpr std::string_view kSecondBytes = "=<>:|&";  // of these
+
+constexpr auto kSigns = [] {
+  std::array<Kind, 256> kinds{};
+  kinds.fill(Kind::kOther);
+  for (const char c : {'=', '<', '>'}) kinds[static_cast<unsigned char>(c)] = Kind::kCompare;
+  for (const char c : {'+', '-', '*', '/', '%', '&', '|', '^'}) kinds[static_cast<unsigned char>(c)] = Kind::kOperator;
+  for (const char c : {'!', '~'}) kinds[static_cast<unsigned char>(c)] = Kind::kNot;
+  kinds['('] = Kind::kOpen;
+  kinds[')'] = Kind::kClose;
+  kinds[','] = Kind::kComma;
+  kinds[';'] = Kind::kSemicolon;
+  return kinds;
+}();
+
+}  // namespace
+
+void CSqlTokens::ReadSign() {
   const std::string_view rest = text_.substr(at_, 3);
   if (rest.starts_with("\\N")) {  // null
     current_.word = Word::kConstant;
     return Take(Kind::kWord, 2);
   }
-  for (const Sign& sign : kSigns) {
-    if (sign.text[0] == rest[0] && rest.starts_with(sign.text)) return Take(sign.kind, sign.text.size());
+  if (rest.size() > 1 && kSecondBytes.find(rest[1]) != std::string_view::npos) {
+    for (const Sign& sign : kLongSigns) {
+      if (sign.text[0] == rest[0] && rest.starts_with(sign.text)) return Take(sign.kind, sign.text.size());
+    }
   }
-  Take(Kind::kOther, 1);
+  Take(kSigns[static_cast<unsigned char>(rest[0])], 1);
 }
 
 }  // namespace qiv

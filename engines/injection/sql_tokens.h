@@ -83,27 +83,55 @@ struct SqlToken {
   std::size_t end = 0;            ///< behind it
 };
 
-/// Where the block comments of a text end. Found in one pass when first asked for. The text is not owned.
-class CCommentEnds {
+/// A text, and what its readers have found out about it: where block comments end, in one pass when first asked for,
+/// and the tokens read last, since readers that begin side by side read the same ones. The text is not owned.
+class CSqlText {
  public:
-  explicit CCommentEnds(std::string_view text) : text_(text) {}
+  explicit CSqlText(std::string_view text) : text_(text) {}
+
+  std::string_view Text() const { return text_; }
   /// Offset behind the first "*/" at or after `from`; npos when there is none.
-  std::size_t Behind(std::size_t from);
+  std::size_t BehindComment(std::size_t from);
+
+  /// Whether the next tokens from `from` on, so many, hold nothing without which no reading comes to a finding: a
+  /// connective, a word of SQL, a semicolon, a comment, the end of the text. Asked from place to place on, it costs a
+  /// few steps each. Always false in a short text, of which nothing is kept.
+  bool IsBarren(std::size_t from, std::size_t tokens);
 
  private:
+  friend class CSqlTokens;
+
+  // A token as it is read from `at`, blanks before it included.
+  struct Read {
+    std::uint32_t at = 0xFFFFFFFF;
+    std::uint32_t begin = 0;
+    std::uint32_t end = 0;
+    std::uint32_t spent = 0;   // of the window
+    std::uint32_t barren = 0;  // so many tokens from here on are known to hold nothing that tells
+    std::uint32_t resume = 0;  // behind them
+    SqlTokenKind kind = SqlTokenKind::kEnd;
+    SqlWord word = SqlWord::kName;
+  };
+  static constexpr std::size_t kKept = 512;         // a power of two; more than a few readers' tokens
+  static constexpr std::size_t kReadsUnkept = 128;  // of a text with few quotes
+
+  /// The token at `at` as it was kept; null when it tells, or could not be kept.
+  Read* BarrenAt(std::size_t at);
+
   std::string_view text_;
-  bool known_ = false;
+  bool ends_known_ = false;
   std::vector<std::size_t> ends_;
+  std::size_t reads_ = 0;
+  std::vector<Read> kept_;  // by place, the last one of each remainder
 };
 
 /// Reads tokens from a place of a text on, kWindow bytes far (blanks and block comments not counted), so that many
-/// readers over one text stay cheap. Nothing is allocated. Neither argument is owned.
+/// readers over one text stay cheap. The text is not owned.
 class CSqlTokens {
  public:
   static constexpr std::size_t kWindow = 2048;
 
-  CSqlTokens(std::string_view text, std::size_t begin, CCommentEnds* comments)
-      : text_(text), comments_(comments), at_(begin), room_(kWindow) {
+  CSqlTokens(CSqlText* text, std::size_t begin) : text_(text->Text()), shared_(*text), at_(begin), room_(kWindow) {
     Advance();
   }
 
@@ -113,6 +141,10 @@ class CSqlTokens {
 
  private:
   enum class Blanks { kDone, kToEnd, kTooFar };
+  /// The token at hand, as an earlier reader found it; false when none is known.
+  bool Recall();
+  void Keep(std::size_t at, std::size_t room);
+  void Read();
   /// Past blanks and comments; kToEnd when a comment reaches the end of the text.
   Blanks SkipBlanks();
   void ReadString(char quote);
@@ -125,7 +157,7 @@ class CSqlTokens {
   std::size_t FindNear(char c, std::size_t from) const;
 
   std::string_view text_;
-  CCommentEnds* comments_;
+  CSqlText& shared_;
   std::size_t at_;
   std::size_t room_;  ///< bytes of the window that are left
   SqlToken current_;

@@ -1,5 +1,6 @@
 #include "engines/webshell/webshell_scan.h"
 
+#include <optional>
 #include <utility>
 
 #include "common/char_set.h"
@@ -42,6 +43,23 @@ std::string NarrowUtf16(std::string_view text, bool big_endian) {
   return narrow;
 }
 
+// A text in the local code page and what is searched of it.
+struct LocalText {
+  explicit LocalText(std::string_view text) : view(text) {
+    if (!CCharSet::IsAscii(text)) {
+      converted = CCharSet::ToLocal(std::string(text));
+      view = converted;
+    }
+    copy = BlankFreeLower(view);
+  }
+  LocalText(const LocalText&) = delete;
+  LocalText& operator=(const LocalText&) = delete;
+
+  std::string converted;
+  std::string_view view;  // of the text, or of `converted`
+  std::string copy;
+};
+
 }  // namespace
 
 CQivLibs::CQivLibs() : CQivLibs({}, {}, {}) {}
@@ -50,6 +68,11 @@ CQivLibs::CQivLibs(std::string_view library_text, std::string_view user_rules, s
     : library_(BuildLibrary(library_text, user_rules, free_code)) {}
 
 bool CQivLibs::WebshellScan(std::string_view text, WebshellResult* result) const {
+  CWalkBudget walks(0);
+  return WebshellScan(text, Depth::kWhole, &walks, result);
+}
+
+bool CQivLibs::WebshellScan(std::string_view text, Depth depth, CWalkBudget* walks, WebshellResult* result) const {
   result->known_good = result->partial = false;
   if (text.empty() || text.size() > kLongestText) return false;
   const std::size_t size = text.size();
@@ -58,14 +81,8 @@ bool CQivLibs::WebshellScan(std::string_view text, WebshellResult* result) const
     narrow = NarrowUtf16(text, text[0] == '\xFE');
     text = narrow;
   }
-  std::string converted;
-  std::string_view local = text;
-  if (!CCharSet::IsAscii(text)) {
-    converted = CCharSet::ToLocal(std::string(text));
-    local = converted;
-  }
-  std::string copy = BlankFreeLower(local);
-  const CSignatureLibrary::Match match = library_.Find(copy, size);
+  std::optional<LocalText> local(text);
+  const CSignatureLibrary::Match match = library_.Find(local->copy, size);
   if (match.known_good) {
     result->known_good = true;
     return false;
@@ -74,16 +91,22 @@ bool CQivLibs::WebshellScan(std::string_view text, WebshellResult* result) const
     *result = WebshellResult::OfRule(*match.rule);
     return true;
   }
-  if (size < kShortestScript) return false;
+  if (size < kShortestScript || depth == Depth::kSignatures) return false;
   // A page may consist of "<script runat=server>" alone.
   constexpr std::size_t kNone = std::string_view::npos;
   const bool is_page =
       text.find("<%") != kNone || (FindNoCase(text, "<script") != kNone && FindNoCase(text, "runat") != kNone);
-  if (!is_page || local.size() != size) copy = {};  // a search of other sizes, or none, comes
-  CWalkBudget walks(size);
-  if (text.find("<?") != kNone && AnalysePhp(text, &walks, result)) return true;
-  if (is_page && AnalysePage(library_, local, std::move(copy), &walks, result)) return true;
-  result->partial = result->partial || walks.Refused();
+  walks->Begin(size);
+  if (text.find("<?") != kNone) {
+    local.reset();  // following PHP holds enough by itself
+    if (AnalysePhp(text, walks, result)) return true;
+  }
+  if (is_page) {
+    if (!local) local.emplace(text);
+    if (local->view.size() != size) local->copy = {};  // a search of another size comes
+    if (AnalysePage(library_, local->view, std::move(local->copy), walks, result)) return true;
+  }
+  result->partial = result->partial || walks->Refused();
   return false;
 }
 

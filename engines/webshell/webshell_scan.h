@@ -2,9 +2,11 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 
+#include "engines/webshell/flow/budget.h"
 #include "engines/webshell/signatures/signature_library.h"
 #include "engines/webshell/webshell_result.h"
 
@@ -31,6 +33,13 @@ class CQivLibs {
   /// "<%" or
   /// "<script runat" nothing but one copy.
   bool WebshellScan(std::string_view text, WebshellResult* result) const;
+
+  enum class Depth : std::uint8_t {
+    kSignatures,  ///< held against the library, no more
+    kWhole,
+  };
+  /// The same for one of the texts that share `walks`, so that many small ones cost no more than a large one.
+  bool WebshellScan(std::string_view text, Depth depth, CWalkBudget* walks, WebshellResult* result) const;
 
   /// The same; a text that holds known-good code is cleared.
   bool WebshellScan(std::string* text, WebshellResult* result) const;

@@ -274,6 +274,28 @@ TEST_F(WebshellCheckTest, TellsWhatItDidNotReach) {
   EXPECT_EQ(partial_, std::vector<std::string>{"webshell"});
 }
 
+// A request has room for so many scans; what is left out is told, and never the script that names the request.
+TEST_F(WebshellCheckTest, NoMassOfScriptsHidesOne) {
+  const auto mass = [](std::string_view piece, int count) {
+    std::string text;
+    for (int i = 0; i < count; ++i) text.append("a").append(std::to_string(i)).append("=").append(piece).append("&");
+    return text;
+  };
+  const std::string real = "z=<?php $f=$_GET[1]; $f($_GET[2]);";
+  for (const auto& [piece, count] : {std::pair{"<?php echo 1;?>", 20000}, {"<?php echo md5($_GET[1]);?>", 200}}) {
+    Body("application/x-www-form-urlencoded", mass(piece, count) + real);
+    EXPECT_NE(Run(), "") << piece;
+  }
+  EXPECT_TRUE(partial_.empty());
+  Body("application/x-www-form-urlencoded", mass("<?php echo 1;?>", 20000));
+  EXPECT_EQ(Run(), "");
+  EXPECT_EQ(partial_, std::vector<std::string>{"webshell"});
+  // Signatures are looked for in each of them.
+  UseLibrary("<trojan_rules>our_mark{#}</trojan_rules>", "");
+  Body("application/x-www-form-urlencoded", mass("<?php echo 1;?>", 20000) + "z=<?php our_mark ?>");
+  EXPECT_NE(Run(), "");
+}
+
 // What makes a careless search slow, or read behind the end.
 TEST_F(WebshellCheckTest, StaysBounded) {
   for (const std::string_view piece :

@@ -70,6 +70,12 @@ class CWalkBudget {
 
   explicit CWalkBudget(std::size_t bytes) : left_(kAnyway + bytes * kPerByte) {}
 
+  /// For texts that are walked one after the other and share what is there anyway: begins the next one.
+  void Begin(std::size_t bytes) {
+    left_ += bytes * kPerByte;
+    refused_ = false;
+  }
+
   /// Pays for what is walked in any case.
   void Owe(std::size_t steps) { left_ -= std::min(left_, steps); }
   /// Pays for what may be left out; false, and nothing is paid, when that much is not left.

@@ -95,7 +95,7 @@ class CSignatureLibrary::CSearch {
     }
     const std::size_t end = begin + library_.terms_.PatternLength(term);
     if (library_.whole_word_ && !library_.IsWholeWord(text_, begin, end)) return true;
-    if (seen_.empty()) Start();
+    if (memory_ == nullptr) Start();
     if (seen_[term] == 0) {
       seen_[term] = 1;
       const std::vector<std::uint32_t>& rules = library_.first_of_[term];
@@ -134,21 +134,28 @@ class CSignatureLibrary::CSearch {
 
  private:
   struct Progress {
-    std::uint32_t next = 0;  // sequences: the term waited for, from `position`
-    std::uint32_t position = 0;
-    bool hit = false;
+    std::uint32_t next;  // sequences: the term waited for, from `position`
+    std::uint32_t position;
+    std::uint32_t hit;  // 0 or 1
   };
   // Positions from which chains wait, in ascending order.
   struct Queue {
-    std::uint32_t front = 0;
-    std::uint32_t count = 0;
+    std::uint32_t front;
+    std::uint32_t count;
   };
 
+  // All of it in one piece, since many texts are short; what stands in a queue's room is written before it is read.
   void Start() {
-    seen_.resize(library_.terms_.PatternCount());
-    progress_.resize(library_.ordered_.size());
-    queues_.resize(library_.queue_size_.size());
-    room_.resize(library_.queue_room_);
+    constexpr std::size_t kWord = sizeof(std::uint32_t);
+    const std::size_t seen = library_.terms_.PatternCount() / kWord + 1;
+    const std::size_t progress = library_.ordered_.size() * (sizeof(Progress) / kWord);
+    const std::size_t queues = library_.queue_size_.size() * (sizeof(Queue) / kWord);
+    memory_ = std::make_unique_for_overwrite<std::uint32_t[]>(seen + progress + queues + library_.queue_room_);
+    std::fill_n(memory_.get(), seen + progress + queues, 0U);
+    seen_ = reinterpret_cast<std::uint8_t*>(memory_.get());
+    progress_ = reinterpret_cast<Progress*>(memory_.get() + seen);
+    queues_ = reinterpret_cast<Queue*>(memory_.get() + seen + progress);
+    room_ = memory_.get() + seen + progress + queues;
   }
 
   std::uint32_t& At(std::uint32_t queue, std::uint32_t index) {
@@ -192,11 +199,12 @@ class CSignatureLibrary::CSearch {
   const CSignatureLibrary& library_;
   std::string_view text_;
   bool known_good_ = false;
-  std::vector<std::uint8_t> seen_;  // per term
   std::vector<std::uint32_t> candidates_;
-  std::vector<Progress> progress_;  // per ordered rule
-  std::vector<Queue> queues_;
-  std::vector<std::uint32_t> room_;
+  std::unique_ptr<std::uint32_t[]> memory_;
+  std::uint8_t* seen_ = nullptr;  // per term
+  Progress* progress_ = nullptr;  // per ordered rule
+  Queue* queues_ = nullptr;
+  std::uint32_t* room_ = nullptr;
 };
 
 CSignatureLibrary::Match CSignatureLibrary::Find(std::string_view text, std::size_t size) const {

@@ -158,6 +158,14 @@ TEST(SqlExpression, BoundsWhatItReads) {
     while (text.size() < 100000) text += piece;
     FindSqlExpression(text);  // ends, and reads no byte behind it
   }
+  // However many places to begin at stand before it, and however they are chained.
+  for (const std::string_view piece : {"','", "'-'", "','a", "\"='x", "'-'`,", "'=a /**/"}) {
+    std::string text;
+    while (text.size() < 20000) text += piece;
+    EXPECT_TRUE(FindSqlExpression(text + "x' or 1=1-- ")) << piece;
+    EXPECT_TRUE(FindSqlExpression(text + "x' + 'a' + 'b' + 'c' || 1=1 || " + chain)) << piece;
+    EXPECT_FALSE(FindSqlExpression(text + "x y z")) << piece;
+  }
 }
 
 }  // namespace
