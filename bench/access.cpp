@@ -50,11 +50,17 @@ constexpr Setting kSettings[] = {{"default", "default", ""},
                                  {"strict_without_access", "strict", kNoAccess},
                                  {"strict_all_access", "strict", kAllAccess}};
 
-/// The module of this process uses another installation while this lives. Rules are where qivbench found them.
+/// Of this run.
+std::string& RulesFolder() {
+  static std::string folder;
+  return folder;
+}
+
+/// The module of this process uses another installation while this lives.
 class CUsing {
  public:
   CUsing(const char* profile, const char* changes)
-      : before_(State().config.Paths().module_directory), installation_(QIV_BENCH_RULES, profile, changes) {
+      : before_(State().config.Paths().module_directory), installation_(RulesFolder(), profile, changes) {
     ready_ = installation_.Use();
   }
   ~CUsing() {
@@ -137,7 +143,8 @@ void TenMillionClients(benchmark::State& state) {
 
 }  // namespace
 
-void RegisterAccessBenchmarks() {
+void RegisterAccessBenchmarks(const std::string& rules) {
+  RulesFolder() = rules;
   for (const Setting& setting : kSettings) {
     const std::string name = std::string("plain_get/") + setting.name;
     benchmark::RegisterBenchmark(name.c_str(), PlainGetWith, &setting);

@@ -3,6 +3,6 @@
 
 namespace qiv::bench {
 
-void RegisterAccessBenchmarks();
+void RegisterAccessBenchmarks(const std::string& rules);
 
 }  // namespace qiv::bench

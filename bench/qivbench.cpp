@@ -36,41 +36,6 @@ constexpr std::int64_t kLargest = 16 << 20;
 // The decision on one request: everything the module does from the first notification to the last, with a handler that
 // answers at once. The pair without the module is what the host itself costs.
 
-struct DecisionCase {
-  const char* name;
-  host::InProcessRequest (*make)();
-};
-
-host::InProcessRequest Post(std::string body, const char* type) {
-  host::InProcessRequest request = Browser("/submit.aspx");
-  request.method = "POST";
-  request.headers.push_back({"Content-Type", type});
-  request.body = std::move(body);
-  return request;
-}
-
-constexpr const char* kForm = "application/x-www-form-urlencoded";
-
-host::InProcessRequest QueryGet() { return Browser("/search.aspx?" + OrdinaryForm(200)); }
-host::InProcessRequest SmallForm() { return Post(OrdinaryForm(2 << 10), kForm); }
-host::InProcessRequest Json() { return Post(OrdinaryJson(64 << 10), "application/json"); }
-host::InProcessRequest LargeForm() { return Post(OrdinaryForm(1 << 20), kForm); }
-host::InProcessRequest Upload() {
-  std::string content(10 << 20, '\0');
-  std::uint32_t state = 1;  // a fixed sequence: every run uploads the same bytes
-  for (char& c : content) c = static_cast<char>((state = state * 1664525 + 1013904223) >> 24);
-  return Post(
-      "--XXBOUNDARY\r\nContent-Disposition: form-data; name=\"file\"; filename=\"photo.jpg\"\r\n"
-      "Content-Type: image/jpeg\r\n\r\n" +
-          content + "\r\n--XXBOUNDARY--\r\n",
-      "multipart/form-data; boundary=XXBOUNDARY");
-}
-
-constexpr DecisionCase kDecisions[] = {
-    {"plain_get", PlainGet}, {"query_200_bytes", QueryGet}, {"form_2_KiB", SmallForm},
-    {"json_64_KiB", Json},   {"form_1_MiB", LargeForm},     {"upload_10_MiB", Upload},
-};
-
 void Decide(benchmark::State& state, const DecisionCase* decision, bool with_module) {
   host::CModuleHost modules;
   if (with_module && iis::Failed(modules.Register(&RegisterModule))) {
@@ -154,8 +119,8 @@ void ScanScript(benchmark::State& state, const WebshellText* kind) {
   CountBytes(state);
 }
 
-void RegisterAll() {
-  for (const DecisionCase& decision : kDecisions) {
+void RegisterAll(const std::string& rules) {
+  for (const DecisionCase& decision : Decisions()) {
     for (const bool with_module : {true, false}) {
       const std::string name = std::string(with_module ? "decision/" : "host_alone/") + decision.name;
       benchmark::RegisterBenchmark(name.c_str(), Decide, &decision, with_module)->Unit(benchmark::kMicrosecond);
@@ -182,7 +147,7 @@ void RegisterAll() {
         ->RangeMultiplier(16)
         ->Range(kSmallest, static_cast<std::int64_t>(CQivLibs::kLongestText));
   }
-  RegisterAccessBenchmarks();
+  RegisterAccessBenchmarks(rules);
   RegisterAddressBenchmarks();
   RegisterUploadBenchmarks();
   RegisterRequestWebshellBenchmarks();
@@ -197,9 +162,10 @@ int main(int argc, char** argv) {
     std::cerr << "usage: qivbench [--benchmark_filter=REGEX ...] [RULES_DIRECTORY]\n";
     return 2;
   }
-  const qiv::bench::CBenchInstallation installation(argc == 2 ? argv[1] : QIV_BENCH_RULES);
+  const std::string rules = argc == 2 ? argv[1] : QIV_BENCH_RULES;
+  const qiv::bench::CBenchInstallation installation(rules);
   if (!installation.Use()) return 2;
-  qiv::bench::RegisterAll();
+  qiv::bench::RegisterAll(rules);
   qiv::bench::CFlatnessReporter reporter;
   benchmark::RunSpecifiedBenchmarks(&reporter);
   benchmark::Shutdown();

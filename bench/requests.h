@@ -1,26 +1,21 @@
-// Requests as browsers send them.
+// Requests as browsers send them, in the sizes whose decisions are measured.
 #pragma once
 
-#include <string>
+#include <span>
 
 #include "host/in_process.h"
 
 namespace qiv::bench {
 
-inline host::InProcessRequest Browser(std::string url) {
-  host::InProcessRequest request;
-  request.raw_url = std::move(url);
-  request.headers = {
-      {"Host", "www.example.com"},
-      {"User-Agent", "Mozilla/5.0 (Windows NT 10.0; Win64; x64) AppleWebKit/537.36 Chrome/120.0.0.0 Safari/537.36"},
-      {"Accept", "text/html,application/xhtml+xml,application/xml;q=0.9,image/webp,*/*;q=0.8"},
-      {"Accept-Language", "en-US,en;q=0.5"},
-      {"Accept-Encoding", "gzip, deflate, br"},
-      {"Referer", "http://www.example.com/products/list.aspx?page=2"},
-      {"Cookie", "ASP.NET_SessionId=abcdefghijklmnopqrstuvwx; theme=dark; cart=17,42"}};
-  return request;
-}
+host::InProcessRequest PlainGet();
 
-inline host::InProcessRequest PlainGet() { return Browser("/products/item.aspx"); }
+struct DecisionCase {
+  const char* name;
+  host::InProcessRequest (*make)();
+};
+
+/// Ordinary requests: a plain GET, a query of 200 bytes, a form of 2 KiB, JSON of 64 KiB, a form of 1 MiB, an upload of
+/// 10 MiB. None of them is blocked.
+std::span<const DecisionCase> Decisions();
 
 }  // namespace qiv::bench

@@ -45,8 +45,7 @@ std::string HostOf(std::string_view text) {
 /// An item with a slash is the beginning of a referer behind its scheme; another one is a host, which stands for the
 /// hosts below it too.
 bool IsWhiteReferer(const std::vector<std::string>& items, std::string_view referer, std::string_view host) {
-  const std::size_t scheme = referer.find("://");
-  const std::string_view plain = scheme == std::string_view::npos ? referer : referer.substr(scheme + 3);
+  const std::string_view plain = WithoutScheme(referer);
   return std::any_of(items.begin(), items.end(), [&](std::string_view item) {
     if (item.find('/') != std::string_view::npos) return plain.starts_with(item);
     if (host.size() == item.size()) return host == item;

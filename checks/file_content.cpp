@@ -123,7 +123,7 @@ constexpr bool IsText(char c) { return (c >= ' ' && c <= '~') || c == '\t' || c 
 
 // How many bytes of plain text make a mark script text. Of random bytes 98 of 256 are text: behind one of the 320 marks
 // that 10 MiB of them hold, a run of 20 comes by chance in one of 600,000 such files; a closing mark behind 5, or a
-// word of the trade in a shorter run, more seldom than one in 20,000.
+// telling word in a shorter run, more seldom than one in 20,000.
 constexpr std::size_t kScriptRun = 20;
 constexpr std::size_t kClosedRun = 5;
 constexpr std::size_t kWordRun = 6;

@@ -83,12 +83,11 @@ CTextList SpiderKeys(const std::vector<std::string>& keys, std::string_view name
   return CTextList(CCharSet::LowerAscii(list));
 }
 
-/// "http://host" is the host, and not what begins alike.
+/// Hosts, and beginnings of referers, without their schemes.
 std::vector<std::string> Referers(std::string_view list) {
   std::vector<std::string> items = BarItems(CCharSet::LowerAscii(list));
-  for (std::string& item : items) {
-    if (const std::size_t scheme = item.find("://"); scheme != std::string::npos) item.erase(0, scheme + 3);
-  }
+  for (std::string& item : items) item.erase(0, item.size() - WithoutScheme(item).size());
+  std::erase(items, std::string());
   return items;
 }
 
@@ -106,6 +105,12 @@ MethodFilter Methods(std::string_view wrapped) {
 }
 
 }  // namespace
+
+std::string_view WithoutScheme(std::string_view url) {
+  std::size_t end = 0;
+  while (end < url.size() && IsLetter(url[end])) ++end;
+  return end > 0 && url.substr(end).starts_with("://") ? url.substr(end + 3) : url;
+}
 
 bool TimeSpan::Holds(int weekday, int minute) const {
   const auto today = static_cast<std::size_t>((weekday + 6) % 7);

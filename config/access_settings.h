@@ -93,6 +93,9 @@ struct MalformedItems {
   std::vector<std::string> items;
 };
 
+/// A URL behind its "scheme://"; one without a scheme, or with something before it, whole.
+std::string_view WithoutScheme(std::string_view url);
+
 /// Items that cannot be read are left out and named in *malformed.
 PreparedAccess PrepareAccess(const WebsiteConfig& config, std::vector<MalformedItems>* malformed);
 

@@ -11,6 +11,7 @@
 #include "engines/attacks/attack_library.h"
 
 namespace qiv {
+
 bool LoadAttackRules(std::string text, CAttackRules* rules, CAttackRules* leaks, AttackFault* fault) {
   AttackLibraryText library;
   if (!ReadAttackLibrary(CCharSet::ToLocal(std::move(text)), &library, fault)) return false;

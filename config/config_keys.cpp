@@ -63,7 +63,7 @@ constexpr ConfigKey kScalarKeys[] = {
      "language",
      KeyType::kChoice,
      KeyReader::kLoader,
-     "Language of messages and pages, written exactly so.",
+     "Language of messages and pages.",
      {.choices = "zh-CN=1 en-US=0", .exact = true}},
     {"", "sys_is_qiv", KeyType::kFlag, KeyReader::kLoader,
      "Libraries are kept up to date, and the module talks to the firewall service."},

@@ -266,8 +266,10 @@ bool CQivConfig::ReloadBadcodeLibrary() {
   badcode_wanted_ = reload == Reload::kAgain;
   const std::shared_ptr<const WebsiteConfig> site = Current();
   const bool wanted = site->base.badcode || site->request.file;
-  if (wanted && badcode_.Current()->Rules().empty() && !states_.IsFault(StateKind::kLoad, kBadcodeFile)) {
-    states_.Fault(StateKind::kLoad, kBadcodeFile, MessageId::kStateMissing);
+  if (wanted && badcode_.Current()->Rules().empty()) {
+    states_.Fault(StateKind::kProtection, kBadcodeFile, MessageId::kStateNoAttackRules);
+  } else {
+    states_.Fine(StateKind::kProtection, kBadcodeFile);
   }
   return reload == Reload::kReplaced;
 }

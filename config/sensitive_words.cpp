@@ -18,12 +18,6 @@ constexpr std::size_t IndexOf(TextEncoding encoding) { return static_cast<std::s
 constexpr bool IsWide(TextEncoding encoding) { return encoding >= TextEncoding::kWideLittle; }
 constexpr bool IsHigh(char c) { return static_cast<unsigned char>(c) >= 0x80; }
 
-std::string Lowered(std::string_view text) {
-  std::string lowered(text);
-  std::transform(lowered.begin(), lowered.end(), lowered.begin(), LowerByte);
-  return lowered;
-}
-
 }  // namespace
 
 EncodingGuess GuessEncoding(std::string_view text) {
@@ -85,7 +79,7 @@ CSensitiveWords::CSensitiveWords(std::string_view block, std::string_view replac
     // A trail byte may look like a letter: what is searched is lowered byte by byte, and what is found is looked at.
     for (const Word& word : words_) {
       const std::string& form = word.forms[IndexOf(encoding)];
-      forms.push_back(any_letters_ ? Lowered(form) : form);
+      forms.push_back(any_letters_ ? CCharSet::LowerBytes(form) : form);
     }
     patterns_[IndexOf(encoding)] = CMultiPattern(forms);
   }
@@ -110,7 +104,7 @@ bool CSensitiveWords::Find(std::string_view text, TextEncoding encoding, unsigne
                            const std::function<bool(const WordHit&)>& visit) const {
   if ((uses & uses_) == 0) return true;
   std::string lowered;
-  if (any_letters_) lowered = Lowered(text);
+  if (any_letters_) lowered = CCharSet::LowerBytes(text);
   std::size_t whole = 0;  // a character begins there
   bool all = true;
   patterns_[IndexOf(encoding)].FindByStart(

@@ -73,7 +73,7 @@ struct ListSettings {
 enum VerifyType : std::int32_t { kVerifyJump = 1, kVerifyClick, kVerifySlide, kVerifySelect, kVerifyCookie };
 
 /// Values of RequestSettings::csrf_mode.
-enum SameSiteMode : std::int32_t { kSameSiteOff = 0, kSameSiteLax = 1, kSameSiteStrict = 2 };
+enum SameSiteMode : std::int32_t { kSameSiteStrict = 2 };
 
 /// What block pages need, derived from the response section.
 struct PageSettings {

@@ -17,7 +17,21 @@ namespace {
 
 constexpr std::size_t kShown = 120;  // bytes of a part; the whole of it stands in the request
 
-constexpr const char* kVerdicts[] = {"pass", "allowed", "blocked", "would block", "exempt"};
+const char* VerdictName(CheckVerdict verdict) {
+  switch (verdict) {
+    case CheckVerdict::kPass:
+      return "pass";
+    case CheckVerdict::kAllow:
+      return "allowed";
+    case CheckVerdict::kBlock:
+      return "blocked";
+    case CheckVerdict::kWouldBlock:
+      return "would block";
+    case CheckVerdict::kExempt:
+      return "exempt";
+  }
+  return "";
+}
 
 /// A text of the request, which may be in any encoding.
 std::string Shown(std::string_view text) {
@@ -80,7 +94,7 @@ void CCheckTrace::OnCheck(const CheckRow& row, CheckVerdict verdict, const Reque
 const char* CCheckTrace::VerdictOf(const CheckRow& row, const WebsiteConfig& config) const {
   if (!row.IsOn(config)) return "off";
   const auto found = asked_.find(row.name);
-  return found == asked_.end() ? "not asked" : kVerdicts[static_cast<std::size_t>(found->second.verdict)];
+  return found == asked_.end() ? "not asked" : VerdictName(found->second.verdict);
 }
 
 const std::vector<CCheckTrace::Part>& CCheckTrace::PartsOf(const CheckRow& row) const {

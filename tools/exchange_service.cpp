@@ -96,10 +96,11 @@ bool CExchangeService::Start(std::string* error) {
   }
   WebsiteConfig config;
   if (LoadConfigFile(folder_ + "_config.db", &config) == ConfigStatus::kLoaded) states_.SetLanguage(config.language);
-  if (!store_.Load()) return Fail(error, store_.Path() + " " + CannotRead(store_.Path()));
+  if (!store_.Load()) return Fail(error, store_.Path() + " " + CannotRead(store_.Path(), options_.list_max_bytes));
   if (const std::unique_ptr<CFileLock> lock = store_.Lock()) RemoveLeftovers();
   if (journal_.moving != 0 && !FinishMoving(UnixSeconds())) return Fail(error, journal_file_ + " " + CannotWrite());
-  if (!FinishPending()) return Fail(error, store_.Path() + " " + CannotWrite());
+  if (!FinishPending()) return Fail(error, failure_);
+  started_ = true;
   return true;
 }
 
@@ -181,10 +182,17 @@ void CExchangeService::CountPlainLine(std::string_view line) {
   }
 }
 
+void CExchangeService::Wrote(bool written, const std::string& path, bool* failed) {
+  if (!written) {
+    failure_ = path + " " + CannotWrite();
+    if (started_ && !*failed) options_.print(failure_ + "; trying again");
+  }
+  *failed = !written;
+}
+
 bool CExchangeService::WriteJournal() {
   const bool written = ReplaceFile(journal_file_, journal_.ToJson());
-  if (!written && !failed_) options_.print(journal_file_ + " " + CannotWrite() + "; trying again");
-  failed_ = !written;
+  Wrote(written, journal_file_, &failed_);
   if (written) options_.after_change();
   return written;
 }
@@ -195,8 +203,7 @@ bool CExchangeService::SaveIsDue() const { return MonotonicMicroseconds() >= nex
 bool CExchangeService::SaveLists() {
   const std::int64_t begin = MonotonicMicroseconds();
   const bool written = store_.Save();
-  if (!written && !lists_failed_) options_.print(store_.Path() + " " + CannotWrite() + "; trying again");
-  lists_failed_ = !written;
+  Wrote(written, store_.Path(), &lists_failed_);
   const std::int64_t end = MonotonicMicroseconds();
   next_save_us_ = store_.Size() > kLongLists ? end + (end - begin) * kPauseFactor : 0;
   return written;
@@ -206,7 +213,10 @@ bool CExchangeService::FinishPending() {
   if (journal_.pending.empty() || (!SaveIsDue() && journal_.pending.size() < kMostPending)) return true;
   {
     const std::unique_ptr<CFileLock> lock = store_.Lock();
-    if (!lock || !store_.Load()) return false;
+    if (!lock) return Fail(&failure_, store_.Path() + " is being changed by another program");
+    if (!store_.Load()) {
+      return Fail(&failure_, store_.Path() + " " + CannotRead(store_.Path(), options_.list_max_bytes));
+    }
     for (const std::string& line : journal_.pending) {
       const auto request = ParseLockRequest(SplitFields(line));
       if (!request) continue;

@@ -59,6 +59,8 @@ class CExchangeService {
   bool Fail(std::string* error, std::string text) const;
   void RemoveLeftovers() const;
   std::string OutFile(std::uint64_t sequence) const;
+  /// Keeps and says why a file could not be written, once until it can.
+  void Wrote(bool written, const std::string& path, bool* failed);
   bool WriteJournal();
   bool SaveIsDue() const;
   bool SaveLists();
@@ -83,6 +85,8 @@ class CExchangeService {
   CStateRecorder states_;
   std::unique_ptr<CFileLock> running_;
   ServiceJournal journal_;
+  bool started_ = false;
+  std::string failure_;        ///< why the lists or the journal were not brought up to date last
   bool failed_ = false;        ///< the journal could not be written, which was reported
   bool lists_failed_ = false;  ///< the same of the lists
   std::int64_t next_save_us_ = 0;

@@ -43,7 +43,7 @@ bool Load(const ExemptOptions& options, std::string* path, std::vector<Exemption
   std::string text;
   std::size_t bad_line = 0;
   if (IsFile(*path) && ReadWholeFile(*path, CExemptions::kFileMaxBytes, &text) != ReadFileResult::kOk) {
-    *exit_code = Fail(*path, CannotRead(*path));
+    *exit_code = Fail(*path, CannotRead(*path, CExemptions::kFileMaxBytes));
   } else if (!CExemptions::Read(text, exemptions, &bad_line)) {
     *exit_code = Fail(*path, "is no exemption: rule, path, parameter, date and remark, divided by tabs", bad_line);
   } else {

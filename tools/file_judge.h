@@ -24,7 +24,7 @@ struct FileVerdict {
 /// Immutable; one object serves all threads.
 ///
 /// A file that is named as a script is shown to the detectors whole. Of any other file they see the server code alone,
-/// if it holds any, and words of the trade alone are a weak finding. A file without server code is held against the
+/// if it holds any, and words of webshells alone are a weak finding. A file without server code is held against the
 /// installation's own signatures alone: the built-in ones are words that ordinary documents hold too.
 class CFileJudge {
  public:

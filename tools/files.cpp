@@ -13,15 +13,13 @@ namespace {
 
 std::atomic<bool> output_failed{false};
 
-constexpr std::uint64_t kMaxInput = std::uint64_t{200} << 20;
-
 bool IsSeparator(char c) { return c == '/' || c == kPathSeparator; }
 
 bool ReadStandardInput(std::string* content) {
   char buffer[4096];
   for (std::size_t got = 0; (got = std::fread(buffer, 1, sizeof buffer, stdin)) != 0;) {
     content->append(buffer, got);
-    if (content->size() > kMaxInput) return false;
+    if (content->size() > kLongestInput) return false;
   }
   return std::ferror(stdin) == 0;
 }
@@ -34,7 +32,7 @@ bool HoldsRules(const std::string& directory) { return IsFile(directory + "/sett
 bool ReadInput(const std::string& path, std::string* content) {
   content->clear();
   if (path == "-") return ReadStandardInput(content);
-  return ReadWholeFile(path, kMaxInput, content) == ReadFileResult::kOk;
+  return ReadWholeFile(path, kLongestInput, content) == ReadFileResult::kOk;
 }
 
 bool ReadInput(const std::string& path, std::string* content, CReport* report) {
@@ -43,13 +41,14 @@ bool ReadInput(const std::string& path, std::string* content, CReport* report) {
   return false;
 }
 
-std::string CannotRead(const std::string& path) {
+std::string CannotRead(const std::string& path, std::uint64_t limit) {
   const std::string message = "cannot be read";
-  if (path == "-") return message;
+  const std::string too_long = message + ": it is larger than " + std::to_string(limit >> 20) + " MiB";
+  if (path == "-") return std::feof(stdin) != 0 ? message : too_long;
   if (IsDirectory(path)) return message + ": it is a folder";
   std::string part;
   if (ReadFilePart(path, 0, 1, &part) != ReadFileResult::kOk) return message + ": " + LastSystemError();
-  return FileSize(path).value_or(0) > kMaxInput ? message + ": it is larger than 200 MiB" : message;
+  return FileSize(path).value_or(0) > limit ? too_long : message;
 }
 
 std::string CannotWrite() { return "cannot be written: " + LastSystemError(); }

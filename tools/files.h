@@ -1,6 +1,7 @@
 // Files and folders as the commands see them. Paths are UTF-8; "/" separates on every system.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -8,13 +9,17 @@
 
 namespace qiv {
 
-/// A file whole, or standard input for "-". False when it cannot be read or is beyond 200 MiB.
+/// Bytes of a file that a command reads whole.
+inline constexpr std::uint64_t kLongestInput = std::uint64_t{200} << 20;
+
+/// A file whole, or standard input for "-". False when it cannot be read or is beyond kLongestInput.
 bool ReadInput(const std::string& path, std::string* content);
 /// The same; where it cannot be read, the report has an error that says why.
 bool ReadInput(const std::string& path, std::string* content, CReport* report);
 
-/// "cannot be read: " and the system's reason, or what the path is instead of a file. After a read of it has failed.
-std::string CannotRead(const std::string& path);
+/// "cannot be read: " and the system's reason, or what the path is instead of a file of at most `limit` bytes. After a
+/// read of it has failed.
+std::string CannotRead(const std::string& path, std::uint64_t limit = kLongestInput);
 /// "cannot be written: " and the reason of this thread's last failed system call: for right after a failed write.
 std::string CannotWrite();
 

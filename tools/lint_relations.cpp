@@ -281,7 +281,7 @@ bool IsTimeSpan(std::string_view item) { return ParseTimeSpan(item).has_value();
 void Items(const CSettingsDocument& settings, std::string_view section, std::string_view key,
            bool (*is_good)(std::string_view), std::string_view form, std::vector<LintRemark>* remarks) {
   const std::string text = settings.TextOf(section, key);
-  const std::string_view separator = FindConfigKey(section, key)->type == KeyType::kNames ? "," : "|";
+  const std::string_view separator = KeySeparator(FindConfigKey(section, key)->type);
   for (const std::string_view item : SplitUtf8(text, separator)) {
     if (Trim(item).empty() || is_good(item)) continue;
     remarks->push_back({settings.Find(section, key), "\"" + std::string(key) + "\" has an entry that is not " +

@@ -34,14 +34,16 @@ constexpr std::string_view kHead =
     "| extensions | file name extensions without dot, divided by `,` or `\\|`, or an array of strings; case does not "
     "matter |\n"
     "| rules | records that each end with `{#}`, or an array of strings, one a record |\n"
-    "| choice | one of the values named, in any case of letters |\n";
+    "| choice | one of the values named, in any case of letters unless it says so |\n";
 
 constexpr std::string_view kTableHead = "\n| Key | Type | Values | Meaning |\n|---|---|---|---|\n";
 
 std::string ValuesText(KeyType type, const KeyValues& values) {
   std::string text;
-  if (!values.choices.empty()) text = "`" + ReplaceAll(ChoiceNames(values), ", ", "`, `") + "`";
-  if (!values.choices.empty()) text += "; else " + OtherName(values);
+  if (!values.choices.empty()) {
+    text = "`" + ReplaceAll(ChoiceNames(values), ", ", "`, `") + "`" + (values.exact ? " in this case" : "") +
+           "; else " + OtherName(values);
+  }
   if (values.none != 0 && type == KeyType::kNumber) text += "0 reads as " + std::to_string(values.none);
   return text;
 }

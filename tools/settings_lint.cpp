@@ -127,7 +127,9 @@ class CLinter {
     if (const std::string_view idle = NoEffectText(key.reader); !idle.empty() && !text.empty() && text != "0") {
       Find(value, Quoted(name) + " " + std::string(idle));
     }
-    if (!key.values.choices.empty() && !IsChoice(text, key.values)) {
+    // Of a number as the loader reads it: "02" is 2.
+    const std::string read = key.type == KeyType::kNumber ? std::to_string(ToNumber(text)) : text;
+    if (!key.values.choices.empty() && !text.empty() && !IsChoice(read, key.values)) {
       Find(value, Quoted(name) + " is none of " + ChoiceNames(key.values) + ": " + Quoted(text) + " reads as " +
                       OtherName(key.values));
     }

@@ -1,7 +1,7 @@
 """WordPress, phpMyAdmin, DokuWiki and a static site from Debian's packages behind the firewall, on one address.
 
-Needs the packages of the groups "clients" and "applications". The packages' files are copied; nothing of the system's own
-configuration or data is used or changed."""
+Needs the packages of the groups "clients" and "applications". The packages' files are copied, DokuWiki's first configuration and
+data with them; nothing of the system is changed."""
 import os
 import shutil
 import subprocess

@@ -46,7 +46,8 @@ def tell(actions):
 
 
 def report(profile, visits):
-    """Whether only attacks were stopped, and their exemptions let them pass."""
+    """Whether only attacks were stopped, and their exemptions let them pass; None when nothing was stopped at all: the firewall was not
+    in the way."""
     counts = collections.defaultdict(lambda: [0, 0, 0, 0, 0])
     for application, _, events, error in visits.actions:
         for column, true in enumerate((True, events, error and not events)):
@@ -61,6 +62,8 @@ def report(profile, visits):
     print(f"{profile:12}{'actions':>9}{'stopped':>9}{'failed':>9}{'injections stopped':>20}{'not opened':>12}")
     for application, (actions, stopped, failed, attacks, closed) in counts.items():
         print(f"{application:12}{actions:9}{stopped:9}{failed:9}{attacks:20}{closed:12}", flush=True)
+    if not any(numbers[column] for numbers in counts.values() for column in (1, 3)):
+        return None
     return not any(numbers[column] for numbers in counts.values() for column in (1, 2, 4))
 
 
@@ -73,10 +76,12 @@ def main():
     if not BROWSER or application_site.missing():
         print("try_applications: missing: cmake/install-packages.sh clients applications browser", file=sys.stderr)
         return 2
-    good = True
-    for profile in options.profile or ["default", "strict"]:
-        good &= report(profile, visit_all(profile, options.application or list(VISITS), options.posts))
-    return 0 if good else 1
+    good = [report(profile, visit_all(profile, options.application or list(VISITS), options.posts))
+            for profile in options.profile or ["default", "strict"]]
+    if None in good:
+        print("try_applications: nothing was stopped at all: was the firewall in the way?", file=sys.stderr)
+        return 2
+    return 0 if all(good) else 1
 
 
 if __name__ == "__main__":

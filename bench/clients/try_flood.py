@@ -69,7 +69,8 @@ def main():
     parser.add_argument("--strict", action="store_true", help="lock instead of showing verification pages")
     options = parser.parse_args()
     if not shutil.which("wrk"):
-        sys.exit("try_flood.py: wrk is missing: cmake/install-packages.sh clients")
+        print("try_flood.py: wrk is missing: cmake/install-packages.sh clients", file=sys.stderr)
+        return 2
     folder = pathlib.Path(tempfile.mkdtemp(prefix="qiv-flood-"))
     installation = harness.Installation(language="en-US")
     try:

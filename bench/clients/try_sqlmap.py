@@ -8,6 +8,7 @@ Exit code 0: no technique succeeded through the firewall; 1: one did; 2: the run
 import argparse
 import collections
 import contextlib
+import hashlib
 import itertools
 import json
 import os
@@ -110,11 +111,16 @@ def plan(options):
 
 
 class Runs:
-    """The sites, and results by "database position place scripts" in a file."""
+    """The sites, and results by "rules profile database position place scripts" in a file."""
 
     def __init__(self, options, stack):
         self.options, self.stack, self.sites, self.proven = options, stack, {}, set()
         self.path = options.results
+        # Of other rules or another profile no result counts.
+        rules = hashlib.sha256()
+        for file in sorted((ROOT / "rules").rglob("*.*")):
+            rules.update(file.read_bytes())
+        self.under = (rules.hexdigest()[:12], options.profile)
         self.results = json.loads(self.path.read_text()) if self.path and self.path.is_file() else {}
 
     def run(self, database, at, place, tamper):
@@ -139,8 +145,11 @@ class Runs:
             (self.options.keep / name).write_text(output, encoding="utf-8")
         return {"result": said, "found": found, "seconds": round(time.monotonic() - start)}
 
+    def key(self, run):
+        return " ".join(self.under + run)
+
     def keep(self, run, result):
-        self.results[" ".join(run)] = result
+        self.results[self.key(run)] = result
         if self.path:
             self.path.parent.mkdir(parents=True, exist_ok=True)
             beside = self.path.with_suffix(".new")
@@ -174,7 +183,7 @@ def main():
     with contextlib.ExitStack() as stack:
         runs, tried, void = Runs(options, stack), [], 0
         for run in plan(options):
-            result = runs.results.get(" ".join(run))
+            result = runs.results.get(runs.key(run))
             if not result:
                 if options.show or time.monotonic() > end:
                     continue

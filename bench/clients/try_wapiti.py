@@ -2,7 +2,7 @@
 """Runs wapiti against pages with one fault each (vulnerable.php), without the firewall and through it.
 
 Needs the packages of the group "clients" and build/bin (./run.sh --build-only). Takes some minutes.
-Exit code 0: no SQL injection and no scripting was found through the firewall; 1: some was; 2: the run proves nothing."""
+Exit code 0: nothing of what this protection is there for was found through the firewall; 1: some was; 2: the run proves nothing."""
 import argparse
 import collections
 import json
@@ -18,7 +18,8 @@ PAGE = pathlib.Path(__file__).with_name("vulnerable.php")
 MODULES = ["sql", "blindsql", "xss", "permanentxss", "exec", "file", "xxe", "ssrf", "crlf", "redirect", "csrf", "htaccess",
            "shellshock"]
 # What wapiti calls what this protection is there for; the others are counted only.
-GUARDED = ["SQL Injection", "Blind SQL Injection", "Cross Site Scripting"]
+GUARDED = ["SQL Injection", "Blind SQL Injection", "Cross Site Scripting", "Command execution", "Path Traversal", "XML External Entity",
+           "Server Side Request Forgery", "CRLF Injection", "Htaccess Bypass"]
 RUN_SECONDS = 1800
 
 
@@ -45,7 +46,7 @@ def scan(site, url, modules):
                    stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, timeout=RUN_SECONDS,
                    preexec_fn=lambda: os.nice(10), env=dict(os.environ, HOME=str(site.folder)), check=True)
     found = json.loads(report.read_text())["vulnerabilities"]
-    return {name: [f"{one['method']} {one['path'][:160]} {one['parameter']}" for one in list_] for name,
+    return {name: [f"{one['parameter']}: {one['http_request'][:600]!r}" for one in list_] for name,
             list_ in found.items() if list_}
 
 

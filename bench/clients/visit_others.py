@@ -4,7 +4,6 @@ import json
 import re
 import urllib.parse
 
-from application_site import USER
 
 SHOP = "db=shop&server=1"
 TABLE = SHOP + "&table=goods"

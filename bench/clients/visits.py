@@ -30,6 +30,15 @@ class Failed(Exception):
     """The application did not do what it was asked."""
 
 
+@contextlib.contextmanager
+def noted(errors):
+    """Adds to `errors` why an action failed."""
+    try:
+        yield
+    except (AssertionError, RuntimeError, TypeError, ValueError, Failed) as caught:
+        errors.append(" ".join(str(caught).split())[:300])
+
+
 class Attack:
     def __init__(self, application, name, act):
         self.application, self.name, self.act = application, name, act
@@ -53,12 +62,10 @@ class Visits:
     @contextlib.contextmanager
     def action(self, name):
         time.sleep(self.pause)
-        error = None
-        try:
+        errors = []
+        with noted(errors):
             yield
-        except (AssertionError, RuntimeError, TypeError, ValueError, Failed) as caught:
-            error = " ".join(str(caught).split())[:300]
-        self.actions.append((self.application, name, self.stopped(), error))
+        self.actions.append((self.application, name, self.stopped(), errors[0] if errors else None))
 
     def attack(self, name, act):
         """A text that is an injection itself, so it may be stopped. `act` is done again when exemptions are in force."""
@@ -71,12 +78,13 @@ class Visits:
             for attack in left:
                 time.sleep(self.pause)
                 self.stopped()
-                with contextlib.suppress(AssertionError, RuntimeError, Failed):
+                errors = []
+                with noted(errors):
                     attack.act()
                 events = self.stopped()
                 attack.first = attack.first or (events[0] if events else None)
-                attack.passes = not events
-                attack.done = attack.passes or not self._exempt(events[0], attack.exemptions)
+                attack.passes = not events and not errors
+                attack.done = attack.passes or not events or not self._exempt(events[0], attack.exemptions)
             left = [attack for attack in left if not attack.done]
             if not left:
                 break

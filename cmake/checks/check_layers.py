@@ -4,7 +4,6 @@
 Layers, lowest first: port, base, common, engines, config, checks, module. A folder includes itself and what stands below it.
 iis/ stands apart: the module and the host meet in it. Of the rooms of engines/ neither knows the other, and those of
 webshell/ stand in an order of their own."""
-import pathlib
 import re
 import sys
 
@@ -55,7 +54,7 @@ OS_CONDITIONAL = re.compile(
     r"^\s*#\s*(?:if|ifdef|ifndef|elif)\b.*\b(?:_?WIN(?:32|64)|_WINDOWS|_MSC_VER|__MINGW(?:32|64)__|__CYGWIN__|__linux(?:__)?"
     r"|linux|__unix(?:__)?|__APPLE__|__GLIBC__|_POSIX_VERSION)\b", re.M)
 THIRD_PARTY = {"boost": ("host/", "tests/", "bench/"), "CLI": ("host/", "tools/", "bench/"), "gtest": ("tests/",), "gmock": ("tests/",),
-               "benchmark": ("bench/",)}
+               "benchmark": ("bench/",), "modsecurity": ("bench/",)}
 INCLUDE = re.compile(r'^\s*#\s*include\s*(?:<([^>]+)>|"([^"]+)")', re.M)
 
 

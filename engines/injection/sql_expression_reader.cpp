@@ -224,8 +224,7 @@ CSqlExpressionReader::Finding CSqlExpressionReader::Behind(Operand operand) {
     compared_constants_ = compared_constants_ || constants;
     // In "id > 0" the name stands first; prose writes "4 = four".
     compared_mixed_ = compared_mixed_ || (!constants && !names && left_ == Operand::kName);
-    compared_names_ = compared_names_ || (!constants && !names);
-    compared_names_ = compared_names_ || names;
+    compared_names_ = compared_names_ || !constants;
   }
   operand_ = operand;
   last_constant_ = operand == Operand::kConstant;

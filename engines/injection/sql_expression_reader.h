@@ -198,6 +198,12 @@ class CSqlExpressionReader {
 
   Finding Statement();
 
+  /// "low_priority", "ignore" and the like, between a statement's word and what it works on.
+  void SkipModifiers();
+
+  /// Behind "update".
+  Finding Updated();
+
   static bool IsSchemaWord(std::string_view word) {
     for (const std::string_view thing : {"table", "database", "view", "index", "user", "function", "procedure",
                                          "schema", "trigger", "login", "alias", "or", "temporary", "role", "server"}) {

@@ -72,9 +72,28 @@ CSqlExpressionReader::Finding CSqlExpressionReader::Ordered(bool order) {
   }
   if (Is(Word::kHaving) || Is(Word::kUnion)) return Operators();
   if (Is(Kind::kComment)) return Found(Result::kClause);
-  // Behind a name only when that is all of the value: "order by 9".
+  // Behind nothing but a bracket, not behind a name: ") order by 9". "order by 9" alone is plain text.
   const bool alone = before_ != Before::kName || Trim(text_.substr(0, begin_)).empty();
   return number && order && Is(Kind::kEnd) && alone ? Found(Result::kClause) : Finding();
+}
+
+void CSqlExpressionReader::SkipModifiers() {
+  constexpr std::string_view kModifiers[] = {"low_priority", "high_priority", "delayed", "quick", "ignore"};
+  const auto is_modifier = [this](std::string_view word) { return EqualNoCase(Text(), word); };
+  while (Is(Kind::kWord) && std::any_of(std::begin(kModifiers), std::end(kModifiers), is_modifier)) Next();
+}
+
+CSqlExpressionReader::Finding CSqlExpressionReader::Updated() {
+  SkipModifiers();
+  if (!Is(Kind::kWord)) return {};
+  Next();
+  if (Is(Word::kSet)) return Found(Result::kStacked);
+  // "update users u set a=1": with a second name prose looks alike up to here.
+  Skip(Word::kAs);
+  Next();
+  if (!Skip(Word::kSet)) return {};
+  Next();
+  return Is(Kind::kCompare) ? Found(Result::kStacked) : Finding();
 }
 
 CSqlExpressionReader::Finding CSqlExpressionReader::Statement() {
@@ -86,9 +105,10 @@ CSqlExpressionReader::Finding CSqlExpressionReader::Statement() {
   const std::string_view second = name ? Text() : std::string_view();
   switch (word) {
     case Word::kInsert:
+      SkipModifiers();
       return Is(Word::kInto) ? Found(Result::kStacked) : Finding();
     case Word::kDelete:
-      if (EqualNoCase(second, "low_priority") || EqualNoCase(second, "quick") || EqualNoCase(second, "ignore")) Next();
+      SkipModifiers();
       return Is(Word::kFrom) ? Found(Result::kStacked) : Finding();
     case Word::kCreate:
       if (Is(Kind::kConnective)) return Found(Result::kStacked);  // "or replace"
@@ -98,8 +118,7 @@ CSqlExpressionReader::Finding CSqlExpressionReader::Statement() {
     case Word::kTruncate:
       return name && IsSchemaWord(second) ? Found(Result::kStacked) : Finding();
     case Word::kUpdate:
-      Next();
-      return name && Is(Word::kSet) ? Found(Result::kStacked) : Finding();
+      return Updated();
     case Word::kWaitfor:
       return EqualNoCase(second, "delay") || EqualNoCase(second, "time") ? Found(Result::kStacked) : Finding();
     case Word::kDeclare:

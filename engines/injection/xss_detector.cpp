@@ -193,13 +193,14 @@ namespace {
 // The first bare script tag that counts, its ">" included; empty when there is none. `named`: one that is only named in
 // quotes does not.
 std::string_view FindScriptTag(std::string_view text, bool named, std::size_t* work) {
+  CNamedTags names(text);
   for (std::size_t tag = text.find(kScript); tag != kNone;) {
     const std::size_t begin = tag + kScript.size();
     std::size_t pos = begin;
     while (pos < text.size() && IsSpace(text[pos])) ++pos;
     AddWork(work, pos - begin + 1);
     if (pos == text.size()) break;
-    if (text[pos] == '>' && !(named && IsNamedTag(text, tag, pos + 1))) return text.substr(tag, pos + 1 - tag);
+    if (text[pos] == '>' && !(named && names.IsNamed(tag, pos + 1))) return text.substr(tag, pos + 1 - tag);
     tag = text.find(kScript, pos);
   }
   return {};
@@ -260,31 +261,6 @@ XssType CheckBlanked(const JudgedText& text, const InjectionSettings& settings, 
 
 }  // namespace
 
-XssType XssDetector::Check(std::string* text, const InjectionSettings& settings, const InjectionLibrary& library,
-                           TextPlace* fragment, bool per_parameter) {
-  std::replace(text->begin(), text->end(), '+', ' ');
-  return CheckBlanked(std::string_view(*text), settings, library, fragment, per_parameter);
-}
-
-namespace {
-
-bool IsWanted(XssType type, const InjectionSettings& settings) {
-  switch (type) {
-    case XssType::kHtmlEvent:
-      return settings.xss_html_action != 0;
-    case XssType::kScriptTag:
-    case XssType::kScriptCode:
-      return settings.xss_script_block != 0;
-    case XssType::kScriptLoading:
-      return settings.xss_script_load != 0;
-    case XssType::kNone:
-      break;
-  }
-  return false;
-}
-
-}  // namespace
-
 XssType XssDetector::TagCheck(const JudgedText& text, const InjectionSettings& settings,
                               const InjectionLibrary& library, TextPlace* fragment, bool per_parameter) {
   if (!IsAnyOn(settings) || text.lowered.find('<') == kNone) return XssType::kNone;  // each of the three needs one
@@ -297,8 +273,9 @@ XssType XssDetector::TagCheck(const JudgedText& text, const InjectionSettings& s
 XssType XssDetector::FormCheck(std::string_view value, const InjectionSettings& settings,
                                const InjectionLibrary& library, TextPlace* fragment) {
   if (!IsAnyOn(settings) || settings.xss_form == 0) return XssType::kNone;
-  const XssFinding found = FindXssForm(value, library);
-  if (!IsWanted(found.type, settings)) return XssType::kNone;
+  const XssFinding found = FindXssForm(
+      value, library, {settings.xss_html_action != 0, settings.xss_script_block != 0, settings.xss_script_load != 0});
+  if (found.type == XssType::kNone) return XssType::kNone;
   *fragment = {found.begin, found.end - found.begin};
   return found.type;
 }

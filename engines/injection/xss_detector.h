@@ -16,12 +16,8 @@ namespace qiv {
 /// types.
 class XssDetector {
  public:
-  /// The kind of attack; *fragment is set on a hit, to its place in the text. Every "+" in *text becomes a blank, in
-  /// place, which moves nothing.
-  static XssType Check(std::string* text, const InjectionSettings& settings, const InjectionLibrary& library,
-                       TextPlace* fragment, bool per_parameter);
-  /// The same for a text that is not to be changed: it is copied only when there is a "+" to replace and a check to
-  /// run.
+  /// The kind of attack; *fragment is set on a hit, to its place in the text. A "+" counts as a blank; the text is
+  /// copied only when there is one and a check to run.
   static XssType TagCheck(const JudgedText& text, const InjectionSettings& settings, const InjectionLibrary& library,
                           TextPlace* fragment, bool per_parameter);
   /// With `xss_form` on, what a browser would run (xss_forms.h), of the kinds that are on; of one value, lower-cased.

@@ -14,6 +14,28 @@ enum class XssType : std::uint8_t {
   kScriptCode,     ///< a value that ends the string of a script and goes on as script
 };
 
+/// The kinds that a site looks for.
+struct XssKinds {
+  bool event = true;
+  bool script = true;  ///< tags and code
+  bool loading = true;
+
+  constexpr bool Has(XssType type) const {
+    switch (type) {
+      case XssType::kHtmlEvent:
+        return event;
+      case XssType::kScriptTag:
+      case XssType::kScriptCode:
+        return script;
+      case XssType::kScriptLoading:
+        return loading;
+      case XssType::kNone:
+        break;
+    }
+    return false;
+  }
+};
+
 /// Its place in the text that was judged, in bytes.
 struct XssFinding {
   XssType type = XssType::kNone;

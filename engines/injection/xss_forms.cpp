@@ -83,16 +83,17 @@ bool HoldsPercentEscape(std::string_view text) {
   return false;
 }
 
-XssFinding FindElements(std::string_view text, const InjectionLibrary& library, bool hidden_too) {
+XssFinding FindElements(std::string_view text, const InjectionLibrary& library, XssKinds kinds, bool hidden_too) {
   if (text.find('<') == kNone) return {};
-  CMarkupReader reader(text, library);
+  CMarkupReader reader(text, library, kinds);
   XssFinding found = reader.Read(MarkupStart::kElement);
   if (found.type == XssType::kNone && hidden_too && reader.PassedOverTags()) found = reader.Read(MarkupStart::kRaw);
   return found;
 }
 
 // A value that ends the element whose text it is (nobody writes the end alone) and begins a tag of its own.
-XssFinding FindEndOfText(std::string_view text) {
+XssFinding FindEndOfText(std::string_view text, XssKinds kinds) {
+  if (!kinds.script) return {};
   constexpr std::array<std::string_view, 7> kTextElements = {"script",   "style",  "textarea", "title",
                                                              "noscript", "iframe", "xmp"};
   const std::size_t open = text.find('<');
@@ -106,9 +107,9 @@ XssFinding FindEndOfText(std::string_view text) {
   return tag && ends_text ? XssFinding{XssType::kScriptTag, open, next + 2} : XssFinding{};
 }
 
-XssFinding FindAttributes(std::string_view text, const InjectionLibrary& library) {
+XssFinding FindAttributes(std::string_view text, const InjectionLibrary& library, XssKinds kinds) {
   if (!CMarkupReader::HoldsTellingAttribute(text, library)) return {};
-  CMarkupReader reader(text, library);
+  CMarkupReader reader(text, library, kinds);
   for (const MarkupStart start : {MarkupStart::kDoubleQuoted, MarkupStart::kSingleQuoted, MarkupStart::kUnquoted}) {
     const XssFinding found = reader.Read(start);
     if (found.type != XssType::kNone) return found;
@@ -116,7 +117,8 @@ XssFinding FindAttributes(std::string_view text, const InjectionLibrary& library
   return {};
 }
 
-XssFinding FindScript(std::string_view text) {
+XssFinding FindScript(std::string_view text, XssKinds kinds) {
+  if (!kinds.script) return {};
   if (const std::optional<TextPlace> found = FindScriptBreakout(text)) {
     return {XssType::kScriptCode, found->offset, found->offset + found->length};
   }
@@ -160,27 +162,27 @@ unsigned SignsIn(std::string_view text) {
 }
 
 // What the value is behind one more decoding: a browser's, a script's, a site's.
-XssFinding FindDecoded(std::string_view value, std::string_view markup, unsigned signs,
-                       const InjectionLibrary& library) {
+XssFinding FindDecoded(std::string_view value, std::string_view markup, unsigned signs, const InjectionLibrary& library,
+                       XssKinds kinds) {
   XssFinding found;
   const auto none = [&found] { return found.type == XssType::kNone; };
   // In event attributes and URLs a script's quotes may be written as references and percent escapes.
   if ((signs & kReference) != 0 &&
       (value.find("&#") != kNone || value.find("&apos") != kNone || value.find("&quot") != kNone)) {
     const std::string decoded = DecodeHtmlEntities(value);
-    found = FindScript(decoded);
-    if (none() && decoded.find("%27") != kNone) found = FindScript(PercentDecode(decoded));
+    found = FindScript(decoded, kinds);
+    if (none() && decoded.find("%27") != kNone) found = FindScript(PercentDecode(decoded), kinds);
   }
   // A site may decode once more than its server does.
   if (none() && (signs & kPercent) != 0 && HoldsPercentEscape(value)) {
     const std::string decoded = CCharSet::LowerBytes(PercentDecode(markup));
-    found = FindElements(decoded, library, false);
-    if (none()) found = FindAttributes(decoded, library);
-    if (none()) found = FindScript(decoded);
+    found = FindElements(decoded, library, kinds, false);
+    if (none()) found = FindAttributes(decoded, library, kinds);
+    if (none()) found = FindScript(decoded, kinds);
   }
   // A script may write its string into the page.
   if (none() && (signs & kBackslash) != 0 && HoldsEscapedTag(value)) {
-    found = FindElements(UnescapeScript(value), library, false);
+    found = FindElements(UnescapeScript(value), library, kinds, false);
   }
   return found;
 }
@@ -193,7 +195,7 @@ XssFinding InDecoded(XssFinding found, std::string_view value) {
 
 }  // namespace
 
-XssFinding FindXssForm(std::string_view value, const InjectionLibrary& library) {
+XssFinding FindXssForm(std::string_view value, const InjectionLibrary& library, XssKinds kinds) {
   const unsigned signs = SignsIn(value);
   if ((signs & (kTag | kAssigns | kCalls | kEscapes)) == 0) return {};  // most values
   // "+" is a blank in markup, where nothing is added.
@@ -206,14 +208,15 @@ XssFinding FindXssForm(std::string_view value, const InjectionLibrary& library) 
   }
   XssFinding found;
   const auto none = [&found] { return found.type == XssType::kNone; };
-  if ((signs & kTag) != 0) found = FindElements(markup, library, true);
-  if (none() && (signs & kTag) != 0) found = FindEndOfText(markup);
-  if (none() && (signs & kAssigns) != 0) found = FindAttributes(markup, library);
-  if (none() && (signs & (kAssigns | kCalls)) != 0 && (signs & (kQuote | kHole)) != 0) found = FindScript(value);
+  if ((signs & kTag) != 0) found = FindElements(markup, library, kinds, true);
+  if (none() && (signs & kTag) != 0) found = FindEndOfText(markup, kinds);
+  if (none() && (signs & kAssigns) != 0) found = FindAttributes(markup, library, kinds);
+  if (none() && (signs & (kAssigns | kCalls)) != 0 && (signs & (kQuote | kHole)) != 0) found = FindScript(value, kinds);
   if (!none()) return found;
-  if (IsScriptUrl(value)) return InDecoded({XssType::kScriptLoading, 0, 0}, value);
-  if ((signs & kCalls) != 0 && IsWholeScript(value)) return InDecoded({XssType::kScriptCode, 0, 0}, value);
-  if ((signs & kEscapes) != 0) found = InDecoded(FindDecoded(value, markup, signs, library), value);
+  if (kinds.loading && IsScriptUrl(value)) return InDecoded({XssType::kScriptLoading, 0, 0}, value);
+  if (kinds.script && (signs & kCalls) != 0 && IsWholeScript(value))
+    return InDecoded({XssType::kScriptCode, 0, 0}, value);
+  if ((signs & kEscapes) != 0) found = InDecoded(FindDecoded(value, markup, signs, library, kinds), value);
   return found;
 }
 

@@ -12,8 +12,9 @@
 
 namespace qiv {
 
-/// One value, decoded, in lower case; kNone when it runs nowhere. Linear; any number of threads. It takes memory, for
-/// copies of the value, only when the value holds escapes that may hide something.
-XssFinding FindXssForm(std::string_view value, const InjectionLibrary& library);
+/// One value, decoded, in lower case; kNone when it runs nowhere. Of the kinds asked for alone: none hides another.
+/// Linear; any number of threads. It takes memory, for copies of the value, only when the value holds escapes that may
+/// hide something.
+XssFinding FindXssForm(std::string_view value, const InjectionLibrary& library, XssKinds kinds = {});
 
 }  // namespace qiv

@@ -5,7 +5,6 @@
 #include <string>
 
 #include "common/text.h"
-#include "engines/injection/xss_script.h"
 
 namespace qiv {
 namespace {
@@ -48,6 +47,7 @@ bool CanDoSomething(std::string_view code) { return code.find_first_of("([`={&\\
 
 XssFinding CMarkupReader::Read(MarkupStart start) {
   finding_ = {};
+  named_ = CNamedTags(text_);
   passed_over_tags_ = false;
   in_event_ = false;
   in_image_ = true;  // until a tag says something else
@@ -84,9 +84,9 @@ std::size_t CMarkupReader::ReadTag(std::size_t open, bool raw) {
   const std::string_view name = text_.substr(open + 1, pos - open - 1);
   in_image_ = name == "img" || name == "image" || name == "input" || name == "source" || name == "video";
   if (pos == text_.size()) return pos;
-  if (name == "script" && !(text_[pos] == '>' && IsNamedTag(text_, open, pos + 1))) {
+  if (name == "script" && !(text_[pos] == '>' && named_.IsNamed(open, pos + 1))) {
     Find(XssType::kScriptTag, text_.substr(pos, 1));
-    return text_.size();
+    if (finding_.type != XssType::kNone) return text_.size();
   }
   return ReadAttributes(pos, raw);
 }
@@ -158,6 +158,7 @@ void CMarkupReader::Judge(const Attribute& attribute) {
 }
 
 void CMarkupReader::Find(XssType type, std::string_view last) {
+  if (!kinds_.Has(type)) return;
   const auto end = static_cast<std::size_t>(last.data() - text_.data()) + last.size();
   finding_ = {type, tag_begin_, end};
 }

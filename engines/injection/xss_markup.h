@@ -13,6 +13,7 @@
 
 #include "engines/injection/injection_library.h"
 #include "engines/injection/xss_finding.h"
+#include "engines/injection/xss_script.h"
 
 namespace qiv {
 
@@ -28,9 +29,10 @@ enum class MarkupStart : std::uint8_t {
 /// Reads one text, which is in lower case, and which it keeps by reference.
 class CMarkupReader {
  public:
-  CMarkupReader(std::string_view text, const InjectionLibrary& library) : text_(text), library_(library) {}
+  CMarkupReader(std::string_view text, const InjectionLibrary& library, XssKinds kinds)
+      : text_(text), library_(library), kinds_(kinds) {}
 
-  /// The first thing that runs; kNone when there is none.
+  /// The first thing that runs, of the kinds asked for; kNone when there is none.
   XssFinding Read(MarkupStart start);
   /// Whether the last reading passed over a quoted value that holds a "<": then kRaw is worth reading.
   bool PassedOverTags() const { return passed_over_tags_; }
@@ -54,6 +56,8 @@ class CMarkupReader {
 
   std::string_view text_;
   const InjectionLibrary& library_;
+  const XssKinds kinds_;
+  CNamedTags named_{text_};
   XssFinding finding_;
   std::size_t tag_begin_ = 0;
   bool in_tag_ = false;    // not in one of the page

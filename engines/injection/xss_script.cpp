@@ -83,11 +83,16 @@ std::optional<TextPlace> FindScriptBreakout(std::string_view text) {
   return std::nullopt;
 }
 
-bool IsNamedTag(std::string_view text, std::size_t begin, std::size_t end) {
-  constexpr std::size_t kFar = 256;  // bytes of script in which something would have been done
-  if (begin == 0 || end >= text.size() || text[begin - 1] != text[end]) return false;
-  if (std::string_view("`'\"").find(text[end]) == kNone) return false;
-  return !CScriptReader(text.substr(end, kFar), 0, '\0').Runs(ScriptStart::kStatement);
+bool CNamedTags::IsNamed(std::size_t begin, std::size_t end) {
+  if (begin == 0 || end >= text_.size() || text_[begin - 1] != text_[end]) return false;
+  if (std::string_view("`'\"").find(text_[end]) == kNone) return false;
+  if (close_ < end) close_ = std::min(text_.find("</script", end), text_.size());
+  CScriptReader reader(text_.substr(0, close_), end, '\0');
+  const bool runs = reader.Runs(ScriptStart::kStatement);
+  const std::size_t read = reader.Position() - end + 1;
+  if (runs || read > left_) return false;
+  left_ -= read;
+  return true;
 }
 
 bool IsRunningUrl(std::string_view value, UrlPlace place) {

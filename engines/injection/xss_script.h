@@ -21,9 +21,25 @@ namespace qiv {
 /// stand for a "+" in a text that holds none (queries are decoded so).
 std::optional<TextPlace> FindScriptBreakout(std::string_view text);
 
-/// Whether the script tag at [begin, end) is only named, in quotes, and what follows would not run as its script:
-/// prose about "`<script>`". Only a name's closing quote is looked at, and what script it would begin.
-bool IsNamedTag(std::string_view text, std::size_t begin, std::size_t end);
+/// Tells the script tags of a text that are only named, in quotes, from those that begin a script: prose about
+/// "`<script>`". Linear: once reading what might be scripts has taken some times the text's length, every tag begins
+/// one.
+class CNamedTags {
+ public:
+  /// `text` is in lower case and kept by reference.
+  explicit CNamedTags(std::string_view text) : text_(text), left_(kReadings * text.size()) {}
+
+  /// Of the tag at [begin, end): whether a quote stands on either side, and what follows up to "</script" would do
+  /// nothing as a script. Tags are asked for from the front to the back, each any number of times.
+  bool IsNamed(std::size_t begin, std::size_t end);
+
+ private:
+  static constexpr std::size_t kReadings = 4;
+
+  std::string_view text_;
+  std::size_t left_;       // bytes that may be read
+  std::size_t close_ = 0;  // of the "</script" last looked for
+};
 
 /// Where a URL stands.
 enum class UrlPlace : std::uint8_t {

@@ -1,6 +1,7 @@
-// The weights come from measuring samples against ordinary applications (docs/webshell-detection.md): only words of the
-// trade are listed, no author's or sample's own names, so that files of other collections are found as well; a word's
-// weight grows with how much commoner it is in samples, and is rounded so that a few of them are needed together.
+// The weights come from measuring samples against ordinary applications (docs/webshell-detection.md): only words of
+// what webshells do are listed, no author's or sample's own names, so that files of other collections are found as
+// well; a word's weight grows with how much commoner it is in samples, and is rounded so that a few of them are needed
+// together.
 #include "engines/webshell/risk_words.h"
 
 #include <array>

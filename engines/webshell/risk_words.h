@@ -13,7 +13,7 @@ struct RiskScore {
   std::string_view heaviest;  ///< the weightiest word that was met (a view of the table)
 };
 
-/// A text of this score is reported. Pages hold fewer words of the trade by chance than PHP programs do.
+/// A text of this score is reported. Pages hold fewer such words by chance than PHP programs do.
 inline constexpr std::int32_t kPhpRiskLimit = 100;
 inline constexpr std::int32_t kPageRiskLimit = 80;
 

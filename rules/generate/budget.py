@@ -8,7 +8,6 @@ byte before it, by text_bigrams.txt. A word of a rule is expected n * p(word) ti
 with arbitrary gaps is found at most as often as the product of min(1, n * p(word)) over its words.
 """
 
-import math
 import os
 
 LETTERS = "abcdefghijklmnopqrstuvwxyz"

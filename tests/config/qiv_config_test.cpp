@@ -379,12 +379,12 @@ TEST_F(QivConfig, TheRulesForAttacksFollowTheirFile) {
   };
   Write(FileText(SettingsText("", "{\"badcode\":1}")));
   Tick();
-  EXPECT_TRUE(states_.IsFault(StateKind::kLoad, "_badcode.db")) << "switched on, and nothing is looked for";
+  EXPECT_TRUE(states_.IsFault(StateKind::kProtection, "_badcode.db")) << "switched on, and nothing is looked for";
   Write(SiteText(""));
   Write("_badcode.db", rules("a.b"));
   Tick();
   EXPECT_EQ(pattern(), "a.b");
-  EXPECT_FALSE(states_.IsFault(StateKind::kLoad, "_badcode.db"));
+  EXPECT_FALSE(states_.IsFault(StateKind::kProtection, "_badcode.db"));
   for (const std::string& bad :
        {rules("~x"), std::string("no library"), encrypt_text("", "<badcode_rules></badcode_rules>")}) {
     news_.Take();

@@ -23,11 +23,8 @@ PROGRAMS = ["QivIpsIIs", "qivctl", "qivhost", "hostile_module"]
 
 
 def rows(text):
-    """The faults of a list: [[fault]] tables, and tables of one file each, whose rows are note, find, replace and, where it is not
-    the table's, test."""
-    tables = tomllib.loads(text)
-    yield from tables.pop("fault", [])
-    for file, table in tables.items():
+    """The faults of a list: tables of one file each, whose rows are note, find, replace and, where it is not the table's, test."""
+    for file, table in tomllib.loads(text).items():
         usual = table.pop("test", "")
         for name, row in table.items():
             yield {"id": name, "file": file, "test": usual, **dict(zip(("note", "find", "replace", "test"), row))}
@@ -132,8 +129,16 @@ def main():
     names = {fault["test"]: tests.of(fault["test"]) for fault in faults}
     every = sorted({name for of_one in names.values() for name in of_one})
     # A test that is red anyway finds nothing.
-    if not all(names.values()) or not tests.make(every) or not tests.passed(f"^({'|'.join(every)})$"):
-        print(f"planted faults: {', '.join(every)}: one is missing, or red without a fault", file=sys.stderr)
+    missing = sorted(test for test, of_one in names.items() if not of_one)
+    if missing:
+        print(f"planted faults: there is no test {', '.join(missing)}", file=sys.stderr)
+        return 2
+    if not tests.make(every):
+        print("planted faults: the tree does not build without a fault", file=sys.stderr)
+        return 2
+    red = [name for name in every if not tests.passed(f"^{name}$")]
+    if red:
+        print(f"planted faults: {', '.join(red)}: red without a fault", file=sys.stderr)
         return 2
     found = 0
     for fault in faults:

@@ -88,9 +88,9 @@ TEST(XssDetector, Cases) {
     TextPlace fragment;
     EXPECT_EQ(XssDetector::CheckText(std::string_view(c.text), settings, library, &fragment, false), c.type) << c.text;
     EXPECT_EQ(std::exchange(fragment, {}).In(c.text), c.fragment) << c.text;
-    std::string changed = "a=1&+=" + c.text;
-    EXPECT_EQ(XssDetector::Check(&changed, settings, library, &fragment, true), c.type) << c.text;
-    EXPECT_EQ(fragment.In("a=1&+=" + c.text), c.fragment) << c.text;
+    const std::string second = "a=1&+=" + c.text;
+    EXPECT_EQ(XssDetector::TagCheck(std::string_view(second), settings, library, &fragment, true), c.type) << c.text;
+    EXPECT_EQ(fragment.In(second), c.fragment) << c.text;
   }
 }
 
@@ -118,10 +118,13 @@ TEST(XssDetector, SwitchesAndParameters) {
   }
   InjectionSettings settings;
   settings.xss_html_action = 1;
-  std::string split = "a=<p x&b onerror=f";  // a hit as one text, none by parameters
+  const std::string_view split = "a=<p x&b onerror=f";  // a hit as one text, none by parameters
   TextPlace fragment;
-  EXPECT_EQ(XssDetector::Check(&split, settings, library, &fragment, true), XssType::kNone);
-  EXPECT_EQ(XssDetector::Check(&split, settings, library, &fragment, false), XssType::kHtmlEvent);
+  EXPECT_EQ(XssDetector::TagCheck(split, settings, library, &fragment, true), XssType::kNone);
+  EXPECT_EQ(XssDetector::TagCheck(split, settings, library, &fragment, false), XssType::kHtmlEvent);
+  settings.xss_form = 1;  // a kind that is off hides no other
+  EXPECT_EQ(XssDetector::FormCheck("<a href=javascript:x()><p onerror=x()>", settings, library, &fragment),
+            XssType::kHtmlEvent);
 }
 
 // Texts that make a repeated search read the same bytes for every occurrence.
