@@ -83,10 +83,27 @@ std::optional<TextPlace> FindScriptBreakout(std::string_view text) {
   return std::nullopt;
 }
 
+std::size_t CNamedTags::NextTag(std::size_t quote, std::size_t from) {
+  std::size_t& next = next_[quote];
+  if (next >= from && next != 0) return next;
+  const char mark = kQuotes[quote];
+  const std::string tag = mark + std::string("<script>") + mark;
+  next = std::min(text_.find(tag, from), text_.size());
+  return next;
+}
+
 bool CNamedTags::IsNamed(std::size_t begin, std::size_t end) {
   if (begin == 0 || end >= text_.size() || text_[begin - 1] != text_[end]) return false;
-  if (std::string_view("`'\"").find(text_[end]) == kNone) return false;
+  const std::size_t quote = kQuotes.find(text_[end]);
+  if (quote == kNone) return false;
   if (close_ < end) close_ = std::min(text_.find("</script", end), text_.size());
+  // Documents name the tag often. Where the next one in such quotes stands behind an operand, what follows it decides
+  // here as well, and that tag is asked about by itself.
+  if (const std::size_t next = NextTag(quote, end); next < close_) {
+    CScriptReader reader(text_.substr(0, next + 1), end, '\0');
+    if (reader.Runs(ScriptStart::kStatement)) return false;
+    if (reader.Position() <= next || reader.IsBehindOperand()) return true;
+  }
   CScriptReader reader(text_.substr(0, close_), end, '\0');
   const bool runs = reader.Runs(ScriptStart::kStatement);
   const std::size_t read = reader.Position() - end + 1;

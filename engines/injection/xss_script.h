@@ -8,6 +8,7 @@
 // text; there are at most eight of them.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -35,10 +36,15 @@ class CNamedTags {
 
  private:
   static constexpr std::size_t kReadings = 4;
+  static constexpr std::string_view kQuotes = "`'\"";
+
+  /// Where the next tag in quotes of this kind stands at or behind `from`, its opening quote; else the text's end.
+  std::size_t NextTag(std::size_t quote, std::size_t from);
 
   std::string_view text_;
-  std::size_t left_;       // bytes that may be read
-  std::size_t close_ = 0;  // of the "</script" last looked for
+  std::size_t left_;                                // bytes that may be read to the end of a script
+  std::size_t close_ = 0;                           // of the "</script" last looked for
+  std::array<std::size_t, kQuotes.size()> next_{};  // by kind of quotes
 };
 
 /// Where a URL stands.

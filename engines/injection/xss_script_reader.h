@@ -27,6 +27,8 @@ class CScriptReader {
   bool Runs(ScriptStart start);
   /// Where reading stopped.
   std::size_t Position() const { return pos_; }
+  /// Whether what was read last is an operand.
+  bool IsBehindOperand() const { return !operand_; }
 
  private:
   enum class Previous : std::uint8_t { kLiteral, kName, kClose, kBlock, kKeyword, kOpen, kOperator, kSemicolon };

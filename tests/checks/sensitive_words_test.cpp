@@ -132,6 +132,7 @@ TEST_F(SensitiveWordsTest, ReadsResponsesInTheirCharset) {
                          {"text/html; charset=big5", gbk + "badword", ""},
                          {"text/html; charset=windows-1252", gbk + "darn", gbk + "**"},
                          {"text/html; charset=utf-8", gbk, ""},
+                         {"text/html; charset=utf-16be", std::string("x\0d\0a\0r\0ny", 10), ""},
                          {"text/html", "darn \xE8\x8B\xB1\xE5\x9B\xBD dARn", "** ** **"},
                          {"", wide,
                           std::string("\xFF\xFE"

@@ -219,7 +219,7 @@ TEST(Qivctl, TheWebshellLibraryGoesThereAndBack) {
   ReplaceFile(plain + "/trojan_free.txt", "our editor\n");
   ASSERT_EQ(Qivctl("library pack " + plain + " -o " + stored + " --language zh-CN").exit_code, 0);
   EXPECT_EQ(Qivctl("library unpack " + stored + "/_trojan.db").output,
-            "# trojan_rules\nmyshell++<%--good\tasp\t4096\t我的木马\t我的木马\n# trojan_free\nour editor\n");
+            "# trojan_rules\nmyshell++<%--good\tasp\t4096\tMy shell\t我的木马\n# trojan_free\nour editor\n");
   for (const std::string bad : {"a\tphp\t0\tname", "++\tphp\t0\ta\tb", "a\tjsp\t0\ta\tb", "a\tphp\tx\ta\tb",
                                 "a\tphp\t0\t\t", "a{*}b\tphp\t0\ta\tb"}) {
     ReplaceFile(plain + "/trojan_rules.txt", "\n" + bad);
