@@ -114,6 +114,7 @@ struct Request : stubs::UnexpectedHttpRequest {
   PCSTR GetHeader(HTTP_HEADER_ID id, USHORT* size) const override { return HeaderOf(raw.Headers, id, size); }
   PCSTR GetHttpMethod() const override { return scripted->method; }
   PSOCKADDR GetRemoteAddress() const override { return raw.pRemoteAddress; }
+  PSOCKADDR GetLocalAddress() const override { return raw.pLocalAddress; }
   DWORD GetSiteId() const override { return 3; }
 
   HRESULT ReadEntityBody(VOID* buffer, DWORD size, BOOL async, DWORD* received, BOOL* pending) override {
