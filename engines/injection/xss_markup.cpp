@@ -93,7 +93,9 @@ std::size_t CMarkupReader::ReadTag(std::size_t open, bool raw) {
 
 std::size_t CMarkupReader::ReadAttributes(std::size_t pos, bool raw) {
   while (finding_.type == XssType::kNone) {
+    const std::size_t gap = pos;
     while (pos < text_.size() && (IsBlank(text_[pos]) || text_[pos] == '/' || (raw && IsQuote(text_[pos])))) ++pos;
+    if (pos - gap != 1 || text_[gap] != ' ') in_event_ = false;
     if (pos == text_.size() || (raw && text_[pos] == '<')) return pos;
     if (text_[pos] == '>') return pos + 1;
     Attribute attribute;
@@ -147,7 +149,7 @@ void CMarkupReader::Judge(const Attribute& attribute) {
   } else if (in_tag_ && IsNamedLikeEvent(name) && attribute.value.find_first_of("(`") != kNone) {
     return Find(XssType::kHtmlEvent, attribute.value);
   } else if (in_event_ && CanDoSomething(name)) {
-    return Find(XssType::kHtmlEvent, name);  // a "+" of the code was read as a blank
+    return Find(XssType::kHtmlEvent, name);  // each "+" of the code was read as a blank
   }
   if (attribute.value.empty()) return;
   if (name == "srcdoc") return Find(XssType::kScriptLoading, attribute.value);
