@@ -125,11 +125,11 @@ class CAttackWalk {
   }
 
   bool WalkBody(const ValueVisitor& visit) {
-    if (here_ == 0 || facts_.raw_body.empty()) return true;
-    if (CharsetOfBody(facts_.content_type, facts_.raw_body) == BodyCharset::kWide) {
-      return ForEachBodyValue(facts_.content_type, WideToUtf8(facts_.raw_body), visit);
+    if (here_ == 0 || facts_.text_body.empty()) return true;
+    if (CharsetOfBody(facts_.content_type, facts_.text_body) == BodyCharset::kWide) {
+      return ForEachBodyValue(facts_.content_type, WideToUtf8(facts_.text_body), visit);
     }
-    return ForEachBodyValue(facts_.content_type, facts_.raw_body, visit);
+    return ForEachBodyValue(facts_.content_type, facts_.text_body, visit);
   }
 
   void WalkHeaders() {

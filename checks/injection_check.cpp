@@ -150,7 +150,7 @@ class CInjectionRun {
     const bool xss = sql_.xss && sql_.xss_post;
     if ((!sql_.post && !xss) || facts_.body.empty()) return false;
     if (charset_ == BodyCharset::kWide) {
-      const std::string wide = WideToUtf8(facts_.raw_body);
+      const std::string wide = WideToUtf8(facts_.text_body);
       const std::string whole = DecodeBody(wide);
       Hit hit;
       return JudgeValues(JudgeFor({sql_.post != 0, sql_.post_super_mode != 0, xss}, site_.post_rules), hit,
@@ -163,9 +163,9 @@ class CInjectionRun {
     return CheckText(
         kPost, facts_.body, {sql_.post != 0, sql_.post_super_mode != 0, xss, true}, site_.post_rules,
         [this](const ValueVisitor& visit) {
-          return ForEachBodyValue(facts_.content_type, facts_.raw_body, visit, BodyValues::kTelling);
+          return ForEachBodyValue(facts_.content_type, facts_.text_body, visit, BodyValues::kTelling);
         },
-        BodyFormOf(facts_.content_type, facts_.raw_body) != BodyForm::kXml);
+        BodyFormOf(facts_.content_type, facts_.text_body) != BodyForm::kXml);
   }
 
   using Walk = std::function<bool(const ValueVisitor&)>;

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "checks/badcode_check.h"
+#include "checks/body_text.h"
 #include "checks/check_result.h"
 #include "checks/file_inclusion_check.h"
 #include "checks/injection_check.h"
@@ -98,13 +99,6 @@ std::string Form(std::string_view parameters, std::string_view content) {
 }
 
 std::string Query(std::string_view raw) { return std::string(Trim(NormalizeText(std::string(Trim(raw))))); }
-
-/// The module's decoding of a body.
-std::string Body(std::string_view raw) {
-  std::string body = DecodeBody(raw);
-  CCharSet::LowerAscii(&body);
-  return body;
-}
 
 Mechanism MechanismOf(const CheckResult& result) {
   if (result.status != kBlocked) return Mechanism::kNone;
@@ -208,13 +202,11 @@ Verdict Judge(const Protection& protection, Place place, std::string_view text, 
   }
   if (!query.empty()) facts.raw_url += "?" + query;
   facts.query = Query(query);
-  facts.body = Body(body);
-  facts.raw_body = body;
+  facts.raw_body = form.empty() ? body : form;
+  if (!form.empty()) facts.content_type = kFormType;
+  SetBodyText(true, &facts);
   CheckResult result;
   if (!form.empty()) {
-    facts.content_type = kFormType;
-    facts.raw_body = form;
-    facts.body = Body(form);
     if (by == Judges::kAll || by == Judges::kInjection) UploadCheck(facts, context, result);
     if (result.status == kBlocked) return {Mechanism::kUpload, result.rule, result.reason};
   }

@@ -93,9 +93,8 @@ std::size_t CMarkupReader::ReadTag(std::size_t open, bool raw) {
 
 std::size_t CMarkupReader::ReadAttributes(std::size_t pos, bool raw) {
   while (finding_.type == XssType::kNone) {
-    const std::size_t gap = pos;
     while (pos < text_.size() && (IsBlank(text_[pos]) || text_[pos] == '/' || (raw && IsQuote(text_[pos])))) ++pos;
-    if (pos - gap != 1 || text_[gap] != ' ') in_event_ = false;
+    if (pos > 1 && (text_[pos - 1] != ' ' || IsBlank(text_[pos - 2]))) in_event_ = false;
     if (pos == text_.size() || (raw && text_[pos] == '<')) return pos;
     if (text_[pos] == '>') return pos + 1;
     Attribute attribute;

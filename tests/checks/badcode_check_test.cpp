@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "checks/body_text.h"
 #include "checks/file_inclusion_check.h"
 #include "common/text.h"
 #include "tests/checks/check_fixture.h"
@@ -37,7 +38,7 @@ class BadcodeCheckTest : public CCheckFixture {
   }
   void Clear() {
     facts_.raw_url = "/a";
-    facts_.raw_body = {};
+    facts_.raw_body = facts_.text_body = {};
     facts_.headers.clear();
   }
   std::string Query(const std::string& query) {
@@ -49,6 +50,7 @@ class BadcodeCheckTest : public CCheckFixture {
     Clear();
     facts_.content_type = type;
     facts_.raw_body = body;
+    SetBodyText(true, &facts_);
     return Run();
   }
   std::string Header(std::int32_t number, const std::string& name, const std::string& value) {
