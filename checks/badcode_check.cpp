@@ -4,7 +4,6 @@
 #include <cstdint>
 #include <utility>
 
-#include "checks/body_charset.h"
 #include "checks/request_values.h"
 #include "checks/value_forms.h"
 #include "common/char_set.h"
@@ -126,10 +125,7 @@ class CAttackWalk {
 
   bool WalkBody(const ValueVisitor& visit) {
     if (here_ == 0 || facts_.text_body.empty()) return true;
-    if (CharsetOfBody(facts_.content_type, facts_.text_body) == BodyCharset::kWide) {
-      return ForEachBodyValue(facts_.content_type, WideToUtf8(facts_.text_body), visit);
-    }
-    return ForEachBodyValue(facts_.content_type, facts_.text_body, visit);
+    return ForEachReadBodyValue(facts_.content_type, facts_.text_body, visit);
   }
 
   void WalkHeaders() {

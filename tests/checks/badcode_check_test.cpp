@@ -77,6 +77,8 @@ TEST_F(BadcodeCheckTest, LooksIntoEveryPlace) {
   EXPECT_EQ(Body("application/json", R"({"b":"..\\..\\"})"), "file l");
   EXPECT_EQ(Body("application/json; charset=utf-16le", std::string_view("{\0\"\0a\0\"\0:\0\"\0;\0i\0d\0\"\0}\0", 22)),
             "badcode c");
+  EXPECT_EQ(Body("application/x-www-form-urlencoded; charset=utf-16", "\xFF\xFE&a=x%3bid"), "badcode c")
+      << "to a page that reads bytes";
   EXPECT_EQ(Header(25, "Cookie", "a=b; c=x%3bid"), "badcode c");
   EXPECT_EQ(Header(40, "User-Agent", "map/1"), "badcode s");
   EXPECT_EQ(Header(36, "Referer", "http://evil/x"), "") << "a header that names a page includes none";

@@ -78,14 +78,14 @@ TEST(AttackRules, LeaveWritingAlone) {
   std::string chinese;
   for (int i = 0; i < 130; ++i) chinese += "\xE4\xBB\xB7";
   const auto finds = [](const std::string& text) { return Found("shell,short", "~C~(tool)~e", text) != "-"; };
-  for (const std::string& text :
-       std::vector<std::string>{"x; id", "x;id\n" + line + line + line, "; 'id'" + paragraph, line + line + "; id",
-                                std::string(900, 'x') + ";id " + paragraph, line + "-\n-\n-\n- ; id"}) {
+  for (const std::string& text : std::vector<std::string>{
+           "x; id", "x;id\n" + line + line + line, "; 'id'" + paragraph, line + line + "; id",
+           std::string(900, 'x') + ";id " + paragraph, line + "-\n-\n-\n- ; id", "a a a\na a a\na a a\n;id"}) {
     EXPECT_TRUE(finds(text)) << text;
   }
   for (const std::string& text :
        {line + line + line + ";id", line + ";id\n" + line + line, paragraph + ";id", "two words;id " + paragraph,
-        "one\n;id\n" + line + line + line, "a b; id" + chinese}) {
+        "one\n;id\n" + line + line + line, "a b; id" + chinese, chinese + ";id"}) {
     EXPECT_FALSE(finds(text)) << text;
   }
 }
