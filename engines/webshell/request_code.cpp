@@ -136,9 +136,8 @@ Call CallAt(std::string_view text, std::size_t open) {
   Call call{begin, open + 1, text.substr(begin, end - begin), WordKind::kNoWord};
   if (begin > 0) {
     const char before = text[begin - 1];
-    const std::string_view head = text.substr(0, begin);
-    const bool method =
-        before == '.' || before == '$' || head.ends_with("->") || head.ends_with("-&gt;") || head.ends_with("::");
+    const bool method = before == '.' || before == '$' || (before == '>' && begin > 1 && text[begin - 2] == '-') ||
+                        (before == ':' && begin > 1 && text[begin - 2] == ':');
     if (method) return call;
   }
   call.kind = KindOf(call.word);
@@ -324,14 +323,6 @@ class CFragment {
   std::string_view silent_setup_;  // the first setup without messages; the words of the list differ in length
 };
 
-/// Whether "_" and what follows it may be the request as PHP sees it, or a variable called "_". PowerShell calls the
-/// item at hand so, and asks for its members ("$_.Name") or compares it ("$_ -eq 1").
-bool IsPhpSource(std::string_view name) {
-  if (!name.starts_with('_')) return false;
-  const bool member = name.size() > 2 && name[1] == '.' && IsLetter(name[2]);
-  return !member && !name.starts_with("_ -");
-}
-
 bool IsBase64(char c) { return IsLetter(c) || IsDigit(c) || c == '+' || c == '/' || c == ' ' || c == '-' || c == '_'; }
 
 }  // namespace
@@ -339,7 +330,7 @@ bool IsBase64(char c) { return IsLetter(c) || IsDigit(c) || c == '+' || c == '/'
 std::uint32_t CodeHints(std::string_view text) {
   std::uint32_t hints = TagHints(text);
   for (std::size_t at = text.find('$'); at != kNone; at = text.find('$', at + 1)) {
-    if (IsPhpSource(text.substr(at + 1))) {
+    if (at + 1 < text.size() && text[at + 1] == '_') {
       hints |= kHintSource;
       break;
     }
