@@ -230,6 +230,32 @@ TEST(Qivctl, TheWebshellLibraryGoesThereAndBack) {
   EXPECT_FALSE(IsFile(directory.Path("stored2/_trojan.db")));
 }
 
+TEST(Qivctl, TheLibraryOfAttacksGoesThereAndBack) {
+  const CTemporaryDirectory directory;
+  const std::string plain = directory.Path("plain");
+  const std::string stored = directory.Path("stored");
+  MakeDirectories(plain);
+  const std::string lists = "tool\tcat id\n";
+  const std::string rule = "7\tshell,values\t~c~(tool)~e\tCommand\t命令\tx;id%0A\tx;idea\n";
+  ReplaceFile(plain + "/lists.txt", "# ours\r\n" + lists);
+  ReplaceFile(plain + "/rce.txt", rule);
+  ReplaceFile(plain + "/php.txt", "8\t-\t<?php\tCode\t代码\t<?php\t<?xml\n");
+  ReplaceFile(plain + "/ordinary.txt", "a; idea\n");
+  ASSERT_EQ(Qivctl("library pack " + plain + " -o " + stored + " --language zh-CN").exit_code, 0);
+  EXPECT_EQ(Qivctl("library unpack " + stored + "/_badcode.db").output,
+            "# lists\n" + lists + "# rce\n7\tshell,values\t~c~(tool)~e\t命令\t命令\tx;id%0A\tx;idea\n" +
+                "# php\n8\t-\t<?php\t代码\t代码\t<?php\t<?xml\n");
+  for (const std::string bad : {"9\t-\tab\tc\td\tab", "9\t-\tab\tc\td\t\tx", "9\there\tab\tc\td\tab\tx",
+                                "9\t-\t~(none)\tc\td\tab\tx", "9\t-\ta.\tc\td\tab\tx", "9\t-\ta.\tc\td\ta.\txa.",
+                                "7\t-\ta.\tc\td\ta.\tx", "9\t-\t; id\tc\td\t; id\tx", "9\t-\ta{*}\tc\td\ta.\tx"}) {
+    ReplaceFile(plain + "/rce.txt", rule + bad);
+    const Outcome pack = Qivctl("library pack " + plain + " -o " + directory.Path("stored2"));
+    EXPECT_EQ(pack.exit_code, 2) << bad;
+    EXPECT_EQ(pack.output.find("qivctl: " + plain + "/rce.txt:2: "), 0U) << bad << pack.output;
+  }
+  EXPECT_FALSE(IsFile(directory.Path("stored2/_badcode.db")));
+}
+
 TEST(Qivctl, ChecksRequestsAndWritesNothing) {
   const CTemporaryDirectory directory;
   const std::string module = directory.Path("m");
