@@ -51,6 +51,7 @@ class CPatternReader {
 
   /// A word as written, in lower case.
   std::string BytesOf(std::string_view written) {
+    if (!CCharSet::IsAscii(written)) Fail("other bytes than those of ASCII are written %XX");
     const std::string bytes = CCharSet::LowerBytes(PercentDecode(written));
     if (bytes.size() + 2 * static_cast<std::size_t>(std::count(written.begin(), written.end(), '%')) !=
         written.size()) {

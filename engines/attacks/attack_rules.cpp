@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "base/ascii.h"
+#include "common/char_set.h"
 #include "engines/attacks/pattern_needs.h"
 #include "engines/attacks/text_shape.h"
 
