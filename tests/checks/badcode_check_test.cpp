@@ -94,6 +94,8 @@ TEST_F(BadcodeCheckTest, KnowsTheSitesOwnAddress) {
   EXPECT_EQ(Query("b=http://127.0.0.1:8080/x"), "badcode i") << "where the connection ends is not known";
   facts_.local_address = *CIpAddress::Parse("127.0.0.1");
   facts_.local_port = 8080;
+  EXPECT_EQ(Query("b=http://127.0.0.1:8080/x"), "badcode i") << "a client from outside";
+  facts_.client_ip = "10.0.0.9";
   for (const char* const home :
        {"http://127.0.0.1:8080", "HTTP%3a%2f%2f127.0.0.1:8080?c", "/c?d=http%253a%252f%252f127.0.0.1:8080%252fe"}) {
     EXPECT_EQ(Query(std::string("b=") + home), "") << home;
