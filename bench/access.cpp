@@ -95,7 +95,7 @@ void OneCheck(benchmark::State& state, const std::string& rules, const CheckRow*
   const std::shared_ptr<const WebsiteConfig> config = State().config.Current();
   const std::shared_ptr<const InjectionLibrary> library = State().config.Library();
   const std::shared_ptr<const CQivLibs> webshells = State().config.Webshells();
-  const std::shared_ptr<const CAttackRules> attacks = State().config.Attacks();
+  const std::shared_ptr<const AttackRuleSet> rules_of_attacks = State().config.AttackRules();
   CNoRecorder nobody;
   RequestFacts facts;
   host::RunInProcess(modules, PlainGet(), [&](iis::IHttpContext& context) {
@@ -105,7 +105,7 @@ void OneCheck(benchmark::State& state, const std::string& rules, const CheckRow*
   const CheckContext context{.config = *config,
                              .library = *library,
                              .webshells = webshells.get(),
-                             .attacks = attacks.get(),
+                             .attacks = &rules_of_attacks->attacks,
                              .state = State().service.Checks(),
                              .recorder = nobody};
   for (auto _ : state) {

@@ -322,9 +322,8 @@ bool ForEachBodyValue(std::string_view content_type, std::string_view body, cons
 }
 
 bool ForEachReadBodyValue(std::string_view content_type, std::string_view body, const ValueVisitor& visit) {
-  return ForEachBodyValue(content_type, body, visit) &&
-         (CharsetOfBody(content_type, body) != BodyCharset::kWide ||
-          ForEachBodyValue(content_type, WideToUtf8(body), visit));
+  return ForEachBodyValue(content_type, body, visit) && (CharsetOfBody(content_type, body) != BodyCharset::kWide ||
+                                                         ForEachBodyValue(content_type, WideToUtf8(body), visit));
 }
 
 bool ForEachValueOf(const HeaderEntry& header, const ValueVisitor& visit) {

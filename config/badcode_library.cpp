@@ -31,29 +31,24 @@ bool LoadAttackRules(std::string_view text, CAttackRules* rules, CAttackRules* l
 }  // namespace
 
 CBadcodeLibrary::CBadcodeLibrary(std::string path, CStateRecorder* states)
-    : states_(*states),
-      rules_(std::make_shared<CAttackRules>()),
-      leaks_(std::make_shared<CAttackRules>()),
-      file_(std::move(path), kFileMaxBytes) {}
+    : states_(*states), rules_(std::make_shared<AttackRuleSet>()), file_(std::move(path), kFileMaxBytes) {}
 
 Reload CBadcodeLibrary::ReloadChanged() {
   const CAutoLock lock(lock_);
   std::string why;
   const auto take = [&](const std::string* content) QIV_REQUIRES(lock_) {
-    auto rules = std::make_shared<CAttackRules>();
-    auto leaks = std::make_shared<CAttackRules>();
+    auto rules = std::make_shared<AttackRuleSet>();
     AttackFault fault;
     std::vector<std::string> lost;
     if (content != nullptr) {
       const std::string text = LibraryToLocalForm(DecipherPieces(*content), kAttackTags, &lost, kMatchedFields);
-      if (!LoadAttackRules(text, rules.get(), leaks.get(), &fault)) {
+      if (!LoadAttackRules(text, &rules->attacks, &rules->leaks, &fault)) {
         why = fault.rule + ": " + fault.text;
         return false;
       }
     }
     ReportLost(&states_, file_.Name(), lost);
     rules_.Store(std::move(rules));
-    leaks_.Store(std::move(leaks));
     return true;
   };
   return ReloadFile(&file_, &states_, take, &why);

@@ -279,7 +279,7 @@ bool CAttackScan::Search(std::string_view text, const Scope& scope, AttackHit* h
       }
       const TextPlace match = Advance(text, rule.pattern, use.step, {begin, end - begin}, reached);
       if (match.length == 0 || (!rules_.off_.empty() && rules_.off_[use.rule])) continue;
-      if (rule.outside_writing && shape.IsWithinWriting(match.offset)) continue;
+      if (rule.outside_writing && scope.place == kInBody && shape.IsWithinWriting(match.offset)) continue;
       hit->rule = &core.rules[use.rule];
       hit->found = text.substr(match.offset, std::min(match.length, kLongestFound));
       return false;

@@ -47,8 +47,8 @@ class CNamedTags {
   std::size_t NextTag(std::size_t quote, std::size_t from);
 
   std::string_view text_;
-  std::size_t left_;                                // bytes that may be read to the end of a script
-  std::size_t close_ = 0;                           // of the "</script" last looked for
+  std::size_t left_;       // bytes that may be read to the end of a script
+  std::size_t close_ = 0;  // of the "</script" last looked for
   std::optional<bool> beyond_reading_;
   std::array<std::size_t, kQuotes.size()> next_{};  // by kind of quotes
 };

@@ -82,10 +82,6 @@ TEST(XssForm, ReadsLongTextsOnce) {
     Find("${" + text);
     Find("<a href='" + text);
   }
-  // Of tags in quotes that each have to be read to the end no more are read than the text is worth.
-  std::string named;
-  while (named.size() < kSize) named += "'<script>'+'+";
-  EXPECT_EQ(Find(named).type, XssType::kScriptTag);
 }
 
 }  // namespace
