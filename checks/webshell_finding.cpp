@@ -14,12 +14,22 @@ namespace {
 // Names and matched texts come from the client: what a line of the log needs of them, in bytes.
 constexpr std::size_t kLongestName = 100;
 constexpr std::size_t kLongestDetail = 300;
+constexpr std::size_t kLongestExcerpt = 200;
 
 std::string NameOf(const WebshellResult& found, Language language) {
   if (found.finding) return std::string(Message(language, *found.finding));
   const bool chinese = language == Language::kChinese && !found.rule_name.chinese.empty();
   const std::string& name = chinese ? found.rule_name.chinese : found.rule_name.english;
   return name.empty() ? std::string(Message(language, MessageId::kUserSignature)) : name;
+}
+
+// The begin of the excerpt. Cut behind a byte of its own, whatever the encoding.
+std::string ShownExcerpt(std::string_view excerpt) {
+  if (excerpt.size() > kLongestExcerpt) {
+    excerpt = excerpt.substr(0, kLongestExcerpt);
+    while (!excerpt.empty() && static_cast<unsigned char>(excerpt.back()) >= 0x80) excerpt.remove_suffix(1);
+  }
+  return WithoutSecrets(CCharSet::ToLocal(std::string(excerpt)));
 }
 
 }  // namespace
@@ -59,6 +69,9 @@ void BlockWebshell(const WebshellPlace& place, const WebshellResult& found, cons
     const std::string matched = IsSecretName(place.name) ? std::string(kHiddenSecret) : CCharSet::ToLocal(words.detail);
     AppendAll(&result.detail, {comma, text(MessageId::kKeywords), colon, CCharSet::Prefix(matched, kLongestDetail)});
   }
+
+  if (!place.excerpt.empty() && !IsSecretName(place.name))
+    AppendAll(&result.detail, {comma, text(MessageId::kConnective), colon, ShownExcerpt(place.excerpt)});
 
   result.rule = found.rule;
   // The lists leave only the first phase countable.

@@ -30,12 +30,13 @@ struct WebshellPlace {
   std::string_view name;   ///< of the parameter, header or file, GBK; empty: none
   MessageId item = MessageId::kWebshellItem;  ///< the protection that found it
   std::string_view statistics = kWebshellStatistics;
+  std::string_view excerpt = {};  ///< what stands at the finding's place in the text as sent; empty: not to be shown
 };
 
 /// Blocks, counted by smart blocking:
 ///   item    "Webshell Protection(GET)"
 ///   reason  "Deny webshell(GET),Type:ASP backdoor"
-///   detail  "Deny webshell(GET[q]),Type:ASP backdoor(Hide),Keywords:eval"
+///   detail  "Deny webshell(GET[q]),Type:ASP backdoor(Hide),Keywords:eval,Connective:eval request(1)"
 void BlockWebshell(const WebshellPlace& place, const WebshellResult& found, const RequestFacts& facts,
                    const CheckContext& context, CheckResult& result);
 

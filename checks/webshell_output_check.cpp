@@ -33,6 +33,7 @@ void WebshellOutputCheck(const RequestFacts& facts, const CheckContext& context,
   const bool strict = site.base.trojan_strict_mode != 0;
   if (context.webshells->WebshellScan(text.substr(0, kScannedSource), &found) && (strict || !found.suspicious)) {
     place.name = Message(site.language, MessageId::kScriptSource);
+    place.excerpt = found.In(text);
     BlockWebshell(place, found, facts, context, result);
   }
 }

@@ -133,7 +133,11 @@ void CFileJudge::JudgeText(const std::string& text, bool is_named, FileVerdict* 
   const bool is_wide = text.starts_with("\xFF\xFE") || text.starts_with("\xFE\xFF");
   const bool holds_code = HoldsServerCode(text);
   if (is_named || (holds_code && is_wide)) {
-    Scan(text, is_named, verdict);
+    const TextPlace& place = verdict->finding.place;
+    if (Scan(text, is_named, verdict) && !verdict->excerpt.empty()) {
+      const auto begin = text.begin() + static_cast<std::ptrdiff_t>(place.offset);
+      verdict->line = static_cast<std::size_t>(std::count(text.begin(), begin, '\n')) + 1;
+    }
   } else if (holds_code) {
     CCode code(*this, false, nullptr, verdict);
     if (code.Add(text)) code.End();
@@ -154,6 +158,8 @@ bool CFileJudge::Scan(std::string_view text, bool is_named, FileVerdict* verdict
   // A document about scripts holds their words as well.
   if (!is_named && IsByWordsAlone(finding)) finding.suspicious = true;
   verdict->found = true;
+  constexpr std::size_t kLongestExcerpt = 200;  // bytes
+  verdict->excerpt = finding.In(text).substr(0, kLongestExcerpt);
   verdict->finding = std::move(finding);
   return true;
 }
