@@ -245,8 +245,9 @@ class CUploadRun {
     if (!hit) return false;
     if (found.suspicious && base_.trojan_strict_mode == 0) return false;
     const std::string name = Shown(item);
-    BlockWebshell({"File", name, MessageId::kUploadItem, kWebshellStatistics, found.In(content)}, found, facts_,
-                  context_, result_);
+    const std::string excerpt = WebshellExcerpt(found, content);
+    BlockWebshell({"File", name, MessageId::kUploadItem, kWebshellStatistics, excerpt}, found, facts_, context_,
+                  result_);
     return true;
   }
 

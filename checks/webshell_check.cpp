@@ -192,7 +192,7 @@ class CWebshellRun {
     const bool hit =
         libs_.WebshellScan(text, whole ? CQivLibs::Depth::kWhole : CQivLibs::Depth::kSignatures, &walks_, found);
     if (found->partial) partial_ = place_;
-    if (hit) excerpt_ = found->In(text);
+    if (hit) excerpt_ = WebshellExcerpt(*found, text);
     return hit;
   }
 

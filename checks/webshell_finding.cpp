@@ -23,15 +23,6 @@ std::string NameOf(const WebshellResult& found, Language language) {
   return name.empty() ? std::string(Message(language, MessageId::kUserSignature)) : name;
 }
 
-// The begin of the excerpt. Cut behind a byte of its own, whatever the encoding.
-std::string ShownExcerpt(std::string_view excerpt) {
-  if (excerpt.size() > kLongestExcerpt) {
-    excerpt = excerpt.substr(0, kLongestExcerpt);
-    while (!excerpt.empty() && static_cast<unsigned char>(excerpt.back()) >= 0x80) excerpt.remove_suffix(1);
-  }
-  return WithoutSecrets(CCharSet::ToLocal(std::string(excerpt)));
-}
-
 }  // namespace
 
 WebshellWords WordsOf(const WebshellResult& found, Language language) {
@@ -43,6 +34,16 @@ WebshellWords WordsOf(const WebshellResult& found, Language language) {
     AppendAll(&words.detail, {language == Language::kChinese ? kFullWidthColon : ": ", found.detail});
   }
   return words;
+}
+
+std::string WebshellExcerpt(const WebshellResult& found, std::string_view text) {
+  std::string_view excerpt = found.In(text);
+  if (excerpt.size() > kLongestExcerpt) {
+    excerpt = excerpt.substr(0, kLongestExcerpt);
+    // Behind a byte that is a character by itself, whatever the encoding.
+    while (!excerpt.empty() && static_cast<unsigned char>(excerpt.back()) >= 0x80) excerpt.remove_suffix(1);
+  }
+  return CCharSet::ToLocal(std::string(excerpt));
 }
 
 void BlockWebshell(const WebshellPlace& place, const WebshellResult& found, const RequestFacts& facts,
@@ -71,7 +72,7 @@ void BlockWebshell(const WebshellPlace& place, const WebshellResult& found, cons
   }
 
   if (!place.excerpt.empty() && !IsSecretName(place.name))
-    AppendAll(&result.detail, {comma, text(MessageId::kConnective), colon, ShownExcerpt(place.excerpt)});
+    AppendAll(&result.detail, {comma, text(MessageId::kConnective), colon, WithoutSecrets(place.excerpt)});
 
   result.rule = found.rule;
   // The lists leave only the first phase countable.

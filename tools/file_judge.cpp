@@ -6,6 +6,7 @@
 #include <optional>
 #include <utility>
 
+#include "checks/webshell_finding.h"
 #include "common/char_set.h"
 #include "common/messages.h"
 #include "common/text.h"
@@ -158,8 +159,7 @@ bool CFileJudge::Scan(std::string_view text, bool is_named, FileVerdict* verdict
   // A document about scripts holds their words as well.
   if (!is_named && IsByWordsAlone(finding)) finding.suspicious = true;
   verdict->found = true;
-  constexpr std::size_t kLongestExcerpt = 200;  // bytes
-  verdict->excerpt = finding.In(text).substr(0, kLongestExcerpt);
+  verdict->excerpt = WebshellExcerpt(finding, text);
   verdict->finding = std::move(finding);
   return true;
 }

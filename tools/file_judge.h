@@ -16,7 +16,7 @@ namespace qiv {
 struct FileVerdict {
   bool found = false;
   WebshellResult finding;
-  std::string excerpt;      ///< what stands at the finding's place, cut short; empty: it has none in the file as it is
+  std::string excerpt;      ///< WebshellExcerpt
   std::size_t line = 0;     ///< of that place, from 1 on; 0: the detectors did not see the file whole
   std::string error;        ///< why it could not be judged, or not whole; may stand beside a finding
   bool judged = false;      ///< the detectors saw it; others cannot be scripts
