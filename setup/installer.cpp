@@ -81,7 +81,8 @@ Fault CInstaller::PrepareAndMake(const InstallOptions& options) {
   for (const std::string& file : leftovers.CleanUp()) {
     tell_(file + " is still in use; the next installation deletes it");
   }
-  tell_("done: the module is in " + options.target + " and registered for all sites");
+  tell_(machine_.IsRehearsal() ? "nothing was changed"
+                               : "done: the module is in " + options.target + " and registered for all sites");
   return {};
 }
 
@@ -264,7 +265,8 @@ bool CInstaller::Uninstall(const UninstallOptions& options) {
     tell_(file + (fault.empty() ? " is still in use; the system deletes it when it starts the next time"
                                 : " is still in use; delete it when the worker processes have ended"));
   }
-  if (machine_.Kind(options.target) != PathKind::kDirectory) return true;
+  if (machine_.IsRehearsal()) tell_("nothing was changed");
+  if (machine_.IsRehearsal() || machine_.Kind(options.target) != PathKind::kDirectory) return true;
   std::vector<std::string> files;
   std::vector<std::string> folders;
   machine_.List(options.target, &files, &folders);

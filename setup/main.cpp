@@ -87,14 +87,12 @@ int Perform(const Options& options, Work work) {
 
 /// Loads a module file and has it register, as a worker process would, with a server that agrees to everything.
 int Try(const std::string& module) {
-  host::CModuleHost host;
+  // Never destroyed: a worker process does not unload a module either.
+  static host::CModuleHost* const server = new host::CModuleHost;
   std::string error;
-  if (!host.Load(module, &error)) {
-    Print(error);
-    return kFailed;
-  }
-  host.Shutdown();
-  return kDone;
+  if (server->Load(module, &error)) return kDone;
+  Print(error);
+  return kFailed;
 }
 
 void AddCommon(CLI::App* command, Options* options, std::string* target) {

@@ -200,7 +200,7 @@ TEST(Setup, ProgramTellsWhatItWouldDo) {
   for (const std::string& line :
        {"create folder " + server.target, std::string("request http://127.0.0.1:1/\"x y\"\\:"),
         "run " + server.places.appcmd +
-            " set config -section:system.webServer/globalModules /+[name='QivIpsIIs',image='" +
+            " set config -section:system.webServer/globalModules \"/+[name='QivIpsIIs',image='" +
             Join(server.target, kModuleFile)}) {
     EXPECT_NE(result.output.find("what if: " + line), std::string::npos) << line << "\n" << result.output;
   }
