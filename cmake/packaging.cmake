@@ -8,6 +8,7 @@ install(CODE "
   file(REMOVE_RECURSE \"\${place}/.new\")")
 install(TARGETS qivctl qivsetup RUNTIME DESTINATION .)
 install(DIRECTORY rules DESTINATION . PATTERN "README.md" EXCLUDE PATTERN "generate" EXCLUDE)
+install(FILES docs/windows-installation.md DESTINATION . RENAME INSTALL.md)
 install(FILES packaging/install.ps1 packaging/uninstall.ps1 packaging/README.md DESTINATION .)
 
 set(package_name QivIpsIIs-${PROJECT_VERSION}-windows-x64)

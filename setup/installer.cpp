@@ -128,8 +128,14 @@ Fault CInstaller::Make(const InstallOptions& options, const std::vector<std::str
   if (fault.empty()) fault = exchange->MoveAside(obsolete);
   if (fault.empty()) fault = MakeConfiguration(options);
   if (!fault.empty()) return fault;
+  // A lock would make an error of every request to a site that was left out on purpose.
+  const bool lock = before_.left_out.empty();
+  if (!lock) {
+    Warn("these go without the module, so its entry is not locked, and a web.config can take it out: " +
+         JoinNames(before_.left_out));
+  }
   const Registration wanted{{{Join(target, kModuleFile), std::string(kPreCondition)}},
-                            {{std::string(kPreCondition), true}}};
+                            {{std::string(kPreCondition), lock}}};
   if (new_module || before_.registration != wanted) {
     recycled_ = true;
     fault = Register(wanted, options.stamp);

@@ -42,7 +42,12 @@ class CConfigReading {
     } else if (path.starts_with(kServerLocation)) {
       // Of all locations that with the empty path is the server itself.
       const std::string location = xml.AttributeAround("location", "path");
-      if (location.empty() || location == ".") TakeModule(xml, std::string_view(path).substr(kServerLocation.size()));
+      const std::string_view element = std::string_view(path).substr(kServerLocation.size());
+      if (location.empty() || location == ".") {
+        TakeModule(xml, element);
+      } else if (element == "modules/remove" && xml.Attribute("name") == kModuleName) {
+        config_->left_out.push_back(location);
+      }
     }
   }
 

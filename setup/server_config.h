@@ -42,6 +42,7 @@ struct ServerConfig {
   Registration registration;
   std::vector<Pool> pools;
   std::string first_url;                  ///< of the site with the lowest number that speaks HTTP; empty when none does
+  std::vector<std::string> left_out;      ///< sites and folders whose list of modules is without this one
   std::vector<std::string> site_folders;  ///< physical paths, variables not expanded
 };
 

@@ -78,9 +78,9 @@ void CServerStandIn::WriteConfig() {
       (loaded ? AddTag(*loaded) : "") +
       "</globalModules></system.webServer><location path=\"\"><system.webServer><modules>" +
       (used ? AddTag(*used) : "") +
-      "</modules></system.webServer></location>"
-      "<location path=\"b\"><system.webServer><modules><add "
-      "name=\"QivIpsIIs\"/></modules></system.webServer></location>"
+      "</modules></system.webServer></location><location path=\"b\"><system.webServer><modules><" +
+      (leaves_out ? "remove" : "unrelated") +
+      " name=\"QivIpsIIs\"/></modules></system.webServer></location>"
       "</configuration>";
   Put(places.application_host, text);
 }

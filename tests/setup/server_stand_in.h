@@ -30,6 +30,7 @@ class CServerStandIn : public CSystemMachine {
   bool module_loads = true;
   bool locks = true;  ///< this appcmd sets lockItem
   bool shared = false;
+  bool leaves_out = false;  ///< one site goes without the module
   std::string site_folder = "D:\\sites";
   void WriteConfig();
   void Put(const std::string& path, const std::string& content);

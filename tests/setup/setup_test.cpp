@@ -82,6 +82,8 @@ const Scenario kScenarios[] = {
               s.CSystemMachine::Move(file, file + ".off");
             }),
      Act::kInstall, "module 2 loaded used locked running guarded log mine", "switched off"},
+    {"a site without", OldOne(Installed, [](Server& s) { s.leaves_out = true; }), Act::kInstall,
+     "module 2 loaded used running on guarded log mine", "without the module, so its entry is not locked"},
     {"no lock", [](Server& s) { s.locks = false; }, Act::kInstall, "module 1 loaded used running on guarded",
      "by hand"},
     {"uninstall", Installed, Act::kUninstall, "on log mine", "what stays"},
