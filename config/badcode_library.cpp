@@ -20,7 +20,7 @@ bool LoadAttackRules(std::string_view text, CAttackRules* rules, CAttackRules* l
   if (!ReadAttackLibrary(text, &library, fault)) return false;
   const auto of_responses = std::stable_partition(
       library.rules.begin(), library.rules.end(),
-      [](const AttackRule& rule) { return (AttackFamilies()[rule.family].group & (kLeaks | kErrorLeaks)) == 0; });
+      [](const AttackRule& rule) { return (AttackFamilies()[rule.family].group & kOfResponses) == 0; });
   std::vector<AttackRule> leak_rules(std::make_move_iterator(of_responses),
                                      std::make_move_iterator(library.rules.end()));
   library.rules.erase(of_responses, library.rules.end());
