@@ -55,8 +55,9 @@ def main():
     good = True
     for name, count in spent.items():
         share = count / budget[name] if name in budget else float("inf")
-        without = spent.get("without_families/" + name.split("/")[1], count)
-        print(f"{name:36}{count:12,}{share:8.3f} of the budget{count / without:8.2f} times that without the families", flush=True)
+        profile, request = name.split("/")
+        without = f"{count / spent['without_families/' + request]:8.2f} times that without the families" if profile == "default" else ""
+        print(f"{name:36}{count:12,}{share:8.3f} of the budget{without}", flush=True)
         good &= share <= MOST
     if options.write:
         BUDGET.write_text(json.dumps(spent, indent=1) + "\n")

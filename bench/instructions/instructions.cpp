@@ -31,7 +31,7 @@ constexpr Setting kSettings[] = {
 };
 
 /// False when the module does not let an ordinary request pass: nothing would be counted then.
-bool Count(const host::CModuleHost& modules, const std::string& name, const host::InProcessRequest& request) {
+bool Count(host::CModuleHost& modules, const std::string& name, const host::InProcessRequest& request) {
   const host::InProcessHandler handler = host::AnswerWith(200, "ok");
   bool passes = true;
   const auto decide = [&] { passes = host::RunInProcess(modules, request, handler).status == 200 && passes; };
