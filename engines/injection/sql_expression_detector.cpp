@@ -53,6 +53,41 @@ Finding Probe(std::string_view text) {
   return SqlExpressionFinding{SqlExpressionKind::kProbe, text.size() - kMarks, text.size()};
 }
 
+/// "or 1=1" at the end of a text that is no SQL before it, as behind parts that other parameters make whole.
+Finding EqualNumbers(std::string_view text) {
+  constexpr std::size_t kLongest = 256;  // documents speak of it
+  if (text.size() > kLongest) return {};
+  for (std::size_t sign = text.find('='); sign != std::string_view::npos; sign = text.find('=', sign + 1)) {
+    std::size_t begin = sign;
+    while (begin > 0 && IsDigit(text[begin - 1])) --begin;
+    const std::string_view number = text.substr(begin, sign - begin);
+    const std::size_t behind = sign + 1 + number.size();
+    if (number.empty() || text.compare(sign + 1, number.size(), number) != 0) continue;
+    if (behind < text.size() && (IsWordByte(text[behind]) || text[behind] == '.')) continue;
+    CSqlText rest(text);
+    const CSqlTokens next(&rest, behind);
+    const Kind kind = next.Current().kind;
+    if (kind != Kind::kEnd && kind != Kind::kComment && kind != Kind::kOpenString && kind != Kind::kSemicolon &&
+        !(kind == Kind::kWord && next.Current().word == Word::kOrder)) {
+      continue;
+    }
+    std::string_view before = text.substr(0, begin);
+    while (!before.empty() && (IsSpace(before.back()) || before.back() == '(')) before.remove_suffix(1);
+    std::size_t word = before.size();
+    while (word > 0 && IsLetter(before[word - 1])) --word;
+    if (!EqualNoCase(before.substr(word), "or") && !EqualNoCase(before.substr(word), "and")) continue;
+    if (word > 0 && IsWordByte(before[word - 1])) continue;
+    return SqlExpressionFinding{SqlExpressionKind::kCondition, word, behind};
+  }
+  return {};
+}
+
+/// What is told without reading on from a break-out.
+Finding Last(std::string_view text) {
+  const Finding found = Probe(text);
+  return found ? found : EqualNumbers(text);
+}
+
 }  // namespace
 
 Finding FindSqlExpression(std::string_view text) {
@@ -64,7 +99,7 @@ Finding FindSqlExpression(std::string_view text) {
   for (std::size_t i = 0; i < kQuotes.size(); ++i) next[i] = text.find(kQuotes[i]);
   for (;;) {
     auto* const first = std::min_element(next.begin(), next.end());
-    if (*first == std::string_view::npos) return Probe(text);
+    if (*first == std::string_view::npos) return Last(text);
     const std::size_t behind = *first + 1;
     if (!CSqlExpressionReader::IsVain(&value, behind)) {
       if (Finding found = CSqlExpressionReader(&value, behind, Before::kQuote).Run()) return found;

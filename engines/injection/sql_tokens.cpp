@@ -364,7 +364,7 @@ void CSqlTokens::Read() {
       ReadString(c);
     } else if (IsDigit(c) || (c == '.' && IsDigit(At(at_ + 1)))) {
       ReadNumber();
-    } else if (IsNameByte(c) || c == '[') {
+    } else if ((IsNameByte(c) && !(c == '@' && At(at_ + 1) == '>')) || c == '[') {
       ReadWord();
     } else {
       ReadSign();
@@ -398,6 +398,9 @@ void CSqlTokens::ReadNumber() {
   if (At(end) == '0' && (At(end + 1) == 'x' || At(end + 1) == 'X') && IsHexDigit(At(end + 2))) {
     end += 2;
     while (end < limit && IsHexDigit(At(end))) ++end;
+  } else if (At(end) == '0' && LowerByte(At(end + 1)) == 'b' && (At(end + 2) == '0' || At(end + 2) == '1')) {
+    end += 2;
+    while (end < limit && IsDigit(At(end))) ++end;
   } else {
     while (end < limit && IsDigit(At(end))) ++end;
     if (At(end) == '.') ++end;
@@ -408,6 +411,11 @@ void CSqlTokens::ReadNumber() {
         end = digits;
         while (end < limit && IsDigit(At(end))) ++end;
       }
+    } else if (At(end) == 'd' || At(end) == 'D' || At(end) == 'f' || At(end) == 'F') {
+      // "1dunion": a suffix, and the next word.
+      std::size_t word_end = end + 1;
+      while (word_end - end <= kLongestWord && IsLetter(At(word_end))) ++word_end;
+      if (word_end > end + 1 && FindWord(text_.substr(end + 1, word_end - end - 1))) ++end;
     }
   }
   Take(Kind::kNumber, end - at_);
@@ -422,7 +430,10 @@ void CSqlTokens::ReadWord() {
     return At(end) == ']' ? Take(Kind::kWord, end + 1 - at_) : Take(Kind::kOther, 1);
   }
   const std::size_t limit = std::min(text_.size(), at_ + room_);
-  while (end < limit && (IsNameByte(text_[end]) || text_[end] == '.' || text_[end] == '`')) ++end;
+  for (; end < limit && (IsNameByte(text_[end]) || text_[end] == '.' || text_[end] == '`'); ++end) {
+    // "select@@version", "select`name`from"
+    if ((text_[end] == '@' || text_[end] == '`') && end > at_ && FindWord(text_.substr(at_, end - at_))) break;
+  }
   while (text_[end - 1] == '.') --end;
   const WordRow* const row = FindWord(text_.substr(at_, end - at_));
   if (row) current_.word = row->word;
@@ -440,9 +451,10 @@ constexpr Sign kLongSigns[] = {
     {"<=>", Kind::kCompare}, {"<>", Kind::kCompare},    {"!=", Kind::kCompare},    {"<=", Kind::kCompare},
     {">=", Kind::kCompare},  {"==", Kind::kCompare},    {"!<", Kind::kCompare},    {"!>", Kind::kCompare},
     {"^=", Kind::kCompare},  {":=", Kind::kCompare},    {"<<", Kind::kOperator},   {">>", Kind::kOperator},
-    {"::", Kind::kOperator}, {"||", Kind::kConnective}, {"&&", Kind::kConnective},
+    {"::", Kind::kOperator}, {"||", Kind::kConnective}, {"&&", Kind::kConnective}, {"->>", Kind::kOperator},
+    {"->", Kind::kOperator}, {"!~*", Kind::kNot},       {"!~", Kind::kNot},        {"~*", Kind::kNot},
 };
-constexpr std::string_view kSecondBytes = "=<>:|&";  // of these
+constexpr std::string_view kSecondBytes = "=<>:|&~*";  // of these
 
 constexpr auto kSigns = [] {
   std::array<Kind, 256> kinds{};
@@ -461,6 +473,8 @@ constexpr auto kSigns = [] {
 
 void CSqlTokens::ReadSign() {
   const std::string_view rest = text_.substr(at_, 3);
+  if (rest.starts_with("@>")) return Take(Kind::kCompare, 2);
+  if (rest.starts_with("<@") && (rest.size() == 2 || !IsNameByte(rest[2]))) return Take(Kind::kCompare, 2);
   if (rest.starts_with("\\N")) {  // null
     current_.word = Word::kConstant;
     return Take(Kind::kWord, 2);
