@@ -57,6 +57,10 @@ CSqlExpressionReader::Finding CSqlExpressionReader::Operators() {
         if (expects_operator_) continue;
         return Operands();
       }
+      case Kind::kOther:
+        if (before_ != Before::kName || !connective_ || Text() != "?") return {};
+        Compare();
+        break;
       default:
         return {};
     }
@@ -94,7 +98,10 @@ CSqlExpressionReader::Finding CSqlExpressionReader::OperatorWord(bool* goes_on) 
         Compare();
         Next();
       }
-      if (!Is(Word::kConstant)) break;
+      if (!Is(Word::kConstant) && !EqualNoCase(Text(), "unknown")) {
+        if (IsBehindName()) Compare();  // with anything, in SQLite
+        break;
+      }
       null_ = LowerByte(Text().front()) == 'n';
       compared_names_ = true;
       expects_operator_ = true;
@@ -164,14 +171,21 @@ bool CSqlExpressionReader::NamedOperator() {
     std::string_view first;
     std::string_view second;
   };
+  constexpr std::string_view kFirstLetters = "fimnpsu";
+  if (kFirstLetters.find(LowerByte(Text().front())) == std::string_view::npos) return false;
   constexpr Operator kOperators[] = {{"similar", "to"}, {"sounds", "like"}, {"member", "of"}};
   if (EqualNoCase(Text(), "notnull") || EqualNoCase(Text(), "isnull")) {
     null_ = compared_names_ = expects_operator_ = true;
     Next();
     return true;
   }
+  if (EqualNoCase(Text(), "for")) {  // "for update"
+    Next();
+    expects_operator_ = Skip(Word::kUpdate);
+    return expects_operator_ || (call_ && list_);
+  }
   if (call_ && list_) {
-    for (const std::string_view divider : {"from", "for", "placing", "using"}) {
+    for (const std::string_view divider : {"from", "placing", "using"}) {
       if (!EqualNoCase(Text(), divider)) continue;
       Next();
       return true;
@@ -201,6 +215,7 @@ bool CSqlExpressionReader::Path() {
 
 CSqlExpressionReader::Finding CSqlExpressionReader::Operands() {
   bool after_call = false;
+  nested_ = false;
   while (read_ < most_) {
     switch (tokens_.Current().kind) {
       case Kind::kNumber:
@@ -220,12 +235,13 @@ CSqlExpressionReader::Finding CSqlExpressionReader::Operands() {
         list_ = list_ || bracket_;
         negated_ = negated_ || (!bracket_ && connective_ && !comparing_);
         after_call = false;
+        nested_ = nested_ && bracket_;
         Next();
         continue;
       case Kind::kClose:  // "f()"
         if (!after_call) return {};
         Next();
-        return Operators();
+        return Behind(Operand::kCall);
       case Kind::kOperator:
         if (Text() != "-" && Text() != "+" && !(Text() == "*" && after_call)) return {};
         if (Text() == "*") return After(Operand::kName);
@@ -239,6 +255,11 @@ CSqlExpressionReader::Finding CSqlExpressionReader::Operands() {
       }
       case Kind::kCut:
         return Undecided();
+      case Kind::kComment:  // "--1", a number to MySQL
+        if (Text().size() < 3 || !Text().starts_with("--") || static_cast<unsigned char>(Text()[2]) <= ' ') return {};
+        tokens_.Continue(tokens_.Current().begin + 2);
+        ++read_;
+        continue;
       case Kind::kEnd:
         return IsCutOff() ? Found(Result::kCondition) : Finding();
       default:
@@ -260,7 +281,12 @@ bool IsStringPrefix(std::string_view word) {
 
 CSqlExpressionReader::Finding CSqlExpressionReader::OperandWord(bool* after_call, bool* goes_on) {
   *goes_on = false;
-  if (Is(Word::kSelect)) return bracket_ ? Subquery() : Finding();
+  if (Is(Word::kSelect)) {
+    if (bracket_) return Subquery();
+    // "and select *": no database takes it, and no sentence goes on so.
+    Next();
+    return connective_ && (Text() == "*" || EndsInComment(text_)) ? Found(Result::kSubquery) : Finding();
+  }
   if (Skip(Word::kCase)) {
     case_ = *goes_on = true;
     if (Is(Word::kWhen)) Next();
@@ -288,7 +314,8 @@ CSqlExpressionReader::Finding CSqlExpressionReader::OperandWord(bool* after_call
   if (adjacent && Is(Kind::kWord) && Text().front() == '[') Next();  // "array[1]"
   if (!Is(Kind::kOpen)) return Behind(Operand::kName);
   // "and ascii(substring(": no sentence goes on so, whatever follows.
-  if (function && *after_call && calls_ && connective_ && before_ != Before::kQuote) return Found(Result::kCondition);
+  if (nested_ && adjacent && connective_ && IsBehindWord()) return Found(Result::kCondition);
+  nested_ = function && adjacent;
   calls_ = calls_ || function;
   call_ = call_ || adjacent;
   list_ = bracket_ = true;
@@ -318,9 +345,9 @@ CSqlExpressionReader::Finding CSqlExpressionReader::Behind(Operand operand) {
     // In "id > 0" the name stands first; prose writes "4 = four".
     compared_mixed_ = compared_mixed_ || (!constants && !names && left_ == Operand::kName);
     compared_names_ = compared_names_ || !constants;
-    same_ = same_ || EqualNoCase(left_text_, operand_text_);
-  } else if (constant) {
-    repeated_ = repeated_ || (!joined_text_.empty() && EqualNoCase(joined_text_, operand_text_));
+    same_ = same_ || IsSame(left_text_, operand_text_);
+  } else if (constant || operand_text_.starts_with('@')) {
+    repeated_ = repeated_ || IsSame(joined_text_, operand_text_);
   }
   operand_ = operand;
   last_constant_ = constant;
@@ -340,7 +367,9 @@ CSqlExpressionReader::Finding CSqlExpressionReader::OpenString() {
   } else if (connective_) {
     short_end_ = is_short;
   }
+  if (content.empty() && IsCutOff()) return Found(Result::kCondition);
   if (before_ != Before::kQuote && !calls_ && !(connective_ && compared_constants_)) return {};
+  open_quote_ = Text().front();
   tokens_.Advance();
   return Complete(true);
 }
@@ -372,14 +401,17 @@ bool CSqlExpressionReader::IsCompleteBehindQuote(bool in_string) const {
   if (balanced && connective_ && arguments_) return true;
   if (commented && connective_ && (last_constant_ || constant_word_)) return true;
   if (in_string && connective_ && !clause_ && short_end_) return true;
-  if (arithmetic_ > 0 && balanced && IsSum(in_string)) return true;
+  // "x'or'y": prose writes blanks
+  if (in_string && !joined_text_.empty() && IsBehindName() && text_.find(' ') == std::string_view::npos) return true;
+  if (balanced && (arithmetic_ > 0 || IsCompared()) && IsSum(in_string)) return true;
   if (begin_ <= 1 && connective_ && compared_mixed_) return true;  // the value begins with the quote
   return connective_ && (compared_constants_ || calls_);
 }
 
 bool CSqlExpressionReader::IsSum(bool in_string) const {
-  constexpr std::size_t kShortValue = 64;
-  if (text_.size() > kShortValue || !IsBehindName()) return false;
+  constexpr int kFew = 16;  // tokens
+  if (read_ > kFew || !IsBehindName()) return false;
+  if (in_string && open_quote_ != text_[begin_ - 1]) return false;
   if (IsCompared()) return true;
   if (!in_string) return HasShortComment();
   // Not "div" and "mod" alone, which are words in quotes as well.
@@ -390,11 +422,14 @@ bool CSqlExpressionReader::IsCompleteBehindNumber() const {
   if (connective_) {
     if (calls_ || null_ || (same_ && !sum_) || (call_ && arguments_)) return true;
     if (!sum_ && (compared_constants_ || compared_mixed_ || constant_word_)) return true;
+    if (repeated_ && HasShortComment()) return true;
     if (last_constant_ && (HasShortComment() || (arithmetic_ == 0 && !sum_ && (repeated_ || negated_)))) return true;
+    if (last_constant_ && text_.find("/*") != std::string_view::npos) return true;  // blanks as nobody writes them
   }
   if (calls_ && (arithmetic_ > 0 || comparing_)) return true;
+  if (IsCompared() && HasShortComment()) return true;
   if (arithmetic_ > 0 && ((same_ && list_) || HasShortComment("-*"))) return true;  // "1^(2=2)", "1*1-- "
-  return same_ && IsLetter(text_[begin_]) && !connective_;                          // "42 like 42"
+  return compared_constants_ && !connective_ && !list_ && IsLetter(text_[begin_]);  // "42 like 42"
 }
 
 bool CSqlExpressionReader::IsCompleteBehindName() const {
@@ -407,9 +442,11 @@ bool CSqlExpressionReader::IsCompleteBehindName() const {
 }
 
 bool CSqlExpressionReader::IsCutOff() const {
-  if (!connective_ || list_) return false;
+  if (!connective_) return false;
   if (before_ == Before::kQuote) return begin_ <= 1 && (comparing_ || arithmetic_ > 0);
-  return before_ == Before::kName && begin_ == 0 && comparing_ && left_ == Operand::kConstant;
+  const bool opened = bracket_ || Is(Kind::kOpenString);
+  return before_ == Before::kName && comparing_ && (left_ == Operand::kConstant || opened) &&
+         Trim(text_.substr(0, begin_)).empty();
 }
 
 }  // namespace qiv

@@ -43,7 +43,7 @@ class CSqlExpressionReader {
         tokens_(&value->text, begin),
         most_(MostTokens(*value)),
         operand_(before == Before::kName ? Operand::kName : Operand::kConstant),
-        operand_text_(Trim(text_.substr(0, before == Before::kQuote ? 0 : begin))) {}
+        operand_text_(text_.substr(0, before == Before::kQuote ? 0 : begin)) {}
   ~CSqlExpressionReader() { value_.tokens_read += static_cast<std::size_t>(read_) + 1; }
   CSqlExpressionReader(const CSqlExpressionReader&) = delete;
   CSqlExpressionReader& operator=(const CSqlExpressionReader&) = delete;
@@ -53,6 +53,8 @@ class CSqlExpressionReader {
     constexpr std::size_t kMore = 4;  // read at once behind the last one that is counted
     return value->text.IsBarren(begin, static_cast<std::size_t>(MostTokens(*value)) + kMore);
   }
+
+  static bool IsStatementWord(SqlWord word);
 
   Finding Run() {
     // Brackets that the statement had open.
@@ -124,6 +126,26 @@ class CSqlExpressionReader {
     if (HasShortComment()) return text_.substr(0, begin_).find(' ') == std::string_view::npos;
     // "1'--sp_password"
     return text_.substr(begin_).starts_with("--") && IsBehindName() && text_.find(' ') == std::string_view::npos;
+  }
+
+  bool IsBehindWord() const { return before_ == Before::kNumber || before_ == Before::kName; }
+
+  /// Whether the operands are the same text; the left one may be what the value begins with.
+  bool IsSame(std::string_view left, std::string_view right) const {
+    if (IsBehindWord() && left.data() == text_.data()) {
+      left = Trim(left);
+      left.remove_prefix(left.find_last_of(" (") + 1);  // npos + 1: all of it
+    }
+    return !left.empty() && left.size() == right.size() &&
+           std::equal(left.begin(), left.end(), right.begin(),
+                      [](char a, char b) { return LowerByte(a) == LowerByte(b); });
+  }
+
+  static bool EndsInComment(std::string_view text) {
+    constexpr std::size_t kLongestEnd = 8;
+    const std::string_view end = Trim(text.substr(text.size() - std::min(text.size(), kLongestEnd)));
+    return end.ends_with("--") || end.ends_with("--+") || end.ends_with('#') ||
+           end.find("-- ") != std::string_view::npos;
   }
 
   /// What stands before the quote is one name or number, or nothing.
@@ -235,7 +257,8 @@ class CSqlExpressionReader {
   Finding Stacked() {
     while (Is(Kind::kSemicolon)) Next();
     if (IsEnd()) {
-      const bool ends = before_ == Before::kQuote && (HasShortComment() || (begin_ > 1 && read_ == 1 && IsBehindName()));
+      const bool ends =
+          before_ == Before::kQuote && (HasShortComment() || (begin_ > 1 && read_ == 1 && IsBehindName()));
       return ends ? Found(Result::kStacked) : Complete(false);
     }
     if (Is(Kind::kOpen)) return Operands();
@@ -289,11 +312,13 @@ class CSqlExpressionReader {
   bool compared_constants_ = false;
   bool compared_mixed_ = false;  // a name with a constant
   bool compared_names_ = false;
-  bool same_ = false;      // what was compared is the same on both sides
-  bool repeated_ = false;  // "1 or 1"
-  bool negated_ = false;   // "or not 0"
-  bool null_ = false;      // "is not null"
-  bool call_ = false;      // any name with a bracket directly behind it
+  char open_quote_ = '\0';
+  bool same_ = false;       // what was compared is the same on both sides
+  bool repeated_ = false;   // "1 or 1"
+  bool negated_ = false;    // "or not 0"
+  bool null_ = false;       // "is not null"
+  bool nested_ = false;     // next to stand in a known function's brackets
+  bool call_ = false;       // any name with a bracket directly behind it
   bool arguments_ = false;  // a call with a constant, or more than one argument
   bool case_ended_ = false;
   bool cast_ = false;

@@ -65,6 +65,7 @@ CSqlExpressionReader::Finding CSqlExpressionReader::Union() {
 CSqlExpressionReader::Finding CSqlExpressionReader::Ordered(bool order) {
   Next();
   if (!Skip(Word::kBy)) return {};
+  if (IsEnd()) return Complete(false);
   const bool number = Is(Kind::kNumber);
   if (before_ == Before::kName && !number) return {};
   if (!number && !Is(Kind::kWord)) return Is(Kind::kOpen) || Is(Kind::kNot) ? Operands() : Finding();
@@ -163,7 +164,7 @@ bool Fits(std::string_view part, const SqlToken& token, std::string_view text) {
       return token.kind == SqlTokenKind::kEnd || token.kind == SqlTokenKind::kComment ||
              token.kind == SqlTokenKind::kSemicolon;
     default:
-      return EqualNoCase(part, text.substr(token.begin, token.end - token.begin));
+      return EqualNoCase(text.substr(token.begin, token.end - token.begin), part);
   }
 }
 
@@ -173,6 +174,7 @@ bool CSqlExpressionReader::IsLongStatement() {
   if (!Is(Kind::kWord)) return false;
   const std::string_view first = Text();
   for (std::string_view form : kLongStatements) {
+    if (form[0] != LowerByte(first[0])) continue;
     const std::string_view word = form.substr(0, form.find(' '));
     if (!EqualNoCase(first, word)) continue;
     CSqlTokens tokens = tokens_;
@@ -192,9 +194,8 @@ bool CSqlExpressionReader::IsLongStatement() {
   return false;
 }
 
-CSqlExpressionReader::Finding CSqlExpressionReader::FollowingStatement() {
-  constexpr std::size_t kLongestEnd = 8;
-  switch (tokens_.Current().word) {
+bool CSqlExpressionReader::IsStatementWord(SqlWord word) {
+  switch (word) {
     case Word::kAlter:
     case Word::kCreate:
     case Word::kDeclare:
@@ -206,16 +207,17 @@ CSqlExpressionReader::Finding CSqlExpressionReader::FollowingStatement() {
     case Word::kShutdown:
     case Word::kTruncate:
     case Word::kUpdate:
-      break;
+      return true;
     default:
-      return {};
+      return false;
   }
+}
+
+CSqlExpressionReader::Finding CSqlExpressionReader::FollowingStatement() {
+  if (!IsStatementWord(tokens_.Current().word)) return {};
   if (before_ == Before::kQuote && !IsBehindName()) return {};
   if (IsLongStatement()) return Found(Result::kStacked);
-  const std::string_view end = Trim(text_.substr(text_.size() - std::min(text_.size(), kLongestEnd)));
-  const bool commented = end.ends_with("--") || end.ends_with("--+") || end.ends_with('#') ||
-                         end.find("-- ") != std::string_view::npos;
-  return commented || Is(Word::kDeclare) ? Statement() : Finding();
+  return EndsInComment(text_) || Is(Word::kDeclare) ? Statement() : Finding();
 }
 
 CSqlExpressionReader::Finding CSqlExpressionReader::Statement() {
@@ -223,7 +225,9 @@ CSqlExpressionReader::Finding CSqlExpressionReader::Statement() {
   if (IsLongStatement()) return Found(Result::kStacked);
   if (word == Word::kSelect) return SelectList(false) ? Found(Result::kStacked) : Finding();
   const std::string_view first = Text();
+  const bool alone = before_ == Before::kNumber || IsBehindName();
   Next();
+  if (word == Word::kName && alone && HasShortComment("-")) return Found(Result::kStacked);  // ";analyze--"
   const bool name = Is(Kind::kWord);
   const std::string_view second = name ? Text() : std::string_view();
   switch (word) {

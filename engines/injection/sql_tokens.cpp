@@ -178,11 +178,16 @@ constexpr std::array<std::uint8_t, 27> kBegins = [] {
   return begins;
 }();
 
+/// False for most names.
+inline bool MayBeWord(std::string_view text) {
+  if (text.size() > kLongestWord || !IsLetter(text[0])) return false;
+  return (kLengths[static_cast<std::size_t>(LowerByte(text[0]) - 'a')] >> text.size() & 1U) != 0;
+}
+
 /// The row of a word in any case; null for a name.
 const WordRow* FindWord(std::string_view text) {
-  if (text.size() > kLongestWord || !IsLetter(text[0])) return nullptr;
+  if (!MayBeWord(text)) return nullptr;
   const auto letter = static_cast<std::size_t>(LowerByte(text[0]) - 'a');
-  if ((kLengths[letter] >> text.size() & 1U) == 0) return nullptr;
   char lowered[kLongestWord];
   std::transform(text.begin(), text.end(), lowered, LowerByte);
   const std::string_view word(lowered, text.size());
@@ -210,6 +215,14 @@ constexpr auto kMayDivide = [] {
 constexpr bool IsNameByte(char c) {
   return IsWordByte(c) || c == '$' || c == '@' || (static_cast<unsigned char>(c) >= 0x80 && !IsBlank(c));
 }
+
+/// What a name goes on with, "@" and "`" apart.
+constexpr auto kGoesOn = [] {
+  std::array<bool, 256> table{};
+  for (std::size_t c = 0; c < table.size(); ++c) table[c] = IsNameByte(static_cast<char>(c)) && c != '@';
+  table['.'] = true;
+  return table;
+}();
 
 constexpr bool IsHexDigit(char c) { return IsDigit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F'); }
 
@@ -430,12 +443,14 @@ void CSqlTokens::ReadWord() {
     return At(end) == ']' ? Take(Kind::kWord, end + 1 - at_) : Take(Kind::kOther, 1);
   }
   const std::size_t limit = std::min(text_.size(), at_ + room_);
-  for (; end < limit && (IsNameByte(text_[end]) || text_[end] == '.' || text_[end] == '`'); ++end) {
-    // "select@@version", "select`name`from"
-    if ((text_[end] == '@' || text_[end] == '`') && end > at_ && FindWord(text_.substr(at_, end - at_))) break;
+  for (;; ++end) {
+    while (end < limit && kGoesOn[static_cast<unsigned char>(text_[end])]) ++end;
+    if (end >= limit || (text_[end] != '@' && text_[end] != '`')) break;
+    if (end > at_ && FindWord(text_.substr(at_, end - at_))) break;  // "select@@version", "select`name`from"
   }
   while (text_[end - 1] == '.') --end;
-  const WordRow* const row = FindWord(text_.substr(at_, end - at_));
+  const std::string_view word = text_.substr(at_, end - at_);
+  const WordRow* const row = MayBeWord(word) ? FindWord(word) : nullptr;
   if (row) current_.word = row->word;
   Take(row ? row->kind : Kind::kWord, end - at_);
 }
