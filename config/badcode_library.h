@@ -14,6 +14,12 @@
 
 namespace qiv {
 
+/// What one file holds; a request judges its answer by the rules of the same load.
+struct AttackRuleSet {
+  CAttackRules attacks;
+  CAttackRules leaks;  ///< for responses
+};
+
 /// Thread safe. What is in force is immutable; a reader takes a counted reference without a lock.
 class CBadcodeLibrary {
  public:
@@ -24,25 +30,19 @@ class CBadcodeLibrary {
   CBadcodeLibrary(std::string path, CStateRecorder* states);
 
   /// Looks at the file. One that is no library, in which a rule cannot be used, or that is too large, is refused
-  /// whole: what is in force stays, and a state says which rule. One that is gone is no rules.
+  /// whole: what is in force stays, and a state says which rule. A record whose name or pattern has no GBK form is
+  /// left out, and a state names it. A file that is gone is no rules.
   Reload ReloadChanged();
 
   /// Never null.
-  std::shared_ptr<const CAttackRules> Current() const { return rules_.Load(); }
-  /// Those for responses; never null.
-  std::shared_ptr<const CAttackRules> Leaks() const { return leaks_.Load(); }
+  std::shared_ptr<const AttackRuleSet> Current() const { return rules_.Load(); }
 
  private:
   CStateRecorder& states_;
-  CPublished<CAttackRules> rules_;
-  CPublished<CAttackRules> leaks_;
+  CPublished<AttackRuleSet> rules_;
 
   CCriticalSection lock_;
   CWatchedFile file_ QIV_GUARDED_BY(lock_);
 };
-
-/// The rules of a deciphered text, as UTF-8 or in local code; those for responses apart. False, with *fault, when one
-/// of them cannot be used.
-bool LoadAttackRules(std::string text, CAttackRules* rules, CAttackRules* leaks, AttackFault* fault);
 
 }  // namespace qiv

@@ -25,9 +25,11 @@ enum AttackGroup : std::uint8_t {
   kLocalFiles = 1,
   kRemoteFiles = 2,
   kBadCode = 4,
-  kLeaks = 8,        ///< in responses
-  kErrorLeaks = 16,  ///< in responses that say themselves that something failed
+  kLeaks = 8,         ///< in responses
+  kErrorLeaks = 16,   ///< in responses that say themselves that something failed
+  kSourceLeaks = 32,  ///< in pages: in data, source is what an editor asked for
 };
+inline constexpr unsigned kOfResponses = kLeaks | kErrorLeaks | kSourceLeaks;
 
 /// Where a text stood. Bits.
 enum AttackPlace : std::uint8_t {
@@ -105,8 +107,17 @@ class CAttackScan {
     TextPlace last;
     TextPlace before_last;  // the word may stand in the next one once more; without length: none
   };
-  bool Search(std::string_view text, unsigned reading, unsigned place, unsigned groups, AttackHit* hit);
-  TextPlace Advance(std::string_view text, const AttackPattern& pattern, std::size_t step, TextPlace word,
+  /// What a text is searched for.
+  struct Scope {
+    TextMarks marks;  // of the text
+    unsigned reading;
+    unsigned place;
+    unsigned groups;
+  };
+  bool Search(std::string_view text, const Scope& scope, AttackHit* hit);
+  static std::size_t BeginBehind(std::string_view text, const PatternStep& step, const Reached& before,
+                                 std::size_t start);
+  TextPlace Advance(std::string_view text, const AttackPattern& pattern, std::size_t step, TextPlace found,
                     Reached* reached) const;
   void Begin();
 

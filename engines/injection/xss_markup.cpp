@@ -84,18 +84,17 @@ std::size_t CMarkupReader::ReadTag(std::size_t open, bool raw) {
   const std::string_view name = text_.substr(open + 1, pos - open - 1);
   in_image_ = name == "img" || name == "image" || name == "input" || name == "source" || name == "video";
   if (pos == text_.size()) return pos;
-  if (name == "script" && !(text_[pos] == '>' && named_.IsNamed(open, pos + 1))) {
+  if (name == "script" && kinds_.Has(XssType::kScriptTag) && !(text_[pos] == '>' && named_.IsNamed(open, pos + 1))) {
     Find(XssType::kScriptTag, text_.substr(pos, 1));
-    if (finding_.type != XssType::kNone) return text_.size();
+    return text_.size();
   }
   return ReadAttributes(pos, raw);
 }
 
 std::size_t CMarkupReader::ReadAttributes(std::size_t pos, bool raw) {
   while (finding_.type == XssType::kNone) {
-    const std::size_t gap = pos;
     while (pos < text_.size() && (IsBlank(text_[pos]) || text_[pos] == '/' || (raw && IsQuote(text_[pos])))) ++pos;
-    if (pos - gap != 1 || text_[gap] != ' ') in_event_ = false;
+    if (pos > 1 && (text_[pos - 1] != ' ' || IsBlank(text_[pos - 2]))) in_event_ = false;
     if (pos == text_.size() || (raw && text_[pos] == '<')) return pos;
     if (text_[pos] == '>') return pos + 1;
     Attribute attribute;
