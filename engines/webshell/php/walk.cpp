@@ -1,5 +1,6 @@
 #include "engines/webshell/php/walk.h"
 
+#include <algorithm>
 #include <span>
 #include <string>
 #include <utility>
@@ -9,16 +10,10 @@
 namespace qiv {
 
 CPhpWalk::CPhpWalk(std::string_view source, bool in_code, const PhpParts& parts)
-    : source_(source),
+    : CWithPhpParts(parts),
+      source_(source),
       in_code_(in_code),
       tokens_(source, in_code),
-      symbols_(parts.symbols),
-      operators_(parts.operators),
-      stacks_(parts.stacks),
-      scopes_(parts.scopes),
-      functions_(parts.functions),
-      findings_(parts.findings),
-      sinks_(parts.sinks),
       strings_(&parts.budget, &parts.symbols, &parts.operators, &parts.scopes, &parts.findings),
       expressions_(parts) {}
 
@@ -38,6 +33,12 @@ bool CPhpWalk::Advance(std::size_t* end) {
 
 void CPhpWalk::Token() {
   PhpToken& token = tokens_.At();
+  const bool is_quoted = token.kind == PhpTokenKind::kString || token.kind == PhpTokenKind::kTemplate ||
+                         token.kind == PhpTokenKind::kCommand;
+  if (token.kind != PhpTokenKind::kMarkup) {
+    findings_.At(token.begin - (is_quoted || token.kind == PhpTokenKind::kVariable ? 1U : 0U),
+                 std::min<std::size_t>(token.End() + (is_quoted ? 1 : 0), source_.size()));
+  }
   switch (token.kind) {
     case PhpTokenKind::kVariable:
       return OnVariable(token);
@@ -252,6 +253,7 @@ void CPhpWalk::BeginStatement() {
 
 void CPhpWalk::EndStatement() {
   expressions_.EndStatement();
+  findings_.EndStatement();
   pending_.is_new = false;
   pending_.scope = kPhpFileScope;
 }
