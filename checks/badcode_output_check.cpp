@@ -28,7 +28,6 @@ void BadcodeOutputCheck(const RequestFacts& facts, const CheckContext& context, 
   static constexpr AttackTexts kTexts{MessageId::kBadcodeCategory, MessageId::kLeakItem, MessageId::kLeakReason,
                                       kKindBadcode, "badcode"};
   finding.place = "Response";
-  result.request.statistics = true;  // the lists leave only the first phase countable
   BlockAttack(kTexts, finding, facts, context, result);
   result.plain_block = 0;
   result.request.attack = false;

@@ -22,6 +22,10 @@ void BlockPlainly(CheckKind kind, std::string_view statistics, const RequestFact
   context.recorder.RecordStatistics(statistics, facts.client_ip, rule);
 }
 
+std::string_view CountedAs(std::string_view statistics, const CheckContext& context, const CheckResult& result) {
+  return result.request.statistics || context.phase == kPhasePostExecute ? statistics : std::string_view();
+}
+
 void KeepApart(TextEdits* edits) {
   std::stable_sort(edits->begin(), edits->end(),
                    [](const TextEdit& a, const TextEdit& b) { return a.place.offset < b.place.offset; });

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -47,10 +48,10 @@ using TextEdits = std::vector<TextEdit>;  ///< in order, none over another
 
 /// What changes of a request, or of a response, that goes on. Made by checks, done by the module.
 struct DecidedEdits {
-  TextEdits url;                                           ///< RequestFacts::raw_url, behind its first "?"
-  TextEdits body;                                          ///< RequestFacts::raw_body
-  std::vector<std::pair<std::size_t, TextEdits>> headers;  ///< by index into RequestFacts::headers
-  TextEdits response;                                      ///< CheckContext::response
+  std::optional<std::string> query;                          ///< what stands behind the first "?" of raw_url, anew
+  std::optional<std::string> body;                           ///< RequestFacts::raw_body, anew
+  std::vector<std::pair<std::size_t, std::string>> headers;  ///< by index into RequestFacts::headers
+  TextEdits response;                                        ///< CheckContext::response
 };
 
 /// Puts edits in order; of those over one another the first stays, of those at one place the first of the list.
@@ -116,6 +117,10 @@ struct CheckContext;
 /// and marks the request as an attack. Counted in `statistics` unless empty.
 void BlockPlainly(CheckKind kind, std::string_view statistics, const RequestFacts& facts, const CheckContext& context,
                   CheckResult& result);
+
+/// The category of statistics for what request and response alike may be blocked for: the lists leave requests
+/// uncounted (RequestDecision::statistics), responses are always counted.
+std::string_view CountedAs(std::string_view statistics, const CheckContext& context, const CheckResult& result);
 
 /// Puts "***" in place of secrets in the texts of a decision. Called once, when a check has decided: pages, events,
 /// lock requests and messages all take these texts as they are. A text for which there is no memory is emptied.

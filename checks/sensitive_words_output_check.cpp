@@ -31,8 +31,8 @@ std::string EscapedFor(const ResponseText& response, std::string_view utf8) {
 std::string ReplacementIn(const ResponseText& response, const PreparedWords& words, const ResponseEncodings& encodings,
                           TextEncoding encoding) {
   constexpr std::string_view kStars = "***";  // in a charset in which the site's own text cannot be written
-  const bool writable = !encodings.only_ascii || CCharSet::IsAscii(words.new_word_utf8);
-  return EncodeText(EscapedFor(response, writable ? std::string_view(words.new_word_utf8) : kStars), encoding);
+  const bool writable = !encodings.only_ascii || CCharSet::IsAscii(words.new_word.Utf8());
+  return EncodeText(EscapedFor(response, writable ? std::string_view(words.new_word.Utf8()) : kStars), encoding);
 }
 
 }  // namespace
@@ -47,6 +47,7 @@ void SensitiveWordsOutputCheck(const RequestFacts& facts, const CheckContext& co
   uses = WithoutWhiteUrls(uses, facts, context.config);
   if (!response.may_change) uses &= ~unsigned{kWordReplace};
 
+  CWordNotes notes(facts, context);
   TextEdits edits;
   bool recorded = false;
   bool goes_on = true;
@@ -58,7 +59,7 @@ void SensitiveWordsOutputCheck(const RequestFacts& facts, const CheckContext& co
       if (encodings.only_ascii && !CCharSet::IsAscii(hit.word)) return true;
       const WordFinding finding{kPlace, {}, hit.word};
       if ((hit.uses & kWordRecord) != 0 && !std::exchange(recorded, true)) {
-        NoteWord(MessageId::kWordsRecorded, finding, facts, context);
+        notes.Add(MessageId::kWordsRecorded, finding);
       }
       if ((hit.uses & kWordBlock) != 0) {
         BlockWord(finding, facts, context, result);
@@ -67,11 +68,12 @@ void SensitiveWordsOutputCheck(const RequestFacts& facts, const CheckContext& co
         return false;
       }
       if ((hit.uses & kWordReplace) == 0) return true;
-      if (edits.empty()) NoteWord(MessageId::kWordsReplaced, finding, facts, context);
+      if (edits.empty()) notes.Add(MessageId::kWordsReplaced, finding);
       edits.push_back({hit.place, replacement});
       return true;
     });
   }
+  notes.Write(!goes_on);
   if (!goes_on || edits.empty() || context.log_only) return;
   KeepApart(&edits);
   DecidedEdits decided;

@@ -9,8 +9,11 @@
 namespace qiv {
 namespace {
 
-/// Bytes in which everything stands by accident: text in UTF-16, or in a body that is no form a share of control bytes
-/// that no text has. The rules judge such values all the same.
+/// A value without what InForm puts around it.
+JudgedText Alone(const JudgedText& in_form) { return in_form.Part({1, in_form.lowered.size() - 2}); }
+
+}  // namespace
+
 bool IsBinary(const RequestValue& value, std::string_view text) {
   constexpr std::size_t kShortest = 32;
   constexpr std::size_t kSample = 4096;
@@ -25,11 +28,6 @@ bool IsBinary(const RequestValue& value, std::string_view text) {
   const auto odd = static_cast<std::size_t>(std::count_if(sample.begin(), sample.end(), is_odd));
   return odd * kControlShare > sample.size();
 }
-
-/// A value without what InForm puts around it.
-JudgedText Alone(const JudgedText& in_form) { return in_form.Part({1, in_form.lowered.size() - 2}); }
-
-}  // namespace
 
 bool CValueJudge::Judge(const RequestValue& value) {
   if (IsPlainValue(value)) return false;

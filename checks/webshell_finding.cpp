@@ -61,9 +61,7 @@ void BlockWebshell(const WebshellPlace& place, const WebshellResult& found, cons
   }
 
   result.rule = found.rule;
-  // The lists leave only the first phase countable.
-  BlockPlainly(kKindWebshell, result.request.statistics || context.phase == kPhasePostExecute ? place.statistics : "",
-               facts, context, result);
+  BlockPlainly(kKindWebshell, CountedAs(place.statistics, context, result), facts, context, result);
 }
 
 void RecordPartialScan(const WebshellPlace& place, const char* check, const RequestFacts& facts,

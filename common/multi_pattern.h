@@ -37,6 +37,9 @@ class CMultiPattern {
   /// 1 GiB. `dense_entries` is a smaller bound for tests.
   explicit CMultiPattern(const std::vector<std::string>& patterns, std::size_t dense_entries = kDenseEntries);
 
+  /// From now on letters of the text are found in either case, with patterns that hold them in lower case alone.
+  void FoldCase();
+
   /// Whether no pattern can occur.
   bool Empty() const { return longest_ == 0; }
   std::size_t PatternCount() const { return lengths_.size(); }

@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "checks/sensitive_words_check.h"
 #include "common/secrets.h"
 #include "common/state_recorder.h"
 #include "config/website_config.h"
@@ -290,10 +291,21 @@ iis::REQUEST_NOTIFICATION_STATUS CPipeline::BeginRequest(iis::IHttpContext& serv
   if (result.status != kBlocked) RunStage(Stage::kRequestAlways, notification);
   const bool blocked = result.status == kBlocked;
   if (blocked) WriteBlockPage(notification);
-  if (!blocked && result.request.edits) EditRequest(server, record->facts, *result.request.edits);
+  if (!blocked && result.request.edits) ChangeRequest(notification);
   RunAfterDecision(notification);
   if (config.log_requests) services_.recorder.RecordRequest(record->facts, notification.context, result);
   return blocked ? RQ_NOTIFICATION_FINISH_REQUEST : RQ_NOTIFICATION_CONTINUE;
+}
+
+/// What words the application gets after all, somebody should know of.
+void CPipeline::ChangeRequest(const Notification& notification) const {
+  const RequestFacts& facts = notification.facts;
+  const RefusedEdits refused = EditRequest(*facts.context, facts, *notification.result.request.edits);
+  CWordNotes notes(facts, notification.context);
+  if (refused.query) notes.Add(MessageId::kWordsKept, {"GET", {}, "-"});
+  if (refused.body) notes.Add(MessageId::kWordsKept, {"POST", {}, "-"});
+  if (refused.headers) notes.Add(MessageId::kWordsKept, {"Header", {}, "-"});
+  notes.Write(false);
 }
 
 /// A blocked response goes out in no part: the page takes its place.

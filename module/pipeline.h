@@ -67,6 +67,7 @@ class CPipeline {
   void Observe(const CheckRow& row, CheckVerdict verdict, const Notification& notification) const;
   void RunAfterDecision(Notification& notification) const;
   void WriteBlockPage(Notification& notification, bool reset_response = false);
+  void ChangeRequest(const Notification& notification) const;
   void InspectResponse(Notification& notification);
 
   CQivConfig& config_;
