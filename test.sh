@@ -94,10 +94,11 @@ if [ "$quick" = 0 ]; then
   export WINEPREFIX=$PWD/build/wine WINEDEBUG=-all
   if build mingw-x64; then
     one windows-imports python3 cmake/checks/check_binary.py \
-      build/windows/bin/QivIpsIIs.dll build/windows/bin/qivhost.exe build/windows/bin/qivctl.exe
+      build/windows/bin/QivIpsIIs.dll build/windows/bin/qivhost.exe build/windows/bin/qivctl.exe \
+      build/windows/bin/qivsetup.exe
     one windows-archive cmake --build --preset mingw-x64 --target package_zip
     one windows-archive-imports python3 cmake/checks/check_binary.py \
-      build/windows/obj/package/QivIpsIIs-*-windows-x64/{QivIpsIIs.dll,qivctl.exe}
+      build/windows/obj/package/QivIpsIIs-*-windows-x64/{QivIpsIIs.dll,qivctl.exe,qivsetup.exe}
     one source-lists python3 cmake/checks/check_sources.py build/dev build/release build/windows/obj
   fi
   suite windows build/windows/obj

@@ -18,8 +18,9 @@ void WebshellOutputCheck(const RequestFacts& facts, const CheckContext& context,
   const WebsiteConfig& site = context.config;
   const std::string_view text = context.response.text;
   if (site.base.trojan == 0 || site.base.trojan_webout == 0 || !context.webshells || !context.response.page ||
-      text.empty())
+      text.empty() || context.response.part == ResponsePart::kLaterPiece) {
     return;
+  }
 
   WebshellPlace place;
   place.place = "Response";
