@@ -83,6 +83,24 @@ constexpr Label kLabels[] = {
     {"cp949", CharsetKind::kDoubleByte},
     {"ms949", CharsetKind::kDoubleByte},
     {"johab", CharsetKind::kDoubleByte},
+    {"iso-8859", CharsetKind::kSingle},
+    {"iso8859", CharsetKind::kSingle},
+    {"iso_8859", CharsetKind::kSingle},
+    {"latin", CharsetKind::kSingle},
+    {"us-ascii", CharsetKind::kSingle},
+    {"ascii", CharsetKind::kSingle},
+    {"ansi", CharsetKind::kSingle},
+    {"windows-125", CharsetKind::kSingle},
+    {"windows-874", CharsetKind::kSingle},
+    {"cp125", CharsetKind::kSingle},
+    {"x-cp125", CharsetKind::kSingle},
+    {"koi8", CharsetKind::kSingle},
+    {"mac", CharsetKind::kSingle},
+    {"x-mac", CharsetKind::kSingle},
+    {"tis-620", CharsetKind::kSingle},
+    {"euc-jp", CharsetKind::kSingle},
+    {"x-euc", CharsetKind::kSingle},
+    {"euc-tw", CharsetKind::kSingle},
 };
 
 }  // namespace
@@ -91,15 +109,14 @@ CharsetKind KindOfCharset(std::string_view name) {
   if (name.empty()) return CharsetKind::kNone;
   const auto* const label = std::find_if(std::begin(kLabels), std::end(kLabels),
                                          [name](const Label& l) { return BeginsNoCase(name, l.begins); });
-  return label == std::end(kLabels) ? CharsetKind::kOther : label->kind;
+  return label == std::end(kLabels) ? CharsetKind::kUnknown : label->kind;
 }
 
-std::string_view CharsetName(std::string_view attributes) {
-  constexpr std::string_view kName = "charset";
+std::string_view CharsetName(std::string_view attributes, std::string_view key) {
   constexpr std::string_view kBlanks = " \t\r\n";
-  for (std::size_t at = FindNoCase(attributes, kName); at != std::string_view::npos;
-       at = FindNoCase(attributes, kName, at + kName.size())) {
-    std::string_view rest = TrimBytes(attributes.substr(at + kName.size()), kBlanks);
+  for (std::size_t at = FindNoCase(attributes, key); at != std::string_view::npos;
+       at = FindNoCase(attributes, key, at + key.size())) {
+    std::string_view rest = TrimBytes(attributes.substr(at + key.size()), kBlanks);
     if (!rest.starts_with('=')) continue;
     rest = TrimBytes(rest.substr(1), kBlanks);
     rest.remove_prefix(std::min(rest.find_first_not_of("\"'"), rest.size()));

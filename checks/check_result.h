@@ -39,12 +39,22 @@ struct PreparedAnswer {
 
 struct AttackFindings;
 
-/// A piece of a text, and what takes its place.
-struct TextEdit {
-  TextPlace place;
-  std::string text;
+/// Pieces of a text, and what takes their place: one of a few texts, so that a million of them stay small.
+struct TextEdits {
+  struct Edit {
+    std::uint32_t offset;
+    std::uint32_t length;
+    std::uint32_t text;  ///< index into `texts`
+  };
+  std::vector<Edit> edits;  ///< once KeepApart was called in order, none over another
+  std::vector<std::string> texts;
+
+  bool empty() const { return edits.empty(); }
+  void Add(const TextPlace& place, std::size_t text) {
+    edits.push_back({static_cast<std::uint32_t>(place.offset), static_cast<std::uint32_t>(place.length),
+                     static_cast<std::uint32_t>(text)});
+  }
 };
-using TextEdits = std::vector<TextEdit>;  ///< in order, none over another
 
 /// What changes of a request, or of a response, that goes on. Made by checks, done by the module.
 struct DecidedEdits {
@@ -56,8 +66,6 @@ struct DecidedEdits {
 
 /// Puts edits in order; of those over one another the first stays, of those at one place the first of the list.
 void KeepApart(TextEdits* edits);
-/// The text with the edits done.
-std::string Edited(std::string_view text, const TextEdits& edits);
 
 /// What the checks of a notification decide beside block or pass.
 struct RequestDecision {

@@ -109,6 +109,7 @@ class CWordWalk {
     recorded_ = replaced_ = left_out_ = false;
     BeginText();
     uses_ = WordUses(site_, block, replace, record) & allowed_;
+    if (context_.exempt_blocks) uses_ &= ~unsigned{kWordBlock};
     return uses_ != 0;
   }
 
@@ -327,7 +328,7 @@ void BlockWord(const WordFinding& finding, const RequestFacts& facts, const Chec
 
 void CWordNotes::Add(MessageId reason, const WordFinding& finding) {
   Note note{reason, TextsOf(reason, finding, context_.config.language)};
-  note.texts.check = context_.phase == kPhasePostExecute ? "words_output" : "words";
+  note.texts.check = context_.phase != kPhaseBegin ? "words_output" : "words";
   HideSecrets(&note.texts);
   notes_.push_back(std::move(note));
 }

@@ -5,6 +5,7 @@
 #include "checks/sensitive_words_output_check.h"
 #include "common/text.h"
 #include "tests/checks/check_fixture.h"
+#include "tests/checks/edited_text.h"
 
 namespace qiv {
 namespace {
@@ -187,7 +188,7 @@ TEST_F(SensitiveWordsTest, ReadsResponsesInTheirCharset) {
     EXPECT_EQ(Answer(row.type, row.text), row.answer) << row.type << " " << row.text;
   }
   site_->words.new_word = CReplacement("\"<\xE2\x82\xAC");
-  EXPECT_EQ(Answer("application/json", "\"darn\""), "\"\\\"<\xE2\x82\xAC\"");
+  EXPECT_EQ(Answer("application/json", "\"darn\""), "\"\\\"<\\u20AC\"");
   EXPECT_EQ(Answer("text/html; charset=utf-8", "darn"), "&quot;&lt;\xE2\x82\xAC");
   EXPECT_EQ(Answer("text/html; charset=windows-1252", "darn"), "***");
 }
