@@ -244,7 +244,10 @@ class CUploadRun {
     partial_ = partial_ || found.partial;
     if (!hit) return false;
     if (found.suspicious && base_.trojan_strict_mode == 0) return false;
-    BlockWebshell({"File", Shown(item), MessageId::kUploadItem}, found, facts_, context_, result_);
+    const std::string name = Shown(item);
+    const std::string excerpt = WebshellExcerpt(found, content);
+    BlockWebshell({"File", name, MessageId::kUploadItem, kWebshellStatistics, excerpt}, found, facts_, context_,
+                  result_);
     return true;
   }
 

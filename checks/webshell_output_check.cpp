@@ -1,5 +1,7 @@
 #include "checks/webshell_output_check.h"
 
+#include <string>
+
 #include "checks/file_content.h"
 #include "checks/webshell_finding.h"
 #include "config/website_config.h"
@@ -34,6 +36,8 @@ void WebshellOutputCheck(const RequestFacts& facts, const CheckContext& context,
   const bool strict = site.base.trojan_strict_mode != 0;
   if (context.webshells->WebshellScan(text.substr(0, kScannedSource), &found) && (strict || !found.suspicious)) {
     place.name = Message(site.language, MessageId::kScriptSource);
+    const std::string excerpt = WebshellExcerpt(found, text);
+    place.excerpt = excerpt;
     BlockWebshell(place, found, facts, context, result);
   }
 }

@@ -179,7 +179,7 @@ iis::HRESULT CHostResponse::CopyChunk(const iis::HTTP_DATA_CHUNK& chunk) {
   if (size == 0) return kOk;
   std::unique_ptr<char[]> copy(new char[size]);
   std::memcpy(copy.get(), chunk.FromMemory.pBuffer, size);
-  const iis::HRESULT result = AddChunk(iis::MemoryChunk(copy.get(), size), -1);
+  const iis::HRESULT result = AddChunk(iis::MakeMemoryChunk(copy.get(), size), -1);
   if (iis::Failed(result)) return result;
   buffers_.push_back(std::move(copy));
   buffered_bytes_ += size;
@@ -285,7 +285,7 @@ void CHostResponse::ReplaceByErrorPage() {
                            "</title></head>\r\n<body><h2>" + title + "</h2></body></html>\r\n";
   headers_.Delete(iis::HttpHeaderContentLength);
   headers_.Set(iis::HttpHeaderContentType, "text/html", 9, true);
-  CopyChunk(iis::MemoryChunk(page.data(), page.size()));
+  CopyChunk(iis::MakeMemoryChunk(page.data(), page.size()));
 }
 
 iis::HRESULT CHostResponse::SetErrorDescription(iis::PCWSTR text, iis::DWORD length, iis::BOOL) {

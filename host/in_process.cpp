@@ -202,7 +202,7 @@ std::vector<std::string> InProcessResponse::Headers(std::string_view name) const
 }
 
 iis::HRESULT WriteText(iis::IHttpContext& context, std::string_view text, bool more_data) {
-  iis::HTTP_DATA_CHUNK chunk = iis::MemoryChunk(text.data(), text.size());
+  iis::HTTP_DATA_CHUNK chunk = iis::MakeMemoryChunk(text.data(), text.size());
   iis::DWORD sent = 0;
   return context.GetResponse()->WriteEntityChunks(&chunk, 1, 0, more_data, &sent, nullptr);
 }

@@ -8,7 +8,7 @@
 namespace iis {
 
 /// A chunk of memory, which must live as long as the server keeps it; at most 4 GiB.
-inline HTTP_DATA_CHUNK MemoryChunk(const void* data, std::size_t size) {
+inline HTTP_DATA_CHUNK MakeMemoryChunk(const void* data, std::size_t size) {
   HTTP_DATA_CHUNK chunk{};
   chunk.DataChunkType = HttpDataChunkFromMemory;
   chunk.FromMemory.pBuffer = const_cast<void*>(data);

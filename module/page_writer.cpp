@@ -105,7 +105,7 @@ EncodedPage ComposePage(const RequestFacts& facts, const CheckContext& context, 
 void WriteChunk(iis::IHttpContext& context, iis::IHttpResponse& response, std::string_view page) {
   char* kept = page.empty() ? nullptr : CopyToRequestMemory(context, page);
   if (!kept) return;
-  iis::HTTP_DATA_CHUNK chunk = iis::MemoryChunk(kept, page.size());
+  iis::HTTP_DATA_CHUNK chunk = iis::MakeMemoryChunk(kept, page.size());
   iis::DWORD sent = 0;
   iis::BOOL pending = 0;
   response.WriteEntityChunks(&chunk, 1, 0, 1, &sent, &pending);

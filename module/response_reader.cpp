@@ -191,7 +191,7 @@ void CResponseReader::AppendPart(const iis::HTTP_DATA_CHUNK& chunk, const Piece&
   const std::size_t skipped = begin - piece.begin;
   iis::HTTP_DATA_CHUNK part = chunk;
   if (chunk.DataChunkType == iis::HttpDataChunkFromMemory) {
-    part = iis::MemoryChunk(static_cast<const char*>(chunk.FromMemory.pBuffer) + skipped, end - begin);
+    part = iis::MakeMemoryChunk(static_cast<const char*>(chunk.FromMemory.pBuffer) + skipped, end - begin);
   } else {
     part.FromFileHandle.ByteRange = {chunk.FromFileHandle.ByteRange.StartingOffset + skipped, end - begin};
   }
@@ -220,7 +220,7 @@ void CResponseReader::Edit(const TextEdits& edits) {
       AppendPart(chunk, piece, at, edit.offset, &chunks);
       const char* const kept = edit.text.empty() ? nullptr : CopyToRequestMemory(context_, edit.text);
       if (!kept && !edit.text.empty()) return;
-      if (kept) chunks.push_back(iis::MemoryChunk(kept, edit.text.size()));
+      if (kept) chunks.push_back(iis::MakeMemoryChunk(kept, edit.text.size()));
       at = edit.end;
     }
     AppendPart(chunk, piece, at, end, &chunks);
@@ -228,7 +228,7 @@ void CResponseReader::Edit(const TextEdits& edits) {
     if (piece.ends || piece.length == 0) continue;
     iis::HTTP_DATA_CHUNK rest = chunk;
     if (chunk.DataChunkType == iis::HttpDataChunkFromMemory) {
-      rest = iis::MemoryChunk(static_cast<const char*>(chunk.FromMemory.pBuffer) + piece.length,
+      rest = iis::MakeMemoryChunk(static_cast<const char*>(chunk.FromMemory.pBuffer) + piece.length,
                          chunk.FromMemory.BufferLength - piece.length);
     } else {
       iis::HTTP_BYTE_RANGE& range = rest.FromFileHandle.ByteRange;

@@ -207,13 +207,13 @@ Verdict Judge(const Protection& protection, Place place, std::string_view text, 
   SetBodyText(true, &facts);
   CheckResult result;
   if (!form.empty()) {
-    if (by == Judges::kAll || by == Judges::kInjection) UploadCheck(facts, context, result);
+    if (by == Judges::kBoth || by == Judges::kInjection) UploadCheck(facts, context, result);
     if (result.status == kBlocked) return {Mechanism::kUpload, result.rule, result.reason};
   }
-  const bool families = by == Judges::kAll || by == Judges::kFamilies;
+  const bool families = by == Judges::kBoth || by == Judges::kFamilies;
   if (by == Judges::kWebshells) WebshellCheck(facts, context, result);
   if (families) FileInclusionCheck(facts, context, result);
-  if (result.status != kBlocked && (by == Judges::kAll || by == Judges::kInjection)) {
+  if (result.status != kBlocked && (by == Judges::kBoth || by == Judges::kInjection)) {
     InjectionCheck(facts, context, result);
   }
   if (result.status != kBlocked && families) BadcodeCheck(facts, context, result);
