@@ -193,9 +193,9 @@ std::size_t AppendUnit(std::string_view text, std::size_t at, TextEncoding chara
   if (first < 0) return 0;
   const int second = IsHighSurrogate(first) ? unit(at + kUnit, text[at]) : -1;
   if (IsLowSurrogate(second)) {
-    AppendCharacter(0x10000U + ((static_cast<char32_t>(first) - 0xD800U) << 10U) +
-                        (static_cast<char32_t>(second) - 0xDC00U),
-                    characters, out);
+    AppendCharacter(
+        0x10000U + ((static_cast<char32_t>(first) - 0xD800U) << 10U) + (static_cast<char32_t>(second) - 0xDC00U),
+        characters, out);
     return 2 * kUnit;
   }
   const bool half = IsHighSurrogate(first) || IsLowSurrogate(first);

@@ -57,8 +57,8 @@ std::string ScriptFor(const ResponseText& response, const std::string& code) {
   if (CCharSet::IsAscii(code)) return code;
   if (encodings.only_ascii) return {};
   // A page that may be in either is UTF-8 if it can be.
-  const bool utf8 = encodings.encodings[0] == TextEncoding::kUtf8 &&
-                    (encodings.encodings.size() == 1 || encodings.valid_utf8);
+  const bool utf8 =
+      encodings.encodings[0] == TextEncoding::kUtf8 && (encodings.encodings.size() == 1 || encodings.valid_utf8);
   if (utf8) return code;
   return CCharSet::Survives(code) ? CCharSet::Utf8ToLocal(code) : std::string();
 }

@@ -125,9 +125,8 @@ class CWordWalk {
     if (mark != url.npos) {
       const std::string_view query = url.substr(mark + 1);
       ForEachQueryValue(query, judge_);
-      edits_.query = Edited(query, kMostQuery, [](std::string_view text, const ValueVisitor& visit) {
-        ForEachQueryValue(text, visit);
-      });
+      edits_.query = Edited(query, kMostQuery,
+                            [](std::string_view text, const ValueVisitor& visit) { ForEachQueryValue(text, visit); });
     }
     if (site_.extended.path && !IsBlocked()) ForEachPathValue(facts_, judge_);
   }
@@ -338,7 +337,8 @@ void CWordNotes::Write(bool blocked) {
     const bool recorded = reason == MessageId::kWordsRecorded;
     const bool replaced = reason == MessageId::kWordsReplaced;
     if (blocked && !recorded) continue;
-    if (!replaced || context_.config.request.ill_replace_log != 0) context_.recorder.RecordNote(facts_, context_, texts);
+    if (!replaced || context_.config.request.ill_replace_log != 0)
+      context_.recorder.RecordNote(facts_, context_, texts);
     if (!recorded && !replaced) continue;
     context_.recorder.RecordStatistics(replaced ? "feifa_replace" : "feifa_record", facts_.client_ip, "-");
   }

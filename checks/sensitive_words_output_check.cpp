@@ -133,8 +133,8 @@ class CAnswerWalk {
 
 unsigned OutputWordUses(const RequestFacts& facts, const WebsiteConfig& site) {
   const RequestSettings& request = site.request;
-  const unsigned uses = WordUses(site, request.ill_block_webout != 0, request.ill_replace_webout != 0,
-                                 request.ill_record_webout != 0);
+  const unsigned uses =
+      WordUses(site, request.ill_block_webout != 0, request.ill_replace_webout != 0, request.ill_record_webout != 0);
   return WithoutWhiteUrls(uses, facts, site);
 }
 

@@ -89,8 +89,8 @@ std::string_view ReplacementIn(const RequestValue& value, const CReplacement& re
       break;
   }
   // A header that holds no escape is read as it is.
-  const bool escaped = value.raw.find('%') != value.raw.npos ||
-                       (value.encoding == RequestValue::kCookie && !replacement.FitsCookie());
+  const bool escaped =
+      value.raw.find('%') != value.raw.npos || (value.encoding == RequestValue::kCookie && !replacement.FitsCookie());
   return escaped ? replacement.Percent(charset) : replacement.Plain(charset);
 }
 

@@ -1,4 +1,5 @@
-// One character reference at a time, for who has to know where each stood. DecodeHtmlEntities (text.h) reads whole texts.
+// One character reference at a time, for who has to know where each stood. DecodeHtmlEntities (text.h) reads whole
+// texts.
 #pragma once
 
 #include <cstddef>

@@ -120,20 +120,19 @@ bool CSensitiveWords::Find(std::string_view text, TextEncoding encoding, unsigne
   if ((uses & uses_) == 0) return true;
   std::size_t whole = 0;  // a character begins there
   bool all = true;
-  patterns_[IndexOf(encoding)].FindByStart(
-      text, [&](std::size_t start, const std::uint32_t* found, std::size_t count) {
-        if (IsWide(encoding) && start % 2 != 0) return true;
-        if (encoding == TextEncoding::kLocal) {
-          while (whole < start) whole += CCharSet::CharacterLength(text, whole);
-          if (whole != start) return true;
-        }
-        while (all && count-- > 0) {
-          const Word& word = words_[found[count]];
-          if ((word.uses & uses) == 0 || !Stands(text, start, found[count], encoding)) continue;
-          all = visit({word.listed, word.uses & uses, {start, word.forms[IndexOf(encoding)].size()}});
-        }
-        return all;
-      });
+  patterns_[IndexOf(encoding)].FindByStart(text, [&](std::size_t start, const std::uint32_t* found, std::size_t count) {
+    if (IsWide(encoding) && start % 2 != 0) return true;
+    if (encoding == TextEncoding::kLocal) {
+      while (whole < start) whole += CCharSet::CharacterLength(text, whole);
+      if (whole != start) return true;
+    }
+    while (all && count-- > 0) {
+      const Word& word = words_[found[count]];
+      if ((word.uses & uses) == 0 || !Stands(text, start, found[count], encoding)) continue;
+      all = visit({word.listed, word.uses & uses, {start, word.forms[IndexOf(encoding)].size()}});
+    }
+    return all;
+  });
   return all;
 }
 

@@ -372,7 +372,8 @@ void CPipeline::InspectPiece(iis::IHttpContext& server, const StoredRequest& sto
   CResponseReader reader(server);
   std::shared_ptr<StreamedAnswer> streamed = stored.streamed;
   if (streamed && streamed->dropped) return reader.DropPiece();
-  if (stored.page_written || !provider || WantedResponseBytes(stored.record->facts, *stored.record->config) == 0) return;
+  if (stored.page_written || !provider || WantedResponseBytes(stored.record->facts, *stored.record->config) == 0)
+    return;
   if (with_headers) {
     // One that goes out whole was looked at when its handler had ended.
     if ((provider->GetFlags() & iis::HTTP_SEND_RESPONSE_FLAG_MORE_DATA) == 0) return;

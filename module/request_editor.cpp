@@ -94,8 +94,8 @@ bool SetLength(iis::IHttpContext& context, iis::IHttpRequest& request, std::size
   if (!RequestHeader(request, iis::HttpHeaderContentLength)) return true;
   const std::string digits = std::to_string(length);
   const char* const kept = CopyToRequestMemory(context, digits);
-  return kept && !iis::Failed(request.SetHeader(iis::HttpHeaderContentLength, kept,
-                                                static_cast<iis::USHORT>(digits.size()), 1));
+  return kept && !iis::Failed(
+                     request.SetHeader(iis::HttpHeaderContentLength, kept, static_cast<iis::USHORT>(digits.size()), 1));
 }
 
 bool EditBody(iis::IHttpContext& context, iis::IHttpRequest& request, std::string_view body, std::string_view text) {
@@ -104,8 +104,8 @@ bool EditBody(iis::IHttpContext& context, iis::IHttpRequest& request, std::strin
   const std::size_t taken = TakeOut(request, body.size());
   // The length first: once the new body is in there is no way back.
   const bool length_set = taken == body.size() && SetLength(context, request, text.size());
-  if (length_set && (text.empty() || !iis::Failed(request.InsertEntityBody(
-                                         kept, static_cast<iis::DWORD>(text.size()))))) {
+  if (length_set &&
+      (text.empty() || !iis::Failed(request.InsertEntityBody(kept, static_cast<iis::DWORD>(text.size()))))) {
     return true;
   }
   if (length_set) SetLength(context, request, body.size());

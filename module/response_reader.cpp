@@ -229,7 +229,7 @@ void CResponseReader::Edit(const TextEdits& edits) {
     iis::HTTP_DATA_CHUNK rest = chunk;
     if (chunk.DataChunkType == iis::HttpDataChunkFromMemory) {
       rest = iis::MakeMemoryChunk(static_cast<const char*>(chunk.FromMemory.pBuffer) + piece.length,
-                         chunk.FromMemory.BufferLength - piece.length);
+                                  chunk.FromMemory.BufferLength - piece.length);
     } else {
       iis::HTTP_BYTE_RANGE& range = rest.FromFileHandle.ByteRange;
       range.StartingOffset += piece.length;

@@ -17,7 +17,8 @@
 
 namespace qiv {
 
-/// What is read of an answer that goes out in pieces, in all: many pages whole, and still no more than some milliseconds.
+/// What is read of an answer that goes out in pieces, in all: many pages whole, and still no more than some
+/// milliseconds.
 inline constexpr std::size_t kMostStreamedBytes = 4 * 1024 * 1024;
 
 /// An answer that goes out in pieces. Used by one notification of its request at a time.

@@ -122,25 +122,27 @@ TEST_F(SensitiveWordsTest, WritesTheNewWordAsThePlaceIsWritten) {
   struct Row {
     std::string type, body, edited;
   };
-  for (const Row& row :
-       {Row{type, "a=%D3%A2%B9%FA", "a=%BA%CD"},
-        {type, "a=%E8%8B%B1%E5%9B%BD", "a=%E5%92%8C"},
-        {type, "a=darn&b=%BA%CD", "a=%BA%CD&b=%BA%CD"},
-        {type + "; charset=gbk", "a=darn", "a=%BA%CD"},
-        {type, "a=%E8%8B%B1%u56fd&b=%u82F1%u56fd", "a=%E5%92%8C&b=%E5%92%8C"},
-        {type, "a=%26%2333521;%E5%9B%BD.", "a=%E5%92%8C."},
-        {"text/xml", "<a>&#33521;&#22269;&#x000000000064;arn</a>", "<a>&#21644;&#21644;</a>"},
-        {"application/json", R"(["\u82f1\u56fd"])", R"(["\u548C"])"},
-        {type, "darn=1&" + run + "=darn", "darn=1&" + run + "=%E5%92%8C"},
-        {type, "a=" + run + "darn", ""},
-        {type, "a=" + run.substr(1) + "+darn", "a=" + run.substr(1) + "+%E5%92%8C"},
-        {"application/octet-stream", "darn", ""},
-        {"", "<darn>" + std::string(40, '\1'), ""},
-        {"text/plain", "darn", "\xE5\x92\x8C"}}) {
+  for (const Row& row : {Row{type, "a=%D3%A2%B9%FA", "a=%BA%CD"},
+                         {type, "a=%E8%8B%B1%E5%9B%BD", "a=%E5%92%8C"},
+                         {type, "a=darn&b=%BA%CD", "a=%BA%CD&b=%BA%CD"},
+                         {type + "; charset=gbk", "a=darn", "a=%BA%CD"},
+                         {type, "a=%E8%8B%B1%u56fd&b=%u82F1%u56fd", "a=%E5%92%8C&b=%E5%92%8C"},
+                         {type, "a=%26%2333521;%E5%9B%BD.", "a=%E5%92%8C."},
+                         {"text/xml", "<a>&#33521;&#22269;&#x000000000064;arn</a>", "<a>&#21644;&#21644;</a>"},
+                         {"application/json", R"(["\u82f1\u56fd"])", R"(["\u548C"])"},
+                         {type, "darn=1&" + run + "=darn", "darn=1&" + run + "=%E5%92%8C"},
+                         {type, "a=" + run + "darn", ""},
+                         {type, "a=" + run.substr(1) + "+darn", "a=" + run.substr(1) + "+%E5%92%8C"},
+                         {"application/octet-stream", "darn", ""},
+                         {"", "<darn>" + std::string(40, '\1'), ""},
+                         {"text/plain", "darn", "\xE5\x92\x8C"}}) {
     EXPECT_EQ(Body(row.type, row.body), row.edited) << row.body;
   }
-  facts_.headers = {{11, "Content-Length", "darn"}, {24, "Authorization", "darn"}, {28, "Host", "darn"},
-                    {kUnknownHeader, "Origin", "darn"}, {kUnknownHeader, "X-Note", "darn"}};
+  facts_.headers = {{11, "Content-Length", "darn"},
+                    {24, "Authorization", "darn"},
+                    {28, "Host", "darn"},
+                    {kUnknownHeader, "Origin", "darn"},
+                    {kUnknownHeader, "X-Note", "darn"}};
   facts_.raw_body = {};
   EXPECT_EQ(Decide(), "");
   ASSERT_EQ(result_.request.edits->headers.size(), 1U);
@@ -158,7 +160,8 @@ TEST_F(SensitiveWordsTest, WritesTheNewWordAsThePlaceIsWritten) {
   partial_.clear();
   statistics_.clear();
   EXPECT_NE(Query("a=darn&b=badword"), "");
-  EXPECT_TRUE(partial_.empty() && statistics_ == std::vector<std::string>{"feifa 192.0.2.7 -"} && !result_.request.edits);
+  EXPECT_TRUE(partial_.empty() && statistics_ == std::vector<std::string>{"feifa 192.0.2.7 -"} &&
+              !result_.request.edits);
 }
 
 TEST_F(SensitiveWordsTest, ReadsResponsesInTheirCharset) {
