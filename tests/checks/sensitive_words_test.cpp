@@ -182,6 +182,17 @@ TEST_F(SensitiveWordsTest, ReadsResponsesInTheirCharset) {
                          {"text/html; charset=big5", gbk + "badword", ""},
                          {"text/html; charset=windows-1252", gbk + "darn", gbk + "**"},
                          {"text/html; charset=utf-8", gbk, ""},
+                         {"text/plain", "charset=big5 <meta charset=big5>" + gbk, "blocked"},
+                         {"text/html", "<p>charset=big5</p><!-- <meta charset=big5> -->" + gbk, "blocked"},
+                         {"text/html", "<META name=x><meta http-equiv=a content='b; charset=utf-8'>" + gbk, ""},
+                         {"application/xml", "<?xml version='1.0' encoding='gbk'?><a>" + gbk, "blocked"},
+                         {"text/html; charset=nobody-knows", gbk, "blocked"},
+                         {"text/html; charset=ks_c_5601-1987", "badword", ""},
+                         {"text/html; charset=csShiftJIS", "badword", ""},
+                         {"text/html; charset=unicode", std::string("d\0a\0r\0n\0", 8), std::string("*\0*\0", 4)},
+                         {"application/json", R"({"a":"\u4e2d\u6587"})", "blocked"},
+                         {"application/json", R"({"a":"\u82f1\u56fd\n"})", R"({"a":"**\n"})"},
+                         {"text/html", "<p>&#x82F1;&#22269; &amp; d&#97;rn", "<p>** &amp; **"},
                          {"text/html; charset=utf-16be", std::string("x\0d\0a\0r\0ny", 10), ""},
                          {"text/html", "darn \xE8\x8B\xB1\xE5\x9B\xBD dARn", "** ** **"},
                          {"", wide,
@@ -208,6 +219,10 @@ TEST_F(SensitiveWordsTest, InsertsTheScriptBehindWhatItReplaces) {
   EXPECT_EQ(Answer("text/html; charset=koi8-r", "</body>"), "") << "cannot be written there";
   EXPECT_EQ(Answer("text/plain", "</body>"), "");
   EXPECT_EQ(Answer("text/html", "</bodyx>"), "");
+  EXPECT_NE(Answer("text/html", "\xEF\xBB\xBF <p></body><!-- > --> </HTML> "), "");
+  for (const char* page : {"{\"a\":\"<p></body>\"}", "<script>s='</body>'</script>", "<p></body><p>", "text</body>"}) {
+    EXPECT_EQ(Answer("text/html", page), "") << page;
+  }
   for (const char* url : {"/other", "/shop/api/1"}) {
     facts_.raw_url = url;
     EXPECT_EQ(Answer("text/html", "</body>"), "") << url;
