@@ -87,6 +87,7 @@ if build release; then
   one module-exports python3 cmake/checks/check_binary.py build/bin/libQivIpsIIs.so
   one demo python3 tests/repository/demo_test.py
   one benchmark build/bin/qivbench --benchmark_min_time=0.001
+  one instructions python3 bench/instructions/check.py
 fi
 
 if [ "$quick" = 0 ]; then

@@ -21,7 +21,9 @@ void BadcodeOutputCheck(const RequestFacts& facts, const CheckContext& context, 
   const std::string lowered = CCharSet::LowerBytes(context.response.Head());
   CAttackScan scan(*context.leaks);
   AttackFinding finding;
-  finding.hit = scan.FindAsItStands(lowered, kInResponse, unsigned{kLeaks} | (failed ? unsigned{kErrorLeaks} : 0U));
+  const unsigned groups =
+      unsigned{kLeaks} | (failed ? unsigned{kErrorLeaks} : 0U) | (context.response.page ? unsigned{kSourceLeaks} : 0U);
+  finding.hit = scan.FindAsItStands(lowered, kInResponse, groups);
   if (finding.hit.rule == nullptr) return;
   static constexpr AttackTexts kTexts{MessageId::kBadcodeCategory, MessageId::kLeakItem, MessageId::kLeakReason,
                                       kKindBadcode, "badcode"};

@@ -1,5 +1,6 @@
 #include "checks/body_text.h"
 
+#include <algorithm>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -13,8 +14,10 @@ namespace qiv {
 namespace {
 
 constexpr std::string_view kFileName = "; filename=\"";
-// A NUL this early stands in archives, pictures, films, programs and office documents, and in no text but UTF-16.
-constexpr std::size_t kHeadOfBinary = 64;
+// A NUL this early stands in archives, pictures, films, programs and office documents, and in no text but UTF-16; what
+// is compressed or enciphered from the first byte has a share of control bytes that no text has.
+constexpr std::size_t kHeadOfBinary = 256;
+constexpr std::size_t kControlShare = 16;
 constexpr std::size_t kShortestFile = 256;  // fewer bytes are not worth leaving out
 
 bool IsBinaryFile(const MultipartPart& part) {
@@ -26,7 +29,10 @@ bool IsBinaryFile(const MultipartPart& part) {
   // As every client writes it: one name in double quotes and no escapes.
   const std::size_t name = part.head_text.find(kFileName);
   if (name == std::string_view::npos || part.head_text.find('\\') != std::string_view::npos) return false;
-  return part.content.substr(0, kHeadOfBinary).find('\0') != std::string_view::npos;
+  const std::string_view begin = part.content.substr(0, kHeadOfBinary);
+  const auto odd = std::count_if(begin.begin(), begin.end(),
+                                 [](char c) { return static_cast<unsigned char>(c) < 0x20 && !IsSpace(c); });
+  return begin.find('\0') != std::string_view::npos || static_cast<std::size_t>(odd) * kControlShare > begin.size();
 }
 
 /// The body without its binary files; null when there is none, or when the body has more readings than one.

@@ -8,7 +8,6 @@
 #include <string>
 #include <utility>
 
-#include "checks/body_charset.h"
 #include "checks/charset_label.h"
 #include "checks/request_values.h"
 #include "checks/value_edit.h"
@@ -135,11 +134,7 @@ class CWordWalk {
     // What replacements may add to a body: more than anybody writes of such words.
     constexpr std::size_t kMostGrowth = 8 * 1024 * 1024;
     if (facts_.raw_body.empty()) return;
-    if (CharsetOfBody(facts_.content_type, facts_.raw_body) == BodyCharset::kWide) {
-      ForEachBodyValue(facts_.content_type, WideToUtf8(facts_.raw_body), judge_);
-      return;
-    }
-    ForEachBodyValue(facts_.content_type, facts_.raw_body, judge_);
+    ForEachReadBodyValue(facts_.content_type, facts_.raw_body, judge_);
     if (facts_.unpacked_body || !IsTextBody(facts_)) return;
     edits_.body = Edited(facts_.raw_body, facts_.raw_body.size() + kMostGrowth,
                          [this](std::string_view text, const ValueVisitor& visit) {

@@ -285,6 +285,7 @@ class CUploadRun {
       if (mark == kNone) continue;
       const std::size_t begin = at + mark + kBase64.size();
       std::size_t end = begin;
+      if (begin < text.size() && IsSpace(text[begin])) continue;  // prose: no picture's data begins with a blank
       // A JSON text may write "\/"; a form may turn "+" into a blank.
       while (end < text.size() && (IsWordByte(text[end]) || std::string_view("+/=\\ \r\n").find(text[end]) != kNone))
         ++end;

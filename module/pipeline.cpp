@@ -159,8 +159,9 @@ std::shared_ptr<RequestRecord> CPipeline::StartRecord() const {
   record->config = config_.Current();
   record->library = config_.Library();
   record->webshells = config_.Webshells();
-  record->attacks = config_.Attacks();
-  record->leaks = config_.Leaks();
+  const std::shared_ptr<const AttackRuleSet> rules = config_.AttackRules();
+  record->attacks = {rules, &rules->attacks};
+  record->leaks = {rules, &rules->leaks};
   record->exemptions = config_.Exemptions();
   return record;
 }

@@ -200,7 +200,8 @@ int main(int argc, char** argv) {
                                                      {"families", qiv::Judges::kFamilies},
                                                      {"injection", qiv::Judges::kInjection},
                                                      {"webshells", qiv::Judges::kWebshells}};
-  app.add_option("-b,--by", options.by, "who judges: families (rules for malicious code), injection, both of them, or webshells alone")
+  app.add_option("-b,--by", options.by,
+                 "who judges: families (rules for malicious code), injection, both of them, or webshells alone")
       ->transform(CLI::CheckedTransformer(judges));
   app.add_option("files", options.files, "one text a line; %0D, %0A and %00 are bytes")->required();
   CLI11_PARSE(app, argc, argv);

@@ -123,7 +123,8 @@ Protection LoadProtection(const std::string& module_directory, std::string* erro
   }
   auto english = std::make_shared<WebsiteConfig>(*config.Current());
   english->language = Language::kEnglish;  // MechanismOf reads the texts
-  return {std::move(english), config.Library(), config.Webshells(), config.Attacks()};
+  const std::shared_ptr<const AttackRuleSet> rules = config.AttackRules();
+  return {std::move(english), config.Library(), config.Webshells(), {rules, &rules->attacks}};
 }
 
 bool PlaceFromName(std::string_view name, Place* place) {

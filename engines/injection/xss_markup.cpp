@@ -84,9 +84,9 @@ std::size_t CMarkupReader::ReadTag(std::size_t open, bool raw) {
   const std::string_view name = text_.substr(open + 1, pos - open - 1);
   in_image_ = name == "img" || name == "image" || name == "input" || name == "source" || name == "video";
   if (pos == text_.size()) return pos;
-  if (name == "script" && !(text_[pos] == '>' && named_.IsNamed(open, pos + 1))) {
+  if (name == "script" && kinds_.Has(XssType::kScriptTag) && !(text_[pos] == '>' && named_.IsNamed(open, pos + 1))) {
     Find(XssType::kScriptTag, text_.substr(pos, 1));
-    if (finding_.type != XssType::kNone) return text_.size();
+    return text_.size();
   }
   return ReadAttributes(pos, raw);
 }

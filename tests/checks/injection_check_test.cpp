@@ -235,6 +235,18 @@ TEST(InjectionCheck, LeavesBinaryFilesOut) {
       << "two readings";
 }
 
+// A page may believe the charset that the client states, or not.
+TEST(InjectionCheck, JudgesWideBodiesInBothReadings) {
+  const std::string text = "q=drop table";
+  std::string wide = "\xFF\xFE";
+  for (const char c : text) wide.append(1, c).append(1, '\0');
+  const std::string form = "application/x-www-form-urlencoded";
+  for (const std::string& type : {form, form + "; charset=utf-16"}) {
+    EXPECT_EQ(Judge(Site(), Sent("/", wide, type)).result.status, kBlocked) << type;
+    EXPECT_EQ(Judge(Site(), Sent("/", "\xFF\xFE&" + text, type)).result.status, kBlocked) << type;
+  }
+}
+
 TEST(InjectionCheck, RuleWordsAreWholeCharacters) {
   const struct {
     const char* words;  // in UTF-8

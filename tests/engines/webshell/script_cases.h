@@ -80,7 +80,8 @@ int RunScriptCases(const std::string& path, const Shown& shown) {
       WebshellResult result;
       const bool found = libs.WebshellScan(text, &result);
       const WebshellWords words = WordsOf(result, Language::kEnglish);
-      EXPECT_EQ(found ? shown(result, words) : "none", fields[0]) << "line " << number << ": " << fields[1].substr(0, 200);
+      EXPECT_EQ(found ? shown(result, words) : "none", fields[0])
+          << "line " << number << ": " << fields[1].substr(0, 200);
       EXPECT_LE(result.place.offset + result.place.length, text.size()) << "line " << number;
       EXPECT_EQ(fields.size() > 2 ? PlaceShown(result, text) : "", *place) << "line " << number;
     });
