@@ -1,16 +1,17 @@
 #include "checks/visitor_proof.h"
 
 #include <algorithm>
-#include <random>
 
 #include "base/hex.h"
 #include "common/text.h"
+#include "common/visitor_key.h"
 #include "port/file.h"
 
 namespace qiv {
 namespace {
 
-constexpr std::size_t kKeyBytes = CAES::kBlockSize;
+constexpr std::size_t kKeyBytes = kVisitorKeyBytes;
+static_assert(kKeyBytes == CAES::kBlockSize);
 constexpr std::size_t kTimeDigits = 10;  // to the year 36812
 constexpr std::size_t kNonceDigits = 16;
 constexpr std::size_t kTagDigits = 2 * CAES::kBlockSize;
@@ -47,13 +48,6 @@ std::string ReadKey(const std::string& path) {
   return KeyOf(Trim(text));
 }
 
-std::string DrawnKey() {
-  std::random_device source;  // the system's generator on every platform that we build for
-  std::string key;
-  while (key.size() < kKeyBytes) key += static_cast<char>(source());
-  return key;
-}
-
 /// The key that the file holds, or that it holds now; empty when that cannot be had at the moment.
 std::string LoadKey(const std::string& path) {
   if (std::string key = ReadKey(path); !key.empty()) return key;
@@ -65,12 +59,6 @@ std::string LoadKey(const std::string& path) {
 }
 
 }  // namespace
-
-std::string NewVisitorKey() {
-  std::string text;
-  for (const char byte : DrawnKey()) AppendHexByte(byte, &text);
-  return text + "\n";
-}
 
 std::string CVisitorProofs::TagOf(std::string_view purpose, const CIpAddress& client, std::string_view text) const {
   std::string message(purpose);
@@ -123,7 +111,7 @@ std::shared_ptr<const CVisitorProofs> CProofSource::At(std::int64_t now) {
     shared_ = true;
     proofs_ = std::make_shared<const CVisitorProofs>(key);
   } else if (proofs_ == nullptr) {
-    proofs_ = std::make_shared<const CVisitorProofs>(DrawnKey());
+    proofs_ = std::make_shared<const CVisitorProofs>(KeyOf(NewVisitorKey()));
   }
   return proofs_;
 }

@@ -19,3 +19,5 @@ set(CMAKE_MODULE_LINKER_FLAGS_INIT "-static -static-libgcc -static-libstdc++")
 add_compile_definitions(_WIN32_WINNT=0x0602 WINVER=0x0602)
 # No gaps in the import table, address randomisation and data-execution protection as MSVC sets them.
 add_link_options(LINKER:--dynamicbase LINKER:--nxcompat LINKER:--high-entropy-va)
+# The same sources make the same file.
+add_link_options(LINKER:--no-insert-timestamp)

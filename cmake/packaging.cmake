@@ -14,11 +14,16 @@ install(FILES packaging/install.ps1 packaging/uninstall.ps1 packaging/README.md 
 set(package_name QivIpsIIs-${PROJECT_VERSION}-windows-x64)
 set(package_folder "${CMAKE_BINARY_DIR}/package/${package_name}")
 set(package_file "${CMAKE_SOURCE_DIR}/build/${package_name}.zip")
+# The same files before their symbols are taken out: who gets a dump of a worker process finds its functions by them.
+set(symbols_folder "${CMAKE_BINARY_DIR}/package/${package_name}-symbols")
+find_package(Python3 REQUIRED COMPONENTS Interpreter)
+set(write_archive Python3::Interpreter "${CMAKE_SOURCE_DIR}/cmake/write_archive.py")
 add_custom_target(package_zip
   COMMAND "${CMAKE_COMMAND}" -E rm -rf "${CMAKE_BINARY_DIR}/package" "${package_file}"
   COMMAND "${CMAKE_COMMAND}" --install "${CMAKE_BINARY_DIR}" --prefix "${package_folder}" --strip
-  COMMAND "${CMAKE_COMMAND}" -E chdir "${package_folder}/.." "${CMAKE_COMMAND}" -E tar cf "${package_file}" --format=zip
-    "${package_name}"
-  COMMAND "${CMAKE_COMMAND}" -D "FILE=${package_file}" -P "${CMAKE_SOURCE_DIR}/cmake/write_sha256.cmake"
+  COMMAND "${CMAKE_COMMAND}" -E make_directory "${symbols_folder}"
+  COMMAND "${CMAKE_COMMAND}" -E copy $<TARGET_FILE:QivIpsIIs> $<TARGET_FILE:qivctl> $<TARGET_FILE:qivsetup> "${symbols_folder}"
+  COMMAND ${write_archive} "${package_file}" "${package_folder}"
+  COMMAND ${write_archive} "${CMAKE_SOURCE_DIR}/build/${package_name}-symbols.zip" "${symbols_folder}"
   DEPENDS QivIpsIIs qivctl qivsetup
   VERBATIM)

@@ -163,6 +163,14 @@ std::string EventLine(const Event& event) {
   return line.Finish();
 }
 
+std::string StateSentence(const StateEvent& event) {
+  std::string place(event.file);
+  if (!event.item.empty()) place += (place.empty() ? "" : ", ") + ToUtf8(event.item, kItemText);
+  std::string sentence = (place.empty() ? "" : place + ": ") + ToUtf8(event.reason, kReasonText);
+  if (!event.detail.empty()) sentence += " (" + ToUtf8(event.detail, kDetailText) + ")";
+  return sentence;
+}
+
 CEventLog::CEventLog(const std::string& directory, std::uint64_t rotate_bytes)
     : events_(directory, "_log.log", rotate_bytes), requests_(directory, "_log_req.log", rotate_bytes) {}
 

@@ -101,4 +101,7 @@ class CEventLog {
 /// One line as CEventLog::Write appends it, with its line end.
 std::string EventLine(const Event& event);
 
+/// What a state event tells, as one sentence for people: "FILE, ITEM: REASON (DETAIL)". UTF-8.
+std::string StateSentence(const StateEvent& event);
+
 }  // namespace qiv

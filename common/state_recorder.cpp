@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <optional>
 #include <utility>
 
 #include "base/version.h"
@@ -12,6 +13,24 @@ namespace {
 std::string_view StateWord(StateKind kind, bool fault) {
   if (kind == StateKind::kProtection) return fault ? "off" : "on";
   return fault ? "fault" : "ok";
+}
+
+/// What an administrator is told of it; nothing of what only concerns a part.
+std::optional<SystemEvent> SystemEventOf(StateKind kind, bool fault) {
+  switch (kind) {
+    case StateKind::kProtection:
+      return fault ? SystemEvent::kProtectionOff : SystemEvent::kProtectionOn;
+    case StateKind::kLoad:
+      return fault ? SystemEvent::kFileRefused : SystemEvent::kFileInForce;
+    case StateKind::kOutput:
+      return fault ? SystemEvent::kOutputFailed : SystemEvent::kOutputWorks;
+    case StateKind::kSection:
+    case StateKind::kItems:
+    case StateKind::kBody:
+    case StateKind::kFlood:
+      break;
+  }
+  return std::nullopt;
 }
 
 MessageId FineReason(StateKind kind) {
@@ -129,6 +148,7 @@ void CStateRecorder::Write(const Key& key, bool fault, MessageId reason, std::st
   event.detail = detail;
   if (!version_told_.exchange(true)) event.version = kVersion;
   log_->WriteState(event);
+  if (const auto system_event = SystemEventOf(kind, fault)) TellSystem(*system_event, StateSentence(event));
 }
 
 }  // namespace qiv

@@ -16,6 +16,7 @@
 #include "common/messages.h"
 #include "port/clock.h"
 #include "port/critical_section.h"
+#include "port/system_log.h"
 
 namespace qiv {
 
@@ -49,6 +50,15 @@ class CStateRecorder {
 
   /// Null: states are kept and nothing is written.
   explicit CStateRecorder(CEventLog* log = nullptr, Clock clock = &MonotonicMicroseconds);
+
+  using SystemLog = void (*)(SystemEvent event, const std::string& particulars) noexcept;
+  /// Where an administrator is told of protection switched on and off, files refused, and locks that cannot be written;
+  /// null: nowhere. Before anything is reported.
+  void SetSystemLog(SystemLog system_log) { system_log_ = system_log; }
+  /// Tells an event there that is no state.
+  void TellSystem(SystemEvent event, const std::string& particulars) const noexcept {
+    if (system_log_ != nullptr) system_log_(event, particulars);
+  }
 
   /// Language of the reasons from now on; English before.
   void SetLanguage(Language language) { language_.store(language, std::memory_order_relaxed); }
@@ -85,6 +95,7 @@ class CStateRecorder {
 
   CEventLog* const log_;
   const Clock clock_;
+  SystemLog system_log_ = nullptr;
   std::atomic<Language> language_{Language::kEnglish};
   std::atomic<std::size_t> fault_count_{0};  ///< of `faults_`, so that Fine need not ask for the lock
 

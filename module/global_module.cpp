@@ -1,5 +1,6 @@
 #include "module/global_module.h"
 
+#include "base/version.h"
 #include "module/module_state.h"
 
 namespace qiv {
@@ -12,6 +13,7 @@ iis::GLOBAL_NOTIFICATION_STATUS MyGlobalModule::OnGlobalPreBeginRequest(iis::IPr
 // objects end.
 iis::VOID MyGlobalModule::Terminate() {
   State().service.Finish();
+  State().states.TellSystem(SystemEvent::kStopped, kVersion);
   delete this;
 }
 

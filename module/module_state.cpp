@@ -4,6 +4,7 @@
 
 #include "checks/check_table.h"
 #include "port/module_path.h"
+#include "port/system_log.h"
 
 namespace qiv {
 namespace {
@@ -30,7 +31,9 @@ ModuleState::ModuleState(std::string directory, bool with_log, IEventRecorder* e
       service(config, with_log),
       contexts(config),
       recorder(with_log ? std::make_unique<CBlockRecorder>(log, service) : nullptr),
-      pipeline(config, contexts, CheckTable(), {service.Checks(), RecorderOf(recorder.get(), events), observer}) {}
+      pipeline(config, contexts, CheckTable(), {service.Checks(), RecorderOf(recorder.get(), events), observer}) {
+  if (with_log) states.SetSystemLog(&WriteSystemLog);
+}
 
 ModuleState& State() {
   if (!Holder()) InitialiseModule(ModuleDirectory(&kPathSeparator), false);

@@ -3,6 +3,7 @@
 #include <memory>
 #include <new>
 
+#include "base/version.h"
 #include "module/global_module.h"
 #include "module/module_factory.h"
 #include "module/module_state.h"
@@ -48,6 +49,7 @@ iis::HRESULT RegisterAll(iis::IHttpModuleRegistrationInfo& registration) {
   if (!id) return iis::E_INVALIDARG;
   if (const iis::HRESULT hr = RegisterGlobalModule(registration, id); iis::Failed(hr)) return hr;
   qiv::State().config.SetModuleId(id);
+  qiv::State().states.TellSystem(qiv::SystemEvent::kStarted, qiv::kVersion);
   return 0;
 }
 

@@ -1,8 +1,9 @@
 #include "setup/installer.h"
 
 #include <algorithm>
+#include <memory>
 
-#include "checks/visitor_proof.h"
+#include "common/visitor_key.h"
 #include "port/module_path.h"
 #include "setup/checks.h"
 
@@ -128,6 +129,8 @@ Fault CInstaller::Make(const InstallOptions& options, const std::vector<std::str
   if (fault.empty()) fault = exchange->MoveAside(obsolete);
   if (fault.empty()) fault = MakeConfiguration(options);
   if (!fault.empty()) return fault;
+  fault = SetEventFile(Join(target, kModuleFile));
+  if (!fault.empty()) return fault;
   // A lock would make an error of every request to a site that was left out on purpose.
   const bool lock = before_.left_out.empty();
   if (!lock) {
@@ -241,6 +244,13 @@ Fault CInstaller::Register(const Registration& wanted, const std::string& stamp)
   return fault;
 }
 
+Fault CInstaller::SetEventFile(const std::string& file) {
+  const std::string before = events_.File();
+  if (before == file) return {};
+  transaction_.OnRollback("bring the event source back", [this, before] { return events_.SetFile(before); });
+  return events_.SetFile(file);
+}
+
 /// One after the other, so that never all sites start anew at once.
 void CInstaller::RecycleAll() {
   for (const Pool& pool : before_.pools) {
@@ -323,7 +333,8 @@ Fault CInstaller::PrepareAndRemove(const UninstallOptions& options, CFileExchang
     if (!fault.empty()) return fault;
     tell_("the module is no longer registered");
   }
-  fault = exchange->MoveAside(files);
+  if (events_.File() == Join(options.target, kModuleFile)) fault = SetEventFile("");
+  if (fault.empty()) fault = exchange->MoveAside(files);
   if (!fault.empty()) return fault;
   RecycleAll();
   return {};

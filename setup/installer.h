@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "setup/event_source.h"
 #include "setup/layout.h"
 #include "setup/machine.h"
 #include "setup/registration.h"
@@ -39,7 +40,8 @@ class CInstaller {
         places_(places),
         tell_(std::move(tell)),
         appcmd_(machine, places),
-        rights_(machine, places) {}
+        rights_(machine, places),
+        events_(machine, places) {}
 
   /// True when it is done. Otherwise the reason was told and everything taken back.
   bool Install(const InstallOptions& options);
@@ -52,6 +54,7 @@ class CInstaller {
   Fault MakeConfiguration(const InstallOptions& options);
   Fault MakeFile(const std::string& path, const std::string& content);
   Fault Register(const Registration& wanted, const std::string& stamp);
+  Fault SetEventFile(const std::string& file);
   Fault LookAgain(const std::string& url, const WebAnswer& before);
   Fault PrepareAndRemove(const UninstallOptions& options, CFileExchange* exchange);
   std::vector<std::string> ChangedFiles(const InstallOptions& options, const std::vector<std::string>& files);
@@ -64,6 +67,7 @@ class CInstaller {
   const Tell tell_;
   CAppcmd appcmd_;
   CRights rights_;
+  CEventSource events_;
   CTransaction transaction_;
   ServerConfig before_;
   std::string backup_;     ///< the backup of this run, when there is one

@@ -109,6 +109,7 @@ ServerPlaces::ServerPlaces(const std::string& windows_folder) : windows(windows_
   const std::string inetsrv = Join(system, "inetsrv");
   appcmd = Join(inetsrv, "appcmd.exe");
   icacls = Join(system, "icacls.exe");
+  reg = Join(system, "reg.exe");
   application_host = Join(Join(inetsrv, "config"), "applicationHost.config");
   redirection = Join(Join(inetsrv, "config"), "redirection.config");
   backups = Join(inetsrv, "backup");

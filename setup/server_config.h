@@ -53,6 +53,7 @@ struct ServerPlaces {
   std::string windows;
   std::string appcmd;
   std::string icacls;
+  std::string reg;
   std::string application_host;
   std::string redirection;
   std::string backups;  ///< a folder for each

@@ -158,11 +158,14 @@ std::string PackBadcodeFiles(const std::string& directory, Language language, in
   return encrypt_text("", WriteAttackLibrary(library)) + "\n";
 }
 
-std::vector<PlainLibraryFile> UnpackBadcodeFiles(std::string_view file_text) {
+std::vector<PlainLibraryFile> UnpackBadcodeFiles(std::string_view text, CReport* report) {
   AttackLibraryText library;
   AttackFault fault;
   std::vector<PlainLibraryFile> files;
-  if (!ReadAttackLibrary(CCharSet::ToLocal(decrypt_text("", Trim(file_text))), &library, &fault)) return files;
+  if (!ReadAttackLibrary(text, &library, &fault)) {
+    if (HasTag(text, kAttackTags[1])) report->Error(0, fault.rule + ": " + fault.text);
+    return files;
+  }
   files.push_back({std::string(kLists), {}});
   for (const auto& [name, words] : library.lists) {
     files.back().text += name + "\t";

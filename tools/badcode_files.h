@@ -14,6 +14,7 @@
 
 #include "common/language.h"
 #include "tools/plain_library.h"
+#include "tools/report.h"
 
 namespace qiv {
 
@@ -24,7 +25,8 @@ bool HoldsBadcodeFiles(const std::string& directory);
 /// its own text, or finds the one it must not, or an ordinary one. Messages name file and line, and go to stderr.
 std::string PackBadcodeFiles(const std::string& directory, Language language, int* exit_code);
 
-/// The files of a stored library; both remarks of a rule are the stored one. Empty when the text is no such library.
-std::vector<PlainLibraryFile> UnpackBadcodeFiles(std::string_view file_text);
+/// The files of a deciphered library; both remarks of a rule are the stored one. Empty when the text is no such
+/// library, or, told in the report, a damaged one.
+std::vector<PlainLibraryFile> UnpackBadcodeFiles(std::string_view text, CReport* report);
 
 }  // namespace qiv

@@ -17,7 +17,7 @@ namespace {
 struct LibraryOptions {
   std::string input;
   std::string output;
-  std::string language = "en-US";
+  std::string language;  ///< empty: not given
   bool user_defined = false;
 };
 
@@ -35,6 +35,11 @@ int Pack(const LibraryOptions& options) {
   form.user_defined = options.user_defined;
   int exit_code = kExitOk;
   if (HoldsWebshellFiles(options.input)) {
+    if (!options.language.empty()) {
+      CReport report(options.input);
+      report.Error(0, "holds rules for webshells, which keep their names in both languages: --language does nothing");
+      return report.Print();
+    }
     const std::string stored = PackWebshellFiles(options.input, &exit_code);
     return exit_code == kExitOk ? Store(options, "_trojan.db", stored) : exit_code;
   }
@@ -58,12 +63,13 @@ void PutList(const LibraryOptions& options, const std::string& name, const std::
 
 int Unpack(const LibraryOptions& options) {
   CReport report(options.input);
-  std::string text;
-  if (!ReadInput(options.input, &text, &report)) return report.Print();
+  std::string stored;
+  if (!ReadInput(options.input, &stored, &report)) return report.Print();
+  const std::string text = DecipheredLibrary(stored);
   const std::vector<LibraryList> lists = UnpackLibrary(text, options.user_defined);
   std::vector<PlainLibraryFile> files = UnpackWebshellFiles(text);
-  if (files.empty()) files = UnpackBadcodeFiles(text);
-  if (lists.empty() && files.empty()) {
+  if (files.empty()) files = UnpackBadcodeFiles(text, &report);
+  if (lists.empty() && files.empty() && !report.HasError()) {
     report.Error(0, "is no library: it holds none of the lists, or is enciphered with another key");
   }
   if (!options.output.empty()) MakeDirectories(options.output);
@@ -87,8 +93,8 @@ void AddLibraryCommand(CLI::App* app, int* exit_code) {
       ->required();
   pack->add_option("-o,--output", options->output, "the folder that receives _sql.db, _trojan.db or _badcode.db")
       ->required();
-  pack->add_option("--language", options->language, "language of the remarks")
-      ->capture_default_str()
+  pack->add_option("--language", options->language,
+                   "language of the remarks, en-US without it; not of rules for webshells, which keep both")
       ->check(CLI::IsMember({"en-US", "zh-CN"}));
   pack->add_flag("--user", options->user_defined, "write the user-defined library, _sql_user.db");
   pack->callback([options, exit_code] { *exit_code = Pack(*options); });

@@ -8,6 +8,7 @@
 #include "common/text.h"
 #include "engines/injection/rule_text.h"
 #include "tools/files.h"
+#include "tools/plain_library.h"
 
 namespace qiv {
 namespace {
@@ -63,8 +64,11 @@ std::string PackLibrary(const std::string& directory, RecordForm form, int* exit
   return *exit_code == kExitOk ? encrypt_text("", stored) + "\n" : std::string();
 }
 
-std::vector<LibraryList> UnpackLibrary(std::string_view file_text, bool user_defined) {
-  const std::string text = CCharSet::ToLocal(decrypt_text("", Trim(file_text)));
+std::string DecipheredLibrary(std::string_view file_text) {
+  return CCharSet::ToLocal(decrypt_text("", Trim(file_text)));
+}
+
+std::vector<LibraryList> UnpackLibrary(std::string_view text, bool user_defined) {
   const char separator = RuleWordSeparator(TaggedPart(text, "separator"));
   std::vector<LibraryList> lists;
   for (const std::string_view name : kLibraryLists) {

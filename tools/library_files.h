@@ -22,7 +22,7 @@ struct LibraryList {
   std::string_view name;  ///< of kLibraryLists
   std::vector<RuleLine> rules;
 };
-/// Empty when the text is no library.
-std::vector<LibraryList> UnpackLibrary(std::string_view file_text, bool user_defined);
+/// Of a deciphered library; empty when the text is none.
+std::vector<LibraryList> UnpackLibrary(std::string_view text, bool user_defined);
 
 }  // namespace qiv

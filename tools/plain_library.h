@@ -12,6 +12,9 @@ struct PlainLibraryFile {
   std::string text;
 };
 
+/// The text of a stored library in the local code page; nonsense when it was enciphered with another key.
+std::string DecipheredLibrary(std::string_view file_text);
+
 inline std::string PlainLibraryPath(const std::string& directory, std::string_view name) {
   return directory + "/" + std::string(name) + ".txt";
 }

@@ -96,8 +96,7 @@ std::string PackWebshellFiles(const std::string& directory, int* exit_code) {
   return *exit_code == kExitOk ? encrypt_text("", CCharSet::LocalToUtf8(stored)) + "\n" : std::string();
 }
 
-std::vector<PlainLibraryFile> UnpackWebshellFiles(std::string_view file_text) {
-  const std::string text = CCharSet::ToLocal(decrypt_text("", Trim(file_text)));
+std::vector<PlainLibraryFile> UnpackWebshellFiles(std::string_view text) {
   std::vector<PlainLibraryFile> files;
   if (!IsWebshellLibrary(text)) return files;
   for (const std::string_view name : kLists) {

@@ -23,7 +23,7 @@ bool HoldsWebshellFiles(const std::string& directory);
 /// at once.
 std::string PackWebshellFiles(const std::string& directory, int* exit_code);
 
-/// The files of a stored library. Empty when the text is no such library.
-std::vector<PlainLibraryFile> UnpackWebshellFiles(std::string_view file_text);
+/// The files of a deciphered library. Empty when the text is no such library.
+std::vector<PlainLibraryFile> UnpackWebshellFiles(std::string_view text);
 
 }  // namespace qiv

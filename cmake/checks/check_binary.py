@@ -2,7 +2,8 @@
 """check_binary.py FILE...: what a built file exports and imports.
 
 The module (QivIpsIIs.dll, libQivIpsIIs.so) must export RegisterModule and nothing else. A Windows file may import only
-from the DLLs below, which are part of every Windows Server since 2012 (so no run-time of ours, no api-ms-win-crt-*), and must tell our version in its properties."""
+from the DLLs below, which are part of every Windows Server since 2012 (so no run-time of ours, no api-ms-win-crt-*), must tell our version and our copyright line in its properties, be
+loaded at any address (of 64 bits) without executable data, and hold no time, so that the same sources make the same file."""
 import pathlib
 import re
 import subprocess
@@ -14,6 +15,7 @@ WINDOWS_DLLS = {"advapi32.dll", "kernel32.dll", "msvcrt.dll", "mswsock.dll", "nt
 ELF_HARMLESS = {"_init", "_fini", "_edata", "_end", "__bss_start"}
 ELF_LIBRARIES = re.compile(r"(?:libstdc\+\+|libm|libgcc_s|libc|libpthread|libdl|librt|ld-linux-x86-64)\.so\.\d+")
 EXPECTED = {"RegisterModule"}
+SAFEGUARDS = ("HIGH_ENTROPY_VA", "DYNAMIC_BASE", "NX_COMPAT")
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 
 
@@ -26,11 +28,24 @@ def windows_tables(listing):
     return exports, imports
 
 
+def header_faults(name, listing):
+    """Of `objdump -p`: what the file asks of the loader."""
+    faults = [f"{name}: has not {flag} set" for flag in SAFEGUARDS if not re.search(rf"^\s+{flag}$", listing, re.M)]
+    if not re.search(r"^Entry 5 [0-9a-f]+ 0*[1-9a-f][0-9a-f]* Base Relocation", listing, re.M):
+        faults.append(f"{name}: has no relocations, so it is always loaded at one address")
+    time = re.search(r"^Time/Date\s+(.*)$", listing, re.M)
+    if time is None or not re.search(r"Thu Jan +1 .* 1970|reproducible", time[1]):
+        faults.append(f"{name}: holds the time of its build: {time and time[1]}")
+    return faults
+
+
 def version_faults(name, content, version):
     """Of the version resource; `content` is the whole file."""
     key = "ProductVersion\0".encode("utf-16-le")
     at = content.find(key) + len(key)
     told = content[at:at + 64].decode("utf-16-le", "replace").strip("\0").split("\0")[0] if at >= len(key) else "nothing"
+    if "LegalCopyright\0".encode("utf-16-le") not in content:
+        return [f"{name}: its properties tell no copyright"]
     return [] if told == version else [f"{name}: its properties tell {told} as its version instead of {version}"]
 
 
@@ -62,7 +77,8 @@ def faults_of(path):
         return subprocess.run(command, check=True, capture_output=True, text=True).stdout
     if path.suffix in (".dll", ".exe"):
         version = re.search(r'kVersion\[\] = "([^"]+)"', (ROOT / "base/version.h").read_text())[1]
-        return windows_faults(path.name, run("x86_64-w64-mingw32-objdump", "-p", str(path))) + \
+        listing = run("x86_64-w64-mingw32-objdump", "-p", str(path))
+        return windows_faults(path.name, listing) + header_faults(path.name, listing) + \
             version_faults(path.name, path.read_bytes(), version)
     return elf_faults(path.name, run("nm", "-D", "--defined-only", str(path)), run("readelf", "-d", str(path)))
 

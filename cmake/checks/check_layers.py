@@ -16,7 +16,7 @@ ALLOWED["engines"] |= {"rules"}  # texts that are compiled in
 ALLOWED["module"] |= {"iis"}
 ALLOWED["iis"] = {"iis"}
 ALLOWED["host"] = {"host", "iis", "base", "port"}
-ALLOWED["setup"] = {"setup", "host", "checks", "base", "port"}
+ALLOWED["setup"] = {"setup", "host", "common", "base", "port"}
 EVERYTHING = set(LAYERS) | {"iis", "host", "setup", "tools", "tests", "bench", "fuzz"}
 for free in ("tools", "tests", "bench", "fuzz"):
     ALLOWED[free] = EVERYTHING - ({"tests"} if free == "tools" else set())

@@ -1,6 +1,7 @@
 // One attempt to read a text on as SQL: the part of sql_expression_detector that follows the tokens.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <string_view>
 
@@ -41,7 +42,8 @@ class CSqlExpressionReader {
         before_(before),
         tokens_(&value->text, begin),
         most_(MostTokens(*value)),
-        operand_(before == Before::kName ? Operand::kName : Operand::kConstant) {}
+        operand_(before == Before::kName ? Operand::kName : Operand::kConstant),
+        operand_text_(text_.substr(0, before == Before::kQuote ? 0 : begin)) {}
   ~CSqlExpressionReader() { value_.tokens_read += static_cast<std::size_t>(read_) + 1; }
   CSqlExpressionReader(const CSqlExpressionReader&) = delete;
   CSqlExpressionReader& operator=(const CSqlExpressionReader&) = delete;
@@ -52,12 +54,17 @@ class CSqlExpressionReader {
     return value->text.IsBarren(begin, static_cast<std::size_t>(MostTokens(*value)) + kMore);
   }
 
+  static bool IsStatementWord(SqlWord word);
+
   Finding Run() {
     // Brackets that the statement had open.
     while (Is(Kind::kClose)) Next();
     if (JustEnds()) return Found(Result::kComment);
     if (before_ == Before::kNothing) return Operands();
     if (Is(Kind::kSemicolon)) return Stacked();
+    if (Is(Kind::kWord) && before_ != Before::kName) {
+      if (Finding found = FollowingStatement()) return found;
+    }
     return Operators();
   }
 
@@ -111,15 +118,50 @@ class CSqlExpressionReader {
   /// "admin'--": a short name, a quote, a comment with nothing behind it. Prose writes its dashes otherwise.
   bool JustEnds() const {
     constexpr std::size_t kLongestName = 40;
-    if (before_ != Before::kQuote || begin_ > kLongestName || !HasShortComment()) return false;
-    return text_.substr(0, begin_).find(' ') == std::string_view::npos;
+    constexpr std::size_t kShortValue = 24;
+    if (!Is(Kind::kComment)) return false;
+    // "1)-- "
+    if (before_ == Before::kNumber) return read_ > 0 && text_.size() <= kShortValue && HasShortComment("-");
+    if (before_ != Before::kQuote || begin_ > kLongestName) return false;
+    if (HasShortComment()) return text_.substr(0, begin_).find(' ') == std::string_view::npos;
+    // "1'--sp_password"
+    return text_.substr(begin_).starts_with("--") && IsBehindName() && text_.find(' ') == std::string_view::npos;
   }
 
-  /// At a comment that ends the value and holds next to nothing.
-  bool HasShortComment() const {
+  bool IsBehindWord() const { return before_ == Before::kNumber || before_ == Before::kName; }
+
+  /// Whether the operands are the same text; the left one may be what the value begins with.
+  bool IsSame(std::string_view left, std::string_view right) const {
+    if (IsBehindWord() && left.data() == text_.data()) {
+      left = Trim(left);
+      left.remove_prefix(left.find_last_of(" (") + 1);  // npos + 1: all of it
+    }
+    return !left.empty() && left.size() == right.size() &&
+           std::equal(left.begin(), left.end(), right.begin(),
+                      [](char a, char b) { return LowerByte(a) == LowerByte(b); });
+  }
+
+  static bool EndsInComment(std::string_view text) {
+    constexpr std::size_t kLongestEnd = 8;
+    const std::string_view end = Trim(text.substr(text.size() - std::min(text.size(), kLongestEnd)));
+    return end.ends_with("--") || end.ends_with("--+") || end.ends_with('#') ||
+           end.find("-- ") != std::string_view::npos;
+  }
+
+  /// What stands before the quote is one name or number, or nothing.
+  bool IsBehindName() const {
+    constexpr std::size_t kLongestName = 40;
+    if (before_ != Before::kQuote || begin_ > kLongestName) return false;
+    const std::string_view head = text_.substr(0, begin_ - 1);
+    return std::all_of(head.begin(), head.end(),
+                       [](char c) { return IsWordByte(c) || c == '.' || c == '-' || c == '@' || c == '%'; });
+  }
+
+  /// At a comment that ends the value and holds next to nothing; `marks`: one of these begins it.
+  bool HasShortComment(std::string_view marks = "#-*") const {
     constexpr std::size_t kLongest = 8;
     if (!Is(Kind::kComment)) return false;
-    const std::size_t begin = text_.find_last_of("#-*");
+    const std::size_t begin = text_.find_last_of(marks);
     if (begin == std::string_view::npos || text_.size() - begin > kLongest) return false;
     return begin + 1 == text_.size() || text_[begin + 1] <= ' ' || text_[begin + 1] == '+';
   }
@@ -133,16 +175,29 @@ class CSqlExpressionReader {
   void Compare() {
     comparing_ = true;
     left_ = operand_;
+    left_text_ = operand_text_;
     sum_ = sum_ || !connective_;
   }
 
+  /// At a name where an operator is due: "similar to", "sounds like", "notnull", or what divides arguments of a call,
+  /// as in "substring(name from 2)".
+  bool NamedOperator();
+
+  /// At a sign that leads into a value or gives it a type: "name->'$.a'", "name::text".
+  bool Path();
+
   /// Where an operand is due.
   Finding Operands();
+
+  /// A word as an operand: a name, a call. `*after_call`: it stands first in the arguments of a call, or does so now.
+  /// Nothing, with `*goes_on`: an operand is due as before.
+  Finding OperandWord(bool* after_call, bool* goes_on);
 
   bool IsOperandWord() const;
 
   Finding After(Operand operand) {
     string_ = Is(Kind::kString);
+    operand_text_ = Text();
     Next();
     return Behind(operand);
   }
@@ -153,7 +208,17 @@ class CSqlExpressionReader {
   Finding OpenString();
 
   /// An expression that ends with the value.
-  Finding Complete(bool in_string) const;
+  Finding Complete(bool in_string) const { return IsComplete(in_string) ? Found(Result::kCondition) : Finding(); }
+  bool IsComplete(bool in_string) const;
+  bool IsCompleteBehindQuote(bool in_string) const;
+  bool IsCompleteBehindNumber() const;
+  bool IsCompleteBehindName() const;
+  /// "'-'", "' * id - '0", "'-id-- ": arithmetic with the literal.
+  bool IsSum(bool in_string) const;
+  bool IsCompared() const { return compared_constants_ || compared_mixed_ || compared_names_; }
+
+  /// The value ends where an operand is due: the statement's next string is taken for it.
+  bool IsCutOff() const;
 
   /// A chain too long to be followed to its end: what it holds decides.
   Finding Undecided() const {
@@ -191,12 +256,20 @@ class CSqlExpressionReader {
   /// At ";": a second statement, or none.
   Finding Stacked() {
     while (Is(Kind::kSemicolon)) Next();
-    if (IsEnd()) return before_ == Before::kQuote && HasShortComment() ? Found(Result::kStacked) : Complete(false);
+    if (IsEnd()) {
+      const bool ends =
+          before_ == Before::kQuote && (HasShortComment() || (begin_ > 1 && read_ == 1 && IsBehindName()));
+      return ends ? Found(Result::kStacked) : Complete(false);
+    }
     if (Is(Kind::kOpen)) return Operands();
     return Statement();
   }
 
   Finding Statement();
+  /// Statements whose first words alone tell nothing.
+  bool IsLongStatement();
+  /// "1 drop table t--": some databases want no ";" between statements. Prose may go on so: it needs the comment.
+  Finding FollowingStatement();
 
   /// "low_priority", "ignore" and the like, between a statement's word and what it works on.
   void SkipModifiers();
@@ -239,8 +312,22 @@ class CSqlExpressionReader {
   bool compared_constants_ = false;
   bool compared_mixed_ = false;  // a name with a constant
   bool compared_names_ = false;
+  char open_quote_ = '\0';
+  bool same_ = false;       // what was compared is the same on both sides
+  bool repeated_ = false;   // "1 or 1"
+  bool negated_ = false;    // "or not 0"
+  bool null_ = false;       // "is not null"
+  bool nested_ = false;     // next to stand in a known function's brackets
+  bool call_ = false;       // any name with a bracket directly behind it
+  bool arguments_ = false;  // a call with a constant, or more than one argument
+  bool case_ended_ = false;
+  bool cast_ = false;
+  bool constant_ = false;  // among the operands
   bool expects_operator_ = false;
   int arithmetic_ = 0;
+  std::string_view operand_text_;
+  std::string_view left_text_;    // of the comparison
+  std::string_view joined_text_;  // the operand before the last "or"
 };
 
 }  // namespace qiv

@@ -23,7 +23,7 @@ bool CSqlExpressionReader::SelectList(bool certain) {
     case Kind::kEnd:  // "1 union select": what follows stands in another parameter
       return certain;
     default:
-      return false;
+      return certain && Text() == "{";  // "{x 1}"
   }
   if (Is(Word::kConstant) || Is(Word::kCase) || Is(Word::kSelect) || Text().starts_with("@@")) return true;
   Next();
@@ -45,7 +45,13 @@ CSqlExpressionReader::Finding CSqlExpressionReader::Subquery() {
 }
 
 CSqlExpressionReader::Finding CSqlExpressionReader::Union() {
+  const std::size_t begin = tokens_.Current().begin;
   Next();
+  // "-1/**/union": the rest stands in another parameter.
+  if (IsEnd() && before_ == Before::kNumber) {
+    const bool divided = text_.substr(0, begin).ends_with("*/");
+    return divided || arithmetic_ > 0 || text_.starts_with('-') ? Found(Result::kUnion) : Finding();
+  }
   while (Is(Word::kAll) || Is(Kind::kNot)) Next();  // all, distinct
   while (Is(Kind::kOpen)) Next();
   if (Is(Word::kValues) || Is(Word::kTable)) {
@@ -59,6 +65,7 @@ CSqlExpressionReader::Finding CSqlExpressionReader::Union() {
 CSqlExpressionReader::Finding CSqlExpressionReader::Ordered(bool order) {
   Next();
   if (!Skip(Word::kBy)) return {};
+  if (IsEnd()) return Complete(false);
   const bool number = Is(Kind::kNumber);
   if (before_ == Before::kName && !number) return {};
   if (!number && !Is(Kind::kWord)) return Is(Kind::kOpen) || Is(Kind::kNot) ? Operands() : Finding();
@@ -96,11 +103,131 @@ CSqlExpressionReader::Finding CSqlExpressionReader::Updated() {
   return Is(Kind::kCompare) ? Found(Result::kStacked) : Finding();
 }
 
+namespace {
+
+/// As far as no sentence goes on: "?" is a word or a string, "'" a string, "0" a number, "." the end of the statement.
+constexpr std::string_view kLongStatements[] = {
+    "attach ' as",
+    "attach database '",
+    "backup database ? to",
+    "backup log ? to",
+    "begin transaction .",
+    "bulk insert ? from",
+    "copy ? from '",
+    "copy ? from program",
+    "copy ? to '",
+    "copy ? to program",
+    "create user ? identified",
+    "dbcc ? (",
+    "do ? (",
+    "grant ? on ? to",
+    "grant ? privileges on",
+    "grant ? to ? .",
+    "handler ? open",
+    "install plugin ? soname",
+    "kill 0 .",
+    "lock tables ? read",
+    "lock tables ? write",
+    "merge into ? using",
+    "pragma ? (",
+    "pragma ? =",
+    "prepare ? from",
+    "print ' .",
+    "print 0 .",
+    "reconfigure .",
+    "reconfigure with override",
+    "rename table ? to",
+    "rename user ? to",
+    "replace into ? (",
+    "replace into ? select",
+    "replace into ? set",
+    "replace into ? values",
+    "restore database ? from",
+    "restore log ? from",
+    "revoke ? on ? from",
+    "use ? ;",
+    "while (",
+    "while 0 =",
+    "with ? as (",
+};
+
+bool Fits(std::string_view part, const SqlToken& token, std::string_view text) {
+  const bool is_string = token.kind == SqlTokenKind::kString || token.kind == SqlTokenKind::kOpenString;
+  switch (part[0]) {
+    case '?':
+      return is_string || token.kind == SqlTokenKind::kWord;
+    case '\'':
+      return is_string;
+    case '0':
+      return token.kind == SqlTokenKind::kNumber;
+    case '.':
+      return token.kind == SqlTokenKind::kEnd || token.kind == SqlTokenKind::kComment ||
+             token.kind == SqlTokenKind::kSemicolon;
+    default:
+      return EqualNoCase(text.substr(token.begin, token.end - token.begin), part);
+  }
+}
+
+}  // namespace
+
+bool CSqlExpressionReader::IsLongStatement() {
+  if (!Is(Kind::kWord)) return false;
+  const std::string_view first = Text();
+  for (std::string_view form : kLongStatements) {
+    if (form[0] != LowerByte(first[0])) continue;
+    const std::string_view word = form.substr(0, form.find(' '));
+    if (!EqualNoCase(first, word)) continue;
+    CSqlTokens tokens = tokens_;
+    int parts = 0;
+    bool fits = true;
+    while (fits && !form.empty()) {
+      const std::string_view part = form.substr(0, form.find(' '));
+      fits = Fits(part, tokens.Current(), text_);
+      tokens.Advance();
+      ++parts;
+      form.remove_prefix(std::min(part.size() + 1, form.size()));
+    }
+    if (!fits) continue;
+    for (; parts > 1; --parts) Next();
+    return true;
+  }
+  return false;
+}
+
+bool CSqlExpressionReader::IsStatementWord(SqlWord word) {
+  switch (word) {
+    case Word::kAlter:
+    case Word::kCreate:
+    case Word::kDeclare:
+    case Word::kDelete:
+    case Word::kDrop:
+    case Word::kExecute:
+    case Word::kInsert:
+    case Word::kSelect:
+    case Word::kShutdown:
+    case Word::kTruncate:
+    case Word::kUpdate:
+      return true;
+    default:
+      return false;
+  }
+}
+
+CSqlExpressionReader::Finding CSqlExpressionReader::FollowingStatement() {
+  if (!IsStatementWord(tokens_.Current().word)) return {};
+  if (before_ == Before::kQuote && !IsBehindName()) return {};
+  if (IsLongStatement()) return Found(Result::kStacked);
+  return EndsInComment(text_) || Is(Word::kDeclare) ? Statement() : Finding();
+}
+
 CSqlExpressionReader::Finding CSqlExpressionReader::Statement() {
   const Word word = tokens_.Current().kind == Kind::kWord ? tokens_.Current().word : Word::kName;
+  if (IsLongStatement()) return Found(Result::kStacked);
   if (word == Word::kSelect) return SelectList(false) ? Found(Result::kStacked) : Finding();
   const std::string_view first = Text();
+  const bool alone = before_ == Before::kNumber || IsBehindName();
   Next();
+  if (word == Word::kName && alone && HasShortComment("-")) return Found(Result::kStacked);  // ";analyze--"
   const bool name = Is(Kind::kWord);
   const std::string_view second = name ? Text() : std::string_view();
   switch (word) {

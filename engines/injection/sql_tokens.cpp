@@ -5,6 +5,7 @@
 #include <iterator>
 
 #include "common/text.h"
+#include "engines/injection/sql_words.h"
 
 namespace qiv {
 namespace {
@@ -12,182 +13,21 @@ namespace {
 using Kind = SqlTokenKind;
 using Word = SqlWord;
 
-struct WordRow {
-  std::string_view text;
-  Kind kind;
-  Word word;
-};
-
-// Sorted by text. The functions are those of sqlmap's payloads and of public lists of injections, for MySQL, MariaDB,
-// PostgreSQL, SQL Server, Oracle, SQLite and Access.
-constexpr WordRow kWords[] = {
-    {"all", Kind::kWord, Word::kAll},
-    {"alter", Kind::kWord, Word::kAlter},
-    {"and", Kind::kConnective, Word::kName},
-    {"any", Kind::kNot, Word::kName},
-    {"as", Kind::kWord, Word::kAs},
-    {"ascii", Kind::kWord, Word::kFunction},
-    {"benchmark", Kind::kWord, Word::kFunction},
-    {"between", Kind::kWord, Word::kBetween},
-    {"bin", Kind::kWord, Word::kFunction},
-    {"binary", Kind::kNot, Word::kName},
-    {"by", Kind::kWord, Word::kBy},
-    {"call", Kind::kWord, Word::kCall},
-    {"case", Kind::kWord, Word::kCase},
-    {"cast", Kind::kWord, Word::kFunction},
-    {"char", Kind::kWord, Word::kFunction},
-    {"char_length", Kind::kWord, Word::kFunction},
-    {"chr", Kind::kWord, Word::kFunction},
-    {"coalesce", Kind::kWord, Word::kFunction},
-    {"collate", Kind::kWord, Word::kCollate},
-    {"concat", Kind::kWord, Word::kFunction},
-    {"concat_ws", Kind::kWord, Word::kFunction},
-    {"conv", Kind::kWord, Word::kFunction},
-    {"convert", Kind::kWord, Word::kFunction},
-    {"count", Kind::kWord, Word::kFunction},
-    {"crc32", Kind::kWord, Word::kFunction},
-    {"create", Kind::kWord, Word::kCreate},
-    {"current_database", Kind::kWord, Word::kFunction},
-    {"current_user", Kind::kWord, Word::kFunction},
-    {"database", Kind::kWord, Word::kFunction},
-    {"dbms_pipe.receive_message", Kind::kWord, Word::kFunction},
-    {"dbms_utility.sqlid_to_sqlhash", Kind::kWord, Word::kFunction},
-    {"declare", Kind::kWord, Word::kDeclare},
-    {"delete", Kind::kWord, Word::kDelete},
-    {"distinct", Kind::kNot, Word::kName},
-    {"div", Kind::kOperator, Word::kName},
-    {"drop", Kind::kWord, Word::kDrop},
-    {"else", Kind::kWord, Word::kElse},
-    {"elt", Kind::kWord, Word::kFunction},
-    {"end", Kind::kWord, Word::kEnd},
-    {"exec", Kind::kWord, Word::kExecute},
-    {"execute", Kind::kWord, Word::kExecute},
-    {"exists", Kind::kNot, Word::kName},
-    {"exp", Kind::kWord, Word::kFunction},
-    {"extractvalue", Kind::kWord, Word::kFunction},
-    {"false", Kind::kWord, Word::kConstant},
-    {"field", Kind::kWord, Word::kFunction},
-    {"find_in_set", Kind::kWord, Word::kFunction},
-    {"floor", Kind::kWord, Word::kFunction},
-    {"from", Kind::kWord, Word::kFrom},
-    {"generate_series", Kind::kWord, Word::kFunction},
-    {"get_lock", Kind::kWord, Word::kFunction},
-    {"glob", Kind::kCompare, Word::kName},
-    {"grant", Kind::kWord, Word::kGrant},
-    {"greatest", Kind::kWord, Word::kFunction},
-    {"group", Kind::kWord, Word::kGroup},
-    {"group_concat", Kind::kWord, Word::kFunction},
-    {"gtid_subset", Kind::kWord, Word::kFunction},
-    {"gtid_subtract", Kind::kWord, Word::kFunction},
-    {"having", Kind::kWord, Word::kHaving},
-    {"hex", Kind::kWord, Word::kFunction},
-    {"if", Kind::kWord, Word::kFunction},
-    {"ifnull", Kind::kWord, Word::kFunction},
-    {"iif", Kind::kWord, Word::kFunction},
-    {"ilike", Kind::kCompare, Word::kName},
-    {"in", Kind::kWord, Word::kIn},
-    {"insert", Kind::kWord, Word::kInsert},
-    {"instr", Kind::kWord, Word::kFunction},
-    {"into", Kind::kWord, Word::kInto},
-    {"is", Kind::kWord, Word::kIs},
-    {"isnull", Kind::kWord, Word::kFunction},
-    {"json_keys", Kind::kWord, Word::kFunction},
-    {"least", Kind::kWord, Word::kFunction},
-    {"left", Kind::kWord, Word::kFunction},
-    {"len", Kind::kWord, Word::kFunction},
-    {"length", Kind::kWord, Word::kFunction},
-    {"like", Kind::kCompare, Word::kName},
-    {"limit", Kind::kWord, Word::kLimit},
-    {"load_file", Kind::kWord, Word::kFunction},
-    {"locate", Kind::kWord, Word::kFunction},
-    {"lower", Kind::kWord, Word::kFunction},
-    {"lpad", Kind::kWord, Word::kFunction},
-    {"make_set", Kind::kWord, Word::kFunction},
-    {"md5", Kind::kWord, Word::kFunction},
-    {"mid", Kind::kWord, Word::kFunction},
-    {"mod", Kind::kOperator, Word::kName},
-    {"not", Kind::kNot, Word::kName},
-    {"null", Kind::kWord, Word::kConstant},
-    {"nullif", Kind::kWord, Word::kFunction},
-    {"nvl", Kind::kWord, Word::kFunction},
-    {"or", Kind::kConnective, Word::kName},
-    {"ord", Kind::kWord, Word::kFunction},
-    {"order", Kind::kWord, Word::kOrder},
-    {"pg_sleep", Kind::kWord, Word::kFunction},
-    {"position", Kind::kWord, Word::kFunction},
-    {"procedure", Kind::kWord, Word::kProcedure},
-    {"rand", Kind::kWord, Word::kFunction},
-    {"randomblob", Kind::kWord, Word::kFunction},
-    {"regexp", Kind::kCompare, Word::kName},
-    {"repeat", Kind::kWord, Word::kFunction},
-    {"replace", Kind::kWord, Word::kFunction},
-    {"right", Kind::kWord, Word::kFunction},
-    {"rlike", Kind::kCompare, Word::kName},
-    {"row", Kind::kWord, Word::kFunction},
-    {"schema", Kind::kWord, Word::kFunction},
-    {"select", Kind::kWord, Word::kSelect},
-    {"set", Kind::kWord, Word::kSet},
-    {"sha1", Kind::kWord, Word::kFunction},
-    {"shutdown", Kind::kWord, Word::kShutdown},
-    {"sleep", Kind::kWord, Word::kFunction},
-    {"some", Kind::kNot, Word::kName},
-    {"sqlite_version", Kind::kWord, Word::kFunction},
-    {"strcmp", Kind::kWord, Word::kFunction},
-    {"substr", Kind::kWord, Word::kFunction},
-    {"substring", Kind::kWord, Word::kFunction},
-    {"sys_eval", Kind::kWord, Word::kFunction},
-    {"table", Kind::kWord, Word::kTable},
-    {"then", Kind::kWord, Word::kThen},
-    {"true", Kind::kWord, Word::kConstant},
-    {"truncate", Kind::kWord, Word::kTruncate},
-    {"typeof", Kind::kWord, Word::kFunction},
-    {"unhex", Kind::kWord, Word::kFunction},
-    {"unicode", Kind::kWord, Word::kFunction},
-    {"union", Kind::kWord, Word::kUnion},
-    {"update", Kind::kWord, Word::kUpdate},
-    {"updatexml", Kind::kWord, Word::kFunction},
-    {"upper", Kind::kWord, Word::kFunction},
-    {"user", Kind::kWord, Word::kFunction},
-    {"user_name", Kind::kWord, Word::kFunction},
-    {"utl_inaddr.get_host_address", Kind::kWord, Word::kFunction},
-    {"values", Kind::kWord, Word::kValues},
-    {"version", Kind::kWord, Word::kFunction},
-    {"waitfor", Kind::kWord, Word::kWaitfor},
-    {"when", Kind::kWord, Word::kWhen},
-    {"where", Kind::kWord, Word::kWhere},
-    {"xmltype", Kind::kWord, Word::kFunction},
-    {"xor", Kind::kConnective, Word::kName},
-};
-constexpr std::size_t kLongestWord = 29;
-static_assert(std::is_sorted(std::begin(kWords), std::end(kWords),
-                             [](const WordRow& a, const WordRow& b) { return a.text < b.text; }));
-
-/// Per first letter, the lengths of its words as bits: most names are told from words by it.
-constexpr std::array<std::uint32_t, 26> kLengths = [] {
-  std::array<std::uint32_t, 26> lengths{};
-  for (const WordRow& row : kWords) lengths[static_cast<std::size_t>(row.text[0] - 'a')] |= 1U << row.text.size();
-  return lengths;
-}();
-
-/// Per first letter, where its words begin; behind the last one, where they end.
-constexpr std::array<std::uint8_t, 27> kBegins = [] {
-  static_assert(std::size(kWords) < 256);
-  std::array<std::uint8_t, 27> begins{};
-  for (const WordRow& row : kWords) ++begins[static_cast<std::size_t>(row.text[0] - 'a') + 1];
-  for (std::size_t i = 1; i < begins.size(); ++i) begins[i] = static_cast<std::uint8_t>(begins[i] + begins[i - 1]);
-  return begins;
-}();
+/// False for most names.
+inline bool MayBeWord(std::string_view text) {
+  if (text.size() > kLongestSqlWord || !IsLetter(text[0])) return false;
+  return (kSqlWordLengths[static_cast<std::size_t>(LowerByte(text[0]) - 'a')] >> text.size() & 1U) != 0;
+}
 
 /// The row of a word in any case; null for a name.
-const WordRow* FindWord(std::string_view text) {
-  if (text.size() > kLongestWord || !IsLetter(text[0])) return nullptr;
+const SqlWordRow* FindWord(std::string_view text) {
+  if (!MayBeWord(text)) return nullptr;
   const auto letter = static_cast<std::size_t>(LowerByte(text[0]) - 'a');
-  if ((kLengths[letter] >> text.size() & 1U) == 0) return nullptr;
-  char lowered[kLongestWord];
+  char lowered[kLongestSqlWord];
   std::transform(text.begin(), text.end(), lowered, LowerByte);
   const std::string_view word(lowered, text.size());
-  const WordRow* const end = kWords + kBegins[letter + 1];
-  const WordRow* const row = std::find_if(kWords + kBegins[letter], end, [word](const WordRow& known) {
+  const SqlWordRow* const end = kSqlWords + kSqlWordBegins[letter + 1];
+  const SqlWordRow* const row = std::find_if(kSqlWords + kSqlWordBegins[letter], end, [word](const SqlWordRow& known) {
     return known.text.size() == word.size() && known.text == word;
   });
   return row == end ? nullptr : row;
@@ -210,6 +50,14 @@ constexpr auto kMayDivide = [] {
 constexpr bool IsNameByte(char c) {
   return IsWordByte(c) || c == '$' || c == '@' || (static_cast<unsigned char>(c) >= 0x80 && !IsBlank(c));
 }
+
+/// What a name goes on with, "@" and "`" apart.
+constexpr auto kGoesOn = [] {
+  std::array<bool, 256> table{};
+  for (std::size_t c = 0; c < table.size(); ++c) table[c] = IsNameByte(static_cast<char>(c)) && c != '@';
+  table['.'] = true;
+  return table;
+}();
 
 constexpr bool IsHexDigit(char c) { return IsDigit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F'); }
 
@@ -364,7 +212,7 @@ void CSqlTokens::Read() {
       ReadString(c);
     } else if (IsDigit(c) || (c == '.' && IsDigit(At(at_ + 1)))) {
       ReadNumber();
-    } else if (IsNameByte(c) || c == '[') {
+    } else if ((IsNameByte(c) && !(c == '@' && At(at_ + 1) == '>')) || c == '[') {
       ReadWord();
     } else {
       ReadSign();
@@ -398,6 +246,9 @@ void CSqlTokens::ReadNumber() {
   if (At(end) == '0' && (At(end + 1) == 'x' || At(end + 1) == 'X') && IsHexDigit(At(end + 2))) {
     end += 2;
     while (end < limit && IsHexDigit(At(end))) ++end;
+  } else if (At(end) == '0' && LowerByte(At(end + 1)) == 'b' && (At(end + 2) == '0' || At(end + 2) == '1')) {
+    end += 2;
+    while (end < limit && IsDigit(At(end))) ++end;
   } else {
     while (end < limit && IsDigit(At(end))) ++end;
     if (At(end) == '.') ++end;
@@ -408,6 +259,11 @@ void CSqlTokens::ReadNumber() {
         end = digits;
         while (end < limit && IsDigit(At(end))) ++end;
       }
+    } else if (At(end) == 'd' || At(end) == 'D' || At(end) == 'f' || At(end) == 'F') {
+      // "1dunion": a suffix, and the next word.
+      std::size_t word_end = end + 1;
+      while (word_end - end <= kLongestSqlWord && IsLetter(At(word_end))) ++word_end;
+      if (word_end > end + 1 && FindWord(text_.substr(end + 1, word_end - end - 1))) ++end;
     }
   }
   Take(Kind::kNumber, end - at_);
@@ -422,9 +278,14 @@ void CSqlTokens::ReadWord() {
     return At(end) == ']' ? Take(Kind::kWord, end + 1 - at_) : Take(Kind::kOther, 1);
   }
   const std::size_t limit = std::min(text_.size(), at_ + room_);
-  while (end < limit && (IsNameByte(text_[end]) || text_[end] == '.' || text_[end] == '`')) ++end;
+  for (;; ++end) {
+    while (end < limit && kGoesOn[static_cast<unsigned char>(text_[end])]) ++end;
+    if (end >= limit || (text_[end] != '@' && text_[end] != '`')) break;
+    if (end > at_ && FindWord(text_.substr(at_, end - at_))) break;  // "select@@version", "select`name`from"
+  }
   while (text_[end - 1] == '.') --end;
-  const WordRow* const row = FindWord(text_.substr(at_, end - at_));
+  const std::string_view word = text_.substr(at_, end - at_);
+  const SqlWordRow* const row = MayBeWord(word) ? FindWord(word) : nullptr;
   if (row) current_.word = row->word;
   Take(row ? row->kind : Kind::kWord, end - at_);
 }
@@ -440,9 +301,10 @@ constexpr Sign kLongSigns[] = {
     {"<=>", Kind::kCompare}, {"<>", Kind::kCompare},    {"!=", Kind::kCompare},    {"<=", Kind::kCompare},
     {">=", Kind::kCompare},  {"==", Kind::kCompare},    {"!<", Kind::kCompare},    {"!>", Kind::kCompare},
     {"^=", Kind::kCompare},  {":=", Kind::kCompare},    {"<<", Kind::kOperator},   {">>", Kind::kOperator},
-    {"::", Kind::kOperator}, {"||", Kind::kConnective}, {"&&", Kind::kConnective},
+    {"::", Kind::kOperator}, {"||", Kind::kConnective}, {"&&", Kind::kConnective}, {"->>", Kind::kOperator},
+    {"->", Kind::kOperator}, {"!~*", Kind::kNot},       {"!~", Kind::kNot},        {"~*", Kind::kNot},
 };
-constexpr std::string_view kSecondBytes = "=<>:|&";  // of these
+constexpr std::string_view kSecondBytes = "=<>:|&~*";  // of these
 
 constexpr auto kSigns = [] {
   std::array<Kind, 256> kinds{};
@@ -461,6 +323,8 @@ constexpr auto kSigns = [] {
 
 void CSqlTokens::ReadSign() {
   const std::string_view rest = text_.substr(at_, 3);
+  if (rest.starts_with("@>")) return Take(Kind::kCompare, 2);
+  if (rest.starts_with("<@") && (rest.size() == 2 || !IsNameByte(rest[2]))) return Take(Kind::kCompare, 2);
   if (rest.starts_with("\\N")) {  // null
     current_.word = Word::kConstant;
     return Take(Kind::kWord, 2);

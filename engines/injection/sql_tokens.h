@@ -138,6 +138,11 @@ class CSqlTokens {
   const SqlToken& Current() const { return current_; }
   /// The next one. At the end it stays there.
   void Advance();
+  /// Reads on from another place of the text.
+  void Continue(std::size_t at) {
+    at_ = at;
+    Advance();
+  }
 
  private:
   enum class Blanks { kDone, kToEnd, kTooFar };

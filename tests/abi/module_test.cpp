@@ -78,6 +78,35 @@ class ModuleFile : public testing::Test {
 
 HMODULE ModuleFile::library = nullptr;
 
+TEST_F(ModuleFile, HoldsTheTextsOfItsEvents) {
+  struct Row {
+    DWORD number;
+    const char* english;
+    const char* chinese;
+  };
+  constexpr Row kRows[] = {
+#define QIV_SYSTEM_EVENT(name, number, type, english, chinese) {number, english, chinese},
+#include "port/system_events.def"
+#undef QIV_SYSTEM_EVENT
+  };
+  for (const Row& row : kRows) {
+    for (const bool is_chinese : {false, true}) {
+      wchar_t text[512];
+      const wchar_t* particulars[] = {L"x%1"};
+      ASSERT_NE(FormatMessageW(FORMAT_MESSAGE_FROM_HMODULE | FORMAT_MESSAGE_ARGUMENT_ARRAY, library, row.number,
+                               is_chinese ? 0x804 : 0x409, text, 512,
+                               reinterpret_cast<va_list*>(const_cast<wchar_t**>(particulars))),
+                0u)
+          << row.number << ": " << GetLastError();
+      char utf8[1024] = {};
+      WideCharToMultiByte(CP_UTF8, 0, text, -1, utf8, sizeof utf8, nullptr, nullptr);
+      std::string wanted = is_chinese ? row.chinese : row.english;
+      wanted.replace(wanted.find("%1"), 2, "x%1");
+      EXPECT_EQ(std::string(utf8), wanted + "\r\n");
+    }
+  }
+}
+
 std::string Page(const proof::Outcome& outcome) {
   return std::string(reinterpret_cast<const char*>(outcome.page), outcome.page_size);
 }

@@ -244,6 +244,8 @@ TEST_F(WebshellCheckTest, HidesNowhere) {
   EXPECT_NE(Run(), "");
   Body("application/octet-stream", "a=1&b=@eval($_POST[1]);");
   EXPECT_NE(Run(), "");
+  Body("text/plain", "<?php $f='ass'.'ert'; $f($_POST['pass']);");
+  EXPECT_EQ(Run(), "Deny webshell(POST),Type:String concatenation(Hide),Keywords:assert,Connective:$f($_POST['pass'])");
   Body("", "");
   Header(40, "User-Agent", "Mozilla <?php%20passthru($_GET[1]);?>");
   EXPECT_EQ(Run(), "Deny webshell(Header[User-Agent]),Type:Code for a webshell,Keywords:passthru($_GET[1]);?>");

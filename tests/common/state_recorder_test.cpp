@@ -46,6 +46,25 @@ TEST_F(StateRecorder, ProtectionIsOffUntilItIsReportedOn) {
   EXPECT_EQ(News(), Lines{"protection|off|||Requests pass unchecked|"});
 }
 
+std::string told_system;
+void TellSystem(SystemEvent event, const std::string& particulars) noexcept {
+  told_system += std::to_string(static_cast<int>(event)) + " " + particulars + "\n";
+}
+
+TEST_F(StateRecorder, AdministratorsHearOfWhatTurnsProtectionOff) {
+  told_system.clear();
+  states_.SetSystemLog(&TellSystem);
+  states_.Fine(StateKind::kProtection, "");
+  for (int i = 0; i < 2; ++i) states_.Fault(StateKind::kLoad, "_sql.db", {"", MessageId::kStateTooShort, "\xD6\xD0"});
+  states_.Fault(StateKind::kSection, "_config.db", {"x", MessageId::kStateTooShort, ""});
+  states_.Fault(StateKind::kProtection, "", MessageId::kStateUnprotected);
+  states_.Fine(StateKind::kLoad, "_sql.db");
+  states_.Happened(StateKind::kBody, MessageId::kStateBodyTooLarge, "");
+  EXPECT_EQ(told_system,
+            "3 Requests are checked\n5 _sql.db: The file is too short (中)\n4 Requests pass unchecked\n"
+            "6 _sql.db: In order again\n");
+}
+
 TEST_F(StateRecorder, AFileReportsAllItsSectionsAtOnce) {
   const std::vector<StateFault> two = {{"x", MessageId::kStateNotOurs, ""}, {"y", MessageId::kStateNotOurs, ""}};
   const std::vector<StateFault> other = {{"y", MessageId::kStateNotOurs, ""}, {"z", MessageId::kStateTooShort, ""}};

@@ -7,6 +7,7 @@ import pathlib
 import threading
 import unittest
 
+import at_url
 import cases
 from harness import Host, Installation, native, run, site, wait_until
 
@@ -52,6 +53,9 @@ class Protection(unittest.TestCase):
                         self.assertEqual(expected == check, decision["check"] == check, decision)
                     note = re.search(rb"Remark: (.*?)<br>", page)[1].decode()
                     self.assertEqual(decision["item"], note)
+
+    def test_every_case_at_a_url(self):
+        self.assertEqual(at_url.main(f"127.0.0.1:{self.host.port}"), 0)
 
     def test_one_event_for_each_blocked_request(self):
         # The marker goes into the path: it is in the event's URL and in no other request.

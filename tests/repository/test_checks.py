@@ -168,7 +168,11 @@ class Binary(unittest.TestCase):
             self.assertEqual(len(faults), count, (dll, more, faults))
         self.assertEqual(len(check_binary.windows_faults("x.dll", "\tDLL Name: KERNEL32.dll\n")), 1)
         for told, count in (("ProductVersion\0\0001.0.0\0\0", 0), ("ProductVersion\0001.0.01\0", 1), ("FileVersion\0001.0.0\0", 1)):
-            self.assertEqual(len(check_binary.version_faults("x.dll", told.encode("utf-16-le"), "1.0.0")), count, told)
+            self.assertEqual(len(check_binary.version_faults("x.dll", ("LegalCopyright\0" + told).encode("utf-16-le"), "1.0.0")), count, told)
+        header = ("Time/Date\t\tThu Jan  1 00:00:00 1970\n\t\tHIGH_ENTROPY_VA\n\t\tDYNAMIC_BASE\n\t\tNX_COMPAT\n"
+                  "Entry 5 000000000022c000 000022a4 Base Relocation Directory [.reloc]\n")
+        for old, new, count in (("", "", 0), ("1970", "2026", 1), ("NX_COMPAT", "", 1), ("000022a4", "00000000", 1)):
+            self.assertEqual(len(check_binary.header_faults("x.dll", header.replace(old, new) if old else header)), count, old)
 
     def test_elf(self):
         needed = " 0x1 (NEEDED)  Shared library: [{}]\n"

@@ -116,6 +116,7 @@ std::string CServerStandIn::Summary() {
   if (used) add("used");
   if (used && (*used)["lockItem"] == "true") add("locked");
   if (!held_.empty() && held_ == module) add("running");
+  if (event_file == Join(target, kModuleFile)) add("events");
   const std::string config = Join(target, "config");
   if (!Content(Join(config, "_config.db")).empty()) add("on");
   const auto workers = [this](const std::string& path) { return rights_[path]["*S-1-5-32-568"]; };
@@ -139,6 +140,7 @@ std::string CServerStandIn::Everything() {
     }
     text += line + "\n";
   }
+  text += "event source: " + event_file + "\n";
   // The order of a folder's entries is no part of its state.
   std::map<std::string, int> lines;
   for (std::size_t begin = 0; begin < text.size();) {
@@ -167,6 +169,10 @@ WebAnswer CServerStandIn::Request(const std::string& url) {
 }
 
 ProgramResult CServerStandIn::Ask(const Command& command) {
+  if (command.program == places.reg) {
+    const std::string shown = "\r\n    EventMessageFile    REG_EXPAND_SZ    " + event_file + "\r\n\r\n";
+    return {true, true, event_file.empty() ? 1 : 0, event_file.empty() ? "not found" : shown};
+  }
   EXPECT_EQ(command.program, places.appcmd);
   return {true, true, 0, command.arguments[2] == "旧 池" ? "Stopped\r\n" : "Started\r\n"};
 }
@@ -176,6 +182,7 @@ ProgramResult CServerStandIn::Run(const Command& command) {
   const Fault fault = Change([&]() -> Fault {
     if (name == "appcmd.exe") return Appcmd(command.arguments);
     if (name == "icacls.exe") return Icacls(command.arguments);
+    if (name == "reg.exe") return Reg(command.arguments);
     if (Content(command.program).empty()) return "no such program";
     if (name == kSetupFile) return module_loads && !Content(command.arguments[1]).empty() ? "" : "it does not load";
     EXPECT_EQ(name, kToolFile);
@@ -222,6 +229,12 @@ Fault CServerStandIn::Appcmd(const std::vector<std::string>& arguments) {
     if ((*entry)["lockItem"] != "true") entry->erase("lockItem");
   }
   WriteConfig();
+  return {};
+}
+
+Fault CServerStandIn::Reg(const std::vector<std::string>& arguments) {
+  if (arguments[0] == "delete") event_file.clear();
+  if (arguments[0] == "add" && arguments[3] == "EventMessageFile") event_file = arguments[7];
   return {};
 }
 

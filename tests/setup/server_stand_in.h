@@ -25,6 +25,7 @@ class CServerStandIn : public CSystemMachine {
   // The state of the server.
   std::optional<Entry> loaded;  ///< in globalModules
   std::optional<Entry> used;    ///< in modules
+  std::string event_file;       ///< of the module's event source
   bool elevated = true;
   std::string breaking = "none";  ///< the version of the module that answers nothing but errors
   bool module_loads = true;
@@ -68,6 +69,7 @@ class CServerStandIn : public CSystemMachine {
  private:
   Fault Change(const std::function<Fault()>& change);
   Fault Appcmd(const std::vector<std::string>& arguments);
+  Fault Reg(const std::vector<std::string>& arguments);
   Fault Icacls(const std::vector<std::string>& arguments);
   std::string Image();
 

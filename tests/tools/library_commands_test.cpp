@@ -42,7 +42,8 @@ TEST(QivctlLibrary, TheWebshellLibraryGoesThereAndBack) {
   MakeDirectories(plain);
   ReplaceFile(plain + "/trojan_rules.txt", "# ours\r\nmyshell++<%--good\tasp\t4096\tMy shell\t我的木马\r\n\n");
   ReplaceFile(plain + "/trojan_free.txt", "our editor\n");
-  ASSERT_EQ(Qivctl("library pack " + plain + " -o " + stored + " --language zh-CN").exit_code, 0);
+  EXPECT_EQ(Qivctl("library pack " + plain + " -o " + stored + " --language zh-CN").exit_code, 2) << "it has both";
+  ASSERT_EQ(Qivctl("library pack " + plain + " -o " + stored).exit_code, 0);
   EXPECT_EQ(Qivctl("library unpack " + stored + "/_trojan.db").output,
             "# trojan_rules\nmyshell++<%--good\tasp\t4096\tMy shell\t我的木马\n# trojan_free\nour editor\n");
   for (const std::string bad : {"a\tphp\t0\tname", "++\tphp\t0\ta\tb", "a\tjsp\t0\ta\tb", "a\tphp\tx\ta\tb",
@@ -79,6 +80,9 @@ TEST(QivctlLibrary, TheLibraryOfAttacksGoesThereAndBack) {
     EXPECT_EQ(pack.output.find("qivctl: " + plain + "/rce.txt:2: "), 0U) << bad << pack.output;
   }
   EXPECT_FALSE(IsFile(directory.Path("stored2/_badcode.db")));
+  const std::string damaged =
+      Qivctl("encrypt", "<badcode_lists></badcode_lists><badcode_rules>7{*}none{#}</badcode_rules>").output;
+  EXPECT_EQ(Qivctl("library unpack -", damaged).output, "qivctl: -: 7: is no rule of a family\n");
 }
 
 }  // namespace

@@ -103,10 +103,10 @@ TEST(Qivctl, InitMakesAnInstallationThatLoads) {
       EXPECT_FALSE(config.post_rules.Empty());
       EXPECT_FALSE(config.header_rules.Empty());
     }
-    const std::vector<LibraryList> lists = UnpackLibrary(Content(module + "/config/_sql.db"), false);
+    const std::vector<LibraryList> lists = UnpackLibrary(DecipheredLibrary(Content(module + "/config/_sql.db")), false);
     ASSERT_EQ(lists.size(), 3U);
     for (const LibraryList& list : lists) EXPECT_FALSE(list.rules.empty()) << list.name;
-    EXPECT_EQ(UnpackWebshellFiles(Content(module + "/config/_trojan.db")).size(), 2U);
+    EXPECT_EQ(UnpackWebshellFiles(DecipheredLibrary(Content(module + "/config/_trojan.db"))).size(), 2U);
     EXPECT_NE(FileModificationTime(module + "/debug"), 0U);
     EXPECT_EQ(Qivctl("lint " + module + "/settings.json").exit_code, 0);
     // The settings beside the module are the source of what it reads.

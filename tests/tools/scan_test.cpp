@@ -123,6 +123,10 @@ TEST(FileJudge, LooksAtContentAndName) {
     EXPECT_EQ(Judged(judge, directory.Path(c.name)), c.expected) << c.name;
   }
   EXPECT_EQ(Judged(judge, directory.Path("vanished.php")), "");
+  Put(directory, "shown.php", "<html>\n" + kShell);
+  std::counting_semaphore<> cores(1);
+  const FileVerdict shown = judge.Judge(directory.Path("shown.php"), &cores, false);
+  EXPECT_EQ(std::to_string(shown.line) + ": " + shown.excerpt, "2: eval($_POST[1])");
 }
 
 TEST(FileScan, TellsEachResultOnce) {

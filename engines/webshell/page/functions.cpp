@@ -1,29 +1,22 @@
 #include "engines/webshell/page/functions.h"
 
-#include <algorithm>
 #include <utility>
 
 namespace qiv {
 namespace {
 
-constexpr std::size_t kFunctionBytes = 144;  // of a node, its place in the table and in the order
-constexpr std::size_t kShortestName = 4;     // bytes: a type or method that runs something has a longer name
+constexpr std::size_t kShortestName = 4;  // bytes: a type or method that runs something has a longer name
 
 std::size_t HeldBy(const PageFunction& function) {
-  return kFunctionBytes + function.parameters.capacity() * sizeof(std::string_view) +
+  return CHeldNames<PageFunction>::kEntryBytes + function.parameters.capacity() * sizeof(std::string_view) +
          function.marks.capacity() * sizeof(std::uint32_t);
 }
 
 }  // namespace
 
 PageFunction* CPageFunctions::Find(std::string_view name) {
-  const auto found = functions_.find(name);
-  return found == functions_.end() ? nullptr : &found->second;
-}
-
-std::string_view CPageFunctions::NameOf(std::string_view name) const {
-  const auto found = functions_.find(name);
-  return found == functions_.end() ? std::string_view() : found->first;
+  CHeldNames<PageFunction>::Entry* const entry = functions_.Find(name);
+  return entry == nullptr ? nullptr : &entry->thing;
 }
 
 void CPageFunctions::Begin(std::string_view name, std::vector<std::string_view> parameters) {
@@ -70,28 +63,12 @@ void CPageFunctions::Return(std::string_view name, std::uint32_t marks) {
 
 // The function of that name, with these parameters from now on.
 PageFunction& CPageFunctions::Declare(std::string_view name, std::vector<std::string_view> parameters) {
-  const auto [found, is_new] = functions_.try_emplace(name);
-  PageFunction& function = found->second;
-  if (is_new) {
-    order_.Push(name);
-  } else {
-    room_ += HeldBy(function);
-  }
+  CHeldNames<PageFunction>::Entry& entry = functions_.Put(name);
+  PageFunction& function = entry.thing;
   function.parameters = std::move(parameters);
   if (function.marks.size() < function.parameters.size()) function.marks.resize(function.parameters.size());
-  const std::size_t wanted = HeldBy(function);
-  for (std::size_t left = order_.Size(); left > 1 && wanted > room_; --left) {
-    const std::string_view oldest = order_.Pop();
-    if (oldest == name) {
-      order_.Push(oldest);
-      continue;
-    }
-    const auto gone = functions_.find(oldest);
-    room_ += HeldBy(gone->second);
-    functions_.erase(gone);
-    lost_ = true;
-  }
-  room_ -= std::min(wanted, room_);
+  functions_.MakeRoom(name, HeldBy(function), [](const PageFunction&) {});
+  functions_.Hold(&entry, HeldBy(function));
   return function;
 }
 

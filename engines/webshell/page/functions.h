@@ -1,15 +1,13 @@
 // The functions of a page: their parameters, what these are given, what they return.
-//
-// What is held is bounded by the room that the code's length earns; beyond it the oldest go.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 #include "engines/webshell/page/findings.h"
+#include "engines/webshell/page/held_names.h"
 #include "engines/webshell/page/scopes.h"
 #include "engines/webshell/page/value.h"
 
@@ -26,12 +24,12 @@ class CPageFunctions {
  public:
   /// `room`: bytes of memory. `service`: clients call the functions, what they are given is the request.
   CPageFunctions(std::size_t room, bool service, CPageScopes* scopes, CPageFindings* findings)
-      : room_(room), service_(service), scopes_(*scopes), findings_(*findings) {}
+      : service_(service), scopes_(*scopes), findings_(*findings), functions_(room) {}
 
   PageFunction* Find(std::string_view name);
-  bool Has(std::string_view name) const { return functions_.contains(name); }
+  bool Has(std::string_view name) const { return functions_.Has(name); }
   /// The name as the page's code holds it; empty if it is no function's.
-  std::string_view NameOf(std::string_view name) const;
+  std::string_view NameOf(std::string_view name) const { return functions_.NameOf(name); }
 
   /// The function whose body begins; its parameters are stored as variables.
   void Begin(std::string_view name, std::vector<std::string_view> parameters);
@@ -47,19 +45,16 @@ class CPageFunctions {
 
   bool IsService() const { return service_; }
   /// Whether any went.
-  bool Lost() const { return lost_; }
+  bool Lost() const { return functions_.Lost(); }
 
  private:
   PageFunction& Declare(std::string_view name, std::vector<std::string_view> parameters);
 
-  std::size_t room_;
   bool service_;
   CPageScopes& scopes_;
   CPageFindings& findings_;
-  std::unordered_map<std::string_view, PageFunction> functions_;
-  CNameQueue order_;  // oldest first
+  CHeldNames<PageFunction> functions_;
   std::string_view current_;
-  bool lost_ = false;
 };
 
 }  // namespace qiv

@@ -142,6 +142,7 @@ class CPhpJudge {
     return false;
   }
 
+  // Made when it is asked for: one that lay there while the file is followed would be held beside all that takes.
   const std::string& Copy() {
     if (copy_.empty()) copy_ = BlankFreeLower(text_);
     return copy_;

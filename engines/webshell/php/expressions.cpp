@@ -7,17 +7,6 @@
 
 namespace qiv {
 
-CPhpExpressions::CPhpExpressions(const PhpParts& parts)
-    : budget_(parts.budget),
-      symbols_(parts.symbols),
-      operators_(parts.operators),
-      stacks_(parts.stacks),
-      scopes_(parts.scopes),
-      functions_(parts.functions),
-      findings_(parts.findings),
-      sinks_(parts.sinks),
-      calls_(parts.calls) {}
-
 void CPhpExpressions::PushOperand(PhpOperand&& operand) {
   PhpOperand& placed = stacks_.NextOperand();
   placed = std::move(operand);

@@ -5,35 +5,14 @@
 #include <cstdint>
 #include <vector>
 
-#include "engines/webshell/flow/budget.h"
-#include "engines/webshell/php/calls.h"
-#include "engines/webshell/php/findings.h"
-#include "engines/webshell/php/functions.h"
 #include "engines/webshell/php/operand.h"
-#include "engines/webshell/php/operators.h"
-#include "engines/webshell/php/scopes.h"
-#include "engines/webshell/php/sinks.h"
-#include "engines/webshell/php/stacks.h"
-#include "engines/webshell/php/symbols.h"
+#include "engines/webshell/php/parts.h"
 
 namespace qiv {
 
-/// The parts that expressions work with.
-struct PhpParts {
-  CFlowBudget& budget;
-  CPhpSymbols& symbols;
-  CPhpOperators& operators;
-  CPhpStacks& stacks;
-  CPhpScopes& scopes;
-  CPhpFunctions& functions;
-  CPhpFindings& findings;
-  CPhpSinks& sinks;
-  CPhpCalls& calls;
-};
-
-class CPhpExpressions {
+class CPhpExpressions : CWithPhpParts {
  public:
-  explicit CPhpExpressions(const PhpParts& parts);
+  explicit CPhpExpressions(const PhpParts& parts) : CWithPhpParts(parts) {}
 
   /// Before each pass.
   void Restart() { arrows_.clear(); }
@@ -85,15 +64,6 @@ class CPhpExpressions {
   PhpOperand MakeArray(const PhpFrame& frame, bool assigned);
   PhpOperand& ResultOf(const PhpFrame& frame);
 
-  CFlowBudget& budget_;
-  CPhpSymbols& symbols_;
-  CPhpOperators& operators_;
-  CPhpStacks& stacks_;
-  CPhpScopes& scopes_;
-  CPhpFunctions& functions_;
-  CPhpFindings& findings_;
-  CPhpSinks& sinks_;
-  CPhpCalls& calls_;
   std::vector<std::uint32_t> arrows_;  // the functions whose "fn (...) =>" has been met but not its end
 };
 

@@ -10,16 +10,10 @@
 namespace qiv {
 
 CPhpWalk::CPhpWalk(std::string_view source, bool in_code, const PhpParts& parts)
-    : source_(source),
+    : CWithPhpParts(parts),
+      source_(source),
       in_code_(in_code),
       tokens_(source, in_code),
-      symbols_(parts.symbols),
-      operators_(parts.operators),
-      stacks_(parts.stacks),
-      scopes_(parts.scopes),
-      functions_(parts.functions),
-      findings_(parts.findings),
-      sinks_(parts.sinks),
       strings_(&parts.budget, &parts.symbols, &parts.operators, &parts.scopes, &parts.findings),
       expressions_(parts) {}
 

@@ -7,12 +7,13 @@
 #include <vector>
 
 #include "engines/webshell/php/expressions.h"
+#include "engines/webshell/php/parts.h"
 #include "engines/webshell/php/strings.h"
 #include "engines/webshell/php/tokens.h"
 
 namespace qiv {
 
-class CPhpWalk {
+class CPhpWalk : CWithPhpParts {
  public:
   /// `in_code`: the source begins inside PHP.
   CPhpWalk(std::string_view source, bool in_code, const PhpParts& parts);
@@ -74,13 +75,6 @@ class CPhpWalk {
   std::string_view source_;
   bool in_code_;
   CPhpTokens tokens_;
-  CPhpSymbols& symbols_;
-  CPhpOperators& operators_;
-  CPhpStacks& stacks_;
-  CPhpScopes& scopes_;
-  CPhpFunctions& functions_;
-  CPhpFindings& findings_;
-  CPhpSinks& sinks_;
   CPhpStrings strings_;
   CPhpExpressions expressions_;
   Pending pending_;

@@ -37,7 +37,29 @@ constexpr Hit kHits[] = {
     {kCondition, "x' in boolean mode) and 4=4#"},
     {kCondition, "1 and 2 between 1 and 3"},
     {kCondition, "x' and 1 is not null-- "},
+    {kCondition, "x'-email-- "},
+    {kCondition, "1' % id ^ '0"},
+    {kCondition, "aa' % current_date regexp '0"},
+    {kCondition, "aa' *@var or 1 sounds like (1)|'1"},
+    {kCondition, "' and email not similar to id-- "},
+    {kCondition, "' notnull -- "},
+    {kCondition, "1'and json_search (json_array(p),0b11,'t__')#"},
+    {kCondition, ")) or sleep(__t__)=\"\"\""},
+    {kCondition, "x' or email~all(array[email])-- "},
+    {kCondition, "x' and n'a'=n'a"},
+    {kCondition, "1 or@a:=1"},
+    {kCondition, "id having (1 or 1)"},
+    {kCondition, ") or (a=a"},
+    {kCondition, "b,2=2"},
+    {kCondition, "1 or not 0"},
+    {kCondition, "1*1-- "},
+    {kCondition, "case when 2=2 then id else name end"},
+    {kCondition, "1 and ascii(lower(substring((selectversion()"},
+    {kCondition, "' or name<"},
     {kUnion, "1 union all select null,null"},
+    {kUnion, "1funion select 2"},
+    {kUnion, "1 union select`a`from`b`"},
+    {kUnion, "-1/**/union"},
     {kUnion, "1e0union select 1"},
     {kUnion, "x') union select name from users-- "},
     {kUnion, "1) as t where 5=5 union select 1"},
@@ -50,11 +72,18 @@ constexpr Hit kHits[] = {
     {kStacked, "1;declare @x varchar(9)"},
     {kStacked, "1;exec master..xp_cmdshell 'dir'"},
     {kStacked, "1;update users set admin=1"},
+    {kStacked, "1;copy t from program 'id'"},
+    {kStacked, "1;backup database master to disk='//a/b'"},
+    {kStacked, "x' drop table t-- "},
+    {kStacked, "1 update users set a=1-- "},
+    {kStacked, "me@site.example\";"},
     {kClause, "1 order by 9-- "},
     {kClause, "1 procedure analyse(extractvalue(1,2),1)"},
     {kClause, "1 into outfile '/tmp/x'"},
     {kComment, "admin'-- "},
     {kComment, "admin')#"},
+    {kComment, "1'--sp_password"},
+    {kComment, "1)-- "},
     {kProbe, "apple\xBF'\"("},
 };
 
@@ -66,6 +95,8 @@ TEST(SqlExpression, FindsEveryForm) {
     EXPECT_LE(found->begin, found->end) << value;
     EXPECT_LE(found->end, value.size()) << value;
   }
+  EXPECT_TRUE(FindSqlExpression("x' like --1 or '1"));       // no comment to MySQL
+  EXPECT_TRUE(FindSqlExpression("1 or \\.<$ or 7=7 -- 1"));  // whatever stands before it
 }
 
 // However blanks are written, and whatever the case of letters.
@@ -142,6 +173,39 @@ TEST(SqlExpression, LeavesProseAlone) {
            "a 'b' like 'c'",
            "{\"a\":\"b\",\"c\":\"d\"}",
            "call sleep() in the loop",
+           // as above, but for what would make it SQL
+           "5'-6'",
+           "'-\"8 track",
+           "python '+' operator",
+           "'a' -> 'b'",
+           "'yes'? 'no'",
+           "2019-01-01--2019-02-01",
+           "3-5#",
+           "F-150 --",
+           "1 or 2",
+           "1 and 1",
+           "5 like mine",
+           "5 in (1,2)",
+           "234 union",
+           "x'; see the note",
+           "stop 'x'; backup database now",
+           "grant access to all; use it",
+           "3 delete from list",
+           "1 Create user account",
+           "'create user' fails",
+           "project = 'A' and status = 'B'",
+           "the kids' and don't know",
+           "rock'n'roll",
+           "dogs having 4 or 5",
+           "left@shop.example or all@shop.example",
+           "case when x then y",
+           "if (x == \"\" or len(trim(y)) > 0) then",
+           "or what =",
+           "foo <!-- bar -->",
+           "he said 'no'--and left",
+           "'how' is 1=1 true",
+           "\xB5\xDA"
+           "3-5#\xC2\xA5",
        }) {
     EXPECT_FALSE(FindSqlExpression(value)) << value;
   }

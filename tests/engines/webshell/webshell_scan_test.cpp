@@ -5,6 +5,7 @@
 
 #include "common/char_set.h"
 #include "common/inflate.h"
+#include "common/text.h"
 #include "engines/webshell/decoding/decoders.h"
 #include "engines/webshell/decoding/script_encoding.h"
 #include "engines/webshell/page/flow.h"
@@ -117,53 +118,14 @@ TEST(WebshellScan, KnownGoodCodeClearsTheText) {
 }
 
 TEST(WebshellScan, NeverReadsBehindItsText) {
-  const Tokens tokens = {"<?php ",
-                         "$a",
-                         "=",
-                         "$_POST[1]",
-                         "(",
-                         ")",
-                         "{",
-                         "}",
-                         "[",
-                         "]",
-                         "eval",
-                         "function f",
-                         "\"$a[",
-                         "${",
-                         "'",
-                         "<<<X\n",
-                         "base64_decode",
-                         ";",
-                         ".",
-                         "\\",
-                         "?>",
-                         "<%",
-                         "%>",
-                         "request",
-                         "foreach",
-                         " as ",
-                         "=>",
-                         "->",
-                         "`",
-                         "execute ",
-                         "chr(",
-                         "&",
-                         "\n",
-                         "with ",
-                         "&h6",
-                         "new object[]",
-                         "\\u0065",
-                         "@\"",
-                         "/*",
-                         "function g(",
-                         "end function",
-                         "\xA3\xE5",
-                         "#@~^",
-                         "^#~@",
-                         "mid(",
-                         "replace(",
-                         "1"};
+  Tokens tokens;
+  for (const std::string_view token :
+       Split("<?php |$a|=|$_POST[1]|(|)|{|}|[|]|eval|function f|\"$a[|${|'|<<<X\n|base64_decode|;|.|\\|?>|<%|"
+             "%>|request|foreach| as |=>|->|`|execute |chr(|&|\n|with |&h6|new object[]|\\u0065|@\"|/*|"
+             "function g(|end function|\xA3\xE5|#@~^|^#~@|mid(|replace(|1",
+             '|')) {
+    tokens.emplace_back(token);
+  }
   ForRandomSequences(tokens, 30, 4000, [](std::string_view text) {
     WebshellResult result;
     Libs().WebshellScan(text, &result);
