@@ -248,7 +248,7 @@ void BlockAttack(const AttackTexts& texts, const AttackFinding& finding, const R
   AppendAll(&result.detail, {type, text(MessageId::kComma), text(MessageId::kKeywords), text(MessageId::kColon),
                              CCharSet::Prefix(found, kLongestFound)});
   result.rule = finding.hit.rule->identifier;
-  BlockPlainly(texts.kind, result.request.statistics ? texts.statistics : "", facts, context, result);
+  BlockPlainly(texts.kind, CountedAs(texts.statistics, context, result), facts, context, result);
 }
 
 void BadcodeCheck(const RequestFacts& facts, const CheckContext& context, CheckResult& result) {

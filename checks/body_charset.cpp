@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <array>
 #include <cstddef>
-#include <iterator>
 
+#include "checks/charset_label.h"
 #include "common/text.h"
 #include "port/code_page.h"
 
@@ -12,11 +12,6 @@ namespace qiv {
 namespace {
 
 constexpr std::string_view kName = "charset";
-
-template <std::size_t N>
-bool BeginsWithOne(std::string_view text, const std::string_view (&known)[N]) {
-  return std::any_of(std::begin(known), std::end(known), [text](std::string_view k) { return BeginsNoCase(text, k); });
-}
 
 }  // namespace
 
@@ -28,20 +23,16 @@ std::string_view NamedCharset(std::string_view content_type) {
 }
 
 BodyCharset CharsetOfBody(std::string_view content_type, std::string_view body) {
-  constexpr std::string_view kWide[] = {"utf-16", "utf16", "utf-32", "utf32", "ucs-2", "unicode", "iso-10646-ucs"};
-  constexpr std::string_view kUnreadable[] = {"utf-7",      "utf7",   "unicode-1-1-utf-7",
-                                              "ibm",        "csibm",  "ebcdic",
-                                              "cp037",      "x-ebcd", "cp1140",
-                                              "cp1047",     "cp500",  "x-ibm",
-                                              "cp875",      "cp1026", "csunicode11utf7",
-                                              "x-unicode-2"};
-  std::string_view named = NamedCharset(content_type);
-  if (!named.empty()) {
-    named = Trim(TrimBytes(Trim(named.substr(kName.size())), "= \t\"'"));
-    if (BeginsWithOne(named, kUnreadable)) return BodyCharset::kUnreadable;
-    if (BeginsWithOne(named, kWide)) return BodyCharset::kWide;
+  switch (KindOfCharset(CharsetName(content_type))) {
+    case CharsetKind::kUnreadable:
+      return BodyCharset::kUnreadable;
+    case CharsetKind::kWideLittle:
+    case CharsetKind::kWideBig:
+    case CharsetKind::kWide:
+      return BodyCharset::kWide;
+    default:
+      return body.starts_with("\xFF\xFE") || body.starts_with("\xFE\xFF") ? BodyCharset::kWide : BodyCharset::kAscii;
   }
-  return body.starts_with("\xFF\xFE") || body.starts_with("\xFE\xFF") ? BodyCharset::kWide : BodyCharset::kAscii;
 }
 
 std::string WideToUtf8(std::string_view body) {

@@ -1,12 +1,16 @@
 // What a check may ask beside the request itself.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <initializer_list>
+#include <optional>
 #include <string_view>
+#include <vector>
 
 #include "checks/check_state.h"
 #include "checks/event_recorder.h"
+#include "common/text_encoding.h"
 
 namespace qiv {
 
@@ -21,6 +25,18 @@ enum Phase : std::int32_t { kPhaseBegin = 1, kPhasePostExecute = 3, kPhaseSendRe
 /// Which part of an answer is looked at. One that goes out before it is whole is looked at piece by piece.
 enum class ResponsePart : std::uint8_t { kHead, kFirstPiece, kLaterPiece };
 
+/// Bytes of an answer that most checks look at: what they look for stands at its head.
+inline constexpr std::size_t kMostResponseBytes = 256 * 1024;
+/// And where words are looked for or a script is inserted: all but a few pages whole.
+inline constexpr std::size_t kMostEditedBytes = 4 * 1024 * 1024;
+
+/// The encodings that an answer's text may be in (response_charset.h).
+struct ResponseEncodings {
+  std::vector<TextEncoding> encodings;  ///< words are looked for in each
+  bool only_ascii = false;              ///< in a charset of its own: only ASCII is what it looks like
+  bool valid_utf8 = false;              ///< as far as that was looked at: without a name
+};
+
 /// The application's answer, as far as checks want it and it can be read.
 struct ResponseText {
   ResponsePart part = ResponsePart::kHead;
@@ -30,6 +46,11 @@ struct ResponseText {
   bool page = true;         ///< HTML or plain text, or of no type; else JSON or XML
   bool whole = true;        ///< the text is all of it
   bool may_change = false;  ///< all of it can be had, and it is no part of something larger
+  /// EncodingsOf makes them when a check first asks, for all that ask later.
+  mutable std::optional<ResponseEncodings> encodings = {};
+
+  /// What the checks look at that look for what stands at an answer's head; of a piece all.
+  std::string_view Head() const { return part == ResponsePart::kHead ? text.substr(0, kMostResponseBytes) : text; }
 };
 
 /// Made by the module for each notification; owns nothing. The configuration and the libraries are those in force when
@@ -45,6 +66,7 @@ struct CheckContext {
   ResponseText response = {};           ///< phases 3 and 4
   bool log_only = false;                ///< what the check decides is written down and not done
   const CAttackRules* leaks = nullptr;  ///< what is looked for in responses; null: nothing
+  bool exempt_blocks = false;           ///< what the check would block is exempt: it only changes and records
 };
 
 /// Asks the service to put a client on a list until `end` (CExchangeFiles::WriteLock). Checks lock in no other way: one

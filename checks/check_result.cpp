@@ -22,25 +22,19 @@ void BlockPlainly(CheckKind kind, std::string_view statistics, const RequestFact
   context.recorder.RecordStatistics(statistics, facts.client_ip, rule);
 }
 
-void KeepApart(TextEdits* edits) {
-  std::stable_sort(edits->begin(), edits->end(),
-                   [](const TextEdit& a, const TextEdit& b) { return a.place.offset < b.place.offset; });
-  std::size_t end = 0;
-  std::erase_if(*edits, [&end](const TextEdit& edit) {
-    if (edit.place.offset < end) return true;
-    end = edit.place.offset + edit.place.length;
-    return false;
-  });
+std::string_view CountedAs(std::string_view statistics, const CheckContext& context, const CheckResult& result) {
+  return result.request.statistics || context.phase != kPhaseBegin ? statistics : std::string_view();
 }
 
-std::string Edited(std::string_view text, const TextEdits& edits) {
-  std::string edited;
-  std::size_t kept = 0;
-  for (const TextEdit& edit : edits) {
-    AppendAll(&edited, {text.substr(kept, edit.place.offset - kept), edit.text});
-    kept = edit.place.offset + edit.place.length;
-  }
-  return edited.append(text.substr(kept));
+void KeepApart(TextEdits* edits) {
+  std::stable_sort(edits->edits.begin(), edits->edits.end(),
+                   [](const TextEdits::Edit& a, const TextEdits::Edit& b) { return a.offset < b.offset; });
+  std::size_t end = 0;
+  std::erase_if(edits->edits, [&end](const TextEdits::Edit& edit) {
+    if (edit.offset < end) return true;
+    end = std::size_t{edit.offset} + edit.length;
+    return false;
+  });
 }
 
 void HideSecrets(CheckResult* result) noexcept {

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -38,25 +39,33 @@ struct PreparedAnswer {
 
 struct AttackFindings;
 
-/// A piece of a text, and what takes its place.
-struct TextEdit {
-  TextPlace place;
-  std::string text;
+/// Pieces of a text, and what takes their place: one of a few texts, so that a million of them stay small.
+struct TextEdits {
+  struct Edit {
+    std::uint32_t offset;
+    std::uint32_t length;
+    std::uint32_t text;  ///< index into `texts`
+  };
+  std::vector<Edit> edits;  ///< once KeepApart was called in order, none over another
+  std::vector<std::string> texts;
+
+  bool empty() const { return edits.empty(); }
+  void Add(const TextPlace& place, std::size_t text) {
+    edits.push_back({static_cast<std::uint32_t>(place.offset), static_cast<std::uint32_t>(place.length),
+                     static_cast<std::uint32_t>(text)});
+  }
 };
-using TextEdits = std::vector<TextEdit>;  ///< in order, none over another
 
 /// What changes of a request, or of a response, that goes on. Made by checks, done by the module.
 struct DecidedEdits {
-  TextEdits url;                                           ///< RequestFacts::raw_url, behind its first "?"
-  TextEdits body;                                          ///< RequestFacts::raw_body
-  std::vector<std::pair<std::size_t, TextEdits>> headers;  ///< by index into RequestFacts::headers
-  TextEdits response;                                      ///< CheckContext::response
+  std::optional<std::string> query;                          ///< what stands behind the first "?" of raw_url, anew
+  std::optional<std::string> body;                           ///< RequestFacts::raw_body, anew
+  std::vector<std::pair<std::size_t, std::string>> headers;  ///< by index into RequestFacts::headers
+  TextEdits response;                                        ///< CheckContext::response
 };
 
 /// Puts edits in order; of those over one another the first stays, of those at one place the first of the list.
 void KeepApart(TextEdits* edits);
-/// The text with the edits done.
-std::string Edited(std::string_view text, const TextEdits& edits);
 
 /// What the checks of a notification decide beside block or pass.
 struct RequestDecision {
@@ -116,6 +125,10 @@ struct CheckContext;
 /// and marks the request as an attack. Counted in `statistics` unless empty.
 void BlockPlainly(CheckKind kind, std::string_view statistics, const RequestFacts& facts, const CheckContext& context,
                   CheckResult& result);
+
+/// The category of statistics for what request and response alike may be blocked for: the lists leave requests
+/// uncounted (RequestDecision::statistics), responses are always counted.
+std::string_view CountedAs(std::string_view statistics, const CheckContext& context, const CheckResult& result);
 
 /// Puts "***" in place of secrets in the texts of a decision. Called once, when a check has decided: pages, events,
 /// lock requests and messages all take these texts as they are. A text for which there is no memory is emptied.

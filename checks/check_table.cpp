@@ -143,6 +143,16 @@ std::uint32_t ScriptParts(const WebsiteConfig& config) {
   return If(!config.script.code.empty() && !config.script.urls.Empty(), kPartUrl | kPartResponse);
 }
 
+std::size_t Head(const RequestFacts&, const WebsiteConfig&) { return kMostResponseBytes; }
+
+std::size_t OutputWordBytes(const RequestFacts& facts, const WebsiteConfig& config) {
+  return OutputWordUses(facts, config) != 0 ? kMostEditedBytes : 0;
+}
+
+std::size_t ScriptBytes(const RequestFacts& facts, const WebsiteConfig& config) {
+  return GetsScript(facts, config) ? kMostEditedBytes : 0;
+}
+
 std::uint32_t NotFoundParts(const WebsiteConfig& config) {
   const AttackSettings& attack = config.attack;
   return If(attack.e404 != 0 && attack.e404_lock_freq != 0 && attack.e404_lock_time != 0, kPartClient | kPartPath);
@@ -171,12 +181,12 @@ constexpr CheckRow kRows[] = {
     {"file_type", Stage::kRequest, FileTypeCheck, FileTypeParts},
     {"injection", Stage::kRequest, InjectionCheck, InjectionParts},
     {"badcode", Stage::kRequestAlways, BadcodeCheck, BadcodeParts},
-    {"words", Stage::kRequestAlways, SensitiveWordsCheck, WordParts},
-    {"directory_listing", Stage::kResponseBody, DirectoryListingCheck, ListingParts},
-    {"badcode_output", Stage::kResponseBody, BadcodeOutputCheck, BadcodeOutputParts},
-    {"webshell_output", Stage::kResponseBody, WebshellOutputCheck, WebshellOutputParts},
-    {"words_output", Stage::kResponseBody, SensitiveWordsOutputCheck, WordOutputParts},
-    {"script_insertion", Stage::kResponseBody, ScriptInsertionCheck, ScriptParts},
+    {"words", Stage::kRequestAlways, SensitiveWordsCheck, WordParts, nullptr, true},
+    {"directory_listing", Stage::kResponseBody, DirectoryListingCheck, ListingParts, Head},
+    {"badcode_output", Stage::kResponseBody, BadcodeOutputCheck, BadcodeOutputParts, Head},
+    {"webshell_output", Stage::kResponseBody, WebshellOutputCheck, WebshellOutputParts, Head},
+    {"words_output", Stage::kResponseBody, SensitiveWordsOutputCheck, WordOutputParts, OutputWordBytes, true},
+    {"script_insertion", Stage::kResponseBody, ScriptInsertionCheck, ScriptParts, ScriptBytes},
     {"not_found", Stage::kNotFound, NotFoundCheck, NotFoundParts},
     {"smart_blocking", Stage::kAfterDecision, SmartBlockingCheck},
 };

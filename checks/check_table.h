@@ -1,6 +1,7 @@
 // The one ordered list of protection checks.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <span>
 
@@ -43,6 +44,11 @@ struct CheckRow {
   void (*run)(const RequestFacts& facts, const CheckContext& context, CheckResult& result);
   /// The parts that the check looks at with this configuration. None: it is off, and is not asked. Null: always asked.
   std::uint32_t (*reads)(const WebsiteConfig& config) = nullptr;
+  /// Of kResponseBody, which want none without it: how many bytes of this request's answer the check wants, when it is
+  /// on.
+  std::size_t (*wants)(const RequestFacts& facts, const WebsiteConfig& config) = nullptr;
+  /// It changes what it does not block: where a block is exempt, it is asked once more for that.
+  bool edits = false;
 
   bool IsOn(const WebsiteConfig& config) const { return reads == nullptr || reads(config) != 0; }
 };

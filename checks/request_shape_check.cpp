@@ -185,7 +185,7 @@ void DirectoryListingCheck(const RequestFacts& facts, const CheckContext& contex
   if (context.response.text.empty() || !context.response.page) return;
   if (context.response.part == ResponsePart::kLaterPiece) return;
   if (!PathOfUrl(facts.raw_url).ends_with('/')) return;
-  const std::string body = CCharSet::LowerBytes(context.response.text);
+  const std::string body = CCharSet::LowerBytes(context.response.Head());
   const bool listing = std::any_of(std::begin(kListings), std::end(kListings), [&body](const ListingForm& form) {
     return body.find(form.title) != std::string::npos && body.find(form.link) != std::string::npos;
   });

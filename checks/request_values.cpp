@@ -8,6 +8,7 @@
 #include "checks/body_charset.h"
 #include "checks/plain_value.h"
 #include "common/char_set.h"
+#include "common/html_entities.h"
 #include "common/multipart.h"
 #include "common/text.h"
 #include "port/code_page.h"
@@ -44,9 +45,9 @@ bool VisitPairs(std::string_view text, char separator, RequestValue::Encoding en
     const std::size_t equals = piece.find('=');
     const std::string_view name = equals == kEnd ? std::string_view() : piece.substr(0, equals);
     const std::string_view value = equals == kEnd ? piece : piece.substr(equals + 1);
-    if (!name.empty() && !hand_out({{}, name, encoding})) return false;
+    if (!name.empty() && !hand_out({{}, name, encoding, false})) return false;
     if (!value.empty() && !hand_out({name, value, encoding})) return false;
-    if (!name.empty() && !IsFieldName(name, encoding) && !visit({{}, piece, encoding})) return false;
+    if (!name.empty() && !IsFieldName(name, encoding) && !visit({{}, piece, encoding, false})) return false;
   }
   return true;
 }
@@ -155,7 +156,7 @@ bool VisitJson(std::string_view text, bool outside, BodyValues values, const Val
     while (next < text.size() && IsSpace(text[next])) ++next;
     const bool is_name = next < text.size() && text[next] == ':';
     if (plain == kEnd && !string.empty() &&
-        !visit({is_name ? std::string_view() : name, string, RequestValue::kJson})) {
+        !visit({is_name ? std::string_view() : name, string, RequestValue::kJson, !is_name})) {
       return false;
     }
     name = is_name ? string : std::string_view();
@@ -171,92 +172,120 @@ bool ForEachJsonValue(std::string_view text, const ValueVisitor& visit) {
 
 namespace {
 
-/// "\uXXXX" becomes UTF-8, half of a surrogate pair a mark of its own: enough to find ASCII words. What is malformed
-/// stays.
-std::string UnescapeJson(std::string_view text) {
-  constexpr std::string_view kShort = "bfnrt";
-  constexpr std::string_view kMeaning = "\b\f\n\r\t";
-  std::string plain;
-  plain.reserve(text.size());
-  while (!text.empty()) {
-    const std::size_t slash = std::min(text.find('\\'), text.size());
-    plain += text.substr(0, slash);
-    text.remove_prefix(slash);
-    if (text.size() < 2) return plain += text;
-    const char kind = text[1];
-    text.remove_prefix(2);
-    if (const std::size_t known = kShort.find(kind); known != kEnd) {
-      plain += kMeaning[known];
-    } else if (kind != 'u' || text.size() < 4) {
-      plain += kind;
-    } else {
-      const int digits = HexNumber(text, 0, 4);
-      if (digits < 0) {
-        plain += kind;
-        continue;
-      }
-      const auto unit = static_cast<char32_t>(digits);
-      constexpr char32_t kReplacement = 0xFFFD;
-      AppendUtf8(unit >= 0xD800 && unit < 0xE000 ? kReplacement : unit, &plain);
-      text.remove_prefix(4);
-    }
-  }
-  return plain;
+void AppendCharacter(char32_t code, TextEncoding encoding, std::string* out) {
+  if (encoding == TextEncoding::kUtf8 || code < 0x80) return AppendUtf8(code, out);
+  std::string utf8;
+  AppendUtf8(code, &utf8);
+  *out += Utf8ToGbk(utf8);
 }
 
-/// "%XX" and "+"; false when the text holds an escape of another kind.
-bool DecodeForm(std::string_view text, std::string* room) {
-  room->clear();
-  for (std::size_t at = 0; at < text.size(); ++at) {
-    char c = text[at];
-    if (c == '+') {
-      c = ' ';
-    } else if (c == '%') {
-      const int byte = EscapedByte(text, at);
-      if (byte < 0 && at + 1 < text.size() && LowerByte(text[at + 1]) == 'u') return false;
-      if (byte >= 0) {
-        c = static_cast<char>(byte);
-        at += 2;
-      }
-    }
-    room->push_back(c);
+constexpr bool IsHighSurrogate(int unit) { return unit >= 0xD800 && unit < 0xDC00; }
+constexpr bool IsLowSurrogate(int unit) { return unit >= 0xDC00 && unit < 0xE000; }
+
+/// "%uXXXX" or "\uXXXX" at `at`, or two that are one character; 0 when there is none. Half of a pair is no character.
+std::size_t AppendUnit(std::string_view text, std::size_t at, TextEncoding characters, std::string* out) {
+  constexpr std::size_t kUnit = 6;
+  constexpr char32_t kReplacement = 0xFFFD;
+  const auto unit = [text](std::size_t from, char mark) {
+    const bool begins = from + kUnit <= text.size() && text[from] == mark && LowerByte(text[from + 1]) == 'u';
+    return begins ? HexNumber(text, from + 2, 4) : -1;
+  };
+  const int first = unit(at, text[at]);
+  if (first < 0) return 0;
+  const int second = IsHighSurrogate(first) ? unit(at + kUnit, text[at]) : -1;
+  if (IsLowSurrogate(second)) {
+    AppendCharacter(
+        0x10000U + ((static_cast<char32_t>(first) - 0xD800U) << 10U) + (static_cast<char32_t>(second) - 0xDC00U),
+        characters, out);
+    return 2 * kUnit;
   }
-  return true;
+  const bool half = IsHighSurrogate(first) || IsLowSurrogate(first);
+  AppendCharacter(half ? kReplacement : static_cast<char32_t>(first), characters, out);
+  return kUnit;
+}
+
+/// A backslash that begins no escape is dropped, as lenient parsers do.
+std::size_t AppendJsonEscape(std::string_view text, std::size_t at, TextEncoding characters, std::string* out) {
+  constexpr std::string_view kShort = "bfnrt";
+  constexpr std::string_view kMeaning = "\b\f\n\r\t";
+  if (at + 1 == text.size()) return 0;
+  const char kind = text[at + 1];
+  if (kind == 'u') {
+    if (const std::size_t used = AppendUnit(text, at, characters, out); used != 0) return used;
+  }
+  const std::size_t known = kShort.find(kind);
+  *out += known == kEnd ? kind : kMeaning[known];
+  return 2;
 }
 
 }  // namespace
 
+std::size_t NextEscape(RequestValue::Encoding encoding, std::string_view text, std::size_t at) {
+  char mark = '%';
+  switch (encoding) {
+    case RequestValue::kPlain:
+    case RequestValue::kConverted:
+      return text.size();
+    case RequestValue::kJson:
+      mark = '\\';
+      break;
+    case RequestValue::kXml:
+      mark = '&';
+      break;
+    case RequestValue::kPercent:
+      break;
+    case RequestValue::kForm:
+    case RequestValue::kQuery:
+    case RequestValue::kCookie:
+      while (at < text.size() && text[at] != '%' && text[at] != '+') ++at;
+      return at;
+  }
+  return std::min(text.find(mark, at), text.size());
+}
+
+std::size_t AppendDecoded(RequestValue::Encoding encoding, std::string_view text, std::size_t at,
+                          TextEncoding characters, std::string* out) {
+  std::size_t used = 0;
+  const char c = text[at];
+  if (encoding == RequestValue::kJson) {
+    used = AppendJsonEscape(text, at, characters, out);
+  } else if (encoding == RequestValue::kXml) {
+    used = DecodeHtmlEntity(text.substr(at), characters, out);
+  } else if (c == '+') {
+    *out += ' ';
+    return 1;
+  } else if (const int byte = EscapedByte(text, at); byte >= 0) {
+    *out += static_cast<char>(byte);
+    return 3;
+  } else {
+    used = AppendUnit(text, at, characters, out);
+  }
+  if (used == 0) *out += c;
+  return std::max<std::size_t>(used, 1);
+}
+
+bool DecodeInto(RequestValue::Encoding encoding, std::string_view text, TextEncoding characters, std::string* out) {
+  std::size_t stop = NextEscape(encoding, text, 0);
+  if (stop == text.size()) return false;
+  out->clear();
+  for (std::size_t at = 0;; stop = NextEscape(encoding, text, at)) {
+    out->append(text, at, stop - at);
+    if (stop == text.size()) return true;
+    at = stop + AppendDecoded(encoding, text, stop, characters, out);
+  }
+}
+
 std::string_view RequestValue::Decoded(std::string* room, std::size_t most) const {
   const std::string_view text = raw.substr(0, most);
-  switch (encoding) {
-    case kPlain:
-    case kConverted:
-      return text;
-    case kJson:
-      if (text.find('\\') == kEnd) return text;
-      *room = UnescapeJson(text);
-      return *room;
-    case kPercent:
-      if (text.find('%') == kEnd) return text;
-      *room = PercentDecode(text);
-      return *room;
-    case kXml:
-      if (text.find('&') == kEnd) return text;
-      *room = DecodeHtmlEntities(text);
-      return *room;
-    case kForm:
-    case kQuery:
-    case kCookie:
-      break;
-  }
-  if (text.find('%') == kEnd && text.find('+') == kEnd) return text;
-  if (!DecodeForm(text, room)) {
-    *room = text;
-    std::replace(room->begin(), room->end(), '+', ' ');
-    *room = PercentDecode(*room);
-  }
+  if (!DecodeInto(encoding, text, encoding == kJson ? TextEncoding::kUtf8 : TextEncoding::kLocal, room)) return text;
   if (encoding == kQuery && room->find('%') != kEnd) *room = PercentDecode(*room);
-  return *room == text ? text : *room;
+  const bool pairs = encoding == kForm || encoding == kQuery || encoding == kCookie;
+  return pairs && *room == text ? text : *room;
+}
+
+std::string RequestValue::LocalName() const {
+  std::string room;
+  return CCharSet::ToLocal(std::string(RequestValue{{}, name, encoding}.Decoded(&room)));
 }
 
 BodyForm BodyFormOf(std::string_view content_type, std::string_view body) {
@@ -274,7 +303,11 @@ BodyForm BodyFormOf(std::string_view content_type, std::string_view body) {
 bool ForEachQueryValue(const RequestFacts& facts, const ValueVisitor& visit) {
   const std::string_view url = facts.raw_url;
   const std::size_t mark = url.find('?');
-  return mark == kEnd || VisitPairs(url.substr(mark + 1), '&', RequestValue::kQuery, BodyValues::kAll, visit);
+  return mark == kEnd || ForEachQueryValue(url.substr(mark + 1), visit);
+}
+
+bool ForEachQueryValue(std::string_view query, const ValueVisitor& visit) {
+  return VisitPairs(query, '&', RequestValue::kQuery, BodyValues::kAll, visit);
 }
 
 bool ForEachPathValue(const RequestFacts& facts, const ValueVisitor& visit) {
@@ -305,10 +338,10 @@ bool ForEachBodyValue(std::string_view content_type, std::string_view body, cons
     case BodyForm::kMultipart: {
       bool all = true;
       ForEachPart(content_type, body, [&](const MultipartPart& part) {
-        all = part.head.name.empty() || visit({{}, part.head.name, RequestValue::kPlain});
+        all = part.head.name.empty() || visit({{}, part.head.name, RequestValue::kPlain, false});
         for (std::size_t i = 0; all && i < part.head.file_name_count; ++i) {
           const std::string_view file_name = part.head.file_names[i];
-          all = file_name.empty() || visit({{}, file_name, RequestValue::kPlain});
+          all = file_name.empty() || visit({{}, file_name, RequestValue::kPlain, false});
         }
         if (all && !part.head.has_file_name) all = visit({part.head.name, part.content, RequestValue::kPlain});
         return all;
@@ -327,13 +360,15 @@ bool ForEachReadBodyValue(std::string_view content_type, std::string_view body, 
 }
 
 bool ForEachValueOf(const HeaderEntry& header, const ValueVisitor& visit) {
-  if (header.number == kCookieHeader)
-    return VisitPairs(header.value, ';', RequestValue::kCookie, BodyValues::kAll, visit);
-  const std::size_t query = header.number == kRefererHeader ? header.value.find('?') : kEnd;
-  if (query != kEnd && !VisitPairs(std::string_view(header.value).substr(query + 1), '&', RequestValue::kCookie,
-                                   BodyValues::kAll, visit))
+  return ForEachValueOf(header.number, header.name, header.value, visit);
+}
+
+bool ForEachValueOf(std::int32_t number, std::string_view name, std::string_view value, const ValueVisitor& visit) {
+  if (number == kCookieHeader) return VisitPairs(value, ';', RequestValue::kCookie, BodyValues::kAll, visit);
+  const std::size_t query = number == kRefererHeader ? value.find('?') : kEnd;
+  if (query != kEnd && !VisitPairs(value.substr(query + 1), '&', RequestValue::kCookie, BodyValues::kAll, visit))
     return false;
-  return header.value.empty() || visit({header.name, header.value, RequestValue::kPercent});
+  return value.empty() || visit({name, value, RequestValue::kPercent});
 }
 
 bool ForEachHeaderValue(const RequestFacts& facts, const ValueVisitor& visit) {

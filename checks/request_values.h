@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "checks/request_facts.h"
+#include "common/text_encoding.h"
 
 namespace qiv {
 
@@ -26,9 +27,14 @@ struct RequestValue {
   std::string_view name;  ///< undecoded; empty: none
   std::string_view raw;
   Encoding encoding = kPlain;
+  bool is_value = true;  ///< false: a name, or a name with its value once more
 
-  /// The first `most` bytes of `raw` decoded: a view of them where there is nothing to decode, else of *room.
+  /// The first `most` bytes of `raw` decoded, characters above 0x7F that are escaped as such ("%uXXXX", references) in
+  /// GBK, those of JSON in UTF-8: a view of `raw` where there is nothing to decode, else of *room.
   std::string_view Decoded(std::string* room, std::size_t most = std::string_view::npos) const;
+
+  /// The name decoded, in GBK.
+  std::string LocalName() const;
 
   /// Whether the text of its place (query, body or header) holds this decoded form too, as the checks are given it. In
   /// forms it does, in queries but for character references, which are resolved there; elsewhere where there was
@@ -38,6 +44,16 @@ struct RequestValue {
     return encoding == kForm || encoding == kPlain || (encoding != kConverted && decoded.data() == raw.data());
   }
 };
+
+/// Where the next byte at or behind `at` stands that may begin an escape of the encoding; text.size(): none does.
+std::size_t NextEscape(RequestValue::Encoding encoding, std::string_view text, std::size_t at);
+/// One step of decoding: appends what the escape at `at` (of NextEscape) stands for, escaped characters above 0x7F in
+/// `characters` (GBK or UTF-8), or the byte itself that begins none. The bytes it is, at least one.
+std::size_t AppendDecoded(RequestValue::Encoding encoding, std::string_view text, std::size_t at,
+                          TextEncoding characters, std::string* out);
+
+/// All of them: the text decoded into *out. Where there is nothing to decode *out stays as it is. Whether there was.
+bool DecodeInto(RequestValue::Encoding encoding, std::string_view text, TextEncoding characters, std::string* out);
 
 using ValueVisitor = std::function<bool(const RequestValue&)>;
 
@@ -60,6 +76,8 @@ enum class BodyValues {
 /// Each calls visit for one text after the other until it returns false; a parameter's name is a text as well. Whether
 /// they reached the end. Linear.
 bool ForEachQueryValue(const RequestFacts& facts, const ValueVisitor& visit);
+/// Of a query, without its "?".
+bool ForEachQueryValue(std::string_view query, const ValueVisitor& visit);
 /// Of a multipart form the fields that are no files, and the names and file names that parts state.
 bool ForEachBodyValue(std::string_view content_type, std::string_view body, const ValueVisitor& visit,
                       BodyValues values = BodyValues::kAll);
@@ -70,6 +88,7 @@ bool ForEachReadBodyValue(std::string_view content_type, std::string_view body, 
 bool ForEachHeaderValue(const RequestFacts& facts, const ValueVisitor& visit);
 /// Of one header.
 bool ForEachValueOf(const HeaderEntry& header, const ValueVisitor& visit);
+bool ForEachValueOf(std::int32_t number, std::string_view name, std::string_view value, const ValueVisitor& visit);
 /// The path of the request as it was sent: each segment, and what stands from each segment on.
 bool ForEachPathValue(const RequestFacts& facts, const ValueVisitor& visit);
 

@@ -1,56 +1,81 @@
 #include "checks/response_charset.h"
 
-#include <algorithm>
-#include <iterator>
 #include <string_view>
+#include <utility>
 
-#include "checks/body_charset.h"
+#include "checks/charset_label.h"
 #include "common/text.h"
 
 namespace qiv {
 namespace {
 
 constexpr std::size_t kHead = 1024;  // where browsers look for a page's charset
+constexpr std::size_t kNowhere = std::string_view::npos;
 
-template <std::size_t N>
-bool BeginsWithOne(std::string_view name, const std::string_view (&known)[N]) {
-  return std::any_of(std::begin(known), std::end(known), [name](std::string_view k) { return BeginsNoCase(name, k); });
+/// The charset that the head of a page names: in an XML declaration or in a tag "meta". Text beside them names none.
+std::string_view NamedInHead(std::string_view head) {
+  for (std::size_t at = head.find('<'); at != kNowhere; at = head.find('<', at + 1)) {
+    const std::string_view tag = head.substr(at + 1, head.find('>', at) - at - 1);
+    if (tag.starts_with("!--")) {
+      at = head.find("-->", at);
+      if (at == kNowhere) break;
+      continue;
+    }
+    std::string_view name;
+    if (BeginsNoCase(tag, "meta") && tag.size() > 4 && (IsSpace(tag[4]) || tag[4] == '/')) name = CharsetName(tag);
+    if (BeginsNoCase(tag, "?xml")) name = CharsetName(tag, "encoding");
+    if (!name.empty()) return name;
+  }
+  return {};
 }
 
-/// "charset=NAME", without what is around the name; empty: none.
-std::string_view CharsetIn(std::string_view text) {
-  const std::string_view named = NamedCharset(text);
-  const std::size_t equals = named.find('=');
-  if (equals == named.npos) return {};
-  const std::string_view name = TrimBytes(named.substr(equals + 1), " \t\"'");
-  return name.substr(0, name.find_first_of("\"' />;"));
+ResponseEncodings ByName(CharsetKind kind) {
+  switch (kind) {
+    case CharsetKind::kUtf8:
+      return {{TextEncoding::kUtf8}};
+    case CharsetKind::kLocal:
+      return {{TextEncoding::kLocal}};
+    case CharsetKind::kWideLittle:
+      return {{TextEncoding::kWideLittle}};
+    case CharsetKind::kWideBig:
+      return {{TextEncoding::kWideBig}};
+    case CharsetKind::kSingle:
+      return {{TextEncoding::kUtf8}, true};
+    case CharsetKind::kWide:
+    case CharsetKind::kDoubleByte:
+    case CharsetKind::kUnreadable:
+    case CharsetKind::kNone:
+    case CharsetKind::kUnknown:
+      break;
+  }
+  return {};
 }
 
-}  // namespace
-
-ResponseEncodings EncodingsOf(const ResponseText& response) {
-  constexpr std::string_view kUtf8[] = {"utf-8", "utf8"};
-  constexpr std::string_view kLocal[] = {"gb", "x-gbk", "cp936", "windows-936", "hz-gb"};
-  constexpr std::string_view kNoAscii[] = {"utf-7", "utf-32", "big5",     "x-x-big5",    "shift",
-                                           "sjis",  "x-sjis", "ms_kanji", "windows-31j", "iso-2022",
-                                           "johab", "ibm",    "cp037",    "ebcdic"};
+ResponseEncodings Find(const ResponseText& response) {
   const std::string_view text = response.text;
   if (text.starts_with("\xEF\xBB\xBF")) return {{TextEncoding::kUtf8}};
   if (text.starts_with("\xFF\xFE")) return {{TextEncoding::kWideLittle}};
   if (text.starts_with("\xFE\xFF")) return {{TextEncoding::kWideBig}};
-  std::string_view name = CharsetIn(response.type);
-  if (name.empty() && response.page) name = CharsetIn(text.substr(0, kHead));
-  if (BeginsWithOne(name, kUtf8)) return {{TextEncoding::kUtf8}};
-  if (BeginsWithOne(name, kLocal)) return {{TextEncoding::kLocal}};
-  if (BeginsNoCase(name, "utf-16be")) return {{TextEncoding::kWideBig}};
-  if (BeginsNoCase(name, "utf-16")) return {{TextEncoding::kWideLittle}};
-  if (BeginsWithOne(name, kNoAscii)) return {};
-  if (!name.empty()) return {{TextEncoding::kUtf8}, true};
-  const EncodingGuess guess = GuessEncoding(text);
-  ResponseEncodings found;
-  if (guess.utf8) found.encodings.push_back(TextEncoding::kUtf8);
-  if (guess.local) found.encodings.push_back(TextEncoding::kLocal);
+  CharsetKind kind = KindOfCharset(CharsetName(response.type));
+  const bool markup = !BeginsNoCase(response.type, "text/plain") && FindNoCase(response.type, "json") == kNowhere;
+  if ((kind == CharsetKind::kNone || kind == CharsetKind::kUnknown) && markup) {
+    kind = KindOfCharset(NamedInHead(text.substr(0, kHead)));
+    // Who reads that in bytes does not read UTF-16.
+    if (kind == CharsetKind::kWideLittle || kind == CharsetKind::kWideBig) kind = CharsetKind::kUtf8;
+  }
+  if (kind != CharsetKind::kNone && kind != CharsetKind::kUnknown) return ByName(kind);
+  EncodingEvidence evidence;
+  evidence.Add(text);
+  ResponseEncodings found{{TextEncoding::kUtf8}, false, evidence.stray == 0};
+  if (evidence.IsMostlyLocal()) found.encodings.push_back(TextEncoding::kLocal);
   return found;
+}
+
+}  // namespace
+
+const ResponseEncodings& EncodingsOf(const ResponseText& response) {
+  if (!response.encodings) response.encodings = Find(response);
+  return *response.encodings;
 }
 
 }  // namespace qiv

@@ -1,11 +1,13 @@
 // Sensitive words in requests: what a site blocks, replaces before the application gets it, and records.
 //
-// Each value is looked at in the forms of value_forms.h, and with character references resolved, which browsers send
-// for characters that a page's charset does not hold. What is replaced is replaced where it stands, in the form in
-// which the application reads it; words in bodies that were sent compressed or in UTF-16 are found, and stay.
+// A value is read as applications read it, with escaped characters and character references in the encoding that the
+// bytes beside them are in; for blocks and records in the forms of value_forms.h as well. What is replaced is replaced
+// where it stands. Left as they are: names, file names, headers of the protocol, keys and tokens in base64, bodies that
+// are no text; and words in bodies that were sent compressed or in UTF-16, which are found all the same.
 #pragma once
 
 #include <string_view>
+#include <vector>
 
 #include "checks/check_context.h"
 #include "checks/check_result.h"
@@ -30,9 +32,28 @@ struct WordFinding {
   std::string_view word;
 };
 void BlockWord(const WordFinding& finding, const RequestFacts& facts, const CheckContext& context, CheckResult& result);
-/// An event for what is replaced (kWordsReplaced, with ill_replace_log) or recorded (kWordsRecorded), counted in
-/// statistics.
-void NoteWord(MessageId reason, const WordFinding& finding, const RequestFacts& facts, const CheckContext& context);
+
+/// Events of what is replaced and recorded, held back until it is known what becomes of the request.
+class CWordNotes {
+ public:
+  CWordNotes(const RequestFacts& facts, const CheckContext& context) : facts_(facts), context_(context) {}
+
+  /// kWordsRecorded, kWordsReplaced (an event with ill_replace_log; counted in any case), or what became of a
+  /// replacement: kWordsLeftOut, kWordsKept.
+  void Add(MessageId reason, const WordFinding& finding);
+  /// Writes them; of a request that is blocked nothing is replaced.
+  void Write(bool blocked);
+
+ private:
+  struct Note {
+    MessageId reason;
+    CheckResult texts;
+  };
+
+  const RequestFacts& facts_;
+  const CheckContext& context_;
+  std::vector<Note> notes_;
+};
 
 /// Leaves status alone or sets it to 2; fills result.request.edits. Reads context.config and the request's raw texts.
 void SensitiveWordsCheck(const RequestFacts& facts, const CheckContext& context, CheckResult& result);

@@ -10,8 +10,11 @@
 namespace qiv {
 namespace {
 
-/// Bytes in which everything stands by accident: text in UTF-16, or in a body that is no form a share of control bytes
-/// that no text has. The rules judge such values all the same.
+/// A value without what InForm puts around it.
+JudgedText Alone(const JudgedText& in_form) { return in_form.Part({1, in_form.lowered.size() - 2}); }
+
+}  // namespace
+
 bool IsBinary(const RequestValue& value, std::string_view text) {
   constexpr std::size_t kShortest = 32;
   constexpr std::size_t kNulShare = 4;  // one NUL in so many bytes
@@ -22,11 +25,6 @@ bool IsBinary(const RequestValue& value, std::string_view text) {
   if (value.encoding != RequestValue::kPlain || !value.name.empty()) return false;
   return HoldsControlBytes(text);
 }
-
-/// A value without what InForm puts around it.
-JudgedText Alone(const JudgedText& in_form) { return in_form.Part({1, in_form.lowered.size() - 2}); }
-
-}  // namespace
 
 bool CValueJudge::Judge(const RequestValue& value) {
   if (IsPlainValue(value)) return false;

@@ -31,6 +31,10 @@ struct ValueHit {
   std::size_t name_length = 0;
 };
 
+/// Bytes in which everything stands by accident: text in UTF-16, or in a body that is no form a share of control bytes
+/// that no text has. `text` is the value decoded.
+bool IsBinary(const RequestValue& value, std::string_view text);
+
 /// What is looked for.
 struct ValueSwitches {
   bool sql = false;       ///< keyword rules

@@ -75,9 +75,7 @@ void BlockWebshell(const WebshellPlace& place, const WebshellResult& found, cons
     AppendAll(&result.detail, {comma, text(MessageId::kConnective), colon, WithoutSecrets(place.excerpt)});
 
   result.rule = found.rule;
-  // The lists leave only the first phase countable.
-  BlockPlainly(kKindWebshell, result.request.statistics || context.phase == kPhasePostExecute ? place.statistics : "",
-               facts, context, result);
+  BlockPlainly(kKindWebshell, CountedAs(place.statistics, context, result), facts, context, result);
 }
 
 void RecordPartialScan(const WebshellPlace& place, const char* check, const RequestFacts& facts,

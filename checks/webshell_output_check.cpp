@@ -18,7 +18,7 @@ constexpr std::size_t kScannedSource = 64 * 1024;
 
 void WebshellOutputCheck(const RequestFacts& facts, const CheckContext& context, CheckResult& result) {
   const WebsiteConfig& site = context.config;
-  const std::string_view text = context.response.text;
+  const std::string_view text = context.response.Head();
   if (site.base.trojan == 0 || site.base.trojan_webout == 0 || !context.webshells || !context.response.page ||
       text.empty() || context.response.part == ResponsePart::kLaterPiece) {
     return;

@@ -2,6 +2,8 @@
 // for ASCII characters, in lower case, and the no-break space, which reads as a blank here because GBK has none.
 // Names are compared without case: several of them ("&Tab;", "&NewLine;", "&Hat;") are written with capitals, and texts
 // are lower-cased before they come here.
+#include "common/html_entities.h"
+
 #include <algorithm>
 #include <array>
 #include <cstdint>
@@ -73,12 +75,14 @@ constexpr std::uint32_t kNoBreakSpace = 0xA0;
 constexpr std::uint32_t kLastCodePoint = 0x10FFFF;
 
 // Appends the character; false when there is none.
-bool AppendCodePoint(std::uint32_t code, std::string* result) {
+bool AppendCodePoint(std::uint32_t code, TextEncoding encoding, std::string* result) {
   if (code == 0 || code > kLastCodePoint || (code >= 0xD800 && code <= 0xDFFF)) return false;
   if (code < 0x80) {
     result->push_back(static_cast<char>(code));
   } else if (code == kNoBreakSpace) {
     result->push_back(' ');
+  } else if (encoding == TextEncoding::kUtf8) {
+    AppendUtf8(code, result);
   } else if (code < 0x10000) {
     result->append(Utf16ToGbk(std::u16string(1, static_cast<char16_t>(code))));
   } else {
@@ -95,7 +99,7 @@ constexpr int DigitValue(char c, std::uint32_t base) {
 }
 
 // `text` begins with "&#". Bytes of the reference, its character appended; 0 when it is none.
-std::size_t DecodeNumber(std::string_view text, std::string* result) {
+std::size_t DecodeNumber(std::string_view text, TextEncoding encoding, std::string* result) {
   std::size_t pos = 2;
   const std::uint32_t base = pos < text.size() && (text[pos] == 'x' || text[pos] == 'X') ? 16 : 10;
   if (base == 16) ++pos;
@@ -106,7 +110,7 @@ std::size_t DecodeNumber(std::string_view text, std::string* result) {
     if (digit < 0) break;
     code = std::min(code * base + static_cast<std::uint32_t>(digit), kLastCodePoint + 1);
   }
-  if (pos == digits || !AppendCodePoint(code, result)) return 0;
+  if (pos == digits || !AppendCodePoint(code, encoding, result)) return 0;
   return pos < text.size() && text[pos] == ';' ? pos + 1 : pos;
 }
 
@@ -132,6 +136,12 @@ std::size_t DecodeName(std::string_view text, std::string* result) {
 
 }  // namespace
 
+std::size_t DecodeHtmlEntity(std::string_view text, TextEncoding encoding, std::string* out) {
+  if (text.empty() || text[0] != '&') return 0;
+  const bool number = text.size() > 1 && text[1] == '#';
+  return number ? DecodeNumber(text, encoding, out) : DecodeName(text, out);
+}
+
 std::string DecodeHtmlEntities(std::string_view text) {
   std::string result;
   result.reserve(text.size());
@@ -141,9 +151,7 @@ std::string DecodeHtmlEntities(std::string_view text) {
     result.append(text.substr(pos, ampersand - pos));
     pos = ampersand;
     if (pos == text.size()) break;
-    const std::string_view rest = text.substr(pos);
-    const bool number = rest.size() > 1 && rest[1] == '#';
-    std::size_t used = number ? DecodeNumber(rest, &result) : DecodeName(rest, &result);
+    std::size_t used = DecodeHtmlEntity(text.substr(pos), TextEncoding::kLocal, &result);
     if (used == 0) {
       result.push_back('&');
       used = 1;

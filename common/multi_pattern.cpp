@@ -129,4 +129,11 @@ CMultiPattern::CMultiPattern(const std::vector<std::string>& patterns, const std
   CBuilder(this, patterns, ending).Build(dense_entries);
 }
 
+void CMultiPattern::FoldCase() {
+  for (int upper = 'A'; upper <= 'Z'; ++upper) {
+    class_of_[upper] = class_of_[upper | 0x20];
+    begins_none_[upper] = begins_none_[upper | 0x20];
+  }
+}
+
 }  // namespace qiv

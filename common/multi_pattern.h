@@ -44,6 +44,9 @@ class CMultiPattern {
   CMultiPattern(const std::vector<std::string>& patterns, const std::vector<bool>& ending,
                 std::size_t dense_entries = kDenseEntries);
 
+  /// From now on letters of the text are found in either case, with patterns that hold them in lower case alone.
+  void FoldCase();
+
   /// Whether no pattern can occur.
   bool Empty() const { return longest_ == 0; }
   std::size_t PatternCount() const { return lengths_.size(); }

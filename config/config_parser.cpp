@@ -290,8 +290,7 @@ void PrepareWords(const RequestSettings& request, PreparedWords* words) {
                                  if_on(request.ill_record, request.ill_record_keys));
   words->block_white_urls = CUrlExemptions(request.ill_block_white_urls);
   words->replace_white_urls = CUrlExemptions(request.ill_replace_white_urls);
-  words->new_word_utf8 = WithoutControls(request.ill_replace_newkey);  // it may come to stand in a header
-  words->new_word = CCharSet::Utf8ToLocal(words->new_word_utf8);
+  words->new_word = CReplacement(WithoutControls(request.ill_replace_newkey));  // it may come to stand in a header
 }
 
 void PrepareScript(const BaseSettings& base, PreparedScript* script) {

@@ -14,20 +14,12 @@
 
 #include "common/multi_pattern.h"
 #include "common/text.h"
+#include "common/text_encoding.h"
 #include "config/url_exemptions.h"
 
 namespace qiv {
 
 enum WordUse : std::uint8_t { kWordBlock = 1, kWordReplace = 2, kWordRecord = 4 };
-
-enum class TextEncoding : std::uint8_t { kLocal, kUtf8, kWideLittle, kWideBig };
-
-/// The encodings that a text may be in which names none: UTF-8, or GBK, or both when it can be read as either. Linear.
-struct EncodingGuess {
-  bool utf8 = false;
-  bool local = false;
-};
-EncodingGuess GuessEncoding(std::string_view text);
 
 struct WordHit {
   std::string_view word;  ///< as listed, GBK
@@ -60,7 +52,32 @@ class CSensitiveWords {
   std::vector<Word> words_;
   std::array<CMultiPattern, 4> patterns_;
   unsigned uses_ = 0;
-  bool any_letters_ = false;
+};
+
+/// What takes the place of a word, as the places of a request and a response hold it. Escapes of JSON and references of
+/// XML stand for the same in every encoding; a form's do not, they stand for bytes.
+class CReplacement {
+ public:
+  CReplacement() : CReplacement(std::string_view()) {}
+  explicit CReplacement(std::string_view utf8);
+
+  const std::string& Utf8() const { return plain_[1]; }
+  /// `encoding`: kLocal or kUtf8. What has no form in GBK is "?".
+  const std::string& Plain(TextEncoding encoding) const { return plain_[IndexOf(encoding)]; }
+  const std::string& Percent(TextEncoding encoding) const { return percent_[IndexOf(encoding)]; }
+  const std::string& Json() const { return json_; }  ///< of a string's inside; ASCII
+  const std::string& Xml() const { return xml_; }    ///< of a text or an attribute; ASCII
+  /// Whether it may stand in a cookie as it is.
+  bool FitsCookie() const { return fits_cookie_; }
+
+ private:
+  static std::size_t IndexOf(TextEncoding encoding) { return encoding == TextEncoding::kLocal ? 0 : 1; }
+
+  std::array<std::string, 2> plain_;
+  std::array<std::string, 2> percent_;
+  std::string json_;
+  std::string xml_;
+  bool fits_cookie_ = true;
 };
 
 /// What a load prepares of the keys about sensitive words.
@@ -68,14 +85,7 @@ struct PreparedWords {
   CSensitiveWords words;
   CUrlExemptions block_white_urls;
   CUrlExemptions replace_white_urls;
-  std::string new_word;       ///< GBK; what has no such form is "?"
-  std::string new_word_utf8;  ///< the same in UTF-8
-
-  /// What takes the place of a word in a text of that encoding.
-  std::string Replacement(TextEncoding encoding) const;
+  CReplacement new_word;
 };
-
-/// A text of UTF-8 in that encoding.
-std::string EncodeText(std::string_view utf8, TextEncoding encoding);
 
 }  // namespace qiv

@@ -7,20 +7,13 @@
 #include "host/header_names.h"
 #include "host/host_context.h"
 #include "host/results.h"
+#include "iis/data_chunk.h"
 
 namespace qiv::host {
 namespace {
 
 constexpr std::size_t kMaxChunks = 65534;      // per response, as found on the real server
 constexpr std::size_t kMaxReasonLength = 512;  // longer ones are refused
-
-iis::HTTP_DATA_CHUNK MemoryChunk(const void* data, std::size_t size) {
-  iis::HTTP_DATA_CHUNK chunk{};
-  chunk.DataChunkType = iis::HttpDataChunkFromMemory;
-  chunk.FromMemory.pBuffer = const_cast<void*>(data);
-  chunk.FromMemory.BufferLength = static_cast<iis::ULONG>(size);
-  return chunk;
-}
 
 bool IsSendable(const iis::HTTP_DATA_CHUNK& chunk) {
   if (chunk.DataChunkType == iis::HttpDataChunkFromMemory) {
@@ -186,7 +179,7 @@ iis::HRESULT CHostResponse::CopyChunk(const iis::HTTP_DATA_CHUNK& chunk) {
   if (size == 0) return kOk;
   std::unique_ptr<char[]> copy(new char[size]);
   std::memcpy(copy.get(), chunk.FromMemory.pBuffer, size);
-  const iis::HRESULT result = AddChunk(MemoryChunk(copy.get(), size), -1);
+  const iis::HRESULT result = AddChunk(iis::MakeMemoryChunk(copy.get(), size), -1);
   if (iis::Failed(result)) return result;
   buffers_.push_back(std::move(copy));
   buffered_bytes_ += size;
@@ -292,7 +285,7 @@ void CHostResponse::ReplaceByErrorPage() {
                            "</title></head>\r\n<body><h2>" + title + "</h2></body></html>\r\n";
   headers_.Delete(iis::HttpHeaderContentLength);
   headers_.Set(iis::HttpHeaderContentType, "text/html", 9, true);
-  CopyChunk(MemoryChunk(page.data(), page.size()));
+  CopyChunk(iis::MakeMemoryChunk(page.data(), page.size()));
 }
 
 iis::HRESULT CHostResponse::SetErrorDescription(iis::PCWSTR text, iis::DWORD length, iis::BOOL) {

@@ -11,6 +11,7 @@
 #include "host/pipeline.h"
 #include "host/response_framer.h"
 #include "host/results.h"
+#include "iis/data_chunk.h"
 #include "iis/header_names.h"
 
 namespace qiv::host {
@@ -201,10 +202,7 @@ std::vector<std::string> InProcessResponse::Headers(std::string_view name) const
 }
 
 iis::HRESULT WriteText(iis::IHttpContext& context, std::string_view text, bool more_data) {
-  iis::HTTP_DATA_CHUNK chunk{};
-  chunk.DataChunkType = iis::HttpDataChunkFromMemory;
-  chunk.FromMemory.pBuffer = const_cast<char*>(text.data());
-  chunk.FromMemory.BufferLength = static_cast<iis::ULONG>(text.size());
+  iis::HTTP_DATA_CHUNK chunk = iis::MakeMemoryChunk(text.data(), text.size());
   iis::DWORD sent = 0;
   return context.GetResponse()->WriteEntityChunks(&chunk, 1, 0, more_data, &sent, nullptr);
 }

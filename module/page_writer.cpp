@@ -8,6 +8,7 @@
 #include "common/char_set.h"
 #include "common/event_log.h"
 #include "config/website_config.h"
+#include "iis/data_chunk.h"
 #include "iis/httpserv.h"
 #include "module/page_encoding.h"
 #include "module/page_renderer.h"
@@ -104,10 +105,7 @@ EncodedPage ComposePage(const RequestFacts& facts, const CheckContext& context, 
 void WriteChunk(iis::IHttpContext& context, iis::IHttpResponse& response, std::string_view page) {
   char* kept = page.empty() ? nullptr : CopyToRequestMemory(context, page);
   if (!kept) return;
-  iis::HTTP_DATA_CHUNK chunk{};
-  chunk.DataChunkType = iis::HttpDataChunkFromMemory;
-  chunk.FromMemory.pBuffer = kept;
-  chunk.FromMemory.BufferLength = static_cast<iis::ULONG>(page.size());
+  iis::HTTP_DATA_CHUNK chunk = iis::MakeMemoryChunk(kept, page.size());
   iis::DWORD sent = 0;
   iis::BOOL pending = 0;
   response.WriteEntityChunks(&chunk, 1, 0, 1, &sent, &pending);

@@ -1,13 +1,17 @@
 #include "module/pipeline.h"
 
+#include <algorithm>
 #include <array>
+#include <iterator>
 #include <new>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "checks/sensitive_words_check.h"
 #include "common/secrets.h"
 #include "common/state_recorder.h"
+#include "common/text.h"
 #include "config/website_config.h"
 #include "module/facts_collector.h"
 #include "module/page_writer.h"
@@ -31,6 +35,25 @@ void BlankAcceptEncoding(iis::IHttpContext& context) {
   iis::USHORT length = 0;
   if (!request || !request->GetHeader(iis::HttpHeaderAcceptEncoding, &length)) return;
   request->SetHeader(iis::HttpHeaderAcceptEncoding, " ", 1, 1);
+}
+
+/// Whether the server itself serves the path as text that checks look at. Films and archives that are resumed are not
+/// of that kind, and an application that answers with parts knows what it sends.
+bool IsServedAsText(std::string_view path) {
+  constexpr std::string_view kTypes[] = {".htm", ".html", ".xhtml", ".shtml", ".txt", ".json", ".xml"};
+  const auto ends = [path](std::string_view type) {
+    return path.size() >= type.size() && EqualNoCase(path.substr(path.size() - type.size()), type);
+  };
+  return path.ends_with('/') || std::any_of(std::begin(kTypes), std::end(kTypes), ends);
+}
+
+/// A part of a page is not looked at: whoever asks for one gets all of it.
+void DropRange(iis::IHttpContext& context) {
+  iis::IHttpRequest* const request = context.GetRequest();
+  iis::USHORT length = 0;
+  if (!request || !request->GetHeader(iis::HttpHeaderRange, &length)) return;
+  request->DeleteHeader(iis::HttpHeaderRange);
+  request->DeleteHeader(iis::HttpHeaderIfRange);
 }
 
 iis::USHORT ResponseStatus(iis::IHttpContext& context) {
@@ -207,6 +230,12 @@ CheckVerdict CPipeline::RunRow(const CheckRow& row, Notification& notification, 
     row.run(notification.facts, own, decided);
     const bool blocks = decided.status == kBlocked && before != kBlocked;
     if (exempting && blocks && exempted_.IsExempt(row, notification.record, context, *result, &decided)) {
+      if (row.edits) {
+        CheckContext unblocking = own;
+        unblocking.exempt_blocks = true;
+        row.run(notification.facts, unblocking, *result);
+        held.Release();
+      }
       return CheckVerdict::kExempt;
     }
     held.Release();
@@ -281,6 +310,7 @@ iis::REQUEST_NOTIFICATION_STATUS CPipeline::BeginRequest(iis::IHttpContext& serv
   Notification notification(*record, ContextOf(*record, kPhaseBegin), {});
   CheckResult& result = notification.result;
   if (config.response.disable_compress) BlankAcceptEncoding(server);
+  if (IsServedAsText(record->facts.path) && WantedResponseBytes(record->facts, config) != 0) DropRange(server);
   RunStage(Stage::kLists, notification);
   if (result.status == kBlocked) {
     result.request.page_detail = false;
@@ -294,19 +324,38 @@ iis::REQUEST_NOTIFICATION_STATUS CPipeline::BeginRequest(iis::IHttpContext& serv
   if (result.status != kBlocked) RunStage(Stage::kRequestAlways, notification);
   const bool blocked = result.status == kBlocked;
   if (blocked) WriteBlockPage(notification);
-  if (!blocked && result.request.edits) EditRequest(server, record->facts, *result.request.edits);
+  if (!blocked && result.request.edits) ChangeRequest(notification);
   RunAfterDecision(notification);
   if (config.log_requests) services_.recorder.RecordRequest(record->facts, notification.context, result);
   return blocked ? RQ_NOTIFICATION_FINISH_REQUEST : RQ_NOTIFICATION_CONTINUE;
+}
+
+/// What words the application gets after all, somebody should know of.
+void CPipeline::ChangeRequest(const Notification& notification) const {
+  const RequestFacts& facts = notification.facts;
+  const RefusedEdits refused = EditRequest(*facts.context, facts, *notification.result.request.edits);
+  CWordNotes notes(facts, notification.context);
+  if (refused.query) notes.Add(MessageId::kWordsKept, {"GET", {}, "-"});
+  if (refused.body) notes.Add(MessageId::kWordsKept, {"POST", {}, "-"});
+  if (refused.headers) notes.Add(MessageId::kWordsKept, {"Header", {}, "-"});
+  notes.Write(false);
+}
+
+/// How much of the answer to this request the checks want; 0: none of it.
+std::size_t CPipeline::WantedResponseBytes(const RequestFacts& facts, const WebsiteConfig& config) const {
+  std::size_t most = 0;
+  for (const CheckRow& row : checks_) {
+    if (row.wants && row.IsOn(config)) most = std::max(most, row.wants(facts, config));
+  }
+  return most;
 }
 
 /// A blocked response goes out in no part: the page takes its place.
 void CPipeline::InspectResponse(Notification& notification) {
   CResponseReader reader(*notification.facts.context);
   const CheckResult& result = notification.result;
-  if (const std::size_t most = WantedResponseBytes(notification.context.config); most != 0) {
-    notification.context.response = reader.Read(most);
-  }
+  const std::size_t most = WantedResponseBytes(notification.facts, notification.context.config);
+  if (most != 0) notification.context.response = reader.Read(most);
   RunStage(Stage::kResponseBody, notification);
   notification.context.response = {};
   if (result.status == kBlocked) {
@@ -324,7 +373,8 @@ void CPipeline::InspectPiece(iis::IHttpContext& server, const StoredRequest& sto
   CResponseReader reader(server);
   std::shared_ptr<StreamedAnswer> streamed = stored.streamed;
   if (streamed && streamed->dropped) return reader.DropPiece();
-  if (stored.page_written || !provider || WantedResponseBytes(*stored.record->config) == 0) return;
+  if (stored.page_written || !provider || WantedResponseBytes(stored.record->facts, *stored.record->config) == 0)
+    return;
   if (with_headers) {
     // One that goes out whole was looked at when its handler had ended.
     if ((provider->GetFlags() & iis::HTTP_SEND_RESPONSE_FLAG_MORE_DATA) == 0) return;

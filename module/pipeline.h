@@ -68,6 +68,8 @@ class CPipeline {
   void Observe(const CheckRow& row, CheckVerdict verdict, const Notification& notification) const;
   void RunAfterDecision(Notification& notification) const;
   void WriteBlockPage(Notification& notification, bool reset_response = false);
+  std::size_t WantedResponseBytes(const RequestFacts& facts, const WebsiteConfig& config) const;
+  void ChangeRequest(const Notification& notification) const;
   void InspectResponse(Notification& notification);
   void InspectPiece(iis::IHttpContext& server, const StoredRequest& stored, const iis::ISendResponseProvider* provider,
                     bool with_headers);

@@ -5,7 +5,7 @@
 
 #include "common/char_set.h"
 #include "common/text.h"
-#include "config/website_config.h"
+#include "iis/data_chunk.h"
 #include "module/server_text.h"
 #include "port/file.h"
 
@@ -44,14 +44,6 @@ bool IsPlainlyEncoded(const iis::IHttpResponse& response) {
   return encoding.empty() || EqualNoCase(encoding, "identity");
 }
 
-iis::HTTP_DATA_CHUNK MemoryChunk(const char* data, std::size_t size) {
-  iis::HTTP_DATA_CHUNK chunk{};
-  chunk.DataChunkType = iis::HttpDataChunkFromMemory;
-  chunk.FromMemory.pBuffer = const_cast<char*>(data);
-  chunk.FromMemory.BufferLength = static_cast<iis::ULONG>(size);
-  return chunk;
-}
-
 /// What was said of a body that is another one now.
 void DropBodyHeaders(iis::IHttpResponse& response) {
   for (const iis::HTTP_HEADER_ID id : {iis::HttpHeaderContentLength, iis::HttpHeaderContentMd5,
@@ -61,37 +53,31 @@ void DropBodyHeaders(iis::IHttpResponse& response) {
   for (const char* const name : {"Digest", "Content-Digest", "Repr-Digest"}) response.DeleteHeader(name);
 }
 
+struct WrittenEdit {
+  std::size_t offset;
+  std::size_t end;
+  std::string text;
+};
+
 /// Edits with little between them as one: a chunk costs more than to copy that.
-TextEdits Gathered(std::string_view text, const TextEdits& edits) {
+std::vector<WrittenEdit> Gathered(std::string_view text, const TextEdits& edits) {
   constexpr std::size_t kLittle = 4096;
-  TextEdits gathered;
-  for (const TextEdit& edit : edits) {
-    TextPlace& last = gathered.empty() ? gathered.emplace_back(edit).place : gathered.back().place;
-    const std::size_t end = last.offset + last.length;
-    if (&edit == &edits.front()) continue;
-    if (edit.place.offset - end > kLittle) {
-      gathered.push_back(edit);
+  std::vector<WrittenEdit> gathered;
+  for (const TextEdits::Edit& edit : edits.edits) {
+    const std::size_t end = std::size_t{edit.offset} + edit.length;
+    const std::string& with = edits.texts[edit.text];
+    if (gathered.empty() || edit.offset - gathered.back().end > kLittle) {
+      gathered.push_back({edit.offset, end, with});
       continue;
     }
-    AppendAll(&gathered.back().text, {text.substr(end, edit.place.offset - end), edit.text});
-    last.length = edit.place.offset + edit.place.length - last.offset;
+    WrittenEdit& last = gathered.back();
+    AppendAll(&last.text, {text.substr(last.end, edit.offset - last.end), with});
+    last.end = end;
   }
   return gathered;
 }
 
 }  // namespace
-
-std::size_t WantedResponseBytes(const WebsiteConfig& config) {
-  const BaseSettings& base = config.base;
-  const RequestSettings& request = config.request;
-  const unsigned uses = (request.ill_block_webout ? unsigned{kWordBlock} : 0U) |
-                        (request.ill_replace_webout ? unsigned{kWordReplace} : 0U) |
-                        (request.ill_record_webout ? unsigned{kWordRecord} : 0U);
-  if ((uses & config.words.words.Uses()) != 0 || !config.script.urls.Empty()) return kMostEditedBytes;
-  const bool heads =
-      (base.trojan && base.trojan_webout) || (base.badcode && base.badcode_webout) || (base.url && base.url_dir_list);
-  return heads ? kMostResponseBytes : 0;
-}
 
 /// False when not all of the chunk that was wanted could be had.
 bool CResponseReader::ReadChunk(const iis::HTTP_DATA_CHUNK& chunk, std::size_t room, Piece* piece) {
@@ -108,13 +94,16 @@ bool CResponseReader::ReadChunk(const iis::HTTP_DATA_CHUNK& chunk, std::size_t r
   const iis::HTTP_BYTE_RANGE& range = chunk.FromFileHandle.ByteRange;
   // One byte more tells whether the file goes on.
   const auto wanted = static_cast<std::size_t>(std::min<std::uint64_t>(range.Length, room + 1));
-  std::string part;
+  std::string behind;
+  std::string& part = room_.empty() ? room_ : behind;  // most files are alone, and read in place
   const bool read =
       ReadHandlePart(chunk.FromFileHandle.FileHandle, range.StartingOffset, wanted, &part) == ReadFileResult::kOk;
-  piece->length = std::min(part.size(), room);
-  piece->ends = part.size() <= room;
-  room_.append(part, 0, piece->length);
-  return read && (range.Length == iis::HTTP_BYTE_RANGE_TO_EOF || part.size() == wanted);
+  const std::size_t got = part.size();
+  piece->length = std::min(got, room);
+  piece->ends = got <= room;
+  part.resize(piece->length);
+  if (&part != &room_) room_ += part;
+  return read && (range.Length == iis::HTTP_BYTE_RANGE_TO_EOF || got == wanted);
 }
 
 ResponseText CResponseReader::Read(std::size_t most) {
@@ -202,7 +191,7 @@ void CResponseReader::AppendPart(const iis::HTTP_DATA_CHUNK& chunk, const Piece&
   const std::size_t skipped = begin - piece.begin;
   iis::HTTP_DATA_CHUNK part = chunk;
   if (chunk.DataChunkType == iis::HttpDataChunkFromMemory) {
-    part = MemoryChunk(static_cast<const char*>(chunk.FromMemory.pBuffer) + skipped, end - begin);
+    part = iis::MakeMemoryChunk(static_cast<const char*>(chunk.FromMemory.pBuffer) + skipped, end - begin);
   } else {
     part.FromFileHandle.ByteRange = {chunk.FromFileHandle.ByteRange.StartingOffset + skipped, end - begin};
   }
@@ -213,7 +202,7 @@ void CResponseReader::Edit(const TextEdits& edits) {
   iis::IHttpResponse* const response = context_.GetResponse();
   const iis::HTTP_RESPONSE* const raw = response ? response->GetRawHttpResponse() : nullptr;
   if (!raw || edits.empty()) return;
-  const TextEdits gathered = Gathered(text_, edits);
+  const std::vector<WrittenEdit> gathered = Gathered(text_, edits);
   std::vector<iis::HTTP_DATA_CHUNK> chunks;
   std::size_t next = 0;  // edit
   std::size_t at = 0;    // in the text
@@ -226,21 +215,21 @@ void CResponseReader::Edit(const TextEdits& edits) {
     const Piece& piece = pieces_[i];
     const std::size_t end = piece.begin + piece.length;
     const bool last = i + 1 == pieces_.size();
-    for (; next < gathered.size() && (last || gathered[next].place.offset < end); ++next) {
-      const TextEdit& edit = gathered[next];
-      AppendPart(chunk, piece, at, edit.place.offset, &chunks);
+    for (; next < gathered.size() && (last || gathered[next].offset < end); ++next) {
+      const WrittenEdit& edit = gathered[next];
+      AppendPart(chunk, piece, at, edit.offset, &chunks);
       const char* const kept = edit.text.empty() ? nullptr : CopyToRequestMemory(context_, edit.text);
       if (!kept && !edit.text.empty()) return;
-      if (kept) chunks.push_back(MemoryChunk(kept, edit.text.size()));
-      at = edit.place.offset + edit.place.length;
+      if (kept) chunks.push_back(iis::MakeMemoryChunk(kept, edit.text.size()));
+      at = edit.end;
     }
     AppendPart(chunk, piece, at, end, &chunks);
     at = std::max(at, end);
     if (piece.ends || piece.length == 0) continue;
     iis::HTTP_DATA_CHUNK rest = chunk;
     if (chunk.DataChunkType == iis::HttpDataChunkFromMemory) {
-      rest = MemoryChunk(static_cast<const char*>(chunk.FromMemory.pBuffer) + piece.length,
-                         chunk.FromMemory.BufferLength - piece.length);
+      rest = iis::MakeMemoryChunk(static_cast<const char*>(chunk.FromMemory.pBuffer) + piece.length,
+                                  chunk.FromMemory.BufferLength - piece.length);
     } else {
       iis::HTTP_BYTE_RANGE& range = rest.FromFileHandle.ByteRange;
       range.StartingOffset += piece.length;

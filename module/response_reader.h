@@ -17,14 +17,8 @@
 
 namespace qiv {
 
-struct WebsiteConfig;
-
-/// Bytes of a response that are read: what is looked for stands at its head.
-inline constexpr std::size_t kMostResponseBytes = 256 * 1024;
-/// And where words are looked for or a script is inserted: all but a few pages whole.
-inline constexpr std::size_t kMostEditedBytes = 4 * 1024 * 1024;
-
-/// And of an answer that goes out in pieces, in all: many pages whole, and still no more than some milliseconds.
+/// What is read of an answer that goes out in pieces, in all: many pages whole, and still no more than some
+/// milliseconds.
 inline constexpr std::size_t kMostStreamedBytes = 4 * 1024 * 1024;
 
 /// An answer that goes out in pieces. Used by one notification of its request at a time.
@@ -36,9 +30,6 @@ struct StreamedAnswer {
   std::string end;                        ///< of what was read last
   std::size_t left = kMostStreamedBytes;  ///< what is still read of it
 };
-
-/// How much of a response the checks of the site want; 0: none of it.
-std::size_t WantedResponseBytes(const WebsiteConfig& config);
 
 /// The response of one notification. Views that it gave are valid as long as it is, and until Edit.
 class CResponseReader {

@@ -5,6 +5,7 @@
 #include "checks/sensitive_words_output_check.h"
 #include "common/text.h"
 #include "tests/checks/check_fixture.h"
+#include "tests/checks/edited_text.h"
 
 namespace qiv {
 namespace {
@@ -22,7 +23,7 @@ class SensitiveWordsTest : public CCheckFixture {
     request.ill_block_post = request.ill_replace_post = true;
     request.ill_block_log = 1;
     site_->words.words = CSensitiveWords("badword|\xD6\xD0\xCE\xC4|\xA1\xB2|\xD5\x41", "darn|\xD3\xA2\xB9\xFA", "note");
-    site_->words.new_word = site_->words.new_word_utf8 = "**";
+    site_->words.new_word = CReplacement("**");
     site_->words.block_white_urls = CUrlExemptions("/free/");
     UseSite();
   }
@@ -35,14 +36,14 @@ class SensitiveWordsTest : public CCheckFixture {
   std::string Query(const std::string& query) {
     facts_.raw_url = "/a?" + query;
     const std::string detail = Decide();
-    return detail.empty() && result_.request.edits ? Edited(facts_.raw_url, result_.request.edits->url) : detail;
+    return detail.empty() && result_.request.edits ? result_.request.edits->query.value_or("") : detail;
   }
   std::string Body(const std::string& type, const std::string& body) {
     facts_.raw_url = "/a";
     facts_.content_type = type;
     facts_.raw_body = body;
     const std::string detail = Decide();
-    return detail.empty() && result_.request.edits ? Edited(body, result_.request.edits->body) : detail;
+    return detail.empty() && result_.request.edits ? result_.request.edits->body.value_or("") : detail;
   }
   std::string Answer(const std::string& type, const std::string& text) {
     result_ = {};
@@ -70,7 +71,8 @@ TEST_F(SensitiveWordsTest, FindsWordsInEveryFormAndPlace) {
   EXPECT_EQ(result_.item, "Sensitive Word Protection(GET)");
   EXPECT_EQ(statistics_.back(), "feifa 192.0.2.7 -");
   for (const char* query : {"q=%E4%B8%AD%E6%96%87", "q=%D6%D0%CE%C4", "q=x%u4E2D%u6587", "q=%26%2320013;%26%2325991;",
-                            "q=a\xE4\xB8\xAD%E6%96%87%FF"}) {
+                            "q=a\xE4\xB8\xAD%E6%96%87%FF", "q=%E4%B8%AD%u6587", "q=%E4%B8%AD%26%2325991;",
+                            "q=%D6%D0%CE%C4%E7%9A%84%E7%9A%84%E7%9A%84%E7%9A%84%E7%9A%84%E7%9A%84", "q=%D6%D0%u6587"}) {
     EXPECT_NE(Query(query).find("Keywords:\xD6\xD0\xCE\xC4"), std::string::npos) << query;
   }
   EXPECT_NE(Body("application/json", R"({"a":["\u4e2d\u6587"]})"), "");
@@ -92,9 +94,8 @@ TEST_F(SensitiveWordsTest, FindsWordsInEveryFormAndPlace) {
 }
 
 TEST_F(SensitiveWordsTest, ReplacesWordsWhereTheyStand) {
-  site_->words.new_word_utf8 = "a\"&<";
-  site_->words.new_word = "a\"&<";
-  EXPECT_EQ(Query("a=%20d%61rn%2B&b=1+%D3%A2%B9%FA;&darn"), "/a?a=%20a%22%26%3C%2B&b=1+a%22%26%3C;&a%22%26%3C");
+  site_->words.new_word = CReplacement("a\"&<");
+  EXPECT_EQ(Query("a=%20d%61rn%2B&b=1+%D3%A2%B9%FA;&darn"), "a=%20a%22%26%3C%2B&b=1+a%22%26%3C;&a%22%26%3C");
   EXPECT_EQ(statistics_.back(), "feifa_replace 192.0.2.7 -");
   constexpr char kForm[] = "application/x-www-form-urlencoded";
   EXPECT_EQ(Body(kForm, "a=%E8%8B%B1%E5%9B%BD"), "a=a%22%26%3C");
@@ -108,11 +109,60 @@ TEST_F(SensitiveWordsTest, ReplacesWordsWhereTheyStand) {
             "--b\r\nContent-Disposition: form-data; name=\"f\"; filename=\"f\"\r\n\r\ndarn\r\n--b--\r\n")
       << "files stay as they are";
   facts_.headers = {{40, "User-Agent", "x darn"}, {25, "Cookie", "a=darn; b=%64arn"}};
-  EXPECT_EQ(Body(kForm, "a=1"), "a=1");
+  EXPECT_EQ(Body(kForm, "a=1"), "");
   const auto& headers = result_.request.edits->headers;
   ASSERT_EQ(headers.size(), 2U);
-  EXPECT_EQ(Edited(facts_.headers[0].value, headers[0].second), "x a\"&<");
-  EXPECT_EQ(Edited(facts_.headers[1].value, headers[1].second), "a=a%22%26%3C; b=a%22%26%3C");
+  EXPECT_EQ(headers[0].second, "x a\"&<");
+  EXPECT_EQ(headers[1].second, "a=a%22%26%3C; b=a%22%26%3C");
+}
+
+TEST_F(SensitiveWordsTest, WritesTheNewWordAsThePlaceIsWritten) {
+  site_->words.new_word = CReplacement("\xE5\x92\x8C");  // BACD in GBK, U+548C
+  const std::string type = "application/x-www-form-urlencoded";
+  const std::string run = "aB3" + std::string(29, 'x');
+  struct Row {
+    std::string type, body, edited;
+  };
+  for (const Row& row : {Row{type, "a=%D3%A2%B9%FA", "a=%BA%CD"},
+                         {type, "a=%E8%8B%B1%E5%9B%BD", "a=%E5%92%8C"},
+                         {type, "a=darn&b=%BA%CD", "a=%BA%CD&b=%BA%CD"},
+                         {type + "; charset=gbk", "a=darn", "a=%BA%CD"},
+                         {type, "a=%E8%8B%B1%u56fd&b=%u82F1%u56fd", "a=%E5%92%8C&b=%E5%92%8C"},
+                         {type, "a=%26%2333521;%E5%9B%BD.", "a=%E5%92%8C."},
+                         {"text/xml", "<a>&#33521;&#22269;&#x000000000064;arn</a>", "<a>&#21644;&#21644;</a>"},
+                         {"application/json", R"(["\u82f1\u56fd"])", R"(["\u548C"])"},
+                         {type, "darn=1&" + run + "=darn", "darn=1&" + run + "=%E5%92%8C"},
+                         {type, "a=" + run + "darn", ""},
+                         {type, "a=" + run.substr(1) + "+darn", "a=" + run.substr(1) + "+%E5%92%8C"},
+                         {"application/octet-stream", "darn", ""},
+                         {"", "<darn>" + std::string(40, '\1'), ""},
+                         {"text/plain", "darn", "\xE5\x92\x8C"}}) {
+    EXPECT_EQ(Body(row.type, row.body), row.edited) << row.body;
+  }
+  facts_.headers = {{11, "Content-Length", "darn"},
+                    {24, "Authorization", "darn"},
+                    {28, "Host", "darn"},
+                    {kUnknownHeader, "Origin", "darn"},
+                    {kUnknownHeader, "X-Note", "darn"}};
+  facts_.raw_body = {};
+  EXPECT_EQ(Decide(), "");
+  ASSERT_EQ(result_.request.edits->headers.size(), 1U);
+  EXPECT_EQ(result_.request.edits->headers[0].first, 4U);
+
+  // What would grow too long is left out, and somebody told; a blocked request has nothing replaced.
+  partial_.clear();
+  site_->request.ill_replace_log = 0;
+  site_->words.new_word = CReplacement(std::string(60000, 'y'));
+  facts_.headers = {{40, "User-Agent", "darn darn."}};
+  EXPECT_EQ(Decide(), "");
+  EXPECT_EQ(result_.request.edits->headers[0].second, std::string(60000, 'y') + " .");
+  EXPECT_EQ(partial_, std::vector<std::string>{"words"});
+  site_->request.ill_replace_log = 1;
+  partial_.clear();
+  statistics_.clear();
+  EXPECT_NE(Query("a=darn&b=badword"), "");
+  EXPECT_TRUE(partial_.empty() && statistics_ == std::vector<std::string>{"feifa 192.0.2.7 -"} &&
+              !result_.request.edits);
 }
 
 TEST_F(SensitiveWordsTest, ReadsResponsesInTheirCharset) {
@@ -133,6 +183,17 @@ TEST_F(SensitiveWordsTest, ReadsResponsesInTheirCharset) {
                          {"text/html; charset=big5", gbk + "badword", ""},
                          {"text/html; charset=windows-1252", gbk + "darn", gbk + "**"},
                          {"text/html; charset=utf-8", gbk, ""},
+                         {"text/plain", "charset=big5 <meta charset=big5>" + gbk, "blocked"},
+                         {"text/html", "<p>charset=big5</p><!-- <meta charset=big5> -->" + gbk, "blocked"},
+                         {"text/html", "<META name=x><meta http-equiv=a content='b; charset=utf-8'>" + gbk, ""},
+                         {"application/xml", "<?xml version='1.0' encoding='gbk'?><a>" + gbk, "blocked"},
+                         {"text/html; charset=nobody-knows", gbk, "blocked"},
+                         {"text/html; charset=ks_c_5601-1987", "badword", ""},
+                         {"text/html; charset=csShiftJIS", "badword", ""},
+                         {"text/html; charset=unicode", std::string("d\0a\0r\0n\0", 8), std::string("*\0*\0", 4)},
+                         {"application/json", R"({"a":"\u4e2d\u6587"})", "blocked"},
+                         {"application/json", R"({"a":"\u82f1\u56fd\n"})", R"({"a":"**\n"})"},
+                         {"text/html", "<p>&#x82F1;&#22269; &amp; d&#97;rn", "<p>** &amp; **"},
                          {"text/html; charset=utf-16be", std::string("x\0d\0a\0r\0ny", 10), ""},
                          {"text/html", "darn \xE8\x8B\xB1\xE5\x9B\xBD dARn", "** ** **"},
                          {"", wide,
@@ -141,8 +202,8 @@ TEST_F(SensitiveWordsTest, ReadsResponsesInTheirCharset) {
                                       8)}}) {
     EXPECT_EQ(Answer(row.type, row.text), row.answer) << row.type << " " << row.text;
   }
-  site_->words.new_word_utf8 = "\"<\xE2\x82\xAC";
-  EXPECT_EQ(Answer("application/json", "\"darn\""), "\"\\\"<\xE2\x82\xAC\"");
+  site_->words.new_word = CReplacement("\"<\xE2\x82\xAC");
+  EXPECT_EQ(Answer("application/json", "\"darn\""), "\"\\\"<\\u20AC\"");
   EXPECT_EQ(Answer("text/html; charset=utf-8", "darn"), "&quot;&lt;\xE2\x82\xAC");
   EXPECT_EQ(Answer("text/html; charset=windows-1252", "darn"), "***");
 }
@@ -159,6 +220,10 @@ TEST_F(SensitiveWordsTest, InsertsTheScriptBehindWhatItReplaces) {
   EXPECT_EQ(Answer("text/html; charset=koi8-r", "</body>"), "") << "cannot be written there";
   EXPECT_EQ(Answer("text/plain", "</body>"), "");
   EXPECT_EQ(Answer("text/html", "</bodyx>"), "");
+  EXPECT_NE(Answer("text/html", "\xEF\xBB\xBF <p></body><!-- > --> </HTML> "), "");
+  for (const char* page : {"{\"a\":\"<p></body>\"}", "<script>s='</body>'</script>", "<p></body><p>", "text</body>"}) {
+    EXPECT_EQ(Answer("text/html", page), "") << page;
+  }
   for (const char* url : {"/other", "/shop/api/1"}) {
     facts_.raw_url = url;
     EXPECT_EQ(Answer("text/html", "</body>"), "") << url;

@@ -69,6 +69,7 @@ iis::PCSTR CFakeRequest::GetHeader(iis::PCSTR name, iis::USHORT* length) const {
 }
 
 iis::HRESULT CFakeRequest::SetHeader(iis::HTTP_HEADER_ID id, iis::PCSTR value, iis::USHORT length, iis::BOOL) {
+  if (id == refused_header) return iis::kInvalidData;
   known[id] = std::string(value, length);
   return 0;
 }
@@ -101,6 +102,7 @@ iis::HRESULT CFakeRequest::ReadEntityBody(iis::VOID* buffer, iis::DWORD size, ii
 }
 
 iis::HRESULT CFakeRequest::InsertEntityBody(iis::VOID* buffer, iis::DWORD size) {
+  if (refused_inserts-- > 0) return iis::kInvalidData;
   inserted.emplace_back(static_cast<const char*>(buffer), size);
   return body.insert_result;
 }

@@ -64,6 +64,10 @@ class CFakeRequest final : public stubs::UnexpectedHttpRequest {
   std::size_t read = 0;  ///< bytes taken out of body.data
   int reads = 0;
   std::vector<std::string> inserted;  ///< one entry an insertion
+  int refused_inserts = 0;            ///< so many are refused before one is taken
+  std::int32_t refused_header = -1;   ///< is not set
+  bool url_changed = false;
+  std::string set_url;  ///< by the module
   iis::HTTP_REQUEST raw{};
 
   const iis::HTTP_REQUEST* GetRawHttpRequest() const override { return has_raw ? &raw : nullptr; }
@@ -71,6 +75,15 @@ class CFakeRequest final : public stubs::UnexpectedHttpRequest {
   iis::PCSTR GetHeader(iis::HTTP_HEADER_ID id, iis::USHORT* length) const override;
   iis::PCSTR GetHeader(iis::PCSTR name, iis::USHORT* length) const override;
   iis::HRESULT SetHeader(iis::HTTP_HEADER_ID id, iis::PCSTR value, iis::USHORT length, iis::BOOL replace) override;
+  iis::HRESULT SetHeader(iis::PCSTR name, iis::PCSTR value, iis::USHORT length, iis::BOOL) override {
+    unknown[name] = std::string(value, length);
+    return 0;
+  }
+  iis::HRESULT SetUrl(iis::PCSTR url, iis::DWORD length, iis::BOOL) override {
+    set_url.assign(url, length);
+    return 0;
+  }
+  iis::BOOL GetUrlChanged() const override { return url_changed; }
   iis::PCSTR GetHttpMethod() const override { return method.c_str(); }
   iis::PSOCKADDR GetRemoteAddress() const override;
   iis::PSOCKADDR GetLocalAddress() const override { return GetRemoteAddress(); }

@@ -7,6 +7,7 @@
 
 #include "host/file_handle.h"
 #include "port/file.h"
+#include "tests/checks/edited_text.h"
 #include "tests/module/fake_server.h"
 #include "tests/port/temporary_directory.h"
 
@@ -153,9 +154,9 @@ TEST(ResponseReader, EditsWhatItReadAndLeavesTheRest) {
         ASSERT_EQ(read.text, whole.substr(0, most));
         EXPECT_TRUE(read.may_change);
         EXPECT_EQ(read.whole, most > whole.size());
-        TextEdits edits{{{0, 1}, "first"}, {{2, 2}, ""}};
+        TextEdits edits{{{0, 1, 0}, {2, 2, 1}}, {"first", "", "<>"}};
         for (const std::size_t at : {std::size_t{6}, read.text.size() - 1}) {
-          if (at > 4 && at < read.text.size()) edits.push_back({{at, 1}, "<" + std::to_string(at) + ">"});
+          if (at > 4 && at < read.text.size()) edits.Add({at, 1}, 2);
         }
         KeepApart(&edits);
         const std::string expected = Edited(whole, edits);
@@ -175,20 +176,23 @@ TEST(ResponseReader, LeavesAResponseAsItIsWhereItCannotChange) {
   context.response.known[iis::HttpHeaderContentLength] = "9";
   CResponseReader reader(context);
   reader.Read(100);
-  reader.Edit({{{5, 4}, "more"}});  // two chunks of one
+  reader.Edit({{{5, 4, 0}}, {"more"}});  // two chunks of one
   EXPECT_EQ(Sent(context), "some more");
   context.response.chunk_room = 0;
   CResponseReader again(context);
   again.Read(100);
-  again.Edit({{{2, 1}, "x"}});
+  again.Edit({{{2, 1, 0}}, {"x"}});
   EXPECT_EQ(Sent(context), "some more") << "no room";
   context.memory_limit = 1;
   CResponseReader poor(context);
   poor.Read(100);
-  poor.Edit({{{0, 1}, "xyz"}});
+  poor.Edit({{{0, 1, 0}}, {"xyz"}});
   EXPECT_EQ(Sent(context), "some more") << "no memory";
   context.response.known[iis::HttpHeaderContentRange] = "bytes 0-8/100";
   EXPECT_FALSE(CResponseReader(context).Read(100).may_change);
+  context.response.known.clear();
+  context.response.GetRawHttpResponse()->StatusCode = 206;
+  EXPECT_FALSE(CResponseReader(context).Read(100).may_change) << "a part";
 }
 
 }  // namespace
