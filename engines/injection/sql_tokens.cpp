@@ -225,6 +225,18 @@ std::size_t CSqlText::BehindComment(std::size_t from) {
   return end == ends_.end() ? std::string_view::npos : *end;
 }
 
+std::size_t CSqlText::PlainQuote(char quote, std::size_t from) {
+  QuoteSpan& known = plain_quotes_[quote == '\'' ? 0 : quote == '"' ? 1 : 2];
+  if (from >= known.from && from <= known.next) return known.next;
+  std::size_t next = text_.find(quote, from);
+  while (next != std::string_view::npos && next > 0 && text_[next - 1] == '\\') {
+    // The rest is known.
+    next = next >= known.from && next <= known.next ? known.next : text_.find(quote, next + 1);
+  }
+  known = {from, next};
+  return next;
+}
+
 CSqlText::Read* CSqlText::BarrenAt(std::size_t at) {
   Read& known = kept_[at % kKept];
   if (known.at != at) CSqlTokens(this, at);
@@ -378,11 +390,11 @@ void CSqlTokens::ReadString(char quote) {
   constexpr int kMostDoubled = 8;
   int doubled = 0;
   std::size_t end = at_ + 1;
+  const std::size_t limit = std::min(text_.size(), at_ + room_);
   for (;; ++end) {
-    end = FindNear(quote, end);
-    if (end == std::string_view::npos)
+    end = shared_.PlainQuote(quote, end);
+    if (end >= limit)
       return text_.size() - at_ <= room_ ? Take(Kind::kOpenString, text_.size() - at_) : Take(Kind::kCut, 0);
-    if (text_[end - 1] == '\\' && end - 1 > at_) continue;
     if (At(end + 1) != quote) break;
     // Doubled: part of the string.
     if (++doubled > kMostDoubled) return Take(Kind::kOther, 1);

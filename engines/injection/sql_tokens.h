@@ -5,6 +5,7 @@
 // reading that attackers use is taken: "#" and "--" begin a comment, "`x`" and "[x]" are names, 0xA0 is a blank.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
@@ -92,6 +93,9 @@ class CSqlText {
   std::string_view Text() const { return text_; }
   /// Offset behind the first "*/" at or after `from`; npos when there is none.
   std::size_t BehindComment(std::size_t from);
+  /// First quote of that kind at or after `from` without a backslash before it; npos when there is none. Asked from
+  /// place to place on, it costs a few steps each.
+  std::size_t PlainQuote(char quote, std::size_t from);
 
   /// Whether the next tokens from `from` on, so many, hold nothing without which no reading comes to a finding: a
   /// connective, a word of SQL, a semicolon, a comment, the end of the text. Asked from place to place on, it costs a
@@ -119,6 +123,12 @@ class CSqlText {
   Read* BarrenAt(std::size_t at);
 
   std::string_view text_;
+  // From `from` on the next one is at `next`.
+  struct QuoteSpan {
+    std::size_t from = 1;
+    std::size_t next = 0;
+  };
+  std::array<QuoteSpan, 3> plain_quotes_;  // of each kind the last one asked for
   bool ends_known_ = false;
   std::vector<std::size_t> ends_;
   std::size_t reads_ = 0;
