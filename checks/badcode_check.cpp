@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <utility>
 
+#include "base/hex.h"
+#include "checks/binary_text.h"
 #include "checks/body_charset.h"
 #include "checks/request_values.h"
 #include "checks/value_forms.h"
@@ -15,26 +17,25 @@
 namespace qiv {
 namespace {
 
-constexpr std::int32_t kAgentHeader = 40;
+constexpr std::int32_t kAgentHeader = 40;  // the server's number of User-Agent
 constexpr std::size_t kLongestName = 100;
 constexpr std::size_t kLongestFound = 200;
-constexpr std::size_t kBinaryHead = 512;  // what is read of bytes that are no text
+// What is read of bytes that are no text: what is an attack there, a serialised object, says so at the head.
+constexpr std::size_t kBinaryHead = 512;
 
-/// Whether none of its forms can hold anything: nothing to decode, nothing to fold, nothing telling.
+/// Whether none of its forms can hold anything: what it would be decoded to is read in passing.
 bool IsPlain(const RequestValue& value) {
-  return !CAttackReadings::IsTelling(value.raw) &&
-         std::none_of(value.raw.begin(), value.raw.end(), [](char c) { return static_cast<unsigned char>(c) >= 0x80; });
-}
-
-/// What no text is: a share of NUL or control bytes. In such bytes short words stand by chance; what is an attack
-/// there, a serialised object, says so at the head.
-bool IsBinary(std::string_view text) {
-  constexpr std::size_t kSample = 4096;
-  constexpr std::size_t kShare = 16;  // one in so many
-  const std::string_view sample = text.substr(0, kSample);
-  const auto odd = std::count_if(sample.begin(), sample.end(),
-                                 [](char c) { return static_cast<unsigned char>(c) < 0x20 && !IsSpace(c); });
-  return static_cast<std::size_t>(odd) * kShare > sample.size();
+  const bool form = value.encoding == RequestValue::kForm || value.encoding == RequestValue::kQuery ||
+                    value.encoding == RequestValue::kCookie;
+  const bool escapes = form || value.encoding == RequestValue::kPercent;
+  for (std::size_t at = 0; at < value.raw.size(); ++at) {
+    const char c = value.raw[at];
+    if (CAttackReadings::IsPlainByte(c) || (form && c == '+')) continue;
+    const int byte = escapes ? EscapedByte(value.raw, at) : -1;
+    if (byte < 0 || !CAttackReadings::IsPlainByte(static_cast<char>(byte))) return false;
+    at += 2;
+  }
+  return true;
 }
 
 /// Whether it holds "%u", encoded once or more.
@@ -150,7 +151,8 @@ class CAttackWalk {
     bool first = true;
     const bool all = ForEachForm(value, &room_, [&](const ValueForm& form) {
       // The engine resolves escapes itself; undecoded a value would only be read with fewer of them.
-      if (!std::exchange(first, false) && form.text.data() == value.raw.data()) return true;
+      const bool resolved = form.text.data() == value.raw.data() || form.text.data() == room_.twice.data();
+      if (!std::exchange(first, false) && resolved) return true;
       return JudgeText(value, form.text);
     });
     // Decoded, a "%uXXXX" is lost when the local code page has no such character; other servers take it for a slash.
@@ -158,7 +160,7 @@ class CAttackWalk {
   }
 
   bool JudgeText(const RequestValue& value, std::string_view form) {
-    const bool whole = form.size() <= kBinaryHead || !IsBinary(form);
+    const bool whole = form.size() <= kBinaryHead || !HoldsControlBytes(form);
     const std::string_view text = form.substr(0, whole ? std::string_view::npos : kBinaryHead);
     for (AttackHit hit; here_ != 0; Take(value, std::move(hit))) {
       hit = scan_.Find(text, place_, here_);

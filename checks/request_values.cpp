@@ -189,14 +189,12 @@ std::string UnescapeJson(std::string_view text) {
     } else if (kind != 'u' || text.size() < 4) {
       plain += kind;
     } else {
-      const std::string bytes =
-          PercentDecode("%" + std::string(text.substr(0, 2)) + "%" + std::string(text.substr(2, 2)));
-      if (bytes.size() != 2) {
+      const int digits = HexNumber(text, 0, 4);
+      if (digits < 0) {
         plain += kind;
         continue;
       }
-      const auto byte = [&](std::size_t at) { return static_cast<char32_t>(static_cast<unsigned char>(bytes[at])); };
-      const char32_t unit = byte(0) << 8U | byte(1);
+      const auto unit = static_cast<char32_t>(digits);
       constexpr char32_t kReplacement = 0xFFFD;
       AppendUtf8(unit >= 0xD800 && unit < 0xE000 ? kReplacement : unit, &plain);
       text.remove_prefix(4);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "checks/binary_text.h"
 #include "checks/plain_value.h"
 #include "common/text.h"
 #include "engines/injection/sql_squeeze.h"
@@ -13,17 +14,13 @@ namespace {
 /// that no text has. The rules judge such values all the same.
 bool IsBinary(const RequestValue& value, std::string_view text) {
   constexpr std::size_t kShortest = 32;
-  constexpr std::size_t kSample = 4096;
   constexpr std::size_t kNulShare = 4;  // one NUL in so many bytes
-  constexpr std::size_t kControlShare = 16;
   if (text.size() < kShortest) return false;
-  const std::string_view sample = text.substr(0, kSample);
-  const auto is_odd = [](char c) { return static_cast<unsigned char>(c) < 0x20 && !IsSpace(c); };
+  const std::string_view sample = text.substr(0, kBinarySample);
   const auto nul = static_cast<std::size_t>(std::count(sample.begin(), sample.end(), '\0'));
   if (nul * kNulShare > sample.size()) return true;
   if (value.encoding != RequestValue::kPlain || !value.name.empty()) return false;
-  const auto odd = static_cast<std::size_t>(std::count_if(sample.begin(), sample.end(), is_odd));
-  return odd * kControlShare > sample.size();
+  return HoldsControlBytes(text);
 }
 
 /// A value without what InForm puts around it.

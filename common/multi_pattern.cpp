@@ -9,13 +9,13 @@ namespace qiv {
 // that its children are the sub-ranges by the next byte, in class order.
 class CMultiPattern::CBuilder {
  public:
-  CBuilder(CMultiPattern* automaton, const std::vector<std::string>& patterns)
-      : automaton_(*automaton), patterns_(patterns) {}
+  CBuilder(CMultiPattern* automaton, const std::vector<std::string>& patterns, const std::vector<bool>& ending)
+      : automaton_(*automaton), patterns_(patterns), ending_(ending) {}
 
   void Build(std::size_t dense_entries) {
     Prepare(dense_entries);
     if (order_.empty()) return;
-    states_.push_back({0, order_.size(), 0, 0, 0, 0});
+    states_.push_back({0, order_.size(), 0, 0, 0, 0, true});
     for (std::uint32_t state = 0; state < states_.size(); ++state) Expand(state);
     automaton_.own_begin_.push_back(static_cast<std::uint32_t>(automaton_.own_.size()));
     automaton_.sparse_begin_.push_back(static_cast<std::uint32_t>(automaton_.sparse_edges_.size()));
@@ -32,6 +32,7 @@ class CMultiPattern::CBuilder {
     std::size_t at_start;   // patterns met on the way here
     std::uint32_t failure;  // state of the longest proper suffix
     std::uint32_t output;   // this state or the longest suffix state that has own patterns, or 0
+    bool ending;            // all that ends here wants no word to go on
   };
 
   const std::string& Pattern(std::size_t rank) const { return patterns_[order_[rank]]; }
@@ -102,24 +103,30 @@ class CMultiPattern::CBuilder {
 
   Place AddChild(std::uint32_t parent, const State& state, std::size_t end, std::uint32_t byte_class) {
     const auto number = static_cast<std::uint32_t>(states_.size());
-    State child{state.begin, end, state.depth + 1, state.at_start, 0, 0};
+    State child{state.begin, end, state.depth + 1, state.at_start, 0, 0, true};
     if (parent != 0) {
-      const Place failure = automaton_.Step(automaton_.PlaceOf(state.failure), byte_class) & ~kOutput;
+      const Place failure = automaton_.Step(automaton_.PlaceOf(state.failure), byte_class) & ~kFlags;
       child.failure = StateOf(failure);
+      child.ending = states_[child.failure].ending;
+    }
+    for (std::size_t own = child.begin; own < end && Pattern(own).size() == child.depth; ++own) {
+      child.ending = child.ending && order_[own] < ending_.size() && ending_[order_[own]];
     }
     child.output = Pattern(child.begin).size() == child.depth ? number : states_[child.failure].output;
     states_.push_back(child);
-    return automaton_.PlaceOf(number) | (child.output != 0 ? kOutput : 0);
+    return automaton_.PlaceOf(number) | (child.output == 0 ? 0 : child.ending ? kFlags : kOutput);
   }
 
   CMultiPattern& automaton_;
   const std::vector<std::string>& patterns_;
+  const std::vector<bool>& ending_;
   std::vector<std::uint32_t> order_;  // the non-empty patterns, sorted
   std::vector<State> states_;
 };
 
-CMultiPattern::CMultiPattern(const std::vector<std::string>& patterns, std::size_t dense_entries) {
-  CBuilder(this, patterns).Build(dense_entries);
+CMultiPattern::CMultiPattern(const std::vector<std::string>& patterns, const std::vector<bool>& ending,
+                             std::size_t dense_entries) {
+  CBuilder(this, patterns, ending).Build(dense_entries);
 }
 
 }  // namespace qiv

@@ -25,6 +25,8 @@
 #include <string_view>
 #include <vector>
 
+#include "base/ascii.h"
+
 namespace qiv {
 
 class CMultiPattern {
@@ -34,8 +36,13 @@ class CMultiPattern {
 
   CMultiPattern() = default;
   /// Patterns are numbered by their index. Empty patterns never occur; equal patterns each report. Together at most
-  /// 1 GiB. `dense_entries` is a smaller bound for tests.
-  explicit CMultiPattern(const std::vector<std::string>& patterns, std::size_t dense_entries = kDenseEntries);
+  /// 512 MiB. `dense_entries` is a smaller bound for tests.
+  explicit CMultiPattern(const std::vector<std::string>& patterns, std::size_t dense_entries = kDenseEntries)
+      : CMultiPattern(patterns, {}, dense_entries) {}
+  /// `ending`: by number, whether who searches only wants the pattern where no letter, digit or "_" follows. Then most
+  /// of its other occurrences are not reported, which spares calls; some may be.
+  CMultiPattern(const std::vector<std::string>& patterns, const std::vector<bool>& ending,
+                std::size_t dense_entries = kDenseEntries);
 
   /// Whether no pattern can occur.
   bool Empty() const { return longest_ == 0; }
@@ -55,9 +62,11 @@ class CMultiPattern {
 
  private:
   // A place in the automaton: state * row_size_ for a dense state, else sparse_base_ + (state - dense_count_). The
-  // top bit tells that something ends here.
+  // top bits tell that something ends here, and that all of it wants no word to go on.
   using Place = std::uint32_t;
   static constexpr Place kOutput = 0x80000000U;
+  static constexpr Place kEnding = 0x40000000U;
+  static constexpr Place kFlags = kOutput | kEnding;
 
   class CBuilder;  // multi_pattern.cpp
 
@@ -91,7 +100,7 @@ class CMultiPattern {
   std::vector<Place> dense_;
   std::vector<std::uint32_t> sparse_begin_;  // per sparse state, index into sparse_edges_; one more at the end
   std::vector<Edge> sparse_edges_;
-  std::vector<Place> sparse_failure_;      // without the top bit
+  std::vector<Place> sparse_failure_;      // without the top bits
   std::vector<std::uint32_t> own_begin_;   // per state, index into own_; one more at the end
   std::vector<std::uint32_t> own_;         // patterns that are the state's own text, in order of number
   std::vector<std::uint32_t> own_suffix_;  // per state, the longest proper suffix state that has own patterns, or 0
@@ -112,7 +121,9 @@ void CMultiPattern::Find(std::string_view text, OnOccurrence&& on_occurrence) co
     }
     place = Step(place, class_of_[bytes[i]]);
     if ((place & kOutput) == 0) continue;
-    place &= ~kOutput;
+    const bool skip = (place & kEnding) != 0 && i + 1 < text.size() && IsWordByte(text[i + 1]);
+    place &= ~kFlags;
+    if (skip) continue;
     for (std::uint32_t state = StateOf(place); state != 0; state = own_suffix_[state]) {
       for (std::uint32_t o = own_begin_[state]; o < own_begin_[state + 1]; ++o) {
         if (!on_occurrence(own_[o], i + 1 - lengths_[own_[o]])) return;

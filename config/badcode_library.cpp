@@ -5,16 +5,19 @@
 #include <utility>
 #include <vector>
 
-#include "common/char_set.h"
-#include "common/text.h"
 #include "config/address_libraries.h"
+#include "config/local_form.h"
 #include "engines/attacks/attack_library.h"
 
 namespace qiv {
+namespace {
 
-bool LoadAttackRules(std::string text, CAttackRules* rules, CAttackRules* leaks, AttackFault* fault) {
+constexpr std::size_t kMatchedFields = 4;  // identifier, family, where, pattern; of a list both
+
+/// The rules of a text in local code; those for responses apart. False, with *fault, when one of them cannot be used.
+bool LoadAttackRules(std::string_view text, CAttackRules* rules, CAttackRules* leaks, AttackFault* fault) {
   AttackLibraryText library;
-  if (!ReadAttackLibrary(CCharSet::ToLocal(std::move(text)), &library, fault)) return false;
+  if (!ReadAttackLibrary(text, &library, fault)) return false;
   const auto of_responses = std::stable_partition(
       library.rules.begin(), library.rules.end(),
       [](const AttackRule& rule) { return (AttackFamilies()[rule.family].group & (kLeaks | kErrorLeaks)) == 0; });
@@ -25,6 +28,8 @@ bool LoadAttackRules(std::string text, CAttackRules* rules, CAttackRules* leaks,
          leaks->Set(std::move(leak_rules), library.lists, fault);
 }
 
+}  // namespace
+
 CBadcodeLibrary::CBadcodeLibrary(std::string path, CStateRecorder* states)
     : states_(*states),
       rules_(std::make_shared<CAttackRules>()),
@@ -34,14 +39,19 @@ CBadcodeLibrary::CBadcodeLibrary(std::string path, CStateRecorder* states)
 Reload CBadcodeLibrary::ReloadChanged() {
   const CAutoLock lock(lock_);
   std::string why;
-  const auto take = [&](const std::string* content) {
+  const auto take = [&](const std::string* content) QIV_REQUIRES(lock_) {
     auto rules = std::make_shared<CAttackRules>();
     auto leaks = std::make_shared<CAttackRules>();
     AttackFault fault;
-    if (content != nullptr && !LoadAttackRules(DecipherPieces(*content), rules.get(), leaks.get(), &fault)) {
-      why = fault.rule + ": " + fault.text;
-      return false;
+    std::vector<std::string> lost;
+    if (content != nullptr) {
+      const std::string text = LibraryToLocalForm(DecipherPieces(*content), kAttackTags, &lost, kMatchedFields);
+      if (!LoadAttackRules(text, rules.get(), leaks.get(), &fault)) {
+        why = fault.rule + ": " + fault.text;
+        return false;
+      }
     }
+    ReportLost(&states_, file_.Name(), lost);
     rules_.Store(std::move(rules));
     leaks_.Store(std::move(leaks));
     return true;

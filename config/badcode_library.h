@@ -24,7 +24,8 @@ class CBadcodeLibrary {
   CBadcodeLibrary(std::string path, CStateRecorder* states);
 
   /// Looks at the file. One that is no library, in which a rule cannot be used, or that is too large, is refused
-  /// whole: what is in force stays, and a state says which rule. One that is gone is no rules.
+  /// whole: what is in force stays, and a state says which rule. A record whose name or pattern has no GBK form is
+  /// left out, and a state names it. A file that is gone is no rules.
   Reload ReloadChanged();
 
   /// Never null.
@@ -40,9 +41,5 @@ class CBadcodeLibrary {
   CCriticalSection lock_;
   CWatchedFile file_ QIV_GUARDED_BY(lock_);
 };
-
-/// The rules of a deciphered text, as UTF-8 or in local code; those for responses apart. False, with *fault, when one
-/// of them cannot be used.
-bool LoadAttackRules(std::string text, CAttackRules* rules, CAttackRules* leaks, AttackFault* fault);
 
 }  // namespace qiv

@@ -24,12 +24,15 @@ std::size_t ItemEnd(KeyType type, std::string_view text) {
 
 }  // namespace
 
-bool ItemSurvives(KeyType type, std::string_view item) {
+bool ItemSurvives(KeyType type, std::string_view item, std::size_t matched_fields) {
   if (!IsListType(type)) return true;
-  return CCharSet::Survives(type == KeyType::kRules ? item.substr(0, item.find("{*}")) : item);
+  std::size_t end = type == KeyType::kRules ? item.find("{*}") : item.npos;
+  while (end != item.npos && --matched_fields != 0) end = item.find("{*}", end + 1);
+  return CCharSet::Survives(item.substr(0, end));
 }
 
-std::string ToLocalForm(KeyType type, std::string_view utf8, std::vector<std::string>* lost) {
+std::string ToLocalForm(KeyType type, std::string_view utf8, std::vector<std::string>* lost,
+                        std::size_t matched_fields) {
   if (CCharSet::IsAscii(utf8)) return std::string(utf8);
   if (CCharSet::Survives(utf8)) return CCharSet::Utf8ToLocal(utf8);
   if (type == KeyType::kText) return std::string(utf8);
@@ -40,7 +43,7 @@ std::string ToLocalForm(KeyType type, std::string_view utf8, std::vector<std::st
     const std::size_t end = ItemEnd(type, utf8);
     const std::string_view item = utf8.substr(0, end);
     const std::string_view whole = end == utf8.npos ? utf8 : utf8.substr(0, end + separator);
-    if (ItemSurvives(type, item)) {
+    if (ItemSurvives(type, item, matched_fields)) {
       kept += CCharSet::Utf8ToLocal(whole);
     } else {
       lost->emplace_back(Trim(item));
@@ -54,14 +57,15 @@ std::string TaggedToLocalForm(KeyType type, std::string_view text, std::vector<s
   return IsOurs(text) ? ToLocalForm(type, text, lost) : std::string(text);
 }
 
-std::string LibraryToLocalForm(std::string text, std::span<const std::string_view> tags,
-                               std::vector<std::string>* lost) {
+std::string LibraryToLocalForm(std::string text, std::span<const std::string_view> tags, std::vector<std::string>* lost,
+                               std::size_t matched_fields) {
   if (!IsOurs(text)) return text;
   if (CCharSet::Survives(text)) return CCharSet::ToLocal(std::move(text));
   std::string local;
   for (const std::string_view tag : tags) {
     if (!HasTag(text, tag)) continue;
-    AppendAll(&local, {"<", tag, ">", ToLocalForm(KeyType::kRules, TaggedPart(text, tag), lost), "</", tag, ">\n"});
+    const std::string records = ToLocalForm(KeyType::kRules, TaggedPart(text, tag), lost, matched_fields);
+    AppendAll(&local, {"<", tag, ">", records, "</", tag, ">\n"});
   }
   return local;
 }

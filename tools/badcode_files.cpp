@@ -22,10 +22,6 @@ constexpr std::string_view kOrdinary = "ordinary";
 constexpr std::size_t kFields = 7;
 constexpr const char* kOnlyAscii = "other bytes than those of ASCII are written %XX";
 
-std::string PathOf(const std::string& directory, std::string_view name) {
-  return directory + "/" + std::string(name) + ".txt";
-}
-
 std::string Bytes(std::string_view written) { return PercentDecode(written); }
 
 /// Reads the files of a folder, and says of each line what is wrong with it.
@@ -53,7 +49,7 @@ class CBadcodeFolder {
   template <typename Visit>
   void ForEachLine(std::string_view name, const Visit& visit) {
     Print();
-    const std::string path = PathOf(directory_, name);
+    const std::string path = PlainLibraryPath(directory_, name);
     if (!IsFile(path)) return;
     report_ = CReport(path);
     std::string text;
@@ -63,7 +59,7 @@ class CBadcodeFolder {
       line_ = ++number;
       if (line.ends_with('\r')) line.remove_suffix(1);
       if (line.empty() || line.front() == '#') continue;
-      if (line.find("{#}") != std::string_view::npos || line.find("{*}") != std::string_view::npos) {
+      if (HoldsRecordMarks(line)) {
         report_.Error(number, "a library cannot hold {#} or {*}; \"{\" is written %7B");
       } else if (!CCharSet::IsValidUtf8(line)) {
         report_.Error(number, "the line is no valid UTF-8");
@@ -93,7 +89,8 @@ class CBadcodeFolder {
                            "remark, a text that it finds, one that it does not");
     }
     const std::string identifier(fields[0]);
-    if (!lines_.emplace(identifier, std::pair(PathOf(directory_, AttackFamilies()[family].name), number)).second) {
+    if (!lines_.emplace(identifier, std::pair(PlainLibraryPath(directory_, AttackFamilies()[family].name), number))
+             .second) {
       return report_.Error(number, "the identifier " + identifier + " is another rule's");
     }
     for (const std::size_t field : {1, 2, 5, 6}) {
@@ -151,7 +148,7 @@ class CBadcodeFolder {
 bool HoldsBadcodeFiles(const std::string& directory) {
   const auto& families = AttackFamilies();
   return std::any_of(families.begin(), families.end(),
-                     [&](const AttackFamily& family) { return IsFile(PathOf(directory, family.name)); });
+                     [&](const AttackFamily& family) { return IsFile(PlainLibraryPath(directory, family.name)); });
 }
 
 std::string PackBadcodeFiles(const std::string& directory, Language language, int* exit_code) {
@@ -161,10 +158,10 @@ std::string PackBadcodeFiles(const std::string& directory, Language language, in
   return encrypt_text("", WriteAttackLibrary(library)) + "\n";
 }
 
-std::vector<BadcodeFile> UnpackBadcodeFiles(std::string_view file_text) {
+std::vector<PlainLibraryFile> UnpackBadcodeFiles(std::string_view file_text) {
   AttackLibraryText library;
   AttackFault fault;
-  std::vector<BadcodeFile> files;
+  std::vector<PlainLibraryFile> files;
   if (!ReadAttackLibrary(CCharSet::ToLocal(decrypt_text("", Trim(file_text))), &library, &fault)) return files;
   files.push_back({std::string(kLists), {}});
   for (const auto& [name, words] : library.lists) {

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "common/language.h"
+#include "tools/plain_library.h"
 
 namespace qiv {
 
@@ -23,12 +24,7 @@ bool HoldsBadcodeFiles(const std::string& directory);
 /// its own text, or finds the one it must not, or an ordinary one. Messages name file and line, and go to stderr.
 std::string PackBadcodeFiles(const std::string& directory, Language language, int* exit_code);
 
-/// One of the files.
-struct BadcodeFile {
-  std::string name;  ///< without ".txt"
-  std::string text;
-};
 /// The files of a stored library; both remarks of a rule are the stored one. Empty when the text is no such library.
-std::vector<BadcodeFile> UnpackBadcodeFiles(std::string_view file_text);
+std::vector<PlainLibraryFile> UnpackBadcodeFiles(std::string_view file_text);
 
 }  // namespace qiv

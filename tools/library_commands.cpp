@@ -61,15 +61,14 @@ int Unpack(const LibraryOptions& options) {
   std::string text;
   if (!ReadInput(options.input, &text, &report)) return report.Print();
   const std::vector<LibraryList> lists = UnpackLibrary(text, options.user_defined);
-  const std::vector<WebshellFile> webshell_files = UnpackWebshellFiles(text);
-  const std::vector<BadcodeFile> badcode_files = UnpackBadcodeFiles(text);
-  if (lists.empty() && webshell_files.empty() && badcode_files.empty()) {
+  std::vector<PlainLibraryFile> files = UnpackWebshellFiles(text);
+  if (files.empty()) files = UnpackBadcodeFiles(text);
+  if (lists.empty() && files.empty()) {
     report.Error(0, "is no library: it holds none of the lists, or is enciphered with another key");
   }
   if (!options.output.empty()) MakeDirectories(options.output);
   for (const LibraryList& list : lists) PutList(options, std::string(list.name), WriteRuleFile(list.rules), &report);
-  for (const WebshellFile& file : webshell_files) PutList(options, file.name, file.text, &report);
-  for (const BadcodeFile& file : badcode_files) PutList(options, file.name, file.text, &report);
+  for (const PlainLibraryFile& file : files) PutList(options, file.name, file.text, &report);
   return report.Print();
 }
 

@@ -22,10 +22,6 @@ constexpr std::array<std::string_view, 3> kLists = {"trojan_rules", "trojan_free
 constexpr std::string_view kPhp = "php";
 constexpr std::string_view kAsp = "asp";
 
-std::string PathOf(const std::string& directory, std::string_view name) {
-  return directory + "/" + std::string(name) + ".txt";
-}
-
 /// The record of a line in local code; empty, with an error, when it is none.
 std::string RuleRecord(std::string_view text, std::size_t line, CReport* report) {
   const std::vector<std::string_view> fields = Split(text, '\t');
@@ -57,8 +53,8 @@ std::string PackList(std::string_view name, std::string_view text, CReport* repo
     ++number;
     if (line.ends_with('\r')) line.remove_suffix(1);
     if (Trim(line).empty() || line.starts_with('#')) continue;
-    if (line.find("{#}") != std::string_view::npos || line.find("{*}") != std::string_view::npos ||
-        HasTag(line, name) || line.find("</" + std::string(name) + ">") != std::string_view::npos) {
+    if (HoldsRecordMarks(line) || HasTag(line, name) ||
+        line.find("</" + std::string(name) + ">") != std::string_view::npos) {
       report->Error(number, "a library cannot hold {#}, {*} or its own tags");
       continue;
     }
@@ -82,14 +78,14 @@ std::string UnpackRule(std::string_view record) {
 
 bool HoldsWebshellFiles(const std::string& directory) {
   return std::any_of(kLists.begin(), kLists.end(),
-                     [&](std::string_view name) { return IsFile(PathOf(directory, name)); });
+                     [&](std::string_view name) { return IsFile(PlainLibraryPath(directory, name)); });
 }
 
 std::string PackWebshellFiles(const std::string& directory, int* exit_code) {
   std::string stored;
   *exit_code = kExitOk;
   for (const std::string_view name : kLists) {
-    const std::string path = PathOf(directory, name);
+    const std::string path = PlainLibraryPath(directory, name);
     if (!IsFile(path)) continue;
     CReport report(path);
     std::string text;
@@ -100,13 +96,13 @@ std::string PackWebshellFiles(const std::string& directory, int* exit_code) {
   return *exit_code == kExitOk ? encrypt_text("", CCharSet::LocalToUtf8(stored)) + "\n" : std::string();
 }
 
-std::vector<WebshellFile> UnpackWebshellFiles(std::string_view file_text) {
+std::vector<PlainLibraryFile> UnpackWebshellFiles(std::string_view file_text) {
   const std::string text = CCharSet::ToLocal(decrypt_text("", Trim(file_text)));
-  std::vector<WebshellFile> files;
+  std::vector<PlainLibraryFile> files;
   if (!IsWebshellLibrary(text)) return files;
   for (const std::string_view name : kLists) {
     if (!HasTag(text, name)) continue;
-    WebshellFile file{std::string(name), {}};
+    PlainLibraryFile file{std::string(name), {}};
     for (std::string_view record : Split(TaggedPart(text, name), "{#}")) {
       record = TrimBytes(record, "\r\n");
       if (record.empty()) continue;

@@ -12,6 +12,8 @@
 #include <string_view>
 #include <vector>
 
+#include "tools/plain_library.h"
+
 namespace qiv {
 
 /// Whether the folder holds one of the files.
@@ -21,12 +23,7 @@ bool HoldsWebshellFiles(const std::string& directory);
 /// at once.
 std::string PackWebshellFiles(const std::string& directory, int* exit_code);
 
-/// One of the files.
-struct WebshellFile {
-  std::string name;  ///< without ".txt"
-  std::string text;
-};
 /// The files of a stored library. Empty when the text is no such library.
-std::vector<WebshellFile> UnpackWebshellFiles(std::string_view file_text);
+std::vector<PlainLibraryFile> UnpackWebshellFiles(std::string_view file_text);
 
 }  // namespace qiv

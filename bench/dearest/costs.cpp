@@ -10,6 +10,7 @@
 #include <new>
 #include <system_error>
 
+#include "engines/attacks/attack_rules.h"
 #include "engines/webshell/page/analysis.h"
 #include "engines/webshell/webshell_scan.h"
 #include "host/in_process.h"
@@ -59,7 +60,7 @@ void operator delete[](void* memory, const std::nothrow_t&) noexcept { Free(memo
 namespace qiv::bench {
 namespace {
 
-constexpr std::size_t kEngineKinds = 4;  // the first ones are texts, not requests
+constexpr std::size_t kEngineKinds = 5;  // the first ones are texts, not requests
 
 host::InProcessRequest RequestOf(std::string_view kind, std::string text) {
   host::InProcessRequest request;
@@ -137,6 +138,10 @@ Cost CCosts::Measure(const Mix& mix, std::size_t bytes, int rounds) {
     bool blocked = false;
     if (is_request) {
       blocked = host::RunInProcess(parts_->modules, request, handler).status != 200;
+    } else if (kind == "attacks") {
+      const std::shared_ptr<const CAttackRules> rules = State().config.Attacks();
+      CAttackScan scan(*rules);
+      blocked = scan.Find(text, kInBody, kLocalFiles | kRemoteFiles | kBadCode).rule != nullptr;
     } else {
       WebshellResult result;
       if (kind == "asp" || kind == "aspx") {

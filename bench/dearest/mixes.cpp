@@ -31,6 +31,7 @@ const std::vector<Kind>& Kinds() {
        {"<%@ page language=\"jscript\"%><% ", "<%@ page language=\"c#\"%><script runat=\"server\">void f(string a){",
         "<%@ page language=\"vb\"%><% ", "<%@ webhandler language=\"c#\"%>", "<script runat=server>"}},
       {"script", {"", "<% ", "<?php ", "<script runat=server>"}},
+      {"attacks", {"", "a\n", "x ", ";"}},
       {"form", {"", "a=", "a=<%", "a=%3C%25 ", "a=<?php "}},
       {"json", {"{\"a\":\"", "[\"", "[\"<%", "[", "{\"a\":\"\\u003c% "}},
       {"multipart", {kFormPart, "--B\r\nContent-Disposition: form-data; name=\"a\"\r\n\r\n<% ", "--B"}},

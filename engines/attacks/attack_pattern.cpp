@@ -35,6 +35,7 @@ class CPatternReader {
     if (fault_.empty() && pattern_.steps.empty()) fault_ = "the pattern has no word";
     if (fault_.empty() && any_) fault_ = "\"~.\" stands between two words";
     pattern_.behind = std::move(runs_);
+    for (const ByteRun& run : pattern_.behind) pattern_.most_behind += run.most;
     pattern_.edge_end = edge_;
     if (fault_.empty()) return std::move(pattern_);
     *fault = std::move(fault_);
@@ -50,6 +51,7 @@ class CPatternReader {
 
   /// A word as written, in lower case.
   std::string BytesOf(std::string_view written) {
+    if (!CCharSet::IsAscii(written)) Fail("other bytes than those of ASCII are written %XX");
     const std::string bytes = CCharSet::LowerBytes(PercentDecode(written));
     if (bytes.size() + 2 * static_cast<std::size_t>(std::count(written.begin(), written.end(), '%')) !=
         written.size()) {
@@ -181,6 +183,10 @@ class CPatternReader {
     PatternStep step;
     step.words = std::move(words);
     step.before = std::move(runs_);
+    for (const ByteRun& run : step.before) {
+      step.least_before += run.least;
+      step.most_before += run.most;
+    }
     step.any_before = any_;
     step.edge_before = edge_;
     runs_.clear();
@@ -239,7 +245,7 @@ bool IsWordEdge(std::string_view text, std::size_t at) {
   return at == 0 || at >= text.size() || !IsWordByte(text[at - 1]) || !IsWordByte(text[at]);
 }
 
-bool IsCommandBegin(std::string_view text, std::size_t at, bool or_text) {
+CommandBegin CommandBeginAt(std::string_view text, std::size_t at) {
   constexpr std::string_view kPathMarks = "/\\.:?*[]%-_";
   constexpr std::string_view kBefore = "\"'({@!\\+";
   constexpr std::string_view kSeparators = ";|&";
@@ -249,17 +255,18 @@ bool IsCommandBegin(std::string_view text, std::size_t at, bool or_text) {
   }
   for (std::uint32_t i = 0; i < kMostBlanks && at > 0; ++i) {
     const char c = text[at - 1];
-    if (c == '(' && at > 1 && (text[at - 2] == '$' || text[at - 2] == '<' || text[at - 2] == '>')) return true;
-    if (kSeparators.find(c) != kEnd) return true;
-    if (kBlanks.find(c) == kEnd && kBefore.find(c) == kEnd) return false;
+    if (c == '(' && at > 1 && (text[at - 2] == '$' || text[at - 2] == '<' || text[at - 2] == '>')) {
+      return CommandBegin::kBehindMark;
+    }
+    if (kSeparators.find(c) != kEnd) return CommandBegin::kBehindMark;
+    if (kBlanks.find(c) == kEnd && kBefore.find(c) == kEnd) return CommandBegin::kNone;
     --at;
   }
-  return at == 0 && or_text;
+  return at == 0 ? CommandBegin::kText : CommandBegin::kNone;
 }
 
 bool IsCommandEnd(std::string_view text, std::size_t at) {
-  constexpr std::string_view kEnds = " \t\r\n;|&`'\")<>$,}\\/+#";
-  return at >= text.size() || kEnds.find(text[at]) != kEnd;
+  return at >= text.size() || kBytesBehindCommand.find(text[at]) != kEnd;
 }
 
 }  // namespace qiv

@@ -37,6 +37,8 @@ struct PatternStep {
   std::vector<std::string> words;  ///< any of them
   std::vector<ByteRun> before;     ///< between the step before, or the pattern's begin, and the word
   bool any_before = false;         ///< instead: any bytes, as many as the only run says
+  std::size_t least_before = 0;    ///< bytes that they take together
+  std::size_t most_before = 0;
   bool edge_before = false;
   bool edge_behind = false;
   bool command_end = false;
@@ -48,6 +50,7 @@ struct AttackPattern {
   PatternBegin begin = PatternBegin::kAnywhere;
   std::vector<PatternStep> steps;
   std::vector<ByteRun> behind;
+  std::size_t most_behind = 0;  ///< bytes
   bool edge_end = false;
   bool text_end = false;
 };
@@ -65,7 +68,12 @@ std::size_t RunsEnd(std::string_view text, const std::vector<ByteRun>& runs, std
 /// Where they begin that end at `end`.
 std::size_t RunsBegin(std::string_view text, const std::vector<ByteRun>& runs, std::size_t end);
 bool IsWordEdge(std::string_view text, std::size_t at);
-bool IsCommandBegin(std::string_view text, std::size_t at, bool or_text);
+enum class CommandBegin : std::uint8_t { kNone, kText, kBehindMark };
+/// Whether a shell begins a command at `at`, were the text one, or behind what begins one.
+CommandBegin CommandBeginAt(std::string_view text, std::size_t at);
 bool IsCommandEnd(std::string_view text, std::size_t at);
+/// What can stand right before such a place, and right behind.
+inline constexpr std::string_view kBytesBeforeCommand = " \t\r\n\f\v\"'({@!\\+;|&/";
+inline constexpr std::string_view kBytesBehindCommand = " \t\r\n;|&`'\")<>$,}\\/+#";
 
 }  // namespace qiv

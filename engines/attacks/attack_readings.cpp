@@ -1,7 +1,8 @@
 #include "engines/attacks/attack_readings.h"
 
 #include <algorithm>
-#include <array>
+#include <cstdint>
+#include <cstring>
 
 #include "base/hex.h"
 #include "common/char_set.h"
@@ -15,15 +16,6 @@ constexpr std::size_t kEnd = std::string_view::npos;
 constexpr int kMostRounds = 3;  // a text may be encoded several times
 
 constexpr unsigned char Byte(char c) { return static_cast<unsigned char>(c); }
-
-constexpr auto kTelling = [] {
-  std::array<bool, 256> telling{};
-  for (std::size_t c = 0; c < 0x80; ++c) telling[c] = true;
-  for (std::size_t c = 'a'; c <= 'z'; ++c) telling[c] = telling[c - 'a' + 'A'] = false;
-  for (std::size_t c = '0'; c <= '9'; ++c) telling[c] = false;
-  for (const char c : {' ', '-', '_', ',', '\t'}) telling[Byte(c)] = false;
-  return telling;
-}();
 
 /// The character of the escape at `at`: "%XX", "%uXXXX", "\xXX", "\uXXXX", "\u{XX}", "\NNN" in octal; -1: none.
 int Escape(std::string_view text, std::size_t at, std::size_t* length) {
@@ -90,7 +82,7 @@ std::size_t CarelessMark(std::string_view text, std::size_t at, char* mark) {
       {"\xEF\x80\xA5", '/'},
   };
   for (const Form& form : kForms) {
-    if (text.compare(at, form.bytes.size(), form.bytes) != 0) continue;
+    if (text[at] != form.bytes[0] || text.compare(at, form.bytes.size(), form.bytes) != 0) continue;
     *mark = form.mark;
     // "\xC0%9v": the overlong form of a slash, spelled in digits that are none.
     const bool spelled = form.bytes[1] == '%' && form.bytes.size() == 2;
@@ -132,45 +124,26 @@ std::size_t ShellNothing(std::string_view text, std::size_t at, bool* blank) {
 
 }  // namespace
 
-bool CAttackReadings::IsTelling(std::string_view text) {
-  return std::any_of(text.begin(), text.end(), [](char c) { return kTelling[Byte(c)]; });
-}
-
-unsigned CAttackReadings::Lower(std::string_view text) {
-  // Of two bytes: "//", "/.", "./" and ".." say kOdd, "0x" too; the "//" of "://" does not.
-  constexpr unsigned kDotOrSlash = kOdd << 1U;
-  constexpr unsigned kZero = kOdd << 2U;
-  constexpr unsigned kX = kOdd << 3U;
-  static constexpr auto kMarks = [] {
-    std::array<std::uint8_t, 256> marks{};
-    marks['%'] = kEscapes;
-    marks['\\'] = kEscapes | kOdd;
-    for (const char c : {'\'', '"', '^', '`', '$', '{'}) marks[Byte(c)] = kQuoting;
-    for (const char c : {'\0', '\xC0', '\xC1', '\xE0', '\xF0', '\xF8', '\xFC'}) marks[Byte(c)] = kOdd;
-    marks['&'] = kEntities;
-    marks['.'] = marks['/'] = kDotOrSlash;
-    marks['0'] = kZero;
-    marks['x'] = marks['X'] = kX;
-    return marks;
-  }();
-  unsigned marks = 0;
-  unsigned before = 0;
+void CAttackReadings::Lower(std::string_view text) {
+  constexpr std::uint64_t kEach = 0x0101010101010101;
   lowered_.resize(text.size());
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    const unsigned mark = kMarks[Byte(text[i])];
-    if ((mark & before & kDotOrSlash) != 0 && !(i > 1 && text[i - 2] == ':')) marks |= kOdd;
-    if (mark == kX && before == kZero) marks |= kOdd;
-    marks |= mark;
-    before = mark;
-    lowered_[i] = LowerByte(text[i]);
+  std::size_t at = 0;
+  for (; at + sizeof(std::uint64_t) <= text.size(); at += sizeof(std::uint64_t)) {
+    std::uint64_t bytes = 0;
+    std::memcpy(&bytes, text.data() + at, sizeof(bytes));
+    // The high bit of each byte that is "A" to "Z": none of the sums reaches the next byte.
+    const std::uint64_t low = bytes & 0x7F * kEach;
+    const std::uint64_t letters = (low + (0x80 - 'A') * kEach) & ~(low + (0x7F - 'Z') * kEach) & ~bytes & 0x80 * kEach;
+    bytes |= letters >> 2U;
+    std::memcpy(lowered_.data() + at, &bytes, sizeof(bytes));
   }
-  return marks;
+  for (; at < text.size(); ++at) lowered_[at] = LowerByte(text[at]);
 }
 
-bool CAttackReadings::Resolve(unsigned marks) {
+bool CAttackReadings::Resolve(TextMarks marks) {
   std::string_view text = lowered_;
   bool any = false;
-  if ((marks & kEntities) != 0 && text.find(';') != kEnd) {
+  if ((marks & MarkOf('&') & kEscapes) != 0 && text.find(';') != kEnd) {
     path_ = CCharSet::LowerBytes(DecodeHtmlEntities(text));
     any = path_ != text;
     if (any) text = path_;
@@ -182,6 +155,23 @@ bool CAttackReadings::Resolve(unsigned marks) {
   }
   if (any) resolved_ = text;
   return any;
+}
+
+/// Whether a file system may read the text in another way than it stands there.
+bool CAttackReadings::IsOdd(std::string_view text, TextMarks marks) {
+  constexpr TextMarks kOddBytes = (MarkOf('\\') & ~kTellingMark) | kNulMark | kOverlongMark;
+  if ((marks & kOddBytes) != 0) return true;
+  if ((marks & MarkOf('/') & ~kTellingMark) != 0) {
+    for (std::size_t at = text.find('/'); at != kEnd; at = text.find('/', at + 1)) {
+      const std::string_view next = text.substr(at + 1, 2);
+      if (next == "./" || (next.starts_with('/') && (at == 0 || text[at - 1] != ':'))) return true;
+    }
+  }
+  // What CarelessMark reads though it is no escape: "%2%f", "%bg%qf".
+  for (std::size_t at = text.find('%'); at != kEnd && text.size() - at > 3; at = text.find('%', at + 1)) {
+    if (text[at + 2] == '%' || text[at + 3] == '%') return true;
+  }
+  return text.find("0x") != kEnd;
 }
 
 bool CAttackReadings::MakePath(std::string_view text) {
@@ -206,9 +196,34 @@ bool CAttackReadings::MakePath(std::string_view text) {
   return path_ != text;
 }
 
+/// Whether a shell may read the text in another way than it stands there: words that it joins, and that stand where a
+/// command can be: behind what begins one, or first.
+bool CAttackReadings::IsJoined(std::string_view text, TextMarks marks) {
+  constexpr TextMarks kBare = ~(kCommandMark | kTellingMark);
+  constexpr std::string_view kQuoting = "'\"\\^`${";
+  constexpr TextMarks kBegins = MarksOf(";|&$<>{") & kBare;
+  if ((marks & MarksOf(kQuoting) & kBare) == 0) return false;
+  if ((marks & kBegins) == 0 && text.find_first_of("'\"\\^`") > text.find(' ')) return false;
+  if ((marks & MarksOf("^${") & kBare) != 0) return true;
+  // Quotes join within a word; a sentence has blanks between the two.
+  std::size_t open[2] = {kEnd, kEnd};
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    const char c = text[at];
+    const char next = at + 1 < text.size() ? text[at + 1] : '\0';
+    if (IsSpace(c)) {
+      open[0] = open[1] = kEnd;
+    } else if (c == '\'' || c == '"') {
+      std::size_t& of_kind = open[c == '"' ? 1 : 0];
+      if (of_kind != kEnd) return true;
+      of_kind = at;
+    } else if ((c == '`' && next == '`') || (c == '\\' && (IsWordByte(next) || next == '/'))) {
+      return true;
+    }
+  }
+  return false;
+}
+
 bool CAttackReadings::MakeShell(std::string_view text) {
-  // Quotes matter beside a command: behind what begins one, or in the text's first word.
-  if (text.find_first_of(";|&$<>{") == kEnd && text.find_first_of("'\"\\^`") > text.find(' ')) return false;
   shell_.clear();
   for (std::size_t at = 0; at < text.size();) {
     const char c = text[at];

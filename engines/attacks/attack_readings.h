@@ -5,6 +5,8 @@
 #include <string>
 #include <string_view>
 
+#include "engines/attacks/text_marks.h"
+
 namespace qiv {
 
 enum AttackReading : std::uint8_t {
@@ -16,32 +18,39 @@ enum AttackReading : std::uint8_t {
 /// Working memory for the texts of one request, and the walk over the readings of one. Not thread safe.
 class CAttackReadings {
  public:
-  /// False for a text in which nothing can be found: letters, digits, blanks, "-", "_", ",", and bytes above 0x7F.
-  static bool IsTelling(std::string_view text);
+  /// Letters, digits, blanks, "-", "_", ",": in a text of them, and of bytes above 0x7F, nothing can be found.
+  static constexpr bool IsPlainByte(char c) {
+    return static_cast<unsigned char>(c) < 0x80 && (MarkOf(c) & kTellingMark) == 0;
+  }
 
-  /// Calls visit(reading, text) for each reading that differs from those before, until it returns false; whether none
-  /// did. Linear.
+  /// Calls visit(reading, marks, text) for each reading of a telling text that differs from those before, until it
+  /// returns false; whether none did. Linear.
   template <typename Visit>
   bool ForEach(std::string_view text, Visit&& visit) {
-    unsigned marks = Lower(text);
-    if (!visit(kReadPlain, std::string_view(lowered_))) return false;
+    TextMarks marks = MarksOf(text);
+    if ((marks & kTellingMark) == 0) return true;
+    Lower(text);
     std::string_view base = lowered_;
-    if ((marks & (kEscapes | kEntities)) != 0 && Resolve(marks)) {
+    if (!visit(kReadPlain, marks, base)) return false;
+    bool odd = IsOdd(base, marks);
+    if ((marks & kEscapes) != 0 && Resolve(marks)) {
       base = resolved_;
-      marks |= kOdd;
-      if (!visit(kReadPlain, base)) return false;
+      marks = MarksOf(base);
+      odd = true;
+      if (!visit(kReadPlain, marks, base)) return false;
     }
-    if ((marks & kOdd) != 0 && MakePath(base) && !visit(kReadPath, std::string_view(path_))) return false;
-    return (marks & (kQuoting | kEscapes)) == 0 || !MakeShell(base) || visit(kReadShell, std::string_view(shell_));
+    if (odd && MakePath(base) && !visit(kReadPath, MarksOf(path_), std::string_view(path_))) return false;
+    return !IsJoined(base, marks) || !MakeShell(base) || visit(kReadShell, MarksOf(shell_), std::string_view(shell_));
   }
 
  private:
-  // What was seen in a text.
-  enum : unsigned { kEscapes = 1, kEntities = 2, kQuoting = 4, kOdd = 8 };
+  static constexpr TextMarks kEscapes = MarksOf("%\\&") & ~(kCommandMark | kTellingMark);
 
-  unsigned Lower(std::string_view text);
-  bool Resolve(unsigned marks);
+  void Lower(std::string_view text);
+  bool Resolve(TextMarks marks);
+  static bool IsOdd(std::string_view text, TextMarks marks);
   bool MakePath(std::string_view text);
+  static bool IsJoined(std::string_view text, TextMarks marks);
   bool MakeShell(std::string_view text);
 
   std::string lowered_;

@@ -1,12 +1,13 @@
 #include "engines/attacks/attack_rules.h"
 
 #include <algorithm>
-#include <array>
 #include <limits>
 #include <map>
 #include <utility>
 
+#include "base/ascii.h"
 #include "common/char_set.h"
+#include "engines/attacks/pattern_needs.h"
 #include "engines/attacks/text_shape.h"
 
 namespace qiv {
@@ -24,93 +25,23 @@ struct Where {
 
 /// Whether what stands between a word's end and the next word's start is what the step wants there.
 bool Leads(std::string_view text, const PatternStep& step, std::size_t end, std::size_t start) {
-  if (end > start) return false;
-  if (!step.any_before) return RunsEnd(text.substr(0, start), step.before, end) == start;
-  return start - end >= step.before.front().least && start - end <= step.before.front().most;
+  if (end > start || start - end < step.least_before || start - end > step.most_before) return false;
+  return step.any_before || RunsEnd(text.substr(0, start), step.before, end) == start;
 }
 
-/// Whether what is beside the word is what the step wants there.
-bool Fits(std::string_view text, const PatternStep& step, std::size_t start, std::size_t end) {
-  return (!step.edge_before || IsWordEdge(text, start)) && (!step.edge_behind || IsWordEdge(text, end)) &&
-         (!step.command_end || IsCommandEnd(text, end));
+/// Whether a pattern that wants a command can begin there.
+bool Begins(PatternBegin wanted, CommandBegin there) {
+  return there == CommandBegin::kBehindMark || (there == CommandBegin::kText && wanted == PatternBegin::kTextOrCommand);
 }
 
 /// Where a pattern begins whose first word stands at `start`; npos when it does not begin as it should.
 std::size_t BeginOf(std::string_view text, const AttackPattern& pattern, std::size_t start) {
+  if (pattern.begin == PatternBegin::kText && start > pattern.steps.front().most_before) return kEnd;
   const std::size_t begin = RunsBegin(text, pattern.steps.front().before, start);
   if (begin == kEnd || pattern.begin == PatternBegin::kAnywhere) return begin;
-  const bool fits = pattern.begin == PatternBegin::kText
-                        ? begin == 0
-                        : IsCommandBegin(text, begin, pattern.begin == PatternBegin::kTextOrCommand);
+  const bool fits =
+      pattern.begin == PatternBegin::kText ? begin == 0 : Begins(pattern.begin, CommandBeginAt(text, begin));
   return fits ? begin : kEnd;
-}
-
-// A text's marks: which bytes that are no letters it holds, as bits. A rule that needs one that is not there cannot
-// find anything.
-constexpr std::uint64_t kCommandMark = std::uint64_t{1} << 63U;  // one of what begins a command behind something
-
-constexpr auto kMarkOf = [] {
-  std::array<std::uint64_t, 256> marks{};
-  unsigned bit = 0;
-  for (unsigned c = '!'; c < 0x7F; ++c) {
-    if (!IsWordByte(static_cast<char>(c))) marks[c] = std::uint64_t{1} << bit++;
-  }
-  for (unsigned c = 0; c < 0x20; ++c) marks[c] = std::uint64_t{1} << bit;
-  marks['\r'] = marks['\n'] = std::uint64_t{1} << ++bit;
-  for (unsigned c = 0x80; c < 0x100; ++c) marks[c] = std::uint64_t{1} << (bit + 1);
-  for (const char c : {';', '|', '&', '('}) marks[static_cast<unsigned char>(c)] |= kCommandMark;
-  return marks;
-}();
-
-std::uint64_t MarksOf(std::string_view text) {
-  std::uint64_t marks = 0;
-  for (const char c : text) marks |= kMarkOf[static_cast<unsigned char>(c)];
-  return marks;
-}
-
-std::uint64_t MarksOfRun(const ByteRun& run) {
-  if (run.least == 0) return 0;
-  std::uint64_t marks = ~std::uint64_t{0};
-  for (std::size_t c = 0; c < kMarkOf.size(); ++c) {
-    if (run.set.test(c)) marks &= kMarkOf[c];
-  }
-  return marks & ~kCommandMark;
-}
-
-/// The marks that every text holds in which the pattern is found.
-std::uint64_t MarksNeeded(const AttackPattern& pattern) {
-  std::uint64_t needed = pattern.begin == PatternBegin::kCommand ? kCommandMark : 0;
-  for (const PatternStep& step : pattern.steps) {
-    std::uint64_t of_words = ~std::uint64_t{0};
-    for (const std::string& word : step.words) of_words &= MarksOf(word);
-    needed |= of_words & ~kCommandMark;
-    for (const ByteRun& run : step.before) needed |= step.any_before ? 0 : MarksOfRun(run);
-  }
-  for (const ByteRun& run : pattern.behind) needed |= MarksOfRun(run);
-  return needed;
-}
-
-bool HoldsNoWordByte(const ByteRun& run) {
-  for (std::size_t c = 0; c < run.set.size(); ++c) {
-    if (run.set.test(c) && IsWordByte(static_cast<char>(c))) return false;
-  }
-  return run.least > 0;
-}
-
-/// Whether only another byte than a letter, digit or "_" can stand before the step's word, and behind it.
-bool IsEdgedBefore(const AttackPattern& pattern, std::size_t step) {
-  const PatternStep& here = pattern.steps[step];
-  if (here.edge_before) return true;
-  if (!here.before.empty()) return !here.any_before && HoldsNoWordByte(here.before.back());
-  return step == 0 && pattern.begin != PatternBegin::kAnywhere;
-}
-bool IsEdgedBehind(const AttackPattern& pattern, std::size_t step) {
-  const PatternStep& here = pattern.steps[step];
-  if (here.edge_behind || here.command_end) return true;
-  const bool last = step + 1 == pattern.steps.size();
-  if (!last && pattern.steps[step + 1].any_before) return false;
-  const std::vector<ByteRun>& next = last ? pattern.behind : pattern.steps[step + 1].before;
-  return !next.empty() && HoldsNoWordByte(next.front());
 }
 
 constexpr unsigned kEverywhere = kInQuery | kInBody | kInCookie | kInHeader | kInAgent | kInPath;
@@ -162,64 +93,111 @@ const std::vector<AttackFamily>& AttackFamilies() {
 }
 
 struct CAttackRules::Core {
-  /// A rule's step that a word serves.
-  struct Use {
-    std::uint32_t rule;
-    std::uint32_t step;
-  };
   struct Compiled {
     AttackPattern pattern;
-    unsigned readings = 0;
-    unsigned places = 0;
-    unsigned group = 0;
     bool outside_writing = false;
-    std::uint64_t needed = 0;       // marks
-    std::uint32_t first_place = 0;  // of its steps in CAttackScan::reached_
   };
+  /// A rule's step that a word serves, and where it can count.
+  struct Use {
+    TextMarks needed = 0;
+    std::uint32_t rule = 0;
+    std::uint32_t place = 0;  // of the step in CAttackScan::reached_
+    std::uint16_t step = 0;
+    std::uint16_t before = 0;  // of neighbours
+    std::uint16_t behind = 0;
+    std::uint8_t readings = 0;
+    std::uint8_t places = 0;
+    std::uint8_t groups = 0;
+    bool begins = false;    // the first of several steps, with nothing to look at before it
+    bool commands = false;  // the first one, and a command's name
+  };
+  /// A word: what all its uses need, and its uses, of one rule the last step first.
+  struct Word {
+    TextMarks needed = ~TextMarks{0};
+    std::uint16_t before = 0;
+    std::uint16_t behind = 0;
+    std::uint32_t first_use = 0;
+    std::uint32_t end_use = 0;
+  };
+
+  std::uint16_t Index(const Neighbours& set) {
+    const auto at = std::find(neighbours.begin(), neighbours.end(), set);
+    if (at == neighbours.end()) return neighbours.push_back(set), static_cast<std::uint16_t>(neighbours.size() - 1);
+    return static_cast<std::uint16_t>(at - neighbours.begin());
+  }
+  /// Whether no letter, digit or "_" can stand behind it.
+  bool AddWord(const std::vector<Use>& of_word);
 
   std::vector<AttackRule> rules;
   std::vector<Compiled> compiled;
-  CMultiPattern words;
-  /// The uses of a word, of one rule the last step first; whether all need an edge before or behind it.
-  struct Uses {
-    std::vector<Use> of_word;
-    bool edged_before = true;
-    bool edged_behind = true;
-  };
-  std::vector<Uses> uses;  // by word
+  CMultiPattern automaton;
+  std::vector<Word> words;  // by number in the automaton
+  std::vector<Use> uses;
+  std::vector<Neighbours> neighbours;  // each set once
   std::uint32_t places = 0;
 };
+
+bool CAttackRules::Core::AddWord(const std::vector<Use>& of_word) {
+  Word word;
+  Neighbours before;
+  Neighbours behind;
+  word.first_use = static_cast<std::uint32_t>(uses.size());
+  for (const Use& use : of_word) {
+    word.needed &= use.needed;
+    before |= neighbours[use.before];
+    behind |= neighbours[use.behind];
+    uses.push_back(use);
+  }
+  word.end_use = static_cast<std::uint32_t>(uses.size());
+  word.before = Index(before);
+  word.behind = Index(behind);
+  words.push_back(word);
+  for (std::size_t c = 0; c < kTextEdge; ++c) {
+    if (behind[c] && IsWordByte(static_cast<char>(c))) return false;
+  }
+  return true;
+}
 
 CAttackRules::CAttackRules() : core_(std::make_shared<const Core>()) {}
 
 bool CAttackRules::Set(std::vector<AttackRule> rules, const WordLists& lists, AttackFault* fault) {
   auto core = std::make_shared<Core>();
-  std::map<std::string, Core::Uses> uses;
+  std::map<std::string, std::vector<Core::Use>> uses;
   for (std::uint32_t r = 0; r < rules.size(); ++r) {
     fault->rule = rules[r].identifier;
     Where where;
     std::optional<AttackPattern> pattern = ParsePattern(rules[r].pattern, lists, &fault->text);
     if (!pattern || !ParseWhere(rules[r].where, &where, &fault->text)) return false;
-    for (auto step = static_cast<std::uint32_t>(pattern->steps.size()); step-- > 0;) {
+    Core::Use use;
+    use.needed = MarksNeeded(*pattern);
+    use.rule = r;
+    use.readings = static_cast<std::uint8_t>(where.readings);
+    use.places = static_cast<std::uint8_t>(where.places);
+    use.groups = AttackFamilies()[rules[r].family].group;
+    for (std::size_t step = pattern->steps.size(); step-- > 0;) {
+      use.step = static_cast<std::uint16_t>(step);
+      use.place = core->places + use.step;
+      use.begins = step == 0 && pattern->steps.size() > 1 && pattern->begin == PatternBegin::kAnywhere &&
+                   pattern->steps.front().before.empty();
+      use.commands = step == 0 && pattern->steps.front().before.empty() &&
+                     (pattern->begin == PatternBegin::kCommand || pattern->begin == PatternBegin::kTextOrCommand);
       for (const std::string& word : pattern->steps[step].words) {
-        Core::Uses& of = uses[word];
-        of.of_word.push_back({r, step});
-        of.edged_before = of.edged_before && IsEdgedBefore(*pattern, step);
-        of.edged_behind = of.edged_behind && IsEdgedBehind(*pattern, step);
+        use.before = core->Index(BytesBefore(*pattern, step, word));
+        use.behind = core->Index(BytesBehind(*pattern, step, word));
+        uses[word].push_back(use);
       }
     }
     const auto steps = static_cast<std::uint32_t>(pattern->steps.size());
-    const std::uint64_t needed = MarksNeeded(*pattern);
-    core->compiled.push_back({std::move(*pattern), where.readings, where.places,
-                              AttackFamilies()[rules[r].family].group, where.outside_writing, needed, core->places});
+    core->compiled.push_back({std::move(*pattern), where.outside_writing});
     core->places += steps;
   }
   std::vector<std::string> words;
-  for (auto& [word, of_word] : uses) {
+  std::vector<bool> ending;
+  for (const auto& [word, of_word] : uses) {
     words.push_back(word);
-    core->uses.push_back(std::move(of_word));
+    ending.push_back(core->AddWord(of_word));
   }
-  core->words = CMultiPattern(words);
+  core->automaton = CMultiPattern(words, ending);
   core->rules = std::move(rules);
   core_ = std::move(core);
   off_.clear();
@@ -239,15 +217,18 @@ const std::vector<AttackRule>& CAttackRules::Rules() const { return core_->rules
 
 AttackHit CAttackScan::Find(std::string_view text, AttackPlace place, unsigned groups) {
   AttackHit hit;
-  if (text.size() > std::numeric_limits<std::uint32_t>::max() || !CAttackReadings::IsTelling(text)) return hit;
-  readings_.ForEach(
-      text, [&](unsigned reading, std::string_view read) { return !Search(read, reading, place, groups, &hit); });
+  if (text.size() > std::numeric_limits<std::uint32_t>::max()) return hit;
+  readings_.ForEach(text, [&](unsigned reading, TextMarks marks, std::string_view read) {
+    return !Search(read, {marks, reading, place, groups}, &hit);
+  });
   return hit;
 }
 
 AttackHit CAttackScan::FindAsItStands(std::string_view lowered, AttackPlace place, unsigned groups) {
   AttackHit hit;
-  if (lowered.size() <= std::numeric_limits<std::uint32_t>::max()) Search(lowered, kReadPlain, place, groups, &hit);
+  if (lowered.size() > std::numeric_limits<std::uint32_t>::max()) return hit;
+  // A page holds marks of all kinds: looking for them would cost more than it spares.
+  Search(lowered, {~TextMarks{0}, kReadPlain, place, groups}, &hit);
   return hit;
 }
 
@@ -258,25 +239,45 @@ void CAttackScan::Begin() {
   search_ = 1;
 }
 
-bool CAttackScan::Search(std::string_view text, unsigned reading, unsigned place, unsigned groups, AttackHit* hit) {
+bool CAttackScan::Search(std::string_view text, const Scope& scope, AttackHit* hit) {
   const auto& core = *core_;
-  const std::uint64_t marks = MarksOf(text);
   CTextShape shape(text);
   bool begun = false;
-  core.words.Find(text, [&](std::uint32_t word, std::size_t start) {
+  core.automaton.Find(text, [&](std::uint32_t number, std::size_t start) {
+    const auto& word = core.words[number];
+    if ((word.needed & ~scope.marks) != 0) return true;
+    const TextPlace found{start, core.automaton.PatternLength(number)};
+    const std::size_t end = start + found.length;
+    const std::size_t before = start > 0 ? static_cast<unsigned char>(text[start - 1]) : kTextEdge;
+    const std::size_t behind = end < text.size() ? static_cast<unsigned char>(text[end]) : kTextEdge;
+    if (!core.neighbours[word.before][before] || !core.neighbours[word.behind][behind]) return true;
     if (!begun) Begin();
     begun = true;
-    const TextPlace found{start, core.words.PatternLength(word)};
-    const auto& uses = core.uses[word];
-    const std::size_t end = start + found.length;
-    if (uses.edged_before && start > 0 && IsWordByte(text[start - 1])) return true;
-    if (uses.edged_behind && end < text.size() && IsWordByte(text[end])) return true;
-    for (const auto& use : uses.of_word) {
-      const auto& rule = core.compiled[use.rule];
-      if ((rule.needed & ~marks) != 0 || (rule.readings & reading) == 0 || (rule.places & place) == 0 ||
-          (rule.group & groups) == 0)
+    std::optional<CommandBegin> command;  // the same for all uses
+    for (std::uint32_t u = word.first_use; u < word.end_use; ++u) {
+      const auto& use = core.uses[u];
+      if ((use.needed & ~scope.marks) != 0 || !core.neighbours[use.before][before] ||
+          !core.neighbours[use.behind][behind] || (use.readings & scope.reading) == 0 ||
+          (use.places & scope.place) == 0 || (use.groups & scope.groups) == 0) {
         continue;
-      const TextPlace match = Advance(text, rule.pattern, use.step, found, reached_.data() + rule.first_place);
+      }
+      Reached* const reached = reached_.data() + use.place;
+      if (use.begins) {
+        *reached = {search_, found, reached->search == search_ ? reached->last : TextPlace()};
+        continue;
+      }
+      if (use.step > 0 && (reached - 1)->search != search_) continue;
+      const auto& rule = core.compiled[use.rule];
+      std::size_t begin = start;
+      if (use.commands) {
+        if (!command) command = CommandBeginAt(text, start);
+        if (!Begins(rule.pattern.begin, *command)) continue;
+      } else {
+        begin = use.step == 0 ? BeginOf(text, rule.pattern, start)
+                              : BeginBehind(text, rule.pattern.steps[use.step], *(reached - 1), start);
+        if (begin == kEnd) continue;
+      }
+      const TextPlace match = Advance(text, rule.pattern, use.step, {begin, end - begin}, reached);
       if (match.length == 0 || (!rules_.off_.empty() && rules_.off_[use.rule])) continue;
       if (rule.outside_writing && shape.IsWithinWriting(match.offset)) continue;
       hit->rule = &core.rules[use.rule];
@@ -288,26 +289,25 @@ bool CAttackScan::Search(std::string_view text, unsigned reading, unsigned place
   return hit->rule != nullptr;
 }
 
-/// A word of the pattern's step stands at `word`. Keeps how far the pattern is; all of it once it is found.
-TextPlace CAttackScan::Advance(std::string_view text, const AttackPattern& pattern, std::size_t step, TextPlace word,
-                               Reached* reached) const {
-  const std::size_t end = word.offset + word.length;
-  if (!Fits(text, pattern.steps[step], word.offset, end)) return {};
-  std::size_t begin = kEnd;
-  if (step == 0) {
-    begin = BeginOf(text, pattern, word.offset);
-  } else if (const Reached& before = reached[step - 1]; before.search == search_) {
-    for (const TextPlace& last : {before.last, before.before_last}) {
-      if (begin != kEnd || last.length == 0) continue;
-      if (Leads(text, pattern.steps[step], last.offset + last.length, word.offset)) begin = last.offset;
-    }
+/// Where a pattern begins whose next step is the word at `start`; npos when that does not follow what was found.
+std::size_t CAttackScan::BeginBehind(std::string_view text, const PatternStep& step, const Reached& before,
+                                     std::size_t start) {
+  for (const TextPlace& last : {before.last, before.before_last}) {
+    if (last.length != 0 && Leads(text, step, last.offset + last.length, start)) return last.offset;
   }
-  if (begin == kEnd) return {};
+  return kEnd;
+}
+
+/// The pattern was found up to the end of this step. Keeps that; all of it once it is found.
+TextPlace CAttackScan::Advance(std::string_view text, const AttackPattern& pattern, std::size_t step, TextPlace found,
+                               Reached* reached) const {
+  const std::size_t begin = found.offset;
+  const std::size_t end = begin + found.length;
   if (step + 1 < pattern.steps.size()) {
-    Reached& here = reached[step];
-    here = {search_, {begin, end - begin}, here.search == search_ ? here.last : TextPlace()};
+    *reached = {search_, found, reached->search == search_ ? reached->last : TextPlace()};
     return {};
   }
+  if (pattern.text_end && text.size() - end > pattern.most_behind) return {};
   const std::size_t last = RunsEnd(text, pattern.behind, end);
   if (last == kEnd || (pattern.text_end && last != text.size())) return {};
   if (pattern.edge_end && !IsWordEdge(text, last)) return {};

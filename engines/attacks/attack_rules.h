@@ -105,8 +105,17 @@ class CAttackScan {
     TextPlace last;
     TextPlace before_last;  // the word may stand in the next one once more; without length: none
   };
-  bool Search(std::string_view text, unsigned reading, unsigned place, unsigned groups, AttackHit* hit);
-  TextPlace Advance(std::string_view text, const AttackPattern& pattern, std::size_t step, TextPlace word,
+  /// What a text is searched for.
+  struct Scope {
+    TextMarks marks;  // of the text
+    unsigned reading;
+    unsigned place;
+    unsigned groups;
+  };
+  bool Search(std::string_view text, const Scope& scope, AttackHit* hit);
+  static std::size_t BeginBehind(std::string_view text, const PatternStep& step, const Reached& before,
+                                 std::size_t start);
+  TextPlace Advance(std::string_view text, const AttackPattern& pattern, std::size_t step, TextPlace found,
                     Reached* reached) const;
   void Begin();
 

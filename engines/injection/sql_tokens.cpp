@@ -211,6 +211,9 @@ constexpr bool IsNameByte(char c) {
   return IsWordByte(c) || c == '$' || c == '@' || (static_cast<unsigned char>(c) >= 0x80 && !IsBlank(c));
 }
 
+/// The first byte apart.
+constexpr bool IsOfName(char c) { return IsNameByte(c) || c == '.' || c == '`'; }
+
 constexpr bool IsHexDigit(char c) { return IsDigit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F'); }
 
 }  // namespace
@@ -226,19 +229,45 @@ std::size_t CSqlText::BehindComment(std::size_t from) {
 }
 
 std::size_t CSqlText::PlainQuote(char quote, std::size_t from) {
-  QuoteSpan& known = plain_quotes_[quote == '\'' ? 0 : quote == '"' ? 1 : 2];
-  if (from >= known.from && from <= known.next) return known.next;
+  Span& known = plain_quotes_[quote == '\'' ? 0 : quote == '"' ? 1 : 2];
+  if (known.Holds(from)) return known.to;
   std::size_t next = text_.find(quote, from);
   while (next != std::string_view::npos && next > 0 && text_[next - 1] == '\\') {
-    // The rest is known.
-    next = next >= known.from && next <= known.next ? known.next : text_.find(quote, next + 1);
+    next = known.Holds(next) ? known.to : text_.find(quote, next + 1);
   }
   known = {from, next};
   return next;
 }
 
+std::size_t CSqlText::NameEnd(std::size_t from) {
+  if (name_.Holds(from)) return name_.to;
+  std::size_t end = from;
+  while (end < text_.size() && IsOfName(text_[end]) && !name_.Holds(end)) ++end;
+  name_ = {from, name_.Holds(end) ? name_.to : end};
+  return name_.to;
+}
+
+void CSqlText::PassComments(std::size_t* at, std::size_t* room) const {
+  const auto first = std::lower_bound(comments_.begin(), comments_.end(), *at,
+                                      [](const Comment& comment, std::size_t place) { return comment.begin < place; });
+  if (first == comments_.end() || first->begin != *at) return;
+  const auto behind = std::lower_bound(first, comments_.end(), first->spent + *room,
+                                       [](const Comment& comment, std::size_t spent) { return comment.spent < spent; });
+  if (behind == first) return;
+  const Comment& last = *(behind - 1);
+  *at = last.begin;
+  *room -= last.spent - first->spent;
+}
+
+void CSqlText::KeepComment(std::size_t begin, std::size_t spent, std::size_t next) {
+  if (text_.size() >= UINT32_MAX) return;
+  if (comments_.empty() || comments_.back().begin != begin) comments_.assign(1, {static_cast<std::uint32_t>(begin), 0});
+  if (comments_.size() == kMostComments) comments_.erase(comments_.begin(), comments_.begin() + kMostComments / 2);
+  comments_.push_back({static_cast<std::uint32_t>(next), comments_.back().spent + static_cast<std::uint32_t>(spent)});
+}
+
 CSqlText::Read* CSqlText::BarrenAt(std::size_t at) {
-  Read& known = kept_[at % kKept];
+  Read& known = KeptAt(at);
   if (known.at != at) CSqlTokens(this, at);
   return known.at == at && known.barren != 0 ? &known : nullptr;
 }
@@ -256,7 +285,7 @@ bool CSqlText::IsBarren(std::size_t from, std::size_t tokens) {
   // Whoever begins at one of these goes on behind all of them.
   std::size_t left = count;
   for (std::size_t place = from; place != at;) {
-    Read& known = kept_[place % kKept];
+    Read& known = KeptAt(place);
     if (known.at != place) break;  // another one has taken its room
     const std::size_t own = known.barren;
     place = known.resume;
@@ -278,29 +307,47 @@ std::size_t CSqlTokens::FindNear(char c, std::size_t from) const {
 }
 
 CSqlTokens::Blanks CSqlTokens::SkipBlanks() {
+  constexpr std::size_t kNone = std::string_view::npos;
+  std::size_t comment = kNone;  // the last one, not yet kept
+  std::size_t spent = 0;
   while (at_ < text_.size() && room_ > 0) {
-    if (!kMayDivide[static_cast<unsigned char>(text_[at_])]) return Blanks::kDone;
     if (IsBlank(text_[at_])) {
       ++at_;  // costs nothing: however many there are
-    } else if (text_[at_] == '#' || text_.compare(at_, 2, "--") == 0) {
-      const std::size_t line_end = FindNear('\n', at_);
-      if (line_end == std::string_view::npos) return text_.size() - at_ <= room_ ? Blanks::kToEnd : Blanks::kTooFar;
-      Take(Kind::kEnd, line_end + 1 - at_);
-    } else if (text_.compare(at_, 3, "/*!") == 0) {
-      Take(Kind::kEnd, 3);  // its end is skipped when it comes
-      for (int digits = 0; digits < 6 && IsDigit(At(at_)); ++digits) ++at_;
-    } else if (text_.compare(at_, 2, "/*") == 0) {
-      const std::size_t end = shared_.BehindComment(at_ + 2);
-      if (end == std::string_view::npos) return Blanks::kToEnd;
-      at_ = end;
-      room_ -= std::min<std::size_t>(room_, 4);
-    } else if (text_.compare(at_, 2, "*/") == 0) {
-      Take(Kind::kEnd, 2);
-    } else {
-      return Blanks::kDone;
+      continue;
     }
+    if (comment != kNone) shared_.KeepComment(comment, spent, at_);
+    comment = kNone;
+    if (!kMayDivide[static_cast<unsigned char>(text_[at_])]) return Blanks::kDone;
+    shared_.PassComments(&at_, &room_);
+    const std::size_t begin = at_;
+    const std::size_t room = room_;
+    const Blanks blanks = SkipComment();
+    if (blanks != Blanks::kMore) return blanks;
+    comment = begin;
+    spent = room - room_;
   }
   return at_ < text_.size() ? Blanks::kTooFar : Blanks::kDone;
+}
+
+CSqlTokens::Blanks CSqlTokens::SkipComment() {
+  if (text_[at_] == '#' || text_.compare(at_, 2, "--") == 0) {
+    const std::size_t line_end = FindNear('\n', at_);
+    if (line_end == std::string_view::npos) return text_.size() - at_ <= room_ ? Blanks::kToEnd : Blanks::kTooFar;
+    Take(Kind::kEnd, line_end + 1 - at_);
+  } else if (text_.compare(at_, 3, "/*!") == 0) {
+    Take(Kind::kEnd, 3);  // its end is skipped when it comes
+    for (int digits = 0; digits < 6 && IsDigit(At(at_)); ++digits) ++at_;
+  } else if (text_.compare(at_, 2, "/*") == 0) {
+    const std::size_t end = shared_.BehindComment(at_ + 2);
+    if (end == std::string_view::npos) return Blanks::kToEnd;
+    at_ = end;
+    room_ -= std::min<std::size_t>(room_, 4);
+  } else if (text_.compare(at_, 2, "*/") == 0) {
+    Take(Kind::kEnd, 2);
+  } else {
+    return Blanks::kDone;
+  }
+  return Blanks::kMore;
 }
 
 namespace {
@@ -324,7 +371,7 @@ bool IsTelling(const SqlToken& token) {
 }  // namespace
 
 bool CSqlTokens::Recall() {
-  const CSqlText::Read& known = shared_.kept_[at_ % CSqlText::kKept];
+  const CSqlText::Read& known = shared_.KeptAt(at_);
   // Less of the window is left than the token took: it may be cut.
   if (known.at != at_ || known.spent >= room_) return false;
   current_ = {known.kind, known.word, known.begin, known.end};
@@ -337,11 +384,11 @@ void CSqlTokens::Keep(std::size_t at, std::size_t room) {
   // The window's end decides what these are.
   if (room_ == 0 || current_.kind == Kind::kCut || current_.kind == Kind::kComment || text_.size() >= UINT32_MAX)
     return;
-  CSqlText::Read& read = shared_.kept_[at % CSqlText::kKept];
+  CSqlText::Read& read = shared_.KeptAt(at);
   read.at = static_cast<std::uint32_t>(at);
   read.begin = static_cast<std::uint32_t>(current_.begin);
   read.end = read.resume = static_cast<std::uint32_t>(current_.end);
-  read.spent = static_cast<std::uint32_t>(room - room_);
+  read.spent = static_cast<std::uint16_t>(room - room_);
   read.kind = current_.kind;
   read.word = current_.word;
   read.barren = IsTelling(current_) ? 0 : 1;
@@ -350,7 +397,8 @@ void CSqlTokens::Keep(std::size_t at, std::size_t room) {
 void CSqlTokens::Advance() {
   if (shared_.kept_.empty()) {
     Read();
-    if (++shared_.reads_ > CSqlText::kReadsUnkept) shared_.kept_.resize(CSqlText::kKept);
+    if (++shared_.reads_ > CSqlText::kReadsUnkept)
+      shared_.kept_.resize(text_.size() < CSqlText::kShort ? CSqlText::kKeptOfShort : CSqlText::kKept);
     return;
   }
   if (Recall()) return;
@@ -434,7 +482,7 @@ void CSqlTokens::ReadWord() {
     return At(end) == ']' ? Take(Kind::kWord, end + 1 - at_) : Take(Kind::kOther, 1);
   }
   const std::size_t limit = std::min(text_.size(), at_ + room_);
-  while (end < limit && (IsNameByte(text_[end]) || text_[end] == '.' || text_[end] == '`')) ++end;
+  end = std::min(shared_.NameEnd(at_), limit);
   while (text_[end - 1] == '.') --end;
   const WordRow* const row = FindWord(text_.substr(at_, end - at_));
   if (row) current_.word = row->word;

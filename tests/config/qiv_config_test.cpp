@@ -370,9 +370,9 @@ TEST_F(QivConfig, TheWebshellLibraryFollowsFileAndSite) {
 }
 
 TEST_F(QivConfig, TheRulesForAttacksFollowTheirFile) {
-  const auto rules = [](const std::string& pattern) {
+  const auto rules = [](const std::string& pattern, const std::string& more = "") {
     return encrypt_text("", "<badcode_lists></badcode_lists><badcode_rules>1{*}rce{*}-{*}" + pattern +
-                                "{*}r{*}h{*}m{#}</badcode_rules>");
+                                "{*}r{*}h{*}m{#}" + more + "</badcode_rules>");
   };
   const auto pattern = [this] {
     return config_.Attacks()->Rules().empty() ? "" : config_.Attacks()->Rules()[0].pattern;
@@ -385,8 +385,15 @@ TEST_F(QivConfig, TheRulesForAttacksFollowTheirFile) {
   Tick();
   EXPECT_EQ(pattern(), "a.b");
   EXPECT_FALSE(states_.IsFault(StateKind::kProtection, "_badcode.db"));
+  Write("_badcode.db", rules("a.c", "ä{*}rce{*}-{*}b.c{*}r{*}h{*}m{#}2{*}rce{*}-{*}ä.c{*}r{*}h{*}m{#}"));
+  Tick();
+  EXPECT_EQ(pattern(), "a.c");
+  EXPECT_EQ(config_.Attacks()->Rules().size(), 1U);
+  EXPECT_TRUE(states_.IsFault(StateKind::kItems, "_badcode.db")) << "GBK has no such letter";
+  Write("_badcode.db", rules("a.b"));
+  Tick();
   for (const std::string& bad :
-       {rules("~x"), std::string("no library"), encrypt_text("", "<badcode_rules></badcode_rules>")}) {
+       {rules("~x"), rules("中.b"), std::string("no library"), encrypt_text("", "<badcode_rules></badcode_rules>")}) {
     news_.Take();
     Write("_badcode.db", bad);
     Tick();

@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
@@ -18,6 +17,7 @@
 #include "port/clock.h"
 #include "port/file.h"
 #include "tests/port/temporary_directory.h"
+#include "tests/tools/run_qivctl.h"
 #include "tools/files.h"
 #include "tools/library_files.h"
 #include "tools/utf8_text.h"
@@ -25,31 +25,6 @@
 
 namespace qiv {
 namespace {
-
-struct Outcome {
-  int exit_code;
-  std::string output;  ///< both streams
-};
-
-Outcome Shell(const std::string& command, const std::string& input = "") {
-  static const CTemporaryDirectory scratch;
-  const std::string file = scratch.Path("input");
-  ReplaceFile(file, input);
-  // The shell adds the exit code as three digits.
-  std::FILE* const pipe = popen(("{ " + command + "; } 2>&1 <" + file + "; printf %03d $?").c_str(), "r");
-  Outcome run{-1, ""};
-  char buffer[4096];
-  for (std::size_t got = 0; (got = std::fread(buffer, 1, sizeof buffer, pipe)) != 0;) run.output.append(buffer, got);
-  pclose(pipe);
-  if (run.output.size() < 3) return run;
-  run.exit_code = std::stoi(run.output.substr(run.output.size() - 3));
-  run.output.resize(run.output.size() - 3);
-  return run;
-}
-
-Outcome Qivctl(const std::string& arguments, const std::string& input = "") {
-  return Shell(std::string(QIVCTL) + " " + arguments, input);
-}
 
 TEST(Qivctl, EnciphersLines) {
   const std::string text = "one\nexactly16bytes!!\n\n你好 and seventeen\n";
@@ -184,50 +159,6 @@ TEST(Qivctl, ExemptsWhatAnEventFound) {
   EXPECT_EQ(Qivctl("exempt add --rule r --path a.asp" + config).exit_code, 2);
   EXPECT_EQ(Qivctl("exempt remove 1" + config).exit_code, 0);
   EXPECT_EQ(Qivctl("exempt list" + config).output, "nothing is exempt\n");
-}
-
-TEST(Qivctl, LibrariesGoThereAndBack) {
-  const CTemporaryDirectory directory;
-  const std::string plain = directory.Path("plain");
-  MakeDirectories(plain);
-  ReplaceFile(plain + "/sql_keys.txt", "1\t/%2A\t-\tcomment\t注释\n2\tand%20\tand\tcut\t切\n");
-  ReplaceFile(plain + "/sql_rules.txt", "3\tselect\t-\tquery\t查询\n");
-  for (const std::string user : {"", " --user"}) {
-    const std::string stored = directory.Path("stored");
-    const Outcome pack = Qivctl("library pack " + plain + " -o " + stored + user);
-    ASSERT_EQ(pack.exit_code, 0) << pack.output;
-    const std::string file = stored + (user.empty() ? "/_sql.db" : "/_sql_user.db");
-    EXPECT_EQ(Qivctl("library unpack " + file + user).output,
-              "# sql_rules\n3\tselect\t-\tquery\tquery\n"
-              "# sql_keys\n1\t/%2A\t-\tcomment\tcomment\n2\tand%20\tand\tcut\tcut\n");
-  }
-  ReplaceFile(plain + "/sql_rules.txt", "3\tselect\n");
-  const Outcome bad = Qivctl("library pack " + plain + " -o " + directory.Path("stored2"));
-  EXPECT_EQ(bad.exit_code, 2);
-  EXPECT_EQ(bad.output.find("qivctl: " + plain + "/sql_rules.txt:1: a rule has five fields"), 0U);
-  EXPECT_FALSE(IsFile(directory.Path("stored2/_sql.db")));
-  EXPECT_EQ(Qivctl("library unpack " + plain + "/sql_rules.txt").exit_code, 2);
-  EXPECT_EQ(Qivctl("library pack " + directory.Path("stored") + " -o " + directory.Path("stored2")).exit_code, 2);
-}
-
-TEST(Qivctl, TheWebshellLibraryGoesThereAndBack) {
-  const CTemporaryDirectory directory;
-  const std::string plain = directory.Path("plain");
-  const std::string stored = directory.Path("stored");
-  MakeDirectories(plain);
-  ReplaceFile(plain + "/trojan_rules.txt", "# ours\r\nmyshell++<%--good\tasp\t4096\tMy shell\t我的木马\r\n\n");
-  ReplaceFile(plain + "/trojan_free.txt", "our editor\n");
-  ASSERT_EQ(Qivctl("library pack " + plain + " -o " + stored + " --language zh-CN").exit_code, 0);
-  EXPECT_EQ(Qivctl("library unpack " + stored + "/_trojan.db").output,
-            "# trojan_rules\nmyshell++<%--good\tasp\t4096\tMy shell\t我的木马\n# trojan_free\nour editor\n");
-  for (const std::string bad : {"a\tphp\t0\tname", "++\tphp\t0\ta\tb", "a\tjsp\t0\ta\tb", "a\tphp\tx\ta\tb",
-                                "a\tphp\t0\t\t", "a{*}b\tphp\t0\ta\tb"}) {
-    ReplaceFile(plain + "/trojan_rules.txt", "\n" + bad);
-    const Outcome pack = Qivctl("library pack " + plain + " -o " + directory.Path("stored2"));
-    EXPECT_EQ(pack.exit_code, 2) << bad;
-    EXPECT_EQ(pack.output.find("qivctl: " + plain + "/trojan_rules.txt:2: "), 0U) << pack.output;
-  }
-  EXPECT_FALSE(IsFile(directory.Path("stored2/_trojan.db")));
 }
 
 TEST(Qivctl, ChecksRequestsAndWritesNothing) {
