@@ -30,8 +30,8 @@ struct Mix {
   std::string Shown() const;
 };
 
-/// The kinds of input: texts for the webshell scan ("php", "script"), the analyses of pages alone ("asp", "aspx") or the
-/// search for the families of attack ("attacks"), and requests, through all notifications of the module.
+/// The kinds of input: texts for the webshell scan ("php", "script"), the analyses of pages alone ("asp", "aspx") or
+/// the search for the families of attack ("attacks"), and requests, through all notifications of the module.
 std::vector<std::string_view> KindNames();
 
 std::optional<Mix> ParseMix(std::string_view name);
