@@ -87,6 +87,7 @@ if build release; then
   one module-exports python3 cmake/checks/check_binary.py build/bin/libQivIpsIIs.so
   one demo python3 tests/repository/demo_test.py
   one benchmark build/bin/qivbench --benchmark_min_time=0.001
+  one instructions python3 bench/instructions/check.py
 fi
 
 if [ "$quick" = 0 ]; then
@@ -94,10 +95,11 @@ if [ "$quick" = 0 ]; then
   export WINEPREFIX=$PWD/build/wine WINEDEBUG=-all
   if build mingw-x64; then
     one windows-imports python3 cmake/checks/check_binary.py \
-      build/windows/bin/QivIpsIIs.dll build/windows/bin/qivhost.exe build/windows/bin/qivctl.exe
+      build/windows/bin/QivIpsIIs.dll build/windows/bin/qivhost.exe build/windows/bin/qivctl.exe \
+      build/windows/bin/qivsetup.exe
     one windows-archive cmake --build --preset mingw-x64 --target package_zip
     one windows-archive-imports python3 cmake/checks/check_binary.py \
-      build/windows/obj/package/QivIpsIIs-*-windows-x64/{QivIpsIIs.dll,qivctl.exe}
+      build/windows/obj/package/QivIpsIIs-*-windows-x64/{QivIpsIIs.dll,qivctl.exe,qivsetup.exe}
     one source-lists python3 cmake/checks/check_sources.py build/dev build/release build/windows/obj
   fi
   suite windows build/windows/obj

@@ -50,17 +50,11 @@ constexpr Setting kSettings[] = {{"default", "default", ""},
                                  {"strict_without_access", "strict", kNoAccess},
                                  {"strict_all_access", "strict", kAllAccess}};
 
-/// Of this run.
-std::string& RulesFolder() {
-  static std::string folder;
-  return folder;
-}
-
 /// The module of this process uses another installation while this lives.
 class CUsing {
  public:
-  CUsing(const char* profile, const char* changes)
-      : before_(State().config.Paths().module_directory), installation_(RulesFolder(), profile, changes) {
+  CUsing(const std::string& rules, const char* profile, const char* changes)
+      : before_(State().config.Paths().module_directory), installation_(rules, profile, changes) {
     ready_ = installation_.Use();
   }
   ~CUsing() {
@@ -75,8 +69,8 @@ class CUsing {
   bool ready_ = false;
 };
 
-void PlainGetWith(benchmark::State& state, const Setting* setting) {
-  const CUsing using_it(setting->profile, setting->changes);
+void PlainGetWith(benchmark::State& state, const std::string& rules, const Setting* setting) {
+  const CUsing using_it(rules, setting->profile, setting->changes);
   host::CModuleHost modules;
   if (!using_it.Ready() || iis::Failed(modules.Register(&RegisterModule))) {
     state.SkipWithError("the module did not register");
@@ -91,8 +85,8 @@ void PlainGetWith(benchmark::State& state, const Setting* setting) {
 }
 
 /// One check of the table on the facts of a plain GET, everything on.
-void OneCheck(benchmark::State& state, const CheckRow* row) {
-  const CUsing using_it("strict", kAllAccess);
+void OneCheck(benchmark::State& state, const std::string& rules, const CheckRow* row) {
+  const CUsing using_it(rules, "strict", kAllAccess);
   host::CModuleHost modules;
   if (!using_it.Ready() || iis::Failed(modules.Register(&RegisterModule))) {
     state.SkipWithError("the module did not register");
@@ -101,7 +95,7 @@ void OneCheck(benchmark::State& state, const CheckRow* row) {
   const std::shared_ptr<const WebsiteConfig> config = State().config.Current();
   const std::shared_ptr<const InjectionLibrary> library = State().config.Library();
   const std::shared_ptr<const CQivLibs> webshells = State().config.Webshells();
-  const std::shared_ptr<const CAttackRules> attacks = State().config.Attacks();
+  const std::shared_ptr<const AttackRuleSet> rules_of_attacks = State().config.AttackRules();
   CNoRecorder nobody;
   RequestFacts facts;
   host::RunInProcess(modules, PlainGet(), [&](iis::IHttpContext& context) {
@@ -111,7 +105,7 @@ void OneCheck(benchmark::State& state, const CheckRow* row) {
   const CheckContext context{.config = *config,
                              .library = *library,
                              .webshells = webshells.get(),
-                             .attacks = attacks.get(),
+                             .attacks = &rules_of_attacks->attacks,
                              .state = State().service.Checks(),
                              .recorder = nobody};
   for (auto _ : state) {
@@ -144,15 +138,14 @@ void TenMillionClients(benchmark::State& state) {
 }  // namespace
 
 void RegisterAccessBenchmarks(const std::string& rules) {
-  RulesFolder() = rules;
   for (const Setting& setting : kSettings) {
     const std::string name = std::string("plain_get/") + setting.name;
-    benchmark::RegisterBenchmark(name.c_str(), PlainGetWith, &setting);
+    benchmark::RegisterBenchmark(name.c_str(), PlainGetWith, rules, &setting);
   }
   for (const CheckRow& row : CheckTable()) {
     if (row.stage == Stage::kAfterDecision) continue;
     const std::string name = std::string("one_check/") + row.name;
-    benchmark::RegisterBenchmark(name.c_str(), OneCheck, &row);
+    benchmark::RegisterBenchmark(name.c_str(), OneCheck, rules, &row);
   }
   benchmark::RegisterBenchmark("client_counter/ten_million", TenMillionClients)->Unit(benchmark::kMillisecond);
 }

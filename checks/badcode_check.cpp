@@ -6,7 +6,6 @@
 
 #include "base/hex.h"
 #include "checks/binary_text.h"
-#include "checks/body_charset.h"
 #include "checks/request_values.h"
 #include "checks/value_forms.h"
 #include "common/char_set.h"
@@ -52,9 +51,21 @@ bool IsLoopback(const CIpAddress& address) {
   return address.Ipv4() >> 24 == kIpv4Loopback || address == CIpAddress::Parse("::1");
 }
 
+/// Whether the client is on the inside itself: only there a site is asked for by an inner address.
+bool IsInnerClient(const RequestFacts& facts) {
+  static const CIpRanges kInner = [] {
+    CIpRanges ranges;
+    ranges.Add("10.0.0.0/8,127.0.0.0/8,169.254.0.0/16,172.16.0.0/12,192.168.0.0/16,::1,fc00::/7,fe80::/10");
+    return ranges;
+  }();
+  const auto client = CIpAddress::Parse(facts.client_ip);
+  return client && kInner.Contains(*client);
+}
+
 /// The site's address as the request names it in Host, in small letters: "10.0.0.4:8080". Empty unless the connection
-/// really ends there: what else a client writes into Host is its own choice.
+/// really ends there, and an inner client asks: what else a client writes into Host is its own choice.
 std::string OwnAddress(const RequestFacts& facts) {
+  if (!IsInnerClient(facts)) return {};
   std::string host = CCharSet::LowerAscii(facts.host);
   const std::size_t colon = host.find(':', host.find(']') == std::string::npos ? 0 : host.find(']'));
   const std::string_view name = std::string_view(host).substr(0, colon);
@@ -126,11 +137,8 @@ class CAttackWalk {
   }
 
   bool WalkBody(const ValueVisitor& visit) {
-    if (here_ == 0 || facts_.raw_body.empty()) return true;
-    if (CharsetOfBody(facts_.content_type, facts_.raw_body) == BodyCharset::kWide) {
-      return ForEachBodyValue(facts_.content_type, WideToUtf8(facts_.raw_body), visit);
-    }
-    return ForEachBodyValue(facts_.content_type, facts_.raw_body, visit);
+    if (here_ == 0 || facts_.text_body.empty()) return true;
+    return ForEachReadBodyValue(facts_.content_type, facts_.text_body, visit);
   }
 
   void WalkHeaders() {

@@ -18,9 +18,13 @@ class InjectionLibrary;
 /// Where in the life of its request a notification stands.
 enum Phase : std::int32_t { kPhaseBegin = 1, kPhasePostExecute = 3, kPhaseSendResponse = 4 };
 
+/// Which part of an answer is looked at. One that goes out before it is whole is looked at piece by piece.
+enum class ResponsePart : std::uint8_t { kHead, kFirstPiece, kLaterPiece };
+
 /// The application's answer, as far as checks want it and it can be read.
 struct ResponseText {
-  std::string_view text;  ///< its head as it is sent; empty: no text by its type, compressed, or on its way already
+  ResponsePart part = ResponsePart::kHead;
+  std::string_view text;  ///< of it, as it is sent; empty: no text by its type, compressed, or on its way already
   std::string_view type;  ///< its Content-Type, may be empty
   int status = 200;
   bool page = true;         ///< HTML or plain text, or of no type; else JSON or XML
@@ -38,7 +42,7 @@ struct CheckContext {
   CheckState& state;            ///< counters, the service's lists, address libraries, the clock
   IEventRecorder& recorder;
   Phase phase = kPhaseBegin;
-  ResponseText response = {};           ///< phase 3
+  ResponseText response = {};           ///< phases 3 and 4
   bool log_only = false;                ///< what the check decides is written down and not done
   const CAttackRules* leaks = nullptr;  ///< what is looked for in responses; null: nothing
 };

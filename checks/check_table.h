@@ -15,7 +15,7 @@ enum class Stage {
   kLists,          ///< black and white lists, first in every notification
   kRequest,        ///< while nothing has decided: shape, type and upload, access, injection; phase 1
   kRequestAlways,  ///< malicious code and sensitive words on the request; phase 1, allowed requests too
-  kResponseBody,   ///< malicious code, webshell output and sensitive words in the response; phase 3
+  kResponseBody,   ///< malicious code, webshell output and sensitive words in the response; phases 3 and 4
   kNotFound,       ///< the reply is a 404; phase 4; its decision never changes this reply
   kAfterDecision,  ///< smart blocking; phases 1 and 3
 };

@@ -149,23 +149,28 @@ class CInjectionRun {
   bool CheckPost() {
     const bool xss = sql_.xss && sql_.xss_post;
     if ((!sql_.post && !xss) || facts_.body.empty()) return false;
-    if (charset_ == BodyCharset::kWide) {
-      const std::string wide = WideToUtf8(facts_.raw_body);
-      const std::string whole = DecodeBody(wide);
-      Hit hit;
-      return JudgeValues(JudgeFor({sql_.post != 0, sql_.post_super_mode != 0, xss}, site_.post_rules), hit,
-                         [&](const ValueVisitor& visit) {
-                           return visit({{}, whole, RequestValue::kConverted}) &&
-                                  ForEachBodyValue(facts_.content_type, wide, visit);
-                         }) &&
-             BlockValue(kPost, hit);
-    }
+    const ValueSwitches switches{sql_.post != 0, sql_.post_super_mode != 0, xss, true};
     return CheckText(
-        kPost, facts_.body, {sql_.post != 0, sql_.post_super_mode != 0, xss, true}, site_.post_rules,
-        [this](const ValueVisitor& visit) {
-          return ForEachBodyValue(facts_.content_type, facts_.raw_body, visit, BodyValues::kTelling);
-        },
-        BodyFormOf(facts_.content_type, facts_.raw_body) != BodyForm::kXml);
+               kPost, facts_.body, switches, site_.post_rules,
+               [this](const ValueVisitor& visit) {
+                 return ForEachBodyValue(facts_.content_type, facts_.text_body, visit, BodyValues::kTelling);
+               },
+               BodyFormOf(facts_.content_type, facts_.text_body) != BodyForm::kXml) ||
+           (charset_ == BodyCharset::kWide && CheckWideBody(switches));
+  }
+
+  /// What the body is to a page that believes its charset, or the mark it begins with. Other pages read it as it is.
+  bool CheckWideBody(ValueSwitches switches) {
+    const std::string wide = WideToUtf8(facts_.text_body);
+    const std::string whole = DecodeBody(wide);
+    switches.xss_forms = false;
+    Hit hit;
+    return JudgeValues(JudgeFor(switches, site_.post_rules), hit,
+                       [&](const ValueVisitor& visit) {
+                         return visit({{}, whole, RequestValue::kConverted}) &&
+                                ForEachBodyValue(facts_.content_type, wide, visit);
+                       }) &&
+           BlockValue(kPost, hit);
   }
 
   using Walk = std::function<bool(const ValueVisitor&)>;

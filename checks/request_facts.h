@@ -39,13 +39,16 @@ struct RequestFacts {
   mutable std::vector<std::string> path_readings;
   std::string query;     ///< after the first "?", trimmed and normalised
   std::string full_url;  ///< site_url + "?" + query, the latter two when there is a query
-  std::string body;      ///< decoded, normalised, lower-cased
+  std::string body;      ///< text_body decoded, normalised, lower-cased
   /// The body as read, whole and undecoded, and the same kept only when it holds "secretrkey": views into the request's
   /// memory, valid as long as the request.
   std::string_view raw_body;
   std::string_view keyed_body;
   /// What a compressed body was unpacked to; raw_body is then a view of this.
   std::shared_ptr<const std::string> unpacked_body;
+  /// What of raw_body is judged as text (body_text.h): all of it, or all but binary files; then a view of the latter.
+  std::string_view text_body;
+  std::shared_ptr<const std::string> body_without_files;
   UnreadBody unread_body = UnreadBody::kNot;
   std::string method;
   std::string cookie;

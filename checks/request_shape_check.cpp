@@ -183,6 +183,7 @@ void MethodCheck(const RequestFacts& facts, const CheckContext& context, CheckRe
 
 void DirectoryListingCheck(const RequestFacts& facts, const CheckContext& context, CheckResult& result) {
   if (context.response.text.empty() || !context.response.page) return;
+  if (context.response.part == ResponsePart::kLaterPiece) return;
   if (!PathOfUrl(facts.raw_url).ends_with('/')) return;
   const std::string body = CCharSet::LowerBytes(context.response.text);
   const bool listing = std::any_of(std::begin(kListings), std::end(kListings), [&body](const ListingForm& form) {

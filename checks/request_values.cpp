@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "base/hex.h"
+#include "checks/body_charset.h"
 #include "checks/plain_value.h"
 #include "common/char_set.h"
 #include "common/multipart.h"
@@ -318,6 +319,11 @@ bool ForEachBodyValue(std::string_view content_type, std::string_view body, cons
       break;
   }
   return body.empty() || visit({{}, body, RequestValue::kPlain});
+}
+
+bool ForEachReadBodyValue(std::string_view content_type, std::string_view body, const ValueVisitor& visit) {
+  return ForEachBodyValue(content_type, body, visit) && (CharsetOfBody(content_type, body) != BodyCharset::kWide ||
+                                                         ForEachBodyValue(content_type, WideToUtf8(body), visit));
 }
 
 bool ForEachValueOf(const HeaderEntry& header, const ValueVisitor& visit) {

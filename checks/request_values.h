@@ -63,6 +63,10 @@ bool ForEachQueryValue(const RequestFacts& facts, const ValueVisitor& visit);
 /// Of a multipart form the fields that are no files, and the names and file names that parts state.
 bool ForEachBodyValue(std::string_view content_type, std::string_view body, const ValueVisitor& visit,
                       BodyValues values = BodyValues::kAll);
+/// The same of every reading of the body: as it was sent, and where it may be UTF-16 or UTF-32 (body_charset.h)
+/// converted as well, since what a page makes of such a body is the page's choice. Views of the converted text end with
+/// the call.
+bool ForEachReadBodyValue(std::string_view content_type, std::string_view body, const ValueVisitor& visit);
 bool ForEachHeaderValue(const RequestFacts& facts, const ValueVisitor& visit);
 /// Of one header.
 bool ForEachValueOf(const HeaderEntry& header, const ValueVisitor& visit);

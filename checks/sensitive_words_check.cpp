@@ -5,7 +5,6 @@
 #include <utility>
 #include <vector>
 
-#include "checks/body_charset.h"
 #include "checks/request_values.h"
 #include "checks/value_edit.h"
 #include "checks/value_forms.h"
@@ -83,11 +82,7 @@ class CWordWalk {
 
   void WalkBody() {
     if (facts_.raw_body.empty()) return;
-    if (CharsetOfBody(facts_.content_type, facts_.raw_body) == BodyCharset::kWide) {
-      ForEachBodyValue(facts_.content_type, WideToUtf8(facts_.raw_body), judge_);
-      return;
-    }
-    ForEachBodyValue(facts_.content_type, facts_.raw_body, judge_);
+    ForEachReadBodyValue(facts_.content_type, facts_.raw_body, judge_);
     if (!replaces_ || IsBlocked() || facts_.unpacked_body) return;
     ForEachBodyValue(facts_.content_type, facts_.raw_body, Editor(facts_.raw_body, &edits_.body));
   }

@@ -43,7 +43,8 @@ void SensitiveWordsOutputCheck(const RequestFacts& facts, const CheckContext& co
   const ResponseText& response = context.response;
   unsigned uses = WordUses(context.config, request.ill_block_webout != 0, request.ill_replace_webout != 0,
                            request.ill_record_webout != 0);
-  if (response.text.empty() || uses == 0) return;
+  // A later piece does not say its charset.
+  if (response.text.empty() || response.part == ResponsePart::kLaterPiece || uses == 0) return;
   uses = WithoutWhiteUrls(uses, facts, context.config);
   if (!response.may_change) uses &= ~unsigned{kWordReplace};
 

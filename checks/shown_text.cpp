@@ -76,10 +76,10 @@ CShownText CShownText::Query(const RequestFacts& facts) noexcept {
 CShownText CShownText::Body(const RequestFacts& facts) noexcept {
   CShownText shown;
   try {
-    CSecretPlaces secrets(facts.raw_body);
-    ForEachBodyValue(facts.content_type, facts.raw_body,
+    CSecretPlaces secrets(facts.text_body);
+    ForEachBodyValue(facts.content_type, facts.text_body,
                      [&secrets](const RequestValue& value) { return secrets.Visit(value); });
-    MarkedText sent{std::string(facts.raw_body), secrets.Take()};
+    MarkedText sent{std::string(facts.text_body), secrets.Take()};
     DecodeBodyMarked(&sent);
     shown.text_ = Overwritten(std::move(sent), facts.body);
   } catch (const std::bad_alloc&) {

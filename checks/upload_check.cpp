@@ -244,7 +244,10 @@ class CUploadRun {
     partial_ = partial_ || found.partial;
     if (!hit) return false;
     if (found.suspicious && base_.trojan_strict_mode == 0) return false;
-    BlockWebshell({"File", Shown(item), MessageId::kUploadItem}, found, facts_, context_, result_);
+    const std::string name = Shown(item);
+    const std::string excerpt = WebshellExcerpt(found, content);
+    BlockWebshell({"File", name, MessageId::kUploadItem, kWebshellStatistics, excerpt}, found, facts_, context_,
+                  result_);
     return true;
   }
 
@@ -282,6 +285,7 @@ class CUploadRun {
       if (mark == kNone) continue;
       const std::size_t begin = at + mark + kBase64.size();
       std::size_t end = begin;
+      if (begin < text.size() && IsSpace(text[begin])) continue;  // prose: no picture's data begins with a blank
       // A JSON text may write "\/"; a form may turn "+" into a blank.
       while (end < text.size() && (IsWordByte(text[end]) || std::string_view("+/=\\ \r\n").find(text[end]) != kNone))
         ++end;

@@ -61,12 +61,16 @@ std::string LoadKey(const std::string& path) {
   const CFileLock lock(path + ".lock");
   if (!lock.Held()) return {};
   if (std::string key = ReadKey(path); !key.empty()) return key;
-  std::string text;
-  for (const char byte : DrawnKey()) AppendHexByte(byte, &text);
-  return ReplaceFile(path, text + "\n") ? ReadKey(path) : std::string();
+  return ReplaceFile(path, NewVisitorKey()) ? ReadKey(path) : std::string();
 }
 
 }  // namespace
+
+std::string NewVisitorKey() {
+  std::string text;
+  for (const char byte : DrawnKey()) AppendHexByte(byte, &text);
+  return text + "\n";
+}
 
 std::string CVisitorProofs::TagOf(std::string_view purpose, const CIpAddress& client, std::string_view text) const {
   std::string message(purpose);

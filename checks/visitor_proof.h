@@ -57,6 +57,9 @@ class CVisitorProofs {
   const CCmac cmac_;
 };
 
+/// What a key file holds: a key that was just drawn.
+std::string NewVisitorKey();
+
 /// The proofs of an installation. Its key lies in a file: read from there, or drawn and written when there is none,
 /// with the rights of a secret. Processes that start at the same time agree. While the file can be neither read nor
 /// written the key is this process's own, and the file is tried again every other second. Thread safe.

@@ -180,7 +180,7 @@ class CWebshellRun {
       if (counts && !libs_.Library().Find(BlankFreeLower(text), text.size()).known_good) return Block(value, found);
     }
     if (scanned_ && (hints & (kHintPhpTag | kHintPageTag)) != 0) return false;
-    return Scan(text, hints, &found) && (strict || !found.suspicious) && Block(value, found);
+    return Scan(text, hints, &found) && (strict || !found.suspicious) && Block(value, found, excerpt_);
   }
 
   /// By the detectors of files.
@@ -208,6 +208,7 @@ class CWebshellRun {
     const bool hit =
         libs_.WebshellScan(text, whole ? CQivLibs::Depth::kWhole : CQivLibs::Depth::kSignatures, &walks_, found);
     if (found->partial) partial_ = place_;
+    if (hit) excerpt_ = WebshellExcerpt(*found, text);
     return hit;
   }
 
@@ -224,7 +225,7 @@ class CWebshellRun {
     plain = DecodeEncodedText(value.Decoded(&room, kEncodedScript), kEncodedScript);
     if (value.raw.size() > kEncodedScript) partial_ = place_;
     const bool strict = site_.base.trojan_strict_mode != 0;
-    return Scan(plain, hints, &found) && (strict || !found.suspicious) && Block(value, found);
+    return Scan(plain, hints, &found) && (strict || !found.suspicious) && Block(value, found, excerpt_);
   }
 
   bool TakeScan(std::string_view text) {
@@ -242,12 +243,13 @@ class CWebshellRun {
     return true;
   }
 
-  bool Block(const RequestValue& value, const WebshellResult& found) {
+  bool Block(const RequestValue& value, const WebshellResult& found, std::string_view excerpt = {}) {
     std::string room;
     WebshellPlace place;
     place.place = place_;
     room = CCharSet::ToLocal(std::string(RequestValue{{}, value.name, value.encoding}.Decoded(&room)));
     place.name = room;
+    place.excerpt = excerpt;
     BlockWebshell(place, found, facts_, context_, result_);
     return true;
   }
@@ -267,6 +269,7 @@ class CWebshellRun {
   CWalkBudget walks_{0};
   std::string_view partial_;  // the place of which not all was examined; empty: none
   std::string room_;
+  std::string excerpt_;  // of what the detectors of files found last
 };
 
 }  // namespace

@@ -14,6 +14,7 @@ namespace {
 // Names and matched texts come from the client: what a line of the log needs of them, in bytes.
 constexpr std::size_t kLongestName = 100;
 constexpr std::size_t kLongestDetail = 300;
+constexpr std::size_t kLongestExcerpt = 200;
 
 std::string NameOf(const WebshellResult& found, Language language) {
   if (found.finding) return std::string(Message(language, *found.finding));
@@ -33,6 +34,16 @@ WebshellWords WordsOf(const WebshellResult& found, Language language) {
     AppendAll(&words.detail, {language == Language::kChinese ? kFullWidthColon : ": ", found.detail});
   }
   return words;
+}
+
+std::string WebshellExcerpt(const WebshellResult& found, std::string_view text) {
+  std::string_view excerpt = found.In(text);
+  if (excerpt.size() > kLongestExcerpt) {
+    excerpt = excerpt.substr(0, kLongestExcerpt);
+    // Behind a byte that is a character by itself, whatever the encoding.
+    while (!excerpt.empty() && static_cast<unsigned char>(excerpt.back()) >= 0x80) excerpt.remove_suffix(1);
+  }
+  return CCharSet::ToLocal(std::string(excerpt));
 }
 
 void BlockWebshell(const WebshellPlace& place, const WebshellResult& found, const RequestFacts& facts,
@@ -59,6 +70,9 @@ void BlockWebshell(const WebshellPlace& place, const WebshellResult& found, cons
     const std::string matched = IsSecretName(place.name) ? std::string(kHiddenSecret) : CCharSet::ToLocal(words.detail);
     AppendAll(&result.detail, {comma, text(MessageId::kKeywords), colon, CCharSet::Prefix(matched, kLongestDetail)});
   }
+
+  if (!place.excerpt.empty() && !IsSecretName(place.name))
+    AppendAll(&result.detail, {comma, text(MessageId::kConnective), colon, WithoutSecrets(place.excerpt)});
 
   result.rule = found.rule;
   // The lists leave only the first phase countable.

@@ -24,18 +24,23 @@ struct WebshellWords {
 };
 WebshellWords WordsOf(const WebshellResult& found, Language language);
 
+/// The begin of what stands at the finding's place of the text that was scanned, GBK; empty where that has no place of
+/// its own in it.
+std::string WebshellExcerpt(const WebshellResult& found, std::string_view text);
+
 /// Where a webshell was found.
 struct WebshellPlace {
   std::string_view place;  ///< in texts, the same in both languages: "GET", "POST", "Header", "File", "Response"
   std::string_view name;   ///< of the parameter, header or file, GBK; empty: none
   MessageId item = MessageId::kWebshellItem;  ///< the protection that found it
   std::string_view statistics = kWebshellStatistics;
+  std::string_view excerpt = {};  ///< WebshellExcerpt; empty: not to be shown
 };
 
 /// Blocks, counted by smart blocking:
 ///   item    "Webshell Protection(GET)"
 ///   reason  "Deny webshell(GET),Type:ASP backdoor"
-///   detail  "Deny webshell(GET[q]),Type:ASP backdoor(Hide),Keywords:eval"
+///   detail  "Deny webshell(GET[q]),Type:ASP backdoor(Hide),Keywords:eval,Connective:eval request(1)"
 void BlockWebshell(const WebshellPlace& place, const WebshellResult& found, const RequestFacts& facts,
                    const CheckContext& context, CheckResult& result);
 

@@ -1,5 +1,7 @@
 #include "checks/webshell_output_check.h"
 
+#include <string>
+
 #include "checks/file_content.h"
 #include "checks/webshell_finding.h"
 #include "config/website_config.h"
@@ -18,8 +20,9 @@ void WebshellOutputCheck(const RequestFacts& facts, const CheckContext& context,
   const WebsiteConfig& site = context.config;
   const std::string_view text = context.response.text;
   if (site.base.trojan == 0 || site.base.trojan_webout == 0 || !context.webshells || !context.response.page ||
-      text.empty())
+      text.empty() || context.response.part == ResponsePart::kLaterPiece) {
     return;
+  }
 
   WebshellPlace place;
   place.place = "Response";
@@ -33,6 +36,8 @@ void WebshellOutputCheck(const RequestFacts& facts, const CheckContext& context,
   const bool strict = site.base.trojan_strict_mode != 0;
   if (context.webshells->WebshellScan(text.substr(0, kScannedSource), &found) && (strict || !found.suspicious)) {
     place.name = Message(site.language, MessageId::kScriptSource);
+    const std::string excerpt = WebshellExcerpt(found, text);
+    place.excerpt = excerpt;
     BlockWebshell(place, found, facts, context, result);
   }
 }

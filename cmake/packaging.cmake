@@ -6,8 +6,9 @@ install(CODE "
   set(place \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}\")
   file(RENAME \"\${place}/.new/$<TARGET_FILE_NAME:QivIpsIIs>\" \"\${place}/$<TARGET_FILE_NAME:QivIpsIIs>\")
   file(REMOVE_RECURSE \"\${place}/.new\")")
-install(TARGETS qivctl RUNTIME DESTINATION .)
+install(TARGETS qivctl qivsetup RUNTIME DESTINATION .)
 install(DIRECTORY rules DESTINATION . PATTERN "README.md" EXCLUDE PATTERN "generate" EXCLUDE)
+install(FILES docs/windows-installation.md DESTINATION . RENAME INSTALL.md)
 install(FILES packaging/install.ps1 packaging/uninstall.ps1 packaging/README.md DESTINATION .)
 
 set(package_name QivIpsIIs-${PROJECT_VERSION}-windows-x64)
@@ -19,5 +20,5 @@ add_custom_target(package_zip
   COMMAND "${CMAKE_COMMAND}" -E chdir "${package_folder}/.." "${CMAKE_COMMAND}" -E tar cf "${package_file}" --format=zip
     "${package_name}"
   COMMAND "${CMAKE_COMMAND}" -D "FILE=${package_file}" -P "${CMAKE_SOURCE_DIR}/cmake/write_sha256.cmake"
-  DEPENDS QivIpsIIs qivctl
+  DEPENDS QivIpsIIs qivctl qivsetup
   VERBATIM)

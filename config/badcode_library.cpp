@@ -20,7 +20,7 @@ bool LoadAttackRules(std::string_view text, CAttackRules* rules, CAttackRules* l
   if (!ReadAttackLibrary(text, &library, fault)) return false;
   const auto of_responses = std::stable_partition(
       library.rules.begin(), library.rules.end(),
-      [](const AttackRule& rule) { return (AttackFamilies()[rule.family].group & (kLeaks | kErrorLeaks)) == 0; });
+      [](const AttackRule& rule) { return (AttackFamilies()[rule.family].group & kOfResponses) == 0; });
   std::vector<AttackRule> leak_rules(std::make_move_iterator(of_responses),
                                      std::make_move_iterator(library.rules.end()));
   library.rules.erase(of_responses, library.rules.end());
@@ -31,29 +31,24 @@ bool LoadAttackRules(std::string_view text, CAttackRules* rules, CAttackRules* l
 }  // namespace
 
 CBadcodeLibrary::CBadcodeLibrary(std::string path, CStateRecorder* states)
-    : states_(*states),
-      rules_(std::make_shared<CAttackRules>()),
-      leaks_(std::make_shared<CAttackRules>()),
-      file_(std::move(path), kFileMaxBytes) {}
+    : states_(*states), rules_(std::make_shared<AttackRuleSet>()), file_(std::move(path), kFileMaxBytes) {}
 
 Reload CBadcodeLibrary::ReloadChanged() {
   const CAutoLock lock(lock_);
   std::string why;
   const auto take = [&](const std::string* content) QIV_REQUIRES(lock_) {
-    auto rules = std::make_shared<CAttackRules>();
-    auto leaks = std::make_shared<CAttackRules>();
+    auto rules = std::make_shared<AttackRuleSet>();
     AttackFault fault;
     std::vector<std::string> lost;
     if (content != nullptr) {
       const std::string text = LibraryToLocalForm(DecipherPieces(*content), kAttackTags, &lost, kMatchedFields);
-      if (!LoadAttackRules(text, rules.get(), leaks.get(), &fault)) {
+      if (!LoadAttackRules(text, &rules->attacks, &rules->leaks, &fault)) {
         why = fault.rule + ": " + fault.text;
         return false;
       }
     }
     ReportLost(&states_, file_.Name(), lost);
     rules_.Store(std::move(rules));
-    leaks_.Store(std::move(leaks));
     return true;
   };
   return ReloadFile(&file_, &states_, take, &why);

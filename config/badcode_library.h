@@ -14,6 +14,12 @@
 
 namespace qiv {
 
+/// What one file holds; a request judges its answer by the rules of the same load.
+struct AttackRuleSet {
+  CAttackRules attacks;
+  CAttackRules leaks;  ///< for responses
+};
+
 /// Thread safe. What is in force is immutable; a reader takes a counted reference without a lock.
 class CBadcodeLibrary {
  public:
@@ -29,14 +35,11 @@ class CBadcodeLibrary {
   Reload ReloadChanged();
 
   /// Never null.
-  std::shared_ptr<const CAttackRules> Current() const { return rules_.Load(); }
-  /// Those for responses; never null.
-  std::shared_ptr<const CAttackRules> Leaks() const { return leaks_.Load(); }
+  std::shared_ptr<const AttackRuleSet> Current() const { return rules_.Load(); }
 
  private:
   CStateRecorder& states_;
-  CPublished<CAttackRules> rules_;
-  CPublished<CAttackRules> leaks_;
+  CPublished<AttackRuleSet> rules_;
 
   CCriticalSection lock_;
   CWatchedFile file_ QIV_GUARDED_BY(lock_);

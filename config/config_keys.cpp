@@ -5,6 +5,7 @@
 
 #include "common/char_set.h"
 #include "common/text.h"
+#include "config/key_choices.h"
 
 namespace qiv {
 namespace {

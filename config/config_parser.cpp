@@ -148,8 +148,6 @@ void FinishBase(const ExtendedFunctions& extended, BaseSettings* base) {
 
 void FinishRequest(RequestSettings* request) {
   request->types = LowerMethods(request->types);
-  request->xframe_type = UpperAscii(Trim(request->xframe_type));
-  if (request->xframe_type == "ALLOWFROM") request->xframe_type = "ALLOW-FROM";
   request->xframe_allowfrom = WithoutControls(Trim(request->xframe_allowfrom));
 }
 

@@ -21,15 +21,6 @@ std::string RedirectUrl(std::string_view setting) {
   return url;
 }
 
-int PageStatus(std::string_view setting, bool has_redirect) {
-  setting = Trim(setting);
-  if (setting == "200") return 200;
-  if (setting == "302") return has_redirect ? 302 : 403;
-  if (setting == "404") return 404;
-  if (setting == "500") return 500;
-  return 403;
-}
-
 bool IsWholePage(std::string_view lower) {
   if (lower.find("<html") != std::string_view::npos) return true;
   std::size_t at = 0;
@@ -60,7 +51,8 @@ std::string BreakLines(std::string_view text) { return ReplaceAll(ReplaceAll(tex
 PageSettings MakePageSettings(const ResponseSettings& response) {
   PageSettings page;
   page.redirect_url = RedirectUrl(response.ret_url);
-  page.status = PageStatus(response.ret_status, !page.redirect_url.empty());
+  const bool goes_nowhere = response.ret_status == kStatusFound && page.redirect_url.empty();
+  page.status = goes_nowhere ? kStatusForbidden : response.ret_status;
   page.type = response.ret_type;
   page.content_charset = true;
   if (page.type != PageSettings::kCustom) return page;

@@ -265,8 +265,9 @@ bool CQivConfig::ReloadBadcodeLibrary() {
   const Reload reload = badcode_.ReloadChanged();
   badcode_wanted_ = reload == Reload::kAgain;
   const std::shared_ptr<const WebsiteConfig> site = Current();
+  const std::shared_ptr<const AttackRuleSet> rules = badcode_.Current();
   const bool wanted = site->base.badcode || site->request.file;
-  if (wanted && badcode_.Current()->Rules().empty()) {
+  if ((wanted && rules->attacks.Rules().empty()) || (site->base.badcode_webout && rules->leaks.Rules().empty())) {
     states_.Fault(StateKind::kProtection, kBadcodeFile, MessageId::kStateNoAttackRules);
   } else {
     states_.Fine(StateKind::kProtection, kBadcodeFile);

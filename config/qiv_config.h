@@ -91,9 +91,7 @@ class CQivConfig {
   std::shared_ptr<const CQivLibs> Webshells() const { return webshells_.Current(); }
 
   /// The rules for attacks by families. Never null.
-  std::shared_ptr<const CAttackRules> Attacks() const { return badcode_.Current(); }
-  /// Those for responses. Never null.
-  std::shared_ptr<const CAttackRules> Leaks() const { return badcode_.Leaks(); }
+  std::shared_ptr<const AttackRuleSet> AttackRules() const { return badcode_.Current(); }
 
   /// What the site exempts. Never null.
   std::shared_ptr<const CExemptions> Exemptions() const { return exemptions_.Load(); }

@@ -14,6 +14,14 @@ void AppendItem(std::string_view item, std::string* out) {
   *out += ',';
 }
 
+std::string UpperAscii(std::string_view text) {
+  std::string upper(text);
+  for (char& c : upper) {
+    if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
+  }
+  return upper;
+}
+
 }  // namespace
 
 std::string WrapNames(std::string_view text) {
@@ -52,14 +60,6 @@ CIpRanges RangesOf(std::string_view list) {
   CIpRanges ranges;
   ranges.Add(list);
   return ranges;
-}
-
-std::string UpperAscii(std::string_view text) {
-  std::string upper(text);
-  for (char& c : upper) {
-    if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
-  }
-  return upper;
 }
 
 std::string WithoutControls(std::string_view text) {

@@ -24,9 +24,6 @@ std::vector<std::string> BarItems(std::string_view text);
 /// The address ranges of a list; items that are none count for nothing.
 CIpRanges RangesOf(std::string_view list);
 
-/// "a"-"z" to "A"-"Z". For ASCII words only.
-std::string UpperAscii(std::string_view text);
-
 /// Without the bytes below 0x20 and 0x7F, so that the text can stand in a header.
 std::string WithoutControls(std::string_view text);
 

@@ -9,6 +9,7 @@
 #include "common/language.h"
 #include "config/access_settings.h"
 #include "config/extended_functions.h"
+#include "config/key_choices.h"
 #include "config/list_settings.h"
 #include "config/script_settings.h"
 #include "config/sensitive_words.h"
@@ -68,12 +69,6 @@ struct ListSettings {
 #undef QIV_NAMES
 #undef QIV_EXTENSIONS
 #undef QIV_RULES
-
-/// Values of AttackSettings::cc_verify_type.
-enum VerifyType : std::int32_t { kVerifyJump = 1, kVerifyClick, kVerifySlide, kVerifySelect, kVerifyCookie };
-
-/// Values of RequestSettings::csrf_mode.
-enum SameSiteMode : std::int32_t { kSameSiteStrict = 2 };
 
 /// What block pages need, derived from the response section.
 struct PageSettings {

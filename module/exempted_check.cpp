@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "checks/body_text.h"
 #include "checks/request_values.h"
 #include "common/char_set.h"
 #include "common/text.h"
@@ -51,7 +52,7 @@ class CValueCutter {
 };
 
 /// Takes the parameter's values out of query and body. False when it has none there.
-bool CutParameter(std::string_view name, RequestFacts* facts) {
+bool CutParameter(std::string_view name, bool without_files, RequestFacts* facts) {
   CValueCutter query(facts->raw_url, name);
   ForEachQueryValue(*facts, [&query](const RequestValue& value) { return query.Visit(value); });
   CValueCutter body(facts->raw_body, name);
@@ -65,8 +66,7 @@ bool CutParameter(std::string_view name, RequestFacts* facts) {
   if (body.HasCut()) {
     facts->unpacked_body = std::make_shared<const std::string>(body.Rest());
     facts->raw_body = *facts->unpacked_body;
-    facts->body = DecodeBody(facts->raw_body);
-    CCharSet::LowerAscii(&facts->body);
+    SetBodyText(without_files, facts);
   }
   return query.HasCut() || body.HasCut();
 }
@@ -131,6 +131,7 @@ bool CExemptedCheck::IsExempt(const CheckRow& row, const RequestRecord& record, 
     return result;
   };
 
+  const bool files = record.config->extended.body;
   RequestFacts facts = record.facts;     // ever less of it
   std::set<std::string> without;         // rules that are exempt wherever they are found
   std::set<std::string> cut_parameters;  // what is missing in `facts`
@@ -150,7 +151,7 @@ bool CExemptedCheck::IsExempt(const CheckRow& row, const RequestRecord& record, 
       continue;
     }
     const auto cut = std::find_if(found.begin(), found.end(),
-                                  [&facts](const auto* e) { return CutParameter(e->parameter, &facts); });
+                                  [&](const auto* e) { return CutParameter(e->parameter, files, &facts); });
     if (cut == found.end()) return stays(result);
     cut_parameters.insert((*cut)->parameter);
     cut_rules.insert(finding);

@@ -8,6 +8,7 @@
 #include <string_view>
 #include <utility>
 
+#include "checks/body_text.h"
 #include "common/char_set.h"
 #include "common/inflate.h"
 #include "common/text.h"
@@ -219,8 +220,7 @@ void ReadBody(iis::IHttpContext& context, iis::IHttpRequest& request, const Webs
   if (config.response.passwd && facts.raw_body.find("secretrkey") != std::string_view::npos) {
     facts.keyed_body = facts.raw_body;
   }
-  facts.body = DecodeBody(facts.raw_body);
-  CCharSet::LowerAscii(&facts.body);
+  SetBodyText(config.extended.body, &facts);
 }
 
 }  // namespace

@@ -136,8 +136,9 @@ std::shared_ptr<RequestRecord> CPipeline::StartRecord() const {
   record->config = config_.Current();
   record->library = config_.Library();
   record->webshells = config_.Webshells();
-  record->attacks = config_.Attacks();
-  record->leaks = config_.Leaks();
+  const std::shared_ptr<const AttackRuleSet> rules = config_.AttackRules();
+  record->attacks = {rules, &rules->attacks};
+  record->leaks = {rules, &rules->leaks};
   record->exemptions = config_.Exemptions();
   return record;
 }
@@ -169,17 +170,20 @@ bool CPipeline::LoadOrRebuild(iis::IHttpContext& server, StoredRequest* stored) 
          ReadHeadersAndBody(server, *record->config, false, record->facts);
 }
 
-void CPipeline::RunStage(Stage stage, Notification& notification) const {
+bool CPipeline::RunStage(Stage stage, Notification& notification) const {
   CheckResult& result = notification.result;
+  bool found = false;
   const WebsiteConfig& config = notification.context.config;
   for (const CheckRow& row : checks_) {
     if (row.stage != stage || !row.IsOn(config)) continue;
-    if (result.status == kBlocked || (stage == Stage::kRequest && result.status == kAllowed)) return;
+    if (result.status == kBlocked || (stage == Stage::kRequest && result.status == kAllowed)) break;
     const bool log_only = config.extended.AnyLogOnly() && config.extended.IsLogOnly(row.name);
     const CheckVerdict verdict =
         log_only ? RunLogOnly(row, notification) : RunRow(row, notification, services_.recorder, false, &result);
     Observe(row, verdict, notification);
+    found = found || verdict == CheckVerdict::kBlock || verdict == CheckVerdict::kWouldBlock;
   }
+  return found;
 }
 
 void CPipeline::Observe(const CheckRow& row, CheckVerdict verdict, const Notification& notification) const {
@@ -312,6 +316,38 @@ void CPipeline::InspectResponse(Notification& notification) {
   }
 }
 
+/// Looks at what one send carries of an answer that goes out before it is whole. As long as no header is out, a page
+/// takes its place, and what comes behind it goes nowhere; later only the end of the connection tells that an answer is
+/// not whole.
+void CPipeline::InspectPiece(iis::IHttpContext& server, const StoredRequest& stored,
+                             const iis::ISendResponseProvider* provider, bool with_headers) {
+  CResponseReader reader(server);
+  std::shared_ptr<StreamedAnswer> streamed = stored.streamed;
+  if (streamed && streamed->dropped) return reader.DropPiece();
+  if (stored.page_written || !provider || WantedResponseBytes(*stored.record->config) == 0) return;
+  if (with_headers) {
+    // One that goes out whole was looked at when its handler had ended.
+    if ((provider->GetFlags() & iis::HTTP_SEND_RESPONSE_FLAG_MORE_DATA) == 0) return;
+    streamed = std::make_shared<StreamedAnswer>();
+    if (!contexts_.KeepStreamed(server, streamed)) return;
+  }
+  if (!streamed || streamed->left == 0) return;
+
+  Notification notification(*stored.record, ContextOf(*stored.record, kPhaseSendResponse), {});
+  notification.context.response = reader.ReadPiece(with_headers, streamed.get());
+  if (notification.context.response.text.empty()) return;
+  if (RunStage(Stage::kResponseBody, notification)) streamed->left = 0;  // one event an answer
+  notification.context.response = {};
+  CheckResult& result = notification.result;
+  if (result.status != kBlocked) return;
+  streamed->dropped = true;
+  if (with_headers) return WriteBlockPage(notification, true);
+  reader.DropPiece();
+  server.GetResponse()->ResetConnection();
+  contexts_.MarkPageWritten(server, {});
+  services_.recorder.RecordBlock(notification.facts, notification.context, result);
+}
+
 iis::REQUEST_NOTIFICATION_STATUS CPipeline::PostExecuteRequestHandler(iis::IHttpContext& server) {
   if (!config_.IsConfigValid()) return RQ_NOTIFICATION_CONTINUE;
   StoredRequest stored;
@@ -345,6 +381,7 @@ iis::REQUEST_NOTIFICATION_STATUS CPipeline::SendResponse(iis::IHttpContext& serv
   // A response goes out in any number of sends; only the one with the headers can still be changed, and counts.
   const bool with_headers = (!provider || provider->GetHeadersBeingSent()) && !server.GetResponseHeadersSent();
   if (with_headers && !stored.event_id.empty()) KeepPageHeaders(server, stored.event_id);
+  InspectPiece(server, stored, provider, with_headers);
 
   const iis::USHORT status = ResponseStatus(server);
   Notification notification(record, ContextOf(record, kPhaseSendResponse), std::move(stored.event_id));

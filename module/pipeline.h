@@ -60,7 +60,8 @@ class CPipeline {
   CheckContext ContextOf(const RequestRecord& record, Phase phase) const;
   bool IsUnprotectedIpv6(const RequestFacts& facts) const;
   bool LoadOrRebuild(iis::IHttpContext& server, StoredRequest* stored);
-  void RunStage(Stage stage, Notification& notification) const;
+  /// Whether a check blocked, or would have.
+  bool RunStage(Stage stage, Notification& notification) const;
   CheckVerdict RunRow(const CheckRow& row, Notification& notification, IEventRecorder& recorder, bool log_only,
                       CheckResult* result) const;
   CheckVerdict RunLogOnly(const CheckRow& row, Notification& notification) const;
@@ -68,6 +69,8 @@ class CPipeline {
   void RunAfterDecision(Notification& notification) const;
   void WriteBlockPage(Notification& notification, bool reset_response = false);
   void InspectResponse(Notification& notification);
+  void InspectPiece(iis::IHttpContext& server, const StoredRequest& stored, const iis::ISendResponseProvider* provider,
+                    bool with_headers);
 
   CQivConfig& config_;
   CStoredContexts& contexts_;

@@ -129,10 +129,16 @@ void ProtectCookies(const RequestFacts& facts, const CheckContext& context, iis:
 
 /// The value that the settings choose; empty for none.
 std::string FrameChoice(const RequestSettings& request) {
-  const std::string& mode = request.xframe_type;
-  if (mode == "DENY" || mode == "SAMEORIGIN") return mode;
-  // The quotes belong to the value.
-  return mode == "ALLOW-FROM" ? "\"ALLOW-FROM " + request.xframe_allowfrom + "\"" : std::string();
+  switch (request.xframe_type) {
+    case kFrameDeny:
+      return "DENY";
+    case kFrameSameOrigin:
+      return "SAMEORIGIN";
+    case kFrameAllowFrom:
+      return "\"ALLOW-FROM " + request.xframe_allowfrom + "\"";  // the quotes belong to the value
+    default:
+      return {};
+  }
 }
 
 /// All values of X-Frame-Options, joined as a server joins them.

@@ -12,6 +12,14 @@
 namespace qiv {
 namespace {
 
+// Longer than what any rule for responses wants to see together.
+constexpr std::size_t kPieceOverlap = 2048;
+
+const iis::HTTP_RESPONSE* RawResponse(iis::IHttpContext& context) {
+  const iis::IHttpResponse* const response = context.GetResponse();
+  return response ? response->GetRawHttpResponse() : nullptr;
+}
+
 std::string_view ResponseHeader(const iis::IHttpResponse& response, iis::HTTP_HEADER_ID id) {
   iis::USHORT length = 0;
   const char* value = response.GetHeader(id, &length);
@@ -111,38 +119,78 @@ bool CResponseReader::ReadChunk(const iis::HTTP_DATA_CHUNK& chunk, std::size_t r
 
 ResponseText CResponseReader::Read(std::size_t most) {
   ResponseText answer;
-  const iis::IHttpResponse* response = context_.GetResponse();
-  if (!response || context_.GetResponseHeadersSent()) return answer;
-  const iis::HTTP_RESPONSE* raw = response->GetRawHttpResponse();
-  if (!raw || raw->EntityChunkCount == 0 || !raw->pEntityChunks) return answer;
-  answer.type = ResponseHeader(*response, iis::HttpHeaderContentType);
-  const TextKind kind = KindOf(answer.type);
-  if (kind == TextKind::kNone || !IsPlainlyEncoded(*response)) return answer;
-  answer.page = kind == TextKind::kPage;
-  answer.status = raw->StatusCode;
+  const iis::HTTP_RESPONSE* const raw = RawResponse(context_);
+  if (!raw || raw->EntityChunkCount == 0 || context_.GetResponseHeadersSent()) return answer;
+  if (ReadHead(*raw, &answer)) ReadChunks(*raw, most, &answer);
+  return answer;
+}
 
+/// False when the answer is none that can be looked at.
+bool CResponseReader::ReadHead(const iis::HTTP_RESPONSE& raw, ResponseText* answer) const {
+  const iis::IHttpResponse& response = *context_.GetResponse();
+  answer->type = ResponseHeader(response, iis::HttpHeaderContentType);
+  const TextKind kind = KindOf(answer->type);
+  if (kind == TextKind::kNone || !IsPlainlyEncoded(response)) return false;
+  answer->page = kind == TextKind::kPage;
+  answer->status = raw.StatusCode;
   constexpr int kPartialContent = 206;
-  answer.may_change =
-      answer.status != kPartialContent && ResponseHeader(*response, iis::HttpHeaderContentRange).empty();
-  const std::size_t count = raw->EntityChunkCount;
+  answer->may_change =
+      answer->status != kPartialContent && ResponseHeader(response, iis::HttpHeaderContentRange).empty();
+  return true;
+}
+
+void CResponseReader::ReadChunks(const iis::HTTP_RESPONSE& raw, std::size_t most, ResponseText* answer) {
+  const std::size_t count = raw.pEntityChunks ? raw.EntityChunkCount : 0;
   for (std::size_t i = 0; i < count && room_.size() < most; ++i) {
-    if (i == 0 && count == 1 && raw->pEntityChunks[0].DataChunkType == iis::HttpDataChunkFromMemory) {
+    if (count == 1 && room_.empty() && raw.pEntityChunks[0].DataChunkType == iis::HttpDataChunkFromMemory) {
       // Most pages: they are looked at where they are.
-      const auto& memory = raw->pEntityChunks[0].FromMemory;
+      const auto& memory = raw.pEntityChunks[0].FromMemory;
       const std::size_t size = memory.pBuffer ? memory.BufferLength : 0;
       text_ = {static_cast<const char*>(memory.pBuffer), std::min(size, most)};
       pieces_.push_back({0, text_.size(), text_.size() == size});
       break;
     }
     Piece piece;
-    answer.may_change = ReadChunk(raw->pEntityChunks[i], most - room_.size(), &piece) && answer.may_change;
+    answer->may_change = ReadChunk(raw.pEntityChunks[i], most - room_.size(), &piece) && answer->may_change;
     pieces_.push_back(piece);
   }
   if (!room_.empty()) text_ = room_;
-  answer.text = text_;
-  answer.whole = pieces_.size() == count &&
-                 std::all_of(pieces_.begin(), pieces_.end(), [](const Piece& piece) { return piece.ends; });
+  answer->text = text_;
+  answer->whole = pieces_.size() == count &&
+                  std::all_of(pieces_.begin(), pieces_.end(), [](const Piece& piece) { return piece.ends; });
+}
+
+ResponseText CResponseReader::ReadPiece(bool first, StreamedAnswer* streamed) {
+  ResponseText answer;
+  const iis::HTTP_RESPONSE* const raw = RawResponse(context_);
+  if (!raw || (first && !ReadHead(*raw, &answer))) {
+    streamed->left = 0;
+    return answer;
+  }
+  if (first) {
+    streamed->type = answer.type;
+    streamed->page = answer.page;
+    streamed->status = answer.status;
+  }
+  room_ = streamed->end;
+  ReadChunks(*raw, room_.size() + streamed->left, &answer);
+  const bool more = text_.size() > streamed->end.size();
+  // What is read again counts as well: an answer of many small pieces costs no more than another.
+  streamed->left -= std::min(streamed->left, more ? text_.size() : 0);
+  streamed->end = text_.substr(text_.size() - std::min(text_.size(), kPieceOverlap));
+  answer.part = first ? ResponsePart::kFirstPiece : ResponsePart::kLaterPiece;
+  answer.type = streamed->type;
+  answer.page = streamed->page;
+  answer.status = streamed->status;
+  answer.whole = answer.may_change = false;
+  if (!more) answer.text = {};
   return answer;
+}
+
+void CResponseReader::DropPiece() {
+  if (iis::IHttpResponse* const response = context_.GetResponse()) {
+    if (iis::HTTP_RESPONSE* const raw = response->GetRawHttpResponse()) raw->EntityChunkCount = 0;
+  }
 }
 
 /// Bytes `from` to `to` of the text, as far as the chunk gave them.

@@ -50,6 +50,14 @@ bool CStoredContexts::MarkPageWritten(iis::IHttpContext& context, std::string_vi
   }
 }
 
+bool CStoredContexts::KeepStreamed(iis::IHttpContext& context, std::shared_ptr<StreamedAnswer> streamed) {
+  try {
+    return Update(context, [&streamed](StoredRequest& stored) { stored.streamed = std::move(streamed); });
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
+}
+
 StoredRequest CStoredContexts::Load(iis::IHttpContext& context) {
   const CAutoLock hold(lock_);
   const CQivStoredContext* stored = Find(context);

@@ -13,11 +13,14 @@
 
 namespace qiv {
 
+struct StreamedAnswer;
+
 /// What is kept.
 struct StoredRequest {
   std::shared_ptr<const RequestRecord> record;  ///< null: never saved
   std::int32_t page_written = 0;                ///< 1 once a page was written for the request
   std::string event_id;                         ///< of the event that the first of them stands for
+  std::shared_ptr<StreamedAnswer> streamed;     ///< null: the answer does not go out in pieces that are looked at
 };
 
 /// Owned by the server once it was set; the server ends it with the request.
@@ -48,6 +51,9 @@ class CStoredContexts {
 
   /// Notes that a page was written for the request, and the event of the first one. False as above.
   bool MarkPageWritten(iis::IHttpContext& context, std::string_view event_id);
+
+  /// Keeps what is known of an answer that goes out in pieces. False as above.
+  bool KeepStreamed(iis::IHttpContext& context, std::shared_ptr<StreamedAnswer> streamed);
 
   bool PageWritten(iis::IHttpContext& context);
 

@@ -1,38 +1,32 @@
 <#
 .SYNOPSIS
-Takes the firewall out of IIS. Settings and logs stay unless -RemoveFiles is given.
+Takes the firewall out of IIS and deletes its files. Settings, logs and what others put there stay.
 
 .PARAMETER Target
-Where it was installed. Default: C:\Program Files\QivIpsIIs
+Where it was installed. Default: the folder of this script, where an installation has put it.
 
 .PARAMETER RemoveFiles
-Deletes the installation folder with its settings and logs.
+Settings and logs go too.
+
+.PARAMETER Transcript
+A file that every step is written to. Default: in the folder for temporary files; its name is shown.
 #>
-[CmdletBinding()]
+[CmdletBinding(SupportsShouldProcess = $true)]
 param(
-    [string] $Target = (Join-Path $env:ProgramFiles 'QivIpsIIs'),
-    [switch] $RemoveFiles
+    [string] $Target = (Split-Path -Parent $MyInvocation.MyCommand.Path),
+    [switch] $RemoveFiles,
+    [string] $Transcript
 )
 $ErrorActionPreference = 'Stop'
-Set-StrictMode -Version 2
-
-$module = 'QivIpsIIs'
-$appcmd = Join-Path $env:windir 'System32\inetsrv\appcmd.exe'
-$identity = [Security.Principal.WindowsPrincipal][Security.Principal.WindowsIdentity]::GetCurrent()
-if (-not $identity.IsInRole([Security.Principal.WindowsBuiltInRole]::Administrator)) {
-    throw 'Run this from an elevated PowerShell (as administrator).'
-}
-
-if ((& $appcmd list module $module) -ne $null) {
-    & $appcmd uninstall module $module
-    if ($LASTEXITCODE -ne 0) { throw "appcmd uninstall module ended with $LASTEXITCODE" }
-    Write-Host 'The module is no longer registered.'
-}
-else { Write-Host 'The module was not registered.' }
-
-if ($RemoveFiles -and (Test-Path $Target)) {
-    if (-not (Test-Path (Join-Path $Target "$module.dll"))) { throw "$Target does not look like an installation; not deleted." }
-    & iisreset.exe /restart
-    Remove-Item -Recurse -Force $Target
-    Write-Host "$Target is deleted."
-}
+if (-not [Environment]::Is64BitOperatingSystem) { throw 'This needs a 64-bit Windows.' }
+# A copy: a program that runs cannot be deleted.
+$setup = Join-Path ([IO.Path]::GetTempPath()) ('qivsetup-' + [Guid]::NewGuid() + '.exe')
+Copy-Item (Join-Path (Split-Path -Parent $MyInvocation.MyCommand.Path) 'qivsetup.exe') $setup -WhatIf:$false
+$arguments = @('uninstall', '--target', $Target)
+if ($RemoveFiles) { $arguments += '--remove-settings' }
+if ($Transcript) { $arguments += '--transcript', $Transcript }
+if ($WhatIfPreference) { $arguments += '--what-if' }
+& $setup @arguments
+$code = $LASTEXITCODE
+Remove-Item $setup -WhatIf:$false
+exit $code

@@ -5,7 +5,6 @@
 
 #include "checks/access_block.h"
 #include "checks/check_state.h"
-#include "checks/shown_text.h"
 #include "common/char_set.h"
 #include "common/secrets.h"
 #include "common/text.h"
@@ -68,7 +67,7 @@ std::vector<CCheckTrace::Part> LookedAt(std::uint32_t parts, const RequestFacts&
                                                : Shown(facts.forwarded_for_as_sent);
   });
   add(kPartMethod, "method", [&] { return Shown(facts.method); });
-  add(kPartUrl, "URL", [&] { return Shown(ShownUrl(facts)); });
+  add(kPartUrl, "URL", [&] { return Shown(facts.raw_url); });
   add(kPartPath, "path", [&] { return Readings(facts); });
   add(kPartQuery, "query", [&] { return Bytes(facts.query.size()); });
   add(kPartAgent, "user agent", [&] { return Shown(facts.user_agent); });

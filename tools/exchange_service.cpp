@@ -96,7 +96,7 @@ bool CExchangeService::Start(std::string* error) {
   }
   WebsiteConfig config;
   if (LoadConfigFile(folder_ + "_config.db", &config) == ConfigStatus::kLoaded) states_.SetLanguage(config.language);
-  if (!store_.Load()) return Fail(error, store_.Path() + " " + CannotRead(store_.Path(), options_.list_max_bytes));
+  if (!store_.Load()) return Fail(error, store_.Path() + " " + store_.LoadError());
   if (const std::unique_ptr<CFileLock> lock = store_.Lock()) RemoveLeftovers();
   if (journal_.moving != 0 && !FinishMoving(UnixSeconds())) return Fail(error, journal_file_ + " " + CannotWrite());
   if (!FinishPending()) return Fail(error, failure_);
@@ -215,7 +215,7 @@ bool CExchangeService::FinishPending() {
     const std::unique_ptr<CFileLock> lock = store_.Lock();
     if (!lock) return Fail(&failure_, store_.Path() + " is being changed by another program");
     if (!store_.Load()) {
-      return Fail(&failure_, store_.Path() + " " + CannotRead(store_.Path(), options_.list_max_bytes));
+      return Fail(&failure_, store_.Path() + " " + store_.LoadError());
     }
     for (const std::string& line : journal_.pending) {
       const auto request = ParseLockRequest(SplitFields(line));

@@ -6,6 +6,7 @@
 #include <optional>
 #include <utility>
 
+#include "checks/webshell_finding.h"
 #include "common/char_set.h"
 #include "common/messages.h"
 #include "common/text.h"
@@ -133,7 +134,11 @@ void CFileJudge::JudgeText(const std::string& text, bool is_named, FileVerdict* 
   const bool is_wide = text.starts_with("\xFF\xFE") || text.starts_with("\xFE\xFF");
   const bool holds_code = HoldsServerCode(text);
   if (is_named || (holds_code && is_wide)) {
-    Scan(text, is_named, verdict);
+    const TextPlace& place = verdict->finding.place;
+    if (Scan(text, is_named, verdict) && !verdict->excerpt.empty()) {
+      const auto begin = text.begin() + static_cast<std::ptrdiff_t>(place.offset);
+      verdict->line = static_cast<std::size_t>(std::count(text.begin(), begin, '\n')) + 1;
+    }
   } else if (holds_code) {
     CCode code(*this, false, nullptr, verdict);
     if (code.Add(text)) code.End();
@@ -154,6 +159,7 @@ bool CFileJudge::Scan(std::string_view text, bool is_named, FileVerdict* verdict
   // A document about scripts holds their words as well.
   if (!is_named && IsByWordsAlone(finding)) finding.suspicious = true;
   verdict->found = true;
+  verdict->excerpt = WebshellExcerpt(finding, text);
   verdict->finding = std::move(finding);
   return true;
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <semaphore>
 #include <string>
@@ -15,6 +16,8 @@ namespace qiv {
 struct FileVerdict {
   bool found = false;
   WebshellResult finding;
+  std::string excerpt;      ///< WebshellExcerpt
+  std::size_t line = 0;     ///< of that place, from 1 on; 0: the detectors did not see the file whole
   std::string error;        ///< why it could not be judged, or not whole; may stand beside a finding
   bool judged = false;      ///< the detectors saw it; others cannot be scripts
   bool code_alone = false;  ///< too long for the detectors: they saw its server code only

@@ -44,7 +44,7 @@ bool ReadInput(const std::string& path, std::string* content, CReport* report) {
 std::string CannotRead(const std::string& path, std::uint64_t limit) {
   const std::string message = "cannot be read";
   const std::string too_long = message + ": it is larger than " + std::to_string(limit >> 20) + " MiB";
-  if (path == "-") return std::feof(stdin) != 0 ? message : too_long;
+  if (path == "-") return std::ferror(stdin) != 0 || std::feof(stdin) != 0 ? message : too_long;
   if (IsDirectory(path)) return message + ": it is a folder";
   std::string part;
   if (ReadFilePart(path, 0, 1, &part) != ReadFileResult::kOk) return message + ": " + LastSystemError();

@@ -104,7 +104,7 @@ int ChangeLists(const std::string& directory, Change&& change) {
   CListStore store(directory);
   const std::unique_ptr<CFileLock> lock = store.Lock();
   if (!lock) return Fail(store.Path(), "is being changed by another program");
-  if (!store.Load()) return Fail(store.Path(), CannotRead(store.Path(), CExchangeFiles::kInMaxBytes));
+  if (!store.Load()) return Fail(store.Path(), store.LoadError());
   const std::int64_t now = UnixSeconds();
   store.Expire(now);
   Said said;
@@ -202,7 +202,7 @@ int Show(const ListOptions& options) {
   const std::string directory = ResolveModuleDirectory(options.directory);
   if (directory.empty()) return Fail(options.directory, "is no module directory: it holds no config folder");
   CListStore store(directory);
-  if (!store.Load()) return Fail(store.Path(), CannotRead(store.Path(), CExchangeFiles::kInMaxBytes));
+  if (!store.Load()) return Fail(store.Path(), store.LoadError());
   store.Expire(UnixSeconds());
   const std::vector<ListEntry> entries = store.Entries();
   options.json ? PrintJson(entries) : PrintTable(entries);

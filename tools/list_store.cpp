@@ -7,6 +7,7 @@
 #include "common/char_set.h"
 #include "common/text.h"
 #include "port/module_path.h"
+#include "tools/files.h"
 
 namespace qiv {
 namespace {
@@ -83,6 +84,8 @@ bool CListStore::Load() {
   time_ = time;
   return true;
 }
+
+std::string CListStore::LoadError() const { return CannotRead(path_, kLoadMaxBytes); }
 
 bool CListStore::Save() {
   std::string text;

@@ -51,6 +51,8 @@ class CListStore {
   /// Reads the file when it is not the one that was read or written last. False when it cannot be read; no file is an
   /// empty one.
   bool Load();
+  /// "cannot be read: " and why; right after Load has failed.
+  std::string LoadError() const;
   bool Save();
 
   enum class IfThere { kReplace, kKeepLater };

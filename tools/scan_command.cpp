@@ -73,6 +73,8 @@ std::string JsonLine(const FileScanResult& result, Language language) {
   const std::pair<const char*, std::string_view> texts[] = {
       {"finding", words.name}, {"category", words.category}, {"detail", words.detail}, {"rule", finding.rule}};
   for (const auto& [key, text] : texts) line.SetText(key, CCharSet::LocalToUtf8(text));
+  line.SetText("excerpt", Printable(result.verdict.excerpt));
+  SetNumber(&line, "line", result.verdict.line);
   SetSwitch(&line, "suspicious", finding.suspicious);
   SetSwitch(&line, "code_alone", result.verdict.code_alone);
   SetNumber(&line, "bytes", result.verdict.bytes);

@@ -19,6 +19,11 @@ class Post:
         self.text = "\n".join(lines)
         self.is_script = title in SCRIPTS
 
+    def excerpt(self, most):
+        """As a person writes one: of the sentences, not of the code; of a post about scripts its title."""
+        lines = [] if self.is_script else [line for kind, lines in self.blocks if not kind.startswith("code") for line in lines]
+        return "\n".join(lines)[:most] or self.title
+
     @staticmethod
     def _blocks(lines):
         """(kind, lines): neighbouring lines of a list, table or fenced code are one block."""

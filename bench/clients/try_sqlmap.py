@@ -19,7 +19,7 @@ import sys
 import tempfile
 import time
 
-from guarded_site import ROOT, Site
+from guarded_site import BIN, ROOT, Site
 
 BOUNDARY = "----------------------------7f3c2a"
 PLACES = {
@@ -111,16 +111,16 @@ def plan(options):
 
 
 class Runs:
-    """The sites, and results by "rules profile database position place scripts" in a file."""
+    """The sites, and results by "module-and-rules profile database position place scripts" in a file."""
 
     def __init__(self, options, stack):
         self.options, self.stack, self.sites, self.proven = options, stack, {}, set()
         self.path = options.results
-        # Of other rules or another profile no result counts.
-        rules = hashlib.sha256()
-        for file in sorted((ROOT / "rules").rglob("*.*")):
-            rules.update(file.read_bytes())
-        self.under = (rules.hexdigest()[:12], options.profile)
+        # Of another module, other rules or another profile no result counts.
+        tried = hashlib.sha256((BIN / "libQivIpsIIs.so").read_bytes())
+        for file in sorted(file for folder in ("badcode", "keywords", "library", "settings") for file in (ROOT / "rules" / folder).iterdir()):
+            tried.update(file.read_bytes())
+        self.under = (tried.hexdigest()[:12], options.profile)
         self.results = json.loads(self.path.read_text()) if self.path and self.path.is_file() else {}
 
     def run(self, database, at, place, tamper):

@@ -1,13 +1,12 @@
 #!/usr/bin/env python3
 """Sends lists of directory traversals to a page that includes what it is told, as a path and as a parameter, as they stand and encoded.
 
-Needs the packages of the group "clients" and build/bin (./run.sh --build-only). Two minutes. A line that names no directory up, no
-file of the system and no drive is none; {FILE} becomes etc/passwd and boot.ini.
+Needs the packages of the group "clients" and build/bin (./run.sh --build-only). Two minutes. Every
+line counts, those that name no directory up too; {FILE} becomes etc/passwd and boot.ini.
 Exit code 0: nothing showed the file through the firewall, and at least --least per cent were stopped in each place; 1: not so;
 2: the run proves nothing."""
 import argparse
 import pathlib
-import re
 import socket
 import sys
 import urllib.parse

@@ -8,21 +8,20 @@ import argparse
 import collections
 import http.server
 import json
-import os
+import pathlib
 import re
-import shutil
-import signal
-import subprocess
 import sys
-import tempfile
 import threading
 import urllib.parse
 
 import xss_vectors
 from guarded_site import Site
 
-BROWSER = shutil.which("chromium") or shutil.which("chromium-browser")
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "tests/browser"))
+from chromium import BROWSER, Chromium  # noqa: E402
+
 RUN_SECONDS = 900
+ANSWER_SECONDS = 10
 LEAST_VECTORS = 1000
 # Says once that the vector ran, then does what a visitor may do: every handler that an element has, every link.
 HOOK = """<script>(function () {
@@ -78,7 +77,6 @@ function start() {
   form.action = item.url; form.method = 'post'; form.target = frame.name; form.acceptCharset = 'utf-8';
   field.name = 'q'; field.value = item.form; form.appendChild(field); document.body.appendChild(form); form.submit(); form.remove();
 }
-setInterval(function () { fetch('/progress?' + left + '+' + Object.keys(open_)); }, 1000);
 window.onmessage = function (m) {
   var id = m.data && m.data.id;
   if (m.data && m.data.fired) { ran.push(id); end(id); } else if (m.data && m.data.done) end(id);
@@ -142,8 +140,6 @@ class Handler(http.server.BaseHTTPRequestHandler):
         path, _, query = self.path.partition("?")
         if path == "/run":
             return self.answer(self.server.harness)
-        if path == "/progress":
-            self.server.progress = query
         if path != "/page":
             self.send_response(404)
             self.send_header("Content-Length", "0")
@@ -188,19 +184,11 @@ class PrintingSite(Site):
                 items.append({"id": number, "url": f"{url}&{name}{urllib.parse.quote(value, safe='')}"})
         self.server.harness = HARNESS % (json.dumps(items).replace("<", "\\u003c"), FRAME_MILLISECONDS)
         self.server.finished = threading.Event()
-        with tempfile.TemporaryDirectory(prefix="qiv-chromium-", ignore_cleanup_errors=True) as profile:
-            browser = subprocess.Popen(
-                [BROWSER, "--headless", "--no-sandbox", "--disable-gpu", "--no-first-run", "--disable-extensions",
-                 "--disable-background-networking", "--disable-popup-blocking", "--remote-debugging-port=0",
-                 f"--user-data-dir={profile}", f"{origin}/run"],
-                stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, start_new_session=True,
-                preexec_fn=lambda: os.nice(5))
-            try:
-                if not self.server.finished.wait(RUN_SECONDS):
-                    raise RuntimeError(f"the browser did not finish; left: {self.server.progress}")
-            finally:
-                os.killpg(browser.pid, signal.SIGKILL)
-                browser.wait()
+        with Chromium("--disable-popup-blocking") as browser:
+            browser.open(f"{origin}/run")
+            browser.wait("left == 0", RUN_SECONDS)
+            if not self.server.finished.wait(ANSWER_SECONDS):
+                raise RuntimeError("the browser did not say which vectors ran")
         return set(self.server.ran)
 
 

@@ -234,6 +234,8 @@ def visit_static(visit, posts, _):
     for post in posts:
         with visit.action(f"search: {post.title}"):
             visit.get("/static/search.html?q=" + urllib.parse.quote_plus(post.title))
+    union = "/static/search.html?q=" + urllib.parse.quote_plus("1' union select name, password from users-- ")
+    visit.attack("search: union select", lambda: visit.get(union))
     with visit.action("follow the links"):
         visit.open("/static/index.html")
         for number in range(browser.value("document.links.length")):

@@ -69,7 +69,7 @@ def write_posts(visit, posts, by_hand):
         with visit.action(f"write: {post.title}"):
             visit.send(f"{route}&_locale=user", draft, "json", headers)
         with visit.action(f"autosave and publish: {post.title}"):
-            visit.send(f"{route}%2Fautosaves&_locale=user", {**draft, "excerpt": post.text[:200]}, "json", headers)
+            visit.send(f"{route}%2Fautosaves&_locale=user", {**draft, "excerpt": post.excerpt(200)}, "json", headers)
             visit.send(f"{route}&_locale=user", {"id": made, "status": "publish", "content": post.wordpress()}, "json",
                        {**headers, "X-HTTP-Method-Override": "PUT"})
         with visit.action(f"read: {post.title}"):
@@ -88,7 +88,7 @@ def write_posts(visit, posts, by_hand):
                        {"post_ID": str(made), "action": "editpost", "post_type": "post", "user_ID": "1",
                                                    "_wpnonce": nonce.group(1), "post_title": post.title,
                                                    "content": post.rich_text(),
-                                                   "excerpt": post.text[:300], "save": "Update",
+                                                   "excerpt": post.excerpt(300), "save": "Update",
                                                    "_wp_http_referer": "/blog/wp-admin/edit.php"})
 
 

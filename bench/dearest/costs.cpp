@@ -139,8 +139,8 @@ Cost CCosts::Measure(const Mix& mix, std::size_t bytes, int rounds) {
     if (is_request) {
       blocked = host::RunInProcess(parts_->modules, request, handler).status != 200;
     } else if (kind == "attacks") {
-      const std::shared_ptr<const CAttackRules> rules = State().config.Attacks();
-      CAttackScan scan(*rules);
+      const std::shared_ptr<const AttackRuleSet> rules = State().config.AttackRules();
+      CAttackScan scan(rules->attacks);
       blocked = scan.Find(text, kInBody, kLocalFiles | kRemoteFiles | kBadCode).rule != nullptr;
     } else {
       WebshellResult result;

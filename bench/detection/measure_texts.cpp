@@ -33,7 +33,7 @@ struct Options {
   std::vector<std::string> files;
   std::string list;      ///< "hits", "misses" or "mislabelled" of the tuned part are listed; or "verdicts" of all
   std::size_t join = 0;  ///< lines are joined to texts of at least this many bytes; 0: each line is a text
-  qiv::Judges by = qiv::Judges::kAll;
+  qiv::Judges by = qiv::Judges::kBoth;
   bool whole = false;   ///< a file is one text, byte for byte
   unsigned rounds = 1;  ///< the lines are joined that often, each time in another order
 };
@@ -183,7 +183,7 @@ int Run(const Options& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  CLI::App app("Counts the lines of text files that injection protection blocks.");
+  CLI::App app("Counts the lines of text files that a protection blocks: by default injection and malicious code.");
   Options options;
   app.add_option("-m,--module", options.module_directory, "module directory, as made by qivctl init")->required();
   app.add_option(
@@ -196,11 +196,12 @@ int main(int argc, char** argv) {
   app.add_option("-j,--join", options.join, "join the lines to texts of at least this many bytes");
   app.add_option("-r,--rounds", options.rounds, "join the lines that often, in another order each time");
   app.add_flag("-w,--whole", options.whole, "each file is one text");
-  const std::map<std::string, qiv::Judges> judges = {{"all", qiv::Judges::kAll},
+  const std::map<std::string, qiv::Judges> judges = {{"both", qiv::Judges::kBoth},
                                                      {"families", qiv::Judges::kFamilies},
                                                      {"injection", qiv::Judges::kInjection},
                                                      {"webshells", qiv::Judges::kWebshells}};
-  app.add_option("-b,--by", options.by, "who judges: all, families, injection or webshells")
+  app.add_option("-b,--by", options.by,
+                 "who judges: families (rules for malicious code), injection, both of them, or webshells alone")
       ->transform(CLI::CheckedTransformer(judges));
   app.add_option("files", options.files, "one text a line; %0D, %0A and %00 are bytes")->required();
   CLI11_PARSE(app, argc, argv);

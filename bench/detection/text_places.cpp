@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "checks/badcode_check.h"
+#include "checks/body_text.h"
 #include "checks/check_result.h"
 #include "checks/file_inclusion_check.h"
 #include "checks/injection_check.h"
@@ -99,13 +100,6 @@ std::string Form(std::string_view parameters, std::string_view content) {
 
 std::string Query(std::string_view raw) { return std::string(Trim(NormalizeText(std::string(Trim(raw))))); }
 
-/// The module's decoding of a body.
-std::string Body(std::string_view raw) {
-  std::string body = DecodeBody(raw);
-  CCharSet::LowerAscii(&body);
-  return body;
-}
-
 Mechanism MechanismOf(const CheckResult& result) {
   if (result.status != kBlocked) return Mechanism::kNone;
   if (result.kind == kKindBadcode || result.kind == kKindFileInclusion) return Mechanism::kFamily;
@@ -129,7 +123,8 @@ Protection LoadProtection(const std::string& module_directory, std::string* erro
   }
   auto english = std::make_shared<WebsiteConfig>(*config.Current());
   english->language = Language::kEnglish;  // MechanismOf reads the texts
-  return {std::move(english), config.Library(), config.Webshells(), config.Attacks()};
+  const std::shared_ptr<const AttackRuleSet> rules = config.AttackRules();
+  return {std::move(english), config.Library(), config.Webshells(), {rules, &rules->attacks}};
 }
 
 bool PlaceFromName(std::string_view name, Place* place) {
@@ -208,20 +203,18 @@ Verdict Judge(const Protection& protection, Place place, std::string_view text, 
   }
   if (!query.empty()) facts.raw_url += "?" + query;
   facts.query = Query(query);
-  facts.body = Body(body);
-  facts.raw_body = body;
+  facts.raw_body = form.empty() ? body : form;
+  if (!form.empty()) facts.content_type = kFormType;
+  SetBodyText(true, &facts);
   CheckResult result;
   if (!form.empty()) {
-    facts.content_type = kFormType;
-    facts.raw_body = form;
-    facts.body = Body(form);
-    if (by == Judges::kAll || by == Judges::kInjection) UploadCheck(facts, context, result);
+    if (by == Judges::kBoth || by == Judges::kInjection) UploadCheck(facts, context, result);
     if (result.status == kBlocked) return {Mechanism::kUpload, result.rule, result.reason};
   }
-  const bool families = by == Judges::kAll || by == Judges::kFamilies;
+  const bool families = by == Judges::kBoth || by == Judges::kFamilies;
   if (by == Judges::kWebshells) WebshellCheck(facts, context, result);
   if (families) FileInclusionCheck(facts, context, result);
-  if (result.status != kBlocked && (by == Judges::kAll || by == Judges::kInjection)) {
+  if (result.status != kBlocked && (by == Judges::kBoth || by == Judges::kInjection)) {
     InjectionCheck(facts, context, result);
   }
   if (result.status != kBlocked && families) BadcodeCheck(facts, context, result);

@@ -54,8 +54,8 @@ bool PlaceFromName(std::string_view name, Place* place);
 std::string_view PlaceName(Place place);
 
 /// By whom. Findings of the search for webshells count as the detector's.
-enum class Judges { kAll, kFamilies, kInjection, kWebshells };
-Verdict Judge(const Protection& protection, Place place, std::string_view text, Judges by = Judges::kAll);
+enum class Judges { kBoth, kFamilies, kInjection, kWebshells };
+Verdict Judge(const Protection& protection, Place place, std::string_view text, Judges by = Judges::kBoth);
 
 /// "%0D", "%0A" and "%00" become the bytes they stand for: how files of texts write them. Nothing else is decoded.
 std::string UnescapeLine(std::string_view line);

@@ -8,7 +8,8 @@ import re
 import subprocess
 import sys
 
-WINDOWS_DLLS = {"advapi32.dll", "kernel32.dll", "msvcrt.dll", "mswsock.dll", "ntdll.dll", "shell32.dll", "user32.dll", "ws2_32.dll"}
+WINDOWS_DLLS = {"advapi32.dll", "kernel32.dll", "msvcrt.dll", "mswsock.dll", "ntdll.dll", "shell32.dll", "user32.dll",
+                "winhttp.dll", "ws2_32.dll"}
 # What every ELF shared object built here may define for its neighbours beside the entry point.
 ELF_HARMLESS = {"_init", "_fini", "_edata", "_end", "__bss_start"}
 ELF_LIBRARIES = re.compile(r"(?:libstdc\+\+|libm|libgcc_s|libc|libpthread|libdl|librt|ld-linux-x86-64)\.so\.\d+")

@@ -8,7 +8,7 @@ import urllib.parse
 import cpp_text
 
 FOLDERS = ["base", "bench", "checks", "cmake", "common", "config", "docs", "engines", "fuzz", "host", "iis", "module", "packaging",
-           "port", "rules", "tests", "tools"]
+           "port", "rules", "setup", "tests", "tools"]
 MAX_README_LINES = 30
 LINK = re.compile(r"(?<!!)\[[^\]\n]*\]\(\s*<?([^)\s>]+)>?(?:\s+\"[^\"]*\")?\s*\)|!\[[^\]\n]*\]\(\s*([^)\s]+)\s*\)")
 

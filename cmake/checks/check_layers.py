@@ -16,7 +16,8 @@ ALLOWED["engines"] |= {"rules"}  # texts that are compiled in
 ALLOWED["module"] |= {"iis"}
 ALLOWED["iis"] = {"iis"}
 ALLOWED["host"] = {"host", "iis", "base", "port"}
-EVERYTHING = set(LAYERS) | {"iis", "host", "tools", "tests", "bench", "fuzz"}
+ALLOWED["setup"] = {"setup", "host", "checks", "base", "port"}
+EVERYTHING = set(LAYERS) | {"iis", "host", "setup", "tools", "tests", "bench", "fuzz"}
 for free in ("tools", "tests", "bench", "fuzz"):
     ALLOWED[free] = EVERYTHING - ({"tests"} if free == "tools" else set())
 
@@ -53,7 +54,7 @@ OS_HEADER = re.compile(
 OS_CONDITIONAL = re.compile(
     r"^\s*#\s*(?:if|ifdef|ifndef|elif)\b.*\b(?:_?WIN(?:32|64)|_WINDOWS|_MSC_VER|__MINGW(?:32|64)__|__CYGWIN__|__linux(?:__)?"
     r"|linux|__unix(?:__)?|__APPLE__|__GLIBC__|_POSIX_VERSION)\b", re.M)
-THIRD_PARTY = {"boost": ("host/", "tests/", "bench/"), "CLI": ("host/", "tools/", "bench/"), "gtest": ("tests/",), "gmock": ("tests/",),
+THIRD_PARTY = {"boost": ("host/", "tests/", "bench/"), "CLI": ("host/", "setup/", "tools/", "bench/"), "gtest": ("tests/",), "gmock": ("tests/",),
                "benchmark": ("bench/",), "modsecurity": ("bench/",)}
 INCLUDE = re.compile(r'^\s*#\s*include\s*(?:<([^>]+)>|"([^"]+)")', re.M)
 

@@ -82,11 +82,26 @@ bool ParseWhere(std::string_view text, Where* where, std::string* fault) {
 
 const std::vector<AttackFamily>& AttackFamilies() {
   static const std::vector<AttackFamily> families = {
-      {"lfi", kLocalFiles},     {"rfi", kRemoteFiles}, {"rce", kBadCode},           {"php", kBadCode},
-      {"ssti", kBadCode},       {"generic", kBadCode}, {"java", kBadCode},          {"dotnet", kBadCode},
-      {"xxe", kBadCode},        {"ssrf", kBadCode},    {"crlf", kBadCode},          {"nosql", kBadCode},
-      {"ldap", kBadCode},       {"xpath", kBadCode},   {"ssi", kBadCode},           {"scanner", kBadCode},
-      {"leak_source", kLeaks},  {"leak_page", kLeaks}, {"leak_trace", kErrorLeaks}, {"leak_database", kLeaks},
+      {"lfi", kLocalFiles},
+      {"rfi", kRemoteFiles},
+      {"rce", kBadCode},
+      {"php", kBadCode},
+      {"ssti", kBadCode},
+      {"generic", kBadCode},
+      {"java", kBadCode},
+      {"dotnet", kBadCode},
+      {"xxe", kBadCode},
+      {"ssrf", kBadCode},
+      {"crlf", kBadCode},
+      {"nosql", kBadCode},
+      {"ldap", kBadCode},
+      {"xpath", kBadCode},
+      {"ssi", kBadCode},
+      {"scanner", kBadCode},
+      {"leak_source", kSourceLeaks},
+      {"leak_page", kLeaks},
+      {"leak_trace", kErrorLeaks},
+      {"leak_database", kLeaks},
       {"leak_listing", kLeaks},
   };
   return families;
@@ -279,7 +294,7 @@ bool CAttackScan::Search(std::string_view text, const Scope& scope, AttackHit* h
       }
       const TextPlace match = Advance(text, rule.pattern, use.step, {begin, end - begin}, reached);
       if (match.length == 0 || (!rules_.off_.empty() && rules_.off_[use.rule])) continue;
-      if (rule.outside_writing && shape.IsWithinWriting(match.offset)) continue;
+      if (rule.outside_writing && scope.place == kInBody && shape.IsWithinWriting(match.offset)) continue;
       hit->rule = &core.rules[use.rule];
       hit->found = text.substr(match.offset, std::min(match.length, kLongestFound));
       return false;
@@ -321,7 +336,7 @@ const AttackRule* FindsText(const CAttackRules& rules, std::string_view text) {
     if (hit.rule != nullptr) return hit.rule;
   }
   const std::string lowered = CCharSet::LowerBytes(text);
-  return scan.FindAsItStands(lowered, kInResponse, kLeaks | kErrorLeaks).rule;
+  return scan.FindAsItStands(lowered, kInResponse, kOfResponses).rule;
 }
 
 }  // namespace qiv

@@ -25,9 +25,11 @@ enum AttackGroup : std::uint8_t {
   kLocalFiles = 1,
   kRemoteFiles = 2,
   kBadCode = 4,
-  kLeaks = 8,        ///< in responses
-  kErrorLeaks = 16,  ///< in responses that say themselves that something failed
+  kLeaks = 8,         ///< in responses
+  kErrorLeaks = 16,   ///< in responses that say themselves that something failed
+  kSourceLeaks = 32,  ///< in pages: in data, source is what an editor asked for
 };
+inline constexpr unsigned kOfResponses = kLeaks | kErrorLeaks | kSourceLeaks;
 
 /// Where a text stood. Bits.
 enum AttackPlace : std::uint8_t {

@@ -10,9 +10,6 @@
 
 namespace qiv {
 
-/// Lines of several words, or a paragraph.
-bool IsWriting(std::string_view text);
-
 /// Of one text, looked at when it is first asked. `text` must outlive it. Not thread safe.
 class CTextShape {
  public:
@@ -21,8 +18,10 @@ class CTextShape {
   bool IsWithinWriting(std::size_t at);
 
  private:
+  static constexpr std::size_t kNoWriting = std::string_view::npos;
+
   const std::string_view text_;
-  std::optional<std::size_t> first_blank_;  // the text's end when it is no writing
+  std::optional<std::size_t> begin_;  // the end of its first word, or kNoWriting
 };
 
 }  // namespace qiv

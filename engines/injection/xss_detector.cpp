@@ -72,7 +72,9 @@ class CRunSkipper {
 // The tests around one occurrence of an event name. Occurrences come in order of position.
 class CEventScan {
  public:
-  explicit CEventScan(std::string_view text) : text_(text), spaces_(text, IsSpace), quotes_(text, IsQuoteOrSpace) {}
+  // `in_tag`: an attribute behind the tag's ">" is none.
+  CEventScan(std::string_view text, bool in_tag)
+      : text_(text), in_tag_(in_tag), spaces_(text, IsSpace), quotes_(text, IsQuoteOrSpace) {}
 
   // Whether the name at [begin, end) is an attribute with a script-like value.
   bool IsHit(std::size_t begin, std::size_t end) {
@@ -80,6 +82,7 @@ class CEventScan {
     if (end < text_.size() && IsWordByte(text_[end])) return false;
     for (; scanned_ < begin; ++scanned_) {
       if (text_[scanned_] == '<') tag_ = scanned_;
+      if (text_[scanned_] == '>' && in_tag_) tag_ = kNone;
       if (IsSpace(text_[scanned_])) space_ = scanned_;
     }
     if (tag_ == kNone || !IsLetter(text_[tag_ + 1]) || space_ == kNone || space_ < tag_) return false;
@@ -97,6 +100,7 @@ class CEventScan {
   static constexpr std::size_t kFirstPosition = 3;  // "<a " comes before the first attribute
 
   std::string_view text_;
+  bool in_tag_;
   std::size_t scanned_ = 0;  // tag_ and space_ are the last ones before it
   std::size_t tag_ = kNone;
   std::size_t space_ = kNone;
@@ -108,17 +112,20 @@ class CEventScan {
 // How far the attribute before a "javascript:" has been read: tag name, white space, attribute name, "=".
 class CAttributeScan {
  public:
-  explicit CAttributeScan(std::string_view text) : text_(text) {}
+  // `in_tag`: a URL behind the tag's ">" is in none.
+  CAttributeScan(std::string_view text, bool in_tag) : text_(text), in_tag_(in_tag) {}
 
   // Whether the nearest "<" before `limit` is followed by a tag name, white space, and an attribute up to its "=", all
   // before `limit`. Limits must grow.
   bool HasAttribute(std::size_t limit) {
-    const std::size_t tag = text_.substr(scanned_, limit - scanned_).rfind('<');
+    const std::string_view next = text_.substr(scanned_, limit - scanned_);
+    const std::size_t tag = next.rfind('<');
     if (tag != kNone) {
       tag_ = scanned_ + tag;
       pos_ = tag_ + 1;
       stage_ = IsNameStart(text_[pos_]) ? Stage::kTagName : Stage::kFailed;
     }
+    if (in_tag_ && next.find('>', tag == kNone ? 0 : tag) != kNone) stage_ = Stage::kFailed;
     work_ += limit - scanned_;
     scanned_ = limit;
     const std::size_t from = pos_;
@@ -149,6 +156,7 @@ class CAttributeScan {
   }
 
   std::string_view text_;
+  bool in_tag_;
   std::size_t scanned_ = 0;  // tag_ is the last "<" before it
   std::size_t tag_ = kNone;
   std::size_t pos_ = 0;
@@ -160,13 +168,12 @@ void AddWork(std::size_t* work, std::size_t amount) {
   if (work != nullptr) *work += amount;
 }
 
-}  // namespace
-
-std::string_view XssDetector::EventCheck(const JudgedText& judged, const InjectionLibrary& library, std::size_t* work) {
+// The event check. `in_tag`: as for CEventScan.
+std::string_view FindEvent(const JudgedText& judged, const InjectionLibrary& library, bool in_tag, std::size_t* work) {
   const std::string_view text = judged.lowered;
   const CMultiPattern& events = library.EventWords().Patterns();
   CWholeCharacters whole(library.EventWords(), judged.exact);
-  CEventScan scan(text);
+  CEventScan scan(text, in_tag);
   std::uint32_t best = std::numeric_limits<std::uint32_t>::max();
   std::size_t tag = kNone;
   std::size_t value = 0;
@@ -188,8 +195,6 @@ std::string_view XssDetector::EventCheck(const JudgedText& judged, const Injecti
   return text.substr(tag, end - tag);
 }
 
-namespace {
-
 // The first bare script tag that counts, its ">" included; empty when there is none. `named`: one that is only named in
 // quotes does not.
 std::string_view FindScriptTag(std::string_view text, bool named, std::size_t* work) {
@@ -206,14 +211,8 @@ std::string_view FindScriptTag(std::string_view text, bool named, std::size_t* w
   return {};
 }
 
-}  // namespace
-
-std::string_view XssDetector::ScriptTagCheck(std::string_view text, std::size_t* work) {
-  return FindScriptTag(text, false, work).empty() ? std::string_view() : kScriptFragment;
-}
-
-std::string_view XssDetector::JavascriptUrlCheck(std::string_view text, std::size_t* work) {
-  CAttributeScan scan(text);
+std::string_view FindJavascriptUrl(std::string_view text, bool in_tag, std::size_t* work) {
+  CAttributeScan scan(text, in_tag);
   for (std::size_t pos = text.find(kJavascript); pos != kNone; pos = text.find(kJavascript, pos)) {
     const std::size_t begin = pos;
     pos += kJavascript.size();
@@ -228,13 +227,28 @@ std::string_view XssDetector::JavascriptUrlCheck(std::string_view text, std::siz
   return {};
 }
 
+}  // namespace
+
+std::string_view XssDetector::EventCheck(const JudgedText& judged, const InjectionLibrary& library, std::size_t* work) {
+  return FindEvent(judged, library, false, work);
+}
+
+std::string_view XssDetector::ScriptTagCheck(std::string_view text, std::size_t* work) {
+  return FindScriptTag(text, false, work).empty() ? std::string_view() : kScriptFragment;
+}
+
+std::string_view XssDetector::JavascriptUrlCheck(std::string_view text, std::size_t* work) {
+  return FindJavascriptUrl(text, false, work);
+}
+
 namespace {
 
 bool IsAnyOn(const InjectionSettings& settings) {
   return settings.xss_html_action != 0 || settings.xss_script_block != 0 || settings.xss_script_load != 0;
 }
 
-// `text` without "+".
+// `text` without "+". Where values are read as browsers read them, the checks by name leave to that what they cannot
+// tell: a script tag that is only named, an event behind the end of a tag.
 XssType CheckBlanked(const JudgedText& text, const InjectionSettings& settings, const InjectionLibrary& library,
                      TextPlace* fragment, bool per_parameter) {
   const auto examine = [&](const JudgedText& value) {
@@ -242,10 +256,11 @@ XssType CheckBlanked(const JudgedText& text, const InjectionSettings& settings, 
       if (!part.empty()) *fragment = PlaceOf(part, text.lowered);
       return !part.empty();
     };
-    if (settings.xss_html_action != 0 && found(XssDetector::EventCheck(value, library))) return XssType::kHtmlEvent;
-    if (settings.xss_script_block != 0 && found(FindScriptTag(value.lowered, settings.xss_form != 0, nullptr)))
+    const bool forms = settings.xss_form != 0;
+    if (settings.xss_html_action != 0 && found(FindEvent(value, library, forms, nullptr))) return XssType::kHtmlEvent;
+    if (settings.xss_script_block != 0 && found(FindScriptTag(value.lowered, forms, nullptr)))
       return XssType::kScriptTag;
-    if (settings.xss_script_load != 0 && found(XssDetector::JavascriptUrlCheck(value.lowered))) {
+    if (settings.xss_script_load != 0 && found(FindJavascriptUrl(value.lowered, forms, nullptr))) {
       return XssType::kScriptLoading;
     }
     return XssType::kNone;

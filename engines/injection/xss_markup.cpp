@@ -84,9 +84,9 @@ std::size_t CMarkupReader::ReadTag(std::size_t open, bool raw) {
   const std::string_view name = text_.substr(open + 1, pos - open - 1);
   in_image_ = name == "img" || name == "image" || name == "input" || name == "source" || name == "video";
   if (pos == text_.size()) return pos;
-  if (name == "script" && !(text_[pos] == '>' && named_.IsNamed(open, pos + 1))) {
+  if (name == "script" && kinds_.Has(XssType::kScriptTag) && !(text_[pos] == '>' && named_.IsNamed(open, pos + 1))) {
     Find(XssType::kScriptTag, text_.substr(pos, 1));
-    if (finding_.type != XssType::kNone) return text_.size();
+    return text_.size();
   }
   return ReadAttributes(pos, raw);
 }
@@ -94,6 +94,7 @@ std::size_t CMarkupReader::ReadTag(std::size_t open, bool raw) {
 std::size_t CMarkupReader::ReadAttributes(std::size_t pos, bool raw) {
   while (finding_.type == XssType::kNone) {
     while (pos < text_.size() && (IsBlank(text_[pos]) || text_[pos] == '/' || (raw && IsQuote(text_[pos])))) ++pos;
+    if (pos > 1 && (text_[pos - 1] != ' ' || IsBlank(text_[pos - 2]))) in_event_ = false;
     if (pos == text_.size() || (raw && text_[pos] == '<')) return pos;
     if (text_[pos] == '>') return pos + 1;
     Attribute attribute;
@@ -147,7 +148,7 @@ void CMarkupReader::Judge(const Attribute& attribute) {
   } else if (in_tag_ && IsNamedLikeEvent(name) && attribute.value.find_first_of("(`") != kNone) {
     return Find(XssType::kHtmlEvent, attribute.value);
   } else if (in_event_ && CanDoSomething(name)) {
-    return Find(XssType::kHtmlEvent, name);  // a "+" of the code was read as a blank
+    return Find(XssType::kHtmlEvent, name);  // each "+" of the code was read as a blank
   }
   if (attribute.value.empty()) return;
   if (name == "srcdoc") return Find(XssType::kScriptLoading, attribute.value);

@@ -92,11 +92,30 @@ std::size_t CNamedTags::NextTag(std::size_t quote, std::size_t from) {
   return next;
 }
 
+// Where the script ends that begins at `from`.
+std::size_t CNamedTags::FindClose(std::size_t from) const {
+  for (std::size_t at = text_.find(kClose, from); at != kNone; at = text_.find(kClose, at + 1)) {
+    const std::size_t behind = at + kClose.size();
+    if (behind == text_.size() || IsSpace(text_[behind]) || text_[behind] == '/' || text_[behind] == '>') return at;
+  }
+  return text_.size();
+}
+
+// Comments of HTML change where a script ends and which of its lines run, and templates hold code: the reader knows
+// neither.
+bool CNamedTags::IsBeyondReading() {
+  if (!beyond_reading_) {
+    beyond_reading_ = std::any_of(kBeyondReading.begin(), kBeyondReading.end(),
+                                  [this](std::string_view mark) { return text_.find(mark) != kNone; });
+  }
+  return *beyond_reading_;
+}
+
 bool CNamedTags::IsNamed(std::size_t begin, std::size_t end) {
   if (begin == 0 || end >= text_.size() || text_[begin - 1] != text_[end]) return false;
   const std::size_t quote = kQuotes.find(text_[end]);
-  if (quote == kNone) return false;
-  if (close_ < end) close_ = std::min(text_.find("</script", end), text_.size());
+  if (quote == kNone || IsBeyondReading()) return false;
+  if (close_ < end) close_ = FindClose(end);
   // Documents name the tag often. Where the next one in such quotes stands behind an operand, what follows it decides
   // here as well, and that tag is asked about by itself.
   if (const std::size_t next = NextTag(quote, end); next < close_) {
@@ -104,12 +123,11 @@ bool CNamedTags::IsNamed(std::size_t begin, std::size_t end) {
     if (reader.Runs(ScriptStart::kStatement)) return false;
     if (reader.Position() <= next || reader.IsBehindOperand()) return true;
   }
-  CScriptReader reader(text_.substr(0, close_), end, '\0');
+  const std::size_t most = std::min(close_ - end, left_);
+  CScriptReader reader(text_.substr(0, end + most), end, '\0');
   const bool runs = reader.Runs(ScriptStart::kStatement);
-  const std::size_t read = reader.Position() - end + 1;
-  if (runs || read > left_) return false;
-  left_ -= read;
-  return true;
+  left_ -= std::min(reader.Position() - end + 1, left_);
+  return !runs && left_ > 0;
 }
 
 bool IsRunningUrl(std::string_view value, UrlPlace place) {

@@ -38,12 +38,18 @@ class CNamedTags {
   static constexpr std::size_t kReadings = 4;
   static constexpr std::string_view kQuotes = "`'\"";
 
+  static constexpr std::string_view kClose = "</script";
+  static constexpr std::array<std::string_view, 3> kBeyondReading = {"<!--", "-->", "${"};
+
+  std::size_t FindClose(std::size_t from) const;
+  bool IsBeyondReading();
   /// Where the next tag in quotes of this kind stands at or behind `from`, its opening quote; else the text's end.
   std::size_t NextTag(std::size_t quote, std::size_t from);
 
   std::string_view text_;
-  std::size_t left_;                                // bytes that may be read to the end of a script
-  std::size_t close_ = 0;                           // of the "</script" last looked for
+  std::size_t left_;       // bytes that may be read to the end of a script
+  std::size_t close_ = 0;  // of the "</script" last looked for
+  std::optional<bool> beyond_reading_;
   std::array<std::size_t, kQuotes.size()> next_{};  // by kind of quotes
 };
 

@@ -282,7 +282,7 @@ class CFragment {
     return strength_;
   }
 
-  std::string_view Detail() const { return CCharSet::Prefix(text_.substr(where_), kDetailBytes); }
+  TextPlace Place() const { return {where_, CCharSet::Prefix(text_.substr(where_), kDetailBytes).size()}; }
 
  private:
   void OnCall(const Call& call, std::size_t open) {
@@ -430,7 +430,8 @@ FragmentStrength AnalyseFragment(std::string_view text, WebshellResult* result) 
   if (strength == FragmentStrength::kNone) return strength;
   *result = {};
   result->finding = MessageId::kCodeInRequest;
-  result->detail = fragment.Detail();
+  result->place = fragment.Place();
+  result->detail = result->place.In(text);
   result->suspicious = strength == FragmentStrength::kWeak;
   return strength;
 }

@@ -108,6 +108,7 @@ RiskScore ScoreRiskWords(std::string_view text, RiskLanguage language) {
     if (table.At(number).weight > heaviest) {
       heaviest = table.At(number).weight;
       result.heaviest = table.At(number).word;
+      result.begin = i - length;
     }
   }
   return result;

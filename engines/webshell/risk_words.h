@@ -1,6 +1,7 @@
 // Weighs the words of a script: what shells speak about, and ordinary applications seldom.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string_view>
 
@@ -11,6 +12,7 @@ enum class RiskLanguage : std::uint8_t { kPhp, kAsp, kAspx };
 struct RiskScore {
   std::int32_t score = 0;     ///< compared with the limits below
   std::string_view heaviest;  ///< the weightiest word that was met (a view of the table)
+  std::size_t begin = 0;      ///< of that word in the text
 };
 
 /// A text of this score is reported. Pages hold fewer such words by chance than PHP programs do.

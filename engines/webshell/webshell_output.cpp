@@ -242,14 +242,19 @@ const Patterns& SharedPatterns() {
   return patterns;
 }
 
+bool IsShown(Group group) { return group == kName || group == kAttack; }
+
 }  // namespace
 
 bool IsWebshellOutput(std::string_view text, WebshellResult* result) {
   const Patterns& patterns = SharedPatterns();
   const std::string lower = CCharSet::LowerBytes(text.substr(0, kOutputBytes));
   std::array<bool, std::size(kWords)> seen{};
-  patterns.search.Find(lower, [&](std::uint32_t pattern, std::size_t) {
-    seen[patterns.word_of[pattern]] = true;
+  TextPlace first;  // of the words that are shown
+  patterns.search.Find(lower, [&](std::uint32_t pattern, std::size_t begin) {
+    const std::uint32_t word = patterns.word_of[pattern];
+    seen[word] = true;
+    if (first.length == 0 && IsShown(kWords[word].group)) first = {begin, patterns.search.PatternLength(pattern)};
     return true;
   });
 
@@ -259,7 +264,7 @@ bool IsWebshellOutput(std::string_view text, WebshellResult* result) {
     if (!seen[word]) continue;
     const Group group = kWords[word].group;
     ++counts[group];
-    if (group != kName && group != kAttack) continue;
+    if (!IsShown(group)) continue;
     if (!shown.empty()) shown += ", ";
     shown += CCharSet::Utf8ToLocal(kWords[word].text);
   }
@@ -274,6 +279,7 @@ bool IsWebshellOutput(std::string_view text, WebshellResult* result) {
   *result = {};
   result->finding = MessageId::kWebshellPage;
   result->detail = shown;
+  result->place = first;
   return true;
 }
 

@@ -89,6 +89,8 @@ bool CQivLibs::WebshellScan(std::string_view text, Depth depth, CWalkBudget* wal
   }
   if (match.rule != nullptr) {
     *result = WebshellResult::OfRule(*match.rule);
+    result->place = PlaceInBlanks(local->view, local->copy, match.rule->terms.front());
+    if (!narrow.empty() || local->view != text) result->view = TextView::kConverted;
     return true;
   }
   if (size < kShortestScript || depth == Depth::kSignatures) return false;
@@ -99,12 +101,18 @@ bool CQivLibs::WebshellScan(std::string_view text, Depth depth, CWalkBudget* wal
   walks->Begin(size);
   if (text.find("<?") != kNone) {
     local.reset();  // following PHP holds enough by itself
-    if (AnalysePhp(text, walks, result)) return true;
+    if (AnalysePhp(text, walks, result)) {
+      if (!narrow.empty()) result->view = TextView::kConverted;
+      return true;
+    }
   }
   if (is_page) {
     if (!local) local.emplace(text);
     if (local->view.size() != size) local->copy = {};  // a search of another size comes
-    if (AnalysePage(library_, local->view, std::move(local->copy), walks, result)) return true;
+    if (AnalysePage(library_, local->view, std::move(local->copy), walks, result)) {
+      if (!narrow.empty() || local->view != text) result->view = TextView::kConverted;
+      return true;
+    }
   }
   result->partial = result->partial || walks->Refused();
   return false;

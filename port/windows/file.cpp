@@ -295,10 +295,12 @@ bool RemoveFile(const std::string& path) {
   return MoveFileExW(wide.c_str(), doomed.c_str(), 0) ? DeleteFileW(doomed.c_str()) : DeleteFileW(wide.c_str());
 }
 
-// An open without any sharing is refused while another one lasts.
+// An open without any sharing is refused while another one lasts. It asks for no more than those have who may append to
+// a log and move it away: a lock file that a crash of the system left behind has the rights of the folder's logs.
 CFileLock::CFileLock(const std::string& path)
-    : handle_(reinterpret_cast<std::intptr_t>(CreateFileW(WidePath(path).c_str(), GENERIC_WRITE | DELETE, 0, nullptr,
-                                                          OPEN_ALWAYS, FILE_FLAG_DELETE_ON_CLOSE, nullptr))) {}
+    : handle_(
+          reinterpret_cast<std::intptr_t>(CreateFileW(WidePath(path).c_str(), FILE_APPEND_DATA | DELETE | SYNCHRONIZE,
+                                                      0, nullptr, OPEN_ALWAYS, FILE_FLAG_DELETE_ON_CLOSE, nullptr))) {}
 
 CFileLock::~CFileLock() {
   if (handle_ != kNone) CloseHandle(reinterpret_cast<HANDLE>(handle_));

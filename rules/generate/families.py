@@ -20,7 +20,8 @@ BODY = ("post",)
 NOT_IN_BODIES = {
     "+alert(", "and 1 = 1", "+char(", "document.cookie+", "onload=\\", "document.queryselector", "&lt;img*onerror=",
     "\" onclick=", "1' or ", "select concat(", "benchmark(*char(",
-    "location.href", " alert(", ";select ", ";create table", " char(", "new function(", "alert('hello",
+    "onerror=+", "+document.cookie", ";eval(", "\nalert(",
+    "location.href", " alert(", ";select ", ";create table", "; create table", " char(", "new function(", "alert('hello",
 }
 
 KEYWORDS = []

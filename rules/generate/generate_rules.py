@@ -112,6 +112,8 @@ def without_implied(rules):
 def keyword_rules(place):
     """Lines of one keyword file. Identifiers: family number * 1000 + running number of the phrase; all spellings of a
     phrase share it."""
+    if unknown := NOT_IN_BODIES - {phrase for family in KEYWORDS for phrase in family["phrases"]}:
+        sys.exit(f"generate_rules: NOT_IN_BODIES: no family has {sorted(unknown)}")
     rules = []
     seen = set()
     for family in KEYWORDS:

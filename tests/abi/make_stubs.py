@@ -9,9 +9,8 @@ import pathlib
 import re
 import sys
 
-from check_slots import HERE, natural_header, read_table
+from check_slots import HERE, OF_THE_MODULE, natural_header, read_table
 
-OF_THE_MODULE = ("IHttpModuleFactory", "CGlobalModule", "CHttpModule", "IHttpStoredContext")
 HEADERS = {"server_stubs.h": ("iis/httpserv.h", "iis::"), "natural_stubs.h": ("tests/abi/natural_httpserv.h", "")}
 
 

@@ -15,7 +15,10 @@ KEYS = {"Tab": 9, "Enter": 13, "End": 35, "ArrowRight": 39, " ": 32}
 
 
 class Chromium:
-    """Leaves with the `with` block, its profile too."""
+    """Leaves with the `with` block, its profile too. `flags`: of the command line, more than the usual ones."""
+
+    def __init__(self, *flags):
+        self.flags = flags
 
     def __enter__(self):
         self.profile = tempfile.mkdtemp(prefix="qiv-browser-")
@@ -29,7 +32,8 @@ class Chromium:
 
         self.process = subprocess.Popen(
             [BROWSER, "--headless", "--no-sandbox", "--disable-gpu", "--no-first-run", "--disable-extensions",
-             "--disable-background-networking", "--remote-debugging-pipe", f"--user-data-dir={self.profile}", "about:blank"],
+             "--disable-background-networking", "--remote-debugging-pipe", f"--user-data-dir={self.profile}",
+             *self.flags, "about:blank"],
             stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, preexec_fn=connect,
             pass_fds=(3, 4), start_new_session=True)
         os.close(theirs_in)

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "checks/body_text.h"
 #include "checks/file_inclusion_check.h"
 #include "common/text.h"
 #include "tests/checks/check_fixture.h"
@@ -37,7 +38,7 @@ class BadcodeCheckTest : public CCheckFixture {
   }
   void Clear() {
     facts_.raw_url = "/a";
-    facts_.raw_body = {};
+    facts_.raw_body = facts_.text_body = {};
     facts_.headers.clear();
   }
   std::string Query(const std::string& query) {
@@ -49,6 +50,7 @@ class BadcodeCheckTest : public CCheckFixture {
     Clear();
     facts_.content_type = type;
     facts_.raw_body = body;
+    SetBodyText(true, &facts_);
     return Run();
   }
   std::string Header(std::int32_t number, const std::string& name, const std::string& value) {
@@ -75,6 +77,8 @@ TEST_F(BadcodeCheckTest, LooksIntoEveryPlace) {
   EXPECT_EQ(Body("application/json", R"({"b":"..\\..\\"})"), "file l");
   EXPECT_EQ(Body("application/json; charset=utf-16le", std::string_view("{\0\"\0a\0\"\0:\0\"\0;\0i\0d\0\"\0}\0", 22)),
             "badcode c");
+  EXPECT_EQ(Body("application/x-www-form-urlencoded; charset=utf-16", "\xFF\xFE&a=x%3bid"), "badcode c")
+      << "to a page that reads bytes";
   EXPECT_EQ(Header(25, "Cookie", "a=b; c=x%3bid"), "badcode c");
   EXPECT_EQ(Header(40, "User-Agent", "map/1"), "badcode s");
   EXPECT_EQ(Header(36, "Referer", "http://evil/x"), "") << "a header that names a page includes none";
@@ -90,6 +94,8 @@ TEST_F(BadcodeCheckTest, KnowsTheSitesOwnAddress) {
   EXPECT_EQ(Query("b=http://127.0.0.1:8080/x"), "badcode i") << "where the connection ends is not known";
   facts_.local_address = *CIpAddress::Parse("127.0.0.1");
   facts_.local_port = 8080;
+  EXPECT_EQ(Query("b=http://127.0.0.1:8080/x"), "badcode i") << "a client from outside";
+  facts_.client_ip = "10.0.0.9";
   for (const char* const home :
        {"http://127.0.0.1:8080", "HTTP%3a%2f%2f127.0.0.1:8080?c", "/c?d=http%253a%252f%252f127.0.0.1:8080%252fe"}) {
     EXPECT_EQ(Query(std::string("b=") + home), "") << home;

@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "checks/body_text.h"
 #include "checks/injection_texts.h"
 #include "common/char_set.h"
 #include "common/text.h"
@@ -167,8 +168,8 @@ RequestFacts Sent(std::string url, std::string body = {}, std::string type = "ap
   const std::size_t mark = std::min(facts.raw_url.find('?'), facts.raw_url.size() - 1);
   facts.query = Trim(NormalizeText(std::string(Trim(facts.raw_url.substr(mark + 1)))));
   facts.raw_body = kept.emplace_back(std::move(body));
-  facts.body = CCharSet::LowerAscii(DecodeBody(facts.raw_body));
   facts.content_type = std::move(type);
+  SetBodyText(true, &facts);
   return facts;
 }
 
@@ -210,6 +211,39 @@ TEST(InjectionCheck, ShowsWhatWasSent) {
     CheckResult hidden = r;
     HideSecrets(&hidden);
     EXPECT_EQ(hidden.detail, r.detail) << "no more than the secrets is hidden";
+  }
+}
+
+// The contents of a binary file are no text, whatever stands in them; of a part that some reader takes for a field they
+// are.
+TEST(InjectionCheck, LeavesBinaryFilesOut) {
+  const std::string binary = std::string("PK\3\4\0\0", 6) + std::string(300, 'x') + "' union select drop table";
+  const auto judge = [](const std::string& head, const std::string& content, const std::string& rest = "--b--") {
+    const std::string part = "--b\r\nContent-Disposition: form-data; " + head + "\r\n\r\n" + content + "\r\n" + rest;
+    return Judge(Site(), Sent("/", part, "multipart/form-data; boundary=b")).result.status;
+  };
+  const std::string file = "name=\"f\"; filename=\"a.zip\"";
+  EXPECT_EQ(judge(file, binary), kUndecided);
+  EXPECT_EQ(judge(file, binary, "--b\r\nContent-Disposition: form-data; name=\"q\"\r\n\r\ndrop table\r\n--b--"),
+            kBlocked);
+  EXPECT_EQ(judge(file, binary.substr(6)), kBlocked) << "a file of text";
+  for (const std::string_view head : {"name=\"f\"", "name=\"f\"; filename=\"\"", "name=\"f\\\"; filename=\"a.zip\"",
+                                      "name=f; filename=a.zip", "name=\"f\"; filename=\"a\"; filename=\"b\""}) {
+    EXPECT_EQ(judge(std::string(head), binary), kBlocked) << head;
+  }
+  EXPECT_EQ(judge(file, binary + "\r\n--bx\r\nContent-Disposition: form-data; name=\"q\"\r\n\r\ndrop table"), kBlocked)
+      << "two readings";
+}
+
+// A page may believe the charset that the client states, or not.
+TEST(InjectionCheck, JudgesWideBodiesInBothReadings) {
+  const std::string text = "q=drop table";
+  std::string wide = "\xFF\xFE";
+  for (const char c : text) wide.append(1, c).append(1, '\0');
+  const std::string form = "application/x-www-form-urlencoded";
+  for (const std::string& type : {form, form + "; charset=utf-16"}) {
+    EXPECT_EQ(Judge(Site(), Sent("/", wide, type)).result.status, kBlocked) << type;
+    EXPECT_EQ(Judge(Site(), Sent("/", "\xFF\xFE&" + text, type)).result.status, kBlocked) << type;
   }
 }
 

@@ -76,6 +76,7 @@ TEST_F(SensitiveWordsTest, FindsWordsInEveryFormAndPlace) {
   EXPECT_NE(Body("application/json", R"({"a":["\u4e2d\u6587"]})"), "");
   EXPECT_NE(Body("text/xml", "<a>&#x4e2d;&#25991;</a>"), "");
   EXPECT_NE(Body("text/plain; charset=utf-16", std::string("\x2D\x4E\x87\x65", 4)), "");
+  EXPECT_NE(Body("text/plain; charset=utf-16", "\xFF\xFE a badword"), "") << "to a page that reads bytes";
   facts_.raw_body = {};
   facts_.headers = {{25, "Cookie", "c=badword"}};
   EXPECT_EQ(Decide(), "Deny sensitive words(Header[c]),Keywords:badword");

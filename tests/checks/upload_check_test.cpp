@@ -278,6 +278,7 @@ TEST_F(UploadCheckTest, JudgesWhateverAPartCallsItself) {
   EXPECT_EQ(Check("application/zip", "PK\3\4"), "");
   EXPECT_EQ(Check("text/plain", kShell), "");
   EXPECT_EQ(Check("application/json", "{\"a\":\"data:image/png;base64,iVBOR\"}"), "Not an image");
+  EXPECT_EQ(Check("application/json", "{\"a\":\"data:image/png;base64, is accepted for icons\"}"), "");
   EXPECT_EQ(Check("application/x-www-form-urlencoded",
                   "a=data%3Aimage%2Fgif%3Bbase64%2CR0lGODlhAQABAAAAACwAAAAAAQABAAACAkQBADs%3D"),
             "");

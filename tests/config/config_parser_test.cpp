@@ -67,7 +67,7 @@ const ValueCases kValueCases[] = {
     {VALUES(attack, cc_verify_type), "'select'=4 'cookie'=5 '2'=1 ''=1"},
     {VALUES(response, ret_type), "'4'=4 5=1 ''=1"},
     {VALUES(request, csrf_mode), "'0'=0 2=2 'Strict'=2 '3'=1"},
-    {VALUES(request, xframe_type), "'AllowFrom'=ALLOW-FROM 'deny'=DENY"},
+    {VALUES(request, xframe_type), "'AllowFrom'=3 'deny'=1 'x'=0"},
     {VALUES(request, xframe_allowfrom), "'\\u0020https://a\\r\\nX:1'=https://aX:1"},
     // Times and what they depend on.
     {VALUES(attack, cc_lock_time), "'10'=600 '2147483647'=2147483640"},

@@ -5,6 +5,8 @@
 #include <string>
 #include <utility>
 
+#include "config/config_keys.h"
+
 namespace qiv {
 namespace {
 
@@ -26,7 +28,7 @@ TEST(PageSettings, StatusAndRedirect) {
   };
   for (const Case& c : cases) {
     ResponseSettings response;
-    response.ret_status = c.ret_status;
+    response.ret_status = ReadChoice(c.ret_status, FindConfigKey("website_response", "ret_status")->values);
     response.ret_url = c.ret_url;
     const PageSettings page = MakePageSettings(response);
     EXPECT_EQ(page.status, c.status) << c.ret_status << " " << c.ret_url;

@@ -375,7 +375,7 @@ TEST_F(QivConfig, TheRulesForAttacksFollowTheirFile) {
                                 "{*}r{*}h{*}m{#}" + more + "</badcode_rules>");
   };
   const auto pattern = [this] {
-    return config_.Attacks()->Rules().empty() ? "" : config_.Attacks()->Rules()[0].pattern;
+    return config_.AttackRules()->attacks.Rules().empty() ? "" : config_.AttackRules()->attacks.Rules()[0].pattern;
   };
   Write(FileText(SettingsText("", "{\"badcode\":1}")));
   Tick();
@@ -388,7 +388,7 @@ TEST_F(QivConfig, TheRulesForAttacksFollowTheirFile) {
   Write("_badcode.db", rules("a.c", "ä{*}rce{*}-{*}b.c{*}r{*}h{*}m{#}2{*}rce{*}-{*}ä.c{*}r{*}h{*}m{#}"));
   Tick();
   EXPECT_EQ(pattern(), "a.c");
-  EXPECT_EQ(config_.Attacks()->Rules().size(), 1U);
+  EXPECT_EQ(config_.AttackRules()->attacks.Rules().size(), 1U);
   EXPECT_TRUE(states_.IsFault(StateKind::kItems, "_badcode.db")) << "GBK has no such letter";
   Write("_badcode.db", rules("a.b"));
   Tick();

@@ -26,6 +26,7 @@ LEAKS = {
 HARMLESS = {
     "discussed-trace": ("200", "text/html", LEAKS["trace"][2]),
     "quoted-source": ("200", "text/html", LEAKS["source"][2].replace(b"<", b"&lt;")),
+    "edited-source": ("200", "application/json", b'{"raw":"<?php\\nrequire \'config.php\';"}'),
     "own-error": ("500", "text/html", b"<h1>Something went wrong</h1>"),
     "picture": ("200", "image/svg+xml", LEAKS["source"][2]),
 }

@@ -183,6 +183,7 @@ class CFakeSend final : public stubs::UnexpectedSendResponseProvider {
  public:
   explicit CFakeSend(bool with_headers) : with_headers_(with_headers) {}
   iis::BOOL GetHeadersBeingSent() const override { return with_headers_; }
+  iis::DWORD GetFlags() const override { return 0; }
 
  private:
   bool with_headers_;

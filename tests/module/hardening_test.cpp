@@ -7,6 +7,7 @@
 #include <tuple>
 #include <vector>
 
+#include "config/config_keys.h"
 #include "tests/checks/lone_context.h"
 #include "tests/module/fake_server.h"
 
@@ -123,7 +124,7 @@ TEST_F(ResponseHardening, SetsFrameOptions) {
       SCOPED_TRACE(std::string(c.mode) + " over " + (c.current ? c.current : "nothing"));
       CFakeContext context;
       facts_.context = &context;
-      settings_->request.xframe_type = c.mode;
+      settings_->request.xframe_type = ReadChoice(c.mode, FindConfigKey("website_request", "xframe_type")->values);
       phase_ = c.phase;
       if (c.current) context.response.Add("X-Frame-Options", c.current);
       CookieAndFrameHeaders(facts_, Context());
@@ -149,7 +150,7 @@ TEST_F(ResponseHardening, LeavesAResponseAloneThatIsOnItsWayOrMissing) {
   context_.headers_sent = true;
   context_.response.Add("Server", "x");
   settings_->request.xframe = 1;
-  settings_->request.xframe_type = "DENY";
+  settings_->request.xframe_type = kFrameDeny;
   CheckResult result;
   HideServerHeaders(facts_, Context(), result);
   CookieAndFrameHeaders(facts_, Context());

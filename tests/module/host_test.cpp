@@ -2,13 +2,17 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstring>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "common/aes.h"
+#include "common/text.h"
 #include "host/in_process.h"
 #include "module/module_state.h"
 #include "module/register_module.h"
+#include "port/file.h"
 #include "tests/module/installation.h"
 
 namespace qiv {
@@ -136,6 +140,71 @@ TEST_F(Hosted, HardensWhatTheApplicationStartsAnew) {
   EXPECT_EQ(response.body, "okmore");
   EXPECT_FALSE(response.Header("X-Powered-By"));
   EXPECT_EQ(response.Headers("Set-Cookie"), std::vector<std::string>{std::string("a=1") + kAttributes});
+}
+
+// An answer whose handler sends it piece by piece: looked at as it goes, across the borders, and not held back.
+TEST_F(Hosted, StopsALeakInAnyPieceOfAnAnswer) {
+  const std::string long_piece(300000, 'x');
+  const std::string leak = "[To Parent Directory]</a>";
+  struct {
+    std::vector<std::string> pieces;  // "": a send of the headers alone
+    std::size_t sent;                 // pieces that arrive; 0: a page instead
+    const char* type = "text/html";
+    const char* extend = "";
+  } const cases[] = {
+      {{"<p>", "one", "two"}, 3},
+      {{"<p>" + leak, "rest", "rest"}, 0},
+      {{"<p>", leak + "rest", "rest"}, 1},
+      {{"", leak, "rest"}, 1},
+      {{"<p>", "a[To Parent", " Directory]</a>", "rest"}, 2},
+      {{"a[", "To", " ", "Parent Directory", "]</", "a>b", "rest"}, 5},
+      {{long_piece + "[", "To Parent Directory]</a>" + long_piece}, 1},
+      {{long_piece, long_piece + "[To Parent D", "irectory]</a>"}, 2},
+      {{"<p>", "[To Parent", "Directory]</a>"}, 3},
+      {{"<p>", leak, "rest"}, 3, "image/png"},
+      {{"<p>", leak, leak}, 3, "text/html", "website_log_only"},
+      {{std::string(5 << 20, 'x'), leak}, 2},
+  };
+  for (const bool other_thread : {false, true}) {
+    for (const auto& c : cases) {
+      SCOPED_TRACE("row " + std::to_string(&c - cases) + (other_thread ? ", other thread" : ""));
+      const test::CInstallation installation;
+      test::Site site;
+      site.sections["website_base"] = R"("badcode":"1","badcode_webout":"1")";
+      site.extend = c.extend;
+      ReplaceFile(installation.Directory() + "config/_badcode.db",
+                  encrypt_text("",
+                               "<badcode_lists></badcode_lists><badcode_rules>1{*}leak_listing{*}response{*}"
+                               "[to parent directory]</a>{*}r{*}h{*}m{#}</badcode_rules>"));
+      installation.Start(site);
+      HostOptions options;
+      options.send_response_on_other_thread = other_thread;
+      CModuleHost server(options);
+      ASSERT_EQ(server.Register(&RegisterModule), 0);
+      const InProcessResponse response = RunInProcess(server, InProcessRequest{}, [&c](iis::IHttpContext& context) {
+        context.GetResponse()->SetHeader("Content-Type", c.type, static_cast<iis::USHORT>(std::strlen(c.type)), 1);
+        for (const std::string& piece : c.pieces) {
+          host::WriteText(context, piece);
+          context.GetResponse()->Flush(0, 1, nullptr, nullptr);
+        }
+      });
+      const std::string log = installation.Log();
+      if (c.sent == 0) {
+        EXPECT_EQ(response.status, 403);
+        EXPECT_TRUE(response.body.find("Client IP: ") != std::string::npos && !response.reset) << response.body;
+        EXPECT_EQ(response.body.find("rest"), std::string::npos);
+        continue;
+      }
+      std::string sent;
+      for (std::size_t i = 0; i < c.sent; ++i) sent += c.pieces[i];
+      EXPECT_TRUE(response.body == sent) << response.body.size();
+      EXPECT_EQ(response.status, 200);
+      EXPECT_EQ(response.reset, c.sent < c.pieces.size());
+      const std::size_t events = c.sent < c.pieces.size() || *c.extend != 0;
+      const std::string action = *c.extend != 0 ? R"("action":"would block")" : R"("action":"block")";
+      EXPECT_EQ(Split(log, action).size(), 1 + events) << log;
+    }
+  }
 }
 
 TEST_F(Hosted, KeepsALinePerRequestWhereTheSiteAsksForIt) {

@@ -8,6 +8,7 @@
 #include "checks/form_target.h"
 #include "common/char_set.h"
 #include "common/text.h"
+#include "config/config_keys.h"
 #include "config/page_settings.h"
 #include "config/website_config.h"
 #include "module/facts_collector.h"
@@ -193,7 +194,7 @@ TEST_F(Page, IsAnsweredWithTheStatusAskedFor) {
     context_.response = {};
     context_.response.known = {{iis::HttpHeaderContentLength, "5"}, {iis::HttpHeaderContentEncoding, "gzip"}};
     ResponseSettings settings;
-    settings.ret_status = c.ret_status;
+    settings.ret_status = ReadChoice(c.ret_status, FindConfigKey("website_response", "ret_status")->values);
     settings.ret_type = c.ret_type;
     settings.ret_url = c.ret_url;
     CheckResult result = Blocked();

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -81,54 +82,69 @@ bool IsVariant(const CSignatureLibrary& library, std::string_view text) {
   return false;
 }
 
-bool Fill(MessageId finding, std::string_view detail, WebshellResult* result, bool suspicious = false) {
+bool Fill(MessageId finding, std::string_view detail, TextPlace place, WebshellResult* result,
+          bool suspicious = false) {
   *result = {};
   result->finding = finding;
   result->detail = detail;
+  result->place = place;
   result->kind = kAspRuleKind;
   result->suspicious = suspicious;
   return true;
 }
 
-// A server-side include of what is no script: a picture or text that an upload form lets through.
-bool IncludesPicture(std::string_view text) {
+// A server-side include of what is no script: a picture or text that an upload form lets through. Without length: none.
+TextPlace PictureIncluded(std::string_view text) {
   constexpr std::string_view kEnds[] = {".jpg\"", ".gif\"", ".png\"", ".bmp\"", ".jpeg\"", ".rar\""};
   for (std::size_t p = text.find(kPageInclude); p != std::string_view::npos; p = text.find(kPageInclude, p + 1)) {
     const std::string_view line = text.substr(p, std::min<std::size_t>(text.substr(p, 256).find("-->"), 256));
     if (std::any_of(std::begin(kEnds), std::end(kEnds), [line](std::string_view end) { return Holds(line, end); }))
-      return true;
+      return {p, line.size()};
   }
-  return false;
+  return {};
 }
+
+/// The heaviest of the words that tell, and where it stands in the page.
+struct SpokenWord {
+  std::string_view word;
+  TextPlace place;
+};
 
 // Whether the words are a shell's: many, or some in a page that works on what the request names. Articles and forums
 // speak of shells as well; of classic pages only the code counts.
-bool SpeaksLikeShell(CPage* page, PageKind kind, std::uint32_t reach, std::string_view* word) {
+std::optional<SpokenWord> SpeaksLikeShell(CPage* page, PageKind kind, std::uint32_t reach) {
   const bool aspx = kind == PageKind::kAspx;
   RiskScore risk;
+  ScriptSyntax syntax = ScriptSyntax::kBasic;
   if (aspx) {
     risk = ScoreRiskWords(page->Plain(), RiskLanguage::kAspx);
   } else {
-    if (reach == 0) return false;
+    if (reach == 0) return std::nullopt;
     const RiskScore basic = ScoreRiskWords(page->Code().basic, RiskLanguage::kAsp);
     const RiskScore braces = ScoreRiskWords(page->Code().braces, RiskLanguage::kAsp);
+    syntax = basic.score > braces.score ? ScriptSyntax::kBasic : ScriptSyntax::kBraces;
     risk = basic.score > braces.score ? basic : braces;
   }
-  *word = risk.heaviest;
   bool strong = false;
   const std::int32_t score = risk.score + PageReachScore(reach, &strong);
-  return score >= (strong ? kPageRiskLimit : aspx ? kAspxSilentLimit : kAspSilentLimit);
+  if (score < (strong ? kPageRiskLimit : aspx ? kAspxSilentLimit : kAspSilentLimit)) return std::nullopt;
+  const TextPlace place{risk.begin, risk.heaviest.size()};
+  return SpokenWord{risk.heaviest, aspx ? place : PlaceInPage(page->Plain(), {syntax, place})};
 }
 
 // Ordinary pages leave to their class what they do; of those that hold it themselves and use what the request says,
 // few risk words in the code itself are enough.
-bool CodeSpeaksLikeShell(CPage* page, std::uint32_t reach, std::string_view* word) {
-  if ((reach & kReadsRequest) == 0 || page->Facts().Has(kPageIsPart)) return false;
+std::optional<SpokenWord> CodeSpeaksLikeShell(CPage* page, std::uint32_t reach) {
+  if ((reach & kReadsRequest) == 0 || page->Facts().Has(kPageIsPart)) return std::nullopt;
   const PageCode& code = page->Code();
   const RiskScore risk = ScoreRiskWords(code.basic + "\n" + code.braces + "\n" + code.attributes, RiskLanguage::kAspx);
-  *word = risk.heaviest;
   bool strong = false;
-  return risk.score + PageReachScore(reach, &strong) >= kOwnPageLimit;
+  if (risk.score + PageReachScore(reach, &strong) < kOwnPageLimit) return std::nullopt;
+  const std::size_t braces = code.basic.size() + 1;  // where they begin
+  const bool is_basic = risk.begin < braces;
+  const PageCodePlace place{is_basic ? ScriptSyntax::kBasic : ScriptSyntax::kBraces,
+                            {risk.begin - (is_basic ? 0 : braces), risk.heaviest.size()}};
+  return SpokenWord{risk.heaviest, PlaceInPage(page->Plain(), place)};
 }
 
 class CPageJudge {
@@ -138,20 +154,27 @@ class CPageJudge {
 
   bool JudgeAsp();
   bool JudgeAspx();
+  /// Whether what was reported is code that the page's own evaluates.
+  bool IsInner() const { return inner_; }
 
  private:
-  bool Report(MessageId finding, std::string_view detail, bool suspicious = false) {
-    return Fill(finding, detail, &result_, suspicious);
+  bool Report(MessageId finding, std::string_view detail, TextPlace place, bool suspicious = false) {
+    return Fill(finding, detail, place, &result_, suspicious);
+  }
+  bool Report(MessageId finding, const PageFlow& flow, std::string_view detail, bool suspicious = false) {
+    inner_ = flow.place.inner;
+    return Report(finding, detail, PlaceInPage(page_.Plain(), flow.place), suspicious);
   }
   bool Meets(PageStage stage, const PageFlow& flow) {
     const PagePolicy* const row = FindPagePolicy(stage, &page_);
-    return row != nullptr && Report(row->name, row->detail.empty() ? flow.detail : row->detail, row->suspicious);
+    return row != nullptr && Report(row->name, flow, row->detail.empty() ? flow.detail : row->detail, row->suspicious);
   }
 
   const CSignatureLibrary& library_;
   CPage& page_;
   CWalkBudget& walks_;
   WebshellResult& result_;
+  bool inner_ = false;
 };
 
 bool CPageJudge::JudgeAsp() {
@@ -161,17 +184,21 @@ bool CPageJudge::JudgeAsp() {
   const MessageId variant = is_short ? MessageId::kAspVariant : MessageId::kAspBackdoor;
   if ((flow.reach & (kReachesCode | kReachesCommand)) != 0) {
     const bool joined = !Holds(plain, flow.detail);  // the word shows only once the strings are joined
-    return Report(joined ? variant : MessageId::kAspBackdoor, flow.detail);
+    return Report(joined ? variant : MessageId::kAspBackdoor, flow, flow.detail);
   }
-  if ((flow.reach & (kHiddenCode | kHiddenObject)) != 0) return Report(variant, flow.detail);
-  if (is_short && IsVariant(library_, plain)) return Report(MessageId::kAspVariant, "eval");
+  if ((flow.reach & (kHiddenCode | kHiddenObject)) != 0) return Report(variant, flow, flow.detail);
+  if (is_short && IsVariant(library_, plain)) return Report(MessageId::kAspVariant, "eval", TextPlace{});
   if (Meets(PageStage::kFiles, flow)) return true;
-  std::string_view word;
   const bool is_php = plain.find("<?php") < plain.find("<%");  // its own analysis found nothing
-  if (!is_php && SpeaksLikeShell(&page_, PageKind::kAsp, flow.reach, &word))
-    return Report(MessageId::kSuspectedFiles, word);
-  if (Holds(page_.Text(), "#@~^") && !page_.Facts().Has(kPageIsPart)) return Report(variant, "#@~^", true);
-  return IncludesPicture(plain) && Report(MessageId::kSuspiciousReference, kPageInclude, true);
+  if (!is_php) {
+    if (const auto spoken = SpeaksLikeShell(&page_, PageKind::kAsp, flow.reach))
+      return Report(MessageId::kSuspectedFiles, spoken->word, spoken->place);
+  }
+  constexpr std::string_view kEncoded = "#@~^";
+  if (Holds(page_.Text(), kEncoded) && !page_.Facts().Has(kPageIsPart))
+    return Report(variant, kEncoded, TextPlace{}, true);
+  const TextPlace picture = PictureIncluded(plain);
+  return picture.length != 0 && Report(MessageId::kSuspiciousReference, kPageInclude, picture, true);
 }
 
 bool CPageJudge::JudgeAspx() {
@@ -181,18 +208,44 @@ bool CPageJudge::JudgeAspx() {
   if (!is_aspx && page_.Text().size() > kPageSmall && code.braces.empty() && !Holds(code.basic, " as ")) return false;
   const PageFlow& flow = page_.Follow(PageKind::kAspx, &walks_);
   if (Meets(PageStage::kRuns, flow) || Meets(PageStage::kFiles, flow)) return true;
-  std::string_view word;
-  if (is_aspx &&
-      (SpeaksLikeShell(&page_, PageKind::kAspx, flow.reach, &word) || CodeSpeaksLikeShell(&page_, flow.reach, &word)))
-    return Report(MessageId::kSuspectedFiles, word);
+  if (is_aspx) {
+    std::optional<SpokenWord> spoken = SpeaksLikeShell(&page_, PageKind::kAspx, flow.reach);
+    if (!spoken) spoken = CodeSpeaksLikeShell(&page_, flow.reach);
+    if (spoken) return Report(MessageId::kSuspectedFiles, spoken->word, spoken->place);
+  }
   return Meets(PageStage::kUploads, flow);
 }
 
-// The library's rule that the page's script hits; null for none. Both copies are gone when the walks begin.
-const SignatureRule* RuleOf(const CSignatureLibrary& library, std::string_view plain, std::string searched,
-                            std::size_t size) {
-  const std::string script = BlankFreeLower(ScriptPart(plain));
-  return script != searched ? library.Find(script, size).rule : nullptr;
+// Whether the page's script hits a rule of the library. Both copies are gone when the walks begin.
+bool HitsRule(const CSignatureLibrary& library, std::string_view plain, std::string searched, std::size_t size,
+              WebshellResult* result) {
+  const std::string_view part = ScriptPart(plain);
+  const std::string script = BlankFreeLower(part);
+  const SignatureRule* const rule = script != searched ? library.Find(script, size).rule : nullptr;
+  if (rule == nullptr) return false;
+  *result = WebshellResult::OfRule(*rule);
+  result->kind = kAspRuleKind;
+  result->place = PlaceInBlanks(part, script, rule->terms.front());
+  result->place.offset += static_cast<std::size_t>(part.data() - plain.data());
+  return true;
+}
+
+bool JudgePage(const CSignatureLibrary& library, std::string_view text, const std::string& plain, std::string searched,
+               CWalkBudget* walks, WebshellResult* result) {
+  if (text.size() > kPageLargestScript && Holds(plain, "standard jet db")) return false;
+  constexpr std::string_view kUtf7 = "@codepage=65000";
+  if (Holds(plain, "@") && Holds(WithoutBlanks(plain), kUtf7)) return Fill(MessageId::kUtf7Script, kUtf7, {}, result);
+  if (IsLargeOrdinaryPage(plain)) return false;
+  if (HitsRule(library, plain, std::move(searched), text.size(), result)) return true;
+  CPage page(text, plain);
+  CPageJudge judge(library, &page, walks, result);
+  // ASPX pages are judged as such alone.
+  if ((!page.Facts().Has(kPageIsAspx) && judge.JudgeAsp()) || judge.JudgeAspx()) {
+    if (judge.IsInner()) result->view = TextView::kInner;
+    return true;
+  }
+  result->partial = result->partial || page.IsPartial();
+  return false;
 }
 
 }  // namespace
@@ -200,23 +253,9 @@ const SignatureRule* RuleOf(const CSignatureLibrary& library, std::string_view p
 bool AnalysePage(const CSignatureLibrary& library, std::string_view text, std::string searched, CWalkBudget* walks,
                  WebshellResult* result) {
   const std::string plain = PlainPage(text);
-  if (text.size() > kPageLargestScript && Holds(plain, "standard jet db")) return false;
-  if (Holds(plain, "@") && Holds(WithoutBlanks(plain), "@codepage=65000"))
-    return Fill(MessageId::kUtf7Script, "@codepage=65000", result);
-  if (IsLargeOrdinaryPage(plain)) return false;
-  const SignatureRule* const rule = RuleOf(library, plain, std::move(searched), text.size());
-  if (rule != nullptr) {
-    *result = WebshellResult::OfRule(*rule);
-    result->kind = kAspRuleKind;
-    return true;
-  }
-  CPage page(text, plain);
-  CPageJudge judge(library, &page, walks, result);
-  // ASPX pages are judged as such alone.
-  if (!page.Facts().Has(kPageIsAspx) && judge.JudgeAsp()) return true;
-  if (judge.JudgeAspx()) return true;
-  result->partial = result->partial || page.IsPartial();
-  return false;
+  if (!JudgePage(library, text, plain, std::move(searched), walks, result)) return false;
+  if (plain.size() != text.size()) result->view = TextView::kDecoded;
+  return true;
 }
 
 }  // namespace qiv

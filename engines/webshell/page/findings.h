@@ -14,10 +14,17 @@ class CPageFindings {
   /// Before each pass.
   void Restart() { changed_ = false; }
 
+  /// What is walked now.
+  void At(const PageCodePlace& place) { at_ = place; }
+  const PageCodePlace& Place() const { return at_; }
+
   /// Sinks that `word` is the name of; the first that decides stays the detail.
   void Reach(std::uint32_t reach, std::string_view word) {
     constexpr std::uint32_t kDecides = kReachesCode | kReachesCommand | kHiddenCode;
-    if ((flow_.reach & kDecides) == 0) flow_.detail = word;
+    if ((flow_.reach & kDecides) == 0) {
+      flow_.detail = word;
+      flow_.place = at_;
+    }
     flow_.reach |= reach;
   }
   /// The same without a word.
@@ -34,6 +41,7 @@ class CPageFindings {
 
  private:
   PageFlow flow_;
+  PageCodePlace at_;
   bool changed_ = false;
 };
 

@@ -19,6 +19,7 @@ class CPageLayers {
   struct Part {
     std::string_view code;
     ScriptSyntax syntax;
+    PageCodePlace evaluated = {};  ///< by which code of the page, if it is no such itself
   };
 
   /// `room`: bytes of texts that may be followed.

@@ -24,7 +24,7 @@ CPageMachine::CPageMachine(const PageCode& code, PageKind kind)
       sinks_(functions_.IsService(), &layers_, &scopes_, &operators_, &findings_),
       calls_(kind == PageKind::kAspx, &names_, &layers_, &scopes_, &functions_, &operators_, &sinks_, &findings_),
       expressions_(&layers_, &scopes_, &functions_, &operators_, &sinks_, &calls_, &findings_),
-      walk_(&names_, &scopes_, &functions_, &expressions_) {}
+      walk_(&names_, &scopes_, &functions_, &expressions_, &findings_) {}
 
 PageFlow CPageMachine::Run(CWalkBudget* walks) {
   std::size_t steps = 0;

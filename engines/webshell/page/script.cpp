@@ -65,6 +65,14 @@ class CCutter {
     return std::move(code_);
   }
 
+  // Where the code at `wanted` was cut out of; no longer than its piece.
+  TextPlace Find(const PageCodePlace& wanted) {
+    wanted_ = &wanted;
+    Run();
+    const std::string_view found = Trim(found_.In(page_));
+    return found.empty() ? TextPlace{} : TextPlace{static_cast<std::size_t>(found.data() - page_.data()), found.size()};
+  }
+
  private:
   // Takes the piece of code at `p`, if there is one; where to go on.
   std::size_t Cut(std::size_t p) {
@@ -123,13 +131,29 @@ class CCutter {
     }
     if (piece.starts_with("=") || piece.starts_with("#") || piece.starts_with(":")) {
       // What is shown: an expression of its own.
-      code.append(braces ? ";" : "\n").append(piece.substr(1)).append(braces ? ";\n" : "\n");
+      piece.remove_prefix(1);
+      code.append(braces ? ";" : "\n");
+      Note(braces, code.size(), piece);
+      code.append(piece).append(braces ? ";\n" : "\n");
     } else {
+      Note(braces, code.size(), piece);
       code.append(piece).append("\n");
     }
   }
 
+  // The piece comes to stand at `at` of the code: the first that holds more than blanks of what is wanted is it.
+  void Note(bool braces, std::size_t at, std::string_view piece) {
+    if (wanted_ == nullptr || braces != (wanted_->syntax == ScriptSyntax::kBraces)) return;
+    const std::size_t end = wanted_->place.offset + wanted_->place.length;
+    if (at >= end || at + piece.size() <= wanted_->place.offset || found_.length != 0) return;
+    const std::size_t begin = std::max(at, wanted_->place.offset);
+    const std::string_view part = piece.substr(begin - at, end - begin);
+    if (!Trim(part).empty()) found_ = {static_cast<std::size_t>(part.data() - page_.data()), part.size()};
+  }
+
   std::string_view page_;
+  const PageCodePlace* wanted_ = nullptr;
+  TextPlace found_;
   bool any_ = false;
   std::size_t handler_ = 0;  // where a handler's class begins
   std::string_view language_;
@@ -139,6 +163,8 @@ class CCutter {
 }  // namespace
 
 PageCode ServerCode(std::string_view page) { return CCutter(page).Run(); }
+
+TextPlace PlaceInPage(std::string_view page, const PageCodePlace& place) { return CCutter(page).Find(place); }
 
 bool CStatements::Next(std::vector<Token>* tokens, char* closed_by) {
   last_ = goes_on_ && !tokens->empty() ? tokens->back() : Token{};

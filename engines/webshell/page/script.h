@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "common/text.h"
 #include "engines/webshell/page/names.h"
 
 namespace qiv {
@@ -33,6 +34,15 @@ struct PageCode {
 /// marker is taken as code whole. Linear.
 PageCode ServerCode(std::string_view page);
 
+/// A piece of a page's code.
+struct PageCodePlace {
+  ScriptSyntax syntax = ScriptSyntax::kBasic;  ///< in which of its texts
+  TextPlace place;
+  bool inner = false;  ///< it evaluates the text that is meant
+};
+/// Where it stands in the page, without the blanks around it; without length: nowhere. Cuts the page once more.
+TextPlace PlaceInPage(std::string_view page, const PageCodePlace& place);
+
 struct Token {
   enum Kind : std::uint8_t { kName, kString, kNumber, kMark };
   Kind kind = kMark;
@@ -53,6 +63,8 @@ class CStatements {
   /// The next statement, possibly without tokens, or the next piece of one; false at the end. `*closed_by` is the byte
   /// that ended it; NUL: it goes on.
   bool Next(std::vector<Token>* tokens, char* closed_by);
+  /// Bytes that were read.
+  std::size_t At() const { return at_; }
 
  private:
   void Piece(char c, std::vector<Token>* tokens);

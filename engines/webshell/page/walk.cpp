@@ -33,7 +33,10 @@ std::size_t CPageWalk::Run(CPageLayers::Part part) {
   tokens_.clear();
   tokens_.reserve(kUsualTokens);
   std::size_t tokens = 0;
-  while (statements.Next(&tokens_, &closed_by)) {
+  PageCodePlace place = part.evaluated;
+  for (std::size_t begin = 0; statements.Next(&tokens_, &closed_by); begin = statements.At()) {
+    if (!part.evaluated.inner) place = {part.syntax, {begin, statements.At() - begin}};
+    findings_.At(place);
     tokens += tokens_.size();
     continues_ = closed_by == '\0';
     if (open_) {

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "engines/webshell/page/expressions.h"
+#include "engines/webshell/page/findings.h"
 #include "engines/webshell/page/functions.h"
 #include "engines/webshell/page/layers.h"
 #include "engines/webshell/page/names.h"
@@ -16,8 +17,9 @@ namespace qiv {
 
 class CPageWalk {
  public:
-  CPageWalk(CPageNames* names, CPageScopes* scopes, CPageFunctions* functions, CPageExpressions* expressions)
-      : names_(*names), scopes_(*scopes), functions_(*functions), expressions_(*expressions) {}
+  CPageWalk(CPageNames* names, CPageScopes* scopes, CPageFunctions* functions, CPageExpressions* expressions,
+            CPageFindings* findings)
+      : names_(*names), scopes_(*scopes), functions_(*functions), expressions_(*expressions), findings_(*findings) {}
 
   /// Works through a part; the number of tokens.
   std::size_t Run(CPageLayers::Part part);
@@ -47,6 +49,7 @@ class CPageWalk {
   CPageScopes& scopes_;
   CPageFunctions& functions_;
   CPageExpressions& expressions_;
+  CPageFindings& findings_;
   bool basic_ = true;
   std::vector<Token> tokens_;
   bool continues_ = false;         // the statement at hand is longer than its piece

@@ -33,16 +33,18 @@ class CPhpJudge {
   bool Run() {
     struct Layer {
       std::string code;
+      TextPlace place;  // of what opens the outermost, in the file
       int depth;
     };
     std::vector<Layer> layers;
     std::size_t bytes = 0;
     const std::size_t most_bytes = kPhpLayerBytesAnyway + text_.size() * kPhpLayerBytesPerByte;
     const auto add = [&](PhpFlowResult& flow, int depth) {
-      for (std::string& code : flow.nested) {
-        if (depth > kPhpDeepestLayer || layers.size() >= kPhpMostLayers || bytes + code.size() > most_bytes) return;
-        bytes += code.size();
-        layers.push_back({std::move(code), depth});
+      for (PhpInnerCode& inner : flow.nested) {
+        if (depth > kPhpDeepestLayer || layers.size() >= kPhpMostLayers || bytes + inner.code.size() > most_bytes)
+          return;
+        bytes += inner.code.size();
+        layers.push_back({std::move(inner.code), depth == 1 ? inner.place : place_, depth});
       }
     };
     const std::size_t most_room = PhpRoom(text_.size());
@@ -50,14 +52,17 @@ class CPhpJudge {
     facts_.Set(kPhpStandalone, flow.standalone);
     for (const bool weak : {false, true}) {
       for (const PhpFinding& finding : flow.findings) {
+        place_ = finding.place;
         if (IsWeakPhpFinding(finding.kind) == weak && Accept(finding)) return true;
       }
     }
     if (Encoded(flow)) return true;
     add(flow, 1);
     flow = {};
+    view_ = TextView::kInner;
     for (std::size_t i = 0; i < layers.size(); ++i) {
       const std::string code = std::move(layers[i].code);
+      place_ = layers[i].place;
       if (!walks_.Spend(code.size() / kPhpLayerBytesPerStep)) break;
       PhpFlowResult inner =
           FollowPhp(code, true, std::max(kPhpLayerRoom, most_room - std::min(most_room, bytes)), &walks_);
@@ -68,6 +73,8 @@ class CPhpJudge {
       if (ScoreRiskWords(code, RiskLanguage::kPhp).score >= kPhpLayerRisk) return Fill(MessageId::kSuspectedRisk, "");
       add(inner, layers[i].depth + 1);
     }
+    view_ = TextView::kSent;
+    place_ = {};
     return Features();
   }
 
@@ -76,6 +83,8 @@ class CPhpJudge {
     result_ = {};
     result_.finding = finding;
     result_.detail = LocalDetail(detail);
+    result_.place = place_;
+    result_.view = view_;
     result_.kind = kPhpRuleKind;
     result_.suspicious = suspicious;
     return true;
@@ -117,12 +126,15 @@ class CPhpJudge {
   }
   bool AcceptWords(bool encoders) {
     const PhpWordPolicy* const policy = FindPhpWordPolicy(encoders, &facts_);
+    if (policy != nullptr) SetPlace(FindNoCase(text_, CCharSet::LowerAscii(policy->detail)), policy->detail.size());
     return policy != nullptr && Fill(policy->name, policy->labels, policy->detail, policy->suspicious);
   }
 
   // Long constant texts that are code once they are decoded.
   bool Encoded(const PhpFlowResult& flow) {
-    for (const std::string& text : flow.encoded) {
+    view_ = TextView::kInner;
+    for (const auto& [text, place] : flow.encoded) {
+      place_ = place;
       if (text.starts_with("<?") && !text.starts_with("<?xml")) return Fill(MessageId::kEncoding, "base64");
       const RiskScore risk = ScoreRiskWords(text, RiskLanguage::kPhp);
       if (risk.score >= kPhpLayerRisk) return Fill(MessageId::kEncoding, risk.heaviest);
@@ -140,6 +152,7 @@ class CPhpJudge {
     if (AcceptWords(true)) return true;
     const RiskScore risk = ScoreRiskWords(text_, RiskLanguage::kPhp);
     if (risk.score >= kPhpRiskLimit) {
+      SetPlace(risk.begin, risk.heaviest.size());
       const bool called = Copy().find(std::string(risk.heaviest) + "(") != std::string::npos;
       return called ? Fill(MessageId::kRiskCharacteristics, PhpLabels{MessageId::kDoubtful, MessageId::kLabelFunction},
                            risk.heaviest)
@@ -166,7 +179,13 @@ class CPhpJudge {
   }
   static PhpLabels Risk(MessageId label) { return {MessageId::kRiskCharacteristics, label}; }
 
+  void SetPlace(std::size_t begin, std::size_t size) {
+    place_ = begin == std::string_view::npos ? TextPlace{} : TextPlace{begin, size};
+  }
+
   std::string_view text_;
+  TextPlace place_;  // of what is judged
+  TextView view_ = TextView::kSent;
   CWalkBudget& walks_;
   WebshellResult& result_;
   std::string copy_;

@@ -29,18 +29,19 @@ void CPhpFindings::Report(PhpFindingKind kind, std::string_view detail, HidingWa
   if (findings.size() >= kMostFindings) return;
   const auto same = [&](const PhpFinding& f) { return f.kind == kind && f.detail == detail.substr(0, kLongestDetail); };
   if (std::none_of(findings.begin(), findings.end(), same)) {
-    findings.push_back({kind, way, std::string(detail.substr(0, kLongestDetail))});
+    findings.push_back({kind, way, std::string(detail.substr(0, kLongestDetail)), Place()});
   }
 }
 
-void CPhpFindings::Add(std::vector<std::string>* texts, std::string_view text) {
-  constexpr std::size_t kNestedRoom = 128;  // beside the bytes
+void CPhpFindings::Add(std::vector<PhpInnerCode>* texts, std::string_view text) {
+  constexpr std::size_t kNestedRoom = 160;  // beside the bytes
   if (pass_ == 0 || texts->size() >= kMostNested || text.size() > room_ || text.size() < 4) return;
   if (!budget_.HasRoom(text.size() + kNestedRoom) || !budget_.Spend(text.size())) return;
-  if (std::find(texts->begin(), texts->end(), text) != texts->end()) return;
+  const auto same = [text](const PhpInnerCode& inner) { return inner.code == text; };
+  if (std::any_of(texts->begin(), texts->end(), same)) return;
   room_ -= text.size();
   budget_.Hold(text.size() + kNestedRoom);
-  texts->emplace_back(text);
+  texts->push_back({std::string(text), Place()});
 }
 
 void CPhpFindings::AddLiteral(std::string_view text) {

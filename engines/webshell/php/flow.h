@@ -24,6 +24,7 @@
 #include <string_view>
 #include <vector>
 
+#include "common/text.h"
 #include "engines/webshell/php/value.h"
 
 namespace qiv {
@@ -50,13 +51,19 @@ struct PhpFinding {
   PhpFindingKind kind;
   HidingWay way;
   std::string detail;  ///< the function's name, as far as it is known
+  TextPlace place;     ///< in the source: the call, else the statement as far as it was walked
+};
+
+struct PhpInnerCode {
+  std::string code;
+  TextPlace place;  ///< in the source: what runs, decodes or holds it
 };
 
 struct PhpFlowResult {
-  std::vector<PhpFinding> findings;  ///< in the order met; at most kMostFindings
-  std::vector<std::string> nested;   ///< code that the file runs or decodes; each to be judged as code
-  std::vector<std::string> encoded;  ///< what long constant texts turn out to be, decoded; nobody says what for
-  bool standalone = true;            ///< no include, class, namespace, or function called that the file does not define
+  std::vector<PhpFinding> findings;   ///< in the order met; at most kMostFindings
+  std::vector<PhpInnerCode> nested;   ///< code that the file runs or decodes; each to be judged as code
+  std::vector<PhpInnerCode> encoded;  ///< what long constant texts turn out to be, decoded; nobody says what for
+  bool standalone = true;  ///< no include, class, namespace, or function called that the file does not define
 };
 
 inline constexpr std::size_t kPhpRoomAnyway = std::size_t{1} << 19;

@@ -77,14 +77,15 @@ enum class PhpFrameKind : std::uint8_t { kBlock, kParen, kCall, kIndex, kArray, 
 /// An open bracket.
 struct PhpFrame {
   PhpFrameKind kind = PhpFrameKind::kBlock;
-  bool named = false;      ///< callee_name is the function
-  bool is_member = false;  ///< callee_name is a method
-  bool is_new = false;
-  bool statement = false;  ///< "if (...)" and the like
-  bool is_class = false;
-  bool in_foreach = false;
-  bool has_key = false;
-  bool has_callee = false;  ///< what is called or looked into stands below its operands
+  bool named : 1 = false;      ///< callee_name is the function
+  bool is_member : 1 = false;  ///< callee_name is a method
+  bool is_new : 1 = false;
+  bool statement : 1 = false;  ///< "if (...)" and the like
+  bool is_class : 1 = false;
+  bool in_foreach : 1 = false;
+  bool has_key : 1 = false;
+  bool has_callee : 1 = false;  ///< what is called or looked into stands below its operands
+  std::uint32_t begin = 0;      ///< of kCall: the byte of the source where the call begins
   std::uint32_t values = 0;
   std::uint32_t operations = 0;
   std::uint32_t arguments = 0;  ///< of kCall and kArray: where its arguments begin

@@ -1,5 +1,6 @@
 #include "engines/webshell/php/walk.h"
 
+#include <algorithm>
 #include <span>
 #include <string>
 #include <utility>
@@ -38,6 +39,12 @@ bool CPhpWalk::Advance(std::size_t* end) {
 
 void CPhpWalk::Token() {
   PhpToken& token = tokens_.At();
+  const bool is_quoted = token.kind == PhpTokenKind::kString || token.kind == PhpTokenKind::kTemplate ||
+                         token.kind == PhpTokenKind::kCommand;
+  if (token.kind != PhpTokenKind::kMarkup) {
+    findings_.At(token.begin - (is_quoted || token.kind == PhpTokenKind::kVariable ? 1U : 0U),
+                 std::min<std::size_t>(token.End() + (is_quoted ? 1 : 0), source_.size()));
+  }
   switch (token.kind) {
     case PhpTokenKind::kVariable:
       return OnVariable(token);
@@ -252,6 +259,7 @@ void CPhpWalk::BeginStatement() {
 
 void CPhpWalk::EndStatement() {
   expressions_.EndStatement();
+  findings_.EndStatement();
   pending_.is_new = false;
   pending_.scope = kPhpFileScope;
 }

@@ -44,6 +44,10 @@ void CPhpWalk::OpenCall() {
   frame.callee_name = callee.name;
   frame.is_new = std::exchange(pending_.is_new, false);
   frame.has_callee = has_callee;
+  const PhpToken* const before = tokens_.Before();
+  const bool is_variable = before != nullptr && before->kind == PhpTokenKind::kVariable;
+  const bool is_word = is_variable || (before != nullptr && before->kind == PhpTokenKind::kName);
+  frame.begin = is_word ? before->begin - (is_variable ? 1U : 0U) : findings_.StatementBegin();
 }
 
 // A cast is "(", a type's name, ")".
@@ -65,6 +69,7 @@ void CPhpWalk::OpenParen() {
 void CPhpWalk::OpenBlock() {
   const PhpScope scope = pending_.scope;
   if (scope == kPhpFileScope && !pending_.is_class) expressions_.Reduce(PhpPrecedence::kLowest);
+  findings_.EndStatement();
   PushFrame(PhpFrameKind::kBlock)->is_class = pending_.is_class;
   pending_.is_class = false;
   pending_.scope = kPhpFileScope;
@@ -81,6 +86,7 @@ void CPhpWalk::CloseBlock() {
   if (stacks_.Top().kind == PhpFrameKind::kVariable) return CloseVariable();
   const std::size_t depth = stacks_.Top().block;
   expressions_.Reduce(PhpPrecedence::kLowest);
+  findings_.EndStatement();
   if (depth == 0) {
     stacks_.DropOperands(stacks_.Top().values);
     stacks_.ExpectOperand();
@@ -125,7 +131,9 @@ void CPhpWalk::CloseBracket(char bracket) {
     case PhpFrameKind::kIndex:
       return expressions_.CloseIndex(frame, empty);
     case PhpFrameKind::kCall:
-      return expressions_.CloseCall(frame);
+      findings_.BeginCall(frame.begin);
+      expressions_.CloseCall(frame);
+      return findings_.EndCall();
     case PhpFrameKind::kArray:
       return expressions_.CloseArray(frame, tokens_.NextIs("="));
     default:

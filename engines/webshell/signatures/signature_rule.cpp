@@ -89,4 +89,17 @@ std::string BlankFreeLower(std::string_view text) {
   return copy;
 }
 
+TextPlace PlaceInBlanks(std::string_view text, std::string_view copy, std::string_view term) {
+  const std::size_t found = copy.find(term);
+  if (term.empty() || found == std::string_view::npos) return {};
+  std::size_t passed = 0;
+  std::size_t begin = 0;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (text[i] == ' ' || text[i] == '\t') continue;
+    if (passed++ == found) begin = i;
+    if (passed == found + term.size()) return {begin, i + 1 - begin};
+  }
+  return {};
+}
+
 }  // namespace qiv

@@ -2,10 +2,13 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "common/text.h"
 
 namespace qiv {
 
@@ -53,5 +56,8 @@ std::size_t FindExclusion(std::string_view pattern, std::size_t from = 0);
 /// The form in which texts are held against the library: without blanks and tabs, "A"-"Z" lower-cased; trail bytes of
 /// double-byte characters are kept as they are.
 std::string BlankFreeLower(std::string_view text);
+
+/// The place in `text` of what stands as `term` in its form `copy`; the first, without length when there is none.
+TextPlace PlaceInBlanks(std::string_view text, std::string_view copy, std::string_view term);
 
 }  // namespace qiv

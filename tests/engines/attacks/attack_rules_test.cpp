@@ -12,13 +12,14 @@ namespace {
 const WordLists kLists = {{"tool", {"cat", "id"}}, {"odd", {"%25x", "a%20b"}}};
 
 /// What the pattern finds in the text; "-" for nothing, "!" and the fault when it is no pattern.
-std::string Found(std::string_view where, std::string_view pattern, std::string_view text) {
+std::string Found(std::string_view where, std::string_view pattern, std::string_view text,
+                  AttackPlace place = kInQuery) {
   CAttackRules rules;
   AttackFault fault;
   if (!rules.Set({{"r1", std::string(where), std::string(pattern), "", "", "", 0}}, kLists, &fault)) {
     return "!" + fault.rule + " " + fault.text;
   }
-  const AttackHit hit = CAttackScan(rules).Find(text, kInQuery, kLocalFiles);
+  const AttackHit hit = CAttackScan(rules).Find(text, place, kLocalFiles);
   return hit.rule ? hit.found : "-";
 }
 
@@ -77,16 +78,19 @@ TEST(AttackRules, LeaveWritingAlone) {
   }();
   std::string chinese;
   for (int i = 0; i < 130; ++i) chinese += "\xE4\xBB\xB7";
-  const auto finds = [](const std::string& text) { return Found("shell,short", "~C~(tool)~e", text) != "-"; };
-  for (const std::string& text :
-       std::vector<std::string>{"x; id", "x;id\n" + line + line + line, "; 'id'" + paragraph, line + line + "; id",
-                                std::string(900, 'x') + ";id " + paragraph, line + "-\n-\n-\n- ; id"}) {
+  const auto finds = [](const std::string& text, AttackPlace place = kInBody) {
+    return Found("shell,short", "~C~(tool)~e", text, place) != "-";
+  };
+  for (const std::string& text : std::vector<std::string>{
+           "x; id", "x;id\n" + line + line + line, "; 'id'" + paragraph, line + line + "; id",
+           std::string(900, 'x') + ";id " + paragraph, line + "-\n-\n-\n- ; id", "a a a\na a a\na a a\n;id"}) {
     EXPECT_TRUE(finds(text)) << text;
   }
   for (const std::string& text :
        {line + line + line + ";id", line + ";id\n" + line + line, paragraph + ";id", "two words;id " + paragraph,
-        "one\n;id\n" + line + line + line, "a b; id" + chinese}) {
+        "one\n;id\n" + line + line + line, "a b; id " + chinese, chinese + ";id"}) {
     EXPECT_FALSE(finds(text)) << text;
+    EXPECT_TRUE(finds(text, kInQuery)) << text << ": nobody posts articles there";
   }
 }
 

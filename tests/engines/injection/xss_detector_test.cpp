@@ -125,6 +125,15 @@ TEST(XssDetector, SwitchesAndParameters) {
   settings.xss_form = 1;  // a kind that is off hides no other
   EXPECT_EQ(XssDetector::FormCheck("<a href=javascript:x()><p onerror=x()>", settings, library, &fragment),
             XssType::kHtmlEvent);
+  // What stands behind the end of a tag is left to the forms, where they are asked.
+  settings.xss_script_load = 1;
+  for (const std::string_view behind :
+       {"<li class=a>the onerror= was called", "<li class=a>&lt;a href=javascript:x()"}) {
+    settings.xss_form = 1;
+    EXPECT_EQ(XssDetector::CheckText(behind, settings, library, &fragment, false), XssType::kNone) << behind;
+    settings.xss_form = 0;
+    EXPECT_NE(XssDetector::CheckText(behind, settings, library, &fragment, false), XssType::kNone) << behind;
+  }
 }
 
 // Texts that make a repeated search read the same bytes for every occurrence.

@@ -1,16 +1,14 @@
 // Runs page_cases.txt, and pages as long as limits are there for.
-#include <gtest/gtest.h>
-
-#include <fstream>
-#include <optional>
-#include <string>
-
-#include "checks/webshell_finding.h"
-#include "engines/webshell/webshell_scan.h"
-#include "tests/engines/text_generator.h"
+#include "tests/engines/webshell/script_cases.h"
 
 namespace qiv {
 namespace {
+
+std::string Shown(const WebshellResult& result, const WebshellWords& words) {
+  return words.name + ": " + words.detail + (result.suspicious ? " (weak)" : "");
+}
+
+TEST(Pages, AreFoundForWhatTheyDo) { EXPECT_GE(RunScriptCases(QIV_TEST_DATA "/webshell/page_cases.txt", Shown), 100); }
 
 const CQivLibs& Libs() {
   static const CQivLibs libs;
@@ -19,50 +17,7 @@ const CQivLibs& Libs() {
 
 std::string Finding(std::string_view page) {
   WebshellResult result;
-  bool found = false;
-  WithExactCopy(page, [&](std::string_view copy) { found = Libs().WebshellScan(copy, &result); });
-  const WebshellWords words = WordsOf(result, Language::kEnglish);
-  return found ? words.name + ": " + words.detail + (result.suspicious ? " (weak)" : "") : "none";
-}
-
-std::optional<std::string> Unescape(std::string_view line) {
-  std::string text;
-  for (std::size_t i = 0; i < line.size(); ++i) {
-    if (line[i] != '\\') {
-      text += line[i];
-      continue;
-    }
-    const char kind = ++i < line.size() ? line[i] : '\0';
-    constexpr std::string_view kKinds = "nrt\\";
-    if (const std::size_t known = kKinds.find(kind); known != std::string_view::npos) {
-      text += "\n\r\t\\"[known];
-    } else if (const std::string hex(line.substr(i + 1, 2));
-               kind == 'x' && hex.find_first_not_of("0123456789ABCDEF") == std::string::npos && hex.size() == 2) {
-      text += static_cast<char>(std::stoi(hex, nullptr, 16));
-      i += 2;
-    } else {
-      return std::nullopt;
-    }
-  }
-  return text;
-}
-
-TEST(Pages, AreFoundForWhatTheyDo) {
-  std::ifstream file(QIV_TEST_DATA "/webshell/page_cases.txt", std::ios::binary);
-  std::size_t cases = 0;
-  std::string line;
-  while (std::getline(file, line)) {
-    if (line.empty() || line[0] == '#') continue;
-    const std::size_t tab = line.find('\t');
-    ASSERT_NE(tab, std::string::npos) << line;
-    const std::string expected = line.substr(0, tab);
-    ASSERT_TRUE(expected == "none" || expected.find(": ") != std::string::npos) << line;
-    const std::optional<std::string> page = Unescape(std::string_view(line).substr(tab + 1));
-    ASSERT_TRUE(page && !page->empty()) << line;
-    EXPECT_EQ(Finding(*page), expected) << line;
-    ++cases;
-  }
-  EXPECT_GE(cases, 100U);
+  return Libs().WebshellScan(page, &result) ? Shown(result, WordsOf(result, Language::kEnglish)) : "none";
 }
 
 // `unit` with a name in it, each time another one.
