@@ -7,6 +7,7 @@
 #include "checks/webshell_check.h"
 
 #include <algorithm>
+#include <array>
 #include <iterator>
 #include <string>
 #include <string_view>
@@ -70,10 +71,25 @@ bool HoldsEncoded(std::string_view raw) {
 /// Whether a script holds anything without which hardly any takes what a client sent and runs it, plainly or hidden: a
 /// variable, a call, the request, code that is encoded.
 bool IsTelling(std::string_view text) {
-  constexpr std::string_view kTelling[] = {"$",       "(",       "`",       "request", "eval",
-                                           "execute", "include", "require", "#@~^",    "codepage"};
-  return std::any_of(std::begin(kTelling), std::end(kTelling),
-                     [text](std::string_view word) { return FindNoCase(text, word) != std::string_view::npos; });
+  static constexpr std::string_view kTelling[] = {"$",       "(",       "`",       "request", "eval",
+                                                  "execute", "include", "require", "#@~^",    "codepage"};
+  static constexpr auto kBegins = [] {
+    std::array<bool, 256> begins{};
+    for (const std::string_view word : kTelling) {
+      const auto first = static_cast<unsigned char>(word[0]);
+      begins[first] = true;
+      if (IsLetter(word[0])) begins[first & ~0x20U] = true;
+    }
+    return begins;
+  }();
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    if (!kBegins[static_cast<unsigned char>(text[at])]) continue;
+    const char first = LowerByte(text[at]);
+    for (const std::string_view word : kTelling) {
+      if (word[0] == first && EqualsIgnoreCase(text.substr(at, word.size()), word)) return true;
+    }
+  }
+  return false;
 }
 
 bool BeginsEncoded(std::string_view raw) {

@@ -86,6 +86,15 @@ host::InProcessRequest RequestOf(std::string_view kind, std::string text) {
 
 }  // namespace
 
+double ThreadSeconds() {
+#ifdef CLOCK_THREAD_CPUTIME_ID
+  std::timespec now{};
+  if (clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now) == 0)
+    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
+#endif
+  return static_cast<double>(std::clock()) / CLOCKS_PER_SEC;
+}
+
 struct CCosts::Parts {
   CQivLibs libs;
   host::CModuleHost modules;
@@ -125,7 +134,7 @@ Cost CCosts::Measure(const Mix& mix, std::size_t bytes, int rounds) {
   for (int round = 0; round < rounds; ++round) {
     const std::size_t before = heap_now.load();
     heap_most.store(before);
-    const std::clock_t begin = std::clock();
+    const double begin = ThreadSeconds();
     bool blocked = false;
     if (is_request) {
       blocked = host::RunInProcess(parts_->modules, request, handler).status != 200;
@@ -142,8 +151,7 @@ Cost CCosts::Measure(const Mix& mix, std::size_t bytes, int rounds) {
         blocked = parts_->libs.WebshellScan(std::string_view(text), &result);
       }
     }
-    const double seconds = static_cast<double>(std::clock() - begin) / CLOCKS_PER_SEC;
-    const double ns = seconds * 1e9 / static_cast<double>(bytes);
+    const double ns = (ThreadSeconds() - begin) * 1e9 / static_cast<double>(bytes);
     if (round == 0 || ns < cost.ns_per_byte) cost.ns_per_byte = ns;
     cost.memory = std::max(cost.memory, static_cast<double>(heap_most.load() - before) / static_cast<double>(bytes));
     cost.blocked = blocked;

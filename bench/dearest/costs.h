@@ -9,10 +9,13 @@
 namespace qiv::bench {
 
 struct Cost {
-  double ns_per_byte = 0;  ///< of this process's processor time
+  double ns_per_byte = 0;  ///< of this thread's processor time
   double memory = 0;       ///< heap held at once beyond the input, as a multiple of it
   bool blocked = false;    ///< a request was refused, or a text found to be a webshell
 };
+
+/// Processor time of this thread: the machine is shared, and other threads of this process are not the input's.
+double ThreadSeconds();
 
 class CCosts {
  public:

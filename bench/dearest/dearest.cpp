@@ -1,9 +1,9 @@
 // dearest: searches for the inputs that cost the protection most, in processor time and memory, by the byte.
 //
-// Mixes of one to eight tokens are made at random, and the dearest found so far are changed a little; each is measured
-// at 16 KiB, if that is promising at 64 KiB, and one that may be dearer than the dearest known of its kind at 512 KiB
-// as well, several times over; cookies at the sizes that a head may have. What is found is printed at once, and a table
-// at the end.
+// Mixes of one to eight tokens are made at random, and the dearest found so far are changed a little, those of earlier
+// searches among them (known.inc). Each is measured once at 8 KiB; one that is promising then at 64 KiB, and one that
+// may be dearer than the dearest known of its kind at 512 KiB as well, several times over; cookies at the sizes that a
+// head may have. Every kind gets the same processor time. What is found is printed at once, and a table at the end.
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
@@ -29,13 +29,13 @@ struct Sizes {
   std::size_t small;
   std::size_t large;
 };
-constexpr Sizes kSizes = {16 << 10, 64 << 10, 512 << 10};
+constexpr Sizes kSizes = {8 << 10, 64 << 10, 512 << 10};
 constexpr Sizes kHeadSizes = {4 << 10, 8 << 10, 28 << 10};  // of cookies: longer ones are refused unread
 
 constexpr int kRounds = 3;           // the least of so many counts: machines are shared
 constexpr std::size_t kKept = 12;    // of each kind, to be changed
 constexpr double kMemoryWorth = 25;  // ns/byte that once the input's size in memory is worth, to order by
-constexpr double kFirstShare = 0.7;  // of the least price kept: dearer at first is measured in full
+constexpr double kFirstShare = 0.8;  // of the least price kept, at the first size: dearer is measured in full
 constexpr double kNoise = 1.1;       // dearer by less may be chance
 
 const Sizes& SizesOf(const Mix& mix) { return KindNames()[mix.kind] == "cookie" ? kHeadSizes : kSizes; }
@@ -50,8 +50,14 @@ struct Options {
   std::string profile = "default";
 };
 
+// Of earlier searches, by their names.
+constexpr std::string_view kKnown[] = {
+#include "bench/dearest/known.inc"
+};
+
 struct Found {
   Mix mix;
+  Cost first;
   Cost small;
   Cost large;
 };
@@ -65,6 +71,7 @@ struct Search {
   Found slowest;            // by time and by memory, at either size
   Found largest;
   std::uint64_t tried = 0;
+  double seconds = 0;  // of processor time
 };
 
 double Slowness(const Found& found) { return std::max(found.small.ns_per_byte, found.large.ns_per_byte); }
@@ -77,21 +84,31 @@ void Print(const char* why, const Found& found) {
   std::fflush(stdout);
 }
 
+bool IsKept(const Search& search, const Mix& mix) {
+  return std::any_of(search.pool.begin(), search.pool.end(),
+                     [&](const Found& other) { return other.mix.Shown() == mix.Shown(); });
+}
+
+// The pool changes slowly, so what is least in it is looked up anew each time.
+double LeastFirst(const Search& search) {
+  double least = Price(search.pool.front().first);
+  for (const Found& kept : search.pool) least = std::min(least, Price(kept.first));
+  return least;
+}
+
 void Try(CCosts& costs, const Mix& mix, Search* search) {
   ++search->tried;
+  if (IsKept(*search, mix)) return;
   const bool full = search->pool.size() == kKept;
   const Sizes& sizes = SizesOf(mix);
-  if (full && Price(costs.Measure(mix, sizes.first, 1)) < Price(search->pool.back().small) * kFirstShare) return;
-  Found found{mix, costs.Measure(mix, sizes.small, 1), {}};
-  const double price = Price(found.small);
-  if (full && price <= Price(search->pool.back().small)) return;
+  Found found{mix, costs.Measure(mix, sizes.first, 1), {}, {}};
+  if (full && Price(found.first) < LeastFirst(*search) * kFirstShare) return;
+  found.small = costs.Measure(mix, sizes.small, 1);
+  if (full && Price(found.small) <= Price(search->pool.back().small)) return;
   found.small = costs.Measure(mix, sizes.small, kRounds);
-  const auto same = std::find_if(search->pool.begin(), search->pool.end(),
-                                 [&](const Found& other) { return other.mix.Shown() == mix.Shown(); });
-  if (same != search->pool.end()) return;
   const auto place = std::find_if(search->pool.begin(), search->pool.end(),
                                   [&](const Found& other) { return Price(other.small) < Price(found.small); });
-  if (place == search->pool.end() && search->pool.size() == kKept) return;
+  if (place == search->pool.end() && full) return;
   const bool may_lead = place == search->pool.begin() || Slowness(found) > Slowness(search->slowest) ||
                         Largeness(found) > Largeness(search->largest);
   if (may_lead) found.large = costs.Measure(mix, sizes.large, 2);
@@ -107,7 +124,10 @@ void Try(CCosts& costs, const Mix& mix, Search* search) {
   }
 }
 
-int Replay(CCosts& costs, const Options& options) {
+int Replay(CCosts& costs, Options options) {
+  const auto known = std::find(options.replay.begin(), options.replay.end(), "known");
+  if (known != options.replay.end())
+    options.replay.insert(options.replay.erase(known), std::begin(kKnown), std::end(kKnown));
   for (const std::string& name : options.replay) {
     const std::optional<Mix> mix = ParseMix(name);
     if (!mix) {
@@ -115,7 +135,7 @@ int Replay(CCosts& costs, const Options& options) {
       return 2;
     }
     const Sizes& sizes = SizesOf(*mix);
-    Print("replay", {*mix, costs.Measure(*mix, sizes.small, kRounds), costs.Measure(*mix, sizes.large, kRounds)});
+    Print("replay", {*mix, {}, costs.Measure(*mix, sizes.small, kRounds), costs.Measure(*mix, sizes.large, kRounds)});
     if (options.write.empty()) continue;
     std::FILE* const file = std::fopen(options.write.c_str(), "wb");
     if (file == nullptr) return 2;
@@ -132,7 +152,7 @@ int Run(CCosts& costs, const Options& options) {
   for (std::size_t kind = 0; kind < names.size(); ++kind) {
     if (options.kinds.empty() ||
         std::find(options.kinds.begin(), options.kinds.end(), names[kind]) != options.kinds.end())
-      searches.push_back({kind, {}, {}, {}, 0});
+      searches.push_back({kind, {}, {}, {}, 0, 0});
   }
   if (searches.empty()) {
     std::cerr << "dearest: no such kind\n";
@@ -140,12 +160,21 @@ int Run(CCosts& costs, const Options& options) {
   }
   std::mt19937_64 random(options.seed);
   const std::int64_t end = MonotonicMicroseconds() + static_cast<std::int64_t>(options.seconds * 1e6);
-  for (std::size_t turn = 0; MonotonicMicroseconds() < end; ++turn) {
-    Search& search = searches[turn % searches.size()];
+  for (Search& search : searches) {
+    for (const std::string_view name : kKnown) {
+      const std::optional<Mix> mix = ParseMix(name);
+      if (mix && mix->kind == search.kind) Try(costs, *mix, &search);
+    }
+  }
+  while (MonotonicMicroseconds() < end) {
+    Search& search = *std::min_element(searches.begin(), searches.end(),
+                                       [](const Search& a, const Search& b) { return a.seconds < b.seconds; });
     const bool anew = search.pool.empty() || random() % 2 == 0;
     const Mix mix =
         anew ? RandomMix(search.kind, &random) : Changed(search.pool[random() % search.pool.size()].mix, &random);
+    const double begin = ThreadSeconds();
     Try(costs, mix, &search);
+    search.seconds += ThreadSeconds() - begin;
   }
   std::printf("\nDearest of each kind (at %zu and %zu KiB; cookies at %zu and %zu), seed %llu:\n", kSizes.small >> 10U,
               kSizes.large >> 10U, kHeadSizes.small >> 10U, kHeadSizes.large >> 10U,
@@ -169,7 +198,8 @@ int main(int argc, char** argv) {
     app.add_option("--seconds", options.seconds, "how long to search");
     app.add_option("--seed", options.seed, "of the random numbers; another one searches elsewhere");
     app.add_option("--kinds", options.kinds, "kinds of input, all by default")->delimiter(',');
-    app.add_option("--replay", options.replay, "measure these mixes, as the search printed them, and nothing else");
+    app.add_option("--replay", options.replay,
+                   "measure these mixes, as the search printed them (\"known\": those of earlier searches), no more");
     app.add_option("--write", options.write, "with --replay: write 64 KiB of the mix to this file");
     app.add_option("--rules", options.rules, "folder of rule data");
     app.add_option("--profile", options.profile, "a file of its settings folder");

@@ -51,56 +51,19 @@ constexpr bool IsNameByte(char c) {
   return IsWordByte(c) || c == '$' || c == '@' || (static_cast<unsigned char>(c) >= 0x80 && !IsBlank(c));
 }
 
-/// What a name goes on with, "@" and "`" apart.
-constexpr auto kGoesOn = [] {
-  std::array<bool, 256> table{};
-  for (std::size_t c = 0; c < table.size(); ++c) table[c] = IsNameByte(static_cast<char>(c)) && c != '@';
-  table['.'] = true;
-  return table;
-}();
+/// The first byte apart.
+constexpr bool IsOfName(char c) { return IsNameByte(c) || c == '.' || c == '`'; }
 
 constexpr bool IsHexDigit(char c) { return IsDigit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F'); }
 
 }  // namespace
 
-std::size_t CSqlText::BehindComment(std::size_t from) {
-  if (!ends_known_) {
-    ends_known_ = true;
-    for (std::size_t i = text_.find("*/"); i != std::string_view::npos; i = text_.find("*/", i + 2))
-      ends_.push_back(i + 2);
-  }
-  const auto end = std::lower_bound(ends_.begin(), ends_.end(), from + 2);
-  return end == ends_.end() ? std::string_view::npos : *end;
-}
-
-CSqlText::Read* CSqlText::BarrenAt(std::size_t at) {
-  Read& known = kept_[at % kKept];
-  if (known.at != at) CSqlTokens(this, at);
-  return known.at == at && known.barren != 0 ? &known : nullptr;
-}
-
-bool CSqlText::IsBarren(std::size_t from, std::size_t tokens) {
-  if (kept_.empty()) return false;
-  std::size_t count = 0;
-  std::size_t at = from;
-  while (count < tokens) {
-    const Read* const known = BarrenAt(at);
-    if (known == nullptr) return false;
-    count += known->barren;
-    at = known->resume;
-  }
-  // Whoever begins at one of these goes on behind all of them.
-  std::size_t left = count;
-  for (std::size_t place = from; place != at;) {
-    Read& known = kept_[place % kKept];
-    if (known.at != place) break;  // another one has taken its room
-    const std::size_t own = known.barren;
-    place = known.resume;
-    known.barren = static_cast<std::uint32_t>(left);
-    known.resume = static_cast<std::uint32_t>(at);
-    left -= own;
-  }
-  return true;
+std::size_t CSqlText::NameEnd(std::size_t from) {
+  if (name_.Holds(from)) return name_.to;
+  std::size_t end = from;
+  while (end < text_.size() && IsOfName(text_[end]) && !name_.Holds(end)) ++end;
+  name_ = {from, name_.Holds(end) ? name_.to : end};
+  return name_.to;
 }
 
 void CSqlTokens::Take(SqlTokenKind kind, std::size_t length) {
@@ -114,29 +77,47 @@ std::size_t CSqlTokens::FindNear(char c, std::size_t from) const {
 }
 
 CSqlTokens::Blanks CSqlTokens::SkipBlanks() {
+  constexpr std::size_t kNone = std::string_view::npos;
+  std::size_t comment = kNone;  // the last one, not yet kept
+  std::size_t spent = 0;
   while (at_ < text_.size() && room_ > 0) {
-    if (!kMayDivide[static_cast<unsigned char>(text_[at_])]) return Blanks::kDone;
     if (IsBlank(text_[at_])) {
       ++at_;  // costs nothing: however many there are
-    } else if (text_[at_] == '#' || text_.compare(at_, 2, "--") == 0) {
-      const std::size_t line_end = FindNear('\n', at_);
-      if (line_end == std::string_view::npos) return text_.size() - at_ <= room_ ? Blanks::kToEnd : Blanks::kTooFar;
-      Take(Kind::kEnd, line_end + 1 - at_);
-    } else if (text_.compare(at_, 3, "/*!") == 0) {
-      Take(Kind::kEnd, 3);  // its end is skipped when it comes
-      for (int digits = 0; digits < 6 && IsDigit(At(at_)); ++digits) ++at_;
-    } else if (text_.compare(at_, 2, "/*") == 0) {
-      const std::size_t end = shared_.BehindComment(at_ + 2);
-      if (end == std::string_view::npos) return Blanks::kToEnd;
-      at_ = end;
-      room_ -= std::min<std::size_t>(room_, 4);
-    } else if (text_.compare(at_, 2, "*/") == 0) {
-      Take(Kind::kEnd, 2);
-    } else {
-      return Blanks::kDone;
+      continue;
     }
+    if (comment != kNone) shared_.KeepComment(comment, spent, at_);
+    comment = kNone;
+    if (!kMayDivide[static_cast<unsigned char>(text_[at_])]) return Blanks::kDone;
+    shared_.PassComments(&at_, &room_);
+    const std::size_t begin = at_;
+    const std::size_t room = room_;
+    const Blanks blanks = SkipComment();
+    if (blanks != Blanks::kMore) return blanks;
+    comment = begin;
+    spent = room - room_;
   }
   return at_ < text_.size() ? Blanks::kTooFar : Blanks::kDone;
+}
+
+CSqlTokens::Blanks CSqlTokens::SkipComment() {
+  if (text_[at_] == '#' || text_.compare(at_, 2, "--") == 0) {
+    const std::size_t line_end = FindNear('\n', at_);
+    if (line_end == std::string_view::npos) return text_.size() - at_ <= room_ ? Blanks::kToEnd : Blanks::kTooFar;
+    Take(Kind::kEnd, line_end + 1 - at_);
+  } else if (text_.compare(at_, 3, "/*!") == 0) {
+    Take(Kind::kEnd, 3);  // its end is skipped when it comes
+    for (int digits = 0; digits < 6 && IsDigit(At(at_)); ++digits) ++at_;
+  } else if (text_.compare(at_, 2, "/*") == 0) {
+    const std::size_t end = shared_.BehindComment(at_ + 2);
+    if (end == std::string_view::npos) return Blanks::kToEnd;
+    at_ = end;
+    room_ -= std::min<std::size_t>(room_, 4);
+  } else if (text_.compare(at_, 2, "*/") == 0) {
+    Take(Kind::kEnd, 2);
+  } else {
+    return Blanks::kDone;
+  }
+  return Blanks::kMore;
 }
 
 namespace {
@@ -160,7 +141,7 @@ bool IsTelling(const SqlToken& token) {
 }  // namespace
 
 bool CSqlTokens::Recall() {
-  const CSqlText::Read& known = shared_.kept_[at_ % CSqlText::kKept];
+  const CSqlText::Read& known = shared_.KeptAt(at_);
   // Less of the window is left than the token took: it may be cut.
   if (known.at != at_ || known.spent >= room_) return false;
   current_ = {known.kind, known.word, known.begin, known.end};
@@ -173,11 +154,11 @@ void CSqlTokens::Keep(std::size_t at, std::size_t room) {
   // The window's end decides what these are.
   if (room_ == 0 || current_.kind == Kind::kCut || current_.kind == Kind::kComment || text_.size() >= UINT32_MAX)
     return;
-  CSqlText::Read& read = shared_.kept_[at % CSqlText::kKept];
+  CSqlText::Read& read = shared_.KeptAt(at);
   read.at = static_cast<std::uint32_t>(at);
   read.begin = static_cast<std::uint32_t>(current_.begin);
   read.end = read.resume = static_cast<std::uint32_t>(current_.end);
-  read.spent = static_cast<std::uint32_t>(room - room_);
+  read.spent = static_cast<std::uint16_t>(room - room_);
   read.kind = current_.kind;
   read.word = current_.word;
   read.barren = IsTelling(current_) ? 0 : 1;
@@ -186,7 +167,8 @@ void CSqlTokens::Keep(std::size_t at, std::size_t room) {
 void CSqlTokens::Advance() {
   if (shared_.kept_.empty()) {
     Read();
-    if (++shared_.reads_ > CSqlText::kReadsUnkept) shared_.kept_.resize(CSqlText::kKept);
+    if (++shared_.reads_ > CSqlText::kReadsUnkept)
+      shared_.kept_.resize(text_.size() < CSqlText::kShort ? CSqlText::kKeptOfShort : CSqlText::kKept);
     return;
   }
   if (Recall()) return;
@@ -226,11 +208,11 @@ void CSqlTokens::ReadString(char quote) {
   constexpr int kMostDoubled = 8;
   int doubled = 0;
   std::size_t end = at_ + 1;
+  const std::size_t limit = std::min(text_.size(), at_ + room_);
   for (;; ++end) {
-    end = FindNear(quote, end);
-    if (end == std::string_view::npos)
+    end = shared_.PlainQuote(quote, end);
+    if (end >= limit)
       return text_.size() - at_ <= room_ ? Take(Kind::kOpenString, text_.size() - at_) : Take(Kind::kCut, 0);
-    if (text_[end - 1] == '\\' && end - 1 > at_) continue;
     if (At(end + 1) != quote) break;
     // Doubled: part of the string.
     if (++doubled > kMostDoubled) return Take(Kind::kOther, 1);
@@ -278,10 +260,14 @@ void CSqlTokens::ReadWord() {
     return At(end) == ']' ? Take(Kind::kWord, end + 1 - at_) : Take(Kind::kOther, 1);
   }
   const std::size_t limit = std::min(text_.size(), at_ + room_);
-  for (;; ++end) {
-    while (end < limit && kGoesOn[static_cast<unsigned char>(text_[end])]) ++end;
-    if (end >= limit || (text_[end] != '@' && text_[end] != '`')) break;
-    if (end > at_ && FindWord(text_.substr(at_, end - at_))) break;  // "select@@version", "select`name`from"
+  end = std::min(shared_.NameEnd(at_), limit);
+  // "select@@version", "select`name`from": a word of SQL ends there.
+  const std::string_view head = text_.substr(at_, std::min(end - at_, kLongestSqlWord + 1));
+  for (std::size_t mark = head.find_first_of("@`", 1); mark != std::string_view::npos;
+       mark = head.find_first_of("@`", mark + 1)) {
+    if (!FindWord(head.substr(0, mark))) continue;
+    end = at_ + mark;
+    break;
   }
   while (text_[end - 1] == '.') --end;
   const std::string_view word = text_.substr(at_, end - at_);

@@ -5,6 +5,7 @@
 // reading that attackers use is taken: "#" and "--" begin a comment, "`x`" and "[x]" are names, 0xA0 is a blank.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
@@ -92,11 +93,17 @@ class CSqlText {
   std::string_view Text() const { return text_; }
   /// Offset behind the first "*/" at or after `from`; npos when there is none.
   std::size_t BehindComment(std::size_t from);
+  /// First quote of that kind at or after `from` without a backslash before it; npos when there is none. Asked from
+  /// place to place on, it costs a few steps each.
+  std::size_t PlainQuote(char quote, std::size_t from);
 
   /// Whether the next tokens from `from` on, so many, hold nothing without which no reading comes to a finding: a
   /// connective, a word of SQL, a semicolon, a comment, the end of the text. Asked from place to place on, it costs a
   /// few steps each. Always false in a short text, of which nothing is kept.
   bool IsBarren(std::size_t from, std::size_t tokens);
+
+  /// Where the run of name bytes ends that the place is in. Asked from place to place on, it costs a few steps each.
+  std::size_t NameEnd(std::size_t from);
 
  private:
   friend class CSqlTokens;
@@ -106,23 +113,45 @@ class CSqlText {
     std::uint32_t at = 0xFFFFFFFF;
     std::uint32_t begin = 0;
     std::uint32_t end = 0;
-    std::uint32_t spent = 0;   // of the window
     std::uint32_t barren = 0;  // so many tokens from here on are known to hold nothing that tells
     std::uint32_t resume = 0;  // behind them
+    std::uint16_t spent = 0;   // of the window
     SqlTokenKind kind = SqlTokenKind::kEnd;
     SqlWord word = SqlWord::kName;
   };
-  static constexpr std::size_t kKept = 512;         // a power of two; more than a few readers' tokens
+  // A comment or a mark of one, with the blanks behind it, of a run of them; what the run before it takes of a window.
+  struct Comment {
+    std::uint32_t begin;
+    std::uint32_t spent;
+  };
+  static constexpr std::size_t kMostComments = 2048;  // more than a window can hold
+  static constexpr std::size_t kKept = 2048;          // a power of two; the bytes of a window
+  static constexpr std::size_t kKeptOfShort = 1024;   // of shorter texts than kShort, for their memory's sake
+  static constexpr std::size_t kShort = 16 * 1024;
   static constexpr std::size_t kReadsUnkept = 128;  // of a text with few quotes
 
+  Read& KeptAt(std::size_t at) { return kept_[at & (kept_.size() - 1)]; }
   /// The token at `at` as it was kept; null when it tells, or could not be kept.
   Read* BarrenAt(std::size_t at);
+  /// From the comment at *at as far on in the run it is in as a window with more than *room allows.
+  void PassComments(std::size_t* at, std::size_t* room) const;
+  /// Behind the one at `begin`, which took so much of the window, the run goes on at `next`.
+  void KeepComment(std::size_t begin, std::size_t spent, std::size_t next);
 
   std::string_view text_;
+  // For places in [from, to] what is asked for is at `to`.
+  struct Span {
+    std::size_t from = 1;
+    std::size_t to = 0;
+    bool Holds(std::size_t place) const { return place >= from && place <= to; }
+  };
+  std::array<Span, 3> plain_quotes_;  // of each kind the last one asked for
+  Span name_;
   bool ends_known_ = false;
   std::vector<std::size_t> ends_;
   std::size_t reads_ = 0;
-  std::vector<Read> kept_;  // by place, the last one of each remainder
+  std::vector<Read> kept_;         // by place, the last one of each remainder
+  std::vector<Comment> comments_;  // the last run; the last of them may be none, but what is behind it
 };
 
 /// Reads tokens from a place of a text on, kWindow bytes far (blanks and block comments not counted), so that many
@@ -145,13 +174,15 @@ class CSqlTokens {
   }
 
  private:
-  enum class Blanks { kDone, kToEnd, kTooFar };
+  enum class Blanks { kDone, kMore, kToEnd, kTooFar };
   /// The token at hand, as an earlier reader found it; false when none is known.
   bool Recall();
   void Keep(std::size_t at, std::size_t room);
   void Read();
   /// Past blanks and comments; kToEnd when a comment reaches the end of the text.
   Blanks SkipBlanks();
+  /// Past one comment, or the mark of one; kMore when it did, kDone when there is none.
+  Blanks SkipComment();
   void ReadString(char quote);
   void ReadNumber();
   void ReadWord();

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cstddef>
+#include <vector>
 
 #include "common/char_set.h"
 #include "common/messages.h"
@@ -74,13 +75,41 @@ constexpr Word kWords[] = {
 static_assert(std::is_sorted(std::begin(kWords), std::end(kWords),
                              [](const Word& a, const Word& b) { return a.text < b.text; }));
 
-// The request, as PHP and then as ASP pages name it. "request." alone is a variable of ordinary scripts.
-constexpr std::string_view kPhpSources[] = {"$_post",   "$_get",          "$_request", "$_cookie", "$_server",
-                                            "$_files",  "php://input",    "${_post}",  "${_get}",  "${_request}",
-                                            "$globals", "getallheaders(", "${\"_p",    "${\"_g",   "${\"_r"};
-constexpr std::string_view kAspSources[] = {
-    "request(",        "request[",         "request.item", "request.form", "request.querystring",
-    "request.cookies", "frombase64string("};
+// What an argument may hold that runs what a client sent, and where it tells: of every call, or only of one that
+// evaluates code. The request, as PHP and then as ASP pages name it ("request." alone is a variable of ordinary
+// scripts), and code in quotes: eval("Ex"&cHr(101)&"cute(""Server.ScriptTimeout=3600:On Error Resume Next..."")")
+struct Source {
+  std::string_view text;
+  bool code_only;
+  bool is_object;  // of its own: "$request[" and "http.request(" are others
+};
+constexpr Source kSources[] = {
+    {"$_post", false, false},
+    {"$_get", false, false},
+    {"$_request", false, false},
+    {"$_cookie", false, false},
+    {"$_server", false, false},
+    {"$_files", false, false},
+    {"php://input", false, false},
+    {"${_post}", false, false},
+    {"${_get}", false, false},
+    {"${_request}", false, false},
+    {"$globals", false, false},
+    {"getallheaders(", false, false},
+    {"${\"_p", false, false},
+    {"${\"_g", false, false},
+    {"${\"_r", false, false},
+    {"request(", true, true},
+    {"request[", true, true},
+    {"request.item", true, true},
+    {"request.form", true, true},
+    {"request.querystring", true, true},
+    {"request.cookies", true, true},
+    {"frombase64string(", true, false},
+    {"on error resume next", true, false},
+    {"server.scripttimeout", true, false},
+    {"\"&chr(", true, false},
+};
 
 constexpr std::string_view kAnswerOpens = "->|";
 constexpr std::string_view kAnswerCloses = "|<-";
@@ -100,8 +129,22 @@ class CShortWord {
   std::size_t size_;
 };
 
+/// Whether the list has a word of that length and first letter.
+bool MayBeWord(std::string_view word) {
+  static constexpr auto kLengths = [] {
+    std::array<std::uint32_t, 256> lengths{};  // by the first letter, bits
+    for (const Word& known : kWords) {
+      const auto first = static_cast<unsigned char>(known.text[0]);
+      lengths[first] |= 1U << known.text.size();
+      lengths[first & ~0x20U] |= 1U << known.text.size();
+    }
+    return lengths;
+  }();
+  return !word.empty() && (kLengths[static_cast<unsigned char>(word[0])] >> word.size() & 1U) != 0;
+}
+
 WordKind KindOf(std::string_view word) {
-  if (word.size() < 3 || word.size() >= kLongestWord) return WordKind::kNoWord;
+  if (word.size() >= kLongestWord || !MayBeWord(word)) return WordKind::kNoWord;
   const CShortWord lower(word);
   const auto* const found = std::lower_bound(std::begin(kWords), std::end(kWords), lower.View(),
                                              [](const Word& a, std::string_view b) { return a.text < b; });
@@ -173,29 +216,62 @@ std::uint32_t TagHints(std::string_view text) {
   return hints;
 }
 
-template <typename List>
-bool HoldsAny(std::string_view lower, const List& words) {
-  return std::any_of(std::begin(words), std::end(words),
-                     [lower](std::string_view word) { return lower.find(word) != kNone; });
-}
+// The sources of a text, for arguments that are asked for from front to back: it is searched once, whatever they are.
+class CSources {
+ public:
+  explicit CSources(std::string_view text) : text_(text) {}
 
-/// The words of the list as objects of their own: "$request[" and "http.request(" are others.
-bool HoldsAspSource(std::string_view lower) {
-  for (const std::string_view source : kAspSources) {
-    for (std::size_t at = lower.find(source); at != kNone; at = lower.find(source, at + 1)) {
-      if (at == 0) return true;
-      const char before = lower[at - 1];
-      const bool other = IsWordByte(before) || before == '$' || before == '>' || before == ':' || before == '.';
-      if (!other || source == "frombase64string(") return true;
+  /// Whether one lies inside [begin, end); no begin may be smaller than the one before.
+  bool Holds(std::size_t begin, std::size_t end, bool code) {
+    std::erase_if(found_, [begin](const Place& place) { return place.begin < begin; });
+    for (at_ = std::max(at_, begin); at_ < end; ++at_) Look();
+    return std::any_of(found_.begin(), found_.end(),
+                       [&](const Place& place) { return place.end <= end && (code || !place.code_only); });
+  }
+
+ private:
+  struct Place {
+    std::size_t begin;
+    std::size_t end;
+    bool code_only;
+  };
+
+  static bool MayBegin(char c) {
+    static constexpr auto kBegins = [] {
+      std::array<bool, 256> begins{};
+      for (const Source& source : kSources) {
+        const auto first = static_cast<unsigned char>(source.text[0]);
+        begins[first] = true;
+        if (IsLetter(source.text[0])) begins[first & ~0x20U] = true;
+      }
+      return begins;
+    }();
+    return kBegins[static_cast<unsigned char>(c)];
+  }
+
+  void Look() {
+    if (!MayBegin(text_[at_])) return;
+    const char first = LowerByte(text_[at_]);
+    for (const Source& source : kSources) {
+      if (source.text[0] != first || !EqualsIgnoreCase(text_.substr(at_, source.text.size()), source.text)) continue;
+      if (source.is_object && at_ > 0 && IsPartOfName(text_[at_ - 1])) continue;
+      found_.push_back({at_, at_ + source.text.size(), source.code_only});
     }
   }
-  return false;
-}
+
+  static bool IsPartOfName(char before) {
+    return IsWordByte(before) || before == '$' || before == '>' || before == ':' || before == '.';
+  }
+
+  std::string_view text_;
+  std::size_t at_ = 0;
+  std::vector<Place> found_;  // those that begin at the last argument's begin or behind it
+};
 
 // One walk over the calls of a text.
 class CFragment {
  public:
-  explicit CFragment(std::string_view text) : text_(text) {}
+  explicit CFragment(std::string_view text) : text_(text), sources_(text) {}
 
   FragmentStrength Judge() {
     ForEachParenthesis(text_, [this](std::size_t open) {
@@ -240,7 +316,7 @@ class CFragment {
   }
 
   /// Whether the argument is the request, or comes out of a decoder.
-  bool RunsInput(const Call& call, bool code) const {
+  bool RunsInput(const Call& call, bool code) {
     std::size_t at = call.argument;
     std::size_t decoders = 0;
     while (decoders < kMostDecoders) {
@@ -254,14 +330,10 @@ class CFragment {
       at = open + 1;
     }
     if (code && decoders != 0) return true;
-    const std::string argument = CCharSet::LowerBytes(ArgumentOf(text_.substr(call.argument, kArgumentView)));
-    const std::string_view own = argument;
-    if (HoldsAny(own, kPhpSources)) return true;
-    if (!code) return false;
-    if (HoldsAspSource(own)) return true;
-    // Code in quotes: eval("Ex"&cHr(101)&"cute(""Server.ScriptTimeout=3600:On Error Resume Next..."")")
-    return own.find("on error resume next") != kNone || own.find("server.scripttimeout") != kNone ||
-           own.find("\"&chr(") != kNone;
+    // Most arguments hold none, closed or not.
+    const std::string_view view = text_.substr(call.argument, kArgumentView);
+    return sources_.Holds(call.argument, call.argument + view.size(), code) &&
+           sources_.Holds(call.argument, call.argument + ArgumentOf(view).size(), code);
   }
 
   /// Up to the parenthesis that closes the call; quoted ones do not count.
@@ -322,6 +394,7 @@ class CFragment {
   }
 
   std::string_view text_;
+  CSources sources_;
   FragmentStrength strength_ = FragmentStrength::kNone;
   std::size_t where_ = 0;
   std::string_view silent_setup_;  // the first setup without messages; the words of the list differ in length

@@ -179,7 +179,7 @@ class CPageJudge {
 
 bool CPageJudge::JudgeAsp() {
   const std::string_view plain = page_.Plain();
-  const PageFlow flow = page_.Follow(PageKind::kAsp, &walks_);
+  const PageFlow& flow = page_.Follow(PageKind::kAsp, &walks_);
   const bool is_short = page_.Text().size() < kPageVariant;
   const MessageId variant = is_short ? MessageId::kAspVariant : MessageId::kAspBackdoor;
   if ((flow.reach & (kReachesCode | kReachesCommand)) != 0) {
@@ -206,7 +206,7 @@ bool CPageJudge::JudgeAspx() {
   const PageCode& code = page_.Code();
   // VBScript declares no types.
   if (!is_aspx && page_.Text().size() > kPageSmall && code.braces.empty() && !Holds(code.basic, " as ")) return false;
-  const PageFlow flow = page_.Follow(PageKind::kAspx, &walks_);
+  const PageFlow& flow = page_.Follow(PageKind::kAspx, &walks_);
   if (Meets(PageStage::kRuns, flow) || Meets(PageStage::kFiles, flow)) return true;
   if (is_aspx) {
     std::optional<SpokenWord> spoken = SpeaksLikeShell(&page_, PageKind::kAspx, flow.reach);

@@ -15,7 +15,8 @@ constexpr std::size_t kLongestList = 64;  // bytes: of a list's name
 
 const PageWord* CPageCalls::Find(std::string_view word, bool member) const {
   const PageWord* const row = FindPageWord(word);
-  if (row == nullptr || (aspx_ ? !row->aspx : !row->asp)) return nullptr;
+  if (row == nullptr) return nullptr;
+  if (row->asp != row->aspx && IsAspx() != row->aspx) return nullptr;
   if (row->member != 0 && (row->member > 0) != member) return nullptr;
   if (!member && functions_.Has(word)) return nullptr;
   return row;
@@ -87,12 +88,12 @@ PageValue CPageCalls::ReadMember(std::string_view word, const PageValue& receive
   }
   value.marks = receiver.marks & ~static_cast<std::uint32_t>(kSql);
   if (word == "query" && receiver.name == "url") value.marks = kTainted;
-  if (aspx_ && value.marks == 0 && (word == "text" || word == "value" || word == "selectedvalue") &&
-      (receiver.object == PageObject::kControl || scopes_.Find(receiver.name) == nullptr)) {
+  if (value.marks == 0 && (word == "text" || word == "value" || word == "selectedvalue") &&
+      (receiver.object == PageObject::kControl || scopes_.Find(receiver.name) == nullptr) && IsAspx()) {
     findings_.Note(kReadsRequest);
     value.marks = kTainted;
   }
-  if (word == "startinfo" || (aspx_ && word == "process")) value.object = PageObject::kShell;
+  if (word == "startinfo" || (word == "process" && IsAspx())) value.object = PageObject::kShell;
   if (word == "trustedxslt") sinks_.TrustStyleSheets();
   if (const PageValue* const variable = scopes_.Find(word)) {
     value.marks |= variable->marks;
@@ -185,9 +186,10 @@ bool CPageCalls::AskFor(std::string_view callee, const PageFrame& frame, PageVal
                                             "htmlinputhidden"};
   if (arguments.empty() && IsOneOf(callee, kControls)) result->object = PageObject::kControl;
   if (arguments.empty() && callee == "javascriptserializer") result->object = PageObject::kOther;
-  if (!arguments.empty() && aspx_) {
+  constexpr std::string_view kNamed[] = {"gettype", "getmethod", "getproperty", "createinstance"};
+  constexpr std::string_view kOthers[] = {"function", "xmlserializer", "guid"};
+  if (!arguments.empty() && (IsOneOf(callee, kNamed) || IsOneOf(callee, kOthers)) && IsAspx()) {
     if (callee == "function" && frame.made) sinks_.RunCode(arguments.back(), callee);
-    constexpr std::string_view kNamed[] = {"gettype", "getmethod", "getproperty", "createinstance"};
     if ((arguments[0].marks & kObfuscated) != 0 && IsOneOf(callee, kNamed)) sinks_.AskByHiddenName();
     if (callee == "createinstance") result->object = arguments[0].object;  // of a type that was asked for by its name
     if (callee == "xmlserializer" && (result->marks & kTainted) == 0) result->object = PageObject::kOther;

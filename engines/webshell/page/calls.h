@@ -38,6 +38,11 @@ class CPageCalls {
   const PageWord* Find(std::string_view word, bool member) const;
 
  private:
+  /// To be asked only where the answer decides something.
+  bool IsAspx() const {
+    findings_.DependOnKind();
+    return aspx_;
+  }
   PageValue CallUnknown(std::string_view callee, bool member, PageFrame* frame);
   PageValue Stored(std::string_view collection, const std::vector<PageValue>& arguments);
   bool AskFor(std::string_view callee, const PageFrame& frame, PageValue* result);

@@ -34,6 +34,9 @@ class CPageFindings {
   bool Changed() const { return changed_; }
   void SetChanged(bool changed = true) { changed_ = changed_ || changed; }
 
+  /// The page's kind decided something.
+  void DependOnKind() { flow_.depends_on_kind = true; }
+
   PageFlow Take() { return std::move(flow_); }
 
  private:

@@ -50,9 +50,10 @@ enum PageReach : std::uint32_t {
 
 struct PageFlow {
   std::uint32_t reach = 0;
-  std::string detail;   ///< the word that the request, or scrambled text, reached first
-  PageCodePlace place;  ///< the statement that holds that word
-  bool hidden = false;  ///< that word is not written out in the code
+  std::string detail;            ///< the word that the request, or scrambled text, reached first
+  PageCodePlace place;           ///< the statement that holds that word
+  bool hidden = false;           ///< that word is not written out in the code
+  bool depends_on_kind = false;  ///< as a page of the other kind it may be another
 };
 
 /// Follows the request through lower-cased server code, statement by statement: variables, functions and their

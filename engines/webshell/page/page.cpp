@@ -31,13 +31,14 @@ CPage::CPage(std::string_view text, std::string_view plain)
       code_(ServerCode(plain)),
       facts_(plain.size(), [this](std::uint64_t fact) { return HasFact(fact); }) {}
 
-PageFlow CPage::Follow(PageKind kind, CWalkBudget* walks) {
-  PageFlow flow = FollowPage(code_, kind, walks);
+const PageFlow& CPage::Follow(PageKind kind, CWalkBudget* walks) {
+  if (flow_ && !flow_->depends_on_kind) return *flow_;
+  flow_ = FollowPage(code_, kind, walks);
   constexpr std::uint64_t kAllReach = 0xFFFFFFFF;
   facts_.Set(kAllReach, false);
-  facts_.Set(flow.reach, true);
-  partial_ = partial_ || (flow.reach & kIncomplete) != 0;
-  return flow;
+  facts_.Set(flow_->reach, true);
+  partial_ = partial_ || (flow_->reach & kIncomplete) != 0;
+  return *flow_;
 }
 
 bool CPage::HasFact(std::uint64_t fact) const {

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -36,7 +37,7 @@ class CPage {
   const PageCode& Code() const { return code_; }
   CFileFacts& Facts() { return facts_; }
   /// Follows it; what was found is among its facts.
-  PageFlow Follow(PageKind kind, CWalkBudget* walks);
+  const PageFlow& Follow(PageKind kind, CWalkBudget* walks);
   /// Whether limits kept something from being followed.
   bool IsPartial() const { return partial_; }
 
@@ -49,6 +50,7 @@ class CPage {
   std::string_view plain_;
   PageCode code_;
   CFileFacts facts_;
+  std::optional<PageFlow> flow_;  // as the kind followed last
   bool partial_ = false;
 };
 

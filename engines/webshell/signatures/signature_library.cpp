@@ -13,12 +13,16 @@
 // last few bytes (an occurrence may be reported before it but begin inside it) and the latest one before them can
 // matter.
 //
+// Most texts hold terms that a script of any kind holds, but no rule's longest one: only when such a one occurs is any
+// rule asked, and the occurrences so far, which are kept till then if they are few, are worked through.
+//
 // Each occurrence costs one look at each step that waits for its term: linear in the text, whatever it holds.
 //
 // Tested by tests/engines/webshell/signature_library_test.cpp against the search with its restarts.
 #include "engines/webshell/signatures/signature_library.h"
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <memory>
 #include <numeric>
@@ -73,9 +77,13 @@ CSignatureLibrary::CSignatureLibrary(Parts parts)
   }
   std::stable_sort(order_.begin(), order_.end(),
                    [this](std::uint32_t a, std::uint32_t b) { return rules_[a].kind < rules_[b].kind; });
-  first_of_.resize(patterns.size());
-  for (std::uint32_t place = 0; place < order_.size(); ++place)
-    first_of_[rule_terms_[order_[place]].front()].push_back(place);
+  asked_by_.resize(patterns.size());
+  for (std::uint32_t place = 0; place < order_.size(); ++place) {
+    const std::vector<std::string>& terms = rules_[order_[place]].terms;
+    const auto longest = std::max_element(
+        terms.begin(), terms.end(), [](const std::string& a, const std::string& b) { return a.size() < b.size(); });
+    asked_by_[rule_terms_[order_[place]][static_cast<std::size_t>(longest - terms.begin())]].push_back(place);
+  }
   terms_ = CMultiPattern(patterns);
 }
 
@@ -83,7 +91,8 @@ bool CSignatureLibrary::IsWholeWord(std::string_view text, std::size_t begin, st
   return (begin == 0 || !IsWordByte(text[begin - 1])) && (end == text.size() || !IsWordByte(text[end]));
 }
 
-// One search. Its memory is taken when the first term occurs; of rules only those are asked whose first term occurred.
+// One search. Its memory is taken when a rule's longest term occurs, or many of the others; of rules only those are
+// asked whose longest term occurred.
 class CSignatureLibrary::CSearch {
  public:
   CSearch(const CSignatureLibrary& library, std::string_view text) : library_(library), text_(text) {}
@@ -93,30 +102,23 @@ class CSignatureLibrary::CSearch {
       known_good_ = true;
       return false;
     }
-    const std::size_t end = begin + library_.terms_.PatternLength(term);
-    if (library_.whole_word_ && !library_.IsWholeWord(text_, begin, end)) return true;
-    if (memory_ == nullptr) Start();
-    if (seen_[term] == 0) {
-      seen_[term] = 1;
-      const std::vector<std::uint32_t>& rules = library_.first_of_[term];
-      candidates_.insert(candidates_.end(), rules.begin(), rules.end());
-    }
-    for (const Step step : library_.steps_of_term_[term]) {
-      Progress& progress = progress_[step.rule];
-      if (progress.hit) continue;
-      if (library_.ordered_[step.rule].near) {
-        Near(step, begin, end, &progress);
-      } else if (progress.next == step.number && begin >= progress.position) {
-        progress.position = static_cast<std::uint32_t>(end);
-        progress.hit = ++progress.next == library_.ordered_[step.rule].steps;
+    if (library_.whole_word_ && !library_.IsWholeWord(text_, begin, begin + library_.terms_.PatternLength(term)))
+      return true;
+    if (memory_ == nullptr) {
+      if (library_.asked_by_[term].empty() && kept_count_ < kept_.size()) {
+        kept_[kept_count_++] = {term, static_cast<std::uint32_t>(begin)};
+        return true;
       }
+      Start();
+      for (std::size_t i = 0; i < kept_count_; ++i) Work(kept_[i].term, kept_[i].begin);
     }
+    Work(term, begin);
     return true;
   }
 
   bool KnownGood() const { return known_good_; }
 
-  /// Places in the library's order of the rules whose first term occurred; no others hit. In order.
+  /// Places in the library's order of the rules whose longest term occurred; no others hit. In order.
   const std::vector<std::uint32_t>& Candidates() {
     std::sort(candidates_.begin(), candidates_.end());
     return candidates_;
@@ -138,11 +140,34 @@ class CSignatureLibrary::CSearch {
     std::uint32_t position;
     std::uint32_t hit;  // 0 or 1
   };
+  struct Occurrence {
+    std::uint32_t term;
+    std::uint32_t begin;
+  };
   // Positions from which chains wait, in ascending order.
   struct Queue {
     std::uint32_t front;
     std::uint32_t count;
   };
+
+  void Work(std::uint32_t term, std::size_t begin) {
+    const std::size_t end = begin + library_.terms_.PatternLength(term);
+    if (seen_[term] == 0) {
+      seen_[term] = 1;
+      const std::vector<std::uint32_t>& rules = library_.asked_by_[term];
+      candidates_.insert(candidates_.end(), rules.begin(), rules.end());
+    }
+    for (const Step step : library_.steps_of_term_[term]) {
+      Progress& progress = progress_[step.rule];
+      if (progress.hit) continue;
+      if (library_.ordered_[step.rule].near) {
+        Near(step, begin, end, &progress);
+      } else if (progress.next == step.number && begin >= progress.position) {
+        progress.position = static_cast<std::uint32_t>(end);
+        progress.hit = ++progress.next == library_.ordered_[step.rule].steps;
+      }
+    }
+  }
 
   // All of it in one piece, since many texts are short; what stands in a queue's room is written before it is read.
   void Start() {
@@ -200,6 +225,8 @@ class CSignatureLibrary::CSearch {
   std::string_view text_;
   bool known_good_ = false;
   std::vector<std::uint32_t> candidates_;
+  std::array<Occurrence, 32> kept_;  // while nothing was asked
+  std::size_t kept_count_ = 0;
   std::unique_ptr<std::uint32_t[]> memory_;
   std::uint8_t* seen_ = nullptr;  // per term
   Progress* progress_ = nullptr;  // per ordered rule

@@ -15,6 +15,17 @@ void AddTerms(std::string_view piece, std::string_view separator, std::vector<st
   }
 }
 
+constexpr auto kLower = [] {
+  std::array<char, 256> lower{};
+  for (std::size_t byte = 0; byte < lower.size(); ++byte) lower[byte] = LowerByte(static_cast<char>(byte));
+  return lower;
+}();
+constexpr auto kIsKept = [] {
+  std::array<std::uint8_t, 256> kept{};
+  for (std::size_t byte = 0; byte < kept.size(); ++byte) kept[byte] = byte != ' ' && byte != '\t';
+  return kept;
+}();
+
 }  // namespace
 
 std::string SignatureName::Text() const {
@@ -69,14 +80,10 @@ std::string BlankFreeLower(std::string_view text) {
   copy.resize(text.size());
   char* out = copy.data();
   for (std::size_t i = 0; i < text.size(); ++i) {
-    const char c = text[i];
-    if (static_cast<unsigned char>(c) < 0x80) {  // without a branch on the byte: blanks come unforeseen
-      *out = static_cast<char>(c | (c >= 'A' && c <= 'Z' ? 0x20 : 0));
-      out += c != ' ' && c != '\t';
-    } else {
-      *out++ = c;
-      if (CCharSet::CharacterLength(text, i) == 2) *out++ = text[++i];
-    }
+    const auto byte = static_cast<unsigned char>(text[i]);
+    *out = kLower[byte];  // without a branch on the byte: blanks come unforeseen
+    out += kIsKept[byte];
+    if (byte >= 0x80 && CCharSet::CharacterLength(text, i) == 2) *out++ = text[++i];
   }
   copy.resize(static_cast<std::size_t>(out - copy.data()));
   return copy;

@@ -2,8 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <string_view>
+
+#include "engines/injection/sql_tokens.h"
+#include "tests/engines/text_generator.h"
 
 namespace qiv {
 namespace {
@@ -222,6 +226,8 @@ TEST(SqlExpression, BoundsWhatItReads) {
     while (text.size() < 100000) text += piece;
     FindSqlExpression(text);  // ends, and reads no byte behind it
   }
+  EXPECT_TRUE(FindSqlExpression("1' and " + std::string(45, '(') + "name in ('a','b','c','d','e','f')" +
+                                std::string(45, ')') + ";drop table users-- "));
   // However many places to begin at stand before it, and however they are chained.
   for (const std::string_view piece : {"','", "'-'", "','a", "\"='x", "'-'`,", "'=a /**/"}) {
     std::string text;
@@ -230,6 +236,32 @@ TEST(SqlExpression, BoundsWhatItReads) {
     EXPECT_TRUE(FindSqlExpression(text + "x' + 'a' + 'b' + 'c' || 1=1 || " + chain)) << piece;
     EXPECT_FALSE(FindSqlExpression(text + "x y z")) << piece;
   }
+}
+
+// Readers that share what they found out about a text read what one alone reads, wherever they begin.
+TEST(SqlTokens, AreTheSameWhoeverReadsThem) {
+  const auto compare = [](std::string_view text) {
+    CSqlText shared(text);
+    const std::size_t size = std::max<std::size_t>(text.size(), 1);
+    for (std::size_t i = 0; i < 2 * size; ++i) {
+      const std::size_t begin = i < size ? i : i * 7919 % size;  // from place to place, then anywhere
+      CSqlText own(text);
+      CSqlTokens fast(&shared, begin);
+      CSqlTokens slow(&own, begin);
+      for (int n = 0; n < 12; ++n, fast.Advance(), slow.Advance()) {
+        const SqlToken& a = fast.Current();
+        const SqlToken& b = slow.Current();
+        ASSERT_TRUE(a.kind == b.kind && a.word == b.word && a.begin == b.begin && a.end == b.end)
+            << begin << " " << a.begin << " " << b.begin << " " << testing::PrintToString(std::string(text));
+      }
+    }
+  };
+  const Tokens marks = {"'",  "\"",    "`",  "\\", "\\'", "--", "#", "\n", "/*",
+                        "*/", "/*!50", "a.", "b",  " ",   "1",  "=", "or"};
+  ForRandomSequences(marks, 120, 60, compare);
+  // Runs that are longer than a window.
+  ForRandomSequences({std::string(300, 'x'), "`", "--" + std::string(200, '-') + "\n", "\\'", "*/", "'"}, 30, 8,
+                     compare);
 }
 
 }  // namespace

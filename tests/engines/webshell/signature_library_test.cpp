@@ -97,6 +97,7 @@ TEST(SignatureLibrary, FindsWhatTheSearchWithRestartsFinds) {
   Compare({"a!!b!!a--c", "c!!b--a--", "b++a--..--c"}, {"a", "b", "c", "."}, 6);
   Compare({"c", "a++b", "a++b--c", "a!!b", "b!a"}, {"a", "b", "c", "."}, 6);  // the order of kinds
   Compare({"b!a", "a!!b", "b++a--c", "--a", "a++++b", ""}, {"a", "b", "c"}, 6);
+  Compare({"a!!b!!......", "b!a!......"}, {"a", "b", "aa", "bb", "ab", "ba", "......"}, 3);  // the longest comes late
 }
 
 TEST(SignatureLibrary, ReadsThePatternLanguage) {
