@@ -36,7 +36,7 @@ constexpr std::size_t kMostBytes = (1 + kScanByte) * CQivLibs::kLongestText;  //
 
 // The detectors of files take some microseconds to begin, as long as for a hundred bytes, so there is a budget of
 // scans too. Texts behind it are held against the signatures all the same. Telling ones have a second budget of their
-// own, so that no mass of other scripts hides one.
+// own, so that no mass of scripts that do nothing hides one; some hundred telling ones do, and are an event.
 constexpr std::size_t kScansAnyway = 128;
 constexpr std::size_t kTellingAnyway = 256;
 constexpr std::size_t kBytesPerScan = 256;
