@@ -65,6 +65,9 @@ bool ReplaceFile(const std::string& path, std::string_view content);
 /// Creates one directory; true when it exists afterwards.
 bool MakeDirectory(const std::string& path);
 
+/// Creates an empty file that those may use who may use `model`. False when it is there already, or cannot be created.
+bool CreateLike(const std::string& path, const std::string& model);
+
 /// Renames, replacing `to`. False when it failed.
 bool RenameFile(const std::string& from, const std::string& to);
 

@@ -272,6 +272,8 @@ bool CExchangeService::FinishMoving(std::int64_t now) {
     moved = true;
     options_.after_change();
   }
+  // Those who write to it may not be allowed to create it.
+  if (moved) CreateLike(out_log_, path);
   if (moved) {
     journal_.retired.push_back({journal_.moving, journal_.offset, now + options_.grace_seconds});
     journal_.offset = 0;

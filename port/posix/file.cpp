@@ -252,6 +252,16 @@ bool MakeDirectory(const std::string& path) {
   return ::mkdir(path.c_str(), 0755) == 0 || (::stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode));
 }
 
+bool CreateLike(const std::string& path, const std::string& model) {
+  struct stat of_model {};
+  if (::stat(model.c_str(), &of_model) != 0) return false;
+  const CDescriptor file(OpenRetrying(path, O_WRONLY | O_CREAT | O_EXCL, kNewFileMode));
+  if (file.Get() < 0) return false;
+  // Without the right to give it away it is its creator's.
+  if (::fchown(file.Get(), of_model.st_uid, of_model.st_gid) != 0) errno = 0;
+  return ::fchmod(file.Get(), of_model.st_mode & 07777U) == 0;
+}
+
 bool RenameFile(const std::string& from, const std::string& to) { return ::rename(from.c_str(), to.c_str()) == 0; }
 
 bool RemoveFile(const std::string& path) { return ::unlink(path.c_str()) == 0; }

@@ -284,6 +284,19 @@ bool MakeDirectory(const std::string& path) {
   return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
 }
 
+bool CreateLike(const std::string& path, const std::string& model) {
+  const std::wstring wide_model = WidePath(model);
+  DWORD length = 0;
+  GetFileSecurityW(wide_model.c_str(), DACL_SECURITY_INFORMATION, nullptr, 0, &length);
+  std::string rights(length, '\0');
+  SECURITY_ATTRIBUTES attributes{sizeof(SECURITY_ATTRIBUTES), rights.data(), FALSE};
+  const bool known = length != 0 && GetFileSecurityW(wide_model.c_str(), DACL_SECURITY_INFORMATION, rights.data(),
+                                                     length, &length) != FALSE;
+  const CHandle file(CreateFileW(WidePath(path).c_str(), GENERIC_WRITE, kShareAll, known ? &attributes : nullptr,
+                                 CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr));
+  return file.Valid();
+}
+
 bool RenameFile(const std::string& from, const std::string& to) {
   return MoveReplacing(WidePath(from), WidePath(to), 0, kAttempts);
 }

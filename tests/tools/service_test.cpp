@@ -96,6 +96,19 @@ TEST_F(Service, KilledAnywhereItLosesAndRepeatsNothing) {
   }
 }
 
+TEST_F(Service, LeavesAFileForThoseWhoMayNotCreateOne) {
+  rotate_bytes_ = 1;
+  module_.CountStatistics({"invade", "1", "-"});
+  module_.Flush();
+  const auto rights = std::filesystem::perms::owner_read | std::filesystem::perms::owner_write;
+  std::filesystem::permissions(File("_out.log"), rights);
+  Drain(Start().get());
+  EXPECT_GT(OutFiles(directory_).size(), 1U) << "the file was not moved away";
+  ASSERT_EQ(FileSize(File("_out.log")), 0U);
+  EXPECT_EQ(std::filesystem::status(File("_out.log")).permissions(),
+            std::filesystem::status(OutFiles(directory_)[0]).permissions());
+}
+
 TEST_F(Service, WhoWasForgivenDoesNotComeBackAfterAKill) {
   for (int kill_after = 1; kill_after < 6; ++kill_after) {
     module_.WriteLock(ClientList::kDeny, Ip("192.0.2.7"), now_, 90'000, {"reason"});
