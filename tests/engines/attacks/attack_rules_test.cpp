@@ -41,6 +41,7 @@ TEST(AttackRules, FindWhatTheirPatternsSay) {
            {"a.~$", "a.", "a."},
            {"a.~$", "a.x", "-"},
            {"a.~s~$", "a. \n", "a. \n"},
+           {"a.~s~$", "a. x", "-"},
            {"a.~S~$", "a.", "-"},
            {"~bab.c~b", "x.ab.c", "ab.c"},
            {"~bab.c~b", "xab.c", "-"},
