@@ -248,6 +248,7 @@ struct Allocator : stubs::UnexpectedModuleAllocator {
 
 struct SendProvider : stubs::UnexpectedSendResponseProvider {
   BOOL GetHeadersBeingSent() const override { return 1; }
+  DWORD GetFlags() const override { return 0; }  // all of the answer at once
 };
 
 struct PreBegin : stubs::UnexpectedPreBeginRequestProvider {
