@@ -1,6 +1,8 @@
 # package_zip: build/QivIpsIIs-VERSION-windows-x64.zip, what an administrator unpacks on a server, and its SHA-256. `cmake --install` lays out the
 # same folder elsewhere.
 # The module file is completed beside its place and renamed: a server that has the old one mapped keeps it whole.
+# Who takes the symbols out writes a time into a Windows file: none, so that the same sources make the same file.
+install(CODE "set(ENV{SOURCE_DATE_EPOCH} 0)")
 install(TARGETS QivIpsIIs RUNTIME DESTINATION .new LIBRARY DESTINATION .new)
 install(CODE "
   set(place \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}\")
