@@ -76,8 +76,8 @@ int Lookup(const LookupOptions& options) {
     if (!library) return Fail(path, std::string(AreaLoadText(result)));
     const Area* const area = library->Find(*address);
     if (area == nullptr) exit_code = kExitFinding;
-    WriteOutput(address->Text() + "\t" + (area ? std::string(area.code) : std::string("-")) + "\t" +
-                (area ? std::string(area.name) : std::string()) + "\n");
+    WriteOutput(address->Text() + "\t" + (area ? std::string(area->code) : std::string("-")) + "\t" +
+                (area ? std::string(area->name) : std::string()) + "\n");
   }
   return exit_code;
 }

@@ -235,7 +235,7 @@ void AddListCommands(CCommand* program) {
     CCommand& command = AddCommand(program, row.name, row.what, options, true);
     command.AddOption("--for", &options->period, "how long: 90s, 60m, 1h30m, 7d").ShowDefault();
     command.AddOption("--reason", &options->reason, "kept with the entry").ShowDefault();
-    command.callback([options, exit_code, list = row.list, name = row.name] { return Put(*options, list, name); });
+    command.OnRun([options, list = row.list, name = row.name] { return Put(*options, list, name); });
   }
   const auto forgive_options = std::make_shared<ListOptions>();
   CCommand& forgive = AddCommand(program, "forgive", "Take clients off every list", forgive_options, true);
