@@ -20,5 +20,6 @@ void AddExemptCommand(CCommand* program);
 void AddLogCommand(CCommand* program);
 void AddScanCommand(CCommand* program);
 void AddServiceCommand(CCommand* program);
+void AddStatusCommand(CCommand* program);
 
 }  // namespace qiv

@@ -39,6 +39,7 @@ int main(int argc, char** argv) {
   qiv::AddLogCommand(&program);
   qiv::AddScanCommand(&program);
   qiv::AddServiceCommand(&program);
+  qiv::AddStatusCommand(&program);
   qiv::AddDocumentationCommands(&program);
 
   try {
