@@ -98,12 +98,14 @@ section, .warn { margin-top: 1rem; padding: 1.1rem 1.25rem; background: var(--ca
 .tiles dt { color: var(--soft); font-size: .875rem; }
 .tiles dd { margin: 0; font-size: 1.7rem; font-weight: 600; line-height: 1.25; font-variant-numeric: tabular-nums; }
 .stop { color: var(--stop); } .would { color: var(--would); } .pass { color: var(--pass); }
-.tables { display: grid; grid-template-columns: repeat(2, minmax(0, 1fr)); gap: 0 1rem; align-items: start; }
-.wide { grid-column: 1 / -1; }
+.tables { columns: 2; column-gap: 1rem; }
+.tables section { break-inside: avoid; margin: 1rem 0 0; }
+.tables section:first-child { margin-top: 0; } .tables { margin-top: 1rem; }
 table { width: 100%; border-collapse: collapse; font-size: .9375rem; }
 th { padding: .25rem .4rem; text-align: left; font-size: .8125rem; font-weight: 600; color: var(--soft); border-bottom: 1px solid var(--line); }
 td { padding: .35rem .4rem; border-bottom: 1px solid var(--line); vertical-align: top; }
 .number { width: 1%; text-align: right; white-space: nowrap; font-variant-numeric: tabular-nums; }
+th.number { white-space: normal; vertical-align: bottom; }
 td.number.zero { color: var(--soft); }
 .name { overflow-wrap: anywhere; }
 .name small { display: block; color: var(--soft); }
@@ -113,7 +115,8 @@ td.number.zero { color: var(--soft); }
 svg .stop { fill: var(--stop); } svg .would { fill: var(--would); } svg .pass { fill: var(--pass); }
 .course { display: block; width: 100%; height: 9rem; border-bottom: 1px solid var(--line); }
 .course .back { fill: transparent; } .course g:hover .back { fill: var(--line); }
-.axis { display: flex; justify-content: space-between; gap: .5rem; color: var(--soft); font-size: .8125rem; font-variant-numeric: tabular-nums; }
+.axis span { white-space: nowrap; } .axis { display: flex; justify-content: space-between; gap: .5rem; color: var(--soft); font-size: .8125rem; font-variant-numeric: tabular-nums; }
+.legend { white-space: nowrap; }
 .key { display: inline-block; width: .75rem; height: .75rem; margin: 0 .35rem 0 1rem; border-radius: .15rem; background: currentColor; }
 .scroll { max-height: 24rem; overflow: auto; }
 summary { cursor: pointer; }
@@ -137,12 +140,13 @@ summary { cursor: pointer; }
 .events dt { color: var(--soft); }
 .events dd { margin: 0; overflow-wrap: anywhere; white-space: pre-wrap; }
 code { font: .9em ui-monospace, Consolas, Menlo, monospace; }
-@media (max-width: 60rem) { .tables { grid-template-columns: minmax(0, 1fr); } }
+@media (max-width: 60rem) { .tables { columns: 1; } }
 @media (max-width: 48rem) { .events summary { grid-template-columns: auto auto 1fr; }
   .events .who { grid-column: 1 / -1; } .events .url { grid-column: 1 / -1; } .filter { grid-template-columns: 1fr 1fr; }
   .filter div:first-child { grid-column: 1 / -1; } .filter output { grid-column: 1 / -1; padding: 0; } }
 @media (max-width: 30rem) { body { padding: .75rem; } section, .warn { padding: .9rem; } .tiles { grid-template-columns: 1fr 1fr; gap: .6rem; }
-  .tiles div { padding: .7rem .9rem; } .tiles dd { font-size: 1.4rem; } .events dl { grid-template-columns: minmax(0, 1fr); gap: 0; }
+  .tiles div { padding: .7rem .9rem; } .tiles dd { font-size: 1.4rem; } .axis span:nth-child(2) { display: none; }
+  th.number { max-width: 4.6rem; } td, th { padding-left: .25rem; padding-right: .25rem; } .events dl { grid-template-columns: minmax(0, 1fr); gap: 0; }
   .events dd { margin-bottom: .4rem; } .stack td { display: block; border: 0; padding: .05rem 0; } .stack th { display: none; }
   .stack tr { display: block; padding: .4rem 0; border-bottom: 1px solid var(--line); } .scroll { max-height: none; } }
 @media print { body { background: none; } .filter, .switch { display: none; } section { break-inside: avoid; } }

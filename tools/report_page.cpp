@@ -46,11 +46,11 @@ class CPageWriter {
       Course();
       html_ += "<div class=\"tables\">\n";
       CountTable(ReportText::kByCheck, CEventStatistics::kChecks);
+      CountTable(ReportText::kByArea, CEventStatistics::kAreas);
       CountTable(ReportText::kByRule, CEventStatistics::kRules);
       CountTable(ReportText::kByClient, CEventStatistics::kClients);
-      CountTable(ReportText::kByArea, CEventStatistics::kAreas);
-      CountTable(ReportText::kByUrl, CEventStatistics::kUrls);
       html_ += "</div>\n";
+      CountTable(ReportText::kByUrl, CEventStatistics::kUrls);
     }
     if (statistics_.First() != 0) {
       Gaps();
@@ -225,8 +225,8 @@ class CPageWriter {
   std::string Legend() {
     std::string legend;
     for (const std::size_t column : columns_) {
-      legend += "<span class=\"key " + std::string(kColumnClasses[column]) + "\"></span>" +
-                BothLanguages(kColumnTexts[column]);
+      legend += " <span class=\"legend\"><span class=\"key " + std::string(kColumnClasses[column]) + "\"></span>" +
+                BothLanguages(kColumnTexts[column]) + "</span>";
     }
     return legend;
   }
@@ -263,8 +263,7 @@ class CPageWriter {
 
   void CountTable(ReportText title, CEventStatistics::Table which) {
     const CHeavyHitters& table = statistics_.Of(which);
-    html_ += std::string("<section") + (which == CEventStatistics::kUrls ? " class=\"wide\"" : "") + ">\n" +
-             Tag("h2", {}, BothLanguages(title));
+    html_ += "<section>\n" + Tag("h2", {}, BothLanguages(title));
     if (which == CEventStatistics::kAreas && !page_.has_areas) {
       html_ += Tag("p", "soft", BothLanguages(ReportText::kNoAreas)) + "</section>\n";
       return;

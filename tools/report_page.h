@@ -17,7 +17,7 @@ struct ReportPage {
   std::int64_t now = 0;                 ///< seconds since 1970
   std::int64_t since = 0;               ///< 0: not limited
   std::int64_t until = 0;               ///< 0: not limited
-  std::size_t top = 20;                 ///< rows of each table
+  std::size_t top = 10;                 ///< rows of each table
   std::optional<Language> language;     ///< that the page starts in; unless given, the browser's
   bool has_areas = false;               ///< there is an area library
   std::vector<std::string> unreadable;  ///< files of the log, by path

@@ -22,7 +22,7 @@ struct ReportRequest {
   std::string output;     ///< path of the page; "-" for standard output
   std::string since;      ///< empty: from the beginning
   std::string until;      ///< empty: to the end
-  std::size_t top = 20;   ///< 1 to kMostRows
+  std::size_t top = 10;   ///< 1 to kMostRows
   std::optional<Language> language;
 };
 
