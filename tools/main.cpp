@@ -39,6 +39,7 @@ int main(int argc, char** argv) {
   qiv::AddLogCommand(&program);
   qiv::AddScanCommand(&program);
   qiv::AddServiceCommand(&program);
+  qiv::AddDocumentationCommands(&program);
 
   try {
     const qiv::ParsedCommandLine parsed = program.Parse(qiv::CommandLineArguments(argc, argv));

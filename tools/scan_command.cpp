@@ -197,7 +197,7 @@ void AddScanCommand(CCommand* program) {
   CCommand& command = program->AddCommand("scan",
                                           "Look for webshells in files and folders. Exit code 0: none, 1: a "
                                           "finding, 2: something cannot be read, 130: interrupted");
-  command.AddOption("paths", &options->paths, "Files and folders").Required();
+  command.AddOption("paths", &options->paths, "Files and folders").ValueIs(ValueKind::kFile).Required();
   command.AddFlag("--json", &options->json, "One JSON object a line, the last one with the sums");
   command.AddOption("--jobs", &options->jobs, "Processors to use; all unless given").Range(1U, kMostJobs);
   command
@@ -206,7 +206,8 @@ void AddScanCommand(CCommand* program) {
       .OneValueEach();
   command.AddFlag("--follow", &options->walk.follow_links, "Follow links below the given folders");
   command.AddFlag("--no-suspicious", &options->no_suspicious, "Leave out weak findings");
-  command.AddOption("--config", &options->config, "Installation whose own rules and language count as well");
+  command.AddOption("--config", &options->config, "Installation whose own rules and language count as well")
+      .ValueIs(ValueKind::kFolder);
   command.AddOption("--language", &options->language, "Of the findings' names: en-US or zh-CN")
       .Choices({"en-US", "zh-CN"});
   command.OnRun([options] { return Scan(*options); });

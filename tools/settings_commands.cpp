@@ -51,16 +51,22 @@ void AddSettingsCommands(CCommand* program) {
   const auto files = std::make_shared<Files>();
 
   CCommand& pack = program->AddCommand("pack", "Turn readable settings into a _config.db");
-  pack.AddOption("settings", &files->input, "settings.json, or - for standard input").Required();
-  pack.AddOption("-o,--output", &files->output, "the _config.db to write").Required();
+  pack.AddOption("settings", &files->input, "settings.json, or - for standard input")
+      .ValueIs(ValueKind::kFile)
+      .Required();
+  pack.AddOption("-o,--output", &files->output, "the _config.db to write").ValueIs(ValueKind::kFile).Required();
   pack.OnRun([files] { return Pack(files->input, files->output); });
 
   CCommand& unpack = program->AddCommand("unpack", "Print a _config.db as readable settings");
-  unpack.AddOption("file", &files->input, "the _config.db, or - for standard input").Required();
+  unpack.AddOption("file", &files->input, "the _config.db, or - for standard input")
+      .ValueIs(ValueKind::kFile)
+      .Required();
   unpack.OnRun([files] { return Unpack(files->input); });
 
   CCommand& lint = program->AddCommand("lint", "Say what is unknown or doubtful in readable settings");
-  lint.AddOption("settings", &files->input, "settings.json, or - for standard input").Required();
+  lint.AddOption("settings", &files->input, "settings.json, or - for standard input")
+      .ValueIs(ValueKind::kFile)
+      .Required();
   lint.OnRun([files] { return Lint(files->input); });
 }
 
