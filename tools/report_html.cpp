@@ -141,8 +141,8 @@ summary { cursor: pointer; }
 .events dd { margin: 0; overflow-wrap: anywhere; white-space: pre-wrap; }
 code { font: .9em ui-monospace, Consolas, Menlo, monospace; }
 @media (max-width: 60rem) { .tables { columns: 1; } }
-@media (max-width: 48rem) { .events summary { grid-template-columns: auto auto 1fr; }
-  .events .who { grid-column: 1 / -1; } .events .url { grid-column: 1 / -1; } .filter { grid-template-columns: 1fr 1fr; }
+@media (max-width: 48rem) { .events summary { display: flex; flex-wrap: wrap; } .events .who, .events .url { width: 100%; }
+  .filter { grid-template-columns: 1fr 1fr; }
   .filter div:first-child { grid-column: 1 / -1; } .filter output { grid-column: 1 / -1; padding: 0; } }
 @media (max-width: 30rem) { body { padding: .75rem; } section, .warn { padding: .9rem; } .tiles { grid-template-columns: 1fr 1fr; gap: .6rem; }
   .tiles div { padding: .7rem .9rem; } .tiles dd { font-size: 1.4rem; } .axis span:nth-child(2) { display: none; }
