@@ -18,6 +18,7 @@ void AddDocumentationCommands(CCommand* program);  ///< completions, man; after 
 void AddEventCommand(CCommand* program);
 void AddExemptCommand(CCommand* program);
 void AddLogCommand(CCommand* program);
+void AddReportCommand(CCommand* program);
 void AddScanCommand(CCommand* program);
 void AddServiceCommand(CCommand* program);
 void AddStatusCommand(CCommand* program);
