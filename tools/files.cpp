@@ -5,9 +5,11 @@
 #include <cstdio>
 #include <filesystem>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 #include "port/clock.h"
+#include "port/directory.h"
 #include "port/file.h"
 #include "port/module_path.h"
 #include "port/system_error.h"
@@ -16,6 +18,7 @@ namespace qiv {
 namespace {
 
 std::atomic<bool> output_failed{false};
+std::string output_error;  // written once, by whoever sets output_failed
 
 bool IsSeparator(char c) { return c == '/' || c == kPathSeparator; }
 
@@ -81,10 +84,14 @@ bool MakeDirectories(const std::string& path) {
 
 void WriteOutput(std::string_view text) {
   const bool written = std::fwrite(text.data(), 1, text.size(), stdout) == text.size();
-  if (std::fflush(stdout) != 0 || !written) output_failed.store(true);
+  if (std::fflush(stdout) == 0 && written) return;
+  std::string error = CannotWrite();
+  if (!output_failed.exchange(true)) output_error = std::move(error);
 }
 
 bool OutputIsGood() { return !output_failed.load(); }
+
+std::string OutputError() { return output_error.empty() ? "cannot be written" : output_error; }
 
 std::string ResolveModuleDirectory(const std::string& given) {
   std::string directory = given;
@@ -99,6 +106,17 @@ std::string ResolveModuleDirectory(const std::string& given) {
   directory.resize(directory.size() - kName.size());
   if (directory.empty()) return with_separator(".");
   return IsSeparator(directory.back()) ? directory : std::string();
+}
+
+std::string NoModuleDirectory(const std::string& given) {
+  const PathKind kind = PathKindOf(given);
+  if (kind == PathKind::kUnknown) return "cannot be examined: " + LastSystemError();
+  if (kind == PathKind::kMissing) return "does not exist";
+  if (kind != PathKind::kDirectory) return "is no folder";
+  std::vector<DirectoryEntry> entries;
+  DirectoryIdentity identity;
+  if (!ListDirectory(given, &entries, &identity)) return "cannot be read: " + LastSystemError();
+  return "is no module directory: it holds no config folder";
 }
 
 std::string FindRulesDirectory(const std::string& given) {

@@ -16,7 +16,7 @@ namespace {
 int AfterOutput(int exit_code) {
   if (std::cout.flush() && qiv::OutputIsGood()) return exit_code;
   qiv::CReport report("standard output");
-  report.Error(0, "cannot be written");
+  report.Error(0, qiv::OutputError());
   return report.Print();
 }
 

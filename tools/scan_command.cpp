@@ -129,14 +129,16 @@ void PrintError(const std::string& path, const std::string& message) {
 bool LoadRules(const std::string& directory, Rules* rules, Language* language) {
   const std::string module = ResolveModuleDirectory(directory);
   if (module.empty()) {
-    PrintError(directory, "there is no config folder");
+    PrintError(directory, NoModuleDirectory(directory));
     return false;
   }
   WebsiteConfig site;
   const std::string settings = module + "config/_config.db";
   const ConfigStatus status = LoadConfigFile(settings, &site);
   if (status != ConfigStatus::kLoaded && status != ConfigStatus::kNotOnServers) {
-    PrintError(settings, "cannot be used");
+    const bool unreadable = status == ConfigStatus::kUnreadable;
+    PrintError(settings, unreadable ? CannotRead(settings, kConfigMaxBytes)
+                                    : "cannot be used: " + std::string(ConfigStatusText(status)));
     return false;
   }
   *language = site.language;

@@ -164,7 +164,7 @@ std::string StatusJson(const ProtectionStatus& status) {
 
 int PrintStatus(const StatusOptions& options) {
   const std::string directory = ResolveModuleDirectory(options.directory);
-  if (directory.empty()) return Fail(options.directory, "is no module directory: it holds no config folder");
+  if (directory.empty()) return Fail(options.directory, NoModuleDirectory(options.directory));
   const ProtectionStatus status = LookAtProtection(directory);
   WriteOutput(options.json ? StatusJson(status) : StatusText(status, WantsColor(options.color, OutputStream::kOutput)));
   return status.InOrder() ? kExitOk : kExitFinding;

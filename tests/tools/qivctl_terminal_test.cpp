@@ -64,7 +64,15 @@ TEST(Qivctl, StatusTellsWhatProtectsAndWhatDoesNot) {
   ASSERT_NE(json, nullptr);
   EXPECT_EQ(json->AsObject()->GetText("protection"), "off");
   EXPECT_EQ(json->AsObject()->GetText("in_order"), "false");
-  EXPECT_EQ(Qivctl("status " + directory.Path("none")).exit_code, 2);
+  const std::pair<std::string, const char*> none[] = {{directory.Path("none"), "does not exist"},
+                                                      {directory.Path("s.json"), "is no folder"},
+                                                      {directory.Path(""), "holds no config"}};
+  for (const auto& [folder, reason] : none) {
+    const Outcome run = Qivctl("status " + folder);
+    EXPECT_EQ(run.exit_code, 2);
+    EXPECT_EQ(run.output.find("qivctl: " + folder + ": "), 0U) << run.output;
+    EXPECT_NE(run.output.find(reason), std::string::npos) << run.output;
+  }
 }
 
 TEST(Qivctl, ColoursOnlyWhereTheyAreWanted) {
