@@ -4,7 +4,7 @@
 #include <array>
 #include <cstddef>
 
-#include "checks/charset_label.h"
+#include "common/charset_label.h"
 #include "common/text.h"
 #include "port/code_page.h"
 

@@ -3,7 +3,7 @@
 #include <string_view>
 #include <utility>
 
-#include "checks/charset_label.h"
+#include "common/charset_label.h"
 #include "common/text.h"
 
 namespace qiv {

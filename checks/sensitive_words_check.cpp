@@ -8,7 +8,7 @@
 #include <string>
 #include <utility>
 
-#include "checks/charset_label.h"
+#include "common/charset_label.h"
 #include "checks/request_values.h"
 #include "checks/value_edit.h"
 #include "checks/value_forms.h"

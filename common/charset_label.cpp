@@ -1,4 +1,4 @@
-#include "checks/charset_label.h"
+#include "common/charset_label.h"
 
 #include <algorithm>
 #include <iterator>
