@@ -9,30 +9,15 @@
 #include "port/code_page.h"
 
 namespace qiv {
-namespace {
 
-constexpr std::string_view kName = "charset";
-
-}  // namespace
-
-std::string_view NamedCharset(std::string_view content_type) {
-  const std::size_t at = FindNoCase(content_type, kName);
-  if (at == std::string_view::npos) return {};
-  const std::string_view rest = content_type.substr(at);
-  return Trim(rest.substr(0, rest.find(';')));
-}
-
-BodyCharset CharsetOfBody(std::string_view content_type, std::string_view body) {
-  switch (KindOfCharset(CharsetName(content_type))) {
-    case CharsetKind::kUnreadable:
-      return BodyCharset::kUnreadable;
-    case CharsetKind::kWideLittle:
-    case CharsetKind::kWideBig:
-    case CharsetKind::kWide:
-      return BodyCharset::kWide;
-    default:
-      return body.starts_with("\xFF\xFE") || body.starts_with("\xFE\xFF") ? BodyCharset::kWide : BodyCharset::kAscii;
-  }
+BodyCharset CharsetOfBody(std::string_view content_type, std::string_view body, std::string_view* name) {
+  std::string_view room;
+  std::string_view& telling = name ? *name : room;
+  telling = FindCharset(content_type, [](CharsetKind kind) { return kind == CharsetKind::kUnreadable; });
+  if (!telling.empty()) return BodyCharset::kUnreadable;
+  telling = FindCharset(content_type, IsWideCharset);
+  const bool wide = !telling.empty() || body.starts_with("\xFF\xFE") || body.starts_with("\xFE\xFF");
+  return wide ? BodyCharset::kWide : BodyCharset::kAscii;
 }
 
 std::string WideToUtf8(std::string_view body) {

@@ -93,7 +93,7 @@ class CInjectionRun {
         site_(context.config),
         sql_(context.config.sql),
         language_(site_.language),
-        charset_(CharsetOfBody(facts.content_type, facts.raw_body)) {}
+        charset_(CharsetOfBody(facts.content_type, facts.raw_body, &charset_name_)) {}
 
   void Run() {
     result_.log = 0;
@@ -120,7 +120,8 @@ class CInjectionRun {
     if (!(body ? sql_.post : sql_.get) || (!body && facts_.query.empty())) return false;
     if (charset_ == BodyCharset::kAscii || (charset_ == BodyCharset::kWide && body)) return false;
     InjectionRule rule;
-    rule.shown = NamedCharset(facts_.content_type);
+    rule.shown = "charset=";
+    rule.shown += charset_name_;
     rule.identifier = kCharsetIdentifier;
     Hit hit;
     hit.keyword = &rule;
@@ -400,6 +401,7 @@ class CInjectionRun {
   const WebsiteConfig& site_;
   const InjectionSettings& sql_;
   const Language language_;
+  std::string_view charset_name_;  // that told it; before it
   const BodyCharset charset_;
 };
 

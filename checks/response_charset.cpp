@@ -12,6 +12,15 @@ namespace {
 constexpr std::size_t kHead = 1024;  // where browsers look for a page's charset
 constexpr std::size_t kNowhere = std::string_view::npos;
 
+/// The charset that a tag "meta" names. What it calls its content is text, but where it stands for a header.
+std::string_view NamedInMeta(std::string_view tag) {
+  if (!BeginsNoCase(tag, "meta") || tag.size() == 4 || (!IsSpace(tag[4]) && tag[4] != '/')) return {};
+  const std::string_view name = CharsetName(tag);
+  if (name.empty() || FindNoCase(tag, "http-equiv") != kNowhere) return name;
+  const auto at = static_cast<std::size_t>(name.data() - tag.data());
+  return FindNoCase(tag.substr(0, at), "content") == kNowhere ? name : std::string_view();
+}
+
 /// The charset that the head of a page names: in an XML declaration or in a tag "meta". Text beside them names none.
 std::string_view NamedInHead(std::string_view head) {
   for (std::size_t at = head.find('<'); at != kNowhere; at = head.find('<', at + 1)) {
@@ -21,9 +30,7 @@ std::string_view NamedInHead(std::string_view head) {
       if (at == kNowhere) break;
       continue;
     }
-    std::string_view name;
-    if (BeginsNoCase(tag, "meta") && tag.size() > 4 && (IsSpace(tag[4]) || tag[4] == '/')) name = CharsetName(tag);
-    if (BeginsNoCase(tag, "?xml")) name = CharsetName(tag, "encoding");
+    const std::string_view name = BeginsNoCase(tag, "?xml") ? CharsetName(tag, "encoding") : NamedInMeta(tag);
     if (!name.empty()) return name;
   }
   return {};

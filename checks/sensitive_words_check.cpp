@@ -8,12 +8,12 @@
 #include <string>
 #include <utility>
 
-#include "common/charset_label.h"
 #include "checks/request_values.h"
 #include "checks/value_edit.h"
 #include "checks/value_forms.h"
 #include "checks/value_judge.h"
 #include "common/char_set.h"
+#include "common/charset_label.h"
 #include "common/text.h"
 #include "config/website_config.h"
 
@@ -210,13 +210,14 @@ class CWordWalk {
   /// The text with its words replaced; nothing when none was. First those in UTF-8, then those in GBK.
   std::optional<std::string> Edited(std::string_view text, std::size_t most, const Values& values) {
     std::optional<std::string> edited;
-    if (IsBlocked()) return edited;
+    if (IsBlocked() || !(replaces_[0] || replaces_[1])) return edited;
+    const TextEncoding charset = CharsetOfPlace();
     for (const TextEncoding encoding : {TextEncoding::kUtf8, TextEncoding::kLocal}) {
       if (!replaces_[encoding == TextEncoding::kLocal]) continue;
       const std::string_view before = edited ? std::string_view(*edited) : text;
       CTextWriter writer(before, std::max(most, before.size()));
       values(before, [&](const RequestValue& value) {
-        EditValue(value, encoding, &writer);
+        EditValue(value, encoding, charset, &writer);
         return true;
       });
       if (!writer.HasChanged()) continue;
@@ -226,7 +227,7 @@ class CWordWalk {
     return edited;
   }
 
-  void EditValue(const RequestValue& value, TextEncoding encoding, CTextWriter* writer) {
+  void EditValue(const RequestValue& value, TextEncoding encoding, TextEncoding charset, CTextWriter* writer) {
     if (!value.is_value) return;
     const std::string_view text = reading_.Read(value, encoding);
     if (IsBinary(value, text)) return;
@@ -235,7 +236,7 @@ class CWordWalk {
       evidence.Add(text);
       if (!evidence.MayBeLocal()) return;
     }
-    const std::string_view replacement = ReplacementIn(value, site_.words.new_word, CharsetOfPlace());
+    std::optional<std::string_view> replacement;
     const std::size_t begin = writer->OffsetOf(value.raw);
     CBase64Runs runs(text);
     std::size_t next = 0;  // behind the last hit
@@ -244,7 +245,8 @@ class CWordWalk {
       next = hit.place.offset + hit.place.length;
       if (runs.Hold(hit.place)) return true;
       const TextPlace sent = reading_.Sent(hit.place);
-      writer->Replace({begin + sent.offset, sent.length}, replacement);
+      if (!replacement) replacement = ReplacementIn(value, site_.words.new_word, charset);
+      writer->Replace({begin + sent.offset, sent.length}, *replacement);
       if (!std::exchange(replaced_, true)) notes_.Add(MessageId::kWordsReplaced, FindingOf(value, hit));
       if (writer->HasLeftOut() && !std::exchange(left_out_, true)) {
         notes_.Add(MessageId::kWordsLeftOut, FindingOf(value, hit));

@@ -13,6 +13,7 @@
 #include <string_view>
 
 #include "checks/file_content.h"
+#include "checks/request_values.h"
 #include "checks/upload_name.h"
 #include "checks/webshell_finding.h"
 #include "common/char_set.h"
@@ -269,16 +270,17 @@ class CUploadRun {
     return blocked;
   }
 
-  /// Pictures in the text of a query or a body: "data:image/png;base64,...", percent-encoded perhaps.
+  /// Pictures in the text of a query or a body: "data:image/png;base64,...", percent-encoded or escaped as in JSON.
   bool CheckEmbeddedImages(std::string_view text, std::string_view place) {
     constexpr std::string_view kData = "data:image/";
     std::string decoded;
-    if (FindNoCase(text, "data%3aimage") != kNone || FindNoCase(text, "data:image%2f") != kNone) {
-      decoded = PercentDecode(text);
-      text = decoded;
-    }
-    for (std::size_t at = FindNoCase(text, kData); at != kNone; at = FindNoCase(text, kData, at)) {
+    std::string unescaped;
+    if (text.find('%') != kNone) text = decoded = PercentDecode(text);
+    if (DecodeInto(RequestValue::kJson, text, TextEncoding::kUtf8, &unescaped)) text = unescaped;
+    std::size_t next = kNone;
+    for (std::size_t at = FindNoCase(text, kData); at != kNone; at = next) {
       at += kData.size();
+      next = FindNoCase(text, kData, at);
       constexpr std::size_t kLongestType = 64;
       constexpr std::string_view kBase64 = ";base64,";
       const std::size_t mark = FindNoCase(text.substr(at, kLongestType), kBase64);
@@ -288,10 +290,9 @@ class CUploadRun {
       // Prose: no picture's data begins with a blank, which is "+" in a form. Who decodes it passes over blanks, so it
       // may still hold a script.
       const bool prose = begin < text.size() && (IsSpace(text[begin]) || text[begin] == '+');
-      // A JSON text may write "\/"; a form may turn "+" into a blank.
-      while (end < text.size() && (IsWordByte(text[end]) || std::string_view("+/=\\ \r\n").find(text[end]) != kNone))
+      // A form may turn "+" into a blank.
+      while (end < text.size() && (IsWordByte(text[end]) || std::string_view("+/= \t\r\n").find(text[end]) != kNone))
         ++end;
-      at = end;
       const std::string_view run = text.substr(begin, end - begin);
       std::string base64(run);
       std::replace(base64.begin(), base64.end(), ' ', '+');
@@ -302,12 +303,26 @@ class CUploadRun {
       if (!prose && !image.empty() && !IsImage(image)) return BlockPhoto(item);
       if (!base_.upload || !base_.upload_file) continue;
       if (CheckScript(item, image)) return true;
-      if (!prose && run.find(' ') == kNone) continue;
-      base64.assign(run.substr(std::min(run.find_first_not_of(" +"), run.size())));
-      base64.erase(std::remove(base64.begin(), base64.end(), ' '), base64.end());
-      if (CheckScript(item, DecodeBase64(base64))) return true;
+      if (prose || run.find(' ') != kNone) {
+        base64.assign(run.substr(std::min(run.find_first_not_of(" +"), run.size())));
+        base64.erase(std::remove(base64.begin(), base64.end(), ' '), base64.end());
+        if (CheckScript(item, DecodeBase64(base64))) return true;
+      }
+      if (CheckLooseBase64(text.substr(begin, next - begin), run.size())) return true;
     }
     return false;
+  }
+
+  /// What PHP makes of base64 in which other characters stand: it passes over them. Up to a quote or a bracket it may
+  /// be prose as well, so only a script that is dangerous counts. `plain`: so many bytes were read already.
+  bool CheckLooseBase64(std::string_view text, std::size_t plain) {
+    text = text.substr(0, text.find_first_of("\"'<>&()"));
+    const std::size_t padding = std::min<std::size_t>(plain, 2);
+    if (text.size() == plain && text.find('=') >= plain - padding && text.find('_') == kNone) return false;
+    std::string base64;
+    std::copy_if(text.begin(), text.end(), std::back_inserter(base64),
+                 [](char c) { return IsLetter(c) || IsDigit(c) || c == '+' || c == '/'; });
+    return CheckScript({}, DecodeBase64(base64));
   }
 
   bool BlockPhoto(const Item& item) {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <optional>
 
 #include "common/text.h"
 
@@ -20,6 +21,7 @@ constexpr Label kLabels[] = {
     {"utf-8", CharsetKind::kUtf8},
     {"utf8", CharsetKind::kUtf8},
     {"gb", CharsetKind::kLocal},
+    {"euc-cn", CharsetKind::kLocal},
     {"csgb", CharsetKind::kLocal},
     {"x-gbk", CharsetKind::kLocal},
     {"cp936", CharsetKind::kLocal},
@@ -69,9 +71,9 @@ constexpr Label kLabels[] = {
     {"ms932", CharsetKind::kDoubleByte},
     {"cp932", CharsetKind::kDoubleByte},
     {"windows-31j", CharsetKind::kDoubleByte},
-    {"iso-2022", CharsetKind::kDoubleByte},
-    {"csiso2022", CharsetKind::kDoubleByte},
-    {"hz-gb", CharsetKind::kDoubleByte},
+    {"iso-2022", CharsetKind::kUnreadable},
+    {"csiso2022", CharsetKind::kUnreadable},
+    {"hz-gb", CharsetKind::kUnreadable},
     {"euc-kr", CharsetKind::kDoubleByte},
     {"cseuckr", CharsetKind::kDoubleByte},
     {"ks_c_5601", CharsetKind::kDoubleByte},
@@ -103,6 +105,18 @@ constexpr Label kLabels[] = {
     {"euc-tw", CharsetKind::kSingle},
 };
 
+constexpr std::size_t kNowhere = std::string_view::npos;
+
+/// The value behind a key that ends at `at`, without quotes; nothing when no "=" follows.
+std::optional<std::string_view> ValueBehind(std::string_view attributes, std::size_t at) {
+  constexpr std::string_view kBlanks = " \t\r\n";
+  at = attributes.find_first_not_of(kBlanks, at);
+  if (at == kNowhere || attributes[at] != '=') return std::nullopt;
+  at = std::min(attributes.find_first_not_of(" \t\r\n\"'", at + 1), attributes.size());
+  const std::string_view rest = attributes.substr(at);
+  return rest.substr(0, rest.find_first_of("\"'; \t\r\n/>"));
+}
+
 }  // namespace
 
 CharsetKind KindOfCharset(std::string_view name) {
@@ -113,14 +127,21 @@ CharsetKind KindOfCharset(std::string_view name) {
 }
 
 std::string_view CharsetName(std::string_view attributes, std::string_view key) {
-  constexpr std::string_view kBlanks = " \t\r\n";
-  for (std::size_t at = FindNoCase(attributes, key); at != std::string_view::npos;
+  for (std::size_t at = FindNoCase(attributes, key); at != kNowhere;
        at = FindNoCase(attributes, key, at + key.size())) {
-    std::string_view rest = TrimBytes(attributes.substr(at + key.size()), kBlanks);
-    if (!rest.starts_with('=')) continue;
-    rest = TrimBytes(rest.substr(1), kBlanks);
-    rest.remove_prefix(std::min(rest.find_first_not_of("\"'"), rest.size()));
-    return Trim(rest.substr(0, rest.find_first_of("\"'; \t\r\n/>")));
+    if (at != 0 && !IsSpace(attributes[at - 1]) && std::string_view(";,\"'/").find(attributes[at - 1]) == kNowhere)
+      continue;  // the end of another name
+    if (const auto name = ValueBehind(attributes, at + key.size())) return *name;
+  }
+  return {};
+}
+
+std::string_view FindCharset(std::string_view attributes, bool (*wanted)(CharsetKind)) {
+  constexpr std::string_view kKey = "charset";
+  for (std::size_t at = FindNoCase(attributes, kKey); at != kNowhere;
+       at = FindNoCase(attributes, kKey, at + kKey.size())) {
+    const auto name = ValueBehind(attributes, at + kKey.size());
+    if (name && wanted(KindOfCharset(*name))) return *name;
   }
   return {};
 }

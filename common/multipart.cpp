@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "common/char_set.h"
+#include "common/charset_label.h"
 #include "common/text.h"
 
 namespace qiv {
@@ -300,20 +301,10 @@ std::string_view FirstLineDelimiter(std::string_view body) {
 
 // Whether the headers of parts are read as ASCII: no charset is named, or one that holds ASCII.
 bool IsAsciiCharset(std::string_view content_type) {
-  constexpr std::string_view kCharset = "charset";
-  constexpr std::string_view kKnown[] = {"utf-8", "utf8",  "us-ascii", "ascii", "gb",  "big5", "iso-8859-", "iso8859",
-                                         "latin", "cp936", "windows-", "shift", "x-s", "euc-", "koi8"};
-  for (std::size_t at = FindNoCase(content_type, kCharset); at != kNone;
-       at = FindNoCase(content_type, kCharset, at + kCharset.size())) {
-    const std::string_view value = Trim(content_type.substr(at + kCharset.size()));
-    if (!value.starts_with('=')) continue;
-    const std::string_view charset = Trim(TrimBytes(Trim(value.substr(1)), "\"'"));
-    if (std::none_of(std::begin(kKnown), std::end(kKnown),
-                     [&](std::string_view known) { return BeginsNoCase(charset, known); })) {
-      return false;
-    }
-  }
-  return true;
+  const auto is_other = [](CharsetKind kind) {
+    return IsWideCharset(kind) || kind == CharsetKind::kUnreadable || kind == CharsetKind::kUnknown;
+  };
+  return FindCharset(content_type, is_other).empty();
 }
 
 // The delimiters that parsers may read out of a content type, and the one that the body itself shows.

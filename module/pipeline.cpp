@@ -91,7 +91,7 @@ void KeepFromKernelCache(iis::IHttpContext& context) {
   if (iis::IHttpResponse* response = context.GetResponse()) response->DisableKernelCache(kByHandler);
 }
 
-/// Holds the statistics of a check back until it is known whether its decision stands.
+/// Holds what a check counts and notes back until it is known whether its decision stands.
 class CHeldStatistics final : public IEventRecorder {
  public:
   explicit CHeldStatistics(IEventRecorder& recorder) : recorder_(recorder) {}
@@ -99,18 +99,25 @@ class CHeldStatistics final : public IEventRecorder {
   void RecordBlock(const RequestFacts& facts, const CheckContext& context, const CheckResult& result) override {
     recorder_.RecordBlock(facts, context, result);
   }
-  void RecordNote(const RequestFacts& facts, const CheckContext& context, const CheckResult& note) override {
-    recorder_.RecordNote(facts, context, note);
+  void RecordNote(const RequestFacts&, const CheckContext&, const CheckResult& note) override {
+    notes_.push_back(note);
   }
   void RecordStatistics(std::string_view category, std::string_view client_ip, std::string_view rule) override {
     held_.push_back({std::string(category), std::string(client_ip), std::string(rule)});
   }
-  void Release() {
+  /// Forgets what was counted; what was noted as well when the check `runs_again`.
+  void Drop(bool runs_again) {
+    held_.clear();
+    if (runs_again) notes_.clear();
+  }
+  void Release(const RequestFacts& facts, const CheckContext& context) {
+    for (const CheckResult& note : notes_) recorder_.RecordNote(facts, context, note);
     for (const auto& [category, client_ip, rule] : held_) recorder_.RecordStatistics(category, client_ip, rule);
   }
 
  private:
   IEventRecorder& recorder_;
+  std::vector<CheckResult> notes_;
   std::vector<std::array<std::string, 3>> held_;
 };
 
@@ -228,17 +235,19 @@ CheckVerdict CPipeline::RunRow(const CheckRow& row, Notification& notification, 
                            held,           context.phase,   context.response,  log_only,        context.leaks};
     CheckResult decided = *result;
     row.run(notification.facts, own, decided);
+    context.response.encodings = own.response.encodings;  // for the checks to come
     const bool blocks = decided.status == kBlocked && before != kBlocked;
     if (exempting && blocks && exempted_.IsExempt(row, notification.record, context, *result, &decided)) {
+      held.Drop(row.edits);
       if (row.edits) {
         CheckContext unblocking = own;
         unblocking.exempt_blocks = true;
         row.run(notification.facts, unblocking, *result);
-        held.Release();
       }
+      held.Release(notification.facts, own);
       return CheckVerdict::kExempt;
     }
-    held.Release();
+    held.Release(notification.facts, own);
     *result = std::move(decided);
   }
   if (result->status == before || result->status == kUndecided) return CheckVerdict::kPass;
@@ -373,11 +382,11 @@ void CPipeline::InspectPiece(iis::IHttpContext& server, const StoredRequest& sto
   CResponseReader reader(server);
   std::shared_ptr<StreamedAnswer> streamed = stored.streamed;
   if (streamed && streamed->dropped) return reader.DropPiece();
-  if (stored.page_written || !provider || WantedResponseBytes(stored.record->facts, *stored.record->config) == 0)
-    return;
+  if (stored.page_written || !provider) return;
   if (with_headers) {
     // One that goes out whole was looked at when its handler had ended.
     if ((provider->GetFlags() & iis::HTTP_SEND_RESPONSE_FLAG_MORE_DATA) == 0) return;
+    if (WantedResponseBytes(stored.record->facts, *stored.record->config) == 0) return;
     streamed = std::make_shared<StreamedAnswer>();
     if (!contexts_.KeepStreamed(server, streamed)) return;
   }

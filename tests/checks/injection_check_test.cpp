@@ -227,9 +227,19 @@ TEST(InjectionCheck, LeavesBinaryFilesOut) {
   EXPECT_EQ(judge(file, binary, "--b\r\nContent-Disposition: form-data; name=\"q\"\r\n\r\ndrop table\r\n--b--"),
             kBlocked);
   EXPECT_EQ(judge(file, binary.substr(6)), kBlocked) << "a file of text";
-  for (const std::string_view head : {"name=\"f\"", "name=\"f\"; filename=\"\"", "name=\"f\\\"; filename=\"a.zip\"",
-                                      "name=f; filename=a.zip", "name=\"f\"; filename=\"a\"; filename=\"b\""}) {
-    EXPECT_EQ(judge(std::string(head), binary), kBlocked) << head;
+  EXPECT_EQ(judge(file + "\r\nContent-Type: application/zip", binary), kUndecided);
+  EXPECT_EQ(judge(file, std::string(300, '\1') + "drop table"), kUndecided) << "no NUL, but no text";
+  EXPECT_EQ(judge(file, "\1" + binary.substr(6)), kBlocked) << "one control byte";
+  EXPECT_EQ(judge(file, std::string("\0' union select", 15)), kBlocked) << "short";
+  EXPECT_EQ(judge(file + "\n\n" + binary, binary), kBlocked) << "contents of two readings";
+  for (const std::string& head :
+       {std::string("name=\"f\""), std::string("name=\"f\"; filename=\"\""), std::string("name=f; filename=a.zip"),
+        std::string("name=\"f\\\"; filename=\"a.zip\""), std::string("name=\"f\"; filename=\"a\"; filename=\"b\""),
+        std::string("name=\"q\"; x=\"; filename=\"a.zip\""), std::string("name=\"q\"\r\nX-A: b; filename=\"a.zip\""),
+        file + "\r\nContent-Disposition: form-data; name=\"q\"", file + "\r\nContent-Transfer-Encoding: base64",
+        std::string("name=\"q\0\"; filename=\"a.zip\"", 27),
+        "name=\"" + std::string(5000, 'q') + "\"; filename=\"a\""}) {
+    EXPECT_EQ(judge(head, binary), kBlocked) << head;
   }
   EXPECT_EQ(judge(file, binary + "\r\n--bx\r\nContent-Disposition: form-data; name=\"q\"\r\n\r\ndrop table"), kBlocked)
       << "two readings";
@@ -241,7 +251,7 @@ TEST(InjectionCheck, JudgesWideBodiesInBothReadings) {
   std::string wide = "\xFF\xFE";
   for (const char c : text) wide.append(1, c).append(1, '\0');
   const std::string form = "application/x-www-form-urlencoded";
-  for (const std::string& type : {form, form + "; charset=utf-16"}) {
+  for (const std::string& type : {form, form + "; charset=utf-16", form + "; charset=utf-8; xcharset=utf-16"}) {
     EXPECT_EQ(Judge(Site(), Sent("/", wide, type)).result.status, kBlocked) << type;
     EXPECT_EQ(Judge(Site(), Sent("/", "\xFF\xFE&" + text, type)).result.status, kBlocked) << type;
   }

@@ -286,6 +286,17 @@ TEST_F(UploadCheckTest, JudgesWhateverAPartCallsItself) {
                             " PD9wa HAgQGV2YWwoJF 9QT1NUWyd4J10pOyA/Pg=="})
     EXPECT_EQ(Check("application/json", "{\"a\":\"data:image/png;base64," + std::string(shell) + "\"}"),
               "Script in image");
+  for (const auto& [type, body, finding] :
+       {std::tuple<const char*, std::string, const char*>{
+            "application/json", "{\"a\":\"data:im\\u0061ge\\/png;base64," + base64 + "\"}", "Not an image"},
+        {"application/json", "{\"a\":\"data:image/png;base64,P!=" + base64.substr(1) + "\"}", "Backdoor"},
+        {"application/json", "{\"a\":\"data:image/png;base64,\\u000b" + base64 + "\"}", "Backdoor"},
+        {"application/x-www-form-urlencoded", "a=d%61ta:image/png;base64," + base64, "Not an image"},
+        {"application/x-www-form-urlencoded", "a=data:image/png;base64,P!%0a" + base64.substr(1), "Backdoor"},
+        {"application/x-www-form-urlencoded", "a=data:image/png;base64,!data:image/png;base64," + base64,
+         "Not an image"}}) {
+    EXPECT_EQ(Check(type, body), finding) << body;
+  }
   EXPECT_EQ(Check("application/x-www-form-urlencoded",
                   "a=data%3Aimage%2Fgif%3Bbase64%2CR0lGODlhAQABAAAAACwAAAAAAQABAAACAkQBADs%3D"),
             "");

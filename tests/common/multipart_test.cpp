@@ -167,6 +167,8 @@ TEST(Multipart, KeepsItsLimits) {
       {type + "\xE9", "x", MultipartFault::kBoundaryBytes},
       {type + "; charset=ibm037", "x", MultipartFault::kCharset},
       {type + "; charset=\"UTF-8\"", "x", MultipartFault::kNone},
+      {type + "; charset=cp1252", "x", MultipartFault::kNone},
+      {type + "; charset=utf-8; xcharset=iso-2022-kr", "x", MultipartFault::kCharset},
       {type, Body("--b\r\nH file\r\nname=x\r\n\r\n--b--"), MultipartFault::kHiddenFileName},
       {type, Body("--b\r\nH file\xC2\xADname=x; filename=y\r\n\r\n--b--"), MultipartFault::kHiddenFileName},
       {type, Body("--b\r\nH filename*0=x; filename*1=y\r\n\r\n--b--"), MultipartFault::kTooManyFileNames},

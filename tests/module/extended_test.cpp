@@ -133,6 +133,9 @@ TEST_F(Extended, ExemptsWhatIsSaidAndNothingElse) {
   test::Site site = FullSite("");
   site.sections["website_sql"] +=
       R"(,"get_keys":"union select==union*select{*}*{*}two{*}k2{#}","post_keys":"drop table==drop*table{*}*{*}d{*}p1{#}")";
+  site.linked = true;
+  site.sections["website_request"] =
+      R"("ill_block":"1","ill_block_get":"1","ill_block_keys":"verboten","ill_record":"1","ill_record_get":"1","ill_record_keys":"darn")";
   const std::string json = "application/json";
   const auto post = [](std::string type, std::string body) {
     return Request("POST", {{"Content-Type", std::move(type)}}, std::move(body), "/shop/Save.asp");
@@ -167,6 +170,8 @@ TEST_F(Extended, ExemptsWhatIsSaidAndNothingElse) {
       // A detector without a list of rules, by the name of its check.
       {"webshell\t/a.php\tc\t-\t-", Request("GET", {}, "", "/a.php?c=eval($_POST[1]);"), false},
       {"webshell\t/a.php\tc\t-\t-", Request("GET", {}, "", "/a.php?c=eval($_POST[1]);&d=eval($_POST[1]);"), true},
+      // Words: what is exempt is not counted, what else they do is done, once.
+      {"words\t-\t-\t-\t-", Request("GET", {}, "", "/?c=verboten+darn"), false},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(std::string(c.line) + " " + c.request.body + c.request.raw_url);
@@ -176,6 +181,10 @@ TEST_F(Extended, ExemptsWhatIsSaidAndNothingElse) {
     EXPECT_EQ(RunInProcess(*server, c.request).finished, c.blocked);
   }
   EXPECT_NE(installation_.Log().find(R"("rule":"k2")"), std::string::npos) << "the event names what is left to exempt";
+  EXPECT_EQ(Count(installation_.Log(), "Keywords:darn"), 1U);
+  const std::string out = installation_.AllOut();
+  EXPECT_EQ(Count(out, "tongji feifa "), 0U) << out;
+  EXPECT_EQ(Count(out, "tongji feifa_record"), 1U) << out;
   ASSERT_TRUE(ReplaceFile(installation_.Directory() + "config/_exempt.db", "p1 without tabs"));
   Start(site);
   EXPECT_TRUE(State().config.Exemptions()->Empty());
