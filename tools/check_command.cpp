@@ -1,6 +1,4 @@
 // qivctl check: raw requests through the module's own notifications, in process.
-#include <CLI/CLI.hpp>
-
 #include <memory>
 #include <optional>
 #include <string>
@@ -10,6 +8,7 @@
 #include "common/char_set.h"
 #include "common/ip_address.h"
 #include "common/json.h"
+#include "config/config_parser.h"
 #include "host/in_process.h"
 #include "module/module_state.h"
 #include "module/register_module.h"
@@ -133,7 +132,7 @@ int Prepare(const CheckOptions& options, CCapture& capture) {
   const std::string directory = ResolveModuleDirectory(options.config);
   CReport report(options.config);
   if (directory.empty()) {
-    report.Error(0, "there is no config folder");
+    report.Error(0, NoModuleDirectory(options.config));
   } else if (!options.client.empty() && !CIpAddress::Parse(options.client)) {
     report.Error(0, "--client " + options.client + " is no IP address");
   } else {
@@ -191,7 +190,10 @@ int Check(const CheckOptions& options) {
     const bool registered = iis::Succeeded(server.Register(&RegisterModule));
     if (!registered || !State().config.IsConfigValid()) {
       CReport report(State().config.Paths().config_file);
-      report.Error(0, "the configuration cannot be used: the module would let every request pass");
+      const ConfigStatus status = State().config.LastStatus();
+      report.Error(0, "the configuration cannot be used, the module would let every request pass: " +
+                          (status == ConfigStatus::kUnreadable ? CannotRead(State().config.Paths().config_file)
+                                                               : std::string(ConfigStatusText(status))));
       exit_code = report.Print();
     } else {
       exit_code = options.batch ? CheckBatch(server, capture, options) : CheckFiles(server, capture, options);
@@ -203,20 +205,22 @@ int Check(const CheckOptions& options) {
 
 }  // namespace
 
-void AddCheckCommand(CLI::App* app, int* exit_code) {
+void AddCheckCommand(CCommand* program) {
   const auto options = std::make_shared<CheckOptions>();
-  CLI::App* const command = app->add_subcommand(
+  CCommand& command = program->AddCommand(
       "check", "Run raw HTTP requests through the module offline. Exit code 0: all pass, 1: one is blocked or refused");
-  command->add_option("--config", options->config, "Directory of the installation, or its config folder")->required();
-  command->add_option("--client", options->client, "Address the requests come from");
-  command->add_flag("--json", options->json, "One JSON object a line");
-  CLI::Option_group* const input = command->add_option_group("input");
-  input->add_flag("--batch", options->batch,
-                  "Requests from standard input, each after a line \"%% BYTES\" and before a line feed; one line of "
-                  "result each, divided by tabs: decision, status, check, item, reason, rule");
-  input->add_option("requests", options->files, "Files with a request as it goes over the wire; - is standard input");
-  input->require_option(1);
-  command->callback([options, exit_code] { *exit_code = Check(*options); });
+  command.AddOption("--config", &options->config, "Directory of the installation, or its config folder")
+      .ValueIs(ValueKind::kFolder)
+      .Required();
+  command.AddOption("--client", &options->client, "Address the requests come from");
+  command.AddFlag("--json", &options->json, "One JSON object a line");
+  CCommand& input = command.AddOneOf("input");
+  input.AddFlag("--batch", &options->batch,
+                "Requests from standard input, each after a line \"%% BYTES\" and before a line feed; one line of "
+                "result each, divided by tabs: decision, status, check, item, reason, rule");
+  input.AddOption("requests", &options->files, "Files with a request as it goes over the wire; - is standard input")
+      .ValueIs(ValueKind::kFile);
+  command.OnRun([options] { return Check(*options); });
 }
 
 }  // namespace qiv

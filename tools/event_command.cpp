@@ -1,6 +1,4 @@
 // qivctl event.
-#include <CLI/CLI.hpp>
-
 #include <algorithm>
 #include <memory>
 #include <string>
@@ -36,7 +34,7 @@ std::string EventText(const JsonObject& event) {
 
 int PrintEvent(const EventOptions& options) {
   const std::string directory = ResolveModuleDirectory(options.directory);
-  if (directory.empty()) return Fail(options.directory, "is no module directory: it holds no config folder");
+  if (directory.empty()) return Fail(options.directory, NoModuleDirectory(options.directory));
   const std::string id = CleanEventId(options.id);
   if (!IsEventId(id)) return Fail(options.id, "is no event number: they are 16 of the digits 0-9 and a-f");
   const std::string line = FindEvent(directory, id);
@@ -53,13 +51,13 @@ int PrintEvent(const EventOptions& options) {
 
 }  // namespace
 
-void AddEventCommand(CLI::App* app, int* exit_code) {
+void AddEventCommand(CCommand* program) {
   const auto options = std::make_shared<EventOptions>();
-  CLI::App* const event = app->add_subcommand("event", "Show the event whose number a block page gave");
-  event->add_option("id", options->id, "the number")->required();
-  event->add_option("--config", options->directory, "the module's directory")->required();
-  event->add_flag("--json", options->json, "the line as the log holds it");
-  event->callback([options, exit_code] { *exit_code = PrintEvent(*options); });
+  CCommand& event = program->AddCommand("event", "Show the event whose number a block page gave");
+  event.AddOption("id", &options->id, "the number").Required();
+  event.AddOption("--config", &options->directory, "the module's directory").ValueIs(ValueKind::kFolder).Required();
+  event.AddFlag("--json", &options->json, "the line as the log holds it");
+  event.OnRun([options] { return PrintEvent(*options); });
 }
 
 }  // namespace qiv

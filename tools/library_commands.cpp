@@ -1,6 +1,4 @@
 // qivctl library pack, library unpack.
-#include <CLI/CLI.hpp>
-
 #include <memory>
 #include <string>
 
@@ -29,6 +27,13 @@ int Store(const LibraryOptions& options, const std::string& name, const std::str
   return report.Print();
 }
 
+/// An option that would have no effect.
+int Refuse(const LibraryOptions& options, const std::string& why) {
+  CReport report(options.input);
+  report.Error(0, why + " does nothing");
+  return report.Print();
+}
+
 int Pack(const LibraryOptions& options) {
   RecordForm form;
   form.language = options.language == "zh-CN" ? Language::kChinese : Language::kEnglish;
@@ -36,14 +41,15 @@ int Pack(const LibraryOptions& options) {
   int exit_code = kExitOk;
   if (HoldsWebshellFiles(options.input)) {
     if (!options.language.empty()) {
-      CReport report(options.input);
-      report.Error(0, "holds rules for webshells, which keep their names in both languages: --language does nothing");
-      return report.Print();
+      return Refuse(options, "holds rules for webshells, which keep their names in both languages: --language");
     }
+    if (options.user_defined)
+      return Refuse(options, "holds rules for webshells, of which there is one library: --user");
     const std::string stored = PackWebshellFiles(options.input, &exit_code);
     return exit_code == kExitOk ? Store(options, "_trojan.db", stored) : exit_code;
   }
   if (HoldsBadcodeFiles(options.input)) {
+    if (options.user_defined) return Refuse(options, "holds rules for attacks, of which there is one library: --user");
     const std::string stored = PackBadcodeFiles(options.input, form.language, &exit_code);
     return exit_code == kExitOk ? Store(options, "_badcode.db", stored) : exit_code;
   }
@@ -53,7 +59,7 @@ int Pack(const LibraryOptions& options) {
 }
 
 void PutList(const LibraryOptions& options, const std::string& name, const std::string& text, CReport* report) {
-  const std::string path = options.output + "/" + name + ".txt";
+  const std::string path = PlainLibraryPath(options.output, name);
   if (options.output.empty()) {
     WriteOutput("# " + name + "\n" + text);
   } else if (!ReplaceFile(path, text)) {
@@ -80,31 +86,35 @@ int Unpack(const LibraryOptions& options) {
 
 }  // namespace
 
-void AddLibraryCommand(CLI::App* app, int* exit_code) {
-  CLI::App* const library = app->add_subcommand("library", "Rule libraries between plain text and their stored form");
-  library->require_subcommand(1);
+void AddLibraryCommand(CCommand* program) {
+  CCommand& library = program->AddCommand("library", "Rule libraries between plain text and their stored form");
+  library.RequireCommand();
   const auto options = std::make_shared<LibraryOptions>();
 
-  CLI::App* const pack = library->add_subcommand("pack", "Turn a folder of rule files into a library");
-  pack->add_option("folder", options->input,
-                   "holds sql_rules.txt, sql_keys.txt, xss_events.txt; or trojan_rules.txt, trojan_free.txt, "
-                   "trojan_removal.txt; "
-                   "or lfi.txt, rce.txt and the other families of rules/badcode")
-      ->required();
-  pack->add_option("-o,--output", options->output, "the folder that receives _sql.db, _trojan.db or _badcode.db")
-      ->required();
-  pack->add_option("--language", options->language,
-                   "language of the remarks, en-US without it; not of rules for webshells, which keep both")
-      ->check(CLI::IsMember({"en-US", "zh-CN"}));
-  pack->add_flag("--user", options->user_defined, "write the user-defined library, _sql_user.db");
-  pack->callback([options, exit_code] { *exit_code = Pack(*options); });
+  CCommand& pack = library.AddCommand("pack", "Turn a folder of rule files into a library");
+  pack.AddOption("folder", &options->input,
+                 "holds sql_rules.txt, sql_keys.txt, xss_events.txt; or trojan_rules.txt, trojan_free.txt, "
+                 "trojan_removal.txt; "
+                 "or lfi.txt, rce.txt and the other families of rules/badcode")
+      .ValueIs(ValueKind::kFolder)
+      .Required();
+  pack.AddOption("-o,--output", &options->output, "the folder that receives _sql.db, _trojan.db or _badcode.db")
+      .ValueIs(ValueKind::kFolder)
+      .Required();
+  pack.AddOption("--language", &options->language,
+                 "language of the remarks, en-US without it; not of rules for webshells, which keep both")
+      .Choices({"en-US", "zh-CN"});
+  pack.AddFlag("--user", &options->user_defined, "write the user-defined library, _sql_user.db");
+  pack.OnRun([options] { return Pack(*options); });
 
-  CLI::App* const unpack = library->add_subcommand("unpack", "Print a library as rule files");
-  unpack->add_option("file", options->input, "the _sql.db, _trojan.db or _badcode.db, or - for standard input")
-      ->required();
-  unpack->add_option("-o,--output", options->output, "a folder that receives the rule files instead");
-  unpack->add_flag("--user", options->user_defined, "it is a user-defined library");
-  unpack->callback([options, exit_code] { *exit_code = Unpack(*options); });
+  CCommand& unpack = library.AddCommand("unpack", "Print a library as rule files");
+  unpack.AddOption("file", &options->input, "the _sql.db, _trojan.db or _badcode.db, or - for standard input")
+      .ValueIs(ValueKind::kFile)
+      .Required();
+  unpack.AddOption("-o,--output", &options->output, "a folder that receives the rule files instead")
+      .ValueIs(ValueKind::kFolder);
+  unpack.AddFlag("--user", &options->user_defined, "it is a user-defined library");
+  unpack.OnRun([options] { return Unpack(*options); });
 }
 
 }  // namespace qiv

@@ -1,6 +1,4 @@
 // qivctl scan: looks for webshells in files and folders.
-#include <CLI/CLI.hpp>
-
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
@@ -20,6 +18,7 @@
 #include "port/clock.h"
 #include "port/console.h"
 #include "port/file.h"
+#include "tools/color.h"
 #include "tools/commands.h"
 #include "tools/file_judge.h"
 #include "tools/file_scan.h"
@@ -36,10 +35,10 @@ constexpr unsigned kMostJobs = 256;
 struct ScanOptions {
   std::vector<std::string> paths;
   TreeWalkOptions walk;
-  std::string config;  ///< of an installation; empty: the built-in rules alone
-  Language language = Language::kEnglish;
-  bool language_given = false;
+  std::string config;    ///< of an installation; empty: the built-in rules alone
+  std::string language;  ///< of the findings' names; empty: not given
   unsigned jobs = 0;
+  std::string color = "auto";
   bool json = false;
   bool no_suspicious = false;
 };
@@ -99,10 +98,12 @@ std::string JsonSummary(const FileScanTotals& totals, double seconds) {
   return WriteJson(line) + "\n";
 }
 
-std::string ReadableLine(const FileScanResult& result, Language language) {
+std::string ReadableLine(const FileScanResult& result, Language language, bool color) {
   const WebshellResult& finding = result.verdict.finding;
   const WebshellWords words = WordsOf(finding, language);
-  std::string text = (finding.suspicious ? "suspicious  " : "WEBSHELL    ") + PrintablePath(result.path) + ": ";
+  std::string text = (finding.suspicious ? Colored("suspicious", Color::kYellow, color)
+                                         : Colored("WEBSHELL", Color::kRed, color) + "  ") +
+                     "  " + PrintablePath(result.path) + ": ";
   if (!words.category.empty()) text += Printable(words.category) + ": ";
   text += Printable(words.name);
   if (!words.detail.empty() && words.detail != words.name) text += " (" + Printable(words.detail) + ")";
@@ -128,14 +129,16 @@ void PrintError(const std::string& path, const std::string& message) {
 bool LoadRules(const std::string& directory, Rules* rules, Language* language) {
   const std::string module = ResolveModuleDirectory(directory);
   if (module.empty()) {
-    PrintError(directory, "there is no config folder");
+    PrintError(directory, NoModuleDirectory(directory));
     return false;
   }
   WebsiteConfig site;
   const std::string settings = module + "config/_config.db";
   const ConfigStatus status = LoadConfigFile(settings, &site);
   if (status != ConfigStatus::kLoaded && status != ConfigStatus::kNotOnServers) {
-    PrintError(settings, "cannot be used");
+    const bool unreadable = status == ConfigStatus::kUnreadable;
+    PrintError(settings, unreadable ? CannotRead(settings, kConfigMaxBytes)
+                                    : "cannot be used: " + std::string(ConfigStatusText(status)));
     return false;
   }
   *language = site.language;
@@ -156,6 +159,8 @@ bool LoadRules(const std::string& directory, Rules* rules, Language* language) {
 
 FileScanTotals RunScan(const ScanOptions& options, const CFileJudge& judge, Language language, std::int64_t begin) {
   CScanProgress progress(begin);
+  const bool color = WantsColor(options.color, OutputStream::kOutput);
+  CReport::SetColor(WantsColor(options.color, OutputStream::kError));
   CFileScan scan(judge, options.jobs);
   return scan.Run(
       options.paths, options.walk,
@@ -163,7 +168,7 @@ FileScanTotals RunScan(const ScanOptions& options, const CFileJudge& judge, Lang
         progress.Clear();
         if (!result.verdict.error.empty()) PrintError(result.path, result.verdict.error);
         if (!result.verdict.found || (result.verdict.finding.suspicious && options.no_suspicious)) return;
-        WriteOutput(options.json ? JsonLine(result, language) : ReadableLine(result, language));
+        WriteOutput(options.json ? JsonLine(result, language) : ReadableLine(result, language, color));
       },
       [&](const FileScanTotals& totals) {
         progress.Show(totals, MonotonicMicroseconds());
@@ -177,7 +182,7 @@ int Scan(const ScanOptions& given) {
   Rules rules;
   Language language = Language::kEnglish;
   if (!options.config.empty() && !LoadRules(options.config, &rules, &language)) return kExitError;
-  if (options.language_given) language = options.language;
+  if (!options.language.empty()) language = options.language == "zh-CN" ? Language::kChinese : Language::kEnglish;
   const CFileJudge judge(rules.library, rules.user_rules, rules.free_code);
 
   interrupted = 0;
@@ -195,31 +200,26 @@ int Scan(const ScanOptions& given) {
 
 }  // namespace
 
-void AddScanCommand(CLI::App* app, int* exit_code) {
+void AddScanCommand(CCommand* program) {
   const auto options = std::make_shared<ScanOptions>();
-  CLI::App* const command = app->add_subcommand("scan",
-                                                "Look for webshells in files and folders. Exit code 0: none, 1: a "
-                                                "finding, 2: something cannot be read, 130: interrupted");
-  command->add_option("paths", options->paths, "Files and folders")->required();
-  command->add_flag("--json", options->json, "One JSON object a line, the last one with the sums");
-  command->add_option("--jobs", options->jobs, "Processors to use; all unless given")->check(CLI::Range(1U, kMostJobs));
+  CCommand& command = program->AddCommand("scan",
+                                          "Look for webshells in files and folders. Exit code 0: none, 1: a "
+                                          "finding, 2: something cannot be read, 130: interrupted");
+  command.AddOption("paths", &options->paths, "Files and folders").ValueIs(ValueKind::kFile).Required();
+  command.AddFlag("--json", &options->json, "One JSON object a line, the last one with the sums");
+  command.AddOption("--jobs", &options->jobs, "Processors to use; all unless given").Range(1U, kMostJobs);
   command
-      ->add_option("--exclude", options->walk.exclude,
-                   "Leave out names, or with \"/\" whole paths, of this form: * any text, ? one character")
-      ->allow_extra_args(false);
-  command->add_flag("--follow", options->walk.follow_links, "Follow links below the given folders");
-  command->add_flag("--no-suspicious", options->no_suspicious, "Leave out weak findings");
-  command->add_option("--config", options->config, "Installation whose own rules and language count as well");
-  command
-      ->add_option_function<std::string>(
-          "--language",
-          [options](const std::string& name) {
-            options->language = name == "zh-CN" ? Language::kChinese : Language::kEnglish;
-            options->language_given = true;
-          },
-          "Of the findings' names: en-US or zh-CN")
-      ->check(CLI::IsMember({"en-US", "zh-CN"}));
-  command->callback([options, exit_code] { *exit_code = Scan(*options); });
+      .AddOption("--exclude", &options->walk.exclude,
+                 "Leave out names, or with \"/\" whole paths, of this form: * any text, ? one character")
+      .OneValueEach();
+  command.AddFlag("--follow", &options->walk.follow_links, "Follow links below the given folders");
+  command.AddFlag("--no-suspicious", &options->no_suspicious, "Leave out weak findings");
+  command.AddOption("--config", &options->config, "Installation whose own rules and language count as well")
+      .ValueIs(ValueKind::kFolder);
+  command.AddOption("--language", &options->language, "Of the findings' names: en-US or zh-CN")
+      .Choices({"en-US", "zh-CN"});
+  AddColorOption(&command, &options->color);
+  command.OnRun([options] { return Scan(*options); });
 }
 
 }  // namespace qiv

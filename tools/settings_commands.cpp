@@ -1,11 +1,10 @@
 // qivctl pack, unpack, lint.
-#include <CLI/CLI.hpp>
-
 #include <memory>
 #include <string>
 
 #include "config/config_parser.h"
 #include "port/file.h"
+#include "tools/color.h"
 #include "tools/commands.h"
 #include "tools/files.h"
 #include "tools/settings_lint.h"
@@ -33,7 +32,8 @@ int Unpack(const std::string& input) {
   return report.Print();
 }
 
-int Lint(const std::string& input) {
+int Lint(const std::string& input, const std::string& color) {
+  CReport::SetColor(WantsColor(color, OutputStream::kError));
   CReport report(input);
   std::string text;
   if (!ReadInput(input, &text, &report)) return report.Print();
@@ -45,25 +45,33 @@ int Lint(const std::string& input) {
 struct Files {
   std::string input;
   std::string output;
+  std::string color = "auto";
 };
 
 }  // namespace
 
-void AddSettingsCommands(CLI::App* app, int* exit_code) {
+void AddSettingsCommands(CCommand* program) {
   const auto files = std::make_shared<Files>();
 
-  CLI::App* const pack = app->add_subcommand("pack", "Turn readable settings into a _config.db");
-  pack->add_option("settings", files->input, "settings.json, or - for standard input")->required();
-  pack->add_option("-o,--output", files->output, "the _config.db to write")->required();
-  pack->callback([files, exit_code] { *exit_code = Pack(files->input, files->output); });
+  CCommand& pack = program->AddCommand("pack", "Turn readable settings into a _config.db");
+  pack.AddOption("settings", &files->input, "settings.json, or - for standard input")
+      .ValueIs(ValueKind::kFile)
+      .Required();
+  pack.AddOption("-o,--output", &files->output, "the _config.db to write").ValueIs(ValueKind::kFile).Required();
+  pack.OnRun([files] { return Pack(files->input, files->output); });
 
-  CLI::App* const unpack = app->add_subcommand("unpack", "Print a _config.db as readable settings");
-  unpack->add_option("file", files->input, "the _config.db, or - for standard input")->required();
-  unpack->callback([files, exit_code] { *exit_code = Unpack(files->input); });
+  CCommand& unpack = program->AddCommand("unpack", "Print a _config.db as readable settings");
+  unpack.AddOption("file", &files->input, "the _config.db, or - for standard input")
+      .ValueIs(ValueKind::kFile)
+      .Required();
+  unpack.OnRun([files] { return Unpack(files->input); });
 
-  CLI::App* const lint = app->add_subcommand("lint", "Say what is unknown or doubtful in readable settings");
-  lint->add_option("settings", files->input, "settings.json, or - for standard input")->required();
-  lint->callback([files, exit_code] { *exit_code = Lint(files->input); });
+  CCommand& lint = program->AddCommand("lint", "Say what is unknown or doubtful in readable settings");
+  lint.AddOption("settings", &files->input, "settings.json, or - for standard input")
+      .ValueIs(ValueKind::kFile)
+      .Required();
+  AddColorOption(&lint, &files->color);
+  lint.OnRun([files] { return Lint(files->input, files->color); });
 }
 
 }  // namespace qiv

@@ -412,7 +412,7 @@ TEST(Qivctl, AFullDiskAtTheOutputIsAnError) {
         "encrypt <@/settings.json", "unpack @/config/_config.db", "scan @/settings.json"}) {
     const Outcome outcome = Shell(QIVCTL " " + ReplaceAll(command, "@", module) + " >/dev/full");
     EXPECT_EQ(outcome.exit_code, 2) << command << outcome.output;
-    EXPECT_NE(outcome.output.find("standard output: cannot be written"), std::string::npos) << command;
+    EXPECT_NE(outcome.output.find("standard output: cannot be written: No space left"), std::string::npos) << command;
   }
 }
 
