@@ -15,4 +15,14 @@ void PrepareStandardStreams();
 /// Columns of the terminal that standard error goes to; 0 when it goes elsewhere.
 int TerminalWidth();
 
+struct TerminalSize {
+  int columns = 0;
+  int rows = 0;
+};
+/// Of the terminal that standard output goes to; nothing of both when it goes elsewhere.
+TerminalSize OutputTerminalSize();
+
+/// Has the terminal of standard output obey escape sequences (ECMA-48). False when there is none, or it cannot.
+bool EnableEscapeSequences();
+
 }  // namespace qiv

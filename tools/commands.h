@@ -21,5 +21,6 @@ void AddLogCommand(CCommand* program);
 void AddReportCommand(CCommand* program);
 void AddScanCommand(CCommand* program);
 void AddServiceCommand(CCommand* program);
+void AddTopCommand(CCommand* program);
 
 }  // namespace qiv

@@ -40,6 +40,7 @@ int main(int argc, char** argv) {
   qiv::AddReportCommand(&program);
   qiv::AddScanCommand(&program);
   qiv::AddServiceCommand(&program);
+  qiv::AddTopCommand(&program);
   qiv::AddDocumentationCommands(&program);
 
   try {

@@ -3,6 +3,9 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <cstdlib>
+#include <string_view>
+
 namespace qiv {
 
 std::vector<std::string> CommandLineArguments(int argc, char** argv) {
@@ -16,6 +19,18 @@ int TerminalWidth() {
   winsize size{};
   if (::isatty(STDERR_FILENO) == 0) return 0;
   return ::ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : kUsualWidth;
+}
+
+TerminalSize OutputTerminalSize() {
+  winsize size{};
+  if (::isatty(STDOUT_FILENO) == 0) return {};
+  if (::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0 || size.ws_row == 0) return {80, 24};
+  return {size.ws_col, size.ws_row};
+}
+
+bool EnableEscapeSequences() {
+  const char* const kind = std::getenv("TERM");
+  return ::isatty(STDOUT_FILENO) != 0 && kind != nullptr && std::string_view(kind) != "dumb";
 }
 
 }  // namespace qiv

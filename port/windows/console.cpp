@@ -34,4 +34,17 @@ int TerminalWidth() {
   return info.srWindow.Right - info.srWindow.Left + 1;
 }
 
+TerminalSize OutputTerminalSize() {
+  CONSOLE_SCREEN_BUFFER_INFO info;
+  if (!GetConsoleScreenBufferInfo(GetStdHandle(STD_OUTPUT_HANDLE), &info)) return {};
+  return {info.srWindow.Right - info.srWindow.Left + 1, info.srWindow.Bottom - info.srWindow.Top + 1};
+}
+
+bool EnableEscapeSequences() {
+  constexpr DWORD kEscapeSequences = 0x0004;  // ENABLE_VIRTUAL_TERMINAL_PROCESSING, which older headers lack
+  const HANDLE output = GetStdHandle(STD_OUTPUT_HANDLE);
+  DWORD mode = 0;
+  return GetConsoleMode(output, &mode) && SetConsoleMode(output, mode | kEscapeSequences);
+}
+
 }  // namespace qiv
