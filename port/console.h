@@ -22,7 +22,10 @@ struct TerminalSize {
 /// Of the terminal that standard output goes to; nothing of both when it goes elsewhere.
 TerminalSize OutputTerminalSize();
 
-/// Has the terminal of standard output obey escape sequences (ECMA-48). False when there is none, or it cannot.
-bool EnableEscapeSequences();
+enum class OutputStream { kOutput, kError };
+
+/// Whether the stream goes to a terminal that obeys sequences for colours (ESC [ ... m). A console that has to be told
+/// to obey them is told.
+bool ShowsColor(OutputStream stream);
 
 }  // namespace qiv

@@ -53,7 +53,7 @@ class CBadcodeFolder {
     if (!IsFile(path)) return;
     report_ = CReport(path);
     std::string text;
-    if (!ReadInput(path, &text)) report_.Error(0, "cannot be read");
+    ReadInput(path, &text, &report_);
     std::size_t number = 0;
     for (std::string_view line : SplitUtf8(text, "\n")) {
       line_ = ++number;

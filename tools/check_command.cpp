@@ -8,6 +8,7 @@
 #include "common/char_set.h"
 #include "common/ip_address.h"
 #include "common/json.h"
+#include "config/config_parser.h"
 #include "host/in_process.h"
 #include "module/module_state.h"
 #include "module/register_module.h"
@@ -131,7 +132,7 @@ int Prepare(const CheckOptions& options, CCapture& capture) {
   const std::string directory = ResolveModuleDirectory(options.config);
   CReport report(options.config);
   if (directory.empty()) {
-    report.Error(0, "there is no config folder");
+    report.Error(0, NoModuleDirectory(options.config));
   } else if (!options.client.empty() && !CIpAddress::Parse(options.client)) {
     report.Error(0, "--client " + options.client + " is no IP address");
   } else {
@@ -189,7 +190,10 @@ int Check(const CheckOptions& options) {
     const bool registered = iis::Succeeded(server.Register(&RegisterModule));
     if (!registered || !State().config.IsConfigValid()) {
       CReport report(State().config.Paths().config_file);
-      report.Error(0, "the configuration cannot be used: the module would let every request pass");
+      const ConfigStatus status = State().config.LastStatus();
+      report.Error(0, "the configuration cannot be used, the module would let every request pass: " +
+                          (status == ConfigStatus::kUnreadable ? CannotRead(State().config.Paths().config_file)
+                                                               : std::string(ConfigStatusText(status))));
       exit_code = report.Print();
     } else {
       exit_code = options.batch ? CheckBatch(server, capture, options) : CheckFiles(server, capture, options);

@@ -21,6 +21,7 @@ void AddLogCommand(CCommand* program);
 void AddReportCommand(CCommand* program);
 void AddScanCommand(CCommand* program);
 void AddServiceCommand(CCommand* program);
+void AddStatusCommand(CCommand* program);
 void AddTopCommand(CCommand* program);
 
 }  // namespace qiv

@@ -34,7 +34,7 @@ std::string EventText(const JsonObject& event) {
 
 int PrintEvent(const EventOptions& options) {
   const std::string directory = ResolveModuleDirectory(options.directory);
-  if (directory.empty()) return Fail(options.directory, "is no module directory: it holds no config folder");
+  if (directory.empty()) return Fail(options.directory, NoModuleDirectory(options.directory));
   const std::string id = CleanEventId(options.id);
   if (!IsEventId(id)) return Fail(options.id, "is no event number: they are 16 of the digits 0-9 and a-f");
   const std::string line = FindEvent(directory, id);

@@ -91,8 +91,10 @@ bool CExchangeService::Start(std::string* error) {
   if (!running_->Held()) return Fail(error, "a service is running for this folder already");
   std::string text;
   if (FileModificationTime(journal_file_) != 0) {
-    const bool read = ReadWholeFile(journal_file_, kJournalMaxBytes, &text) == ReadFileResult::kOk;
-    if (!read || !journal_.FromJson(text)) return Fail(error, journal_file_ + " cannot be read, or is damaged");
+    if (ReadWholeFile(journal_file_, kJournalMaxBytes, &text) != ReadFileResult::kOk) {
+      return Fail(error, journal_file_ + " " + CannotRead(journal_file_, kJournalMaxBytes));
+    }
+    if (!journal_.FromJson(text)) return Fail(error, journal_file_ + " is damaged");
   }
   WebsiteConfig config;
   if (LoadConfigFile(folder_ + "_config.db", &config) == ConfigStatus::kLoaded) states_.SetLanguage(config.language);

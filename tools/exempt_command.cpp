@@ -34,7 +34,7 @@ struct ExemptOptions {
 bool Load(const ExemptOptions& options, std::string* path, std::vector<Exemption>* exemptions, int* exit_code) {
   const std::string directory = ResolveModuleDirectory(options.directory);
   if (directory.empty()) {
-    *exit_code = Fail(options.directory, "is no module directory: it holds no config folder");
+    *exit_code = Fail(options.directory, NoModuleDirectory(options.directory));
     return false;
   }
   *path = ConfigPaths(directory).exemptions;
@@ -136,7 +136,7 @@ std::string ShellWord(const std::string& text) { return "'" + ReplaceAll(text, "
 /// Prints the smallest exemption that would have let the event's request pass; changes nothing.
 int Propose(const ExemptOptions& options) {
   const std::string directory = ResolveModuleDirectory(options.directory);
-  if (directory.empty()) return Fail(options.directory, "is no module directory: it holds no config folder");
+  if (directory.empty()) return Fail(options.directory, NoModuleDirectory(options.directory));
   const std::string id = CleanEventId(options.event);
   if (!IsEventId(id)) return Fail(options.event, "is no event number: they are 16 of the digits 0-9 and a-f");
   const std::unique_ptr<IJsonValue> value = ParseJson(FindEvent(directory, id));

@@ -15,6 +15,7 @@
 #include "port/directory.h"
 #include "port/file.h"
 #include "port/module_path.h"
+#include "port/system_error.h"
 #include "tools/files.h"
 
 namespace qiv {
@@ -181,7 +182,7 @@ void CFileJudge::JudgeLong(const std::string& path, bool is_named, Cores* cores,
     }
     const auto wanted = static_cast<std::size_t>(std::min<std::uint64_t>(kPiece, data.end - at));
     if (ReadFilePart(path, at, wanted, &piece) != ReadFileResult::kOk) {
-      verdict->error = "cannot be read to its end";
+      verdict->error = "cannot be read to its end: " + LastSystemError();
       break;
     }
     if (piece.empty()) break;  // it was cut short meanwhile

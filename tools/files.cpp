@@ -1,9 +1,15 @@
 #include "tools/files.h"
 
 #include <atomic>
+#include <chrono>
 #include <cstdio>
+#include <filesystem>
+#include <system_error>
+#include <utility>
 #include <vector>
 
+#include "port/clock.h"
+#include "port/directory.h"
 #include "port/file.h"
 #include "port/module_path.h"
 #include "port/system_error.h"
@@ -12,6 +18,7 @@ namespace qiv {
 namespace {
 
 std::atomic<bool> output_failed{false};
+std::string output_error;  // written once, by whoever sets output_failed
 
 bool IsSeparator(char c) { return c == '/' || c == kPathSeparator; }
 
@@ -55,6 +62,16 @@ std::string CannotWrite() { return "cannot be written: " + LastSystemError(); }
 
 bool IsFile(const std::string& path) { return FileSize(path).has_value(); }
 
+std::int64_t WrittenAt(const std::string& path) {
+  using FileClock = std::filesystem::file_time_type::clock;
+  std::error_code error;
+  const auto time = std::filesystem::last_write_time(std::u8string(path.begin(), path.end()), error);
+  if (error) return 0;
+  // The clock of files begins at another moment on each system.
+  const auto age = std::chrono::duration_cast<std::chrono::milliseconds>(FileClock::now() - time);
+  return (UnixMicroseconds() / 1000 - age.count()) / 1000;
+}
+
 bool IsDirectory(const std::string& path) { return FileModificationTime(path) != 0 && !IsFile(path); }
 
 bool MakeDirectories(const std::string& path) {
@@ -67,10 +84,14 @@ bool MakeDirectories(const std::string& path) {
 
 void WriteOutput(std::string_view text) {
   const bool written = std::fwrite(text.data(), 1, text.size(), stdout) == text.size();
-  if (std::fflush(stdout) != 0 || !written) output_failed.store(true);
+  if (std::fflush(stdout) == 0 && written) return;
+  std::string error = CannotWrite();
+  if (!output_failed.exchange(true)) output_error = std::move(error);
 }
 
 bool OutputIsGood() { return !output_failed.load(); }
+
+std::string OutputError() { return output_error.empty() ? "cannot be written" : output_error; }
 
 std::string ResolveModuleDirectory(const std::string& given) {
   std::string directory = given;
@@ -85,6 +106,17 @@ std::string ResolveModuleDirectory(const std::string& given) {
   directory.resize(directory.size() - kName.size());
   if (directory.empty()) return with_separator(".");
   return IsSeparator(directory.back()) ? directory : std::string();
+}
+
+std::string NoModuleDirectory(const std::string& given) {
+  const PathKind kind = PathKindOf(given);
+  if (kind == PathKind::kUnknown) return "cannot be examined: " + LastSystemError();
+  if (kind == PathKind::kMissing) return "does not exist";
+  if (kind != PathKind::kDirectory) return "is no folder";
+  std::vector<DirectoryEntry> entries;
+  DirectoryIdentity identity;
+  if (!ListDirectory(given, &entries, &identity)) return "cannot be read: " + LastSystemError();
+  return "is no module directory: it holds no config folder";
 }
 
 std::string FindRulesDirectory(const std::string& given) {

@@ -24,6 +24,8 @@ std::string CannotRead(const std::string& path, std::uint64_t limit = kLongestIn
 std::string CannotWrite();
 
 bool IsFile(const std::string& path);
+/// When it was last written, in seconds since 1970; 0 when it cannot be examined.
+std::int64_t WrittenAt(const std::string& path);
 bool IsDirectory(const std::string& path);
 
 /// Creates the folder and those above it.
@@ -33,10 +35,14 @@ bool MakeDirectories(const std::string& path);
 void WriteOutput(std::string_view text);
 /// Whether standard output took everything so far.
 bool OutputIsGood();
+/// "cannot be written: " and the reason of the first text that it did not take.
+std::string OutputError();
 
 /// The module directory for what the user gave: that directory itself or the config folder in it. With its trailing
 /// separator; empty when there is neither DIR/config nor a DIR called config.
 std::string ResolveModuleDirectory(const std::string& given);
+/// Why that is empty: "does not exist", and so on.
+std::string NoModuleDirectory(const std::string& given);
 
 /// The folder of rule data: `given` when it is not empty; else rules/ beside the executable, beside its folder, or in
 /// share/qiv/ there; else that of the source tree this tool was built from. Empty when there is none.

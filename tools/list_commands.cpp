@@ -122,7 +122,7 @@ int Put(const ListOptions& options, ClientList list, std::string_view command) {
   const std::vector<CIpAddress> addresses = ParseAddresses(options.addresses, command);
   if (addresses.empty()) return kExitError;
   const std::string directory = ResolveModuleDirectory(options.directory);
-  if (directory.empty()) return Fail(options.directory, "is no module directory: it holds no config folder");
+  if (directory.empty()) return Fail(options.directory, NoModuleDirectory(options.directory));
   std::vector<std::string> warnings;
   int exit_code = ChangeLists(directory, [&](CListStore& store, std::int64_t now, Said* said) {
     for (const CIpAddress& address : addresses) {
@@ -153,7 +153,7 @@ int Forgive(const ListOptions& options) {
   const std::vector<CIpAddress> addresses = ParseAddresses(options.addresses, "forgive");
   if (addresses.empty()) return kExitError;
   const std::string directory = ResolveModuleDirectory(options.directory);
-  if (directory.empty()) return Fail(options.directory, "is no module directory: it holds no config folder");
+  if (directory.empty()) return Fail(options.directory, NoModuleDirectory(options.directory));
   return ChangeLists(directory, [&](CListStore& store, std::int64_t, Said* said) {
     for (const CIpAddress& address : addresses) {
       std::string lists;
@@ -198,7 +198,7 @@ void PrintTable(const std::vector<ListEntry>& entries) {
 
 int Show(const ListOptions& options) {
   const std::string directory = ResolveModuleDirectory(options.directory);
-  if (directory.empty()) return Fail(options.directory, "is no module directory: it holds no config folder");
+  if (directory.empty()) return Fail(options.directory, NoModuleDirectory(options.directory));
   CListStore store(directory);
   if (!store.Load()) return Fail(store.Path(), store.LoadError());
   store.Expire(UnixSeconds());

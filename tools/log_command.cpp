@@ -49,7 +49,7 @@ int PrintLog(const LogOptions& options) {
   const std::string directory = ResolveModuleDirectory(options.directory);
   if (directory.empty()) {
     CReport report(options.directory);
-    report.Error(0, "is no module directory: it holds no config folder");
+    report.Error(0, NoModuleDirectory(options.directory));
     return report.Print();
   }
   const std::vector<std::string> files = OutFiles(directory);

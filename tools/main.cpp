@@ -16,7 +16,7 @@ namespace {
 int AfterOutput(int exit_code) {
   if (std::cout.flush() && qiv::OutputIsGood()) return exit_code;
   qiv::CReport report("standard output");
-  report.Error(0, "cannot be written");
+  report.Error(0, qiv::OutputError());
   return report.Print();
 }
 
@@ -40,6 +40,7 @@ int main(int argc, char** argv) {
   qiv::AddReportCommand(&program);
   qiv::AddScanCommand(&program);
   qiv::AddServiceCommand(&program);
+  qiv::AddStatusCommand(&program);
   qiv::AddTopCommand(&program);
   qiv::AddDocumentationCommands(&program);
 

@@ -18,6 +18,7 @@
 #include "port/clock.h"
 #include "port/console.h"
 #include "port/file.h"
+#include "tools/color.h"
 #include "tools/commands.h"
 #include "tools/file_judge.h"
 #include "tools/file_scan.h"
@@ -37,6 +38,7 @@ struct ScanOptions {
   std::string config;    ///< of an installation; empty: the built-in rules alone
   std::string language;  ///< of the findings' names; empty: not given
   unsigned jobs = 0;
+  std::string color = "auto";
   bool json = false;
   bool no_suspicious = false;
 };
@@ -96,10 +98,12 @@ std::string JsonSummary(const FileScanTotals& totals, double seconds) {
   return WriteJson(line) + "\n";
 }
 
-std::string ReadableLine(const FileScanResult& result, Language language) {
+std::string ReadableLine(const FileScanResult& result, Language language, bool color) {
   const WebshellResult& finding = result.verdict.finding;
   const WebshellWords words = WordsOf(finding, language);
-  std::string text = (finding.suspicious ? "suspicious  " : "WEBSHELL    ") + PrintablePath(result.path) + ": ";
+  std::string text = (finding.suspicious ? Colored("suspicious", Color::kYellow, color)
+                                         : Colored("WEBSHELL", Color::kRed, color) + "  ") +
+                     "  " + PrintablePath(result.path) + ": ";
   if (!words.category.empty()) text += Printable(words.category) + ": ";
   text += Printable(words.name);
   if (!words.detail.empty() && words.detail != words.name) text += " (" + Printable(words.detail) + ")";
@@ -125,14 +129,16 @@ void PrintError(const std::string& path, const std::string& message) {
 bool LoadRules(const std::string& directory, Rules* rules, Language* language) {
   const std::string module = ResolveModuleDirectory(directory);
   if (module.empty()) {
-    PrintError(directory, "there is no config folder");
+    PrintError(directory, NoModuleDirectory(directory));
     return false;
   }
   WebsiteConfig site;
   const std::string settings = module + "config/_config.db";
   const ConfigStatus status = LoadConfigFile(settings, &site);
   if (status != ConfigStatus::kLoaded && status != ConfigStatus::kNotOnServers) {
-    PrintError(settings, "cannot be used");
+    const bool unreadable = status == ConfigStatus::kUnreadable;
+    PrintError(settings, unreadable ? CannotRead(settings, kConfigMaxBytes)
+                                    : "cannot be used: " + std::string(ConfigStatusText(status)));
     return false;
   }
   *language = site.language;
@@ -153,6 +159,8 @@ bool LoadRules(const std::string& directory, Rules* rules, Language* language) {
 
 FileScanTotals RunScan(const ScanOptions& options, const CFileJudge& judge, Language language, std::int64_t begin) {
   CScanProgress progress(begin);
+  const bool color = WantsColor(options.color, OutputStream::kOutput);
+  CReport::SetColor(WantsColor(options.color, OutputStream::kError));
   CFileScan scan(judge, options.jobs);
   return scan.Run(
       options.paths, options.walk,
@@ -160,7 +168,7 @@ FileScanTotals RunScan(const ScanOptions& options, const CFileJudge& judge, Lang
         progress.Clear();
         if (!result.verdict.error.empty()) PrintError(result.path, result.verdict.error);
         if (!result.verdict.found || (result.verdict.finding.suspicious && options.no_suspicious)) return;
-        WriteOutput(options.json ? JsonLine(result, language) : ReadableLine(result, language));
+        WriteOutput(options.json ? JsonLine(result, language) : ReadableLine(result, language, color));
       },
       [&](const FileScanTotals& totals) {
         progress.Show(totals, MonotonicMicroseconds());
@@ -210,6 +218,7 @@ void AddScanCommand(CCommand* program) {
       .ValueIs(ValueKind::kFolder);
   command.AddOption("--language", &options->language, "Of the findings' names: en-US or zh-CN")
       .Choices({"en-US", "zh-CN"});
+  AddColorOption(&command, &options->color);
   command.OnRun([options] { return Scan(*options); });
 }
 

@@ -32,7 +32,7 @@ int Serve(const ServiceCommandOptions& given) {
   ServiceOptions options;
   options.module_directory = ResolveModuleDirectory(given.directory);
   if (options.module_directory.empty()) {
-    return Fail(given.directory, "is no module directory: it holds no config folder");
+    return Fail(given.directory, NoModuleDirectory(given.directory));
   }
   options.rotate_bytes = given.rotate_mib << 20;
   if (!given.quiet) options.print = [](const std::string& line) { WriteOutput(line + "\n"); };

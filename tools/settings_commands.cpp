@@ -4,6 +4,7 @@
 
 #include "config/config_parser.h"
 #include "port/file.h"
+#include "tools/color.h"
 #include "tools/commands.h"
 #include "tools/files.h"
 #include "tools/settings_lint.h"
@@ -31,7 +32,8 @@ int Unpack(const std::string& input) {
   return report.Print();
 }
 
-int Lint(const std::string& input) {
+int Lint(const std::string& input, const std::string& color) {
+  CReport::SetColor(WantsColor(color, OutputStream::kError));
   CReport report(input);
   std::string text;
   if (!ReadInput(input, &text, &report)) return report.Print();
@@ -43,6 +45,7 @@ int Lint(const std::string& input) {
 struct Files {
   std::string input;
   std::string output;
+  std::string color = "auto";
 };
 
 }  // namespace
@@ -67,7 +70,8 @@ void AddSettingsCommands(CCommand* program) {
   lint.AddOption("settings", &files->input, "settings.json, or - for standard input")
       .ValueIs(ValueKind::kFile)
       .Required();
-  lint.OnRun([files] { return Lint(files->input); });
+  AddColorOption(&lint, &files->color);
+  lint.OnRun([files] { return Lint(files->input, files->color); });
 }
 
 }  // namespace qiv

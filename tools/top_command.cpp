@@ -3,13 +3,14 @@
 #include <chrono>
 #include <csignal>
 #include <cstdint>
-#include <cstdlib>
 #include <memory>
 #include <string>
 #include <thread>
 
+#include "port/administration.h"
 #include "port/clock.h"
 #include "port/console.h"
+#include "tools/color.h"
 #include "tools/commands.h"
 #include "tools/files.h"
 #include "tools/printable.h"
@@ -28,6 +29,7 @@ struct TopOptions {
   unsigned every = 1;
   std::uint64_t lines = 0;
   bool once = false;
+  std::string color = "auto";
 };
 
 volatile std::sig_atomic_t interrupted = 0;  // the signal's number
@@ -83,11 +85,10 @@ int Top(const TopOptions& options) {
   interrupted = 0;
   std::signal(SIGINT, OnInterrupt);
   std::signal(SIGTERM, OnInterrupt);
-  const char* const no_colour = std::getenv("NO_COLOR");
-  const bool terminal = EnableEscapeSequences();
+  const bool terminal = EnvironmentText("TERM") != "dumb" && ShowsColor(OutputStream::kOutput);
   CTopView::Shape shape;
   shape.lines = static_cast<std::size_t>(options.lines);
-  shape.colour = terminal && (no_colour == nullptr || *no_colour == '\0');
+  shape.colour = WantsColor(options.color, OutputStream::kOutput);
   CTopView view(directory);
   {
     const CScreen screen(terminal && !options.once);
@@ -114,6 +115,7 @@ void AddTopCommand(CCommand* program) {
   top.AddOption("--every", &options->every, "seconds between two views").Range(1, kLongestPause).ShowDefault();
   top.AddOption("--lines", &options->lines, "of each table; as many as fit unless given").Range(1, kMostLines);
   top.AddFlag("--once", &options->once, "print one view and end");
+  AddColorOption(&top, &options->color);
   top.OnRun([options] { return Top(*options); });
 }
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "port/code_page.h"
+#include "tools/color.h"
 #include "tools/log_text.h"
 #include "tools/printable.h"
 #include "tools/scan_progress.h"
@@ -48,15 +49,13 @@ std::string RightAligned(const std::string& text, std::size_t columns) {
   return text.size() < columns ? std::string(columns - text.size(), ' ') + text : text;
 }
 
-std::string Coloured(const std::string& text, std::string_view code, bool colour) {
-  return colour ? "\x1B[" + std::string(code) + "m" + text + "\x1B[0m" : text;
-}
+std::string Bold(const std::string& text, bool colour) { return colour ? "\x1B[1m" + text + "\x1B[0m" : text; }
 
 /// One table of so many lines and a heading.
 std::vector<std::string> TableLines(std::string_view title, const CRecentEvents::Ranking& ranking, std::size_t lines,
                                     std::size_t columns, bool colour) {
   const std::size_t name_columns = columns > kCountColumns + 1 ? columns - kCountColumns - 1 : 1;
-  std::vector<std::string> table{Coloured(InColumns(title, columns), "1", colour)};
+  std::vector<std::string> table{Bold(InColumns(title, columns), colour)};
   for (const auto& [name, count] : ranking) {
     table.push_back(InColumns(RightAligned(Grouped(count), kCountColumns) + " ", kCountColumns + 1) +
                     InColumns(name.empty() ? "-" : name, name_columns));
@@ -182,10 +181,10 @@ std::vector<std::string> CTopView::Frame(const Shape& shape, std::int64_t now) {
   std::vector<std::string> locked = Locked(now, kLockedShown);
 
   std::vector<std::string> frame;
-  frame.push_back(Coloured(InColumns("qivctl top  " + LocalTimeText(now) + "  " + PrintablePath(directory_), columns),
-                           "1", shape.colour));
   frame.push_back(
-      Coloured(InColumns("Protection  " + protection, columns), protection == "on" ? "32" : "31", shape.colour));
+      Bold(InColumns("qivctl top  " + LocalTimeText(now) + "  " + PrintablePath(directory_), columns), shape.colour));
+  frame.push_back(Colored(InColumns("Protection  " + protection, columns),
+                          protection == "on" ? Color::kGreen : Color::kRed, shape.colour));
   frame.push_back(InColumns("Events      " + std::to_string(static_cast<int>(rate)) + "." +
                                 std::to_string(static_cast<int>(rate * 10) % 10) + " a second, " +
                                 Grouped(recent_.Count(60, now)) + " in a minute, " +

@@ -101,7 +101,7 @@ bool CTreeWalk::Visit(PathKind kind, Step* step) {
     case PathKind::kDirectory:
       return Enter(step);
     case PathKind::kUnknown:
-      *step = {path_, "cannot be examined"};
+      *step = {path_, "cannot be examined: " + LastSystemError()};
       return true;
     default:
       return false;

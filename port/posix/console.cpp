@@ -3,9 +3,6 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
-#include <cstdlib>
-#include <string_view>
-
 namespace qiv {
 
 std::vector<std::string> CommandLineArguments(int argc, char** argv) {
@@ -28,9 +25,8 @@ TerminalSize OutputTerminalSize() {
   return {size.ws_col, size.ws_row};
 }
 
-bool EnableEscapeSequences() {
-  const char* const kind = std::getenv("TERM");
-  return ::isatty(STDOUT_FILENO) != 0 && kind != nullptr && std::string_view(kind) != "dumb";
+bool ShowsColor(OutputStream stream) {
+  return ::isatty(stream == OutputStream::kOutput ? STDOUT_FILENO : STDERR_FILENO) != 0;
 }
 
 }  // namespace qiv

@@ -40,11 +40,11 @@ TerminalSize OutputTerminalSize() {
   return {info.srWindow.Right - info.srWindow.Left + 1, info.srWindow.Bottom - info.srWindow.Top + 1};
 }
 
-bool EnableEscapeSequences() {
-  constexpr DWORD kEscapeSequences = 0x0004;  // ENABLE_VIRTUAL_TERMINAL_PROCESSING, which older headers lack
-  const HANDLE output = GetStdHandle(STD_OUTPUT_HANDLE);
+bool ShowsColor(OutputStream stream) {
+  constexpr DWORD kObeySequences = 0x0004;  // ENABLE_VIRTUAL_TERMINAL_PROCESSING, which older headers lack
+  const HANDLE console = GetStdHandle(stream == OutputStream::kOutput ? STD_OUTPUT_HANDLE : STD_ERROR_HANDLE);
   DWORD mode = 0;
-  return GetConsoleMode(output, &mode) && SetConsoleMode(output, mode | kEscapeSequences);
+  return GetConsoleMode(console, &mode) != 0 && SetConsoleMode(console, mode | kObeySequences) != 0;
 }
 
 }  // namespace qiv
