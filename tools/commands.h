@@ -14,7 +14,7 @@ void AddCheckCommand(CCommand* program);
 void AddReferenceCommand(CCommand* program);
 void AddAreaCommand(CCommand* program);
 void AddListCommands(CCommand* program);           ///< deny, auth, verify, forgive, lists
-void AddDocumentationCommands(CCommand* program);  ///< completions, man; after all others
+void AddDocumentationCommands(CCommand* program);  ///< completions, man
 void AddEventCommand(CCommand* program);
 void AddExemptCommand(CCommand* program);
 void AddLogCommand(CCommand* program);
