@@ -14,7 +14,7 @@ void AddCheckCommand(CCommand* program);
 void AddReferenceCommand(CCommand* program);
 void AddAreaCommand(CCommand* program);
 void AddListCommands(CCommand* program);           ///< deny, auth, verify, forgive, lists
-void AddDocumentationCommands(CCommand* program);  ///< completions, man; after all others
+void AddDocumentationCommands(CCommand* program);  ///< completions, man
 void AddEventCommand(CCommand* program);
 void AddExemptCommand(CCommand* program);
 void AddLogCommand(CCommand* program);
@@ -22,5 +22,6 @@ void AddReportCommand(CCommand* program);
 void AddScanCommand(CCommand* program);
 void AddServiceCommand(CCommand* program);
 void AddStatusCommand(CCommand* program);
+void AddTopCommand(CCommand* program);
 
 }  // namespace qiv

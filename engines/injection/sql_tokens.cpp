@@ -261,7 +261,8 @@ void CSqlTokens::ReadWord() {
   }
   const std::size_t limit = std::min(text_.size(), at_ + room_);
   end = std::min(shared_.NameEnd(at_), limit);
-  // "select@@version", "select`name`from": a word of SQL ends there. None holds such a mark itself, so the first counts.
+  // "select@@version", "select`name`from": a word of SQL ends there. None holds such a mark itself, so the first
+  // counts.
   const std::size_t longest = std::min(end, at_ + kLongestSqlWord + 1);
   std::size_t mark = at_ + 1;
   while (mark < longest && text_[mark] != '@' && text_[mark] != '`') ++mark;
