@@ -38,17 +38,12 @@ constexpr const char* kAllAccess =
         "type_file_types": "mdb,ini,inc"},
         "website_response": {"passwd": "1", "passwd_key": "k"}})";
 
-struct Setting {
-  const char* name;
-  const char* profile;
-  const char* changes;
-};
-constexpr Setting kSettings[] = {{"default", "default", ""},
-                                 {"default_without_access", "default", kNoAccess},
-                                 {"default_all_access", "default", kAllAccess},
-                                 {"strict", "strict", R"({"website_attack": {"cc_lock_freq": "2000000000"}})"},
-                                 {"strict_without_access", "strict", kNoAccess},
-                                 {"strict_all_access", "strict", kAllAccess}};
+constexpr BenchSetting kSettings[] = {{"default", "default", ""},
+                                      {"default_without_access", "default", kNoAccess},
+                                      {"default_all_access", "default", kAllAccess},
+                                      {"strict", "strict", R"({"website_attack": {"cc_lock_freq": "2000000000"}})"},
+                                      {"strict_without_access", "strict", kNoAccess},
+                                      {"strict_all_access", "strict", kAllAccess}};
 
 /// The module of this process uses another installation while this lives.
 class CUsing {
@@ -69,7 +64,7 @@ class CUsing {
   bool ready_ = false;
 };
 
-void PlainGetWith(benchmark::State& state, const std::string& rules, const Setting* setting) {
+void PlainGetWith(benchmark::State& state, const std::string& rules, const BenchSetting* setting) {
   const CUsing using_it(rules, setting->profile, setting->changes);
   host::CModuleHost modules;
   if (!using_it.Ready() || iis::Failed(modules.Register(&RegisterModule))) {
@@ -138,7 +133,7 @@ void TenMillionClients(benchmark::State& state) {
 }  // namespace
 
 void RegisterAccessBenchmarks(const std::string& rules) {
-  for (const Setting& setting : kSettings) {
+  for (const BenchSetting& setting : kSettings) {
     const std::string name = std::string("plain_get/") + setting.name;
     benchmark::RegisterBenchmark(name.c_str(), PlainGetWith, rules, &setting);
   }

@@ -7,6 +7,13 @@
 
 namespace qiv::bench {
 
+/// A way to set a module up, by a name for the output; the others as for CBenchInstallation.
+struct BenchSetting {
+  const char* name;
+  const char* profile;
+  const char* changes;
+};
+
 class CBenchInstallation {
  public:
   /// `rules`: folder of rule data. `profile`: a shipped one. `changes`: a JSON object of sections whose members replace

@@ -6,12 +6,11 @@
 #include <string>
 #include <string_view>
 
-#include "common/aes.h"
-#include "common/text.h"
 #include "engines/attacks/attack_library.h"
 #include "engines/attacks/text_shape.h"
 #include "tools/badcode_files.h"
 #include "tools/files.h"
+#include "tools/plain_library.h"
 
 namespace {
 
@@ -43,7 +42,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     int exit_code = 0;
     const std::string stored =
         qiv::PackBadcodeFiles(qiv::FindRulesDirectory("") + "/badcode", qiv::Language::kEnglish, &exit_code);
-    Require(Load(qiv::decrypt_text("", qiv::Trim(stored)), &rules));
+    Require(Load(qiv::DecipheredLibrary(stored), &rules));
     return rules;
   }();
   const std::string_view text(reinterpret_cast<const char*>(data), size);

@@ -15,6 +15,13 @@ void PrepareStandardStreams();
 /// Columns of the terminal that standard error goes to; 0 when it goes elsewhere.
 int TerminalWidth();
 
+struct TerminalSize {
+  int columns = 0;
+  int rows = 0;
+};
+/// Of the terminal that standard output goes to; nothing of both when it goes elsewhere.
+TerminalSize OutputTerminalSize();
+
 enum class OutputStream { kOutput, kError };
 
 /// Whether the stream goes to a terminal that obeys sequences for colours (ESC [ ... m). A console that has to be told

@@ -3,17 +3,13 @@
 #include <algorithm>
 #include <cctype>
 
+#include "common/char_set.h"
 #include "port/administration.h"
 #include "port/module_path.h"
 #include "setup/layout.h"
 
 namespace qiv::setup {
 namespace {
-
-std::string Lower(std::string text) {
-  for (char& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  return text;
-}
 
 /// "%SystemDrive%\inetpub" with the variables' values.
 std::string Expanded(const std::string& text) {
@@ -33,8 +29,8 @@ std::string Expanded(const std::string& text) {
 /// Whether `path` is `folder` or lies in it.
 bool IsWithin(const std::string& path, const std::string& folder) {
   if (folder.empty()) return false;
-  std::string inner = Lower(path) + kPathSeparator;
-  return inner.starts_with(Join(Lower(folder), ""));
+  const std::string inner = CCharSet::LowerBytes(path) + kPathSeparator;
+  return inner.starts_with(Join(CCharSet::LowerBytes(folder), ""));
 }
 
 bool IsAbsolute(const std::string& path) {
@@ -65,6 +61,11 @@ std::string PlainPath(std::string path) {
   return path;
 }
 
+bool SamePath(const std::string& one, const std::string& other) {
+  const auto form = [](const std::string& path) { return CCharSet::LowerBytes(PlainPath(Expanded(path))); };
+  return form(one) == form(other);
+}
+
 Fault CheckServer(IMachine& machine, const ServerPlaces& places, ServerConfig* config) {
   if (!machine.IsElevated()) return "this needs an administrator's rights; start it from an elevated prompt";
   if (machine.Kind(places.appcmd) != PathKind::kFile) return "IIS is not installed: there is no " + places.appcmd;
@@ -72,7 +73,12 @@ Fault CheckServer(IMachine& machine, const ServerPlaces& places, ServerConfig* c
 }
 
 Fault CheckSource(IMachine& machine, const std::string& source, std::vector<std::string>* files) {
-  *files = {std::string(kModuleFile), std::string(kToolFile), std::string(kSetupFile), "uninstall.ps1", "README.md"};
+  *files = {std::string(kModuleFile),
+            std::string(kToolFile),
+            std::string(kSetupFile),
+            "uninstall.ps1",
+            "README.md",
+            "INSTALL.md"};
   std::vector<std::string> rules;
   machine.List(Join(source, "rules"), &rules, nullptr);
   if (rules.empty()) files->push_back(Join("rules", "settings"));  // told below as missing

@@ -20,6 +20,9 @@ Fault CheckSource(IMachine& machine, const std::string& source, std::vector<std:
 Fault CheckTarget(IMachine& machine, const ServerPlaces& places, const ServerConfig& config, const std::string& source,
                   const std::string& target);
 
+/// Whether both texts name one place: variables, the two separators and the case of English letters make no difference.
+bool SamePath(const std::string& one, const std::string& other);
+
 /// "C:\Folder" without a separator at its end, "/" made "\" on Windows.
 std::string PlainPath(std::string path);
 

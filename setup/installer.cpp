@@ -31,7 +31,20 @@ std::string JoinNames(const std::vector<std::string>& names) {
 
 }  // namespace
 
-bool CInstaller::Install(const InstallOptions& options) { return End(PrepareAndMake(options)); }
+bool CInstaller::Install(const InstallOptions& options) {
+  if (!End(Caught([&] { return PrepareAndMake(options); }))) return false;
+  const Fault fault = Caught([&] {
+    CFileExchange leftovers(machine_, transaction_, options.target);
+    for (const std::string& file : leftovers.CleanUp()) {
+      tell_(file + " is still in use; the next installation deletes it");
+    }
+    return Fault();
+  });
+  if (!fault.empty()) Warn("files that are no longer used are left for the next installation: " + fault);
+  tell_(machine_.IsRehearsal() ? "nothing was changed"
+                               : "done: the module is in " + options.target + " and registered for all sites");
+  return true;
+}
 
 bool CInstaller::End(const Fault& fault) {
   if (fault.empty()) {
@@ -63,28 +76,20 @@ Fault CInstaller::PrepareAndMake(const InstallOptions& options) {
     Warn("these application pools run 32-bit processes, which go without the module and stay unprotected: " +
          JoinNames(without) + " (set \"Enable 32-Bit Applications\" to False there)");
   }
-  const std::string url = options.url.empty() ? before_.first_url : options.url;
+  const WebPlace place = options.url.empty() ? before_.first_place : WebPlace{options.url, ""};
   WebAnswer answer;
-  if (url.empty()) {
+  if (place.url.empty()) {
     Warn("no site speaks HTTP, so whether requests are served afterwards is not tried; --url names one that does");
   } else {
-    answer = machine_.Request(url);
+    answer = machine_.Request(place);
     if (!IsHealthy(answer)) {
-      Warn(url + " does not answer properly now (" + TextOf(answer) +
+      Warn(TextOf(place) + " does not answer properly now (" + TextOf(answer) +
            "), so it cannot tell afterwards; --url names another");
     }
   }
   fault = Make(options, files);
-  if (fault.empty() && IsHealthy(answer)) fault = LookAgain(url, answer);
-  if (!fault.empty()) return fault;
-  transaction_.Commit();
-  CFileExchange leftovers(machine_, transaction_, options.target);
-  for (const std::string& file : leftovers.CleanUp()) {
-    tell_(file + " is still in use; the next installation deletes it");
-  }
-  tell_(machine_.IsRehearsal() ? "nothing was changed"
-                               : "done: the module is in " + options.target + " and registered for all sites");
-  return {};
+  if (fault.empty() && IsHealthy(answer)) fault = LookAgain(place, answer);
+  return fault;
 }
 
 std::vector<std::string> CInstaller::ChangedFiles(const InstallOptions& options,
@@ -112,6 +117,7 @@ Fault CInstaller::Make(const InstallOptions& options, const std::vector<std::str
   transaction_.OnRollback("", [exchange] { return Fault(); });
   Fault fault = MakeFolders(target, exchange.get());
   if (fault.empty()) fault = exchange->Stage(options.source, changed, files);
+  const std::string module = Join(target, kModuleFile);
   const bool new_module = !changed.empty() && changed.front() == kModuleFile;
   if (fault.empty() && new_module) {
     const std::string staged = Join(Join(target, kStagingFolder), kModuleFile);
@@ -126,18 +132,25 @@ Fault CInstaller::Make(const InstallOptions& options, const std::vector<std::str
     return Fault();
   });
   if (fault.empty()) fault = exchange->Exchange(changed);
+  // Also one that stays may have lost its right: copied by hand, or reset.
+  if (fault.empty() && !new_module) fault = rights_.GrantModule(module);
   if (fault.empty()) fault = exchange->MoveAside(obsolete);
   if (fault.empty()) fault = MakeConfiguration(options);
   if (!fault.empty()) return fault;
-  fault = SetEventFile(Join(target, kModuleFile));
+  fault = SetEventFile(module);
   if (!fault.empty()) return fault;
   // A lock would make an error of every request to a site that was left out on purpose.
   const bool lock = before_.left_out.empty();
   if (!lock) {
-    Warn("these go without the module, so its entry is not locked, and a web.config can take it out: " +
-         JoinNames(before_.left_out));
+    Warn(
+        "these go without the module, or with a list of their own, so its entry is not locked, and a web.config can "
+        "take it out: " +
+        JoinNames(before_.left_out));
   }
-  const Registration wanted{{{Join(target, kModuleFile), std::string(kPreCondition)}},
+  const std::optional<Registration::Loaded>& loaded = before_.registration.loaded;
+  // However it is written.
+  const bool is_there = loaded && SamePath(loaded->image, module);
+  const Registration wanted{{{is_there ? loaded->image : module, std::string(kPreCondition)}},
                             {{std::string(kPreCondition), lock}}};
   if (new_module || before_.registration != wanted) {
     recycled_ = true;
@@ -246,7 +259,7 @@ Fault CInstaller::Register(const Registration& wanted, const std::string& stamp)
 
 Fault CInstaller::SetEventFile(const std::string& file) {
   const std::string before = events_.File();
-  if (before == file) return {};
+  if (SamePath(before, file)) return {};
   transaction_.OnRollback("bring the event source back", [this, before] { return events_.SetFile(before); });
   return events_.SetFile(file);
 }
@@ -260,29 +273,39 @@ void CInstaller::RecycleAll() {
   }
 }
 
-Fault CInstaller::LookAgain(const std::string& url, const WebAnswer& before) {
+Fault CInstaller::LookAgain(const WebPlace& place, const WebAnswer& before) {
   if (machine_.IsRehearsal()) return {};
   WebAnswer answer;
   for (int look = 0; look < kLooks; ++look) {
     if (look != 0) machine_.Wait(kPauseMs);
-    answer = machine_.Request(url);
+    answer = machine_.Request(place);
     if (!IsHealthy(answer)) continue;
-    tell_(url + " answers (" + TextOf(answer) + ")");
+    tell_(TextOf(place) + " answers (" + TextOf(answer) + ")");
     return {};
   }
-  return url + " answered before (" + TextOf(before) + "), and with the module it does not (" + TextOf(answer) + ")";
+  return TextOf(place) + " answered before (" + TextOf(before) + "), and with the module it does not (" +
+         TextOf(answer) + ")";
 }
 
 bool CInstaller::Uninstall(const UninstallOptions& options) {
   CFileExchange exchange(machine_, transaction_, options.target);
-  if (!End(PrepareAndRemove(options, &exchange))) return false;
-  for (const std::string& file : exchange.CleanUp()) {
+  if (!End(Caught([&] { return PrepareAndRemove(options, &exchange); }))) return false;
+  const Fault fault = Caught([&] {
+    Finish(options, &exchange);
+    return Fault();
+  });
+  if (!fault.empty()) Warn("the module is out, but files of it may be left in " + options.target + ": " + fault);
+  return true;
+}
+
+void CInstaller::Finish(const UninstallOptions& options, CFileExchange* exchange) {
+  for (const std::string& file : exchange->CleanUp()) {
     const Fault fault = machine_.RemoveAtRestart(file);
     tell_(file + (fault.empty() ? " is still in use; the system deletes it when it starts the next time"
                                 : " is still in use; delete it when the worker processes have ended"));
   }
   if (machine_.IsRehearsal()) tell_("nothing was changed");
-  if (machine_.IsRehearsal() || machine_.Kind(options.target) != PathKind::kDirectory) return true;
+  if (machine_.IsRehearsal() || machine_.Kind(options.target) != PathKind::kDirectory) return;
   std::vector<std::string> files;
   std::vector<std::string> folders;
   machine_.List(options.target, &files, &folders);
@@ -298,7 +321,6 @@ bool CInstaller::Uninstall(const UninstallOptions& options) {
           " files (settings, logs and what others put there), " + files.front() +
           (files.size() > 1 ? " among them" : ""));
   }
-  return true;
 }
 
 Fault CInstaller::PrepareAndRemove(const UninstallOptions& options, CFileExchange* exchange) {
@@ -307,15 +329,20 @@ Fault CInstaller::PrepareAndRemove(const UninstallOptions& options, CFileExchang
   std::vector<std::string> files = ManifestFiles(machine_, options.target);
   const bool has_module = machine_.Kind(Join(options.target, kModuleFile)) == PathKind::kFile;
   const std::optional<Registration::Loaded>& loaded = before_.registration.loaded;
-  if (loaded && loaded->image != Join(options.target, kModuleFile)) {
+  if (loaded && !SamePath(loaded->image, Join(options.target, kModuleFile))) {
     return "the server has the module from " + loaded->image + "; --target names the folder of that installation";
   }
   if (files.empty() && !has_module && before_.registration == Registration()) {
     return "there is no installation in " + options.target;
   }
+  const auto is_there = [&](std::string_view name) {
+    return machine_.Kind(ConfigFile(options.target, name)) == PathKind::kFile;
+  };
+  const bool is_ours = !files.empty() || has_module || is_there("_config.db") || is_there(kSwitchedOff);
+  if (options.with_settings && !is_ours) Warn("no installation is in " + options.target + ": nothing is deleted there");
   // One made before there was a list of its files.
   if (files.empty() && has_module) files = {std::string(kModuleFile), std::string(kToolFile), "uninstall.ps1"};
-  if (options.with_settings) {
+  if (options.with_settings && is_ours) {
     files.emplace_back("settings.json");
     for (const char* const folder : {"config", "debug"}) {
       std::vector<std::string> inside;
@@ -333,7 +360,7 @@ Fault CInstaller::PrepareAndRemove(const UninstallOptions& options, CFileExchang
     if (!fault.empty()) return fault;
     tell_("the module is no longer registered");
   }
-  if (events_.File() == Join(options.target, kModuleFile)) fault = SetEventFile("");
+  if (SamePath(events_.File(), Join(options.target, kModuleFile))) fault = SetEventFile("");
   if (fault.empty()) fault = exchange->MoveAside(files);
   if (!fault.empty()) return fault;
   RecycleAll();

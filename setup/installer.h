@@ -55,8 +55,9 @@ class CInstaller {
   Fault MakeFile(const std::string& path, const std::string& content);
   Fault Register(const Registration& wanted, const std::string& stamp);
   Fault SetEventFile(const std::string& file);
-  Fault LookAgain(const std::string& url, const WebAnswer& before);
+  Fault LookAgain(const WebPlace& place, const WebAnswer& before);
   Fault PrepareAndRemove(const UninstallOptions& options, CFileExchange* exchange);
+  void Finish(const UninstallOptions& options, CFileExchange* exchange);
   std::vector<std::string> ChangedFiles(const InstallOptions& options, const std::vector<std::string>& files);
   void RecycleAll();
   bool End(const Fault& fault);

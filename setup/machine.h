@@ -22,6 +22,9 @@ struct Command {
   std::string Text() const;
 };
 
+/// "http://localhost:80/ (www.example)", for people to read.
+std::string TextOf(const WebPlace& place);
+
 /// Paths are UTF-8 with the machine's separator.
 class IMachine {
  public:
@@ -31,10 +34,12 @@ class IMachine {
   virtual bool IsElevated() = 0;
   virtual PathKind Kind(const std::string& path) = 0;
   virtual Fault Read(const std::string& path, std::string* content) = 0;
-  /// Everything below a folder, relative to it, in order. `folders` may be null.
+  /// Everything below a folder, relative to it, in order; links are files. `folders` may be null.
   virtual Fault List(const std::string& folder, std::vector<std::string>* files, std::vector<std::string>* folders) = 0;
   virtual ProgramResult Ask(const Command& command) = 0;
-  virtual WebAnswer Request(const std::string& url) = 0;
+  /// As RegistryText of port/administration.h.
+  virtual std::string Registry(const std::string& key, const std::string& value) = 0;
+  virtual WebAnswer Request(const WebPlace& place) = 0;
   virtual void Wait(int milliseconds) = 0;
 
   // Changes.

@@ -88,6 +88,7 @@ int Try(const std::string& module) {
   // Never destroyed: a worker process does not unload a module either.
   static host::CModuleHost* const server = new host::CModuleHost;
   std::string error;
+  SetEnvironmentText("QIV_TRIAL", "1");  // it tells nobody
   if (server->Load(module, &error)) return kDone;
   Print(error);
   return kFailed;
@@ -104,10 +105,11 @@ void AddCommon(CCommand* command, Options* options, std::string* target) {
 
 int Run(const std::vector<std::string>& arguments) {
   Options options;
-  options.install.stamp = options.uninstall.stamp = Stamp();
+  const std::string stamp = Stamp();
+  options.install.stamp = options.uninstall.stamp = stamp;
   options.install.source = FolderOf(ProgramFile());
   options.install.target = options.uninstall.target = DefaultTarget();
-  options.transcript = Join(TemporaryFolder(), "qivsetup-" + Stamp() + ".log");
+  options.transcript = Join(TemporaryFolder(), "qivsetup-" + stamp + ".log");
 
   CProgram program("qivsetup", "Installs the web application firewall into IIS", kVersion);
   program.RequireCommand();

@@ -1,5 +1,7 @@
 #include "setup/recording_machine.h"
 
+#include <algorithm>
+
 namespace qiv::setup {
 
 template <typename Change>
@@ -27,9 +29,9 @@ ProgramResult CRecordingMachine::Ask(const Command& command) {
   return rehearsal_ ? result : Told(std::move(result));
 }
 
-WebAnswer CRecordingMachine::Request(const std::string& url) {
-  WebAnswer answer = machine_.Request(url);
-  line_("request " + url + ": " + (answer.status != 0 ? std::to_string(answer.status) : answer.failure));
+WebAnswer CRecordingMachine::Request(const WebPlace& place) {
+  WebAnswer answer = machine_.Request(place);
+  line_("request " + TextOf(place) + ": " + (answer.status != 0 ? std::to_string(answer.status) : answer.failure));
   return answer;
 }
 

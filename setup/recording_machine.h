@@ -23,7 +23,10 @@ class CRecordingMachine : public IMachine {
     return machine_.List(folder, files, folders);
   }
   ProgramResult Ask(const Command& command) override;
-  WebAnswer Request(const std::string& url) override;
+  std::string Registry(const std::string& key, const std::string& value) override {
+    return machine_.Registry(key, value);
+  }
+  WebAnswer Request(const WebPlace& place) override;
   void Wait(int milliseconds) override { machine_.Wait(milliseconds); }
   ProgramResult Run(const Command& command) override;
   Fault MakeFolder(const std::string& path) override;

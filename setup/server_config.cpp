@@ -1,7 +1,9 @@
 #include "setup/server_config.h"
 
 #include <charconv>
+#include <cstdint>
 #include <limits>
+#include <utility>
 
 #include "port/module_path.h"
 #include "setup/xml_reader.h"
@@ -14,17 +16,24 @@ constexpr std::string_view kSite = "/configuration/system.applicationHost/sites/
 constexpr std::string_view kServer = "/configuration/system.webServer/";
 constexpr std::string_view kServerLocation = "/configuration/location/system.webServer/";
 
+constexpr std::uint64_t kAfterAllSites = std::uint64_t{1} << 32;  // sites are numbered in 32 bits
+
 bool IsTrue(std::string_view text) { return text == "true" || text == "True"; }
 
-/// "*:80:" or "192.0.2.1:80:www.example" or "[::1]:80:" as a URL on this machine; empty when it is no such text.
-std::string UrlOfBinding(const std::string& protocol, std::string_view binding) {
+/// "*:80:" or "192.0.2.1:80:www.example" or "[::1]:80:" as a place on this machine, whatever the name means elsewhere;
+/// no URL when it is no such text, or the name stands for many.
+WebPlace PlaceOfBinding(const std::string& protocol, std::string_view binding) {
   const std::size_t last = binding.rfind(':');
   const std::size_t port = last == std::string_view::npos || last == 0 ? last : binding.rfind(':', last - 1);
   if (port == std::string_view::npos) return {};
-  const std::string address(binding.substr(0, port));
+  std::string address(binding.substr(0, port));
+  if (address == "*" || address.empty()) address = "localhost";
+  const std::string number = ":" + std::string(binding.substr(port + 1, last - port - 1));
   std::string host(binding.substr(last + 1));
-  if (host.empty()) host = address == "*" || address.empty() ? "localhost" : address;
-  return protocol + "://" + host + ":" + std::string(binding.substr(port + 1, last - port - 1)) + "/";
+  if (host.find('*') != std::string::npos) return {};
+  const bool is_usual = number == (protocol == "http" ? ":80" : ":443");
+  if (!host.empty() && !is_usual) host += number;
+  return {protocol + "://" + address + number + "/", host};
 }
 
 class CConfigReading {
@@ -45,7 +54,7 @@ class CConfigReading {
       const std::string_view element = std::string_view(path).substr(kServerLocation.size());
       if (location.empty() || location == ".") {
         TakeModule(xml, element);
-      } else if (element == "modules/remove" && xml.Attribute("name") == kModuleName) {
+      } else if (element == "modules/clear" || (element == "modules/remove" && xml.Attribute("name") == kModuleName)) {
         config_->left_out.push_back(location);
       }
     }
@@ -74,10 +83,15 @@ class CConfigReading {
     const std::string protocol = xml.Attribute("protocol");
     if (protocol != "http" && protocol != "https") return;
     const std::string id = xml.AttributeAround("site", "id");
-    unsigned number = 0;
-    if (std::from_chars(id.data(), id.data() + id.size(), number).ec != std::errc() || number >= first_site_) return;
-    config_->first_url = UrlOfBinding(protocol, xml.Attribute("bindingInformation"));
-    if (!config_->first_url.empty()) first_site_ = number;
+    std::uint64_t number = 0;
+    if (std::from_chars(id.data(), id.data() + id.size(), number).ec != std::errc()) return;
+    // A certificate may be chosen by the name, which a request to an address does not tell in time.
+    if (protocol == "https") number += kAfterAllSites;
+    if (number >= first_site_) return;
+    WebPlace place = PlaceOfBinding(protocol, xml.Attribute("bindingInformation"));
+    if (place.url.empty()) return;
+    config_->first_place = std::move(place);
+    first_site_ = number;
   }
 
   void TakeModule(const CXmlReader& xml, std::string_view element) {
@@ -93,7 +107,7 @@ class CConfigReading {
   ServerConfig* const config_;
   std::vector<std::string> bits_;  ///< of each pool, as written
   bool default_32_bit_ = false;
-  unsigned first_site_ = std::numeric_limits<unsigned>::max();
+  std::uint64_t first_site_ = std::numeric_limits<std::uint64_t>::max();
 };
 
 }  // namespace
@@ -127,7 +141,7 @@ Fault ReadServerConfig(IMachine& machine, const ServerPlaces& places, ServerConf
       return "this server takes its configuration from " + xml.Attribute("path") +
              " (shared configuration). A change there would reach every server that shares it, also those that do not "
              "have the module's file, and stop their sites. Install the files on each of them, then register the "
-             "module once by hand; packaging/README.md says how";
+             "module once by hand; INSTALL.md says how";
     }
     if (xml.IsBroken()) return places.redirection + " is no well-formed XML";
   }

@@ -41,8 +41,8 @@ struct Pool {
 struct ServerConfig {
   Registration registration;
   std::vector<Pool> pools;
-  std::string first_url;                  ///< of the site with the lowest number that speaks HTTP; empty when none does
-  std::vector<std::string> left_out;      ///< sites and folders whose list of modules is without this one
+  WebPlace first_place;  ///< of the site with the lowest number that speaks HTTP, HTTPS when none does, on this machine
+  std::vector<std::string> left_out;      ///< sites and folders whose list of modules is without this one, or empty
   std::vector<std::string> site_folders;  ///< physical paths, variables not expanded
 };
 

@@ -9,6 +9,7 @@
 #include "port/administration.h"
 #include "port/file.h"
 #include "port/system_error.h"
+#include "setup/server_config.h"
 
 namespace qiv::setup {
 namespace {
@@ -22,11 +23,6 @@ constexpr std::int64_t kProgramLimit = 300'000;
 constexpr int kRequestLimit = 30'000;  ///< milliseconds; an application that starts takes its time
 
 fs::path PathOf(const std::string& utf8) { return fs::path(std::u8string(utf8.begin(), utf8.end())); }
-
-std::string Utf8(const fs::path& path) {
-  const std::u8string text = path.u8string();
-  return {text.begin(), text.end()};
-}
 
 Fault FaultOf(const std::error_code& error) { return error ? error.message() : Fault(); }
 
@@ -42,6 +38,8 @@ std::string Command::Text() const {
   for (const std::string& argument : arguments) append(argument);
   return text;
 }
+
+std::string TextOf(const WebPlace& place) { return place.url + (place.host.empty() ? "" : " (" + place.host + ")"); }
 
 bool CSystemMachine::IsElevated() { return qiv::IsElevated(); }
 
@@ -61,21 +59,33 @@ Fault CSystemMachine::Read(const std::string& path, std::string* content) {
 
 Fault CSystemMachine::List(const std::string& folder, std::vector<std::string>* files,
                            std::vector<std::string>* folders) {
-  std::error_code error;
-  const fs::path root = PathOf(folder);
-  for (auto entry = fs::recursive_directory_iterator(root, error);
-       !error && entry != fs::recursive_directory_iterator(); entry.increment(error)) {
-    std::vector<std::string>* const kind = entry->is_directory() ? folders : files;
-    if (kind != nullptr) kind->push_back(Utf8(entry->path().lexically_relative(root)));
+  std::vector<std::string> inside{""};  // folders still to be looked into
+  std::vector<DirectoryEntry> entries;
+  DirectoryIdentity ignored;
+  Fault fault;
+  while (!inside.empty()) {
+    const std::string below = std::move(inside.back());
+    inside.pop_back();
+    if (!ListDirectory(Join(folder, below), &entries, &ignored)) fault = Join(folder, below) + " cannot be listed";
+    for (const DirectoryEntry& entry : entries) {
+      const bool is_folder = entry.kind == PathKind::kDirectory;
+      std::vector<std::string>* const kind = is_folder ? folders : files;
+      if (kind != nullptr) kind->push_back(Join(below, entry.name));
+      if (is_folder) inside.push_back(Join(below, entry.name));
+    }
   }
   std::sort(files->begin(), files->end());
   if (folders != nullptr) std::sort(folders->begin(), folders->end());
-  return FaultOf(error);
+  return fault;
 }
 
 ProgramResult CSystemMachine::Ask(const Command& command) { return Run(command); }
 
-WebAnswer CSystemMachine::Request(const std::string& url) { return FetchStatus(url, kRequestLimit); }
+std::string CSystemMachine::Registry(const std::string& key, const std::string& value) {
+  return RegistryText(key, value);
+}
+
+WebAnswer CSystemMachine::Request(const WebPlace& place) { return FetchStatus(place, kRequestLimit); }
 
 void CSystemMachine::Wait(int milliseconds) { std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds)); }
 

@@ -12,7 +12,8 @@ class CSystemMachine : public IMachine {
   Fault Read(const std::string& path, std::string* content) override;
   Fault List(const std::string& folder, std::vector<std::string>* files, std::vector<std::string>* folders) override;
   ProgramResult Ask(const Command& command) override;
-  WebAnswer Request(const std::string& url) override;
+  std::string Registry(const std::string& key, const std::string& value) override;
+  WebAnswer Request(const WebPlace& place) override;
   void Wait(int milliseconds) override;
   ProgramResult Run(const Command& command) override;
   Fault MakeFolder(const std::string& path) override;

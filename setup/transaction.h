@@ -1,6 +1,7 @@
 // What takes back the steps of a change that did not come to its end.
 #pragma once
 
+#include <exception>
 #include <functional>
 #include <string>
 #include <utility>
@@ -9,6 +10,16 @@
 #include "setup/machine.h"
 
 namespace qiv::setup {
+
+/// What `work` returns, or why it threw.
+template <typename Work>
+Fault Caught(Work work) {
+  try {
+    return work();
+  } catch (const std::exception& error) {
+    return error.what();
+  }
+}
 
 /// Steps are named before they are made, so that one that was made only in part is taken back too: each way back looks
 /// at what there is.
@@ -25,7 +36,7 @@ class CTransaction {
     while (!steps_.empty()) {
       const auto [what, way_back] = std::move(steps_.back());
       steps_.pop_back();
-      if (const Fault fault = way_back(); !fault.empty()) left.push_back(what + ": " + fault);
+      if (const Fault fault = Caught(way_back); !fault.empty()) left.push_back(what + ": " + fault);
     }
     return left;
   }

@@ -22,5 +22,6 @@ void AddReportCommand(CCommand* program);
 void AddScanCommand(CCommand* program);
 void AddServiceCommand(CCommand* program);
 void AddStatusCommand(CCommand* program);
+void AddTopCommand(CCommand* program);
 
 }  // namespace qiv

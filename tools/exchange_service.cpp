@@ -121,6 +121,7 @@ bool CExchangeService::Step(std::int64_t now) {
   }
   if (!more) {
     const std::uint64_t size = FileSize(out_log_).value_or(0);
+    if (size == 0) KeepOutLog();
     if (size < journal_.offset) {
       options_.print("_out.log was shortened or replaced by somebody else; reading it from its beginning");
       journal_.offset = 0;
@@ -267,6 +268,18 @@ void CExchangeService::Rotate(std::int64_t now) {
   DropOldFiles(now);
 }
 
+/// Those who write to it may not be allowed to create it.
+void CExchangeService::KeepOutLog() {
+  if (journal_.retired.empty() || IsFile(out_log_)) return;
+  const bool made = CreateLike(out_log_, OutFile(journal_.retired.back().sequence)) || IsFile(out_log_);
+  if (!made && !out_failed_) {
+    options_.print(out_log_ +
+                   " cannot be created: locks of worker processes that may not create it do not take effect; "
+                   "trying again");
+  }
+  out_failed_ = !made;
+}
+
 bool CExchangeService::FinishMoving(std::int64_t now) {
   const std::string path = OutFile(journal_.moving);
   bool moved = IsFile(path);
@@ -274,11 +287,10 @@ bool CExchangeService::FinishMoving(std::int64_t now) {
     moved = true;
     options_.after_change();
   }
-  // Those who write to it may not be allowed to create it.
-  if (moved) CreateLike(out_log_, path);
   if (moved) {
     journal_.retired.push_back({journal_.moving, journal_.offset, now + options_.grace_seconds});
     journal_.offset = 0;
+    KeepOutLog();
   }
   journal_.moving = 0;
   return WriteJournal();

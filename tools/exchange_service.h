@@ -66,6 +66,8 @@ class CExchangeService {
   bool SaveLists();
   bool FinishPending();
   bool FinishMoving(std::int64_t now);
+  /// Puts a new _out.log in the place of one that was moved away, and says when it cannot.
+  void KeepOutLog();
 
   /// Consumes from one file, from *offset on. True when a whole piece was there.
   bool Consume(const std::string& path, std::uint64_t* offset);
@@ -89,6 +91,7 @@ class CExchangeService {
   std::string failure_;        ///< why the lists or the journal were not brought up to date last
   bool failed_ = false;        ///< the journal could not be written, which was reported
   bool lists_failed_ = false;  ///< the same of the lists
+  bool out_failed_ = false;    ///< there is no _out.log, which was reported
   std::int64_t next_save_us_ = 0;
   std::int64_t next_expiry_ = 0;
 };

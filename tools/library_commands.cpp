@@ -27,6 +27,13 @@ int Store(const LibraryOptions& options, const std::string& name, const std::str
   return report.Print();
 }
 
+/// An option that would have no effect.
+int Refuse(const LibraryOptions& options, const std::string& why) {
+  CReport report(options.input);
+  report.Error(0, why + " does nothing");
+  return report.Print();
+}
+
 int Pack(const LibraryOptions& options) {
   RecordForm form;
   form.language = options.language == "zh-CN" ? Language::kChinese : Language::kEnglish;
@@ -34,14 +41,15 @@ int Pack(const LibraryOptions& options) {
   int exit_code = kExitOk;
   if (HoldsWebshellFiles(options.input)) {
     if (!options.language.empty()) {
-      CReport report(options.input);
-      report.Error(0, "holds rules for webshells, which keep their names in both languages: --language does nothing");
-      return report.Print();
+      return Refuse(options, "holds rules for webshells, which keep their names in both languages: --language");
     }
+    if (options.user_defined)
+      return Refuse(options, "holds rules for webshells, of which there is one library: --user");
     const std::string stored = PackWebshellFiles(options.input, &exit_code);
     return exit_code == kExitOk ? Store(options, "_trojan.db", stored) : exit_code;
   }
   if (HoldsBadcodeFiles(options.input)) {
+    if (options.user_defined) return Refuse(options, "holds rules for attacks, of which there is one library: --user");
     const std::string stored = PackBadcodeFiles(options.input, form.language, &exit_code);
     return exit_code == kExitOk ? Store(options, "_badcode.db", stored) : exit_code;
   }
@@ -51,7 +59,7 @@ int Pack(const LibraryOptions& options) {
 }
 
 void PutList(const LibraryOptions& options, const std::string& name, const std::string& text, CReport* report) {
-  const std::string path = options.output + "/" + name + ".txt";
+  const std::string path = PlainLibraryPath(options.output, name);
   if (options.output.empty()) {
     WriteOutput("# " + name + "\n" + text);
   } else if (!ReplaceFile(path, text)) {

@@ -40,7 +40,7 @@ std::string PackLibrary(const std::string& directory, RecordForm form, int* exit
   std::vector<LibraryList> lists;
   std::vector<CReport> reports;
   for (const std::string_view name : kLibraryLists) {
-    const std::string path = directory + "/" + std::string(name) + ".txt";
+    const std::string path = PlainLibraryPath(directory, name);
     std::string text;
     if (!IsFile(path)) continue;
     reports.emplace_back(path);

@@ -41,6 +41,7 @@ int main(int argc, char** argv) {
   qiv::AddScanCommand(&program);
   qiv::AddServiceCommand(&program);
   qiv::AddStatusCommand(&program);
+  qiv::AddTopCommand(&program);
   qiv::AddDocumentationCommands(&program);
 
   try {

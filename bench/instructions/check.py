@@ -5,12 +5,13 @@
 
 Needs valgrind and build/bin (./run.sh --build-only). The host's share is taken off. A request may cost 1.05 of its budget; whoever makes
 it dearer changes budget.json in the same commit and says why, whoever makes it cheaper lowers it (--write does both).
-Exit code 0: all within; 1: one is not, or has no budget; 2: nothing was counted."""
+Exit code 0: all within; 1: one is not, has no budget, or is no longer counted; 2: nothing was counted."""
 import argparse
 import json
 import os
 import pathlib
 import re
+import shutil
 import subprocess
 import sys
 import tempfile
@@ -24,6 +25,9 @@ TUNABLES = "glibc.cpu.hwcaps=-AVX2_Usable,-AVX2,-AVX512F,-ERMS,-FSRM,-SSE4_2,-SS
 
 def dumps(program, folder):
     """{"setting/request": instructions of one request}."""
+    if shutil.which("valgrind") is None:
+        print("check: there is no valgrind", file=sys.stderr)
+        return {}
     done = subprocess.run(["valgrind", "--tool=callgrind", "--collect-atstart=no", f"--callgrind-out-file={folder}/out", str(program)],
                           env=dict(os.environ, GLIBC_TUNABLES=TUNABLES), capture_output=True, text=True, check=False)
     if done.returncode != 0:
@@ -52,7 +56,10 @@ def main():
         print("check: nothing was counted", file=sys.stderr)
         return 2
     budget = json.loads(BUDGET.read_text()) if BUDGET.is_file() else {}
-    good = True
+    lost = sorted(set(budget) - set(spent)) if not options.write else []
+    for name in lost:
+        print(f"{name:36} has a budget and is counted no more", flush=True)
+    good = not lost
     for name, count in spent.items():
         share = count / budget[name] if name in budget else float("inf")
         profile, request = name.split("/")
@@ -62,7 +69,7 @@ def main():
     if options.write:
         BUDGET.write_text(json.dumps(spent, indent=1) + "\n")
     elif not good:
-        print("check: dearer than the budget, or none is there (--write)", file=sys.stderr)
+        print("check: dearer than the budget, without one, or no longer counted (--write)", file=sys.stderr)
     return 0 if good or options.write else 1
 
 

@@ -19,12 +19,7 @@ constexpr int kWarming = 2;  // the first requests build what is kept
 constexpr int kCounted = 2;
 constexpr std::size_t kLongestBody = 128 << 10;  // larger ones take minutes here
 
-struct Setting {
-  const char* name;
-  const char* profile;
-  const char* changes;
-};
-constexpr Setting kSettings[] = {
+constexpr BenchSetting kSettings[] = {
     {"default", "default", ""},
     {"strict", "strict", R"({"website_attack": {"cc_lock_freq": "2000000000"}})"},
     {"without_families", "default", R"({"website_base": {"badcode": "0"}, "website_request": {"file": "0"}})"},
@@ -47,7 +42,7 @@ bool Count(host::CModuleHost& modules, const std::string& name, const host::InPr
 
 bool CountAll() {
   bool all = true;
-  const auto count = [&all](const Setting* setting) {
+  const auto count = [&all](const BenchSetting* setting) {
     host::CModuleHost modules;
     if (setting != nullptr && iis::Failed(modules.Register(&RegisterModule))) return false;
     for (const DecisionCase& decision : Decisions()) {
@@ -58,7 +53,7 @@ bool CountAll() {
     return true;
   };
   if (!count(nullptr)) return false;
-  for (const Setting& setting : kSettings) {
+  for (const BenchSetting& setting : kSettings) {
     const CBenchInstallation installation(QIV_BENCH_RULES, setting.profile, setting.changes);
     if (!installation.Use() || !count(&setting)) return false;
   }

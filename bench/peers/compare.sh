@@ -3,7 +3,7 @@
 # what a decision costs here and there. docs/performance.md holds the tables.
 set -euo pipefail
 cd "$(dirname "$0")/../.."
-bash cmake/install-packages.sh build peers
+bash cmake/install-packages.sh build test peers
 cmake --preset release >/dev/null
 cmake --build --preset release --target peers
 rules=(/etc/modsecurity/crs/crs-setup.conf /usr/share/modsecurity-crs/rules/*.conf)

@@ -12,6 +12,12 @@ std::string EnvironmentText(const std::string& name) {
   return value == nullptr ? std::string() : value;
 }
 
+bool SetEnvironmentText(const std::string& name, const std::string& value) {
+  return ::setenv(name.c_str(), value.c_str(), 1) == 0;
+}
+
+std::string RegistryText(const std::string&, const std::string&) { return {}; }
+
 std::string ProgramFile() {
   char file[4096];
   const ssize_t length = ::readlink("/proc/self/exe", file, sizeof file);

@@ -18,6 +18,13 @@ int TerminalWidth() {
   return ::ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : kUsualWidth;
 }
 
+TerminalSize OutputTerminalSize() {
+  winsize size{};
+  if (::isatty(STDOUT_FILENO) == 0) return {};
+  if (::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0 || size.ws_row == 0) return {80, 24};
+  return {size.ws_col, size.ws_row};
+}
+
 bool ShowsColor(OutputStream stream) {
   return ::isatty(stream == OutputStream::kOutput ? STDOUT_FILENO : STDERR_FILENO) != 0;
 }

@@ -7,6 +7,7 @@
 #include <sys/time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 
 namespace qiv {
@@ -41,7 +42,8 @@ int Connect(const std::string& host, const std::string& port, int limit_ms, std:
 
 }  // namespace
 
-WebAnswer FetchStatus(const std::string& url, int limit_ms) {
+WebAnswer FetchStatus(const WebPlace& place, int limit_ms) {
+  const std::string& url = place.url;
   if (!url.starts_with(kScheme)) return {0, "this is no http:// URL"};
   const std::size_t begin = sizeof kScheme - 1;
   const std::size_t slash = std::min(url.find_first_of("/?", begin), url.size());
@@ -56,8 +58,8 @@ WebAnswer FetchStatus(const std::string& url, int limit_ms) {
   WebAnswer answer;
   const int connection = Connect(host, port, limit_ms, &answer.failure);
   if (connection < 0) return answer;
-  const std::string request =
-      "GET " + path + " HTTP/1.1\r\nHost: " + authority + "\r\nUser-Agent: qivsetup\r\nConnection: close\r\n\r\n";
+  const std::string request = "GET " + path + " HTTP/1.1\r\nHost: " + (place.host.empty() ? authority : place.host) +
+                              "\r\nUser-Agent: qivsetup\r\nConnection: close\r\n\r\n";
   std::string head;
   if (::send(connection, request.data(), request.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(request.size())) {
     char piece[kStatusLine];

@@ -22,12 +22,28 @@ bool IsElevated() {
 }
 
 std::string EnvironmentText(const std::string& name) {
-  const std::u16string units = Utf8ToUtf16(name);
-  const std::wstring wide(units.begin(), units.end());
   std::u16string value(32767, u'\0');  // the longest that there can be
-  const DWORD length =
-      GetEnvironmentVariableW(wide.c_str(), reinterpret_cast<wchar_t*>(value.data()), static_cast<DWORD>(value.size()));
+  const DWORD length = GetEnvironmentVariableW(Wide(name).c_str(), reinterpret_cast<wchar_t*>(value.data()),
+                                               static_cast<DWORD>(value.size()));
   return length < value.size() ? Utf16ToUtf8(std::u16string_view(value).substr(0, length)) : std::string();
+}
+
+bool SetEnvironmentText(const std::string& name, const std::string& value) {
+  return SetEnvironmentVariableW(Wide(name).c_str(), Wide(value).c_str());
+}
+
+std::string RegistryText(const std::string& key, const std::string& value) {
+  const std::wstring wide_key = Wide(key);
+  const std::wstring wide_value = Wide(value);
+  DWORD bytes = 0;
+  const auto get = [&](char16_t* text) {
+    return RegGetValueW(HKEY_LOCAL_MACHINE, wide_key.c_str(), wide_value.c_str(),
+                        RRF_RT_REG_SZ | RRF_RT_REG_EXPAND_SZ | RRF_NOEXPAND, nullptr, text, &bytes) == ERROR_SUCCESS;
+  };
+  if (!get(nullptr)) return {};
+  std::u16string text(bytes / sizeof(char16_t), u'\0');
+  if (!get(text.data())) return {};  // changed meanwhile
+  return Utf16ToUtf8(std::u16string_view(text.c_str()));
 }
 
 std::string ProgramFile() {

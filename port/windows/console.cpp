@@ -34,6 +34,12 @@ int TerminalWidth() {
   return info.srWindow.Right - info.srWindow.Left + 1;
 }
 
+TerminalSize OutputTerminalSize() {
+  CONSOLE_SCREEN_BUFFER_INFO info;
+  if (!GetConsoleScreenBufferInfo(GetStdHandle(STD_OUTPUT_HANDLE), &info)) return {};
+  return {info.srWindow.Right - info.srWindow.Left + 1, info.srWindow.Bottom - info.srWindow.Top + 1};
+}
+
 bool ShowsColor(OutputStream stream) {
   constexpr DWORD kObeySequences = 0x0004;  // ENABLE_VIRTUAL_TERMINAL_PROCESSING, which older headers lack
   const HANDLE console = GetStdHandle(stream == OutputStream::kOutput ? STD_OUTPUT_HANDLE : STD_ERROR_HANDLE);

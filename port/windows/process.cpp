@@ -5,6 +5,7 @@
 #include "port/clock.h"
 #include "port/code_page.h"
 #include "port/system_error.h"
+#include "port/windows/wide_path.h"
 
 namespace qiv {
 namespace {
@@ -24,11 +25,6 @@ class CHandle {
  private:
   HANDLE handle_ = nullptr;
 };
-
-std::wstring Wide(const std::string& text) {
-  const std::u16string units = Utf8ToUtf16(text);
-  return {units.begin(), units.end()};
-}
 
 /// An argument as CommandLineToArgvW and the C run-time take it apart: backslashes count only before a quote.
 void AppendArgument(const std::wstring& argument, std::wstring* line) {

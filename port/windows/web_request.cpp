@@ -3,7 +3,7 @@
 #include <windows.h>
 #include <winhttp.h>
 
-#include "port/code_page.h"
+#include "port/windows/wide_path.h"
 
 namespace qiv {
 namespace {
@@ -40,9 +40,8 @@ WebAnswer NoAnswer() {
 
 }  // namespace
 
-WebAnswer FetchStatus(const std::string& url, int limit_ms) {
-  const std::u16string units = Utf8ToUtf16(url);
-  const std::wstring wide(units.begin(), units.end());
+WebAnswer FetchStatus(const WebPlace& place, int limit_ms) {
+  const std::wstring wide = Wide(place.url);
   URL_COMPONENTS parts{};
   parts.dwStructSize = sizeof parts;
   parts.dwHostNameLength = parts.dwUrlPathLength = parts.dwExtraInfoLength = static_cast<DWORD>(-1);
@@ -65,6 +64,11 @@ WebAnswer FetchStatus(const std::string& url, int limit_ms) {
   DWORD ignored = SECURITY_FLAG_IGNORE_UNKNOWN_CA | SECURITY_FLAG_IGNORE_CERT_DATE_INVALID |
                   SECURITY_FLAG_IGNORE_CERT_CN_INVALID | SECURITY_FLAG_IGNORE_CERT_WRONG_USAGE;
   if (is_secure) WinHttpSetOption(request.Get(), WINHTTP_OPTION_SECURITY_FLAGS, &ignored, sizeof ignored);
+  const std::wstring header = L"Host: " + Wide(place.host);
+  if (!place.host.empty() && !WinHttpAddRequestHeaders(request.Get(), header.c_str(), static_cast<DWORD>(header.size()),
+                                                       WINHTTP_ADDREQ_FLAG_ADD | WINHTTP_ADDREQ_FLAG_REPLACE)) {
+    return NoAnswer();
+  }
   if (!WinHttpSendRequest(request.Get(), WINHTTP_NO_ADDITIONAL_HEADERS, 0, WINHTTP_NO_REQUEST_DATA, 0, 0, 0) ||
       !WinHttpReceiveResponse(request.Get(), nullptr)) {
     return NoAnswer();

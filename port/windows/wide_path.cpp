@@ -6,10 +6,14 @@
 
 namespace qiv {
 
+std::wstring Wide(const std::string& text) {
+  const std::u16string units = Utf8ToUtf16(text);
+  return {units.begin(), units.end()};
+}
+
 std::wstring WidePath(const std::string& path) {
   constexpr std::size_t kPlainLimit = 240;  // MAX_PATH less room for the 8.3 name that directories need
-  const std::u16string units = Utf8ToUtf16(path);
-  std::wstring wide(units.begin(), units.end());
+  std::wstring wide = Wide(path);
   for (wchar_t& c : wide) {
     if (c == L'/') c = L'\\';
   }

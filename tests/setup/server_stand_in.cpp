@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <stdexcept>
 
 #include "port/module_path.h"
 
@@ -32,7 +33,6 @@ CServerStandIn::CServerStandIn()
       source(directory_.Path("下载 archive")),
       target(Join(Join(directory_.Path("程序 文件"), "a & b"), "防火墙")),
       places(windows) {
-  fs::create_directories(directory_.Root() / "Windows" / "System32" / "inetsrv" / "config");
   fs::create_directories(directory_.Root() / "Windows" / "System32" / "inetsrv" / "backup");
   Put(places.appcmd, "");
   WriteConfig();
@@ -41,17 +41,19 @@ CServerStandIn::CServerStandIn()
 
 // Without the wait for the disk that goes with a replaced file.
 void CServerStandIn::Put(const std::string& path, const std::string& content) {
-  std::ofstream file(fs::path(std::u8string(path.begin(), path.end())), std::ios::binary);
+  const fs::path place(std::u8string(path.begin(), path.end()));
+  fs::create_directories(place.parent_path());
+  std::ofstream file(place, std::ios::binary);
   file << content;
   ASSERT_TRUE(file.good()) << path;
 }
 
 void CServerStandIn::Unpack(const std::string& version, const std::string& machine) {
-  fs::create_directories(fs::path(std::u8string(source.begin(), source.end())) / "rules" / "settings");
   std::string header = "MZ" + std::string(0x3A, '\0') + std::string("\x40\0\0\0", 4) + std::string("PE\0\0", 4);
   Put(Join(source, kModuleFile), header + machine + "version " + version);
-  for (const std::string& file : {std::string(kToolFile), std::string(kSetupFile), std::string("uninstall.ps1"),
-                                  std::string("README.md"), Join(Join("rules", "settings"), "default.json")}) {
+  for (const std::string& file :
+       {std::string(kToolFile), std::string(kSetupFile), std::string("uninstall.ps1"), std::string("README.md"),
+        std::string("INSTALL.md"), Join(Join("rules", "settings"), "default.json")}) {
     Put(Join(source, file), file + " " + version);
   }
   // Each version has a file of its own.
@@ -79,8 +81,8 @@ void CServerStandIn::WriteConfig() {
       "</globalModules></system.webServer><location path=\"\"><system.webServer><modules>" +
       (used ? AddTag(*used) : "") +
       "</modules></system.webServer></location><location path=\"b\"><system.webServer><modules><" +
-      (leaves_out ? "remove" : "unrelated") +
-      " name=\"QivIpsIIs\"/></modules></system.webServer></location>"
+      (leaves_out.empty() ? "unrelated" : leaves_out) + (leaves_out == "clear" ? "" : " name=\"QivIpsIIs\"") +
+      "/></modules></system.webServer></location>"
       "</configuration>";
   Put(places.application_host, text);
 }
@@ -119,12 +121,15 @@ std::string CServerStandIn::Summary() {
   if (event_file == Join(target, kModuleFile)) add("events");
   const std::string config = Join(target, "config");
   if (!Content(Join(config, "_config.db")).empty()) add("on");
+  const std::string debug = Join(target, "debug");
   const auto workers = [this](const std::string& path) { return rights_[path]["*S-1-5-32-568"]; };
   if (workers(Join(target, kModuleFile)) == "RX" && workers(config) == "(OI)(CI)RX" &&
-      workers(Join(config, "_out.log")) == "(RD,AD,RA,REA,RC,S)" && rights_[target]["inheritance"] == "r") {
+      workers(Join(config, "_out.log")) == "(RD,AD,RA,REA,RC,S)" &&
+      workers(debug) == "(RX,WD)(OI)(IO)(RD,AD,RA,REA,RC,S,D)" && rights_[debug]["*S-1-3-4"] == "(OI)(IO)(RC)" &&
+      rights_[target]["inheritance"] == "r") {
     add("guarded");
   }
-  if (!Content(Join(Join(target, "debug"), "_log.log")).empty()) add("log");
+  if (!Content(Join(debug, "_log.log")).empty()) add("log");
   if (!Content(Join(Join(target, "rules"), "mine.txt")).empty()) add("mine");
   return text;
 }
@@ -155,6 +160,7 @@ std::string CServerStandIn::Everything() {
 
 Fault CServerStandIn::Change(const std::function<Fault()>& change) {
   ++changes;
+  if (failure == Failure::kThrown && changes == at_change) throw std::runtime_error("thrown");
   const bool fails =
       failure != Failure::kNone && (changes == at_change || (failure == Failure::kFromThereOn && changes > at_change));
   if (fails && failure != Failure::kReportedOnly) return "refused";
@@ -162,17 +168,20 @@ Fault CServerStandIn::Change(const std::function<Fault()>& change) {
   return fails ? "reported only" : fault;
 }
 
-WebAnswer CServerStandIn::Request(const std::string& url) {
-  EXPECT_EQ(url, "http://www.example:80/");
+std::string CServerStandIn::Registry(const std::string& key, const std::string& value) {
+  EXPECT_EQ(key + "\\" + value,
+            "SYSTEM\\CurrentControlSet\\Services\\EventLog\\Application\\QivIpsIIs\\EventMessageFile");
+  return event_file;
+}
+
+WebAnswer CServerStandIn::Request(const WebPlace& place) {
+  EXPECT_EQ(place.url, "http://localhost:80/");
+  EXPECT_EQ(place.host, "www.example");
   if (used && (!loaded || Image().empty() || Image().ends_with(breaking))) return {500, ""};
   return {200, ""};
 }
 
 ProgramResult CServerStandIn::Ask(const Command& command) {
-  if (command.program == places.reg) {
-    const std::string shown = "\r\n    EventMessageFile    REG_EXPAND_SZ    " + event_file + "\r\n\r\n";
-    return {true, true, event_file.empty() ? 1 : 0, event_file.empty() ? "not found" : shown};
-  }
   EXPECT_EQ(command.program, places.appcmd);
   return {true, true, 0, command.arguments[2] == "旧 池" ? "Stopped\r\n" : "Started\r\n"};
 }
@@ -244,14 +253,21 @@ Fault CServerStandIn::Icacls(const std::vector<std::string>& arguments) {
     if (arguments[1] == "/save") Put(arguments[2], "rights");
     if (arguments[1] == "/save") saved_[arguments[2]] = rights_;
     if (Content(arguments[2]).empty()) return "no such file";
-    if (arguments[1] == "/restore") rights_ = saved_[arguments[2]];
+    // The paths in the file begin with the folder's name.
+    if (arguments[1] == "/save") return {};
+    EXPECT_EQ(path, target.substr(0, target.rfind(kPathSeparator) + 1));
+    rights_ = saved_[arguments[2]];
     return {};
   }
   if (Kind(path) == PathKind::kMissing) return "no such file";
+  bool replaces = false;
   for (const std::string& argument : arguments) {
     const std::size_t colon = argument.find(':');
     if (argument == "/inheritance:r") rights_[path]["inheritance"] = "r";
-    if (argument.starts_with("*")) rights_[path][argument.substr(0, colon)] = argument.substr(colon + 1);
+    if (argument == "/grant:r" || argument == "/grant") replaces = argument == "/grant:r";
+    if (!argument.starts_with("*")) continue;
+    std::string& right = rights_[path][argument.substr(0, colon)];
+    right = (replaces ? "" : right) + argument.substr(colon + 1);
   }
   return {};
 }

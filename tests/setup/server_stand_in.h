@@ -17,7 +17,7 @@ class CServerStandIn : public CSystemMachine {
   CTemporaryDirectory directory_;
 
  public:
-  enum class Failure { kNone, kRefused, kReportedOnly, kFromThereOn };
+  enum class Failure { kNone, kRefused, kReportedOnly, kFromThereOn, kThrown };
   using Entry = std::map<std::string, std::string>;  // attributes
 
   CServerStandIn();
@@ -31,9 +31,11 @@ class CServerStandIn : public CSystemMachine {
   bool module_loads = true;
   bool locks = true;  ///< this appcmd sets lockItem
   bool shared = false;
-  bool leaves_out = false;  ///< one site goes without the module
+  std::string leaves_out;  ///< how one site goes without the module: "remove" or "clear"; empty: none does
   std::string site_folder = "D:\\sites";
   void WriteConfig();
+  /// Gives a file the rights that its folder hands down, as a copy by hand does.
+  void ResetRights(const std::string& path) { rights_.erase(path); }
   void Put(const std::string& path, const std::string& content);
 
   // What goes wrong.
@@ -55,7 +57,8 @@ class CServerStandIn : public CSystemMachine {
   std::string Everything();
 
   bool IsElevated() override { return elevated; }
-  WebAnswer Request(const std::string& url) override;
+  std::string Registry(const std::string& key, const std::string& value) override;
+  WebAnswer Request(const WebPlace& place) override;
   void Wait(int) override {}
   ProgramResult Ask(const Command& command) override;
   ProgramResult Run(const Command& command) override;

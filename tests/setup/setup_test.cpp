@@ -1,12 +1,11 @@
 #include <gtest/gtest.h>
 
-#include <filesystem>
+#include <algorithm>
 #include <functional>
 #include <string>
 
 #include "port/administration.h"
 #include "port/module_path.h"
-#include "setup/checks.h"
 #include "tests/setup/server_stand_in.h"
 
 namespace qiv::setup {
@@ -58,7 +57,22 @@ struct Scenario {
 
 const Scenario kScenarios[] = {
     {"first", Nothing, Act::kInstall, kWhole1, "\"旧 池\"", true},
-    {"again", Installed, Act::kInstall, "module 1 loaded used locked running events on guarded log mine", "already"},
+    {"again",
+     [](Server& s) {
+       Installed(s);
+       // The same place, written in another way.
+       for (std::string* const text : {&(*s.loaded)["image"], &s.event_file}) {
+         std::transform(text->begin(), text->end(), text->begin(), [](char c) { return c == 'Q' ? 'q' : c; });
+       }
+       s.WriteConfig();
+     },
+     Act::kInstall, "module 1 used locked running on guarded log mine", "already"},
+    {"repair: rights lost",
+     [](Server& s) {
+       Installed(s);
+       s.ResetRights(Join(s.target, kModuleFile));
+     },
+     Act::kInstall, "module 1 loaded used locked running events on guarded log mine", "already"},
     {"update", OldOne(Installed), Act::kInstall, kWhole2, "the settings stay"},
     {"update of an old installation", OldOne(InstalledLongAgo), Act::kInstall, kWhole2, "restore backup QivIpsIIs-now",
      true},
@@ -82,13 +96,23 @@ const Scenario kScenarios[] = {
               s.CSystemMachine::Move(file, file + ".off");
             }),
      Act::kInstall, "module 2 loaded used locked running events guarded log mine", "switched off"},
-    {"a site without", OldOne(Installed, [](Server& s) { s.leaves_out = true; }), Act::kInstall,
-     "module 2 loaded used running events on guarded log mine", "without the module, so its entry is not locked"},
+    {"a site without", OldOne(Installed, [](Server& s) { s.leaves_out = "remove"; }), Act::kInstall,
+     "module 2 loaded used running events on guarded log mine", "without the module, or"},
+    {"a site with a list of its own", OldOne(Installed, [](Server& s) { s.leaves_out = "clear"; }), Act::kInstall,
+     "module 2 loaded used running events on guarded log mine", "without the module, or"},
     {"no lock", [](Server& s) { s.locks = false; }, Act::kInstall, "module 1 loaded used running events on guarded",
      "by hand"},
     {"uninstall", Installed, Act::kUninstall, "on log mine", "what stays"},
     {"uninstall and remove settings", Installed, Act::kRemoveAll, "mine", "what stays", true},
     {"uninstall a half", OldOne(Installed, [](Server& s) { s.loaded.reset(); }), Act::kRemoveAll, "mine", "what stays"},
+
+    {"uninstall from another program's folder",
+     [](Server& s) {
+       s.used = Server::Entry{{"name", "QivIpsIIs"}};
+       s.WriteConfig();
+       s.Put(Join(Join(s.target, "debug"), "_log.log"), "line");
+     },
+     Act::kRemoveAll, "log", "nothing is deleted"},
 
     {"no administrator", [](Server& s) { s.elevated = false; }, Act::kInstall, nullptr, "elevated"},
     {"no server", [](Server& s) { s.CSystemMachine::Remove(s.places.appcmd); }, Act::kInstall, nullptr,
@@ -156,9 +180,9 @@ TEST(Setup, TakesEverythingBackWhicheverStepFails) {
   int failures = 0;
   for (const Scenario& scenario : kScenarios) {
     if (!scenario.each_step) continue;
-    for (const Failure failure : {Failure::kRefused, Failure::kReportedOnly, Failure::kFromThereOn}) {
+    for (const Failure failure : {Failure::kRefused, Failure::kReportedOnly, Failure::kFromThereOn, Failure::kThrown}) {
       // Enough to see that nothing is claimed then.
-      if (failure == Failure::kFromThereOn && &scenario != kScenarios) continue;
+      if (failure >= Failure::kFromThereOn && &scenario != kScenarios) continue;
       for (int change = 1;; ++change) {
         Server server;
         scenario.start(server);
@@ -177,7 +201,7 @@ TEST(Setup, TakesEverythingBackWhicheverStepFails) {
           const bool is_in = summary.find("loaded used") != std::string::npos;
           const bool is_out = !server.used && !server.loaded;
           EXPECT_TRUE(scenario.act == Act::kInstall ? is_in : is_out) << summary;
-        } else if (failure == Failure::kRefused || !tells) {
+        } else if (failure == Failure::kRefused || failure == Failure::kThrown || !tells) {
           EXPECT_EQ(server.Everything(), before);
           EXPECT_FALSE(tells && failure == Failure::kRefused);
         }
@@ -212,8 +236,12 @@ TEST(Setup, ProgramTellsWhatItWouldDo) {
 }
 
 TEST(Setup, TrialLoadsTheModuleAndNothingElse) {
-  EXPECT_EQ(RunProgram(QIV_SETUP_PROGRAM, {"trial", QIV_MODULE_FILE}, 60'000).exit_code, 0);
   Server server;
+  const std::string module = Join(server.windows, kModuleFile);
+  ASSERT_EQ(server.CSystemMachine::Copy(QIV_MODULE_FILE, module), "");
+  const std::string before = server.Everything();
+  EXPECT_EQ(RunProgram(QIV_SETUP_PROGRAM, {"trial", module}, 60'000).exit_code, 0);
+  EXPECT_EQ(server.Everything(), before);  // nothing in a log either
   const ProgramResult result = RunProgram(QIV_SETUP_PROGRAM, {"trial", Join(server.source, kModuleFile)}, 60'000);
   EXPECT_EQ(result.exit_code, 2);
   EXPECT_NE(result.output.find("cannot be loaded"), std::string::npos) << result.output;

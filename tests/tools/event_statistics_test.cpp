@@ -1,6 +1,7 @@
 // From lines of the event log to the report: whatever stands in them.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <filesystem>
 #include <map>
@@ -19,6 +20,7 @@
 #include "tools/printable.h"
 #include "tools/report_page.h"
 #include "tools/report_run.h"
+#include "tools/top_view.h"
 
 namespace qiv {
 namespace {
@@ -230,6 +232,48 @@ TEST(ReportPage, HoldsNoMarkupAndNoHiddenCharacterOfTheLog) {
     EXPECT_NE(body.find("/a\\u202Egpj.exe"), std::string::npos);
     EXPECT_NE(body.find("<td class=\"name\">192.0.2.8<svg"), std::string::npos);
   }
+}
+
+TEST(TopView, ShowsTheLastHourAndNoControlCharacter) {
+  const CTemporaryDirectory directory;
+  ASSERT_TRUE(MakeDirectories(directory.Path("config")) && MakeDirectories(directory.Path("debug")));
+  const std::string log = directory.Path("debug/_log.log");
+  CListStore lists(directory.Path(""));
+  lists.Add({ClientList::kDeny, CIpAddress::FromIpv4(0xC0000207), kNow, kNow + 60, "IIS", "why\x1B[2J\tx"},
+            CListStore::IfThere::kReplace);
+  ASSERT_TRUE(lists.Save());
+  CTopView view(directory.Path(""));
+  const auto frame = [&view](std::int64_t now, CTopView::Shape shape) {
+    EXPECT_TRUE(view.Update(now, [] { return true; }));
+    std::string text;
+    for (const std::string& line : view.Frame(shape, now)) text += line + "\n";
+    for (const char c : text) EXPECT_TRUE(c == '\n' || (static_cast<unsigned char>(c) >= 0x20 && c != 0x7F));
+    return text;
+  };
+  const auto holds = [](const std::string& text, const std::string& piece) {
+    EXPECT_NE(text.find(piece), std::string::npos) << piece << "\n" << text;
+  };
+  holds(frame(kNow, {}), "the log does not tell");
+  for (const std::string& text : kHostile) AppendLine(log, Line(kNow - 30, "/" + text + "?q", text));
+  for (const std::int64_t age : {3700, 3500, 90, 5, -20})
+    AppendLine(log, Line(kNow - age, "/u", "192.0.2.9", "would block"));
+  AppendLine(
+      log, "{\"time\":\"2026-05-01T07:00:00.000Z\",\"kind\":\"protection\",\"state\":\"off\",\"reason\":\"broken\"}\n");
+  std::string text = frame(kNow, {});
+  holds(text, "Protection  OFF since ");
+  holds(text, ": broken");
+  holds(text, "0.2 a second, 14 in a minute, 16 in an hour");
+  holds(text, "12 stopped, 4 would be stopped");
+  holds(text, "Locked now  1 ");
+  holds(text, "192.0.2.7 until ");
+  holds(text, "         4 192.0.2.9");
+  holds(text, "/a\\u202Egpj.exe ");
+  RenameFile(log, log + ".1");
+  AppendLine(log, Line(kNow + 10, "/later"));
+  text = frame(kNow + 3600, {.size = {40, 12}, .lines = 0, .colour = false});
+  holds(text, "Events      0.0 a second, 0 in a minute,\n  of these  1 stopped, ");
+  holds(text, "Locked now  0 ");
+  EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 12);
 }
 
 TEST(ReportPage, TakesPeriodsAndDates) {

@@ -43,6 +43,7 @@ TEST(QivctlLibrary, TheWebshellLibraryGoesThereAndBack) {
   ReplaceFile(plain + "/trojan_rules.txt", "# ours\r\nmyshell++<%--good\tasp\t4096\tMy shell\t我的木马\r\n\n");
   ReplaceFile(plain + "/trojan_free.txt", "our editor\n");
   EXPECT_EQ(Qivctl("library pack " + plain + " -o " + stored + " --language zh-CN").exit_code, 2) << "it has both";
+  EXPECT_EQ(Qivctl("library pack " + plain + " -o " + stored + " --user").exit_code, 2) << "there is one";
   ASSERT_EQ(Qivctl("library pack " + plain + " -o " + stored).exit_code, 0);
   EXPECT_EQ(Qivctl("library unpack " + stored + "/_trojan.db").output,
             "# trojan_rules\nmyshell++<%--good\tasp\t4096\tMy shell\t我的木马\n# trojan_free\nour editor\n");
@@ -68,6 +69,7 @@ TEST(QivctlLibrary, TheLibraryOfAttacksGoesThereAndBack) {
   ReplaceFile(plain + "/php.txt", "8\t-\t<?php\tCode\t代码\t<?php\t<?xml\n");
   ReplaceFile(plain + "/ordinary.txt", "a; idea\n");
   ASSERT_EQ(Qivctl("library pack " + plain + " -o " + stored + " --language zh-CN").exit_code, 0);
+  EXPECT_EQ(Qivctl("library pack " + plain + " -o " + stored + " --user").exit_code, 2) << "there is one";
   EXPECT_EQ(Qivctl("library unpack " + stored + "/_badcode.db").output,
             "# lists\n" + lists + "# rce\n7\tshell,values\t~c~(tool)~e\t命令\t命令\tx;id%0A\tx;idea\n" +
                 "# php\n8\t-\t<?php\t代码\t代码\t<?php\t<?xml\n");

@@ -107,6 +107,22 @@ TEST_F(Service, LeavesAFileForThoseWhoMayNotCreateOne) {
   ASSERT_EQ(FileSize(File("_out.log")), 0U);
   EXPECT_EQ(std::filesystem::status(File("_out.log")).permissions(),
             std::filesystem::status(OutFiles(directory_)[0]).permissions());
+  // There is no room for it when the service finishes a move that another began: said once, tried again.
+  ASSERT_TRUE(RenameFile(File("_out.log"), File("_out.2.log")));
+  std::string journal;
+  ASSERT_EQ(ReadWholeFile(File("_service.json"), 10'000, &journal), ReadFileResult::kOk);
+  const std::size_t moving = journal.find("\"moving\": 0");
+  ASSERT_NE(moving, std::string::npos) << journal;
+  ASSERT_TRUE(ReplaceFile(File("_service.json"), journal.replace(moving, 11, "\"moving\": 2")));
+  std::filesystem::create_directory(File("_out.log"));
+  const auto service = Start();
+  Drain(service.get());
+  Drain(service.get());
+  EXPECT_EQ(printed_.find("_out.log cannot be created"), printed_.rfind("_out.log cannot be created")) << printed_;
+  EXPECT_NE(printed_.find("_out.log cannot be created"), std::string::npos);
+  std::filesystem::remove(File("_out.log"));
+  Drain(service.get());
+  EXPECT_EQ(FileSize(File("_out.log")), 0U);
 }
 
 TEST_F(Service, WhoWasForgivenDoesNotComeBackAfterAKill) {
