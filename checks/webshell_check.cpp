@@ -197,9 +197,12 @@ class CWebshellRun {
     const bool worth = (hints & kHintSource) != 0 && text.size() <= kLongestFragment;
     if (!worth || text.find('\0') != std::string_view::npos) return false;
     // A text that was decoded is not held twice.
-    std::string page = text.data() == room_.data() ? std::exchange(room_, {}) : std::string(text);
-    page.reserve(page.size() + 8);
-    page.insert(0, "<?php ") += ';';
+    const bool decoded = text.data() == room_.data();
+    std::string page = decoded ? std::exchange(room_, {}) : std::string();
+    page.reserve(text.size() + 8);
+    page.insert(0, "<?php ");
+    if (!decoded) page.append(text);
+    page += ';';
     return ScanText(page, found);
   }
 
