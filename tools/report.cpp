@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <tuple>
+#include <utility>
 
 namespace qiv {
 
@@ -11,13 +13,22 @@ int CReport::ExitCode() const {
   return worst;
 }
 
+void CReport::Add(const CReport& other) {
+  for (Entry entry : other.entries_) {
+    if (entry.place.file.empty()) entry.place.file = other.file_;
+    entries_.push_back(std::move(entry));
+  }
+}
+
 std::string CReport::Text() const {
   std::vector<Entry> sorted = entries_;
-  std::stable_sort(sorted.begin(), sorted.end(), [](const Entry& a, const Entry& b) { return a.line < b.line; });
+  std::stable_sort(sorted.begin(), sorted.end(), [](const Entry& a, const Entry& b) {
+    return std::tie(a.place.file, a.place.line) < std::tie(b.place.file, b.place.line);
+  });
   std::string text;
   for (const Entry& entry : sorted) {
-    text += "qivctl: " + file_;
-    if (entry.line != 0) text += ":" + std::to_string(entry.line);
+    text += "qivctl: " + (entry.place.file.empty() ? file_ : entry.place.file);
+    if (entry.place.line != 0) text += ":" + std::to_string(entry.place.line);
     text += ": " + entry.message + "\n";
   }
   return text;

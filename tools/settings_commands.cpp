@@ -17,7 +17,8 @@ int Pack(const std::string& input, const std::string& output) {
   CReport report(input);
   std::string text;
   if (!ReadInput(input, &text, &report)) return report.Print();
-  const std::unique_ptr<CSettingsDocument> settings = CSettingsDocument::Parse(std::move(text), &report);
+  const SettingsFolder folder = FolderOfSettings(input);
+  const std::unique_ptr<CSettingsDocument> settings = CSettingsDocument::Parse(std::move(text), &report, &folder);
   if (settings == nullptr) return report.Print();
   const std::string packed = PackSettings(*settings, &report);
   if (!report.HasError() && packed.size() > kConfigMaxBytes) report.Error(0, "the packed settings are beyond 100 MiB");
@@ -37,7 +38,8 @@ int Lint(const std::string& input) {
   CReport report(input);
   std::string text;
   if (!ReadInput(input, &text, &report)) return report.Print();
-  const std::unique_ptr<CSettingsDocument> settings = CSettingsDocument::Parse(std::move(text), &report);
+  const SettingsFolder folder = FolderOfSettings(input);
+  const std::unique_ptr<CSettingsDocument> settings = CSettingsDocument::Parse(std::move(text), &report, &folder);
   if (settings != nullptr) LintSettings(*settings, &report);
   return report.Print();
 }
