@@ -285,19 +285,27 @@ class CUploadRun {
       if (mark == kNone) continue;
       const std::size_t begin = at + mark + kBase64.size();
       std::size_t end = begin;
-      if (begin < text.size() && IsSpace(text[begin])) continue;  // prose: no picture's data begins with a blank
+      // Prose: no picture's data begins with a blank, which is "+" in a form. Who decodes it passes over blanks, so it
+      // may still hold a script.
+      const bool prose = begin < text.size() && (IsSpace(text[begin]) || text[begin] == '+');
       // A JSON text may write "\/"; a form may turn "+" into a blank.
       while (end < text.size() && (IsWordByte(text[end]) || std::string_view("+/=\\ \r\n").find(text[end]) != kNone))
         ++end;
       at = end;
-      std::string base64(text.substr(begin, end - begin));
+      const std::string_view run = text.substr(begin, end - begin);
+      std::string base64(run);
       std::replace(base64.begin(), base64.end(), ' ', '+');
       const std::string image = DecodeBase64(base64);
       Item item;
       item.field = place;
       item.image_name = true;
-      if (!image.empty() && !IsImage(image)) return BlockPhoto(item);
-      if (base_.upload && base_.upload_file && CheckScript(item, image)) return true;
+      if (!prose && !image.empty() && !IsImage(image)) return BlockPhoto(item);
+      if (!base_.upload || !base_.upload_file) continue;
+      if (CheckScript(item, image)) return true;
+      if (!prose && run.find(' ') == kNone) continue;
+      base64.assign(run.substr(std::min(run.find_first_not_of(" +"), run.size())));
+      base64.erase(std::remove(base64.begin(), base64.end(), ' '), base64.end());
+      if (CheckScript(item, DecodeBase64(base64))) return true;
     }
     return false;
   }

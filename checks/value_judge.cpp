@@ -1,9 +1,8 @@
 #include "checks/value_judge.h"
 
-#include <algorithm>
-
 #include "checks/binary_text.h"
 #include "checks/plain_value.h"
+#include "common/char_set.h"
 #include "common/text.h"
 #include "engines/injection/sql_squeeze.h"
 
@@ -63,7 +62,7 @@ bool CValueJudge::FindExpression(const RequestValue& value, std::string_view tex
 JudgedText CValueJudge::InForm(std::string_view text) {
   exact_.assign(1, '=').append(text) += '&';
   lowered_.resize(exact_.size());
-  std::transform(exact_.begin(), exact_.end(), lowered_.begin(), LowerByte);
+  CCharSet::LowerBytes(exact_, lowered_.data());
   return {lowered_, exact_};
 }
 

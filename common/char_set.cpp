@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "base/ascii.h"
 #include "port/code_page.h"
 
 namespace qiv {
@@ -105,11 +106,23 @@ std::string CCharSet::LowerAscii(std::string_view text) {
   return lower;
 }
 
-std::string CCharSet::LowerBytes(std::string_view text) {
-  std::string lower(text);
-  for (char& c : lower) {
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c | 0x20);
+void CCharSet::LowerBytes(std::string_view text, char* lower) {
+  constexpr std::uint64_t kEach = 0x0101010101010101;
+  std::size_t at = 0;
+  for (; at + sizeof(std::uint64_t) <= text.size(); at += sizeof(std::uint64_t)) {
+    std::uint64_t bytes = LoadWord(text.data() + at);
+    // The high bit of each byte that is "A" to "Z": none of the sums reaches the next byte.
+    const std::uint64_t low = bytes & 0x7F * kEach;
+    const std::uint64_t letters = (low + (0x80 - 'A') * kEach) & ~(low + (0x7F - 'Z') * kEach) & ~bytes & 0x80 * kEach;
+    bytes |= letters >> 2U;
+    std::memcpy(lower + at, &bytes, sizeof(bytes));
   }
+  for (; at < text.size(); ++at) lower[at] = LowerByte(text[at]);
+}
+
+std::string CCharSet::LowerBytes(std::string_view text) {
+  std::string lower(text.size(), '\0');
+  LowerBytes(text, lower.data());
   return lower;
 }
 

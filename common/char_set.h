@@ -49,6 +49,8 @@ class CCharSet {
   /// "A"-"Z" to "a"-"z" in every byte, trail bytes too: for UTF-8, and for texts that are searched for words. There a
   /// stray high byte must not hide the letter behind it (a database may read "\xA0UNION" as a blank and a keyword).
   static std::string LowerBytes(std::string_view text);
+  /// The same into room for as many bytes; it may be the text itself.
+  static void LowerBytes(std::string_view text, char* lower);
 
   /// First position at or after `from` where the single byte `c` stands as a character of its own (not as a trail
   /// byte), or npos. `from` must be a character boundary.

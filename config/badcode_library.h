@@ -31,7 +31,7 @@ class CBadcodeLibrary {
 
   /// Looks at the file. One that is no library, in which a rule cannot be used, or that is too large, is refused
   /// whole: what is in force stays, and a state says which rule. A record whose name or pattern has no GBK form is
-  /// left out, and a state names it. A file that is gone is no rules.
+  /// left out, and a state names it; bytes beyond ASCII in a pattern are written %XX. A file that is gone is no rules.
   Reload ReloadChanged();
 
   /// Never null.

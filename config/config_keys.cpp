@@ -149,12 +149,7 @@ std::string ChoiceOf(std::string_view text, const KeyValues& values) {
 
 std::int32_t ReadChoice(std::string_view text, const KeyValues& values) {
   const std::string value = ChoiceOf(text, values);
-  if (value.empty()) return values.none;
-  for (const std::string_view choice : Split(values.choices, ' ')) {
-    const std::size_t equals = choice.find('=');
-    if (choice.substr(0, equals) == value) return equals == choice.npos ? 0 : ToNumber(choice.substr(equals + 1));
-  }
-  return values.other;
+  return value.empty() ? values.none : FindChoice(values.choices, value).value_or(values.other);
 }
 
 bool IsChoice(std::string_view text, const KeyValues& values) {

@@ -3,12 +3,13 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string_view>
 
 namespace qiv {
 
-/// The number of one of "name=number name=number"; no constant where there is none.
-consteval std::int32_t ChoiceNumber(std::string_view choices, std::string_view name) {
+/// The number of one of "name=number name=number".
+constexpr std::optional<std::int32_t> FindChoice(std::string_view choices, std::string_view name) {
   for (std::size_t at = 0; at < choices.size();) {
     const std::size_t end = choices.find(' ', at) < choices.size() ? choices.find(' ', at) : choices.size();
     const std::string_view choice = choices.substr(at, end - at);
@@ -18,7 +19,12 @@ consteval std::int32_t ChoiceNumber(std::string_view choices, std::string_view n
     for (const char digit : choice.substr(name.size() + 1)) number = number * 10 + (digit - '0');
     return number;
   }
-  throw "no such choice";
+  return std::nullopt;
+}
+
+/// No constant where there is no such choice.
+consteval std::int32_t ChoiceNumber(std::string_view choices, std::string_view name) {
+  return FindChoice(choices, name).value();
 }
 
 inline constexpr std::string_view kVerifyChoices = "jump=1 click=2 slide=3 select=4 cookie=5";

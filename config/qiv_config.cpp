@@ -267,7 +267,8 @@ bool CQivConfig::ReloadBadcodeLibrary() {
   const std::shared_ptr<const WebsiteConfig> site = Current();
   const std::shared_ptr<const AttackRuleSet> rules = badcode_.Current();
   const bool wanted = site->base.badcode || site->request.file;
-  if ((wanted && rules->attacks.Rules().empty()) || (site->base.badcode_webout && rules->leaks.Rules().empty())) {
+  if ((wanted && rules->attacks.Rules().empty()) ||
+      (site->base.badcode && site->base.badcode_webout && rules->leaks.Rules().empty())) {
     states_.Fault(StateKind::kProtection, kBadcodeFile, MessageId::kStateNoAttackRules);
   } else {
     states_.Fine(StateKind::kProtection, kBadcodeFile);

@@ -1,10 +1,9 @@
 #include "host/command_line.h"
 
-#include <CLI/CLI.hpp>
-#include <algorithm>
 #include <string_view>
 
 #include "base/version.h"
+#include "command_line/command.h"
 #include "host/ascii.h"
 #include "host/request_input.h"
 
@@ -58,61 +57,54 @@ std::string ParseUpstream(const std::string& text, CommandLine* result) {
 }  // namespace
 
 ParsedOptions ParseCommandLine(const std::vector<std::string>& arguments, CommandLine* result, std::string* text) {
-  CLI::App app("Serves a folder, or another server, over HTTP with a native module in between.", "qivhost");
-  const auto seconds = [&](const char* name, unsigned* value, const char* meaning) {
-    app.add_option(name, *value, meaning)->check(CLI::Range(1u, kLongestTimeout))->type_name("SECONDS");
+  CProgram program("qivhost", "Serves a folder, or another server, over HTTP with a native module in between.",
+                   kVersion);
+  const auto add_seconds = [&](const char* name, unsigned* value, const char* meaning) {
+    program.AddOption(name, value, meaning).Range(1, kLongestTimeout).ValueName("SECONDS");
   };
   std::string listen;
   std::string upstream;
-  app.add_option("--module", result->module, "native module to load; without it requests go through unchecked")
-      ->type_name("FILE");
-  app.add_option("--listen", listen, "numeric address; port 0 picks a free one, which is printed")
-      ->required()
-      ->type_name("ADDRESS:PORT")
-      ->check([&](const std::string& value) { return ParseListen(value, result); });
-  CLI::Option* root = app.add_option("--root", result->root, "serve the files of this folder")->type_name("DIR");
-  CLI::Option* url = app.add_option("--upstream", upstream, "pass requests on to this server")
-                         ->type_name("http://HOST:PORT")
-                         ->check([&](const std::string& value) { return ParseUpstream(value, result); });
-  root->excludes(url);
-  app.add_option("--threads", result->threads, "requests worked on at once")
-      ->capture_default_str()
-      ->check(CLI::Range(1u, kMostThreads));
-  app.add_option("--waiting-threads", result->waiting_threads, "threads that may wait for slow peers besides")
-      ->capture_default_str()
-      ->check(CLI::Range(1u, kMostThreads));
-  app.add_option("--site-id", result->site_id, "site number that the module sees")
-      ->capture_default_str()
-      ->check(CLI::Range(1u, 0xFFFFFFFFu));
-  seconds("--timeout", &result->timeout_seconds,
-          "silence of a client, an upstream or a tunnel that is borne, 120 if not given");
-  seconds("--head-timeout", &result->head_timeout_seconds, "time for a whole request head, if not as --timeout");
-  seconds("--drain-timeout", &result->drain_timeout_seconds,
-          "time to read on after an early answer, if not as --timeout");
-  app.add_option("--min-rate", result->least_rate, "bytes a second that bodies and responses must move, 0 for none")
-      ->capture_default_str()
-      ->check(CLI::Range(0u, 1u << 30));
-  app.add_flag("--trust-forwarded", result->trust_forwarded,
-               "pass X-Forwarded-For and its like from clients on, with the client added, instead of replacing them");
-  app.add_flag("--quiet", result->quiet, "no line per request");
-  app.set_version_flag("--version", std::string("qivhost ") + kVersion);
-  try {
-    app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
-    if (result->head_timeout_seconds == 0) result->head_timeout_seconds = result->timeout_seconds;
-    if (result->drain_timeout_seconds == 0) result->drain_timeout_seconds = result->timeout_seconds;
-    if (result->root.empty() && upstream.empty()) throw CLI::RequiredError("--root or --upstream");
-  } catch (const CLI::CallForHelp&) {
-    *text = app.help();
-    return ParsedOptions::kShown;
-  } catch (const CLI::CallForVersion& version) {
-    *text = std::string(version.what()) + "\n";
-    return ParsedOptions::kShown;
-  } catch (const CLI::ParseError& error) {
-    const std::vector<std::string> extras = app.remaining();
-    *text = extras.empty() ? error.what() : "unknown option " + extras.front();
-    return ParsedOptions::kWrong;
-  }
-  return ParsedOptions::kServe;
+  program.AddOption("--module", &result->module, "native module to load; without it requests go through unchecked")
+      .ValueName("FILE")
+      .ValueIs(ValueKind::kFile);
+  program.AddOption("--listen", &listen, "numeric address; port 0 picks a free one, which is printed")
+      .Required()
+      .ValueName("ADDRESS:PORT")
+      .Check([&](const std::string& value) { return ParseListen(value, result); });
+  CCommandOption& root = program.AddOption("--root", &result->root, "serve the files of this folder")
+                             .ValueName("DIR")
+                             .ValueIs(ValueKind::kFolder);
+  CCommandOption& url = program.AddOption("--upstream", &upstream, "pass requests on to this server")
+                            .ValueName("http://HOST:PORT")
+                            .Check([&](const std::string& value) { return ParseUpstream(value, result); });
+  root.Excludes(&url);
+  program.AddOption("--threads", &result->threads, "requests worked on at once").ShowDefault().Range(1, kMostThreads);
+  program.AddOption("--waiting-threads", &result->waiting_threads, "threads that may wait for slow peers besides")
+      .ShowDefault()
+      .Range(1, kMostThreads);
+  program.AddOption("--site-id", &result->site_id, "site number that the module sees")
+      .ShowDefault()
+      .Range(1, 0xFFFFFFFFu);
+  add_seconds("--timeout", &result->timeout_seconds,
+              "silence of a client, an upstream or a tunnel that is borne, 120 if not given");
+  add_seconds("--head-timeout", &result->head_timeout_seconds, "time for a whole request head, if not as --timeout");
+  add_seconds("--drain-timeout", &result->drain_timeout_seconds,
+              "time to read on after an early answer, if not as --timeout");
+  program.AddOption("--min-rate", &result->least_rate, "bytes a second that bodies and responses must move, 0 for none")
+      .ShowDefault()
+      .Range(0, 1u << 30);
+  program.AddFlag(
+      "--trust-forwarded", &result->trust_forwarded,
+      "pass X-Forwarded-For and its like from clients on, with the client added, instead of replacing them");
+  program.AddFlag("--quiet", &result->quiet, "no line per request");
+  program.Demand(
+      [&] { return std::string(result->root.empty() && upstream.empty() ? "--root or --upstream is required" : ""); });
+  const ParsedCommandLine parsed = program.Parse(arguments);
+  if (result->head_timeout_seconds == 0) result->head_timeout_seconds = result->timeout_seconds;
+  if (result->drain_timeout_seconds == 0) result->drain_timeout_seconds = result->timeout_seconds;
+  *text = parsed.text;
+  if (parsed.kind == ParsedCommandLine::Kind::kShown) return ParsedOptions::kShown;
+  return parsed.kind == ParsedCommandLine::Kind::kRun ? ParsedOptions::kServe : ParsedOptions::kWrong;
 }
 
 }  // namespace qiv::host

@@ -1,13 +1,11 @@
 // qivsetup: installs, updates, repairs and uninstalls the module. See setup/README.md.
-#include <CLI/CLI.hpp>
-
-#include <algorithm>
 #include <cstdio>
 #include <exception>
 #include <string>
 #include <vector>
 
 #include "base/version.h"
+#include "command_line/command.h"
 #include "host/module_host.h"
 #include "port/administration.h"
 #include "port/clock.h"
@@ -95,58 +93,52 @@ int Try(const std::string& module) {
   return kFailed;
 }
 
-void AddCommon(CLI::App* command, Options* options, std::string* target) {
-  command->add_option("--target", *target, "folder of the installation")->capture_default_str();
-  command->add_option("--transcript", options->transcript, "file that every step is written to")->capture_default_str();
-  command->add_flag("--what-if", options->rehearsal, "tell what would be done, and change nothing");
-  command->add_option("--windows", options->windows, "the system's folder")->group("");  // for tests
+void AddCommon(CCommand* command, Options* options, std::string* target) {
+  command->AddOption("--target", target, "folder of the installation").ShowDefault().ValueIs(ValueKind::kFolder);
+  command->AddOption("--transcript", &options->transcript, "file that every step is written to")
+      .ShowDefault()
+      .ValueIs(ValueKind::kFile);
+  command->AddFlag("--what-if", &options->rehearsal, "tell what would be done, and change nothing");
+  command->AddOption("--windows", &options->windows, "the system's folder").Hidden();  // for tests
 }
 
-int Run(std::vector<std::string> arguments) {
+int Run(const std::vector<std::string>& arguments) {
   Options options;
   options.install.stamp = options.uninstall.stamp = Stamp();
   options.install.source = FolderOf(ProgramFile());
   options.install.target = options.uninstall.target = DefaultTarget();
   options.transcript = Join(TemporaryFolder(), "qivsetup-" + Stamp() + ".log");
-  int exit_code = kDone;
 
-  CLI::App app{"Installs the web application firewall into IIS", "qivsetup"};
-  app.allow_windows_style_options(false);
-  app.require_subcommand(1);
-  app.set_version_flag("--version", "qivsetup " + std::string(kVersion));
-  CLI::App* const install = app.add_subcommand("install", "Install, update or repair; settings stay");
-  AddCommon(install, &options, &options.install.target);
-  install->add_option("--source", options.install.source, "folder of the unpacked archive")->capture_default_str();
-  install->add_option("--language", options.install.language, "of pages and logs of a first installation")
-      ->capture_default_str()
-      ->check(CLI::IsMember({"en-US", "zh-CN"}));
-  install->add_option("--profile", options.install.profile, "settings of a first installation")
-      ->capture_default_str()
-      ->check(CLI::IsMember({"default", "strict", "off"}));
-  install->add_option("--url", options.install.url, "what must still answer afterwards (left out: the first site)");
-  install->callback([&] {
+  CProgram program("qivsetup", "Installs the web application firewall into IIS", kVersion);
+  program.RequireCommand();
+  CCommand& install = program.AddCommand("install", "Install, update or repair; settings stay");
+  AddCommon(&install, &options, &options.install.target);
+  install.AddOption("--source", &options.install.source, "folder of the unpacked archive")
+      .ShowDefault()
+      .ValueIs(ValueKind::kFolder);
+  install.AddOption("--language", &options.install.language, "of pages and logs of a first installation")
+      .ShowDefault()
+      .Choices({"en-US", "zh-CN"});
+  install.AddOption("--profile", &options.install.profile, "settings of a first installation")
+      .ShowDefault()
+      .Choices({"default", "strict", "off"});
+  install.AddOption("--url", &options.install.url, "what must still answer afterwards (left out: the first site)");
+  install.OnRun([&] {
     options.install.source = PlainPath(options.install.source);
     options.install.target = PlainPath(options.install.target);
-    exit_code = Perform(options, [&](CInstaller* installer) { return installer->Install(options.install); });
+    return Perform(options, [&](CInstaller* installer) { return installer->Install(options.install); });
   });
-  CLI::App* const uninstall = app.add_subcommand("uninstall", "Take the module out of IIS and delete its files");
-  AddCommon(uninstall, &options, &options.uninstall.target);
-  uninstall->add_flag("--remove-settings", options.uninstall.with_settings, "settings and logs go too");
-  uninstall->callback([&] {
+  CCommand& uninstall = program.AddCommand("uninstall", "Take the module out of IIS and delete its files");
+  AddCommon(&uninstall, &options, &options.uninstall.target);
+  uninstall.AddFlag("--remove-settings", &options.uninstall.with_settings, "settings and logs go too");
+  uninstall.OnRun([&] {
     options.uninstall.target = PlainPath(options.uninstall.target);
-    exit_code = Perform(options, [&](CInstaller* installer) { return installer->Uninstall(options.uninstall); });
+    return Perform(options, [&](CInstaller* installer) { return installer->Uninstall(options.uninstall); });
   });
-  CLI::App* const trial = app.add_subcommand("trial", "Load a module file and let it register, and no more");
-  trial->add_option("file", options.module, "the module file")->required();
-  trial->callback([&] { exit_code = Try(options.module); });
-
-  std::reverse(arguments.begin(), arguments.end());  // the order in which CLI11 takes them
-  try {
-    app.parse(arguments);
-  } catch (const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? kDone : kFailed;
-  }
-  return exit_code;
+  CCommand& trial = program.AddCommand("trial", "Load a module file and let it register, and no more");
+  trial.AddOption("file", &options.module, "the module file").Required().ValueIs(ValueKind::kFile);
+  trial.OnRun([&] { return Try(options.module); });
+  return program.ParseAndRun(arguments);
 }
 
 }  // namespace

@@ -1,6 +1,4 @@
 // qivctl area build, area lookup.
-#include <CLI/CLI.hpp>
-
 #include <memory>
 #include <string>
 #include <vector>
@@ -86,23 +84,23 @@ int Lookup(const LookupOptions& options) {
 
 }  // namespace
 
-void AddAreaCommand(CLI::App* app, int* exit_code) {
-  CLI::App* const area = app->add_subcommand("area", "The library that tells the area of an address");
-  area->require_subcommand(1);
+void AddAreaCommand(CCommand* program) {
+  CCommand& area = program->AddCommand("area", "The library that tells the area of an address");
+  area.RequireCommand();
 
   const auto build_options = std::make_shared<BuildOptions>();
-  CLI::App* const build = area->add_subcommand("build", "Build libraries from lists of ranges");
-  build->add_option("csv", build_options->inputs, "lines of start,end,code[,name] or cidr,code[,name]; UTF-8")
-      ->required();
-  build->add_option("-o,--output", build_options->output, "the file, or a folder that receives iplib.db and iplibv6.db")
-      ->required();
-  build->callback([build_options, exit_code] { *exit_code = Build(*build_options); });
+  CCommand& build = area.AddCommand("build", "Build libraries from lists of ranges");
+  build.AddOption("csv", &build_options->inputs, "lines of start,end,code[,name] or cidr,code[,name]; UTF-8")
+      .Required();
+  build.AddOption("-o,--output", &build_options->output, "the file, or a folder that receives iplib.db and iplibv6.db")
+      .Required();
+  build.OnRun([build_options] { return Build(*build_options); });
 
   const auto lookup_options = std::make_shared<LookupOptions>();
-  CLI::App* const lookup = area->add_subcommand("lookup", "Print address, code and name; exit 1 when there is no area");
-  lookup->add_option("ip", lookup_options->addresses, "the addresses")->required();
-  lookup->add_option("--db", lookup_options->library, "the file, or the folder of iplib.db and iplibv6.db")->required();
-  lookup->callback([lookup_options, exit_code] { *exit_code = Lookup(*lookup_options); });
+  CCommand& lookup = area.AddCommand("lookup", "Print address, code and name; exit 1 when there is no area");
+  lookup.AddOption("ip", &lookup_options->addresses, "the addresses").Required();
+  lookup.AddOption("--db", &lookup_options->library, "the file, or the folder of iplib.db and iplibv6.db").Required();
+  lookup.OnRun([lookup_options] { return Lookup(*lookup_options); });
 }
 
 }  // namespace qiv

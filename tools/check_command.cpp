@@ -1,6 +1,4 @@
 // qivctl check: raw requests through the module's own notifications, in process.
-#include <CLI/CLI.hpp>
-
 #include <memory>
 #include <optional>
 #include <string>
@@ -203,20 +201,19 @@ int Check(const CheckOptions& options) {
 
 }  // namespace
 
-void AddCheckCommand(CLI::App* app, int* exit_code) {
+void AddCheckCommand(CCommand* program) {
   const auto options = std::make_shared<CheckOptions>();
-  CLI::App* const command = app->add_subcommand(
+  CCommand& command = program->AddCommand(
       "check", "Run raw HTTP requests through the module offline. Exit code 0: all pass, 1: one is blocked or refused");
-  command->add_option("--config", options->config, "Directory of the installation, or its config folder")->required();
-  command->add_option("--client", options->client, "Address the requests come from");
-  command->add_flag("--json", options->json, "One JSON object a line");
-  CLI::Option_group* const input = command->add_option_group("input");
-  input->add_flag("--batch", options->batch,
-                  "Requests from standard input, each after a line \"%% BYTES\" and before a line feed; one line of "
-                  "result each, divided by tabs: decision, status, check, item, reason, rule");
-  input->add_option("requests", options->files, "Files with a request as it goes over the wire; - is standard input");
-  input->require_option(1);
-  command->callback([options, exit_code] { *exit_code = Check(*options); });
+  command.AddOption("--config", &options->config, "Directory of the installation, or its config folder").Required();
+  command.AddOption("--client", &options->client, "Address the requests come from");
+  command.AddFlag("--json", &options->json, "One JSON object a line");
+  CCommand& input = command.AddOneOf("input");
+  input.AddFlag("--batch", &options->batch,
+                "Requests from standard input, each after a line \"%% BYTES\" and before a line feed; one line of "
+                "result each, divided by tabs: decision, status, check, item, reason, rule");
+  input.AddOption("requests", &options->files, "Files with a request as it goes over the wire; - is standard input");
+  command.OnRun([options] { return Check(*options); });
 }
 
 }  // namespace qiv

@@ -1,6 +1,4 @@
 // qivctl encrypt, decrypt.
-#include <CLI/CLI.hpp>
-
 #include <algorithm>
 #include <string>
 #include <string_view>
@@ -51,11 +49,11 @@ int Convert(bool encrypt) {
 
 }  // namespace
 
-void AddCipherCommands(CLI::App* app, int* exit_code) {
-  CLI::App* const encrypt = app->add_subcommand("encrypt", "Encipher each line of standard input");
-  encrypt->callback([exit_code] { *exit_code = Convert(true); });
-  CLI::App* const decrypt = app->add_subcommand("decrypt", "Decipher each line of standard input");
-  decrypt->callback([exit_code] { *exit_code = Convert(false); });
+void AddCipherCommands(CCommand* program) {
+  CCommand& encrypt = program->AddCommand("encrypt", "Encipher each line of standard input");
+  encrypt.OnRun([] { return Convert(true); });
+  CCommand& decrypt = program->AddCommand("decrypt", "Decipher each line of standard input");
+  decrypt.OnRun([] { return Convert(false); });
 }
 
 }  // namespace qiv

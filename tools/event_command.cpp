@@ -1,6 +1,4 @@
 // qivctl event.
-#include <CLI/CLI.hpp>
-
 #include <algorithm>
 #include <memory>
 #include <string>
@@ -53,13 +51,13 @@ int PrintEvent(const EventOptions& options) {
 
 }  // namespace
 
-void AddEventCommand(CLI::App* app, int* exit_code) {
+void AddEventCommand(CCommand* program) {
   const auto options = std::make_shared<EventOptions>();
-  CLI::App* const event = app->add_subcommand("event", "Show the event whose number a block page gave");
-  event->add_option("id", options->id, "the number")->required();
-  event->add_option("--config", options->directory, "the module's directory")->required();
-  event->add_flag("--json", options->json, "the line as the log holds it");
-  event->callback([options, exit_code] { *exit_code = PrintEvent(*options); });
+  CCommand& event = program->AddCommand("event", "Show the event whose number a block page gave");
+  event.AddOption("id", &options->id, "the number").Required();
+  event.AddOption("--config", &options->directory, "the module's directory").Required();
+  event.AddFlag("--json", &options->json, "the line as the log holds it");
+  event.OnRun([options] { return PrintEvent(*options); });
 }
 
 }  // namespace qiv

@@ -1,6 +1,4 @@
 // qivctl exempt: the findings that a site does not want (config/exemptions.h).
-#include <CLI/CLI.hpp>
-
 #include <algorithm>
 #include <array>
 #include <cstdio>
@@ -29,7 +27,7 @@ struct ExemptOptions {
   std::string directory;
   std::string event;  ///< number of an event
   Exemption exemption;
-  std::size_t number = 0;  ///< of one to be removed, as `list` counts
+  std::uint64_t number = 0;  ///< of one to be removed, as `list` counts
 };
 
 /// False after an error, which was printed. A file that is not there holds none.
@@ -167,38 +165,35 @@ int Propose(const ExemptOptions& options) {
 
 }  // namespace
 
-void AddExemptCommand(CLI::App* app, int* exit_code) {
+void AddExemptCommand(CCommand* program) {
   const auto options = std::make_shared<ExemptOptions>();
-  CLI::App* const exempt = app->add_subcommand("exempt", "Findings that are no attacks on this site");
-  exempt->require_subcommand(0, 1);
-  const auto with_config = [options](CLI::App* command) {
-    command->add_option("--config", options->directory, "the module's directory");
-    return command;
+  CCommand& exempt = program->AddCommand("exempt", "Findings that are no attacks on this site");
+  const auto add_config = [options](CCommand* command) {
+    command->AddOption("--config", &options->directory, "the module's directory");
   };
-  with_config(exempt)->add_option("--from-event", options->event, "propose the exemption for an event of the log");
-  CLI::App* const add = with_config(exempt->add_subcommand("add", "Exempt a rule"));
-  add->add_option("--rule", options->exemption.rule, "identifier in an event; where it has none, its check")
-      ->required();
-  add->add_option("--path", options->exemption.path, "only on this path, whole and decoded");
-  add->add_option("--parameter", options->exemption.parameter, "only in this parameter of query or body");
-  add->add_option("--remark", options->exemption.remark, "why");
-  CLI::App* const list = with_config(exempt->add_subcommand("list", "Show what is exempt"));
-  CLI::App* const remove = with_config(exempt->add_subcommand("remove", "Take an exemption back"));
-  remove->add_option("number", options->number, "as list counts")->required();
-  exempt->callback([=] {
-    if (options->directory.empty()) throw CLI::RequiredError("--config");
-    if (add->parsed()) {
-      *exit_code = Add(*options);
-    } else if (list->parsed()) {
-      *exit_code = List(*options);
-    } else if (remove->parsed()) {
-      *exit_code = Remove(*options);
-    } else if (!options->event.empty()) {
-      *exit_code = Propose(*options);
-    } else {
-      throw CLI::RequiredError("add, list, remove or --from-event");
-    }
+  add_config(&exempt);
+  exempt.AddOption("--from-event", &options->event, "propose the exemption for an event of the log");
+  CCommand& add = exempt.AddCommand("add", "Exempt a rule");
+  add_config(&add);
+  add.AddOption("--rule", &options->exemption.rule, "identifier in an event; where it has none, its check").Required();
+  add.AddOption("--path", &options->exemption.path, "only on this path, whole and decoded");
+  add.AddOption("--parameter", &options->exemption.parameter, "only in this parameter of query or body");
+  add.AddOption("--remark", &options->exemption.remark, "why");
+  CCommand& list = exempt.AddCommand("list", "Show what is exempt");
+  add_config(&list);
+  CCommand& remove = exempt.AddCommand("remove", "Take an exemption back");
+  add_config(&remove);
+  remove.AddOption("number", &options->number, "as list counts").Required();
+  // --config may stand before the inner command's name or behind it.
+  exempt.Demand([options, &exempt]() -> std::string {
+    if (options->directory.empty()) return "--config is required";
+    const bool nothing = exempt.Chosen() == nullptr && options->event.empty();
+    return nothing ? "add, list, remove or --from-event is required" : "";
   });
+  exempt.OnRun([options] { return Propose(*options); });
+  add.OnRun([options] { return Add(*options); });
+  list.OnRun([options] { return List(*options); });
+  remove.OnRun([options] { return Remove(*options); });
 }
 
 }  // namespace qiv

@@ -1,6 +1,4 @@
 // qivctl init.
-#include <CLI/CLI.hpp>
-
 #include <memory>
 #include <string>
 
@@ -9,22 +7,22 @@
 
 namespace qiv {
 
-void AddInitCommand(CLI::App* app, int* exit_code) {
+void AddInitCommand(CCommand* program) {
   const auto options = std::make_shared<InitOptions>();
   const auto language = std::make_shared<std::string>("en-US");
-  CLI::App* const init = app->add_subcommand("init", "Create settings and libraries for a new installation");
-  init->add_option("directory", options->directory, "the module's directory")->required();
-  init->add_option("--language", *language, "language of pages and remarks")
-      ->capture_default_str()
-      ->check(CLI::IsMember({"en-US", "zh-CN"}));
-  init->add_option("--profile", options->profile, "which settings to begin with")
-      ->capture_default_str()
-      ->check(CLI::IsMember({"default", "strict", "off"}));
-  init->add_option("--rules", options->rules, "folder of the rule data (found beside qivctl when left out)");
-  init->add_flag("--force", options->force, "overwrite files that are there");
-  init->callback([options, language, exit_code] {
+  CCommand& init = program->AddCommand("init", "Create settings and libraries for a new installation");
+  init.AddOption("directory", &options->directory, "the module's directory").Required();
+  init.AddOption("--language", language.get(), "language of pages and remarks")
+      .ShowDefault()
+      .Choices({"en-US", "zh-CN"});
+  init.AddOption("--profile", &options->profile, "which settings to begin with")
+      .ShowDefault()
+      .Choices({"default", "strict", "off"});
+  init.AddOption("--rules", &options->rules, "folder of the rule data (found beside qivctl when left out)");
+  init.AddFlag("--force", &options->force, "overwrite files that are there");
+  init.OnRun([options, language] {
     options->language = *language == "zh-CN" ? Language::kChinese : Language::kEnglish;
-    *exit_code = InitInstallation(*options);
+    return InitInstallation(*options);
   });
 }
 

@@ -1,6 +1,4 @@
 // qivctl library pack, library unpack.
-#include <CLI/CLI.hpp>
-
 #include <memory>
 #include <string>
 
@@ -80,31 +78,31 @@ int Unpack(const LibraryOptions& options) {
 
 }  // namespace
 
-void AddLibraryCommand(CLI::App* app, int* exit_code) {
-  CLI::App* const library = app->add_subcommand("library", "Rule libraries between plain text and their stored form");
-  library->require_subcommand(1);
+void AddLibraryCommand(CCommand* program) {
+  CCommand& library = program->AddCommand("library", "Rule libraries between plain text and their stored form");
+  library.RequireCommand();
   const auto options = std::make_shared<LibraryOptions>();
 
-  CLI::App* const pack = library->add_subcommand("pack", "Turn a folder of rule files into a library");
-  pack->add_option("folder", options->input,
-                   "holds sql_rules.txt, sql_keys.txt, xss_events.txt; or trojan_rules.txt, trojan_free.txt, "
-                   "trojan_removal.txt; "
-                   "or lfi.txt, rce.txt and the other families of rules/badcode")
-      ->required();
-  pack->add_option("-o,--output", options->output, "the folder that receives _sql.db, _trojan.db or _badcode.db")
-      ->required();
-  pack->add_option("--language", options->language,
-                   "language of the remarks, en-US without it; not of rules for webshells, which keep both")
-      ->check(CLI::IsMember({"en-US", "zh-CN"}));
-  pack->add_flag("--user", options->user_defined, "write the user-defined library, _sql_user.db");
-  pack->callback([options, exit_code] { *exit_code = Pack(*options); });
+  CCommand& pack = library.AddCommand("pack", "Turn a folder of rule files into a library");
+  pack.AddOption("folder", &options->input,
+                 "holds sql_rules.txt, sql_keys.txt, xss_events.txt; or trojan_rules.txt, trojan_free.txt, "
+                 "trojan_removal.txt; "
+                 "or lfi.txt, rce.txt and the other families of rules/badcode")
+      .Required();
+  pack.AddOption("-o,--output", &options->output, "the folder that receives _sql.db, _trojan.db or _badcode.db")
+      .Required();
+  pack.AddOption("--language", &options->language,
+                 "language of the remarks, en-US without it; not of rules for webshells, which keep both")
+      .Choices({"en-US", "zh-CN"});
+  pack.AddFlag("--user", &options->user_defined, "write the user-defined library, _sql_user.db");
+  pack.OnRun([options] { return Pack(*options); });
 
-  CLI::App* const unpack = library->add_subcommand("unpack", "Print a library as rule files");
-  unpack->add_option("file", options->input, "the _sql.db, _trojan.db or _badcode.db, or - for standard input")
-      ->required();
-  unpack->add_option("-o,--output", options->output, "a folder that receives the rule files instead");
-  unpack->add_flag("--user", options->user_defined, "it is a user-defined library");
-  unpack->callback([options, exit_code] { *exit_code = Unpack(*options); });
+  CCommand& unpack = library.AddCommand("unpack", "Print a library as rule files");
+  unpack.AddOption("file", &options->input, "the _sql.db, _trojan.db or _badcode.db, or - for standard input")
+      .Required();
+  unpack.AddOption("-o,--output", &options->output, "a folder that receives the rule files instead");
+  unpack.AddFlag("--user", &options->user_defined, "it is a user-defined library");
+  unpack.OnRun([options] { return Unpack(*options); });
 }
 
 }  // namespace qiv

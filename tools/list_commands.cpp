@@ -1,6 +1,4 @@
 // qivctl deny, auth, verify, forgive, lists.
-#include <CLI/CLI.hpp>
-
 #include <algorithm>
 #include <memory>
 #include <optional>
@@ -211,19 +209,19 @@ int Show(const ListOptions& options) {
   return kExitOk;
 }
 
-CLI::App* AddCommand(CLI::App* app, const char* name, const char* what, const std::shared_ptr<ListOptions>& options,
+CCommand& AddCommand(CCommand* program, const char* name, const char* what, const std::shared_ptr<ListOptions>& options,
                      bool with_addresses) {
-  CLI::App* const command = app->add_subcommand(name, what);
+  CCommand& command = program->AddCommand(name, what);
   if (with_addresses)
-    command->add_option("ip", options->addresses, "IPv4 or IPv6 addresses; an IPv6 client is locked with its /64")
-        ->required();
-  command->add_option("--config", options->directory, "the module's directory")->required();
+    command.AddOption("ip", &options->addresses, "IPv4 or IPv6 addresses; an IPv6 client is locked with its /64")
+        .Required();
+  command.AddOption("--config", &options->directory, "the module's directory").Required();
   return command;
 }
 
 }  // namespace
 
-void AddListCommands(CLI::App* app, int* exit_code) {
+void AddListCommands(CCommand* program) {
   struct Row {
     const char* name;
     const char* what;
@@ -234,20 +232,19 @@ void AddListCommands(CLI::App* app, int* exit_code) {
                       {"verify", "Have clients pass a verification page for a while", ClientList::kCcCheck}};
   for (const Row& row : rows) {
     const auto options = std::make_shared<ListOptions>();
-    CLI::App* const command = AddCommand(app, row.name, row.what, options, true);
-    command->add_option("--for", options->period, "how long: 90s, 60m, 1h30m, 7d")->capture_default_str();
-    command->add_option("--reason", options->reason, "kept with the entry")->capture_default_str();
-    command->callback(
-        [options, exit_code, list = row.list, name = row.name] { *exit_code = Put(*options, list, name); });
+    CCommand& command = AddCommand(program, row.name, row.what, options, true);
+    command.AddOption("--for", &options->period, "how long: 90s, 60m, 1h30m, 7d").ShowDefault();
+    command.AddOption("--reason", &options->reason, "kept with the entry").ShowDefault();
+    command.OnRun([options, list = row.list, name = row.name] { return Put(*options, list, name); });
   }
   const auto forgive_options = std::make_shared<ListOptions>();
-  CLI::App* const forgive = AddCommand(app, "forgive", "Take clients off every list", forgive_options, true);
-  forgive->callback([forgive_options, exit_code] { *exit_code = Forgive(*forgive_options); });
+  CCommand& forgive = AddCommand(program, "forgive", "Take clients off every list", forgive_options, true);
+  forgive.OnRun([forgive_options] { return Forgive(*forgive_options); });
 
   const auto show_options = std::make_shared<ListOptions>();
-  CLI::App* const show = AddCommand(app, "lists", "Show who is on the lists", show_options, false);
-  show->add_flag("--json", show_options->json, "as JSON");
-  show->callback([show_options, exit_code] { *exit_code = Show(*show_options); });
+  CCommand& show = AddCommand(program, "lists", "Show who is on the lists", show_options, false);
+  show.AddFlag("--json", &show_options->json, "as JSON");
+  show.OnRun([show_options] { return Show(*show_options); });
 }
 
 }  // namespace qiv

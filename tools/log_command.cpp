@@ -1,6 +1,4 @@
 // qivctl log.
-#include <CLI/CLI.hpp>
-
 #include <chrono>
 #include <memory>
 #include <string>
@@ -77,13 +75,13 @@ int PrintLog(const LogOptions& options) {
 
 }  // namespace
 
-void AddLogCommand(CLI::App* app, int* exit_code) {
+void AddLogCommand(CCommand* program) {
   const auto options = std::make_shared<LogOptions>();
-  CLI::App* const log = app->add_subcommand("log", "Show what the module has written for the firewall service");
-  log->add_option("--config", options->directory, "the module's directory")->required();
-  log->add_flag("--follow", options->follow, "go on with what is written, until Ctrl-C");
-  log->add_flag("--json", options->json, "one JSON object a line");
-  log->callback([options, exit_code] { *exit_code = PrintLog(*options); });
+  CCommand& log = program->AddCommand("log", "Show what the module has written for the firewall service");
+  log.AddOption("--config", &options->directory, "the module's directory").Required();
+  log.AddFlag("--follow", &options->follow, "go on with what is written, until Ctrl-C");
+  log.AddFlag("--json", &options->json, "one JSON object a line");
+  log.OnRun([options] { return PrintLog(*options); });
 }
 
 }  // namespace qiv

@@ -1,6 +1,4 @@
 // qivctl reference: prints docs/configuration-reference.md.
-#include <CLI/CLI.hpp>
-
 #include "tools/commands.h"
 #include "tools/files.h"
 #include "tools/reference_page.h"
@@ -8,11 +6,11 @@
 
 namespace qiv {
 
-void AddReferenceCommand(CLI::App* app, int* exit_code) {
-  CLI::App* const reference = app->add_subcommand("reference", "Print the reference page of all keys, Markdown");
-  reference->callback([exit_code] {
+void AddReferenceCommand(CCommand* program) {
+  CCommand& reference = program->AddCommand("reference", "Print the reference page of all keys, Markdown");
+  reference.OnRun([] {
     WriteOutput(ReferencePage());
-    *exit_code = kExitOk;
+    return kExitOk;
   });
 }
 

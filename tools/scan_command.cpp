@@ -1,6 +1,4 @@
 // qivctl scan: looks for webshells in files and folders.
-#include <CLI/CLI.hpp>
-
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
@@ -36,9 +34,8 @@ constexpr unsigned kMostJobs = 256;
 struct ScanOptions {
   std::vector<std::string> paths;
   TreeWalkOptions walk;
-  std::string config;  ///< of an installation; empty: the built-in rules alone
-  Language language = Language::kEnglish;
-  bool language_given = false;
+  std::string config;    ///< of an installation; empty: the built-in rules alone
+  std::string language;  ///< of the findings' names; empty: not given
   unsigned jobs = 0;
   bool json = false;
   bool no_suspicious = false;
@@ -177,7 +174,7 @@ int Scan(const ScanOptions& given) {
   Rules rules;
   Language language = Language::kEnglish;
   if (!options.config.empty() && !LoadRules(options.config, &rules, &language)) return kExitError;
-  if (options.language_given) language = options.language;
+  if (!options.language.empty()) language = options.language == "zh-CN" ? Language::kChinese : Language::kEnglish;
   const CFileJudge judge(rules.library, rules.user_rules, rules.free_code);
 
   interrupted = 0;
@@ -195,31 +192,24 @@ int Scan(const ScanOptions& given) {
 
 }  // namespace
 
-void AddScanCommand(CLI::App* app, int* exit_code) {
+void AddScanCommand(CCommand* program) {
   const auto options = std::make_shared<ScanOptions>();
-  CLI::App* const command = app->add_subcommand("scan",
-                                                "Look for webshells in files and folders. Exit code 0: none, 1: a "
-                                                "finding, 2: something cannot be read, 130: interrupted");
-  command->add_option("paths", options->paths, "Files and folders")->required();
-  command->add_flag("--json", options->json, "One JSON object a line, the last one with the sums");
-  command->add_option("--jobs", options->jobs, "Processors to use; all unless given")->check(CLI::Range(1U, kMostJobs));
+  CCommand& command = program->AddCommand("scan",
+                                          "Look for webshells in files and folders. Exit code 0: none, 1: a "
+                                          "finding, 2: something cannot be read, 130: interrupted");
+  command.AddOption("paths", &options->paths, "Files and folders").Required();
+  command.AddFlag("--json", &options->json, "One JSON object a line, the last one with the sums");
+  command.AddOption("--jobs", &options->jobs, "Processors to use; all unless given").Range(1U, kMostJobs);
   command
-      ->add_option("--exclude", options->walk.exclude,
-                   "Leave out names, or with \"/\" whole paths, of this form: * any text, ? one character")
-      ->allow_extra_args(false);
-  command->add_flag("--follow", options->walk.follow_links, "Follow links below the given folders");
-  command->add_flag("--no-suspicious", options->no_suspicious, "Leave out weak findings");
-  command->add_option("--config", options->config, "Installation whose own rules and language count as well");
-  command
-      ->add_option_function<std::string>(
-          "--language",
-          [options](const std::string& name) {
-            options->language = name == "zh-CN" ? Language::kChinese : Language::kEnglish;
-            options->language_given = true;
-          },
-          "Of the findings' names: en-US or zh-CN")
-      ->check(CLI::IsMember({"en-US", "zh-CN"}));
-  command->callback([options, exit_code] { *exit_code = Scan(*options); });
+      .AddOption("--exclude", &options->walk.exclude,
+                 "Leave out names, or with \"/\" whole paths, of this form: * any text, ? one character")
+      .OneValueEach();
+  command.AddFlag("--follow", &options->walk.follow_links, "Follow links below the given folders");
+  command.AddFlag("--no-suspicious", &options->no_suspicious, "Leave out weak findings");
+  command.AddOption("--config", &options->config, "Installation whose own rules and language count as well");
+  command.AddOption("--language", &options->language, "Of the findings' names: en-US or zh-CN")
+      .Choices({"en-US", "zh-CN"});
+  command.OnRun([options] { return Scan(*options); });
 }
 
 }  // namespace qiv

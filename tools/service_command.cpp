@@ -1,6 +1,4 @@
 // qivctl service.
-#include <CLI/CLI.hpp>
-
 #include <chrono>
 #include <memory>
 #include <string>
@@ -54,17 +52,17 @@ int Serve(const ServiceCommandOptions& given) {
 
 }  // namespace
 
-void AddServiceCommand(CLI::App* app, int* exit_code) {
+void AddServiceCommand(CCommand* program) {
   const auto options = std::make_shared<ServiceCommandOptions>();
-  CLI::App* const service =
-      app->add_subcommand("service", "Stand in for the firewall service: take the module's lines, keep the lists");
-  service->add_option("--config", options->directory, "the module's directory")->required();
-  service->add_option("--rotate", options->rotate_mib, "move _out.log away beyond this many MiB")
-      ->capture_default_str()
-      ->check(CLI::Range(1, 4096));
-  service->add_flag("--once", options->once, "end when everything has been taken; print the sums");
-  service->add_flag("--quiet", options->quiet, "print nothing");
-  service->callback([options, exit_code] { *exit_code = Serve(*options); });
+  CCommand& service =
+      program->AddCommand("service", "Stand in for the firewall service: take the module's lines, keep the lists");
+  service.AddOption("--config", &options->directory, "the module's directory").Required();
+  service.AddOption("--rotate", &options->rotate_mib, "move _out.log away beyond this many MiB")
+      .ShowDefault()
+      .Range(1, 4096);
+  service.AddFlag("--once", &options->once, "end when everything has been taken; print the sums");
+  service.AddFlag("--quiet", &options->quiet, "print nothing");
+  service.OnRun([options] { return Serve(*options); });
 }
 
 }  // namespace qiv

@@ -1,6 +1,5 @@
-// qivctl pack, unpack, lint.
-#include <CLI/CLI.hpp>
-
+// qivctl pack, unpack, lint, set.
+#include <algorithm>
 #include <memory>
 #include <string>
 
@@ -8,6 +7,7 @@
 #include "port/file.h"
 #include "tools/commands.h"
 #include "tools/files.h"
+#include "tools/settings_edit.h"
 #include "tools/settings_lint.h"
 
 namespace qiv {
@@ -26,11 +26,39 @@ int Pack(const std::string& input, const std::string& output) {
   return report.Print();
 }
 
-int Unpack(const std::string& input) {
+int Unpack(const std::string& input, const std::string& output) {
   CReport report(input);
   std::string text;
   if (!ReadInput(input, &text, &report)) return report.Print();
-  WriteOutput(UnpackSettings(text, &report));
+  std::string readable = UnpackSettings(text, &report);
+  if (output.empty()) WriteOutput(readable);
+  if (output.empty() || report.HasError()) return report.Print();
+  CReport written(output);
+  if (IsFile(output)) {
+    std::string existing;
+    if (ReadInput(output, &existing, &written)) {
+      readable = MergeSettings(existing, FolderOfSettings(output), readable, &written);
+    }
+  }
+  if (!written.HasError() && !ReplaceFile(output, readable)) written.Error(0, CannotWrite());
+  return std::max(report.Print(), written.Print());
+}
+
+/// `name`: "key" of the top level, or "section.key".
+int Set(const std::string& file, const std::string& name, const std::string& value) {
+  CReport report(file);
+  std::string text;
+  if (!ReadInput(file, &text, &report)) return report.Print();
+  const std::size_t dot = name.find('.');
+  const std::string section = dot == std::string::npos ? std::string() : name.substr(0, dot);
+  const std::string key = name.substr(dot == std::string::npos ? 0 : dot + 1);
+  const std::unique_ptr<CSettingsEdit> edit = CSettingsEdit::Parse(std::move(text), &report);
+  if (edit != nullptr && FindConfigKey(section, key) == nullptr) {
+    report.Error(0, "\"" + name + "\" is no key; docs/configuration-reference.md has all, as SECTION.KEY");
+  }
+  if (report.HasError()) return report.Print();
+  edit->Set(section, key, JsonString(value));
+  if (!ReplaceFile(file, edit->Text())) report.Error(0, CannotWrite());
   return report.Print();
 }
 
@@ -47,25 +75,35 @@ int Lint(const std::string& input) {
 struct Files {
   std::string input;
   std::string output;
+  std::string key;
+  std::string value;
 };
 
 }  // namespace
 
-void AddSettingsCommands(CLI::App* app, int* exit_code) {
+void AddSettingsCommands(CCommand* program) {
   const auto files = std::make_shared<Files>();
 
-  CLI::App* const pack = app->add_subcommand("pack", "Turn readable settings into a _config.db");
-  pack->add_option("settings", files->input, "settings.json, or - for standard input")->required();
-  pack->add_option("-o,--output", files->output, "the _config.db to write")->required();
-  pack->callback([files, exit_code] { *exit_code = Pack(files->input, files->output); });
+  CCommand& pack = program->AddCommand("pack", "Turn readable settings into a _config.db");
+  pack.AddOption("settings", &files->input, "settings.json, or - for standard input").Required();
+  pack.AddOption("-o,--output", &files->output, "the _config.db to write").Required();
+  pack.OnRun([files] { return Pack(files->input, files->output); });
 
-  CLI::App* const unpack = app->add_subcommand("unpack", "Print a _config.db as readable settings");
-  unpack->add_option("file", files->input, "the _config.db, or - for standard input")->required();
-  unpack->callback([files, exit_code] { *exit_code = Unpack(files->input); });
+  CCommand& unpack = program->AddCommand("unpack", "Print a _config.db as readable settings, or put it into some");
+  unpack.AddOption("file", &files->input, "the _config.db, or - for standard input").Required();
+  unpack.AddOption("-o,--output", &files->output,
+                   "a settings.json instead: what is the same there stays as it is written, with comments");
+  unpack.OnRun([files] { return Unpack(files->input, files->output); });
 
-  CLI::App* const lint = app->add_subcommand("lint", "Say what is unknown or doubtful in readable settings");
-  lint->add_option("settings", files->input, "settings.json, or - for standard input")->required();
-  lint->callback([files, exit_code] { *exit_code = Lint(files->input); });
+  CCommand& lint = program->AddCommand("lint", "Say what is unknown or doubtful in readable settings");
+  lint.AddOption("settings", &files->input, "settings.json, or - for standard input").Required();
+  lint.OnRun([files] { return Lint(files->input); });
+
+  CCommand& set = program->AddCommand("set", "Set one key in readable settings, which keep all else as it is written");
+  set.AddOption("settings", &files->input, "settings.json").Required();
+  set.AddOption("key", &files->key, "SECTION.KEY, or KEY of the top level").Required();
+  set.AddOption("value", &files->value, "the text").Required();
+  set.OnRun([files] { return Set(files->input, files->key, files->value); });
 }
 
 }  // namespace qiv

@@ -7,11 +7,11 @@
 #include <utility>
 #include <vector>
 
+#include "command_line/suggestion.h"
 #include "common/ip_address.h"
 #include "common/text.h"
 #include "config/value_lists.h"
 #include "tools/lint_relations.h"
-#include "tools/suggestion.h"
 #include "tools/utf8_text.h"
 
 namespace qiv {

@@ -128,6 +128,7 @@ class Visits:
         for field, text in (changes or {}).items():
             self.browser.type(field, text)
         self.browser.value("window.left = true")
+        self.browser.wait(f"!document.querySelector({json.dumps(f'{selector} {button}')}).disabled", 30)
         self.browser.click(f"{selector} {button}")
         self.browser.wait("!window.left && document.readyState == 'complete'", 30)
 

@@ -4,8 +4,6 @@
 // searches among them (known.inc). Each is measured once at 8 KiB; one that is promising then at 64 KiB, and one that
 // may be dearer than the dearest known of its kind at 512 KiB as well, several times over; cookies at the sizes that a
 // head may have. Every kind gets the same processor time. What is found is printed at once, and a table at the end.
-#include <CLI/CLI.hpp>
-
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
@@ -18,7 +16,9 @@
 
 #include "bench/dearest/costs.h"
 #include "bench/dearest/mixes.h"
+#include "command_line/command.h"
 #include "port/clock.h"
+#include "port/console.h"
 
 namespace qiv::bench {
 namespace {
@@ -188,28 +188,33 @@ int Run(CCosts& costs, const Options& options) {
   return 0;
 }
 
+int Begin(const Options& options) {
+  CCosts costs(options.rules, options.profile);
+  if (!costs.Ready()) {
+    std::cerr << "dearest: the configuration did not load\n";
+    return 2;
+  }
+  return options.replay.empty() ? Run(costs, options) : Replay(costs, options);
+}
+
 }  // namespace
 }  // namespace qiv::bench
 
 int main(int argc, char** argv) {
   try {
     qiv::bench::Options options;
-    CLI::App app{"Searches for the inputs that cost most processor time and memory by the byte."};
-    app.add_option("--seconds", options.seconds, "how long to search");
-    app.add_option("--seed", options.seed, "of the random numbers; another one searches elsewhere");
-    app.add_option("--kinds", options.kinds, "kinds of input, all by default")->delimiter(',');
-    app.add_option("--replay", options.replay,
-                   "measure these mixes, as the search printed them (\"known\": those of earlier searches), no more");
-    app.add_option("--write", options.write, "with --replay: write 64 KiB of the mix to this file");
-    app.add_option("--rules", options.rules, "folder of rule data");
-    app.add_option("--profile", options.profile, "a file of its settings folder");
-    CLI11_PARSE(app, argc, argv);
-    qiv::bench::CCosts costs(options.rules, options.profile);
-    if (!costs.Ready()) {
-      std::cerr << "dearest: the configuration did not load\n";
-      return 2;
-    }
-    return options.replay.empty() ? Run(costs, options) : Replay(costs, options);
+    qiv::CProgram program("dearest", "Searches for the inputs that cost most processor time and memory by the byte.");
+    program.AddOption("--seconds", &options.seconds, "how long to search");
+    program.AddOption("--seed", &options.seed, "of the random numbers; another one searches elsewhere");
+    program.AddOption("--kinds", &options.kinds, "kinds of input, all by default").Divided(',');
+    program.AddOption(
+        "--replay", &options.replay,
+        "measure these mixes, as the search printed them (\"known\": those of earlier searches), no more");
+    program.AddOption("--write", &options.write, "with --replay: write 64 KiB of the mix to this file");
+    program.AddOption("--rules", &options.rules, "folder of rule data");
+    program.AddOption("--profile", &options.profile, "a file of its settings folder");
+    program.OnRun([&] { return Begin(options); });
+    return program.ParseAndRun(qiv::CommandLineArguments(argc, argv));
   } catch (const std::exception& error) {
     std::cerr << "dearest: " << error.what() << "\n";
     return 2;

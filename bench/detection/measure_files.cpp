@@ -20,13 +20,13 @@
 #include <thread>
 #include <vector>
 
-#include <CLI/CLI.hpp>
-
 #include "bench/webshell_texts.h"
 #include "checks/webshell_finding.h"
+#include "command_line/command.h"
 #include "common/text.h"
 #include "engines/webshell/script_content.h"
 #include "engines/webshell/webshell_scan.h"
+#include "port/console.h"
 
 namespace {
 
@@ -233,18 +233,7 @@ void List(const std::array<Group, 3>& groups, bool reported) {
   }
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-  CLI::App app("Counts the script files of folders that the webshell detectors report.");
-  Options options;
-  app.add_option("-s,--samples", options.samples, "folders of webshells");
-  app.add_option("-o,--ordinary", options.ordinary, "folders of ordinary applications");
-  app.add_option("-l,--list", options.list,
-                 "list of the tuned part: samples missed or found, ordinary files reported or spared")
-      ->check(CLI::IsMember({"misses", "found", "alarms", "spared"}));
-  app.add_flag("-c,--cost", options.cost, "print nanoseconds a byte for ordinary texts and for ones made to be slow");
-  CLI11_PARSE(app, argc, argv);
+int Run(const Options& options) {
   if (options.samples.empty() && options.ordinary.empty() && !options.cost) {
     std::cerr << "measure_files: no folder given\n";
     return 2;
@@ -264,4 +253,21 @@ int main(int argc, char** argv) {
     PrintTable(samples, ordinary);
   }
   return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  qiv::CProgram program("measure_files", "Counts the script files of folders that the webshell detectors report.");
+  Options options;
+  program.AddOption("-s,--samples", &options.samples, "folders of webshells");
+  program.AddOption("-o,--ordinary", &options.ordinary, "folders of ordinary applications");
+  program
+      .AddOption("-l,--list", &options.list,
+                 "list of the tuned part: samples missed or found, ordinary files reported or spared")
+      .Choices({"misses", "found", "alarms", "spared"});
+  program.AddFlag("-c,--cost", &options.cost,
+                  "print nanoseconds a byte for ordinary texts and for ones made to be slow");
+  program.OnRun([&] { return Run(options); });
+  return program.ParseAndRun(qiv::CommandLineArguments(argc, argv));
 }

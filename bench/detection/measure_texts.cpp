@@ -14,16 +14,15 @@
 #include <fstream>
 #include <iostream>
 #include <iterator>
-#include <map>
 #include <random>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include <CLI/CLI.hpp>
-
 #include "bench/detection/text_places.h"
+#include "command_line/command.h"
 #include "common/text.h"
+#include "port/console.h"
 
 namespace {
 
@@ -183,27 +182,34 @@ int Run(const Options& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  CLI::App app("Counts the lines of text files that a protection blocks: by default injection and malicious code.");
+  qiv::CProgram program(
+      "measure_texts",
+      "Counts the lines of text files that a protection blocks: by default injection and malicious code.");
   Options options;
-  app.add_option("-m,--module", options.module_directory, "module directory, as made by qivctl init")->required();
-  app.add_option(
-      "-p,--place", options.places,
+  program.AddOption("-m,--module", &options.module_directory, "module directory, as made by qivctl init").Required();
+  program.AddOption(
+      "-p,--place", &options.places,
       "query, form, json, header, xml, cookie, referer, path, field, raw-query, raw-body, file, divided by commas");
-  app.add_option("-l,--list", options.list,
+  program
+      .AddOption("-l,--list", &options.list,
                  "list the tuned part's blocked lines, those that pass, those that the XSS detector would find but a "
                  "keyword rule names first; or of every line its number and what blocks it, to compare two versions")
-      ->check(CLI::IsMember({"hits", "misses", "mislabelled", "verdicts"}));
-  app.add_option("-j,--join", options.join, "join the lines to texts of at least this many bytes");
-  app.add_option("-r,--rounds", options.rounds, "join the lines that often, in another order each time");
-  app.add_flag("-w,--whole", options.whole, "each file is one text");
-  const std::map<std::string, qiv::Judges> judges = {{"both", qiv::Judges::kBoth},
-                                                     {"families", qiv::Judges::kFamilies},
-                                                     {"injection", qiv::Judges::kInjection},
-                                                     {"webshells", qiv::Judges::kWebshells}};
-  app.add_option("-b,--by", options.by,
+      .Choices({"hits", "misses", "mislabelled", "verdicts"});
+  program.AddOption("-j,--join", &options.join, "join the lines to texts of at least this many bytes");
+  program.AddOption("-r,--rounds", &options.rounds, "join the lines that often, in another order each time");
+  program.AddFlag("-w,--whole", &options.whole, "each file is one text");
+  std::string by = "both";
+  program
+      .AddOption("-b,--by", &by,
                  "who judges: families (rules for malicious code), injection, both of them, or webshells alone")
-      ->transform(CLI::CheckedTransformer(judges));
-  app.add_option("files", options.files, "one text a line; %0D, %0A and %00 are bytes")->required();
-  CLI11_PARSE(app, argc, argv);
-  return Run(options);
+      .Choices({"both", "families", "injection", "webshells"});
+  program.AddOption("files", &options.files, "one text a line; %0D, %0A and %00 are bytes").Required();
+  program.OnRun([&] {
+    options.by = by == "families"    ? qiv::Judges::kFamilies
+                 : by == "injection" ? qiv::Judges::kInjection
+                 : by == "webshells" ? qiv::Judges::kWebshells
+                                     : qiv::Judges::kBoth;
+    return Run(options);
+  });
+  return program.ParseAndRun(qiv::CommandLineArguments(argc, argv));
 }

@@ -11,7 +11,6 @@
 #include <modsecurity/rules_set.h>
 #include <modsecurity/transaction.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdio>
 #include <ctime>
@@ -23,8 +22,10 @@
 
 #include "bench/installation.h"
 #include "bench/requests.h"
+#include "command_line/command.h"
 #include "host/in_process.h"
 #include "module/register_module.h"
+#include "port/console.h"
 
 namespace {
 
@@ -102,7 +103,7 @@ struct Costs {
   bool stopped = false;  // by the peer
 };
 
-Costs Measure(const InProcessRequest& request, int rounds, CPeer* peer) {
+Costs Measure(const InProcessRequest& request, unsigned rounds, CPeer* peer) {
   const qiv::host::InProcessHandler handler = qiv::host::AnswerWith(200, "ok");
   qiv::host::CModuleHost bare;
   qiv::host::CModuleHost guarded;
@@ -112,7 +113,7 @@ Costs Measure(const InProcessRequest& request, int rounds, CPeer* peer) {
     if (qiv::host::RunInProcess(host, request, handler).status != 200)
       throw std::runtime_error("an ordinary request was not answered with 200");
   };
-  for (int round = 0; round < rounds; ++round) {
+  for (unsigned round = 0; round < rounds; ++round) {
     costs.host = std::min(costs.host, Round([&] { through(bare); }));
     costs.whole = std::min(costs.whole, Round([&] { through(guarded); }));
     costs.peer = std::min(costs.peer, Round([&] { costs.stopped = !peer->Decide(request) || costs.stopped; }));
@@ -132,29 +133,33 @@ void Print(const char* name, const Costs& costs, bool json) {
   std::fflush(stdout);
 }
 
+int Compare(const std::vector<std::string>& files, unsigned rounds, bool json) {
+  const qiv::bench::CBenchInstallation installation(QIV_BENCH_RULES);
+  if (!installation.Use()) return 2;
+  CPeer peer;
+  if (const std::string error = peer.Load(files); !error.empty()) throw std::runtime_error(error);
+  if (!json) std::printf("| request | ours, us | peer, us | ratio |\n|---|---|---|---|\n");
+  for (const DecisionCase& decision : qiv::bench::Decisions()) {
+    Print(decision.name, Measure(decision.make(), rounds, &peer), json);
+  }
+  return 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
-  int rounds = 5;
+  unsigned rounds = 5;
   bool json = false;
   std::vector<std::string> files;
-  CLI::App app("What a decision costs here and in a public peer");
-  app.add_option("--rounds", rounds, "The cheapest of so many counts")->check(CLI::Range(1, 100));
-  app.add_option("--rules", files, "Rule files of the peer, in their order")->required();
-  app.add_flag("--json", json, "One JSON object a line");
-  CLI11_PARSE(app, argc, argv);
+  qiv::CProgram program("peers", "What a decision costs here and in a public peer");
+  program.AddOption("--rounds", &rounds, "The cheapest of so many counts").Range(1, 100);
+  program.AddOption("--rules", &files, "Rule files of the peer, in their order").Required();
+  program.AddFlag("--json", &json, "One JSON object a line");
+  program.OnRun([&] { return Compare(files, rounds, json); });
   try {
-    const qiv::bench::CBenchInstallation installation(QIV_BENCH_RULES);
-    if (!installation.Use()) return 2;
-    CPeer peer;
-    if (const std::string error = peer.Load(files); !error.empty()) throw std::runtime_error(error);
-    if (!json) std::printf("| request | ours, us | peer, us | ratio |\n|---|---|---|---|\n");
-    for (const DecisionCase& decision : qiv::bench::Decisions()) {
-      Print(decision.name, Measure(decision.make(), rounds, &peer), json);
-    }
+    return program.ParseAndRun(qiv::CommandLineArguments(argc, argv));
   } catch (const std::exception& error) {
     std::fprintf(stderr, "peers: %s\n", error.what());
     return 2;
   }
-  return 0;
 }

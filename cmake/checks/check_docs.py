@@ -7,8 +7,8 @@ import urllib.parse
 
 import cpp_text
 
-FOLDERS = ["base", "bench", "checks", "cmake", "common", "config", "docs", "engines", "fuzz", "host", "iis", "module", "packaging",
-           "port", "rules", "setup", "tests", "tools"]
+FOLDERS = ["base", "bench", "checks", "cmake", "command_line", "common", "config", "docs", "engines", "fuzz", "host", "iis", "module",
+           "packaging", "port", "rules", "setup", "tests", "tools"]
 MAX_README_LINES = 30
 LINK = re.compile(r"(?<!!)\[[^\]\n]*\]\(\s*<?([^)\s>]+)>?(?:\s+\"[^\"]*\")?\s*\)|!\[[^\]\n]*\]\(\s*([^)\s]+)\s*\)")
 

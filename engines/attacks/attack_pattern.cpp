@@ -30,6 +30,7 @@ class CPatternReader {
   CPatternReader(std::string_view text, const WordLists& lists) : text_(text), lists_(lists) {}
 
   std::optional<AttackPattern> Read(std::string* fault) {
+    if (!CCharSet::IsAscii(text_)) Fail("other bytes than those of ASCII are written %XX");
     while (fault_.empty() && at_ < text_.size()) text_[at_] == '~' ? ReadMark() : ReadByte();
     EndWord();
     if (fault_.empty() && pattern_.steps.empty()) fault_ = "the pattern has no word";
@@ -247,8 +248,6 @@ bool IsWordEdge(std::string_view text, std::size_t at) {
 
 CommandBegin CommandBeginAt(std::string_view text, std::size_t at) {
   constexpr std::string_view kPathMarks = "/\\.:?*[]%-_";
-  constexpr std::string_view kBefore = "\"'({@!\\+";
-  constexpr std::string_view kSeparators = ";|&";
   if (at > 0 && (text[at - 1] == '/' || text[at - 1] == '\\')) {
     const std::size_t first = at > kLongestPath ? at - kLongestPath : 0;
     while (at > first && (IsWordByte(text[at - 1]) || kPathMarks.find(text[at - 1]) != kEnd)) --at;
@@ -258,8 +257,8 @@ CommandBegin CommandBeginAt(std::string_view text, std::size_t at) {
     if (c == '(' && at > 1 && (text[at - 2] == '$' || text[at - 2] == '<' || text[at - 2] == '>')) {
       return CommandBegin::kBehindMark;
     }
-    if (kSeparators.find(c) != kEnd) return CommandBegin::kBehindMark;
-    if (kBlanks.find(c) == kEnd && kBefore.find(c) == kEnd) return CommandBegin::kNone;
+    if (kCommandSeparators.find(c) != kEnd) return CommandBegin::kBehindMark;
+    if (kBytesBesideCommand.find(c) == kEnd) return CommandBegin::kNone;
     --at;
   }
   return at == 0 ? CommandBegin::kText : CommandBegin::kNone;

@@ -72,8 +72,10 @@ enum class CommandBegin : std::uint8_t { kNone, kText, kBehindMark };
 /// Whether a shell begins a command at `at`, were the text one, or behind what begins one.
 CommandBegin CommandBeginAt(std::string_view text, std::size_t at);
 bool IsCommandEnd(std::string_view text, std::size_t at);
-/// What can stand right before such a place, and right behind.
-inline constexpr std::string_view kBytesBeforeCommand = " \t\r\n\f\v\"'({@!\\+;|&/";
+/// What can stand between a command and what begins it.
+inline constexpr std::string_view kBytesBesideCommand = " \t\r\n\f\v\"'({@!\\+";
+inline constexpr std::string_view kCommandSeparators = ";|&";
+/// What can stand right behind a command.
 inline constexpr std::string_view kBytesBehindCommand = " \t\r\n;|&`'\")<>$,}\\/+#";
 
 }  // namespace qiv

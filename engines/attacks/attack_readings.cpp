@@ -1,8 +1,6 @@
 #include "engines/attacks/attack_readings.h"
 
 #include <algorithm>
-#include <cstdint>
-#include <cstring>
 
 #include "base/hex.h"
 #include "common/char_set.h"
@@ -125,19 +123,8 @@ std::size_t ShellNothing(std::string_view text, std::size_t at, bool* blank) {
 }  // namespace
 
 void CAttackReadings::Lower(std::string_view text) {
-  constexpr std::uint64_t kEach = 0x0101010101010101;
   lowered_.resize(text.size());
-  std::size_t at = 0;
-  for (; at + sizeof(std::uint64_t) <= text.size(); at += sizeof(std::uint64_t)) {
-    std::uint64_t bytes = 0;
-    std::memcpy(&bytes, text.data() + at, sizeof(bytes));
-    // The high bit of each byte that is "A" to "Z": none of the sums reaches the next byte.
-    const std::uint64_t low = bytes & 0x7F * kEach;
-    const std::uint64_t letters = (low + (0x80 - 'A') * kEach) & ~(low + (0x7F - 'Z') * kEach) & ~bytes & 0x80 * kEach;
-    bytes |= letters >> 2U;
-    std::memcpy(lowered_.data() + at, &bytes, sizeof(bytes));
-  }
-  for (; at < text.size(); ++at) lowered_[at] = LowerByte(text[at]);
+  CCharSet::LowerBytes(text, lowered_.data());
 }
 
 bool CAttackReadings::Resolve(TextMarks marks) {
@@ -171,6 +158,8 @@ bool CAttackReadings::IsOdd(std::string_view text, TextMarks marks) {
   for (std::size_t at = text.find('%'); at != kEnd && text.size() - at > 3; at = text.find('%', at + 1)) {
     if (text[at + 2] == '%' || text[at + 3] == '%') return true;
   }
+  // Slashes of other alphabets that are sent as they are.
+  if ((marks & MarkOf('\x80')) != 0 && text.find("..") != kEnd) return true;
   return text.find("0x") != kEnd;
 }
 
@@ -216,7 +205,7 @@ bool CAttackReadings::IsJoined(std::string_view text, TextMarks marks) {
       std::size_t& of_kind = open[c == '"' ? 1 : 0];
       if (of_kind != kEnd) return true;
       of_kind = at;
-    } else if ((c == '`' && next == '`') || (c == '\\' && (IsWordByte(next) || next == '/'))) {
+    } else if ((c == '`' && next == '`') || (c == '\\' && next > ' ' && next != '\\')) {
       return true;
     }
   }

@@ -61,7 +61,10 @@ Neighbours BytesBefore(const AttackPattern& pattern, std::size_t step, std::stri
       Add(std::string_view(last).substr(last.size() - 1), &set);
   } else if (open) {
     if (pattern.begin != PatternBegin::kCommand) set.set(kTextEdge);
-    if (pattern.begin != PatternBegin::kText) Add(kBytesBeforeCommand, &set);
+    if (pattern.begin != PatternBegin::kText) {
+      for (const std::string_view bytes : {kBytesBesideCommand, kCommandSeparators, std::string_view("/")})
+        Add(bytes, &set);
+    }
   }
   if (here.edge_before && IsWordByte(word.front())) DropWordBytes(&set);
   return set;

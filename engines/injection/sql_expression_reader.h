@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <string_view>
 
+#include "base/ascii.h"
 #include "common/text.h"
 #include "engines/injection/sql_expression_detector.h"
 #include "engines/injection/sql_tokens.h"
@@ -108,8 +109,7 @@ class CSqlExpressionReader {
   bool IsDocument() const {
     constexpr std::size_t kShortest = 256;
     if (text_.size() < kShortest) return false;
-    const std::string_view read = text_.substr(begin_, tokens_.Current().end - begin_);
-    return read.find('\n') != std::string_view::npos;
+    return value_.text.LineEnd(begin_) < tokens_.Current().end;
   }
   std::string_view Text() const {
     return text_.substr(tokens_.Current().begin, tokens_.Current().end - tokens_.Current().begin);
@@ -136,9 +136,7 @@ class CSqlExpressionReader {
       left = Trim(left);
       left.remove_prefix(left.find_last_of(" (") + 1);  // npos + 1: all of it
     }
-    return !left.empty() && left.size() == right.size() &&
-           std::equal(left.begin(), left.end(), right.begin(),
-                      [](char a, char b) { return LowerByte(a) == LowerByte(b); });
+    return !left.empty() && EqualsIgnoreCase(left, right);
   }
 
   static bool EndsInComment(std::string_view text) {
@@ -161,9 +159,10 @@ class CSqlExpressionReader {
   bool HasShortComment(std::string_view marks = "#-*") const {
     constexpr std::size_t kLongest = 8;
     if (!Is(Kind::kComment)) return false;
-    const std::size_t begin = text_.find_last_of(marks);
-    if (begin == std::string_view::npos || text_.size() - begin > kLongest) return false;
-    return begin + 1 == text_.size() || text_[begin + 1] <= ' ' || text_[begin + 1] == '+';
+    const std::string_view end = text_.substr(text_.size() - std::min(text_.size(), kLongest));
+    const std::size_t begin = end.find_last_of(marks);
+    if (begin == std::string_view::npos) return false;
+    return begin + 1 == end.size() || end[begin + 1] <= ' ' || end[begin + 1] == '+';
   }
 
   /// Behind an operand.

@@ -216,8 +216,8 @@ bool CSqlExpressionReader::IsStatementWord(SqlWord word) {
 CSqlExpressionReader::Finding CSqlExpressionReader::FollowingStatement() {
   if (!IsStatementWord(tokens_.Current().word)) return {};
   if (before_ == Before::kQuote && !IsBehindName()) return {};
-  if (IsLongStatement()) return Found(Result::kStacked);
-  return EndsInComment(text_) || Is(Word::kDeclare) ? Statement() : Finding();
+  if (EndsInComment(text_) || Is(Word::kDeclare)) return Statement();
+  return IsLongStatement() ? Found(Result::kStacked) : Finding();
 }
 
 CSqlExpressionReader::Finding CSqlExpressionReader::Statement() {

@@ -26,6 +26,11 @@ std::size_t CSqlText::PlainQuote(char quote, std::size_t from) {
   return next;
 }
 
+std::size_t CSqlText::LineEnd(std::size_t from) {
+  if (!line_.Holds(from)) line_ = {from, text_.find('\n', from)};
+  return line_.to;
+}
+
 void CSqlText::PassComments(std::size_t* at, std::size_t* room) const {
   const auto first = std::lower_bound(comments_.begin(), comments_.end(), *at,
                                       [](const Comment& comment, std::size_t place) { return comment.begin < place; });

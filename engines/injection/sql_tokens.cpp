@@ -271,7 +271,7 @@ void CSqlTokens::ReadWord() {
   }
   while (text_[end - 1] == '.') --end;
   const std::string_view word = text_.substr(at_, end - at_);
-  const SqlWordRow* const row = MayBeWord(word) ? FindWord(word) : nullptr;
+  const SqlWordRow* const row = FindWord(word);
   if (row) current_.word = row->word;
   Take(row ? row->kind : Kind::kWord, end - at_);
 }

@@ -96,6 +96,9 @@ class CSqlText {
   /// First quote of that kind at or after `from` without a backslash before it; npos when there is none. Asked from
   /// place to place on, it costs a few steps each.
   std::size_t PlainQuote(char quote, std::size_t from);
+  /// First line feed at or after `from`; npos when there is none. Asked from place to place on, it costs a few steps
+  /// each.
+  std::size_t LineEnd(std::size_t from);
 
   /// Whether the next tokens from `from` on, so many, hold nothing without which no reading comes to a finding: a
   /// connective, a word of SQL, a semicolon, a comment, the end of the text. Asked from place to place on, it costs a
@@ -147,6 +150,7 @@ class CSqlText {
   };
   std::array<Span, 3> plain_quotes_;  // of each kind the last one asked for
   Span name_;
+  Span line_;
   bool ends_known_ = false;
   std::vector<std::size_t> ends_;
   std::size_t reads_ = 0;

@@ -292,9 +292,11 @@ class CFragment {
     if (!call.word.empty() && interpolated) return Found(call.begin);
     switch (call.kind) {
       case WordKind::kCode:
+        if (RunsNothing(call)) return;
         if (RunsInput(call, true)) return Found(call.begin);
         break;
       case WordKind::kCommand:
+        if (RunsNothing(call)) return;
         if (RunsInput(call, false)) return Found(call.begin);
         break;
       case WordKind::kSetup:
@@ -313,6 +315,11 @@ class CFragment {
       strength_ = FragmentStrength::kWeak;
       where_ = call.begin;
     }
+  }
+
+  /// "eval()", as one writes of it.
+  bool RunsNothing(const Call& call) const {
+    return text_.substr(std::min(text_.find_first_not_of(" \t\r\n+", call.argument), text_.size())).starts_with(')');
   }
 
   /// Whether the argument is the request, or comes out of a decoder.

@@ -115,8 +115,16 @@ class Chromium:
         return self.value("document.body ? document.body.innerText : ''")
 
     def click(self, selector):
-        x, y = self.value(f"(e => (e.scrollIntoView({{block: 'center'}}), e = e.getBoundingClientRect(), "
-                          f"[e.x + e.width / 2, e.y + e.height / 2]))(document.querySelector({json.dumps(selector)}))")
+        place = (f"(e => (e.scrollIntoView({{block: 'center'}}), e = e.getBoundingClientRect(), "
+                 f"[e.x + e.width / 2, e.y + e.height / 2]))(document.querySelector({json.dumps(selector)}))")
+        now = self.value(place)
+        for _ in range(40):  # a page that is still growing moves it
+            before = now
+            time.sleep(0.05)
+            now = self.value(place)
+            if now == before:
+                break
+        x, y = now
         self._mouse("mouseMoved", x, y)
         self._mouse("mousePressed", x, y)
         self._mouse("mouseReleased", x, y)

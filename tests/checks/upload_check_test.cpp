@@ -278,7 +278,14 @@ TEST_F(UploadCheckTest, JudgesWhateverAPartCallsItself) {
   EXPECT_EQ(Check("application/zip", "PK\3\4"), "");
   EXPECT_EQ(Check("text/plain", kShell), "");
   EXPECT_EQ(Check("application/json", "{\"a\":\"data:image/png;base64,iVBOR\"}"), "Not an image");
-  EXPECT_EQ(Check("application/json", "{\"a\":\"data:image/png;base64, is accepted for icons\"}"), "");
+  // Prose, and what decoders that pass over blanks make of its like.
+  for (const char* prose :
+       {"data:image/png;base64, is accepted for icons", "data:image/png;base64,+is+accepted+for+icons"})
+    EXPECT_EQ(Check("application/json", std::string("{\"a\":\"") + prose + "\"}"), "") << prose;
+  for (const char* shell : {" PD9waHAgQGV2YWwoJF9QT1NUWyd4J10pOyA/Pg==", "+PD9waHAgQGV2YWwoJF9QT1NUWyd4J10pOyA/Pg==",
+                            " PD9wa HAgQGV2YWwoJF 9QT1NUWyd4J10pOyA/Pg=="})
+    EXPECT_EQ(Check("application/json", "{\"a\":\"data:image/png;base64," + std::string(shell) + "\"}"),
+              "Script in image");
   EXPECT_EQ(Check("application/x-www-form-urlencoded",
                   "a=data%3Aimage%2Fgif%3Bbase64%2CR0lGODlhAQABAAAAACwAAAAAAQABAAACAkQBADs%3D"),
             "");

@@ -175,6 +175,7 @@ TEST_F(WebshellCheckTest, WeakFindingsCountInStrictModeOrWhereNobodyEditsPages) 
   EXPECT_EQ(places(commands), "query form json multipart cookie ");
   EXPECT_EQ(places("system('id');"), "query form json multipart cookie ");
   EXPECT_EQ(places("phpinfo();"), "query form json multipart cookie ");
+  EXPECT_EQ(places("used;eval() and exec( ) are not"), "") << "they run nothing";
 }
 
 TEST_F(WebshellCheckTest, LooksOnlyWhereItIsSwitchedOn) {

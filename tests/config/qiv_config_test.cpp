@@ -380,8 +380,14 @@ TEST_F(QivConfig, TheRulesForAttacksFollowTheirFile) {
   Write(FileText(SettingsText("", "{\"badcode\":1}")));
   Tick();
   EXPECT_TRUE(states_.IsFault(StateKind::kProtection, "_badcode.db")) << "switched on, and nothing is looked for";
-  Write(SiteText(""));
+  Write(FileText(SettingsText("", "{\"badcode\":0,\"badcode_webout\":1}")));
+  Tick();
+  EXPECT_FALSE(states_.IsFault(StateKind::kProtection, "_badcode.db")) << "off, answers with it";
+  Write(FileText(SettingsText("", "{\"badcode\":1,\"badcode_webout\":1}")));
   Write("_badcode.db", rules("a.b"));
+  Tick();
+  EXPECT_TRUE(states_.IsFault(StateKind::kProtection, "_badcode.db")) << "nothing is looked for in answers";
+  Write(SiteText(""));
   Tick();
   EXPECT_EQ(pattern(), "a.b");
   EXPECT_FALSE(states_.IsFault(StateKind::kProtection, "_badcode.db"));
@@ -392,8 +398,8 @@ TEST_F(QivConfig, TheRulesForAttacksFollowTheirFile) {
   EXPECT_TRUE(states_.IsFault(StateKind::kItems, "_badcode.db")) << "GBK has no such letter";
   Write("_badcode.db", rules("a.b"));
   Tick();
-  for (const std::string& bad :
-       {rules("~x"), rules("中.b"), std::string("no library"), encrypt_text("", "<badcode_rules></badcode_rules>")}) {
+  for (const std::string& bad : {rules("~x"), rules("中.b"), rules("ab~[中]"), std::string("no library"),
+                                 encrypt_text("", "<badcode_rules></badcode_rules>")}) {
     news_.Take();
     Write("_badcode.db", bad);
     Tick();

@@ -427,8 +427,8 @@ class Lifetime(unittest.TestCase):
                                  ([*listen, "--root", root, "--threads", "0"], "--threads"),
                                  ([*listen, "--root", root, "--timeout", "x"], "--timeout"),
                                  ([*listen, "--root", root, "--root", root], "--root"),
-                                 (["--listen"], "--listen"), (["--nothing"], "unknown option --nothing"),
-                                 ([*listen, "--root", root, "--nothing=1"], "unknown option --nothing"),
+                                 (["--listen"], "--listen"), (["--nothing"], "unknown option \"--nothing\""),
+                                 ([*listen, "--root", root, "--nothing=1"], "unknown option \"--nothing\""),
                                  ([*listen, "--root", root + "/no"], "/no: cannot be served: "),
                                  ([*listen, "--root", root, "--module", "missing.so"], "missing.so: cannot be loaded: "),
                                  (["--listen", "192.0.2.77:1", "--root", root], "192.0.2.77:1: cannot listen: ")):

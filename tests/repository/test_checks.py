@@ -32,6 +32,8 @@ class Layers(unittest.TestCase):
         ("engines/webshell/php/a.cpp", '#include "engines/webshell/page/x.h"\n', "may not include"),
         ("engines/webshell/flow/a.cpp", '#include "engines/webshell/x.h"\n', "may not include"),
         ("module/a.cpp", "#include <boost/asio.hpp>\n", "only below host/"),
+        ("tools/a.cpp", "#include <CLI/CLI.hpp>\n", "only below command_line/command.cpp"),
+        ("checks/a.cpp", '#include "command_line/command.h"\n', "may include only"),
         ("module/a.cpp", '#include "stored_context.h"\n', "from the root"),
     ]
     GOOD = [
@@ -45,7 +47,8 @@ class Layers(unittest.TestCase):
         ("common/a.cpp", "int n = 1'000;\n#if defined(QIV_SOMETHING)\n#endif\nint m = 2'0;\n"),
         ("port/windows/a.cpp", "#include <windows.h>\n#ifdef _MSC_VER\n#endif\n"),
         ("host/a.cpp", "#include <boost/asio.hpp>\n"),
-        ("tools/a.cpp", '#include "module/x.h"\n#include <CLI/CLI.hpp>\n'),
+        ("tools/a.cpp", '#include "module/x.h"\n#include "command_line/command.h"\n'),
+        ("command_line/command.cpp", "#include <CLI/CLI.hpp>\n"),
     ]
 
     def test_planted_faults(self):

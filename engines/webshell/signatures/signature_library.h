@@ -69,7 +69,7 @@ class CSignatureLibrary {
   CMultiPattern terms_;
   std::size_t free_code_end_ = 0;                       // patterns before it are free code
   std::vector<std::vector<std::uint32_t>> rule_terms_;  // per rule: required terms, then excluded ones
-  std::vector<std::vector<std::uint32_t>> asked_by_;    // per term: places in order_ of the rules it is the rarest of
+  std::vector<std::vector<std::uint32_t>> asked_by_;    // per term: places in order_ of the rules it is the longest of
   std::vector<OrderedRule> ordered_;
   std::vector<std::uint32_t> ordered_of_rule_;    // per rule, index into ordered_
   std::vector<std::vector<Step>> steps_of_term_;  // per term

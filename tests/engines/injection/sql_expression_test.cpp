@@ -221,10 +221,11 @@ TEST(SqlExpression, BoundsWhatItReads) {
   for (int i = 0; i < 100; ++i) chain += " and a+b";
   EXPECT_TRUE(FindSqlExpression(chain));
   for (const std::string_view piece :
-       {"'or a/", "'/*", "'or\"", "'#", "`(", "'or(select(", "1,", "'\\", "*/", "'in("}) {
+       {"'or a/", "'or a/*", "'or 1/*", "'/*", "'or\"", "'#", "`(", "'or(select(", "1,", "'\\", "*/", "'in("}) {
     std::string text;
     while (text.size() < 100000) text += piece;
-    FindSqlExpression(text);  // ends, and reads no byte behind it
+    FindSqlExpression(text);                                         // ends, and reads no byte behind it
+    FindSqlExpression(text + std::string(text.size(), 'b') + "\n");  // nor what follows once for each piece
   }
   EXPECT_TRUE(FindSqlExpression("1' and " + std::string(45, '(') + "name in ('a','b','c','d','e','f')" +
                                 std::string(45, ')') + ";drop table users-- "));

@@ -60,7 +60,7 @@ inline std::string PlaceShown(const WebshellResult& result, std::string_view tex
   return (result.view == TextView::kInner ? "inner " : "") + std::string(result.In(text));
 }
 
-/// Scans the scripts of the file; shown(found, result, words) is what must equal the first field. The number of cases.
+/// Scans the scripts of the file; shown(result, words) is what must equal the first field. The number of cases.
 /// A line that is no case is a failure.
 template <typename Shown>
 int RunScriptCases(const std::string& path, const Shown& shown) {

@@ -1,4 +1,4 @@
-#include "tools/suggestion.h"
+#include "command_line/suggestion.h"
 
 #include <algorithm>
 
