@@ -17,6 +17,7 @@ void AddListCommands(CCommand* program);  ///< deny, auth, verify, forgive, list
 void AddEventCommand(CCommand* program);
 void AddExemptCommand(CCommand* program);
 void AddLogCommand(CCommand* program);
+void AddRulesCommand(CCommand* program);
 void AddScanCommand(CCommand* program);
 void AddServiceCommand(CCommand* program);
 

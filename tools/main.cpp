@@ -37,6 +37,7 @@ int main(int argc, char** argv) {
   qiv::AddEventCommand(&program);
   qiv::AddExemptCommand(&program);
   qiv::AddLogCommand(&program);
+  qiv::AddRulesCommand(&program);
   qiv::AddScanCommand(&program);
   qiv::AddServiceCommand(&program);
 

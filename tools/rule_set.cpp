@@ -147,12 +147,12 @@ std::vector<FileText> PackInstallation(const std::string& settings_file, const s
   CReport none(rules);
   std::string installed = RuleSetName(rules, &none) + "\n";
   for (const FileText& file : rule_files) AppendAll(&installed, {FileDigest(file.text), " ", file.path, "\n"});
-  // What names the set comes last: whoever reads it finds the others in force.
-  return {{"config/_config.db", packed},
+  // The settings come last: the module reads the name of the set, and then the libraries, when they change.
+  return {{kRuleSetFile, installed},
           {"config/_sql.db", sql},
           {"config/_trojan.db", trojan},
           {"config/_badcode.db", badcode},
-          {kRuleSetFile, installed}};
+          {"config/_config.db", packed}};
 }
 
 InstalledRules ReadInstalledRules(const std::string& module_directory) {
