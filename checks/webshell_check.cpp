@@ -11,6 +11,7 @@
 #include <iterator>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "checks/file_content.h"
 #include "checks/request_values.h"
@@ -195,9 +196,10 @@ class CWebshellRun {
     }
     const bool worth = (hints & kHintSource) != 0 && text.size() <= kLongestFragment;
     if (!worth || text.find('\0') != std::string_view::npos) return false;
-    std::string page;
-    page.reserve(text.size() + 8);
-    page.append("<?php ").append(text).append(";");
+    // A text that was decoded is not held twice.
+    std::string page = text.data() == room_.data() ? std::exchange(room_, {}) : std::string(text);
+    page.reserve(page.size() + 8);
+    page.insert(0, "<?php ") += ';';
     return ScanText(page, found);
   }
 

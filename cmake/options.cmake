@@ -23,9 +23,11 @@ if(WIN32)
 endif()
 find_package(Threads REQUIRED)
 
+# What one clone has compiled the next one takes from the cache: paths within a clone do not count.
 find_program(QIV_CCACHE ccache)
 if(QIV_CCACHE)
-  set(CMAKE_CXX_COMPILER_LAUNCHER "${QIV_CCACHE}")
+  set(CMAKE_CXX_COMPILER_LAUNCHER
+    "${CMAKE_COMMAND}" -E env "CCACHE_BASEDIR=${CMAKE_SOURCE_DIR}" CCACHE_NOHASHDIR=1 "${QIV_CCACHE}")
 endif()
 
 if(MSVC)

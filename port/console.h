@@ -15,4 +15,10 @@ void PrepareStandardStreams();
 /// Columns of the terminal that standard error goes to; 0 when it goes elsewhere.
 int TerminalWidth();
 
+enum class OutputStream { kOutput, kError };
+
+/// Whether the stream goes to a terminal that obeys sequences for colours (ESC [ ... m). A console that has to be told
+/// to obey them is told.
+bool ShowsColor(OutputStream stream);
+
 }  // namespace qiv

@@ -91,15 +91,19 @@ void AddAreaCommand(CCommand* program) {
   const auto build_options = std::make_shared<BuildOptions>();
   CCommand& build = area.AddCommand("build", "Build libraries from lists of ranges");
   build.AddOption("csv", &build_options->inputs, "lines of start,end,code[,name] or cidr,code[,name]; UTF-8")
+      .ValueIs(ValueKind::kFile)
       .Required();
   build.AddOption("-o,--output", &build_options->output, "the file, or a folder that receives iplib.db and iplibv6.db")
+      .ValueIs(ValueKind::kFile)
       .Required();
   build.OnRun([build_options] { return Build(*build_options); });
 
   const auto lookup_options = std::make_shared<LookupOptions>();
   CCommand& lookup = area.AddCommand("lookup", "Print address, code and name; exit 1 when there is no area");
   lookup.AddOption("ip", &lookup_options->addresses, "the addresses").Required();
-  lookup.AddOption("--db", &lookup_options->library, "the file, or the folder of iplib.db and iplibv6.db").Required();
+  lookup.AddOption("--db", &lookup_options->library, "the file, or the folder of iplib.db and iplibv6.db")
+      .ValueIs(ValueKind::kFile)
+      .Required();
   lookup.OnRun([lookup_options] { return Lookup(*lookup_options); });
 }
 

@@ -205,14 +205,17 @@ void AddCheckCommand(CCommand* program) {
   const auto options = std::make_shared<CheckOptions>();
   CCommand& command = program->AddCommand(
       "check", "Run raw HTTP requests through the module offline. Exit code 0: all pass, 1: one is blocked or refused");
-  command.AddOption("--config", &options->config, "Directory of the installation, or its config folder").Required();
+  command.AddOption("--config", &options->config, "Directory of the installation, or its config folder")
+      .ValueIs(ValueKind::kFolder)
+      .Required();
   command.AddOption("--client", &options->client, "Address the requests come from");
   command.AddFlag("--json", &options->json, "One JSON object a line");
   CCommand& input = command.AddOneOf("input");
   input.AddFlag("--batch", &options->batch,
                 "Requests from standard input, each after a line \"%% BYTES\" and before a line feed; one line of "
                 "result each, divided by tabs: decision, status, check, item, reason, rule");
-  input.AddOption("requests", &options->files, "Files with a request as it goes over the wire; - is standard input");
+  input.AddOption("requests", &options->files, "Files with a request as it goes over the wire; - is standard input")
+      .ValueIs(ValueKind::kFile);
   command.OnRun([options] { return Check(*options); });
 }
 

@@ -13,12 +13,15 @@ void AddCipherCommands(CCommand* program);  ///< encrypt, decrypt
 void AddCheckCommand(CCommand* program);
 void AddReferenceCommand(CCommand* program);
 void AddAreaCommand(CCommand* program);
-void AddListCommands(CCommand* program);  ///< deny, auth, verify, forgive, lists
+void AddListCommands(CCommand* program);           ///< deny, auth, verify, forgive, lists
+void AddDocumentationCommands(CCommand* program);  ///< completions, man; after all others
 void AddEventCommand(CCommand* program);
 void AddExemptCommand(CCommand* program);
 void AddLogCommand(CCommand* program);
+void AddReportCommand(CCommand* program);
 void AddRulesCommand(CCommand* program);
 void AddScanCommand(CCommand* program);
 void AddServiceCommand(CCommand* program);
+void AddStatusCommand(CCommand* program);
 
 }  // namespace qiv

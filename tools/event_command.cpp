@@ -55,7 +55,7 @@ void AddEventCommand(CCommand* program) {
   const auto options = std::make_shared<EventOptions>();
   CCommand& event = program->AddCommand("event", "Show the event whose number a block page gave");
   event.AddOption("id", &options->id, "the number").Required();
-  event.AddOption("--config", &options->directory, "the module's directory").Required();
+  event.AddOption("--config", &options->directory, "the module's directory").ValueIs(ValueKind::kFolder).Required();
   event.AddFlag("--json", &options->json, "the line as the log holds it");
   event.OnRun([options] { return PrintEvent(*options); });
 }

@@ -169,7 +169,7 @@ void AddExemptCommand(CCommand* program) {
   const auto options = std::make_shared<ExemptOptions>();
   CCommand& exempt = program->AddCommand("exempt", "Findings that are no attacks on this site");
   const auto add_config = [options](CCommand* command) {
-    command->AddOption("--config", &options->directory, "the module's directory");
+    command->AddOption("--config", &options->directory, "the module's directory").ValueIs(ValueKind::kFolder);
   };
   add_config(&exempt);
   exempt.AddOption("--from-event", &options->event, "propose the exemption for an event of the log");

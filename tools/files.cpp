@@ -1,9 +1,13 @@
 #include "tools/files.h"
 
 #include <atomic>
+#include <chrono>
 #include <cstdio>
+#include <filesystem>
+#include <system_error>
 #include <vector>
 
+#include "port/clock.h"
 #include "port/file.h"
 #include "port/module_path.h"
 #include "port/system_error.h"
@@ -54,6 +58,16 @@ std::string CannotRead(const std::string& path, std::uint64_t limit) {
 std::string CannotWrite() { return "cannot be written: " + LastSystemError(); }
 
 bool IsFile(const std::string& path) { return FileSize(path).has_value(); }
+
+std::int64_t WrittenAt(const std::string& path) {
+  using FileClock = std::filesystem::file_time_type::clock;
+  std::error_code error;
+  const auto time = std::filesystem::last_write_time(std::u8string(path.begin(), path.end()), error);
+  if (error) return 0;
+  // The clock of files begins at another moment on each system.
+  const auto age = std::chrono::duration_cast<std::chrono::milliseconds>(FileClock::now() - time);
+  return (UnixMicroseconds() / 1000 - age.count()) / 1000;
+}
 
 bool IsDirectory(const std::string& path) { return FileModificationTime(path) != 0 && !IsFile(path); }
 

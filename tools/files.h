@@ -24,6 +24,8 @@ std::string CannotRead(const std::string& path, std::uint64_t limit = kLongestIn
 std::string CannotWrite();
 
 bool IsFile(const std::string& path);
+/// When it was last written, in seconds since 1970; 0 when it cannot be examined.
+std::int64_t WrittenAt(const std::string& path);
 bool IsDirectory(const std::string& path);
 
 /// Creates the folder and those above it.

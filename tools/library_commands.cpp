@@ -88,8 +88,10 @@ void AddLibraryCommand(CCommand* program) {
                  "holds sql_rules.txt, sql_keys.txt, xss_events.txt; or trojan_rules.txt, trojan_free.txt, "
                  "trojan_removal.txt; "
                  "or lfi.txt, rce.txt and the other families of rules/badcode")
+      .ValueIs(ValueKind::kFolder)
       .Required();
   pack.AddOption("-o,--output", &options->output, "the folder that receives _sql.db, _trojan.db or _badcode.db")
+      .ValueIs(ValueKind::kFolder)
       .Required();
   pack.AddOption("--language", &options->language,
                  "language of the remarks, en-US without it; not of rules for webshells, which keep both")
@@ -99,8 +101,10 @@ void AddLibraryCommand(CCommand* program) {
 
   CCommand& unpack = library.AddCommand("unpack", "Print a library as rule files");
   unpack.AddOption("file", &options->input, "the _sql.db, _trojan.db or _badcode.db, or - for standard input")
+      .ValueIs(ValueKind::kFile)
       .Required();
-  unpack.AddOption("-o,--output", &options->output, "a folder that receives the rule files instead");
+  unpack.AddOption("-o,--output", &options->output, "a folder that receives the rule files instead")
+      .ValueIs(ValueKind::kFolder);
   unpack.AddFlag("--user", &options->user_defined, "it is a user-defined library");
   unpack.OnRun([options] { return Unpack(*options); });
 }

@@ -215,7 +215,7 @@ CCommand& AddCommand(CCommand* program, const char* name, const char* what, cons
   if (with_addresses)
     command.AddOption("ip", &options->addresses, "IPv4 or IPv6 addresses; an IPv6 client is locked with its /64")
         .Required();
-  command.AddOption("--config", &options->directory, "the module's directory").Required();
+  command.AddOption("--config", &options->directory, "the module's directory").ValueIs(ValueKind::kFolder).Required();
   return command;
 }
 

@@ -78,7 +78,7 @@ int PrintLog(const LogOptions& options) {
 void AddLogCommand(CCommand* program) {
   const auto options = std::make_shared<LogOptions>();
   CCommand& log = program->AddCommand("log", "Show what the module has written for the firewall service");
-  log.AddOption("--config", &options->directory, "the module's directory").Required();
+  log.AddOption("--config", &options->directory, "the module's directory").ValueIs(ValueKind::kFolder).Required();
   log.AddFlag("--follow", &options->follow, "go on with what is written, until Ctrl-C");
   log.AddFlag("--json", &options->json, "one JSON object a line");
   log.OnRun([options] { return PrintLog(*options); });

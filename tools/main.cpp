@@ -37,9 +37,12 @@ int main(int argc, char** argv) {
   qiv::AddEventCommand(&program);
   qiv::AddExemptCommand(&program);
   qiv::AddLogCommand(&program);
+  qiv::AddReportCommand(&program);
   qiv::AddRulesCommand(&program);
   qiv::AddScanCommand(&program);
   qiv::AddServiceCommand(&program);
+  qiv::AddStatusCommand(&program);
+  qiv::AddDocumentationCommands(&program);
 
   try {
     const qiv::ParsedCommandLine parsed = program.Parse(qiv::CommandLineArguments(argc, argv));

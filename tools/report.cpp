@@ -5,6 +5,8 @@
 #include <tuple>
 #include <utility>
 
+#include "tools/color.h"
+
 namespace qiv {
 
 int CReport::ExitCode() const {
@@ -20,7 +22,15 @@ void CReport::Add(const CReport& other) {
   }
 }
 
-std::string CReport::Text() const {
+namespace {
+
+bool print_color = false;  // set before the command's work begins
+
+}  // namespace
+
+void CReport::SetColor(bool wanted) { print_color = wanted; }
+
+std::string CReport::Text(bool color) const {
   std::vector<Entry> sorted = entries_;
   std::stable_sort(sorted.begin(), sorted.end(), [](const Entry& a, const Entry& b) {
     return std::tie(a.place.file, a.place.line) < std::tie(b.place.file, b.place.line);
@@ -29,13 +39,16 @@ std::string CReport::Text() const {
   for (const Entry& entry : sorted) {
     text += "qivctl: " + (entry.place.file.empty() ? file_ : entry.place.file);
     if (entry.place.line != 0) text += ":" + std::to_string(entry.place.line);
-    text += ": " + entry.message + "\n";
+    const Color paint = entry.exit_code == kExitError     ? Color::kRed
+                        : entry.exit_code == kExitFinding ? Color::kYellow
+                                                          : Color::kGreen;
+    text += ": " + Colored(entry.message, paint, color) + "\n";
   }
   return text;
 }
 
 int CReport::Print() const {
-  const std::string text = Text();
+  const std::string text = Text(print_color);
   std::fwrite(text.data(), 1, text.size(), stderr);
   return ExitCode();
 }

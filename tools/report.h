@@ -44,7 +44,9 @@ class CReport {
   int ExitCode() const;
 
   /// "qivctl: FILE:LINE: message" for each entry, in the order of lines; other files after the report's own.
-  std::string Text() const;
+  std::string Text(bool color = false) const;
+  /// Whether Print colours messages from now on; it does not before.
+  static void SetColor(bool wanted);
   /// Writes that to stderr; the exit code.
   int Print() const;
 

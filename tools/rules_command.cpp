@@ -17,7 +17,7 @@ void AddRulesCommand(CCommand* program) {
   CCommand& rules = program->AddCommand("rules", "The rule set of an installation");
   rules.RequireCommand();
   const auto with_config = [options](CCommand& command) {
-    command.AddOption("--config", &options->directory, "the module's directory").Required();
+    command.AddOption("--config", &options->directory, "the module's directory").ValueIs(ValueKind::kFolder).Required();
   };
 
   CCommand& update = rules.AddCommand("update", "Bring a new rule set into force; settings and own rules stay");
@@ -25,6 +25,7 @@ void AddRulesCommand(CCommand* program) {
       .AddOption(
           "folder", &options->source,
           "the new rule set: an unpacked archive, or its rules/ (the installation's own rules/: pack them again)")
+      .ValueIs(ValueKind::kFolder)
       .Required();
   with_config(update);
   update.AddFlag("--show", &options->only_show, "only tell what would change, and whether it passes");

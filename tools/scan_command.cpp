@@ -18,6 +18,7 @@
 #include "port/clock.h"
 #include "port/console.h"
 #include "port/file.h"
+#include "tools/color.h"
 #include "tools/commands.h"
 #include "tools/file_judge.h"
 #include "tools/file_scan.h"
@@ -37,6 +38,7 @@ struct ScanOptions {
   std::string config;    ///< of an installation; empty: the built-in rules alone
   std::string language;  ///< of the findings' names; empty: not given
   unsigned jobs = 0;
+  std::string color = "auto";
   bool json = false;
   bool no_suspicious = false;
 };
@@ -96,10 +98,12 @@ std::string JsonSummary(const FileScanTotals& totals, double seconds) {
   return WriteJson(line) + "\n";
 }
 
-std::string ReadableLine(const FileScanResult& result, Language language) {
+std::string ReadableLine(const FileScanResult& result, Language language, bool color) {
   const WebshellResult& finding = result.verdict.finding;
   const WebshellWords words = WordsOf(finding, language);
-  std::string text = (finding.suspicious ? "suspicious  " : "WEBSHELL    ") + PrintablePath(result.path) + ": ";
+  std::string text = (finding.suspicious ? Colored("suspicious", Color::kYellow, color)
+                                         : Colored("WEBSHELL", Color::kRed, color) + "  ") +
+                     "  " + PrintablePath(result.path) + ": ";
   if (!words.category.empty()) text += Printable(words.category) + ": ";
   text += Printable(words.name);
   if (!words.detail.empty() && words.detail != words.name) text += " (" + Printable(words.detail) + ")";
@@ -153,6 +157,8 @@ bool LoadRules(const std::string& directory, Rules* rules, Language* language) {
 
 FileScanTotals RunScan(const ScanOptions& options, const CFileJudge& judge, Language language, std::int64_t begin) {
   CScanProgress progress(begin);
+  const bool color = WantsColor(options.color, OutputStream::kOutput);
+  CReport::SetColor(WantsColor(options.color, OutputStream::kError));
   CFileScan scan(judge, options.jobs);
   return scan.Run(
       options.paths, options.walk,
@@ -160,7 +166,7 @@ FileScanTotals RunScan(const ScanOptions& options, const CFileJudge& judge, Lang
         progress.Clear();
         if (!result.verdict.error.empty()) PrintError(result.path, result.verdict.error);
         if (!result.verdict.found || (result.verdict.finding.suspicious && options.no_suspicious)) return;
-        WriteOutput(options.json ? JsonLine(result, language) : ReadableLine(result, language));
+        WriteOutput(options.json ? JsonLine(result, language) : ReadableLine(result, language, color));
       },
       [&](const FileScanTotals& totals) {
         progress.Show(totals, MonotonicMicroseconds());
@@ -197,7 +203,7 @@ void AddScanCommand(CCommand* program) {
   CCommand& command = program->AddCommand("scan",
                                           "Look for webshells in files and folders. Exit code 0: none, 1: a "
                                           "finding, 2: something cannot be read, 130: interrupted");
-  command.AddOption("paths", &options->paths, "Files and folders").Required();
+  command.AddOption("paths", &options->paths, "Files and folders").ValueIs(ValueKind::kFile).Required();
   command.AddFlag("--json", &options->json, "One JSON object a line, the last one with the sums");
   command.AddOption("--jobs", &options->jobs, "Processors to use; all unless given").Range(1U, kMostJobs);
   command
@@ -206,9 +212,11 @@ void AddScanCommand(CCommand* program) {
       .OneValueEach();
   command.AddFlag("--follow", &options->walk.follow_links, "Follow links below the given folders");
   command.AddFlag("--no-suspicious", &options->no_suspicious, "Leave out weak findings");
-  command.AddOption("--config", &options->config, "Installation whose own rules and language count as well");
+  command.AddOption("--config", &options->config, "Installation whose own rules and language count as well")
+      .ValueIs(ValueKind::kFolder);
   command.AddOption("--language", &options->language, "Of the findings' names: en-US or zh-CN")
       .Choices({"en-US", "zh-CN"});
+  AddColorOption(&command, &options->color);
   command.OnRun([options] { return Scan(*options); });
 }
 

@@ -56,7 +56,7 @@ void AddServiceCommand(CCommand* program) {
   const auto options = std::make_shared<ServiceCommandOptions>();
   CCommand& service =
       program->AddCommand("service", "Stand in for the firewall service: take the module's lines, keep the lists");
-  service.AddOption("--config", &options->directory, "the module's directory").Required();
+  service.AddOption("--config", &options->directory, "the module's directory").ValueIs(ValueKind::kFolder).Required();
   service.AddOption("--rotate", &options->rotate_mib, "move _out.log away beyond this many MiB")
       .ShowDefault()
       .Range(1, 4096);

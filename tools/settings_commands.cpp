@@ -5,6 +5,7 @@
 
 #include "config/config_parser.h"
 #include "port/file.h"
+#include "tools/color.h"
 #include "tools/commands.h"
 #include "tools/files.h"
 #include "tools/settings_edit.h"
@@ -62,7 +63,8 @@ int Set(const std::string& file, const std::string& name, const std::string& val
   return report.Print();
 }
 
-int Lint(const std::string& input) {
+int Lint(const std::string& input, const std::string& color) {
+  CReport::SetColor(WantsColor(color, OutputStream::kError));
   CReport report(input);
   std::string text;
   if (!ReadInput(input, &text, &report)) return report.Print();
@@ -77,6 +79,7 @@ struct Files {
   std::string output;
   std::string key;
   std::string value;
+  std::string color = "auto";
 };
 
 }  // namespace
@@ -85,22 +88,31 @@ void AddSettingsCommands(CCommand* program) {
   const auto files = std::make_shared<Files>();
 
   CCommand& pack = program->AddCommand("pack", "Turn readable settings into a _config.db");
-  pack.AddOption("settings", &files->input, "settings.json, or - for standard input").Required();
-  pack.AddOption("-o,--output", &files->output, "the _config.db to write").Required();
+  pack.AddOption("settings", &files->input, "settings.json, or - for standard input")
+      .ValueIs(ValueKind::kFile)
+      .Required();
+  pack.AddOption("-o,--output", &files->output, "the _config.db to write").ValueIs(ValueKind::kFile).Required();
   pack.OnRun([files] { return Pack(files->input, files->output); });
 
   CCommand& unpack = program->AddCommand("unpack", "Print a _config.db as readable settings, or put it into some");
-  unpack.AddOption("file", &files->input, "the _config.db, or - for standard input").Required();
-  unpack.AddOption("-o,--output", &files->output,
-                   "a settings.json instead: what is the same there stays as it is written, with comments");
+  unpack.AddOption("file", &files->input, "the _config.db, or - for standard input")
+      .ValueIs(ValueKind::kFile)
+      .Required();
+  unpack
+      .AddOption("-o,--output", &files->output,
+                 "a settings.json instead: what is the same there stays as it is written, with comments")
+      .ValueIs(ValueKind::kFile);
   unpack.OnRun([files] { return Unpack(files->input, files->output); });
 
   CCommand& lint = program->AddCommand("lint", "Say what is unknown or doubtful in readable settings");
-  lint.AddOption("settings", &files->input, "settings.json, or - for standard input").Required();
-  lint.OnRun([files] { return Lint(files->input); });
+  lint.AddOption("settings", &files->input, "settings.json, or - for standard input")
+      .ValueIs(ValueKind::kFile)
+      .Required();
+  AddColorOption(&lint, &files->color);
+  lint.OnRun([files] { return Lint(files->input, files->color); });
 
   CCommand& set = program->AddCommand("set", "Set one key in readable settings, which keep all else as it is written");
-  set.AddOption("settings", &files->input, "settings.json").Required();
+  set.AddOption("settings", &files->input, "settings.json").ValueIs(ValueKind::kFile).Required();
   set.AddOption("key", &files->key, "SECTION.KEY, or KEY of the top level").Required();
   set.AddOption("value", &files->value, "the text").Required();
   set.OnRun([files] { return Set(files->input, files->key, files->value); });

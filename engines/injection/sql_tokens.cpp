@@ -261,14 +261,11 @@ void CSqlTokens::ReadWord() {
   }
   const std::size_t limit = std::min(text_.size(), at_ + room_);
   end = std::min(shared_.NameEnd(at_), limit);
-  // "select@@version", "select`name`from": a word of SQL ends there.
-  const std::string_view head = text_.substr(at_, std::min(end - at_, kLongestSqlWord + 1));
-  for (std::size_t mark = head.find_first_of("@`", 1); mark != std::string_view::npos;
-       mark = head.find_first_of("@`", mark + 1)) {
-    if (!FindWord(head.substr(0, mark))) continue;
-    end = at_ + mark;
-    break;
-  }
+  // "select@@version", "select`name`from": a word of SQL ends there. None holds such a mark itself, so the first counts.
+  const std::size_t longest = std::min(end, at_ + kLongestSqlWord + 1);
+  std::size_t mark = at_ + 1;
+  while (mark < longest && text_[mark] != '@' && text_[mark] != '`') ++mark;
+  if (mark < longest && FindWord(text_.substr(at_, mark - at_)) != nullptr) end = mark;
   while (text_[end - 1] == '.') --end;
   const std::string_view word = text_.substr(at_, end - at_);
   const SqlWordRow* const row = FindWord(word);

@@ -18,4 +18,8 @@ int TerminalWidth() {
   return ::ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : kUsualWidth;
 }
 
+bool ShowsColor(OutputStream stream) {
+  return ::isatty(stream == OutputStream::kOutput ? STDOUT_FILENO : STDERR_FILENO) != 0;
+}
+
 }  // namespace qiv

@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """What a person sees: block pages and the site behind the firewall in headless Chromium. QIV_E2E_BIN names the programs."""
 import contextlib
+import json
 import os
 import pathlib
 import re
@@ -15,7 +16,9 @@ import urllib.parse
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 os.environ.setdefault("QIV_E2E_BIN", str(ROOT / "build/bin"))
 sys.path.insert(0, str(ROOT / "tests/e2e"))
+sys.path.insert(0, str(ROOT / "tests/browser"))
 import harness
+from chromium import Chromium
 
 BROWSER = shutil.which("chromium") or shutil.which("chromium-browser")
 # A script that runs leaves this word in the document, in two pieces so that its own text does not count.
@@ -88,6 +91,41 @@ class Pages(unittest.TestCase):
 
     def test_chinese(self):
         self.check_language("zh-CN", chinese=True)
+
+
+class Report(unittest.TestCase):
+    def test_nothing_of_the_log_runs_and_the_filter_finds_it(self):
+        with tempfile.TemporaryDirectory(prefix="qiv-report-") as folder:
+            module, page = pathlib.Path(folder) / "m", pathlib.Path(folder) / "page.html"
+            (module / "config").mkdir(parents=True)
+            (module / "debug").mkdir()
+            lines = [{"time": "2026-05-01T08:00:00.000Z", "event_id": f"{number:016x}", "client": text, "method": "GET", "url": text,
+                      "check": "url" if number % 2 else "injection", "rule": text, "reason": text, "action": action}
+                     for number, text in enumerate([*map(urllib.parse.unquote, ATTACKS.values()), "/fish"])
+                     for action in ("block", "would block")]
+            (module / "debug/_log.log").write_text("".join(json.dumps(line) + "\n" for line in lines), "utf-8")
+            subprocess.run([os.environ["QIV_E2E_BIN"] + "/qivctl", "report", module, "-o", page], check=True,
+                           stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL)
+            shown = "Array.from(document.querySelectorAll('.events > li')).filter(e => e.offsetHeight > 0).length"
+            with Chromium("--lang=zh-CN") as browser:
+                browser.open(page.as_uri())
+                browser.wait(f"{shown} === {len(lines)}")
+                browser.value("document.getElementById('en').click()")
+                self.assertIn("What the firewall did", browser.text())
+                self.assertNotIn("防火墙报告", browser.text())
+                browser.value("document.getElementById('text').focus()")
+                browser.press("f", "i", "s", "h")
+                browser.wait(f"{shown} === 2")
+                browser.press("Tab", "Tab", "b")  # the list of actions, by keyboard
+                browser.wait(f"{shown} === 1")
+                self.assertEqual(browser.value("document.getElementById('shown').textContent"), f"1 / {len(lines)}")
+                self.assertIsNone(browser.value("document.documentElement.getAttribute('data-ran')"))
+                self.assertEqual(browser.value("document.querySelectorAll('img, script').length"), 1)
+                for width in (390, 1280):
+                    for dark in (False, True):
+                        browser.picture(ROOT / f"build/pages/report-{width}-{'dark' if dark else 'light'}.png", width, 900, dark)
+                browser.call("Emulation.setDeviceMetricsOverride", width=390, height=900, deviceScaleFactor=1, mobile=True)
+                self.assertLessEqual(browser.value("document.documentElement.scrollWidth"), 390)
 
 
 if __name__ == "__main__":

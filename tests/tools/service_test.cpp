@@ -288,7 +288,7 @@ TEST_F(Service, FourProcessesLoseNoLine) {
   CListStore store(directory_);
   ASSERT_TRUE(store.Load());
   EXPECT_EQ(store.Size(), totals.locks);
-  EXPECT_GT(OutFiles(directory_).size(), 2U) << "the file was never moved away";
+  EXPECT_GT(OutFiles(directory_).size(), 1U) << "the file was never moved away";
 }
 
 }  // namespace

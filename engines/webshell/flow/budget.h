@@ -26,7 +26,7 @@ class CFlowBudget {
 
   /// Pays for work about as long as copying that many bytes; false, and nothing is paid, when that much is not left.
   bool Spend(std::size_t work) {
-    if (work > work_) return false;
+    if (work > work_) return Refuse();
     work_ -= work;
     return true;
   }
@@ -34,7 +34,7 @@ class CFlowBudget {
 
   /// Takes room for bytes that are to be held; false, and nothing is taken, when they do not fit.
   bool Take(std::size_t bytes) {
-    if (bytes > Room()) return false;
+    if (!HasRoom(bytes)) return false;
     held_ += bytes;
     return true;
   }
@@ -49,14 +49,22 @@ class CFlowBudget {
   void Give(std::size_t bytes) { held_ -= bytes; }
   /// Bytes that can still be taken.
   std::size_t Room() const { return room_ - std::min(room_, held_); }
-  bool HasRoom(std::size_t bytes) const { return bytes <= Room(); }
-  bool IsOverdrawn() const { return held_ > room_; }
+  bool HasRoom(std::size_t bytes) { return bytes <= Room() || Refuse(); }
+  bool IsOverdrawn() { return held_ > room_ && !Refuse(); }
+  /// Whether it has ever said no: with more of it, things might have come out otherwise.
+  bool HasRefused() const { return refused_; }
 
  private:
+  bool Refuse() {
+    refused_ = true;
+    return false;
+  }
+
   std::size_t work_;
   std::size_t room_;
   std::size_t unearned_room_;
   std::size_t held_ = 0;
+  bool refused_ = false;
 };
 
 /// What the walks over one text, as PHP, as ASP and as ASPX, may take together. Every walk goes through its code once;

@@ -63,6 +63,7 @@ bool RunsRequest(std::string_view copy) {
       "eval(request",   "evalrequest",           "eval(eval(",           "execute(eval(",  "execute(request",
       "executerequest", "executeglobal(request", "executeglobalrequest", "eval(\"request", "execute(\"request",
       "eval\"(request", "execute\"(request",     "eval\"&request",       ":eval,",         ":eval}"};
+  if (!Holds(copy, "request") && !Holds(copy, "eval")) return false;  // each holds one of them
   for (const std::string_view run : kRuns) {
     for (std::size_t p = copy.find(run); p != std::string_view::npos; p = copy.find(run, p + 1)) {
       if (p == 0 || (copy[p - 1] != '.' && !IsWordByte(copy[p - 1]))) return true;  // no object's own

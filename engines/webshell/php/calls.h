@@ -50,6 +50,11 @@ class CPhpCalls {
                 std::span<const PhpArgumentFacts> facts);
   /// The file prints the value.
   void Print(const PhpValue& value);
+  /// Whether something of one pass is known in the next: what is printed, thrown or made.
+  bool Keeps() const {
+    const auto is_told = [](const PhpValue& value) { return value.origin != 0 || value.way != HidingWay::kNone; };
+    return is_told(printed_) || is_told(thrown_) || com_objects_;
+  }
 
  private:
   // A function that create_function made.

@@ -36,9 +36,16 @@ PhpFlowResult CPhpMachine::Run(CWalkBudget* walks) {
     if (pass >= in_any_case_ && !walks->Spend(steps)) break;
     steps = Pass(pass) * CWalkBudget::kPhpToken;
     if (pass < in_any_case_) walks->Owe(steps);
-    if (!findings_.IsEmpty() && pass > 0) break;
+    if (pass > 0 && (!findings_.IsEmpty() || IsSettled())) break;
   }
   return findings_.Take();
+}
+
+// Whether another pass would do again what this one did: nothing is otherwise than when it began, nothing was refused.
+// Functions pass values on from call to call and are taken to change; so are the sinks that keep what they were given.
+bool CPhpMachine::IsSettled() const {
+  return !scopes_.Changed() && functions_.Count() == 0 && !sinks_.Keeps() && !calls_.Keeps() &&
+         !symbols_.Overflowed() && !budget_.HasRefused();
 }
 
 // The number of tokens.

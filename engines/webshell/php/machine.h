@@ -33,6 +33,7 @@ class CPhpMachine {
   static constexpr std::size_t kWorkAnyway = 1 << 18;  // and for the shortest
 
   std::size_t Pass(int pass);
+  bool IsSettled() const;
 
   const int in_any_case_;  // passes: what is defined behind its use takes the second
 

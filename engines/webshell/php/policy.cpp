@@ -1,6 +1,7 @@
 #include "engines/webshell/php/policy.h"
 
 #include <algorithm>
+#include <array>
 #include <iterator>
 
 namespace qiv {
@@ -120,10 +121,11 @@ constexpr PhpWordPolicy kWordPolicies[] = {
 };
 
 // Any of its literals makes a fact.
-constexpr struct {
+struct FactLiteral {
   std::uint64_t fact;
   std::string_view literal;
-} kLiterals[] = {
+};
+constexpr FactLiteral kLiterals[] = {
     {kPhpNamespace, "namespace"},
     {kPhpPackage, "@package"},
     {kPhpAsksDefined, "defined("},
@@ -168,6 +170,12 @@ constexpr struct {
     {kPhpPartOfProgram, "@package"},
 };
 
+constexpr auto kByFact = [] {
+  auto rows = std::to_array(kLiterals);
+  std::sort(rows.begin(), rows.end(), [](const FactLiteral& a, const FactLiteral& b) { return a.fact < b.fact; });
+  return rows;
+}();
+
 bool Holds(std::string_view text, std::string_view what) { return text.find(what) != std::string_view::npos; }
 
 }  // namespace
@@ -176,8 +184,12 @@ bool HasPhpFact(std::string_view text, std::string_view copy, std::uint64_t fact
   if (fact == kPhpTiny) return copy.size() <= kTiny;
   if (fact == kPhpEncoded) return Holds(copy, "@include(\"") && Holds(copy, "e_d(");
   if (fact == kPhpPartOfProgram && (Holds(text, "class ") || Holds(text, "interface "))) return true;
-  return std::any_of(std::begin(kLiterals), std::end(kLiterals),
-                     [&](const auto& row) { return row.fact == fact && Holds(copy, row.literal); });
+  auto row = std::lower_bound(kByFact.begin(), kByFact.end(), fact,
+                              [](const FactLiteral& literal, std::uint64_t wanted) { return literal.fact < wanted; });
+  for (; row != kByFact.end() && row->fact == fact; ++row) {
+    if (Holds(copy, row->literal)) return true;
+  }
+  return false;
 }
 
 const PhpPolicy* FindPhpPolicy(const PhpFinding& finding, CFileFacts* facts) {

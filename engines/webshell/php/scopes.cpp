@@ -12,10 +12,19 @@ namespace {
 
 constexpr std::size_t kVariablePlace = 24;  // bytes, in a table that doubles at three quarters full
 
+// Whether two values are seen to be the same. Not so of long texts and of arrays, which are not worth a look.
+bool IsSame(const PhpValue& a, const PhpValue& b) {
+  constexpr std::size_t kShort = 64;
+  return a.origin == b.origin && a.number == b.number && a.function == b.function && a.way == b.way &&
+         a.is_number == b.is_number && !a.array && !b.array && a.HasText() == b.HasText() &&
+         a.Text().size() <= kShort && a.Text() == b.Text();
+}
+
 }  // namespace
 
 void CPhpScopes::Restart(int pass) {
   pass_ = pass;
+  changed_ = false;
   scope_ = kPhpFileScope;
   conditional_ = false;
 }
@@ -25,7 +34,7 @@ PhpVariableKey CPhpScopes::AddVariable(std::uint32_t scope, PhpName name, std::s
   const bool super = scope == kPhpSuperScope;  // they are few
   if (super) budget_.Hold(room);
   if (!super && !budget_.TakeFromPlenty(room)) {
-    all_tainted_ = true;  // what is not followed may hold anything
+    TaintAll();  // what is not followed may hold anything
     return 0;
   }
   PhpVariable& added = variables_.Push();
@@ -100,14 +109,17 @@ void CPhpScopes::Store(PhpVariableKey key, const PhpValue& value, bool join) {
     stored.origin |= keep;
     if (stored.function == 0) stored.function = variable.value.function;
   } else {
+    changed_ = changed_ || variable.depth != depth;
     variable.depth = depth;
   }
+  changed_ = changed_ || !variable.assigned || !IsSame(variable.value, stored);
   variable.value = std::move(stored);
   variable.assigned = true;
 }
 
 void CPhpScopes::StoreElement(const PhpOperand& target, const PhpValue& value) {
   if (target.key == 0) return;
+  changed_ = true;
   PhpVariable& variable = variables_[target.key - 1];
   PhpValue& whole = variable.value;
   variable.assigned = true;
@@ -147,7 +159,7 @@ void CPhpScopes::StoreElement(const PhpOperand& target, const PhpValue& value) {
 }
 
 void CPhpScopes::Assign(std::uint32_t code, PhpOperand& target, PhpValue value) {
-  if (target.request_named && code == PhpOperator("=")) all_tainted_ = true;
+  if (target.request_named && code == PhpOperator("=")) TaintAll();
   if (target.list) {
     for (std::size_t i = 0; i < target.list->size(); ++i) {
       const bool known = value.array && i < value.array->size();
@@ -166,6 +178,7 @@ void CPhpScopes::Assign(std::uint32_t code, PhpOperand& target, PhpValue value) 
     PhpValue old = std::move(target.value);
     // The variable lets go of its text, which then can be added to in place.
     if (!target.indexed) variables_[target.key - 1].value.text = {};
+    changed_ = true;
     if (code == PhpOperator("?\?=")) {
       value.Join(old);
     } else {
@@ -231,10 +244,13 @@ PhpOperand CPhpScopes::Element(const PhpOperand& base, const PhpValue* index) {
 
 void CPhpScopes::MakeGlobal(PhpName name) {
   const PhpVariableKey key = KeyOf(name);
-  if (key != 0) variables_[key - 1].is_global = true;
+  if (key == 0) return;
+  changed_ = changed_ || !variables_[key - 1].is_global;
+  variables_[key - 1].is_global = true;
 }
 
 void CPhpScopes::TaintMembers() {
+  changed_ = true;
   if (!budget_.Spend(variables_.size())) return;
   for (std::size_t i = 0; i < variables_.size(); ++i) {
     PhpVariable& variable = variables_[i];

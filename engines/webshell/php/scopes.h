@@ -38,6 +38,8 @@ class CPhpScopes {
 
   /// Before each pass; that of the first is 0.
   void Restart(int pass);
+  /// Whether this pass left something otherwise than it found it: the next one would see that.
+  bool Changed() const { return changed_; }
 
   PhpScope Current() const { return scope_; }
   void Enter(PhpScope scope) { scope_ = scope; }
@@ -65,11 +67,17 @@ class CPhpScopes {
   void Assign(std::uint32_t code, PhpOperand& target, PhpValue value);
 
   /// The request may set any variable from now on.
-  void TaintAll() { all_tainted_ = true; }
+  void TaintAll() {
+    changed_ = changed_ || !all_tainted_;
+    all_tainted_ = true;
+  }
   /// The request may set any property that has been assigned.
   void TaintMembers();
   /// The same of those that never are.
-  void TaintUnknownMembers() { members_tainted_ = true; }
+  void TaintUnknownMembers() {
+    changed_ = changed_ || !members_tainted_;
+    members_tainted_ = true;
+  }
 
  private:
   bool AllTainted() const { return all_tainted_ || symbols_.Overflowed(); }
@@ -88,6 +96,7 @@ class CPhpScopes {
   bool conditional_ = false;
   bool all_tainted_ = false;
   bool members_tainted_ = false;
+  bool changed_ = false;  // in this pass
 };
 
 }  // namespace qiv

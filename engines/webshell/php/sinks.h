@@ -35,6 +35,8 @@ class CPhpSinks {
   void Write(std::string_view name, std::span<const PhpValue> arguments);
   void Move(std::string_view name, std::span<const PhpValue> arguments);
   void Mail(std::span<const PhpValue> arguments);
+  /// Whether something of one pass is known in the next.
+  bool Keeps() const { return !written_.empty(); }
 
  private:
   static constexpr std::size_t kMostWritten = 4096;  // files that are remembered

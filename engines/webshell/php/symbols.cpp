@@ -1,6 +1,7 @@
 #include "engines/webshell/php/symbols.h"
 
 #include <algorithm>
+#include <array>
 #include <iterator>
 #include <string>
 
@@ -71,7 +72,20 @@ constexpr Keyword kKeywords[] = {
     {"null", PhpWord::kNull},
 };
 
+/// False for most names.
+bool MayBeWord(std::string_view lower) {
+  static constexpr auto kLengths = [] {
+    std::array<std::uint32_t, 256> lengths{};  // by the first letter, bits
+    for (const Keyword& keyword : kKeywords)
+      lengths[static_cast<unsigned char>(keyword.text[0])] |= 1U << keyword.text.size();
+    return lengths;
+  }();
+  return !lower.empty() && lower.size() < 32 &&
+         (kLengths[static_cast<unsigned char>(lower[0])] >> lower.size() & 1U) != 0;
+}
+
 PhpWord WordOf(std::string_view lower) {
+  if (!MayBeWord(lower)) return PhpWord::kNone;
   const auto found =
       std::find_if(std::begin(kKeywords), std::end(kKeywords), [lower](const Keyword& k) { return k.text == lower; });
   return found == std::end(kKeywords) ? PhpWord::kNone : found->word;
