@@ -11,7 +11,7 @@ usage() {
   cat <<'TEXT'
 ./run.sh [--build-only] [--language en-US|zh-CN] [--port N] [--fresh]
   --build-only   install what is missing, build build/bin/{qivhost,qivctl,libQivIpsIIs.so}, stop
-  --language L   language of pages and logs; another language than last time writes the configuration anew
+  --language L   language of pages and logs; another one than last time changes that alone in your settings
   --port N       serve on http://127.0.0.1:N (default 8080)
   --fresh        write the configuration in build/demo/config anew, forgetting your changes to it
 A second one beside a running demo serves the same installation on another port.
@@ -48,12 +48,25 @@ refuse_taken_port() {
 cmake/install-packages.sh build
 build_log=build/run-build.log
 mkdir -p build
-echo "building (log: $from$build_log)"
+how_long='what has changed'
+[ -f build/bin/qivhost ] || how_long='the first time, about five minutes on two cores'
+echo "building $how_long (log: $from$build_log)"
+# The step at hand on one line of a terminal; elsewhere nothing.
+show_steps() {
+  local line width=${COLUMNS:-79}
+  while IFS= read -r line; do
+    printf '%s\n' "$line" >>"$build_log"
+    case $line in '['[0-9]*) [ ! -t 1 ] || printf '\r%-*.*s' "$width" "$width" "${line% (*}" ;; esac
+  done
+  [ ! -t 1 ] || printf '\r%*s\r' "$width" ''
+}
+began=$SECONDS
 { [ -f build/release/build.ninja ] || cmake --preset release; } >"$build_log" 2>&1 &&
-  cmake --build --preset release --target qivhost qivctl QivIpsIIs >>"$build_log" 2>&1 || {
+  cmake --build --preset release --target qivhost qivctl QivIpsIIs 2>&1 | show_steps || {
   tail -n 40 "$build_log" >&2
   fail "the build failed; the whole log is in $from$build_log"
 }
+echo "built in $((SECONDS - began)) seconds"
 [ "$build_only" = 0 ] || { echo "built: ${from}build/bin/qivhost ${from}build/bin/qivctl ${from}build/bin/libQivIpsIIs.so"; exit 0; }
 
 # The demo installation: a copy of the module with config/ and debug/ beside it, and the site. All who serve it hold the
@@ -65,11 +78,15 @@ exec 9>"$demo/.lock"
 flock -n 9 && first=1 || { first=0; flock -s 9; }
 last=$(cat "$demo/.language" 2>/dev/null || true)
 language=${language:-${last:-en-US}}
-write_config=0
-if [ "$fresh" = 1 ] || [ "$language" != "$last" ] || [ ! -f "$demo/config/_config.db" ]; then write_config=1; fi
+write_config=0 change_language=0
+if [ "$fresh" = 1 ] || [ ! -f "$demo/config/_config.db" ] || [ ! -d "$demo/rules" ]; then
+  write_config=1
+elif [ "$language" != "$last" ]; then
+  change_language=1
+fi
 output=$demo/host.log
 if [ "$first" = 0 ]; then
-  [ "$write_config" = 0 ] || fail "a running demo uses the configuration in ${from}build/demo; stop it first"
+  [ "$write_config$change_language" = 00 ] || fail "a running demo uses the configuration in ${from}build/demo; stop it first"
   output=$demo/host-$port.log
 else
   rm -rf "$demo/site"
@@ -82,9 +99,14 @@ mv -f "$demo/.libQivIpsIIs.so.$$" "$demo/libQivIpsIIs.so"
 if [ "$write_config" = 1 ]; then
   rm -rf "$demo/.new"
   build/bin/qivctl init "$demo/.new" --language "$language" --rules rules >/dev/null
-  rm -rf "$demo/config" "$demo/settings.json"
+  rm -rf "$demo/config" "$demo/settings.json" "$demo/rules" "$demo/rules.old" "$demo/own"
   cp -r "$demo/.new/." "$demo"
   rm -rf "$demo/.new"
+  echo "$language" >"$demo/.language"
+elif [ "$change_language" = 1 ]; then
+  build/bin/qivctl set "$demo/settings.json" language "$language"
+  build/bin/qivctl rules update "$demo/rules" --config "$demo" || [ $? = 1 ] ||
+    fail "your settings in ${from}build/demo/settings.json are not taken; mend them, or begin anew with --fresh"
   echo "$language" >"$demo/.language"
 fi
 flock -s 9

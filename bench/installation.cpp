@@ -50,7 +50,8 @@ bool CBenchInstallation::Change(std::string_view changes) const {
     static_cast<JsonObject&>(*settings).Set(section->first, std::move(merged));
   }
   CReport report(file);
-  const auto document = CSettingsDocument::Parse(WriteJson(*settings), &report);
+  const SettingsFolder folder = FolderOfSettings(file);
+  const auto document = CSettingsDocument::Parse(WriteJson(*settings), &report, &folder);
   const std::string packed = document ? PackSettings(*document, &report) : std::string();
   return !packed.empty() && ReplaceFile((directory_ / "config" / "_config.db").string(), packed);
 }

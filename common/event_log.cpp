@@ -6,6 +6,7 @@
 #include "base/hex.h"
 #include "common/char_set.h"
 #include "common/json.h"
+#include "common/rule_set_name.h"
 #include "port/clock.h"
 #include "port/file.h"
 
@@ -132,6 +133,9 @@ std::string StateLine(const StateEvent& event) {
   line.Text("reason", event.reason, kReasonText);
   line.Text("detail", event.detail, kDetailText);
   if (!event.version.empty()) line.Text("version", event.version, kWordText);
+  if (const std::string rules = TakeRuleSetName(!event.version.empty()); !rules.empty()) {
+    line.Text("rules", rules, kShortText);
+  }
   return line.Finish();
 }
 

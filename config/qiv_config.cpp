@@ -5,8 +5,10 @@
 #include <vector>
 
 #include "common/aes.h"
+#include "common/rule_set_name.h"
 #include "common/text.h"
 #include "config/local_form.h"
+#include "port/file.h"
 #include "port/module_path.h"
 
 namespace qiv {
@@ -17,6 +19,8 @@ constexpr std::uint64_t kLibraryMaxBytes = kConfigMaxBytes;
 constexpr std::string_view kSqlLibraryTags[] = {"separator", "sql_rules", "sql_keys", "xss_events"};
 constexpr std::string_view kConfigName = "_config.db";
 constexpr const char* kBadcodeFile = "_badcode.db";
+constexpr const char* kRuleSetFile = "_rules.db";
+constexpr std::uint64_t kRuleSetMaxBytes = 1U << 20;  // a name and a digest for each rule file
 
 std::string ConfigFile(const std::string& directory, const char* name) {
   return directory + "config" + kPathSeparator + name;
@@ -53,6 +57,13 @@ MessageId StatusReason(ConfigStatus status, bool is_there) {
       break;
   }
   return is_there ? MessageId::kStateUnreadable : MessageId::kStateMissing;
+}
+
+/// Has the event log name the rule set, before the first line about the load.
+void NameRuleSet(const std::string& module_directory) {
+  std::string text;
+  ReadWholeFile(ConfigFile(module_directory, kRuleSetFile), kRuleSetMaxBytes, &text);
+  SetRuleSetName(Trim(std::string_view(text).substr(0, text.find('\n'))));
 }
 
 }  // namespace
@@ -136,6 +147,7 @@ bool CQivConfig::ReloadConfig() {
       std::string text;
       const Look look = config_file_.Read(&text);
       if (look == Look::kSame && config_file_.IsThere()) return false;
+      if (look != Look::kSame) NameRuleSet(paths_.module_directory);
       status = look == Look::kNew        ? SwapConfig(text, &faults)
                : look == Look::kTooLarge ? ConfigStatus::kTooLong
                                          : ConfigStatus::kUnreadable;

@@ -7,7 +7,7 @@
 namespace qiv {
 
 void AddInitCommand(CCommand* program);
-void AddSettingsCommands(CCommand* program);  ///< pack, unpack, lint
+void AddSettingsCommands(CCommand* program);  ///< pack, unpack, lint, set
 void AddLibraryCommand(CCommand* program);
 void AddCipherCommands(CCommand* program);  ///< encrypt, decrypt
 void AddCheckCommand(CCommand* program);
@@ -19,6 +19,7 @@ void AddEventCommand(CCommand* program);
 void AddExemptCommand(CCommand* program);
 void AddLogCommand(CCommand* program);
 void AddReportCommand(CCommand* program);
+void AddRulesCommand(CCommand* program);
 void AddScanCommand(CCommand* program);
 void AddServiceCommand(CCommand* program);
 void AddStatusCommand(CCommand* program);

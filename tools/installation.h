@@ -15,9 +15,10 @@ struct InitOptions {
   bool force = false;                      ///< overwrite what is there
 };
 
-/// Creates DIR/settings.json, DIR/config/_config.db, DIR/config/_sql.db, DIR/config/_trojan.db and DIR/debug. Writes
-/// nothing when one of the files is there already (unless forced) or when the data is faulty. Messages go to stderr;
-/// the exit code.
+/// Creates DIR/settings.json, DIR/rules and DIR/own, which it refers to, DIR/config with what is packed from them, and
+/// DIR/debug. Writes nothing when one of the files is there already (unless forced; the site's own files in DIR/own and
+/// rules that are DIR/rules themselves stay as they are) or when the data is faulty. Messages go to stderr; the exit
+/// code.
 int InitInstallation(const InitOptions& options);
 
 }  // namespace qiv

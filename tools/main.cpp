@@ -38,6 +38,7 @@ int main(int argc, char** argv) {
   qiv::AddExemptCommand(&program);
   qiv::AddLogCommand(&program);
   qiv::AddReportCommand(&program);
+  qiv::AddRulesCommand(&program);
   qiv::AddScanCommand(&program);
   qiv::AddServiceCommand(&program);
   qiv::AddStatusCommand(&program);

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <tuple>
+#include <utility>
 
 #include "tools/color.h"
 
@@ -11,6 +13,13 @@ int CReport::ExitCode() const {
   int worst = kExitOk;
   for (const Entry& entry : entries_) worst = std::max(worst, entry.exit_code);
   return worst;
+}
+
+void CReport::Add(const CReport& other) {
+  for (Entry entry : other.entries_) {
+    if (entry.place.file.empty()) entry.place.file = other.file_;
+    entries_.push_back(std::move(entry));
+  }
 }
 
 namespace {
@@ -23,11 +32,13 @@ void CReport::SetColor(bool wanted) { print_color = wanted; }
 
 std::string CReport::Text(bool color) const {
   std::vector<Entry> sorted = entries_;
-  std::stable_sort(sorted.begin(), sorted.end(), [](const Entry& a, const Entry& b) { return a.line < b.line; });
+  std::stable_sort(sorted.begin(), sorted.end(), [](const Entry& a, const Entry& b) {
+    return std::tie(a.place.file, a.place.line) < std::tie(b.place.file, b.place.line);
+  });
   std::string text;
   for (const Entry& entry : sorted) {
-    text += "qivctl: " + file_;
-    if (entry.line != 0) text += ":" + std::to_string(entry.line);
+    text += "qivctl: " + (entry.place.file.empty() ? file_ : entry.place.file);
+    if (entry.place.line != 0) text += ":" + std::to_string(entry.place.line);
     const Color paint = entry.exit_code == kExitError     ? Color::kRed
                         : entry.exit_code == kExitFinding ? Color::kYellow
                                                           : Color::kGreen;

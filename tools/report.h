@@ -13,21 +13,37 @@ inline constexpr int kExitFinding = 1;   ///< something doubtful was found
 inline constexpr int kExitError = 2;     ///< the command could not do its work
 inline constexpr int kExitSignal = 128;  ///< and the signal's number: it was interrupted (130 for Ctrl-C)
 
+/// A line of a file; the report's own where `file` is empty. Lines count from 1; 0: no line is meant.
+struct Place {
+  std::string file;
+  std::size_t line = 0;
+};
+
 class CReport {
  public:
   explicit CReport(std::string file) : file_(std::move(file)) {}
 
   /// `line` counts from 1; 0 when the message concerns no line.
-  void Finding(std::size_t line, std::string message) { entries_.push_back({line, kExitFinding, std::move(message)}); }
+  void Finding(std::size_t line, std::string message) { Finding(Place{"", line}, std::move(message)); }
+  void Finding(Place place, std::string message) {
+    entries_.push_back({std::move(place), kExitFinding, std::move(message)});
+  }
   /// What is in order, but may do more than its writer knows.
-  void Note(std::size_t line, const std::string& message) { entries_.push_back({line, kExitOk, "note: " + message}); }
-  void Error(std::size_t line, std::string message) { entries_.push_back({line, kExitError, std::move(message)}); }
+  void Note(Place place, const std::string& message) {
+    entries_.push_back({std::move(place), kExitOk, "note: " + message});
+  }
+  void Error(std::size_t line, std::string message) { Error(Place{"", line}, std::move(message)); }
+  void Error(Place place, std::string message) {
+    entries_.push_back({std::move(place), kExitError, std::move(message)});
+  }
+  /// What another report says of its file.
+  void Add(const CReport& other);
 
   bool HasError() const { return ExitCode() == kExitError; }
   /// Of the worst entry.
   int ExitCode() const;
 
-  /// "qivctl: FILE:LINE: message" for each entry, in the order of lines.
+  /// "qivctl: FILE:LINE: message" for each entry, in the order of lines; other files after the report's own.
   std::string Text(bool color = false) const;
   /// Whether Print colours messages from now on; it does not before.
   static void SetColor(bool wanted);
@@ -36,7 +52,7 @@ class CReport {
 
  private:
   struct Entry {
-    std::size_t line;
+    Place place;
     int exit_code;
     std::string message;
   };

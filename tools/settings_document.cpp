@@ -3,6 +3,7 @@
 #include <utility>
 #include <vector>
 
+#include "tools/settings_comments.h"
 #include "tools/utf8_text.h"
 
 namespace qiv {
@@ -22,10 +23,11 @@ bool IsList(KeyType type) { return KeySeparator(type) == "|" || KeySeparator(typ
 
 }  // namespace
 
-std::unique_ptr<CSettingsDocument> CSettingsDocument::Parse(std::string text, CReport* report) {
+std::unique_ptr<CSettingsDocument> CSettingsDocument::Parse(std::string text, CReport* report,
+                                                            const SettingsFolder* folder) {
   JsonError error;
   auto document = std::make_unique<CSettingsDocument>();
-  document->text_ = std::move(text);
+  document->text_ = BlankComments(text, TrailingCommas::kBlank);
   std::vector<JsonDuplicate> duplicates;
   document->root_ = ParseJson(document->text_, &error, &duplicates);
   if (document->root_ == nullptr) {
@@ -41,8 +43,12 @@ std::unique_ptr<CSettingsDocument> CSettingsDocument::Parse(std::string text, CR
                     "\"" + twice.key + "\" was set on line " + std::to_string(JsonLine(document->text_, twice.first)) +
                         " already; what stands there is lost");
   }
+  document->files_ = std::make_unique<CSettingsFiles>(document->text_, folder, report);
+  document->files_->Resolve(static_cast<JsonObject*>(document->root_.get()));
   return document;
 }
+
+Place CSettingsDocument::Where(const IJsonValue& value) const { return files_->Where(value.Offset()); }
 
 const IJsonValue* CSettingsDocument::Find(std::string_view section, std::string_view key) const {
   if (section.empty()) return Root().Find(key);

@@ -1,7 +1,6 @@
 // The readable settings: one JSON object that says what _config.db says (docs/file-formats.md).
 #pragma once
 
-#include <cstddef>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -9,17 +8,22 @@
 #include "common/json.h"
 #include "config/config_keys.h"
 #include "tools/report.h"
+#include "tools/settings_files.h"
 
 namespace qiv {
 
-/// A settings text taken apart. Values keep their place in the text.
+/// A settings text taken apart. Values keep their place in the text, or in the file that the text names for them.
 class CSettingsDocument {
  public:
-  /// Null, with the error in *report, when the text is no JSON object. A finding for each key that is there twice.
-  static std::unique_ptr<CSettingsDocument> Parse(std::string text, CReport* report);
+  /// Null, with the error in *report, when the text is no JSON object (comments and trailing commas aside). A finding
+  /// for each key that is there twice. References to files are looked up in `folder`, and are errors without one; a
+  /// file that is missing or faulty is an error in *report, and its entries are left out.
+  static std::unique_ptr<CSettingsDocument> Parse(std::string text, CReport* report,
+                                                  const SettingsFolder* folder = nullptr);
 
+  /// With the contents of files in the place of references.
   const JsonObject& Root() const { return *root_->AsObject(); }
-  std::size_t Line(const IJsonValue& value) const { return JsonLine(text_, value.Offset()); }
+  Place Where(const IJsonValue& value) const;
 
   /// The value of a key: section "" is the top level. Null when it is missing.
   const IJsonValue* Find(std::string_view section, std::string_view key) const;
@@ -29,6 +33,7 @@ class CSettingsDocument {
  private:
   std::string text_;
   std::unique_ptr<IJsonValue> root_;
+  std::unique_ptr<CSettingsFiles> files_;
 };
 
 /// The text of a value in the settings: a scalar's own, or the items of an array joined by the type's separator. False

@@ -52,24 +52,24 @@ class CLinter {
       }
     }
     for (const LintRemark& remark : LintRelations(settings_)) {
-      const std::size_t line = remark.value == nullptr ? 0 : settings_.Line(*remark.value);
+      const Place place = remark.value == nullptr ? Place() : settings_.Where(*remark.value);
       if (remark.is_note) {
-        report_.Note(line, remark.message);
+        report_.Note(place, remark.message);
       } else {
-        report_.Finding(line, remark.message);
+        report_.Finding(place, remark.message);
       }
     }
   }
 
  private:
   void Find(const IJsonValue& value, std::string message) {
-    report_.Finding(settings_.Line(value), std::move(message));
+    report_.Finding(settings_.Where(value), std::move(message));
   }
 
   void Section(const std::string& section, const IJsonValue& value) {
     const JsonObject* const object = value.AsObject();
     if (object == nullptr) {
-      report_.Error(settings_.Line(value), Quoted(section) + " is no object");
+      report_.Error(settings_.Where(value), Quoted(section) + " is no object");
       return;
     }
     const std::vector<std::string_view> known = KnownKeys(section);
@@ -97,7 +97,7 @@ class CLinter {
     const ConfigKey& key = *FindConfigKey(section, name);
     std::string text;
     if (!ValueText(value, key.type, &text)) {
-      report_.Error(settings_.Line(value), Quoted(name) + " is no text, number or array of them");
+      report_.Error(settings_.Where(value), Quoted(name) + " is no text, number or array of them");
       return;
     }
     Separators(key, value);

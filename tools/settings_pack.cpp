@@ -79,7 +79,7 @@ class CPacker {
     const IJsonValue* const sets = settings_.Find("", "ip_sets");
     if (sets == nullptr) return {};
     if (sets->AsObject() == nullptr) {
-      report_.Error(settings_.Line(*sets), "\"ip_sets\" is no object");
+      report_.Error(settings_.Where(*sets), "\"ip_sets\" is no object");
       return {};
     }
     std::string text;
@@ -92,7 +92,7 @@ class CPacker {
 
  private:
   void LeftOut(const IJsonValue& value, const std::string& name) {
-    report_.Finding(settings_.Line(value), "\"" + name + "\" is unknown and was left out");
+    report_.Finding(settings_.Where(value), "\"" + name + "\" is unknown and was left out");
   }
 
   static bool IsIpSet(std::string_view name) {
@@ -121,20 +121,20 @@ class CPacker {
 
   void CheckItem(const IJsonValue& value, std::string_view item, std::string_view name, KeyType type) {
     if (ItemSurvives(type, item)) return;
-    report_.Error(settings_.Line(value), "\"" + std::string(name) +
-                                             "\" has an entry with characters that GBK does not" +
-                                             " have, so the module cannot look for it: \"" + std::string(item) + "\"");
+    report_.Error(settings_.Where(value), "\"" + std::string(name) +
+                                              "\" has an entry with characters that GBK does not" +
+                                              " have, so the module cannot look for it: \"" + std::string(item) + "\"");
   }
 
   std::string TextOfValue(const IJsonValue& value, std::string_view name, KeyType type) {
     std::string text;
     if (!ValueText(value, type, &text)) {
-      report_.Error(settings_.Line(value), "\"" + std::string(name) + "\" is no text, number or array of them");
+      report_.Error(settings_.Where(value), "\"" + std::string(name) + "\" is no text, number or array of them");
     } else if (const std::string tag = HeldTag(text); !tag.empty()) {
-      report_.Error(settings_.Line(value),
+      report_.Error(settings_.Where(value),
                     "\"" + std::string(name) + "\" holds the tag <" + tag + ">, as the file's own");
     } else if (text.find('\0') != std::string::npos) {
-      report_.Error(settings_.Line(value), "\"" + std::string(name) + "\" holds a zero byte");
+      report_.Error(settings_.Where(value), "\"" + std::string(name) + "\" holds a zero byte");
     }
     CheckItems(value, name, type);
     return text;
@@ -148,7 +148,7 @@ class CPacker {
   std::string Other() {
     const IJsonValue* const other = settings_.Find("", "website_other");
     if (other == nullptr) return {};
-    if (other->AsObject() == nullptr) report_.Error(settings_.Line(*other), "\"website_other\" is no object");
+    if (other->AsObject() == nullptr) report_.Error(settings_.Where(*other), "\"website_other\" is no object");
     std::string text;
     for (const ConfigKey& key : ScalarKeys()) {
       if (!key.section.empty()) text += TaggedValue(key.section, key.name, key.type);
@@ -160,7 +160,7 @@ class CPacker {
   std::string OnServers() {
     std::string text = TaggedValue("", "website_on_servers", KeyType::kFlag);
     if (text.find_first_of("{}") != std::string::npos) {
-      report_.Error(settings_.Line(*settings_.Find("", "website_on_servers")), "\"website_on_servers\" is no switch");
+      report_.Error(settings_.Where(*settings_.Find("", "website_on_servers")), "\"website_on_servers\" is no switch");
     }
     return text;
   }
@@ -171,7 +171,7 @@ class CPacker {
     const IJsonValue* const value = settings_.Find("", section);
     if (value == nullptr) return content.empty() ? content : Tagged(section, content);
     if (value->AsObject() == nullptr) {
-      report_.Error(settings_.Line(*value), "\"" + std::string(section) + "\" is no object");
+      report_.Error(settings_.Where(*value), "\"" + std::string(section) + "\" is no object");
       return {};
     }
     JsonObject packed;
@@ -182,7 +182,7 @@ class CPacker {
       if (key != nullptr) CheckItems(*item, name, key->type);
       if (key != nullptr && (item->AsArray() != nullptr || item->AsObject() != nullptr)) {
         if (!ValueText(*item, key->type, &text)) {
-          report_.Error(settings_.Line(*item), "\"" + name + "\" is no text, number or array of them");
+          report_.Error(settings_.Where(*item), "\"" + name + "\" is no text, number or array of them");
         }
         packed.SetText(name, std::move(text));
       } else {

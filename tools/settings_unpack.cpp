@@ -15,8 +15,14 @@ std::string Utf8(std::string_view text) {
   return CCharSet::IsValidUtf8(text) ? std::string(text) : CCharSet::LocalToUtf8(text);
 }
 
-void AddTaggedValue(std::string_view text, std::string_view tag, KeyType type, JsonObject* out) {
-  if (HasTag(text, tag)) out->Set(std::string(tag), ReadableValue(TaggedPart(text, tag), type));
+void AddTaggedValue(std::string_view text, std::string_view tag, KeyType type, bool references, JsonObject* out) {
+  if (!HasTag(text, tag)) return;
+  std::unique_ptr<IJsonValue> value = ReadableValue(TaggedPart(text, tag), type);
+  out->Set(std::string(tag), references ? EscapedReferences(std::move(value)) : std::move(value));
+}
+
+void AddScalar(std::string_view text, const ConfigKey& key, JsonObject* out) {
+  AddTaggedValue(text, key.name, key.type, TakesReferences(key.section, key.name), out);
 }
 
 /// One section: strings of known keys are shown as arrays where that reads better, everything else as it is.
@@ -26,7 +32,9 @@ std::unique_ptr<IJsonValue> ReadableSection(std::string_view section, const Json
     const auto& [name, item] = *member;
     const ConfigKey* const key = FindConfigKey(section, name);
     const bool is_known_text = key != nullptr && item->AsString() != nullptr;
-    readable->Set(name, is_known_text ? ReadableValue(item->AsString()->Value(), key->type) : CloneJson(*item));
+    std::unique_ptr<IJsonValue> value =
+        is_known_text ? ReadableValue(item->AsString()->Value(), key->type) : CloneJson(*item);
+    readable->Set(name, TakesReferences(section, name) ? EscapedReferences(std::move(value)) : std::move(value));
   }
   return readable;
 }
@@ -60,11 +68,12 @@ void AddIpSets(std::string_view ip_lists, JsonObject* out) {
     if (!HasTag(ip_lists, key.name)) continue;
     const std::string_view part = TaggedPart(ip_lists, key.name);
     if (key.is_key_list || !(HasTag(part, "ipv4") || HasTag(part, "ipv6"))) {
-      sets->Set(std::string(key.name), ReadableValue(part, KeyType::kList));
+      sets->Set(std::string(key.name), EscapedReferences(ReadableValue(part, KeyType::kList)));
       continue;
     }
     auto set = std::make_unique<JsonObject>();
-    for (const std::string_view family : {"ipv4", "ipv6"}) AddTaggedValue(part, family, KeyType::kList, set.get());
+    for (const std::string_view family : {"ipv4", "ipv6"})
+      AddTaggedValue(part, family, KeyType::kList, true, set.get());
     sets->Set(std::string(key.name), std::move(set));
   }
   if (sets->Size() != 0) out->Set("ip_sets", std::move(sets));
@@ -87,12 +96,12 @@ std::string UnpackSettings(std::string_view config_text, CReport* report) {
   for (const ConfigKey& key : ScalarKeys()) {
     if (!key.section.empty()) continue;
     const bool in_base = key.name == "website_on_servers";
-    AddTaggedValue(in_base ? TaggedPart(settings, "website_base") : settings, key.name, key.type, &readable);
+    AddScalar(in_base ? TaggedPart(settings, "website_base") : settings, key, &readable);
   }
   if (HasTag(settings, "website_other")) {
     auto other = std::make_unique<JsonObject>();
     for (const ConfigKey& key : ScalarKeys()) {
-      if (!key.section.empty()) AddTaggedValue(TaggedPart(settings, "website_other"), key.name, key.type, other.get());
+      if (!key.section.empty()) AddScalar(TaggedPart(settings, "website_other"), key, other.get());
     }
     readable.Set("website_other", std::move(other));
   }

@@ -1,7 +1,11 @@
-// Runs "qivctl library": what goes into a stored library, what comes out of it, and what is refused.
+// Runs "qivctl library" and "qivctl rules": what goes into libraries, what comes out, what is refused, what is
+// exchanged.
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <map>
 #include <string>
+#include <tuple>
 
 #include "port/file.h"
 #include "tests/port/temporary_directory.h"
@@ -85,6 +89,84 @@ TEST(QivctlLibrary, TheLibraryOfAttacksGoesThereAndBack) {
   const std::string damaged =
       Qivctl("encrypt", "<badcode_lists></badcode_lists><badcode_rules>7{*}none{#}</badcode_rules>").output;
   EXPECT_EQ(Qivctl("library unpack -", damaged).output, "qivctl: -: 7: is no rule of a family\n");
+}
+
+/// The files of an installation that rules are in, and what they hold.
+std::map<std::string, std::string> FilesBelow(const std::string& directory) {
+  std::map<std::string, std::string> files;
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(directory)) {
+    if (entry.is_regular_file())
+      files[entry.path().lexically_relative(directory).string()] = Content(entry.path().string());
+  }
+  return files;
+}
+
+TEST(QivctlLibrary, RulesAreExchangedWholeOrNotAtAll) {
+  const CTemporaryDirectory directory;
+  const std::string module = directory.Path("m");
+  const std::string next = directory.Path("next");
+  const std::string config = " --config " + module;
+  ASSERT_EQ(Qivctl("init " + module).exit_code, 0);
+  ReplaceFile(module + "/own/get.txt", "900001\tsite*word\t-\tours\tours\n");
+  ReplaceFile(module + "/settings.json", "// ours\n" + Content(module + "/settings.json"));
+  ASSERT_EQ(Qivctl("exempt add --rule 301001 --path /a" + config).exit_code, 0);
+  ASSERT_EQ(Qivctl("rules update " + module + "/rules" + config).exit_code, 0) << "own words come into force";
+  const std::map<std::string, std::string> before = FilesBelow(module);
+
+  // One rule more, one changed, one gone.
+  std::filesystem::copy(module + "/rules", next, std::filesystem::copy_options::recursive);
+  ReplaceFile(next + "/VERSION", "qiv-standard 2099.1\n");
+  std::string get = Content(next + "/keywords/get.txt");
+  get.replace(get.find("101001\tunion all select"), 23, "101001\tunion all*select") += "999999\tbrand new\t-\tn\tn\n";
+  ReplaceFile(next + "/keywords/get.txt", get);
+  std::string lfi = Content(next + "/badcode/lfi.txt");
+  lfi.erase(lfi.find("\n301001\t"), lfi.find('\n', lfi.find("\n301001\t") + 1) - lfi.find("\n301001\t"));
+  ReplaceFile(next + "/badcode/lfi.txt", lfi);
+
+  // What does not pass leaves everything as it was.
+  for (const auto& [file, fault, said] :
+       {std::tuple{"VERSION", "one\ntwo three", "VERSION:1: is no \"NAME VERSION\""},
+        {"keywords/get.txt", "1\ta\n", "keywords/get.txt:1: a rule has five fields"},
+        {"badcode/rce.txt", "1\tvalue\t(\ta\tb\tc\td\n", "badcode/rce.txt:1: "},
+        {"library/sql_keys.txt", "x\n", "library/sql_keys.txt:1: a rule has five fields"}}) {
+    const std::string good = Content(next + "/" + file);
+    ReplaceFile(next + "/" + file, fault);
+    const Outcome refused = Qivctl("rules update " + next + config);
+    EXPECT_EQ(refused.exit_code, 2) << file;
+    EXPECT_NE(refused.output.find(said), std::string::npos) << refused.output;
+    EXPECT_EQ(FilesBelow(module), before) << file;
+    ReplaceFile(next + "/" + file, good);
+  }
+  EXPECT_EQ(Qivctl("rules update " + module + "/settings.json" + config).exit_code, 2) << "no archive";
+  EXPECT_EQ(Qivctl("rules update --show " + next + config).exit_code, 0);
+  EXPECT_EQ(FilesBelow(module), before);
+
+  const Outcome updated = Qivctl("rules update " + next + config);
+  EXPECT_EQ(updated.exit_code, 0);
+  for (const char* const line : {"qiv-standard 2026.11.1 -> qiv-standard 2099.1\n",
+                                 "keywords/get.txt          1 added (999999); 1 changed (101001)\n",
+                                 "badcode/lfi.txt           1 removed (301001)\n", "exempted rule 301001 is gone"}) {
+    EXPECT_NE(updated.output.find(line), std::string::npos) << line << updated.output;
+  }
+  const std::map<std::string, std::string> after = FilesBelow(module);
+  for (const char* const own : {"settings.json", "own/get.txt", "config/_exempt.db"})
+    EXPECT_EQ(after.at(own), before.at(own));
+  EXPECT_EQ(after.at("rules/keywords/get.txt"), get);
+  EXPECT_EQ(after.at("rules.old/keywords/get.txt"), before.at("rules/keywords/get.txt"));
+  const std::string unpacked = Qivctl("unpack " + module + "/config/_config.db").output;
+  EXPECT_NE(unpacked.find("brand new"), std::string::npos);
+  EXPECT_NE(unpacked.find("site*word"), std::string::npos);
+  EXPECT_EQ(Qivctl("rules show" + config).output.substr(0, 31), "in force   qiv-standard 2099.1\n");
+
+  EXPECT_EQ(Qivctl("rules undo" + config).exit_code, 0);
+  const std::map<std::string, std::string> undone = FilesBelow(module);
+  for (const auto& [file, text] : before) EXPECT_EQ(undone.at(file), text) << file;
+
+  // An edit in rules/ is told before it goes.
+  ReplaceFile(module + "/rules/pages/block.en-US.html", "<html>");
+  EXPECT_NE(Qivctl("rules show" + config).output.find("edited     rules/pages/block.en-US.html\n"), std::string::npos);
+  EXPECT_NE(Qivctl("rules update " + next + config).output.find("block.en-US.html: note: was edited here"),
+            std::string::npos);
 }
 
 }  // namespace
