@@ -28,8 +28,8 @@ TEST(Qivctl, StatusTellsWhatProtectsAndWhatDoesNot) {
   const auto pack = [&](const std::string& from, const std::string& to) {
     std::string settings = Content(module + "/settings.json");
     settings.replace(settings.find(from), from.size(), to);
-    ReplaceFile(directory.Path("s.json"), settings);
-    ASSERT_EQ(Qivctl("pack " + directory.Path("s.json") + " -o " + config + "_config.db").exit_code, 0);
+    ReplaceFile(module + "/changed.json", settings);
+    ASSERT_EQ(Qivctl("pack " + module + "/changed.json -o " + config + "_config.db").exit_code, 0);
   };
   expect(0, {"Protection is on\n", "  on       lists,", "_sql.db      in force", "\n  act\n",
              "takes lines: not there yet"});
