@@ -65,7 +65,7 @@ TEST(Qivctl, StatusTellsWhatProtectsAndWhatDoesNot) {
   EXPECT_EQ(json->AsObject()->GetText("protection"), "off");
   EXPECT_EQ(json->AsObject()->GetText("in_order"), "false");
   const std::pair<std::string, const char*> none[] = {{directory.Path("none"), "does not exist"},
-                                                      {directory.Path("s.json"), "is no folder"},
+                                                      {module + "/settings.json", "is no folder"},
                                                       {directory.Path(""), "holds no config"}};
   for (const auto& [folder, reason] : none) {
     const Outcome run = Qivctl("status " + folder);
