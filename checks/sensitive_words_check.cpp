@@ -118,13 +118,14 @@ class CWordWalk {
   }
 
   void WalkQuery() {
-    constexpr std::size_t kMostQuery = 65535;  // the server counts in 16 bits
+    constexpr std::size_t kLongestUrl =
+        16383;  // that a server takes: its lengths are bytes of two-byte units in 16 bits
     const std::string_view url = facts_.raw_url;
     const std::size_t mark = url.find('?');
     if (mark != url.npos) {
       const std::string_view query = url.substr(mark + 1);
       ForEachQueryValue(query, judge_);
-      edits_.query = Edited(query, kMostQuery,
+      edits_.query = Edited(query, kLongestUrl - std::min(mark + 1, kLongestUrl),
                             [](std::string_view text, const ValueVisitor& visit) { ForEachQueryValue(text, visit); });
     }
     if (site_.extended.path && !IsBlocked()) ForEachPathValue(facts_, judge_);

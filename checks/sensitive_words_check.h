@@ -33,7 +33,8 @@ struct WordFinding {
 };
 void BlockWord(const WordFinding& finding, const RequestFacts& facts, const CheckContext& context, CheckResult& result);
 
-/// Events of what is replaced and recorded, held back until it is known what becomes of the request.
+/// Events of what is replaced and recorded, held back until it is known whether the request is blocked. Should the
+/// server refuse an edit, the module says so in an event of its own.
 class CWordNotes {
  public:
   CWordNotes(const RequestFacts& facts, const CheckContext& context) : facts_(facts), context_(context) {}

@@ -36,12 +36,6 @@ bool EncodingEvidence::IsMostlyLocal() const {
   return MayBeLocal() && (in_sequences == 0 || stray * kMuch > in_sequences);
 }
 
-EncodingGuess GuessEncoding(std::string_view text) {
-  EncodingEvidence evidence;
-  evidence.Add(text);
-  return {true, evidence.IsMostlyLocal()};
-}
-
 std::string EncodeText(std::string_view utf8, TextEncoding encoding) {
   if (encoding == TextEncoding::kUtf8) return std::string(utf8);
   if (encoding == TextEncoding::kLocal) return CCharSet::Utf8ToLocal(utf8);

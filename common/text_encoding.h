@@ -20,17 +20,10 @@ struct EncodingEvidence {
   void Add(std::string_view text);
   EncodingEvidence& operator+=(const EncodingEvidence& other);
   /// Whether some of it can be GBK: a site that reads GBK sees what it is sent, whatever else there is.
-  bool MayBeLocal() const { return stray != 0 || (high != 0 && in_sequences == 0); }
+  bool MayBeLocal() const { return high > in_sequences; }
   /// Whether it is GBK as a whole. A stray byte makes no UTF-8 text a GBK text.
   bool IsMostlyLocal() const;
 };
-
-/// UTF-8, or GBK, or both when the text can be read as either. Linear.
-struct EncodingGuess {
-  bool utf8 = false;
-  bool local = false;
-};
-EncodingGuess GuessEncoding(std::string_view text);
 
 /// A text of UTF-8 in that encoding.
 std::string EncodeText(std::string_view utf8, TextEncoding encoding);

@@ -107,9 +107,10 @@ td { padding: .35rem .4rem; border-bottom: 1px solid var(--line); vertical-align
 .number { width: 1%; text-align: right; white-space: nowrap; font-variant-numeric: tabular-nums; }
 th.number { white-space: normal; vertical-align: bottom; }
 td.number.zero { color: var(--soft); }
+td.time, span.time { white-space: nowrap; }
 .name { overflow-wrap: anywhere; }
 .name small { display: block; color: var(--soft); }
-.time { white-space: nowrap; font-variant-numeric: tabular-nums; }
+.time { font-variant-numeric: tabular-nums; }
 .others td { color: var(--soft); border-bottom: 0; }
 .share { display: block; width: 100%; height: .25rem; margin-top: .2rem; background: var(--row); border-radius: .125rem; }
 svg .stop { fill: var(--stop); } svg .would { fill: var(--would); } svg .pass { fill: var(--pass); }

@@ -241,7 +241,7 @@ TEST_F(Files, SayWhereTheFaultIs) {
        "remark\n"},
       {R"("website_sql": {"get_keys": ["a{*}*{*}{*}1",
           "@own/none.txt"]})",
-       "qivctl: s:3: \"@own/none.txt\": /own/none.txt cannot be read: No such file or directory\n"},
+       "qivctl: s:3: \"@own/none.txt\": /own/none.txt cannot be read: "},  // and the system's words
       {R"("website_lists": {"deny_urls": "@own/urls.txt"})",
        "qivctl: /own/urls.txt:4: \"deny_urls\" has an entry that holds \"|\" and is read as several\n"},
       {R"("ip_sets": {"website_lists_deny_area_ips": "@own/urls.txt"})",
@@ -253,7 +253,9 @@ TEST_F(Files, SayWhereTheFaultIs) {
        "text that begins with \"@\" is written \"@@\"\n"},
   };
   for (const auto& [sql, said] : cases) {
-    EXPECT_EQ(Said(with(sql)), said) << sql;
+    const std::string all = Said(with(sql));
+    const std::string_view expected = said;
+    EXPECT_EQ(expected.ends_with(' ') ? all.substr(0, expected.size()) : all, expected) << sql;
   }
   CReport report("s");
   CSettingsDocument::Parse(with(R"("website_lists": {"deny_urls": "@own/urls.txt"})"), &report);
