@@ -71,7 +71,7 @@ def visit_phpmyadmin(visit, posts, files):
             browser.wait("window.old != document.querySelector('.table_results tbody') && document.querySelectorAll('th .sortlink').length > 4", 20)
     with visit.action("edit a row"):
         browser.value("document.querySelector('td.edit_row_anchor a').click()")
-        browser.wait("!!document.querySelector('#insertForm textarea')", 20)
+        browser.wait("!!document.querySelector('#insertForm textarea') && !jQuery.active && !AJAX.active", 20)
         browser.type("#insertForm textarea", "It's \"new\" -- 1 or 2; <b>bold</b>")
         browser.value("document.querySelector('#buttonYes').click()")
         browser.wait("/row affected/.test(document.body.innerText)", 20)
